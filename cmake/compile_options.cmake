@@ -1,0 +1,32 @@
+# How everything here is compiled.
+
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_FLAGS_RELEASE "-O3")
+set(CMAKE_C_FLAGS_RELEASE "-O3")
+
+# A fused multiply-add rounds once where the formulas round twice. The flag stands last on every compile line, so that
+# nothing can turn contraction on again.
+foreach(language C CXX)
+    string(REPLACE "<FLAGS>" "<FLAGS> -ffp-contract=off" CMAKE_${language}_COMPILE_OBJECT
+                   "${CMAKE_${language}_COMPILE_OBJECT}")
+endforeach()
+
+add_compile_options(-Wall -Wextra -Wconversion -Wshadow)
+# Positions are signed in loops and unsigned in views; the values are never negative where they meet.
+add_compile_options(-Wno-sign-conversion)
+# No path of the building machine in the binaries.
+add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
+if(QUENTA_SANITIZE)
+    add_compile_options(-fsanitize=${QUENTA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+    add_link_options(-fsanitize=${QUENTA_SANITIZE})
+endif()

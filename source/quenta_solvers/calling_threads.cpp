@@ -1,0 +1,108 @@
+// The start of the library, the list of attached threads, and reclamation.
+#include "quenta_solvers/calling_threads.hpp"
+
+#include "quenta_solvers/calling_threads_state.hpp"
+#include "quenta_solvers/quenta_native.h"
+#include "utility/platform.hpp"
+
+#include <thread>
+
+namespace quenta {
+
+std::mutex* library_lock = nullptr;
+std::uint32_t thread_exit_slot = platform::no_slot;
+constinit attached_thread_list attached_threads;
+
+namespace {
+
+constinit thread_local thread_record* record_of_this_thread = nullptr;
+
+// Reclamation does not start while this is above 0. It is a count and not a lock: a collection holds library_lock,
+// which the attachments it waits for still need.
+std::atomic<int> reclamation_suspensions{0};
+
+struct suspended_reclamation {
+    suspended_reclamation() { ++reclamation_suspensions; }
+    ~suspended_reclamation() { --reclamation_suspensions; }
+    suspended_reclamation(const suspended_reclamation&) = delete;
+    suspended_reclamation& operator=(const suspended_reclamation&) = delete;
+};
+
+} // namespace
+
+void attached_thread_list::enter(thread_record* record) {
+    const std::lock_guard guard{lock};
+    record->next = first;
+    first = record;
+}
+
+bool attached_thread_list::take_out(const thread_record* record) {
+    const std::lock_guard guard{lock};
+    for (thread_record** link = &first; *link != nullptr; link = &(*link)->next)
+        if (*link == record) {
+            *link = record->next;
+            return true;
+        }
+    return false;
+}
+
+int attached_thread_list::size() {
+    const std::lock_guard guard{lock};
+    int count = 0;
+    for (const thread_record* record = first; record != nullptr; record = record->next)
+        ++count;
+    return count;
+}
+
+void attach_calling_thread() {
+    if (record_of_this_thread != nullptr)
+        return;
+    const suspended_reclamation suspended;
+    {
+        const std::lock_guard guard{*library_lock};
+        auto* const record = new thread_record;
+        attached_threads.enter(record);
+        record_of_this_thread = record;
+    }
+    // Without a slot the record stays for the life of the process.
+    if (thread_exit_slot != platform::no_slot)
+        platform::set_thread_slot(thread_exit_slot, record_of_this_thread);
+}
+
+void detach_thread_record(void* slot_value) {
+    auto* const record = static_cast<thread_record*>(slot_value);
+    if (record == nullptr || !attached_threads.take_out(record))
+        return;
+    // Destructors of other slots may still call a solver on this thread, which then has to attach anew.
+    if (record_of_this_thread == record)
+        record_of_this_thread = nullptr;
+    delete record;
+}
+
+} // namespace quenta
+
+int quenta_rt_init() {
+    using namespace quenta;
+    // There is no runtime layer of the library's own to start, and so nothing that could fail.
+    if (library_lock == nullptr)
+        library_lock = new std::mutex; // never destroyed: there is no shutdown
+    if (thread_exit_slot == platform::no_slot)
+        thread_exit_slot = platform::allocate_thread_slot(detach_thread_record);
+    return 1;
+}
+
+void quenta_gc_collect() {
+    using namespace quenta;
+    attach_calling_thread();
+    for (;;) {
+        {
+            const std::lock_guard guard{*library_lock};
+            if (reclamation_suspensions == 0) {
+                // A solve releases its memory on every way out, so what is left is what the heap holds back.
+                platform::release_free_memory();
+                return;
+            }
+        }
+        std::this_thread::yield(); // a thread is being attached, and may need the lock for it
+    }
+}

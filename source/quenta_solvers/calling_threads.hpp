@@ -1,0 +1,10 @@
+// Calling threads: how a thread becomes known to the library, and how its end is noticed.
+#pragma once
+
+namespace quenta {
+
+// The first action of every entry that may hold working memory. After a thread's first call it is one read of
+// per-thread state. Needs quenta_rt_init, which makes the lock that a first attachment takes.
+void attach_calling_thread();
+
+} // namespace quenta

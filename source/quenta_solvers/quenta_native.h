@@ -1,0 +1,136 @@
+/* quenta_native: solvers for linear Volterra equations with a convolution kernel.
+ *
+ * The calling order: quenta_rt_init once, to its end, before any other thread enters; then any solver, from any
+ * number of threads at once. A thread needs no preparation of its own, and there is nothing to shut down. The
+ * functions that only report limits or settings need no start at all.
+ *
+ * Rules for all arguments
+ *   1. Order: input arrays, then sizes, then scalars and the setting, then flags, then output arrays.
+ *   2. Every array belongs to the caller, before and after. The library keeps no pointer after it returns, and
+ *      neither reads nor writes outside the sizes given here.
+ *   3. double is the 64-bit IEEE type, int has 32 bits. Flags are ints: zero is no, anything else is yes.
+ *   4. Samples stand on one uniform grid: sample i belongs to t_i = i * dt, for i = 0 .. N-1. A kernel sample i is
+ *      the kernel at lag t_i. Time has whatever unit dt has; y has the unit of g, and K that of 1/time.
+ *   5. Input values are not examined: NaN and infinity follow the IEEE rules to the output and are no error. A
+ *      weight of zero is a factor like any other, so that a NaN under a zero weight shows.
+ *   6. The processor is expected in its default floating-point mode (round to nearest, subnormals kept).
+ *
+ * What a solver returns, and what is left untouched
+ *   QUENTA_SOLVED, QUENTA_UNSUPPORTED_SETTING, QUENTA_SINGULAR_BLOCK or QUENTA_SIZE_OVERFLOW (below). Nothing at all
+ *   is written unless the status is QUENTA_SOLVED, and the library is fully usable after every status.
+ *
+ * What is no status
+ *   Arguments that contradict each other are fatal: a C++ exception (derived from std::exception, with the place,
+ *   the index and the length) leaves through the function, which ends a process that does not catch it. So does
+ *   std::bad_alloc when memory runs out; no memory is lost on the way. A setting with m = 0 (or any m whose
+ *   square is 0 in 32 bits) ends the process by the platform's arithmetic fault. In both cases the output is
+ *   undefined. Null pointers are not tested, but where a function says so.
+ */
+#ifndef QUENTA_NATIVE_H
+#define QUENTA_NATIVE_H
+
+#if defined(_WIN32)
+#if defined(QUENTA_NATIVE_BUILD)
+#define QUENTA_API __declspec(dllexport)
+#else
+#define QUENTA_API __declspec(dllimport)
+#endif
+#elif defined(__GNUC__)
+#define QUENTA_API __attribute__((visibility("default")))
+#else
+#define QUENTA_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The status of a solve. */
+enum {
+    QUENTA_SOLVED = 0,              /* the solution is written */
+    QUENTA_UNSUPPORTED_SETTING = 1, /* (m, list) is no row of the settings table */
+    QUENTA_SINGULAR_BLOCK = 2,      /* the dense system of a step is singular */
+    QUENTA_SIZE_OVERFLOW = 3        /* a size does not fit a signed 32-bit index */
+};
+
+/* ---- Start and reclamation ------------------------------------------------------------------------------------ */
+
+/* Starts the library. To be called once, to its end, before the first solver or quenta_gc_collect enters on any
+ * thread; a further call is harmless.
+ *
+ * Returns 1 when the library is started, 0 if it could not be.
+ * Threads: the first call takes no lock, so no other thread may be inside the library.
+ */
+QUENTA_API int quenta_rt_init(void);
+
+/* Gives memory of finished solves that the heap still holds back to the system, where the platform offers that. It
+ * never touches a solve that is running. Needs quenta_rt_init.
+ *
+ * Any number of threads may call at once, beside any number of solves.
+ */
+QUENTA_API void quenta_gc_collect(void);
+
+/* ---- Limits: constants, callable before quenta_rt_init and from any thread -------------------------------------- */
+
+/* Always 0: the dense algebra is the library's own. */
+QUENTA_API int quenta_have_lapack(void);
+
+/* The largest number of collocation nodes of a setting: 5. */
+QUENTA_API int quenta_max_coll_params(void);
+
+/* The largest number of nodes of a pre-assembled block: 5. */
+QUENTA_API int function_solve_max_p(void);
+
+/* The largest dimension of a pre-assembled block: 8. */
+QUENTA_API int function_solve_max_d(void);
+
+/* The number of rows of the settings table: 56. */
+QUENTA_API int quenta_num_supported_settings(void);
+
+/* ---- Collocation settings ------------------------------------------------------------------------------------- */
+
+/* The table of the collocation settings: for m = 1, 2, 3, 4, every non-empty subset k_1 < .. < k_count of 0 .. m, the
+ * shorter subsets first. A setting has the collocation parameters c_j = k_j / m in a step of length h = m * m * dt.
+ *
+ * Out  settings[336]   row r at settings[6*r]: m, then its node indices ascending, then -1 up to 6 ints
+ *
+ * Callable before quenta_rt_init; any number of threads may call at once.
+ */
+QUENTA_API void quenta_get_supported_settings(int* settings);
+
+/* ---- Solvers from samples ------------------------------------------------------------------------------------- */
+
+/* Second kind, scalar:  y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
+ *
+ * Piecewise polynomial collocation: on each step of length h = m * m * dt the solution is the polynomial of degree
+ * count - 1 through its values at the nodes t_n + c_j h, and both integrals are replaced by the interpolatory
+ * quadrature on these nodes (H. Brunner, Collocation Methods for Volterra Integral and Related Functional Equations,
+ * Cambridge University Press 2004, chapter 2). Adjacent polynomials need not join. The cost grows like
+ * steps * log(steps)^2. All 56 settings are accepted.
+ *
+ * In   g[N], K[N]       forcing at t_i and kernel at lag t_i
+ *      N                number of samples, at least 1, and enough for the kernel samples that the first step needs:
+ *                       more than the largest k_i * (m - k_q) over the setting's nodes. A smaller N is fatal.
+ *      dt               spacing of the samples, in the unit of t; not examined
+ *      m, list[count]   a setting: a row of quenta_get_supported_settings. list is not read if no row has this m
+ *                       and this count.
+ *      want_coeffs      non-zero: also fill coeffs
+ * Out  out[N]           y(t_i); at a step boundary the mean of the two one-sided values; 0.0 past the last whole step
+ *      coeffs[(count+1)*steps]   with want_coeffs: step n, power j of s = (t - t_n) / h in 0 .. 1 at
+ *                       n*(count+1) + j, for j = 0 .. count-1; slot j = count of a step is not written. Not touched
+ *                       and may be null without want_coeffs; null with it is fatal once there is a step.
+ *      n_steps          steps = (N-1) / (m*m), rounded down. Samples past steps*m*m play no part.
+ * Returns QUENTA_SOLVED;
+ *      QUENTA_SIZE_OVERFLOW if (count+1)*steps > 2147483647 or (count+1)*(count+1) > 2147483647, tested first;
+ *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
+ *      QUENTA_SINGULAR_BLOCK if the system of the first step is singular to rounding, with at least one step.
+ * Any number of threads may call at once. Needs quenta_rt_init.
+ */
+QUENTA_API int quenta_solve_vie2(const double* g, const double* K, int N, double dt, int m, const int* list, int count,
+                                 int want_coeffs, double* out, double* coeffs, int* n_steps);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,89 @@
+// The constants of a row of the settings table, worked out while the library is built.
+#pragma once
+
+#include "quenta_solvers/collocation_settings.hpp"
+#include "quenta_solvers/lagrange.hpp"
+
+#include <array>
+#include <cstddef>
+
+namespace quenta {
+
+template <int row>
+struct row_tables {
+    static constexpr collocation_setting setting = supported_settings[row];
+    static constexpr int m = setting.m();
+    static constexpr int P = setting.count(); // nodes of a step
+    static constexpr int S = m * m;           // samples of a step: every point of the scheme is a sample
+
+    template <class element>
+    using per_node = std::array<element, P>;
+
+    static constexpr per_node<int> k = [] {
+        per_node<int> indices{};
+        for (int i = 0; i < P; ++i)
+            indices[i] = setting.node_index(i);
+        return indices;
+    }();
+    static constexpr node_list<P> c = [] {
+        node_list<P> nodes{};
+        for (std::size_t i = 0; i < P; ++i)
+            nodes[i] = double(k[i]) / double(m);
+        return nodes;
+    }();
+
+    // lambda[l][p]: the coefficient of s^p of L_l.
+    static constexpr per_node<std::array<double, P>> lambda = lagrange_basis(c);
+
+    // b[l]: the quadrature weight of node l on [0, 1].
+    static constexpr per_node<double> b = [] {
+        per_node<double> weights{};
+        for (std::size_t l = 0; l < P; ++l)
+            weights[l] = quadrature_weight(lambda[l]);
+        return weights;
+    }();
+
+    // The rule on the part [0, c_i] of a step, with the points c_i * c_q.
+    struct partial_rule {
+        per_node<double> weight;         // [q]: c_i * b_q
+        per_node<per_node<double>> value; // [q][l]: L_l(c_i * c_q)
+        per_node<int> lag;               // [q]: samples from the point c_i * c_q to c_i
+    };
+    static constexpr per_node<partial_rule> present = [] {
+        per_node<partial_rule> rules{};
+        for (std::size_t i = 0; i < P; ++i)
+            for (std::size_t q = 0; q < P; ++q) {
+                rules[i].weight[q] = c[i] * b[q];
+                rules[i].lag[q] = k[i] * (m - k[q]);
+                for (std::size_t l = 0; l < P; ++l)
+                    rules[i].value[q][l] = basis_value(lambda[l], c[i] * c[q]);
+            }
+        return rules;
+    }();
+
+    // The number of kernel samples that the present step reads.
+    static constexpr int present_samples = [] {
+        int largest = 0;
+        for (const partial_rule& rule : present)
+            for (const int lag : rule.lag)
+                largest = lag > largest ? lag : largest;
+        return largest + 1;
+    }();
+
+    // sample_value[e][l]: L_l at sample e of a step, e / S.
+    static constexpr std::array<per_node<double>, S + 1> sample_value = [] {
+        std::array<per_node<double>, S + 1> values{};
+        for (std::size_t e = 0; e <= S; ++e)
+            for (std::size_t l = 0; l < P; ++l)
+                values[e][l] = basis_value(lambda[l], double(e) / double(S));
+        return values;
+    }();
+};
+
+// Values that anyone can check by hand: the trapezoidal rule, and Simpson's rule (whose weights are the rounded sums
+// of rounded terms, and so not the doubles nearest to 1/6 and 2/3).
+static_assert(row_tables<2>::b == std::array{0.5, 0.5});
+static_assert(row_tables<9>::b[0] - 1.0 / 6.0 < 1e-16 && 1.0 / 6.0 - row_tables<9>::b[0] < 1e-16);
+static_assert(row_tables<9>::present[2].lag == std::array{4, 2, 0});
+
+} // namespace quenta

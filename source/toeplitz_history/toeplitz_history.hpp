@@ -1,0 +1,85 @@
+// The history term of a march: the online block convolution
+//
+//     H[t] = sum over j = 0 .. t-1 of K[t-j] * x[j],
+//
+// in which x[j], a vector of q doubles, becomes known only after step j, and K[d] is a matrix of p rows and q columns
+// that depends on the lag alone. Each push adds one dyadic block of sources to one dyadic block of targets, by direct
+// sums or, from block size 32 up, through the transform (relaxed multiplication: J. van der Hoeven, Relax, but don't
+// be too lazy, Journal of Symbolic Computation 34, 2002).
+#pragma once
+
+#include "toeplitz_history/vector_kernels.hpp"
+#include "utility/aligned_vector.hpp"
+#include "utility/view.hpp"
+
+#include <cstdint>
+#include <vector>
+
+namespace quenta {
+
+class ToeplitzHistory;
+
+// Writes block `lag` of the kernel, in full, through kernel_block or kernel_row.
+using kernel_provider = void (*)(void* context, std::int32_t lag, ToeplitzHistory& history);
+
+// A plain value that one solve keeps on one thread. The calling order is init, set_kernel_provider, and then for each
+// step t: history_at(t), solve, push. An access out of range is an index failure.
+class ToeplitzHistory {
+public:
+    // n steps, blocks of p rows and q columns. Everything is zero, and there is no provider.
+    void init(std::int32_t n, std::int32_t p, std::int32_t q);
+
+    // The provider is asked once for each lag from 1 on, in ascending order, when a block of targets first needs it.
+    // Without a provider, `kernel` is read as it stands.
+    void set_kernel_provider(void* context, kernel_provider function);
+
+    // The p doubles of H[t], complete as soon as t values have been pushed.
+    view<double> history_at(std::int32_t t);
+
+    // The p * q doubles of lag d, row-major, and the q doubles of its row r.
+    view<double> kernel_block(std::int32_t d);
+    view<double> kernel_row(std::int32_t d, std::int32_t r);
+
+    // Takes the first q doubles of `values` as the next x, and adds all that this makes known to the sums.
+    void push(view<const double> values);
+
+    std::int32_t n = 0; // steps
+    std::int32_t p = 0; // rows of a block, width of a sum
+    std::int32_t q = 0; // columns of a block, width of a pushed value
+
+    aligned_vector kernel; // (d, r, c) at (d*p + r)*q + c
+    aligned_vector sums;   // (t, r) at t*p + r
+    aligned_vector pushed; // (j, c) at j*q + c
+    std::int32_t count = 0;
+
+    // Scratch of the transform path. It only ever grows.
+    aligned_vector x_re, x_im;     // transformed sources, q rows
+    aligned_vector k_re, k_im;     // one transformed kernel entry
+    aligned_vector acc_re, acc_im; // accumulated products, p rows
+
+    // Transformed kernels, by level: level l serves blocks of 32 * 2^l sources, with twice as many points. An empty
+    // array is an absent one; a level whose first attempt did not fit the budget is not tried again.
+    std::vector<aligned_vector> cache_re, cache_im;
+    std::vector<bool> cache_tried;
+    std::uint64_t cache_budget = 0; // doubles that caches may still take
+
+    void* provider_context = nullptr;
+    kernel_provider provider = nullptr;
+    std::int32_t next_block = 0; // the next lag to ask of the provider
+
+    const vector_kernels* kernels = &best_kernels();
+
+private:
+    // The sources i-s .. i-1 and the targets i .. end-1 of one push.
+    struct dyadic_block {
+        std::int64_t i, s, end;
+        std::int64_t targets() const { return end - i; }
+    };
+
+    void convolve_direct(const dyadic_block& block);
+    void convolve_fft(const dyadic_block& block);
+    bool ensure_kernel_transform(std::size_t level, std::int64_t s, std::int64_t m);
+    void fill_kernel_row(double* re, double* im, std::int64_t entry, std::int64_t m) const;
+};
+
+} // namespace quenta

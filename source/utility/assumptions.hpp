@@ -1,0 +1,15 @@
+// What the library relies on in the platform, stated where the compiler can check it.
+#pragma once
+
+#include <cfloat>
+#include <cstdint>
+#include <limits>
+
+namespace quenta {
+
+static_assert(sizeof(int) == 4 && sizeof(double) == 8 && sizeof(void*) == 8, "64-bit machine, 32-bit int");
+static_assert(std::numeric_limits<double>::is_iec559, "IEEE 754 doubles");
+static_assert(FLT_EVAL_METHOD == 0, "double arithmetic is rounded to double after every operation");
+static_assert(-1 == ~0, "two's complement");
+
+} // namespace quenta

@@ -1,0 +1,26 @@
+#include "utility/failure.hpp"
+
+#include <cstdio>
+
+namespace quenta {
+
+index_failure::index_failure(std::uint64_t index, std::uint64_t length, code_position where) noexcept
+    : fatal_failure{"", where}, index{index}, length{length} {
+    // Written once into the object: what() must not allocate.
+    std::snprintf(text, sizeof text, "index %llu, length %llu", static_cast<unsigned long long>(index),
+                  static_cast<unsigned long long>(length));
+}
+
+void fail_index(std::uint64_t index, std::uint64_t length, code_position where) {
+    throw index_failure{index, length, where};
+}
+
+void fail_conversion(const char* message, code_position where) {
+    throw conversion_failure{message, where};
+}
+
+void fail_assertion(const char* message, code_position where) {
+    throw assertion_failure{message, where};
+}
+
+} // namespace quenta

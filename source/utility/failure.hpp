@@ -1,0 +1,68 @@
+// Fatal failures: what a contradiction in the arguments, or a mistake in the library, raises.
+//
+// They are exceptions that nothing inside the library catches. They leave through the export, and memory is released
+// on the way. A host may catch them as std::exception; one that does not is ended by them.
+#pragma once
+
+#include <cstdint>
+#include <exception>
+
+namespace quenta {
+
+// A place in the source. The default argument of a check is evaluated where the check is called.
+struct code_position {
+    const char* file;
+    int line;
+
+    static constexpr code_position here(const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+        return {file, line};
+    }
+};
+
+class fatal_failure : public std::exception {
+public:
+    fatal_failure(const char* message, code_position where) noexcept : where{where}, message{message} {}
+    const char* what() const noexcept override { return message; }
+
+    code_position where;
+
+private:
+    const char* message;
+};
+
+// An access outside a view: `index` is the first position that is not there, `length` what there is.
+class index_failure final : public fatal_failure {
+public:
+    index_failure(std::uint64_t index, std::uint64_t length, code_position where) noexcept;
+    const char* what() const noexcept override { return text; }
+
+    std::uint64_t index;
+    std::uint64_t length;
+
+private:
+    char text[96];
+};
+
+// A number that does not fit the type it is needed in.
+class conversion_failure final : public fatal_failure {
+public:
+    using fatal_failure::fatal_failure;
+};
+
+// A condition that only a mistake in the code can break.
+class assertion_failure final : public fatal_failure {
+public:
+    using fatal_failure::fatal_failure;
+};
+
+// The throwing halves stand out of line, so that a check costs a compare and a jump where it is made.
+[[noreturn]] void fail_index(std::uint64_t index, std::uint64_t length, code_position where);
+[[noreturn]] void fail_conversion(const char* message, code_position where);
+[[noreturn]] void fail_assertion(const char* message, code_position where);
+
+constexpr void require(bool condition, const char* message = "", code_position where = code_position::here()) {
+    if (!condition)
+        fail_assertion(message, where);
+}
+
+} // namespace quenta

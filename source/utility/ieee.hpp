@@ -1,0 +1,54 @@
+// IEEE arithmetic that may also run while the library is built.
+//
+// A compiler evaluates ordinary sums and products of doubles with the same roundings at build time as at run time,
+// but it rejects an operation that raises an IEEE exception (0/0, 1/0, inf*0, inf-inf). A list with a repeated node
+// needs exactly these results, so they are spelled out for that case.
+#pragma once
+
+#include <limits>
+#include <type_traits>
+
+namespace quenta::ieee {
+
+inline constexpr double infinity = std::numeric_limits<double>::infinity();
+inline constexpr double quiet_nan = std::numeric_limits<double>::quiet_NaN();
+
+constexpr bool is_nan(double x) {
+    return x != x;
+}
+
+constexpr bool is_infinite(double x) {
+    return x == infinity || x == -infinity;
+}
+
+constexpr bool is_negative(double x) {
+    return __builtin_copysign(1.0, x) < 0;
+}
+
+constexpr double quotient(double a, double b) {
+    if (std::is_constant_evaluated()) {
+        if (is_nan(a) || is_nan(b) || (a == 0 && b == 0) || (is_infinite(a) && is_infinite(b)))
+            return quiet_nan;
+        if (b == 0)
+            return is_negative(a) == is_negative(b) ? infinity : -infinity;
+    }
+    return a / b;
+}
+
+constexpr double product(double a, double b) {
+    if (std::is_constant_evaluated()) {
+        if (is_nan(a) || is_nan(b) || (is_infinite(a) && b == 0) || (a == 0 && is_infinite(b)))
+            return quiet_nan;
+    }
+    return a * b;
+}
+
+constexpr double sum(double a, double b) {
+    if (std::is_constant_evaluated()) {
+        if (is_nan(a) || is_nan(b) || (is_infinite(a) && is_infinite(b) && a != b))
+            return quiet_nan;
+    }
+    return a + b;
+}
+
+} // namespace quenta::ieee

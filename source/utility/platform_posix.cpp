@@ -1,0 +1,46 @@
+// POSIX: a thread-specific key with a destructor, and SIGFPE.
+#include "utility/platform.hpp"
+
+#include <csignal>
+#include <cstdlib>
+
+#include <pthread.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
+namespace quenta::platform {
+
+static_assert(sizeof(pthread_key_t) <= sizeof(std::uint32_t), "a key is kept as an unsigned 32-bit slot");
+
+std::uint32_t allocate_thread_slot(void (*destructor)(void*)) {
+    pthread_key_t key;
+    if (pthread_key_create(&key, destructor) != 0)
+        return no_slot;
+    return static_cast<std::uint32_t>(key);
+}
+
+void set_thread_slot(std::uint32_t slot, void* value) {
+    pthread_setspecific(static_cast<pthread_key_t>(slot), value);
+}
+
+void release_free_memory() {
+#if defined(__GLIBC__)
+    malloc_trim(0);
+#endif
+}
+
+void raise_arithmetic_fault() {
+    // A host's own handler hears of it first, as it would of the instruction's fault. A fault of the processor cannot
+    // be survived, ignored or blocked, so neither can this one.
+    std::raise(SIGFPE);
+    std::signal(SIGFPE, SIG_DFL);
+    sigset_t fault;
+    sigemptyset(&fault);
+    sigaddset(&fault, SIGFPE);
+    pthread_sigmask(SIG_UNBLOCK, &fault, nullptr);
+    std::raise(SIGFPE);
+    std::abort();
+}
+
+} // namespace quenta::platform

@@ -1,0 +1,48 @@
+// Windows: a fibre-local slot with a destructor, and the exception of an integer division by zero.
+#include "utility/platform.hpp"
+
+#include <cstdlib>
+
+#include <windows.h>
+
+namespace {
+
+void (*slot_destructor)(void*) = nullptr;
+
+// The platform's calling convention differs from the library's own on 32-bit machines.
+VOID WINAPI run_slot_destructor(PVOID value) {
+    slot_destructor(value);
+}
+
+} // namespace
+
+namespace quenta::platform {
+
+static_assert(FLS_OUT_OF_INDEXES == no_slot, "a failed allocation is stored as it comes");
+
+std::uint32_t allocate_thread_slot(void (*destructor)(void*)) {
+    slot_destructor = destructor;
+    return FlsAlloc(run_slot_destructor);
+}
+
+void set_thread_slot(std::uint32_t slot, void* value) {
+    FlsSetValue(slot, value);
+}
+
+void release_free_memory() {
+    HeapCompact(GetProcessHeap(), 0);
+}
+
+void raise_arithmetic_fault() {
+    RaiseException(EXCEPTION_INT_DIVIDE_BY_ZERO, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+    std::abort();
+}
+
+} // namespace quenta::platform
+
+// Loading starts nothing. The end of a thread is seen through its slot alone, so the per-thread notifications are off.
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
+    if (reason == DLL_PROCESS_ATTACH)
+        DisableThreadLibraryCalls(module);
+    return TRUE;
+}

@@ -1,0 +1,90 @@
+// The subsets of a fixed size of a short list, in lexicographic order of their sorted positions.
+//
+// The order is part of the results: sums over subsets are rounded in it.
+#pragma once
+
+#include "utility/bit_test.hpp"
+
+#include <bit>
+#include <cstdint>
+
+namespace quenta {
+
+// One subset, walked by its elements in ascending position.
+class subset {
+public:
+    struct end_marker {};
+
+    class iterator {
+    public:
+        constexpr iterator(std::uint32_t bits, const double* element) : bits{bits}, element{element} {
+            skip_absent();
+        }
+        constexpr double operator*() const { return *element; }
+        constexpr iterator& operator++() {
+            bits >>= 1;
+            ++element;
+            skip_absent();
+            return *this;
+        }
+        constexpr bool operator==(end_marker) const { return bits == 0; }
+
+    private:
+        constexpr void skip_absent() {
+            while (bits != 0 && !bit_test(bits, 0)) {
+                bits >>= 1;
+                ++element;
+            }
+        }
+
+        std::uint32_t bits;
+        const double* element;
+    };
+
+    constexpr subset(std::uint32_t bits, const double* elements) : bits{bits}, elements{elements} {}
+    constexpr iterator begin() const { return {bits, elements}; }
+    constexpr end_marker end() const { return {}; }
+    constexpr int size() const { return std::popcount(bits); }
+
+private:
+    std::uint32_t bits;
+    const double* elements;
+};
+
+struct subset_range {
+    static constexpr std::uint32_t exhausted = 0x80000000;
+
+    std::uint32_t bits;     // bit i set: element i belongs to the current subset
+    std::uint64_t length;   // of the list, at most 31
+    const double* elements; // the list
+
+    constexpr subset_range(int size, const double* elements, std::uint64_t length)
+        : bits{(1u << size) - 1}, length{length}, elements{elements} {}
+
+    constexpr bool empty() const { return bit_test(bits, 31); }
+
+    constexpr subset front() const {
+        require(!empty());
+        require(bits >> length == 0, "1 bits found in positions not corresponsing to elements in set");
+        return {bits, elements};
+    }
+
+    constexpr void pop_front() {
+        require(!empty());
+        const std::uint32_t all = (1u << length) - 1;
+        const int top = static_cast<int>(length) - 1;
+        // Ones at the top of the list, unbroken. Two shifts, as an empty list needs 32 places.
+        const int run = std::countl_one(bits << 1 << (30 - top));
+        if (run == std::popcount(bits)) { // all ones are at the top: this was the last subset
+            bits = exhausted;
+            return;
+        }
+        // The highest one below the run moves up by one place, and the run follows it.
+        const std::uint32_t below = bits & (all >> run);
+        const int moving = std::bit_width(below) - 1;
+        const std::uint32_t kept = below & ~(1u << moving);
+        bits = kept | (((1u << (run + 1)) - 1) << (moving + 1));
+    }
+};
+
+} // namespace quenta

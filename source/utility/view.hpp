@@ -1,0 +1,39 @@
+// A view: a length with a pointer, the form in which a solver receives each array.
+//
+// Every access is tested against the length. A hot loop takes its slice once, at its head, and then runs on the
+// slice's bare pointer.
+#pragma once
+
+#include "utility/failure.hpp"
+
+#include <cstdint>
+#include <type_traits>
+
+namespace quenta {
+
+template <class element>
+struct view {
+    std::uint64_t length = 0;
+    element* pointer = nullptr;
+
+    constexpr element& at(std::uint64_t index, code_position where = code_position::here()) const {
+        if (index >= length)
+            fail_index(index, length, where);
+        return pointer[index];
+    }
+
+    // The `count` elements from `first` on. An empty slice may stand anywhere in the view, its end included.
+    constexpr view slice(std::uint64_t first, std::uint64_t count, code_position where = code_position::here()) const {
+        if (count > length || first > length - count)
+            fail_index(first < length ? length : first, length, where);
+        return {count, pointer + first};
+    }
+
+    constexpr operator view<const element>() const
+        requires(!std::is_const_v<element>)
+    {
+        return {length, pointer};
+    }
+};
+
+} // namespace quenta
