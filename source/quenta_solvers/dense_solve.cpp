@@ -10,7 +10,9 @@ bool solve_dense_in_place(view<double> a, view<double> b, int n, view<int> pivot
     double* const matrix = a.slice(0, size * size).pointer;
     double* const x = b.slice(0, size).pointer;
     int* const swapped = pivots.slice(0, size).pointer;
-    const auto column = [&](std::int64_t j) { return matrix + j * order; };
+    const auto column = [&](std::int64_t j) {
+        return matrix + j * order;
+    };
 
     const double tolerance = double(n) * eps;
     double biggest = 0.0;

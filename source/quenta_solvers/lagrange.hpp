@@ -21,8 +21,7 @@ using node_list = std::array<double, n>;
 // The coefficients r of L_j(s) = sum over k of r[k] * s^k, ascending, with L_j(x_j) = 1 and L_j(x_i) = 0 elsewhere:
 // r[k] is the elementary symmetric sum of order n-1-k of the negated other nodes, over the product of x_j minus each.
 template <std::size_t n>
-    requires(n >= 2)
-constexpr std::array<double, n> lagrange_coefficients(const node_list<n>& nodes, std::uint64_t j) {
+requires(n >= 2) constexpr std::array<double, n> lagrange_coefficients(const node_list<n>& nodes, std::uint64_t j) {
     if (j >= n)
         fail_index(j, n, code_position::here());
     std::array<double, n - 1> others{};

@@ -45,9 +45,9 @@ struct row_tables {
 
     // The rule on the part [0, c_i] of a step, with the points c_i * c_q.
     struct partial_rule {
-        per_node<double> weight;         // [q]: c_i * b_q
+        per_node<double> weight;          // [q]: c_i * b_q
         per_node<per_node<double>> value; // [q][l]: L_l(c_i * c_q)
-        per_node<int> lag;               // [q]: samples from the point c_i * c_q to c_i
+        per_node<int> lag;                // [q]: samples from the point c_i * c_q to c_i
     };
     static constexpr per_node<partial_rule> present = [] {
         per_node<partial_rule> rules{};

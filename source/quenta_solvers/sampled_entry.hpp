@@ -53,8 +53,7 @@ inline bool accept_all_rows(const sampled_request&) {
 // Runs the checks that come before any numerical work, in their order: sizes, the kind's own refusals, the search of
 // the row. Returns `status_solved` with `sizes` filled in, or the status to return.
 inline int check_sampled_request(const sampled_request& request, refusal refuses, sampled_sizes& sizes) {
-    const std::int32_t steps =
-        faulting_quotient(wrapping_sum(request.N, -1), wrapping_product(request.m, request.m));
+    const std::int32_t steps = faulting_quotient(wrapping_sum(request.N, -1), wrapping_product(request.m, request.m));
     if (sizes_overflow(request, steps))
         return status_size_overflow;
     if (refuses(request))

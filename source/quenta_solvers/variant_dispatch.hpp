@@ -24,9 +24,11 @@ template <class visitor>
 bool dispatch_row(int row, const visitor& visit) {
     using entry = bool (*)(const visitor&);
     static constexpr auto entries = []<int... rows>(std::integer_sequence<int, rows...>) {
-        return std::array<entry, sizeof...(rows)>{
-            [](const visitor& v) { return v.template operator()<rows>(); }...};
-    }(std::make_integer_sequence<int, supported_setting_count>{});
+        return std::array<entry, sizeof...(rows)>{[](const visitor& v) {
+            return v.template operator()<rows>();
+        }...};
+    }
+    (std::make_integer_sequence<int, supported_setting_count>{});
     return entries[static_cast<std::size_t>(row)](visit);
 }
 
@@ -34,15 +36,24 @@ bool dispatch_row(int row, const visitor& visit) {
 template <class visitor>
 bool dispatch_dimension(int D, const visitor& visit) {
     switch (D) {
-    case 1: return visit(fixed_dimension<1>{});
-    case 2: return visit(fixed_dimension<2>{});
-    case 3: return visit(fixed_dimension<3>{});
-    case 4: return visit(fixed_dimension<4>{});
-    case 5: return visit(fixed_dimension<5>{});
-    case 6: return visit(fixed_dimension<6>{});
-    case 7: return visit(fixed_dimension<7>{});
-    case 8: return visit(fixed_dimension<max_fixed_dimension>{});
-    default: return visit(run_time_dimension{D});
+    case 1:
+        return visit(fixed_dimension<1>{});
+    case 2:
+        return visit(fixed_dimension<2>{});
+    case 3:
+        return visit(fixed_dimension<3>{});
+    case 4:
+        return visit(fixed_dimension<4>{});
+    case 5:
+        return visit(fixed_dimension<5>{});
+    case 6:
+        return visit(fixed_dimension<6>{});
+    case 7:
+        return visit(fixed_dimension<7>{});
+    case 8:
+        return visit(fixed_dimension<max_fixed_dimension>{});
+    default:
+        return visit(run_time_dimension{D});
     }
 }
 

@@ -51,8 +51,8 @@ square_matrix<row_tables<row>::P> vie2_present_block(view<const double> K) {
         for (int l = 0; l < tables::P; ++l) {
             double sum = 0.0;
             for (int q = 0; q < tables::P; ++q)
-                sum += (sample[tables::present[i].lag[q]] * tables::present[i].weight[q]) *
-                       tables::present[i].value[q][l];
+                sum +=
+                    (sample[tables::present[i].lag[q]] * tables::present[i].weight[q]) * tables::present[i].value[q][l];
             W[i][l] = sum;
         }
     return W;

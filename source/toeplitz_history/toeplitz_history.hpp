@@ -12,6 +12,7 @@
 #include "utility/aligned_vector.hpp"
 #include "utility/view.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -78,8 +79,9 @@ private:
 
     void convolve_direct(const dyadic_block& block);
     void convolve_fft(const dyadic_block& block);
-    bool ensure_kernel_transform(std::size_t level, std::int64_t s, std::int64_t m);
-    void fill_kernel_row(double* re, double* im, std::int64_t entry, std::int64_t m) const;
+    bool ensure_kernel_transform(std::size_t level, std::int64_t m);
+    void fill_kernel_rows(aligned_vector& re, aligned_vector& im, std::int64_t first, std::int64_t entries,
+                          std::int64_t m) const;
 };
 
 } // namespace quenta

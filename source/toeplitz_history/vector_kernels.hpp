@@ -12,19 +12,22 @@ namespace quenta {
 struct vector_kernels {
     const char* name;
 
-    // Transforms `rows` rows of n complex numbers each, which stand one behind the other; n is a power of two.
+    // Transforms `rows` rows of n complex numbers each, which stand one behind the other; n is a power of two. The
+    // rows share their twiddles.
     void (*transform_rows)(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse);
 
     // sums[t] += sum over c of block(t-j)[r][c] * x[j][c] for targets t and sources j, one addition per pair (t, j),
-    // sources ascending for every target. The layouts of ToeplitzHistory; `sums` and `x` point at the first target and
-    // the first source, `kernel` at the lag between these two.
+    // sources ascending for every target. The layouts are those of ToeplitzHistory. `sums` points at the first target,
+    // `x` at the first source, and `kernel` at the block of the lag between these two.
     void (*add_direct_sums)(double* sums, const double* kernel, const double* x, std::int64_t targets,
                             std::int64_t sources, std::int64_t p, std::int64_t q);
 
-    // acc[u] = sum over columns, ascending and from 0.0, of kernel[c][u] * x[c][u], in complex numbers, for `length`
-    // values of u. The columns of `kernel` and of `x` stand `length` apart.
+    // acc[u] += kernel[c][u] * x[c][u] in complex numbers, for columns c ascending and `length` values of u. With
+    // `from_zero` the old content of acc counts as 0.0. The columns of `kernel` and of `x` stand `length` apart;
+    // length is a multiple of 8.
     void (*multiply_spectra)(double* acc_re, double* acc_im, const double* kernel_re, const double* kernel_im,
-                             const double* x_re, const double* x_im, std::int64_t length, std::int64_t columns);
+                             const double* x_re, const double* x_im, std::int64_t length, std::int64_t columns,
+                             bool from_zero);
 };
 
 // What the processor, and the system that saves its registers, can do.

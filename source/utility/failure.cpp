@@ -4,8 +4,8 @@
 
 namespace quenta {
 
-index_failure::index_failure(std::uint64_t index, std::uint64_t length, code_position where) noexcept
-    : fatal_failure{"", where}, index{index}, length{length} {
+index_failure::index_failure(std::uint64_t at, std::uint64_t of, code_position position) noexcept
+    : fatal_failure{"", position}, index{at}, length{of} {
     // Written once into the object: what() must not allocate.
     std::snprintf(text, sizeof text, "index %llu, length %llu", static_cast<unsigned long long>(index),
                   static_cast<unsigned long long>(length));

@@ -21,7 +21,7 @@ struct code_position {
 
 class fatal_failure : public std::exception {
 public:
-    fatal_failure(const char* message, code_position where) noexcept : where{where}, message{message} {}
+    fatal_failure(const char* text, code_position position) noexcept : where{position}, message{text} {}
     const char* what() const noexcept override { return message; }
 
     code_position where;
@@ -33,7 +33,7 @@ private:
 // An access outside a view: `index` is the first position that is not there, `length` what there is.
 class index_failure final : public fatal_failure {
 public:
-    index_failure(std::uint64_t index, std::uint64_t length, code_position where) noexcept;
+    index_failure(std::uint64_t at, std::uint64_t of, code_position position) noexcept;
     const char* what() const noexcept override { return text; }
 
     std::uint64_t index;

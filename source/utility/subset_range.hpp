@@ -17,9 +17,7 @@ public:
 
     class iterator {
     public:
-        constexpr iterator(std::uint32_t bits, const double* element) : bits{bits}, element{element} {
-            skip_absent();
-        }
+        constexpr iterator(std::uint32_t of, const double* first) : bits{of}, element{first} { skip_absent(); }
         constexpr double operator*() const { return *element; }
         constexpr iterator& operator++() {
             bits >>= 1;
@@ -41,7 +39,7 @@ public:
         const double* element;
     };
 
-    constexpr subset(std::uint32_t bits, const double* elements) : bits{bits}, elements{elements} {}
+    constexpr subset(std::uint32_t of, const double* list) : bits{of}, elements{list} {}
     constexpr iterator begin() const { return {bits, elements}; }
     constexpr end_marker end() const { return {}; }
     constexpr int size() const { return std::popcount(bits); }
@@ -58,8 +56,8 @@ struct subset_range {
     std::uint64_t length;   // of the list, at most 31
     const double* elements; // the list
 
-    constexpr subset_range(int size, const double* elements, std::uint64_t length)
-        : bits{(1u << size) - 1}, length{length}, elements{elements} {}
+    constexpr subset_range(int size, const double* list, std::uint64_t list_length)
+        : bits{(1u << size) - 1}, length{list_length}, elements{list} {}
 
     constexpr bool empty() const { return bit_test(bits, 31); }
 

@@ -29,11 +29,7 @@ struct view {
         return {count, pointer + first};
     }
 
-    constexpr operator view<const element>() const
-        requires(!std::is_const_v<element>)
-    {
-        return {length, pointer};
-    }
+    constexpr operator view<const element>() const requires(!std::is_const_v<element>) { return {length, pointer}; }
 };
 
 } // namespace quenta

@@ -1,0 +1,65 @@
+#include "toeplitz_history/fft.hpp"
+
+#include "toeplitz_history/vector_kernels.hpp"
+
+#include <cmath>
+#include <utility>
+
+namespace quenta {
+
+namespace {
+
+// The parallel population count of a 64-bit word.
+constexpr std::uint64_t count_bits(std::uint64_t word) {
+    word -= (word >> 1) & 0x5555555555555555;
+    word = (word & 0x3333333333333333) + ((word >> 2) & 0x3333333333333333);
+    word = (word + (word >> 4)) & 0x0f0f0f0f0f0f0f0f;
+    return (word * 0x0101010101010101) >> 56;
+}
+
+} // namespace
+
+void fft_inplace(view<double> re, view<double> im, bool inverse) {
+    const std::uint64_t n = re.length;
+    require(n == im.length);
+    require(count_bits(n) <= 1);
+    if (n >= 2)
+        best_kernels().transform_rows(re.pointer, im.pointer, std::int64_t(n), 1, inverse);
+}
+
+void transform_plainly(double* re, double* im, std::int64_t n, bool inverse) {
+    for (std::int64_t i = 0, j = 0; i < n - 1; ++i) {
+        if (i < j) {
+            std::swap(re[i], re[j]);
+            std::swap(im[i], im[j]);
+        }
+        std::int64_t bit = n >> 1;
+        for (; (j & bit) != 0; bit >>= 1)
+            j &= ~bit;
+        j |= bit;
+    }
+    for (std::int64_t length = 2; length <= n; length *= 2) {
+        const double theta = (inverse ? 6.283185307179586 : -6.283185307179586) / double(length);
+        const double step_re = std::cos(theta);
+        const double step_im = std::sin(theta);
+        const std::int64_t half = length / 2;
+        for (std::int64_t group = 0; group < n; group += length) {
+            // At most 16 butterflies: the recurrence is not restarted at these lengths.
+            double w_re = 1.0, w_im = 0.0;
+            for (std::int64_t lo = group; lo < group + half; ++lo) {
+                const std::int64_t hi = lo + half;
+                const double t_im = w_re * im[hi] + w_im * re[hi];
+                const double t_re = re[hi] * w_re - im[hi] * w_im;
+                re[hi] = re[lo] - t_re;
+                im[hi] = im[lo] - t_im;
+                re[lo] = t_re + re[lo];
+                im[lo] = t_im + im[lo];
+                const double next_re = step_re * w_re - step_im * w_im;
+                w_im = w_im * step_re + w_re * step_im;
+                w_re = next_re;
+            }
+        }
+    }
+}
+
+} // namespace quenta

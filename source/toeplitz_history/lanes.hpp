@@ -1,0 +1,57 @@
+// A register of several doubles, and the few moves that arithmetic on it does not cover.
+//
+// Everything here and in the kernels is a template on the instruction set's tag or on the width: code of one set must
+// not be merged with that of another by the linker.
+#pragma once
+
+#include <cstring>
+#include <utility>
+
+namespace quenta {
+
+template <int width>
+struct lanes_type {
+    typedef double type __attribute__((vector_size(width * sizeof(double))));
+};
+template <int width>
+using lanes = typename lanes_type<width>::type;
+
+// No alignment is asked for.
+template <int width>
+[[gnu::always_inline]] inline lanes<width> load(const double* from) {
+    lanes<width> value;
+    std::memcpy(&value, from, sizeof value);
+    return value;
+}
+
+template <int width>
+[[gnu::always_inline]] inline void store(double* to, lanes<width> value) {
+    std::memcpy(to, &value, sizeof value);
+}
+
+template <int width>
+[[gnu::always_inline]] inline lanes<width> broadcast(double value) {
+    return value - lanes<width>{}; // value - 0.0 is value, also for -0.0
+}
+
+// One round of the transposition below: of two rows `distance` apart, the upper gives its lanes with that bit clear
+// and receives the lower's.
+template <int width, int distance, int... lane>
+[[gnu::always_inline]] inline void exchange_lanes(lanes<width>& upper, lanes<width>& lower,
+                                                  std::integer_sequence<int, lane...>) {
+    const lanes<width> a = upper, b = lower;
+    upper = __builtin_shufflevector(a, b, ((lane & distance) != 0 ? width + lane - distance : lane)...);
+    lower = __builtin_shufflevector(a, b, ((lane & distance) != 0 ? width + lane : lane + distance)...);
+}
+
+// Transposes `width` rows of `width` lanes.
+template <int width, int distance = width / 2>
+[[gnu::always_inline]] inline void transpose(lanes<width> (&rows)[width]) {
+    for (int row = 0; row < width; ++row)
+        if ((row & distance) == 0)
+            exchange_lanes<width, distance>(rows[row], rows[row + distance], std::make_integer_sequence<int, width>{});
+    if constexpr (distance > 1)
+        transpose<width, distance / 2>(rows);
+}
+
+} // namespace quenta

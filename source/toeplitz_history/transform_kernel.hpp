@@ -1,0 +1,334 @@
+// The transform of rows of complex numbers, by lanes.
+//
+// The arithmetic is that of the plain radix-2 loop, butterfly by butterfly; only the order in which independent
+// butterflies are computed differs, so that memory is passed over as rarely as possible:
+//
+//   1. one pass permutes by bit reversal and runs the first log2(width) stages, on square tiles that are transposed in
+//      registers;
+//   2. blocks that fit the nearest cache run all their further stages, two or three at a time, with twiddles from a
+//      table on the stack that is formed once and serves all blocks of all rows;
+//   3. the last stages run two or three at a time over everything, chunk by chunk of their twiddles.
+//
+// The twiddles of a stage come from the recurrence w <- w * exp(i theta), restarted from cos and sin every 32
+// butterflies. Each run between restarts is a chain of its own, and `width` chains advance together.
+#pragma once
+
+#include "toeplitz_history/fft.hpp"
+#include "toeplitz_history/lanes.hpp"
+
+#include <cmath>
+#include <cstdint>
+
+namespace quenta {
+
+template <class isa>
+struct transform_kernel {
+    static constexpr int width = isa::width;
+    using vector = lanes<width>;
+
+    static constexpr std::int64_t run_length = 32;     // butterflies from one restart of the twiddles to the next
+    static constexpr std::int64_t block_length = 2048; // of phase 2: block and table lie in the nearest caches
+    static constexpr std::int64_t chunk_length = 128;  // twiddles of phase 3 that are formed at a time
+    static constexpr int most_parts = (1 << isa::fused_stages) - 1;
+
+    // ---- Twiddles ------------------------------------------------------------------------------------------------
+
+    // Collects runs of twiddles that are wanted and computes them `width` at a time.
+    class twiddle_runs {
+    public:
+        explicit twiddle_runs(double signed_circle) : two_pi{signed_circle} {}
+        twiddle_runs(const twiddle_runs&) = delete;
+        twiddle_runs& operator=(const twiddle_runs&) = delete;
+        ~twiddle_runs() = default;
+
+        // The stage that the following runs belong to. Its length is twice the number of its twiddles.
+        void begin_stage(std::int64_t half) {
+            theta = two_pi / double(2 * half);
+            step_re = std::cos(theta);
+            step_im = std::sin(theta);
+        }
+
+        // The twiddles first .. first + length - 1 of the stage, length a multiple of `width` and at most a run, into
+        // these arrays. `first` is a restart.
+        void want(std::int64_t first, std::int64_t length, double* to_re, double* to_im) {
+            lane_step_re[filled] = step_re;
+            lane_step_im[filled] = step_im;
+            lane_re[filled] = first == 0 ? 1.0 : std::cos(double(first) * theta);
+            lane_im[filled] = first == 0 ? 0.0 : std::sin(double(first) * theta);
+            lane_to_re[filled] = to_re;
+            lane_to_im[filled] = to_im;
+            lane_length[filled] = length;
+            longest = length > longest ? length : longest;
+            if (++filled == width)
+                compute();
+        }
+
+        void compute() {
+            for (int lane = filled; lane < width; ++lane)
+                lane_step_re[lane] = lane_step_im[lane] = lane_re[lane] = lane_im[lane] = 0.0;
+            const vector s_re = load<width>(lane_step_re), s_im = load<width>(lane_step_im);
+            vector w_re = load<width>(lane_re), w_im = load<width>(lane_im);
+            for (std::int64_t position = 0; position < longest; position += width) {
+                vector tile_re[width], tile_im[width];
+                for (int row = 0; row < width; ++row) {
+                    tile_re[row] = w_re;
+                    tile_im[row] = w_im;
+                    const vector next_re = s_re * w_re - s_im * w_im;
+                    w_im = w_im * s_re + w_re * s_im;
+                    w_re = next_re;
+                }
+                transpose<width>(tile_re);
+                transpose<width>(tile_im);
+                for (int lane = 0; lane < filled; ++lane)
+                    if (position < lane_length[lane]) {
+                        store<width>(lane_to_re[lane] + position, tile_re[lane]);
+                        store<width>(lane_to_im[lane] + position, tile_im[lane]);
+                    }
+            }
+            filled = 0;
+            longest = 0;
+        }
+
+    private:
+        double two_pi;
+        double theta = 0.0, step_re = 0.0, step_im = 0.0;
+        int filled = 0;
+        std::int64_t longest = 0;
+        double lane_step_re[width], lane_step_im[width], lane_re[width], lane_im[width];
+        double* lane_to_re[width];
+        double* lane_to_im[width];
+        std::int64_t lane_length[width];
+    };
+
+    // ---- Butterflies ---------------------------------------------------------------------------------------------
+
+    [[gnu::always_inline]] static void butterfly(vector& lo_re, vector& lo_im, vector& hi_re, vector& hi_im,
+                                                 const vector& w_re, const vector& w_im) {
+        const vector t_im = w_re * hi_im + w_im * hi_re;
+        const vector t_re = hi_re * w_re - hi_im * w_im;
+        hi_re = lo_re - t_re;
+        hi_im = lo_im - t_im;
+        lo_re = t_re + lo_re;
+        lo_im = t_im + lo_im;
+    }
+
+    // Where the twiddles of `count` fused stages stand. Stage s pairs elements 2^s * half apart; the twiddles of its
+    // part u, the butterflies u * half .. (u+1) * half - 1 of a group, are in entry 2^s - 1 + u.
+    struct twiddle_parts {
+        const double* re[most_parts];
+        const double* im[most_parts];
+    };
+
+    // The stages with `half`, 2 * half, .. butterflies in a group, `count` of them, on all groups of `total` elements:
+    // the butterflies first .. first + length - 1 of each part, whose twiddles `parts` points at.
+    template <int count>
+    static void fused_stages(double* re, double* im, std::int64_t total, std::int64_t half, std::int64_t first,
+                             std::int64_t length, const twiddle_parts& parts) {
+        constexpr int legs = 1 << count;
+        for (std::int64_t group = first; group < total; group += half * legs)
+            for (std::int64_t k = 0; k < length; k += width) {
+                double* const at_re = re + group + k;
+                double* const at_im = im + group + k;
+                vector leg_re[legs], leg_im[legs];
+#pragma GCC unroll 8
+                for (int leg = 0; leg < legs; ++leg) {
+                    leg_re[leg] = load<width>(at_re + leg * half);
+                    leg_im[leg] = load<width>(at_im + leg * half);
+                }
+#pragma GCC unroll 3
+                for (int stage = 0; stage < count; ++stage)
+#pragma GCC unroll 8
+                    for (int leg = 0; leg < legs; ++leg) {
+                        const int distance = 1 << stage;
+                        if ((leg & distance) != 0)
+                            continue;
+                        const int part = distance - 1 + (leg & (distance - 1));
+                        butterfly(leg_re[leg], leg_im[leg], leg_re[leg + distance], leg_im[leg + distance],
+                                  load<width>(parts.re[part] + k), load<width>(parts.im[part] + k));
+                    }
+#pragma GCC unroll 8
+                for (int leg = 0; leg < legs; ++leg) {
+                    store<width>(at_re + leg * half, leg_re[leg]);
+                    store<width>(at_im + leg * half, leg_im[leg]);
+                }
+            }
+    }
+
+    static void run_fused(int count, double* re, double* im, std::int64_t total, std::int64_t half, std::int64_t first,
+                          std::int64_t length, const twiddle_parts& parts) {
+        if (count == 1)
+            fused_stages<1>(re, im, total, half, first, length, parts);
+        else if (count == 2 || isa::fused_stages == 2)
+            fused_stages<2>(re, im, total, half, first, length, parts);
+        else
+            fused_stages<isa::fused_stages>(re, im, total, half, first, length, parts);
+    }
+
+    // How many of the stages up to groups of `length` come next: as few passes as possible, of even size.
+    static int next_count(std::int64_t half, std::int64_t length) {
+        int left = 0;
+        for (std::int64_t groups = half; groups < length; groups *= 2)
+            ++left;
+        const int passes = (left + isa::fused_stages - 1) / isa::fused_stages;
+        return (left + passes - 1) / passes;
+    }
+
+    // ---- Phase 1: bit reversal and the first stages ----------------------------------------------------------------
+
+    // In the index of an element, the highest and the lowest log2(width) bits are the row and the column of a tile, and
+    // the bits between say which tile. Bit reversal transposes each tile, permutes its rows and columns, and swaps
+    // the tile with the one of the reversed number.
+    struct first_stages {
+        vector w_re[width], w_im[width]; // stage with half h: twiddle k at h + k
+
+        explicit first_stages(double two_pi) {
+            for (int half = 1; half < width; half *= 2) {
+                const double theta = two_pi / double(2 * half);
+                const double step_re = half == 1 ? 0.0 : std::cos(theta); // a single twiddle needs no step
+                const double step_im = half == 1 ? 0.0 : std::sin(theta);
+                double re = 1.0, im = 0.0;
+                for (int k = 0; k < half; ++k) {
+                    w_re[half + k] = broadcast<width>(re);
+                    w_im[half + k] = broadcast<width>(im);
+                    const double next_re = step_re * re - step_im * im;
+                    im = im * step_re + re * step_im;
+                    re = next_re;
+                }
+            }
+        }
+    };
+
+    static constexpr int reversed_row(int row) {
+        int reversed = 0;
+        for (int bit = 1; bit < width; bit *= 2)
+            reversed = 2 * reversed + ((row & bit) != 0 ? 1 : 0);
+        return reversed;
+    }
+
+    [[gnu::always_inline]] static void take_tile(const double* re, const double* im, std::int64_t row_distance,
+                                                 vector (&tile_re)[width], vector (&tile_im)[width],
+                                                 const first_stages& stages) {
+#pragma GCC unroll 8
+        for (int row = 0; row < width; ++row) {
+            tile_re[row] = load<width>(re + reversed_row(row) * row_distance);
+            tile_im[row] = load<width>(im + reversed_row(row) * row_distance);
+        }
+#pragma GCC unroll 3
+        for (int half = 1; half < width; half *= 2)
+#pragma GCC unroll 8
+            for (int lo = 0; lo < width; ++lo)
+                if ((lo & half) == 0) {
+                    const int k = lo & (half - 1);
+                    butterfly(tile_re[lo], tile_im[lo], tile_re[lo + half], tile_im[lo + half], stages.w_re[half + k],
+                              stages.w_im[half + k]);
+                }
+        transpose<width>(tile_re);
+        transpose<width>(tile_im);
+    }
+
+    [[gnu::always_inline]] static void put_tile(double* re, double* im, std::int64_t row_distance,
+                                                const vector (&tile_re)[width], const vector (&tile_im)[width]) {
+#pragma GCC unroll 8
+        for (int row = 0; row < width; ++row) {
+            store<width>(re + reversed_row(row) * row_distance, tile_re[row]);
+            store<width>(im + reversed_row(row) * row_distance, tile_im[row]);
+        }
+    }
+
+    static void permute_and_start(double* re, double* im, std::int64_t n, const first_stages& stages) {
+        const std::int64_t row_distance = n / width;
+        const std::int64_t tiles = row_distance / width;
+        vector a_re[width], a_im[width], b_re[width], b_im[width];
+        std::int64_t reversed = 0;
+        for (std::int64_t tile = 0; tile < tiles; ++tile) {
+            if (tile <= reversed) {
+                double* const at_re = re + tile * width;
+                double* const at_im = im + tile * width;
+                double* const with_re = re + reversed * width;
+                double* const with_im = im + reversed * width;
+                take_tile(at_re, at_im, row_distance, a_re, a_im, stages);
+                if (tile != reversed) {
+                    take_tile(with_re, with_im, row_distance, b_re, b_im, stages);
+                    put_tile(at_re, at_im, row_distance, b_re, b_im);
+                }
+                put_tile(with_re, with_im, row_distance, a_re, a_im);
+            }
+            std::int64_t bit = tiles / 2;
+            for (; (reversed & bit) != 0; bit /= 2)
+                reversed -= bit;
+            reversed += bit;
+        }
+    }
+
+    // ---- Phases 2 and 3 ------------------------------------------------------------------------------------------
+
+    static void stages_within_blocks(double* re, double* im, std::int64_t total, std::int64_t block, double two_pi) {
+        // Stage with half h: twiddle k at h + k.
+        alignas(64) double table_re[block_length];
+        alignas(64) double table_im[block_length];
+        twiddle_runs runs{two_pi};
+        for (std::int64_t half = width; half < block; half *= 2) {
+            runs.begin_stage(half);
+            for (std::int64_t first = 0; first < half; first += run_length)
+                runs.want(first, half < run_length ? half : run_length, table_re + half + first,
+                          table_im + half + first);
+        }
+        runs.compute();
+
+        for (std::int64_t begin = 0; begin < total; begin += block)
+            for (std::int64_t half = width; half < block;) {
+                const int count = next_count(half, block);
+                twiddle_parts parts;
+                for (int part = 0; part < (1 << count) - 1; ++part) {
+                    parts.re[part] = table_re + (part + 1) * half;
+                    parts.im[part] = table_im + (part + 1) * half;
+                }
+                run_fused(count, re + begin, im + begin, block, half, 0, half, parts);
+                half <<= count;
+            }
+    }
+
+    static void stages_across_blocks(double* re, double* im, std::int64_t total, std::int64_t n, double two_pi) {
+        alignas(64) double chunk_re[most_parts * chunk_length];
+        alignas(64) double chunk_im[most_parts * chunk_length];
+        twiddle_parts parts;
+        for (int part = 0; part < most_parts; ++part) {
+            parts.re[part] = chunk_re + part * chunk_length;
+            parts.im[part] = chunk_im + part * chunk_length;
+        }
+        for (std::int64_t half = block_length; half < n;) {
+            const int count = next_count(half, n);
+            for (std::int64_t first = 0; first < half; first += chunk_length) {
+                twiddle_runs runs{two_pi};
+                for (int stage = 0; stage < count; ++stage) {
+                    runs.begin_stage(half << stage);
+                    for (int u = 0; u < 1 << stage; ++u)
+                        for (std::int64_t run = 0; run < chunk_length; run += run_length) {
+                            const std::int64_t at = ((1 << stage) - 1 + u) * chunk_length + run;
+                            runs.want(u * half + first + run, run_length, chunk_re + at, chunk_im + at);
+                        }
+                }
+                runs.compute();
+                run_fused(count, re, im, total, half, first, chunk_length, parts);
+            }
+            half <<= count;
+        }
+    }
+
+    static void transform_rows(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse) {
+        if (n < plain_transform_length) {
+            for (std::int64_t row = 0; row < rows; ++row)
+                transform_plainly(re + row * n, im + row * n, n, inverse);
+            return;
+        }
+        const double two_pi = inverse ? 6.283185307179586 : -6.283185307179586;
+        const first_stages stages{two_pi};
+        for (std::int64_t row = 0; row < rows; ++row)
+            permute_and_start(re + row * n, im + row * n, n, stages);
+        const std::int64_t block = n < block_length ? n : block_length;
+        stages_within_blocks(re, im, rows * n, block, two_pi);
+        stages_across_blocks(re, im, rows * n, n, two_pi);
+    }
+};
+
+} // namespace quenta
