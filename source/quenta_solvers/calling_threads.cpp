@@ -11,7 +11,7 @@ namespace quenta {
 
 std::mutex* library_lock = nullptr;
 std::uint32_t thread_exit_slot = platform::no_slot;
-constinit attached_thread_list attached_threads;
+attached_thread_list attached_threads;
 
 namespace {
 

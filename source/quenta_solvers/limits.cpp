@@ -11,7 +11,7 @@ int quenta_max_coll_params() {
 }
 
 // Two names of one function.
-extern "C" int function_solve_max_p() __attribute__((alias("quenta_max_coll_params")));
+extern "C" int function_solve_max_p() __attribute__((alias("quenta_max_coll_params"), nothrow));
 
 int function_solve_max_d() {
     return 8;
