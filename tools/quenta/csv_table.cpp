@@ -1,0 +1,228 @@
+#include "csv_table.hpp"
+
+#include "messages.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <csv.h>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <istream>
+#include <optional>
+#include <string_view>
+
+namespace quenta_program {
+
+namespace {
+
+std::string line_place(const std::string& source, std::size_t line) {
+    return sentence(source, ", line ", line, ": ");
+}
+
+// Splits lines into fields with libcsv, in its strict mode, and keeps the rows that a line has finished.
+//
+// The lines are fed one by one, because the parser knows neither comments nor line numbers.
+class row_splitter {
+public:
+    row_splitter() {
+        if (csv_init(&parser, CSV_STRICT | CSV_STRICT_FINI) != 0)
+            throw std::runtime_error("the CSV parser could not be started");
+    }
+    ~row_splitter() { csv_free(&parser); }
+    row_splitter(const row_splitter&) = delete;
+    row_splitter& operator=(const row_splitter&) = delete;
+
+    // Returns false if the line breaks the rules of quoting.
+    bool feed(std::string& line) {
+        line += '\n';
+        row_is_open = row_is_open || !is_blank(line);
+        const std::size_t parsed = csv_parse(&parser, line.data(), line.size(), take_field, take_row_end, this);
+        return settle(parsed == line.size());
+    }
+    bool finish() { return settle(csv_fini(&parser, take_field, take_row_end, this) == 0); }
+
+    // A quoted field can hold line ends, so a row may not be finished at the end of its line.
+    bool inside_row() const { return row_is_open; }
+
+    std::vector<std::vector<std::string>> finished;
+
+private:
+    static bool is_blank(const std::string& line) { return line.find_first_not_of(" \t\r\n") == std::string::npos; }
+
+    // No exception may pass through the parser, which is C: it waits here until the parser has returned.
+    template <class action>
+    static void guarded(void* self, const action& act) noexcept {
+        row_splitter& splitter = *static_cast<row_splitter*>(self);
+        try {
+            act(splitter);
+        } catch (...) {
+            splitter.failure = std::current_exception();
+        }
+    }
+    static void take_field(void* text, std::size_t length, void* self) {
+        guarded(self,
+                [=](row_splitter& splitter) { splitter.fields.emplace_back(static_cast<const char*>(text), length); });
+    }
+    static void take_row_end(int, void* self) {
+        guarded(self, [](row_splitter& splitter) {
+            splitter.finished.push_back(std::move(splitter.fields));
+            splitter.fields.clear();
+            splitter.row_is_open = false;
+        });
+    }
+
+    bool settle(bool parsed) {
+        if (failure)
+            std::rethrow_exception(failure);
+        if (!parsed && csv_error(&parser) == CSV_ENOMEM)
+            throw std::bad_alloc();
+        return parsed;
+    }
+
+    csv_parser parser{};
+    std::vector<std::string> fields;
+    std::exception_ptr failure;
+    bool row_is_open = false;
+};
+
+// Every digit counts: the nearest double. A magnitude below the smallest double is zero to rounding and is taken; one
+// above the largest is not a number of this world.
+std::optional<double> read_number(const std::string& field) {
+    std::string_view text = field;
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
+        text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+        text.remove_suffix(1);
+    if (text.size() > 1 && text[0] == '+' && text[1] != '-')
+        text.remove_prefix(1);
+    double value = 0.0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (end != text.data() + text.size() || error == std::errc::invalid_argument)
+        return std::nullopt;
+    if (error == std::errc::result_out_of_range) {
+        value = std::strtod(std::string(text).c_str(), nullptr);
+        if (std::isinf(value))
+            return std::nullopt;
+    }
+    return value;
+}
+
+std::string listed(const std::vector<std::string>& names) {
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        text.append(i == 0 ? "" : i + 1 == names.size() ? " and " : ", ").append(in_quotes(names[i]));
+    return text;
+}
+
+// Fills a table row by row; the first row is the header.
+class table_builder {
+public:
+    explicit table_builder(csv_table& filled) : table(filled) {}
+
+    void take(std::size_t line, const std::vector<std::string>& fields) {
+        if (header.empty())
+            take_header(line, fields);
+        else
+            take_numbers(line, fields);
+    }
+    bool has_header() const { return !header.empty(); }
+
+private:
+    void take_header(std::size_t line, const std::vector<std::string>& fields) {
+        for (const std::string& name : table.names) {
+            const auto found = std::find(fields.begin(), fields.end(), name);
+            if (found == fields.end())
+                throw bad_input(sentence(line_place(table.source, line), "the header has no column ", in_quotes(name),
+                                         " but ", listed(fields), "; expected ", listed(table.names)));
+            if (std::find(found + 1, fields.end(), name) != fields.end())
+                throw bad_input(sentence(line_place(table.source, line), "the header names the column ",
+                                         in_quotes(name), " twice; expected it once"));
+            positions.push_back(static_cast<std::size_t>(found - fields.begin()));
+        }
+        for (const std::string& name : fields)
+            if (std::find(table.names.begin(), table.names.end(), name) == table.names.end())
+                note(line_place(table.source, line), "the column ", in_quotes(name), " is not used");
+        header = fields;
+    }
+
+    void take_numbers(std::size_t line, const std::vector<std::string>& fields) {
+        if (fields.size() != header.size())
+            throw bad_input(sentence(line_place(table.source, line), "the row has ", fields.size(),
+                                     " fields; expected ", header.size(), " as in the header"));
+        for (std::size_t i = 0; i < positions.size(); ++i) {
+            const std::string& field = fields[positions[i]];
+            const std::optional<double> value = read_number(field);
+            if (!value)
+                throw bad_input(sentence(line_place(table.source, line), "the column ", in_quotes(table.names[i]),
+                                         " holds ", in_quotes(field), "; expected a number"));
+            table.columns[i].push_back(*value);
+        }
+        table.lines.push_back(line);
+    }
+
+    csv_table& table;
+    std::vector<std::string> header;
+    std::vector<std::size_t> positions; // of the columns asked for, in a row's fields
+};
+
+csv_table read_stream(std::istream& stream, std::string source, const std::vector<std::string>& names) {
+    csv_table table{std::move(source), names, std::vector<std::vector<double>>(names.size()), {}};
+    table_builder builder(table);
+    row_splitter splitter;
+    std::size_t line_number = 0;
+    std::size_t row_line = 0; // where the row being read began
+
+    const auto pass_on = [&](bool parsed) {
+        if (!parsed)
+            throw bad_input(sentence(line_place(table.source, row_line), "the quotes around a field do not match; ",
+                                     "expected \"...\" around the whole field, with \"\" for a quote in it"));
+        for (const std::vector<std::string>& fields : splitter.finished)
+            builder.take(row_line, fields);
+        splitter.finished.clear();
+    };
+
+    errno = 0;
+    for (std::string line; std::getline(stream, line);) {
+        ++line_number;
+        if (line_number == 1 && line.starts_with("\xEF\xBB\xBF"))
+            line.erase(0, 3); // the byte-order mark that some spreadsheets write
+        if (!splitter.inside_row()) {
+            if (line.starts_with('#'))
+                continue;
+            row_line = line_number;
+        }
+        pass_on(splitter.feed(line));
+    }
+    if (stream.bad())
+        throw bad_input(sentence("cannot read ", table.source, ": ", std::strerror(errno != 0 ? errno : EIO)));
+    pass_on(splitter.finish());
+    if (!builder.has_header())
+        throw bad_input(sentence(table.source, " is empty; expected a header with the columns ", listed(names),
+                                 " and a row for each sample"));
+    return table;
+}
+
+} // namespace
+
+const std::vector<double>& csv_table::column(const std::string& name) const {
+    return columns.at(static_cast<std::size_t>(std::find(names.begin(), names.end(), name) - names.begin()));
+}
+
+std::string csv_table::place(std::size_t row) const {
+    return line_place(source, lines.at(row));
+}
+
+csv_table read_csv_table(const std::string& path, const std::vector<std::string>& names) {
+    if (path == "-")
+        return read_stream(std::cin, "standard input", names);
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw bad_input(sentence("cannot open ", path, ": ", std::strerror(errno)));
+    return read_stream(file, path, names);
+}
+
+} // namespace quenta_program
