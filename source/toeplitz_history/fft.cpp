@@ -7,22 +7,10 @@
 
 namespace quenta {
 
-namespace {
-
-// The parallel population count of a 64-bit word.
-constexpr std::uint64_t count_bits(std::uint64_t word) {
-    word -= (word >> 1) & 0x5555555555555555;
-    word = (word & 0x3333333333333333) + ((word >> 2) & 0x3333333333333333);
-    word = (word + (word >> 4)) & 0x0f0f0f0f0f0f0f0f;
-    return (word * 0x0101010101010101) >> 56;
-}
-
-} // namespace
-
 void fft_inplace(view<double> re, view<double> im, bool inverse) {
     const std::uint64_t n = re.length;
     require(n == im.length);
-    require(count_bits(n) <= 1);
+    require((n & (n - 1)) == 0); // at most one bit
     if (n >= 2)
         best_kernels().transform_rows(re.pointer, im.pointer, std::int64_t(n), 1, inverse);
 }

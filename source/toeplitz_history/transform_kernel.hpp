@@ -33,41 +33,37 @@ struct transform_kernel {
 
     // ---- Twiddles ------------------------------------------------------------------------------------------------
 
-    // Collects runs of twiddles that are wanted and computes them `width` at a time.
+    struct unit {
+        double re, im;
+    };
+
+    static unit unit_at(double angle) { return {std::cos(angle), std::sin(angle)}; }
+
+    // The value a run starts from: butterfly `first`, a multiple of the run length, of a stage with this angle between
+    // its twiddles.
+    static unit run_start(std::int64_t first, double theta) {
+        return first == 0 ? unit{1.0, 0.0} : unit_at(double(first) * theta);
+    }
+
+    // Collects runs of twiddles that are wanted and computes them `width` at a time. Every wanted run is there after
+    // the last call of compute().
     class twiddle_runs {
     public:
-        explicit twiddle_runs(double signed_circle) : two_pi{signed_circle} {}
-        twiddle_runs(const twiddle_runs&) = delete;
-        twiddle_runs& operator=(const twiddle_runs&) = delete;
-        ~twiddle_runs() = default;
-
-        // The stage that the following runs belong to. Its length is twice the number of its twiddles.
-        void begin_stage(std::int64_t half) {
-            theta = two_pi / double(2 * half);
-            step_re = std::cos(theta);
-            step_im = std::sin(theta);
-        }
-
-        // The twiddles first .. first + length - 1 of the stage, length a multiple of `width` and at most a run, into
-        // these arrays. `first` is a restart.
-        void want(std::int64_t first, std::int64_t length, double* to_re, double* to_im) {
-            lane_step_re[filled] = step_re;
-            lane_step_im[filled] = step_im;
-            lane_re[filled] = first == 0 ? 1.0 : std::cos(double(first) * theta);
-            lane_im[filled] = first == 0 ? 0.0 : std::sin(double(first) * theta);
-            lane_to_re[filled] = to_re;
-            lane_to_im[filled] = to_im;
-            lane_length[filled] = length;
+        // The twiddles of a run from `start` on, in steps of `step`; length is a multiple of `width`.
+        void want(unit start, unit step, std::int64_t length, double* to_re, double* to_im) {
+            start_re[filled] = start.re;
+            start_im[filled] = start.im;
+            step_re[filled] = step.re;
+            step_im[filled] = step.im;
+            wanted[filled] = {length, to_re, to_im};
             longest = length > longest ? length : longest;
             if (++filled == width)
                 compute();
         }
 
         void compute() {
-            for (int lane = filled; lane < width; ++lane)
-                lane_step_re[lane] = lane_step_im[lane] = lane_re[lane] = lane_im[lane] = 0.0;
-            const vector s_re = load<width>(lane_step_re), s_im = load<width>(lane_step_im);
-            vector w_re = load<width>(lane_re), w_im = load<width>(lane_im);
+            const vector s_re = load<width>(step_re), s_im = load<width>(step_im);
+            vector w_re = load<width>(start_re), w_im = load<width>(start_im);
             for (std::int64_t position = 0; position < longest; position += width) {
                 vector tile_re[width], tile_im[width];
                 for (int row = 0; row < width; ++row) {
@@ -80,9 +76,9 @@ struct transform_kernel {
                 transpose<width>(tile_re);
                 transpose<width>(tile_im);
                 for (int lane = 0; lane < filled; ++lane)
-                    if (position < lane_length[lane]) {
-                        store<width>(lane_to_re[lane] + position, tile_re[lane]);
-                        store<width>(lane_to_im[lane] + position, tile_im[lane]);
+                    if (position < wanted[lane].length) {
+                        store<width>(wanted[lane].to_re + position, tile_re[lane]);
+                        store<width>(wanted[lane].to_im + position, tile_im[lane]);
                     }
             }
             filled = 0;
@@ -90,14 +86,14 @@ struct transform_kernel {
         }
 
     private:
-        double two_pi;
-        double theta = 0.0, step_re = 0.0, step_im = 0.0;
+        struct run {
+            std::int64_t length;
+            double *to_re, *to_im;
+        };
         int filled = 0;
         std::int64_t longest = 0;
-        double lane_step_re[width], lane_step_im[width], lane_re[width], lane_im[width];
-        double* lane_to_re[width];
-        double* lane_to_im[width];
-        std::int64_t lane_length[width];
+        double step_re[width] = {}, step_im[width] = {}, start_re[width] = {}, start_im[width] = {};
+        run wanted[width];
     };
 
     // ---- Butterflies ---------------------------------------------------------------------------------------------
@@ -183,16 +179,13 @@ struct transform_kernel {
 
         explicit first_stages(double two_pi) {
             for (int half = 1; half < width; half *= 2) {
-                const double theta = two_pi / double(2 * half);
-                const double step_re = half == 1 ? 0.0 : std::cos(theta); // a single twiddle needs no step
-                const double step_im = half == 1 ? 0.0 : std::sin(theta);
-                double re = 1.0, im = 0.0;
+                // A single twiddle needs no step.
+                const unit step = half == 1 ? unit{} : unit_at(two_pi / double(2 * half));
+                unit w{1.0, 0.0};
                 for (int k = 0; k < half; ++k) {
-                    w_re[half + k] = broadcast<width>(re);
-                    w_im[half + k] = broadcast<width>(im);
-                    const double next_re = step_re * re - step_im * im;
-                    im = im * step_re + re * step_im;
-                    re = next_re;
+                    w_re[half + k] = broadcast<width>(w.re);
+                    w_im[half + k] = broadcast<width>(w.im);
+                    w = {step.re * w.re - step.im * w.im, w.im * step.re + w.re * step.im};
                 }
             }
         }
@@ -263,15 +256,23 @@ struct transform_kernel {
     // ---- Phases 2 and 3 ------------------------------------------------------------------------------------------
 
     static void stages_within_blocks(double* re, double* im, std::int64_t total, std::int64_t block, double two_pi) {
+        // An angle is a power of two times a multiple of the circle's double, so that the starts of a stage's runs are,
+        // to the bit, every second one of the stage above: those of the longest stage serve all.
+        const double theta = two_pi / double(block);
+        unit starts[block_length / 2 / run_length];
+        for (std::int64_t first = 0; first < block / 2; first += run_length)
+            starts[first / run_length] = run_start(first, theta);
+
         // Stage with half h: twiddle k at h + k.
         alignas(64) double table_re[block_length];
         alignas(64) double table_im[block_length];
-        twiddle_runs runs{two_pi};
+        twiddle_runs runs;
         for (std::int64_t half = width; half < block; half *= 2) {
-            runs.begin_stage(half);
+            const unit step = unit_at(two_pi / double(2 * half));
+            const std::int64_t every = block / 2 / half;
             for (std::int64_t first = 0; first < half; first += run_length)
-                runs.want(first, half < run_length ? half : run_length, table_re + half + first,
-                          table_im + half + first);
+                runs.want(starts[first / run_length * every], step, half < run_length ? half : run_length,
+                          table_re + half + first, table_im + half + first);
         }
         runs.compute();
 
@@ -298,16 +299,21 @@ struct transform_kernel {
         }
         for (std::int64_t half = block_length; half < n;) {
             const int count = next_count(half, n);
+            double theta[isa::fused_stages];
+            unit step[isa::fused_stages];
+            for (int stage = 0; stage < count; ++stage) {
+                theta[stage] = two_pi / double(2 * half << stage);
+                step[stage] = unit_at(theta[stage]);
+            }
             for (std::int64_t first = 0; first < half; first += chunk_length) {
-                twiddle_runs runs{two_pi};
-                for (int stage = 0; stage < count; ++stage) {
-                    runs.begin_stage(half << stage);
+                twiddle_runs runs;
+                for (int stage = 0; stage < count; ++stage)
                     for (int u = 0; u < 1 << stage; ++u)
                         for (std::int64_t run = 0; run < chunk_length; run += run_length) {
                             const std::int64_t at = ((1 << stage) - 1 + u) * chunk_length + run;
-                            runs.want(u * half + first + run, run_length, chunk_re + at, chunk_im + at);
+                            runs.want(run_start(u * half + first + run, theta[stage]), step[stage], run_length,
+                                      chunk_re + at, chunk_im + at);
                         }
-                }
                 runs.compute();
                 run_fused(count, re, im, total, half, first, chunk_length, parts);
             }
