@@ -15,8 +15,9 @@ class toeplitz_history {
 public:
     using provider_function = std::function<void(int lag, toeplitz_history& history)>;
 
-    toeplitz_history(int n, int p, int q)
-        : n{n}, p{p}, q{q}, kernel(size(n) * size(p) * size(q)), sums(size(n) * size(p)),
+    // Blocks of p rows and q columns.
+    toeplitz_history(int steps, int rows, int columns)
+        : n{steps}, p{rows}, q{columns}, kernel(size(n) * size(p) * size(q)), sums(size(n) * size(p)),
           pushed(size(n) * size(q)), cache_budget{2 * kernel.size()}, next_block{n} {}
 
     void set_kernel_provider(provider_function function) {

@@ -1,0 +1,21 @@
+#include "utility/aligned_vector.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace quenta {
+namespace {
+
+TEST(aligned_vector, starts_on_a_cache_line_and_at_zero) {
+    for (std::size_t count = 1; count < 200; ++count) {
+        const aligned_vector values(count);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(values.data()) % 64, 0u) << count;
+        for (const double value : values)
+            EXPECT_EQ(value, 0.0);
+    }
+}
+
+} // namespace
+} // namespace quenta

@@ -1,0 +1,420 @@
+#include "quenta_solvers/dense_solve.hpp"
+
+#include "reference/dense_solve.hpp"
+#include "support/bits.hpp"
+#include "support/failures.hpp"
+#include "support/random_data.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace quenta {
+namespace {
+
+using quenta_tests::equal_bits;
+using quenta_tests::failure_of;
+using quenta_tests::random_data;
+using reference::matrix_order;
+
+// All orders of a step: node counts of 1 to 5 times dimensions of 1 to 8.
+using orders_of_steps =
+    std::integer_sequence<int, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 12, 14, 15, 16, 18, 20, 21, 24, 25, 28, 30, 32, 35, 40>;
+
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr int untouched = -7;
+
+struct linear_system {
+    int n;
+    std::vector<double> a; // row-major
+    std::vector<double> b;
+
+    double& at(int i, int j) { return a[static_cast<std::size_t>(i * n + j)]; }
+};
+
+// The solution, or nothing for a singular matrix.
+using solution = std::optional<std::vector<double>>;
+
+::testing::AssertionResult equal_solutions(const solution& expected, const solution& actual) {
+    if (expected.has_value() != actual.has_value())
+        return ::testing::AssertionFailure() << "expected " << (expected ? "solved" : "singular") << ", is not";
+    return expected ? equal_bits(*expected, *actual) : ::testing::AssertionSuccess();
+}
+
+solution solve_by_reference(linear_system system) {
+    std::vector<int> pivots(system.b.size());
+    if (!reference::solve_dense(matrix_order::row_major, system.n, system.a, system.b, pivots))
+        return std::nullopt;
+    return system.b;
+}
+
+// Everything the in-place form leaves behind must be what the reference leaves, be the matrix singular or not.
+solution solve_in_place(const linear_system& system) {
+    const int n = system.n;
+    std::vector<double> a(system.a.size()), b = system.b;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            a[static_cast<std::size_t>(i + j * n)] = system.a[static_cast<std::size_t>(i * n + j)];
+    std::vector<int> pivots(b.size(), untouched);
+    std::vector<double> expected_a = a, expected_b = b;
+    std::vector<int> expected_pivots = pivots;
+
+    const bool solved =
+        solve_dense_in_place({a.size(), a.data()}, {b.size(), b.data()}, n, {pivots.size(), pivots.data()});
+    const bool expected =
+        reference::solve_dense(matrix_order::column_major, n, expected_a, expected_b, expected_pivots);
+    EXPECT_EQ(solved, expected);
+    EXPECT_TRUE(equal_bits(expected_a, a));
+    EXPECT_TRUE(equal_bits(expected_b, b));
+    EXPECT_EQ(pivots, expected_pivots);
+    return solved ? solution{b} : std::nullopt;
+}
+
+template <int n>
+solution solve_fixed(const linear_system& system) {
+    square_matrix<n> a;
+    std::array<double, n> b;
+    for (std::size_t i = 0; i < n; ++i) {
+        b[i] = system.b[i];
+        for (std::size_t j = 0; j < n; ++j)
+            a[i][j] = system.a[i * n + j];
+    }
+    bool ok = false;
+    const std::array<double, n> x = solve_dense_fixed<n>(a, b, ok);
+    return ok ? solution{{x.begin(), x.end()}} : std::nullopt;
+}
+
+// All forms agree. Returns whether the matrix was regular.
+template <int n>
+bool expect_all_forms_agree(const linear_system& system) {
+    const solution expected = solve_by_reference(system);
+    EXPECT_TRUE(equal_solutions(expected, solve_in_place(system))) << "in place, n " << n;
+    EXPECT_TRUE(equal_solutions(expected, solve_fixed<n>(system))) << "fixed, n " << n;
+    return expected.has_value();
+}
+
+// Calls `body.operator()<n>()` for every order of a step.
+template <class for_order, int... n>
+void for_all_orders(for_order&& body, std::integer_sequence<int, n...>) {
+    (body.template operator()<n>(), ...);
+}
+template <class for_order>
+void for_all_orders(for_order&& body) {
+    for_all_orders(body, orders_of_steps{});
+}
+
+linear_system random_system(random_data& data, int n) {
+    const auto size = static_cast<std::size_t>(n);
+    return {n, data.uniform(size * size), data.uniform(size)};
+}
+
+TEST(dense_solve, random_matrices) {
+    for_all_orders([]<int n>() {
+        random_data data(n);
+        for (int repetition = 0; repetition < 20; ++repetition) {
+            const linear_system system = random_system(data, n);
+            ASSERT_TRUE(expect_all_forms_agree<n>(system));
+
+            // And it is the solution: the residual is small against the terms that it is made of.
+            const std::vector<double> x = *solve_by_reference(system);
+            double largest = 0;
+            for (const double component : x)
+                largest = std::max(largest, std::fabs(component));
+            for (int i = 0; i < n; ++i) {
+                double residual = system.b[static_cast<std::size_t>(i)];
+                for (int j = 0; j < n; ++j)
+                    residual -= system.a[static_cast<std::size_t>(i * n + j)] * x[static_cast<std::size_t>(j)];
+                EXPECT_NEAR(residual, 0.0, 1e-13 * n * (1 + largest)) << "n " << n;
+            }
+        }
+    });
+}
+
+TEST(dense_solve, matrices_like_those_of_a_step) {
+    for_all_orders([]<int n>() {
+        random_data data(1000 + n);
+        for (int repetition = 0; repetition < 20; ++repetition) {
+            linear_system system = random_system(data, n);
+            for (int i = 0; i < n; ++i)
+                for (int j = 0; j < n; ++j)
+                    system.at(i, j) = (i == j ? 1.0 : 0.0) - 0.01 * system.at(i, j);
+            ASSERT_TRUE(expect_all_forms_agree<n>(system));
+        }
+    });
+}
+
+TEST(dense_solve, graded_matrices_on_both_sides_of_the_singularity_test) {
+    int solved = 0, singular = 0;
+    for_all_orders([&]<int n>() {
+        random_data data(2000 + n);
+        for (const double decay : {0.5, 0x1p-3, 0x1p-10, 0x1p-30}) {
+            linear_system rows = random_system(data, n), columns = rows, entries = rows;
+            for (int i = 0; i < n; ++i)
+                for (int j = 0; j < n; ++j) {
+                    rows.at(i, j) *= std::pow(decay, i);
+                    columns.at(i, j) *= std::pow(decay, n - 1 - j);
+                    entries.at(i, j) *= std::pow(decay, std::max(i, j));
+                }
+            for (const linear_system& system : {rows, columns, entries})
+                ++(expect_all_forms_agree<n>(system) ? solved : singular);
+        }
+        linear_system wide = random_system(data, n);
+        wide.a = data.wide(wide.a.size());
+        ++(expect_all_forms_agree<n>(wide) ? solved : singular);
+    });
+    EXPECT_GT(solved, 50);
+    EXPECT_GT(singular, 50);
+}
+
+TEST(dense_solve, tied_pivots) {
+    int solved = 0;
+    for_all_orders([&]<int n>() {
+        random_data data(3000 + n);
+        for (int repetition = 0; repetition < 30; ++repetition) {
+            linear_system system = random_system(data, n);
+            const bool with_zeros = repetition % 2 == 0;
+            for (double& entry : system.a)
+                entry = with_zeros ? double(data.below(3)) - 1.0 : data.below(2) == 0 ? 1.0 : -1.0;
+            solved += expect_all_forms_agree<n>(system);
+        }
+    });
+    EXPECT_GT(solved, 100);
+}
+
+TEST(dense_solve, singular_matrices) {
+    for_all_orders([]<int n>() {
+        random_data data(4000 + n);
+        // A column of zeros, wherever it stands.
+        for (int zero = 0; zero < n; ++zero) {
+            linear_system system = random_system(data, n);
+            for (int i = 0; i < n; ++i)
+                system.at(i, zero) = 0.0;
+            EXPECT_FALSE(expect_all_forms_agree<n>(system)) << "n " << n << ", column " << zero;
+        }
+        // A row of zeros, and two equal rows of small whole numbers.
+        linear_system system = random_system(data, n);
+        for (int j = 0; j < n; ++j)
+            system.at(n - 1, j) = 0.0;
+        EXPECT_FALSE(expect_all_forms_agree<n>(system)) << "n " << n;
+        if (n >= 2) {
+            for (double& entry : system.a)
+                entry = double(data.below(9)) - 4.0;
+            for (int j = 0; j < n; ++j)
+                system.at(n - 1, j) = system.at(0, j);
+            expect_all_forms_agree<n>(system);
+        }
+        // Nothing but zeros.
+        std::fill(system.a.begin(), system.a.end(), 0.0);
+        EXPECT_FALSE(expect_all_forms_agree<n>(system)) << "n " << n;
+    });
+}
+
+TEST(dense_solve, special_values_in_matrix_and_right_hand_side) {
+    int solved = 0, singular = 0;
+    for_all_orders([&]<int n>() {
+        random_data data(5000 + n);
+        for (int repetition = 0; repetition < 40; ++repetition) {
+            linear_system system = random_system(data, n);
+            const std::uint64_t spacing = repetition % 2 == 0 ? 4 : static_cast<std::uint64_t>(n) * n;
+            system.a = data.sprinkled(system.a.size(), spacing);
+            if (repetition % 4 == 0)
+                system.b = data.sprinkled(system.b.size(), 4);
+            ++(expect_all_forms_agree<n>(system) ? solved : singular);
+        }
+    });
+    EXPECT_GT(solved, 100);
+    EXPECT_GT(singular, 100);
+}
+
+TEST(dense_solve, a_nan_pivot_passes_the_test_and_flows_on) {
+    for_all_orders([]<int n>() {
+        random_data data(6000 + n);
+        for (int place = 0; place < n; ++place) {
+            linear_system system = random_system(data, n);
+            for (int i = 0; i < n; ++i)
+                system.at(i, place) = nan;
+            ASSERT_TRUE(expect_all_forms_agree<n>(system)) << "n " << n << ", column " << place;
+            const std::vector<double> x = *solve_by_reference(system);
+            EXPECT_TRUE(std::isnan(x[0])) << "n " << n;
+        }
+    });
+}
+
+TEST(dense_solve, a_nan_below_the_diagonal_never_becomes_the_pivot) {
+    const linear_system system{3, {1, 0, 0, nan, 1, 0, 2, 0, 1}, {1, 1, 1}};
+    expect_all_forms_agree<3>(system);
+    std::vector<double> a{1, nan, 2, 0, 1, 0, 0, 0, 1}, b{1, 1, 1};
+    std::vector<int> pivots(3);
+    EXPECT_TRUE(solve_dense_in_place({9, a.data()}, {3, b.data()}, 3, {3, pivots.data()}));
+    EXPECT_EQ(pivots[0], 2);
+}
+
+TEST(dense_solve, an_infinite_pivot_is_singular) {
+    for_all_orders([]<int n>() {
+        random_data data(7000 + n);
+        for (int place = 0; place < n; ++place)
+            for (const double pivot : {infinity, -infinity}) {
+                linear_system system = random_system(data, n);
+                system.at(data.below(2) == 0 ? 0 : n - 1, 0) = pivot;
+                EXPECT_FALSE(expect_all_forms_agree<n>(system)) << "n " << n;
+            }
+    });
+}
+
+TEST(dense_solve, every_matrix_of_a_small_world_of_side_two) {
+    const std::array entries{0.0, 1.0, -1.0, 1e-16, nan};
+    const std::array<std::array<double, 2>, 3> right_hand_sides{{{1, 2}, {0, -0.0}, {1e-16, nan}}};
+    int solved = 0, singular = 0;
+    for (const double p : entries)
+        for (const double q : entries)
+            for (const double r : entries)
+                for (const double s : entries)
+                    for (const auto& b : right_hand_sides)
+                        ++(expect_all_forms_agree<2>({2, {p, q, r, s}, {b[0], b[1]}}) ? solved : singular);
+    EXPECT_EQ(solved + singular, 625 * 3);
+    EXPECT_GT(solved, 500);
+    EXPECT_GT(singular, 200);
+}
+
+TEST(dense_solve, samples_of_a_small_world_of_side_three) {
+    const std::array entries{0.0, 1.0, -1.0, 1e-16, nan};
+    random_data data(8);
+    int solved = 0, singular = 0;
+    for (int sample = 0; sample < 50000; ++sample) {
+        linear_system system{3, std::vector<double>(9), {1, 2, -3}};
+        // NaN settles most matrices that have one, so it is rarer than the others.
+        const std::size_t kinds = data.below(4) == 0 ? 5 : 4;
+        for (double& entry : system.a)
+            entry = entries[data.below(kinds)];
+        ++(expect_all_forms_agree<3>(system) ? solved : singular);
+    }
+    EXPECT_GT(solved, 5000);
+    EXPECT_GT(singular, 5000);
+}
+
+TEST(dense_solve, the_scale_is_the_largest_pivot_so_far) {
+    EXPECT_FALSE(expect_all_forms_agree<2>({2, {1, 0, 0, 1e-16}, {1, 1}}));
+    EXPECT_TRUE(expect_all_forms_agree<2>({2, {1, 0, 0, 1e-15}, {1, 1}}));
+    // Exactly at the bound is singular, the next double above it is not.
+    const double bound = 2 * 2.220446049250313e-16;
+    EXPECT_FALSE(expect_all_forms_agree<2>({2, {1, 0, 0, bound}, {1, 1}}));
+    EXPECT_TRUE(expect_all_forms_agree<2>({2, {1, 0, 0, std::nextafter(bound, 1.0)}, {1, 1}}));
+    // A small pivot before a large one is no trouble: nothing larger came before it.
+    EXPECT_TRUE(expect_all_forms_agree<2>({2, {1e-16, 0, 0, 1}, {1, 1}}));
+}
+
+TEST(dense_solve, the_tolerance_is_the_order_times_eps) {
+    for_all_orders([]<int n>() {
+        if (n < 2)
+            return;
+        linear_system system{n, std::vector<double>(std::size_t{n} * n), std::vector<double>(n, 1.0)};
+        for (int i = 0; i < n; ++i)
+            system.at(i, i) = 1.0;
+        const double bound = double(n) * 2.220446049250313e-16;
+        system.at(n - 1, n - 1) = bound;
+        EXPECT_FALSE(expect_all_forms_agree<n>(system)) << n;
+        system.at(n - 1, n - 1) = std::nextafter(bound, 1.0);
+        EXPECT_TRUE(expect_all_forms_agree<n>(system)) << n;
+    });
+    EXPECT_EQ(3 * eps, 6.661338147750939e-16);
+    EXPECT_EQ(4 * eps, 8.881784197001252e-16);
+    EXPECT_EQ(12 * eps, 2.6645352591003757e-15);
+}
+
+TEST(dense_solve, the_first_of_equal_magnitudes_is_the_pivot) {
+    std::vector<double> a{1, -1, 1, 2, 3, 5, 7, 11, 13}, b{1, 1, 1};
+    std::vector<int> pivots(3, untouched);
+    ASSERT_TRUE(solve_dense_in_place({9, a.data()}, {3, b.data()}, 3, {3, pivots.data()}));
+    EXPECT_EQ(pivots[0], 0);
+    EXPECT_EQ(a[0], 1.0);
+
+    a = {1, -2, 2, 2, 3, 5, 7, 11, 13};
+    b = {1, 1, 1};
+    ASSERT_TRUE(solve_dense_in_place({9, a.data()}, {3, b.data()}, 3, {3, pivots.data()}));
+    EXPECT_EQ(pivots[0], 1);
+    EXPECT_EQ(a[0], -2.0);
+}
+
+TEST(dense_solve, earlier_swaps_are_done_when_a_later_column_fails) {
+    // Column-major: the first column swaps rows 0 and 1, the second is zero.
+    std::vector<double> a{1, 2, 0, 0, 0, 0, 3, 4, 5}, b{10, 20, 30};
+    std::vector<int> pivots(3, untouched);
+    EXPECT_FALSE(solve_dense_in_place({9, a.data()}, {3, b.data()}, 3, {3, pivots.data()}));
+    EXPECT_EQ(b, (std::vector<double>{20, 10, 30}));
+    EXPECT_EQ(pivots, (std::vector<int>{1, 1, untouched}));
+}
+
+TEST(dense_solve, one_by_one) {
+    EXPECT_FALSE(expect_all_forms_agree<1>({1, {0.0}, {1}}));
+    EXPECT_FALSE(expect_all_forms_agree<1>({1, {-0.0}, {1}}));
+    EXPECT_FALSE(expect_all_forms_agree<1>({1, {infinity}, {1}}));
+    for (const double pivot : {1.0, -3.0, 1e-300, -1e300, 0x1p-1070, std::numeric_limits<double>::max()})
+        for (const double b : {0.0, -0.0, 1.0, -7.0}) {
+            const linear_system system{1, {pivot}, {b}};
+            ASSERT_TRUE(expect_all_forms_agree<1>(system)) << pivot;
+            EXPECT_TRUE(equal_bits(b / pivot, solve_fixed<1>(system)->front()));
+        }
+}
+
+TEST(dense_solve, an_order_below_one_is_solved_and_touches_nothing) {
+    double a = 3, b = 4;
+    int pivot = untouched;
+    for (const int n : {0, -1, -5, std::numeric_limits<int>::min()}) {
+        EXPECT_TRUE(solve_dense_in_place({1, &a}, {1, &b}, n, {1, &pivot}));
+        EXPECT_TRUE(solve_dense_in_place({}, {}, n, {}));
+    }
+    EXPECT_EQ(a, 3);
+    EXPECT_EQ(b, 4);
+    EXPECT_EQ(pivot, untouched);
+}
+
+TEST(dense_solve, every_order_in_place_up_to_the_largest) {
+    for (int n = 1; n <= 40; ++n) {
+        random_data data(9000 + n);
+        const linear_system system = random_system(data, n);
+        EXPECT_TRUE(equal_solutions(solve_by_reference(system), solve_in_place(system))) << "n " << n;
+    }
+}
+
+TEST(dense_solve, views_may_be_longer_than_needed) {
+    std::vector<double> a{2, 0, 0, 4, 99}, b{2, 4, 99};
+    std::vector<int> pivots(3, untouched);
+    ASSERT_TRUE(solve_dense_in_place({5, a.data()}, {3, b.data()}, 2, {3, pivots.data()}));
+    EXPECT_EQ(b, (std::vector<double>{1, 1, 99}));
+    EXPECT_EQ(a[4], 99);
+    EXPECT_EQ(pivots[2], untouched);
+}
+
+TEST(dense_solve, a_view_that_is_too_short_is_an_index_failure) {
+    for (const int n : {1, 2, 5, 40}) {
+        const auto order = static_cast<std::size_t>(n);
+        std::vector<double> a(order * order), b(order);
+        std::vector<int> pivots(order);
+        for (int i = 0; i < n; ++i)
+            a[static_cast<std::size_t>(i + i * n)] = 1.0;
+        const auto solve = [&](std::size_t missing_a, std::size_t missing_b, std::size_t missing_pivots) {
+            return failure_of<index_failure>([&] {
+                solve_dense_in_place({a.size() - missing_a, a.data()}, {b.size() - missing_b, b.data()}, n,
+                                     {pivots.size() - missing_pivots, pivots.data()});
+            });
+        };
+        EXPECT_TRUE(solve(1, 0, 0)) << n;
+        EXPECT_TRUE(solve(a.size(), 0, 0)) << n;
+        EXPECT_TRUE(solve(0, 1, 0)) << n;
+        EXPECT_TRUE(solve(0, order, 0)) << n;
+        EXPECT_TRUE(solve(0, 0, 1)) << n;
+        EXPECT_TRUE(solve(0, 0, order)) << n;
+        EXPECT_FALSE(solve(0, 0, 0)) << n;
+    }
+}
+
+} // namespace
+} // namespace quenta

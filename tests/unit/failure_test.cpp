@@ -1,0 +1,66 @@
+#include "utility/failure.hpp"
+
+#include "support/failures.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <exception>
+#include <string_view>
+
+namespace quenta {
+namespace {
+
+using quenta_tests::failure_of;
+
+TEST(failure, index_failure_carries_place_index_and_length) {
+    const int line = __LINE__ + 1;
+    const auto raised = failure_of<index_failure>([] { fail_index(7, 5, code_position::here()); });
+    ASSERT_TRUE(raised);
+    EXPECT_EQ(raised->index, 7u);
+    EXPECT_EQ(raised->length, 5u);
+    EXPECT_EQ(raised->where.line, line);
+    EXPECT_TRUE(std::string_view{raised->where.file}.ends_with("failure_test.cpp")) << raised->where.file;
+    EXPECT_STREQ(raised->what(), "index 7, length 5");
+}
+
+TEST(failure, the_longest_index_text_is_not_cut) {
+    const auto raised =
+        failure_of<index_failure>([] { fail_index(UINT64_MAX, UINT64_MAX - 1, code_position::here()); });
+    ASSERT_TRUE(raised);
+    EXPECT_STREQ(raised->what(), "index 18446744073709551615, length 18446744073709551614");
+}
+
+TEST(failure, conversion_failure_carries_place_and_message) {
+    const int line = __LINE__ + 1;
+    const auto raised = failure_of<conversion_failure>([] { fail_conversion("too far", code_position::here()); });
+    ASSERT_TRUE(raised);
+    EXPECT_STREQ(raised->what(), "too far");
+    EXPECT_EQ(raised->where.line, line);
+    EXPECT_TRUE(std::string_view{raised->where.file}.ends_with("failure_test.cpp")) << raised->where.file;
+}
+
+TEST(failure, a_broken_requirement_is_an_assertion_failure_at_its_place) {
+    const int line = __LINE__ + 1;
+    const auto raised = failure_of<assertion_failure>([] { require(false, "bad luck"); });
+    ASSERT_TRUE(raised);
+    EXPECT_STREQ(raised->what(), "bad luck");
+    EXPECT_EQ(raised->where.line, line);
+    EXPECT_TRUE(std::string_view{raised->where.file}.ends_with("failure_test.cpp")) << raised->where.file;
+    EXPECT_NO_THROW(require(true, "bad luck"));
+}
+
+TEST(failure, a_requirement_without_text_has_an_empty_message) {
+    const auto raised = failure_of<assertion_failure>([] { require(false); });
+    ASSERT_TRUE(raised);
+    EXPECT_STREQ(raised->what(), "");
+}
+
+TEST(failure, a_host_can_catch_every_kind_as_a_standard_exception) {
+    EXPECT_THROW(fail_index(0, 0, code_position::here()), std::exception);
+    EXPECT_THROW(fail_conversion("", code_position::here()), std::exception);
+    EXPECT_THROW(fail_assertion("", code_position::here()), std::exception);
+}
+
+} // namespace
+} // namespace quenta

@@ -1,0 +1,46 @@
+#include "utility/integer_power.hpp"
+
+#include "reference/settings.hpp"
+#include "support/bits.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+#include <vector>
+
+namespace quenta {
+namespace {
+
+static_assert(integer_power(0.0, 0) == 1.0 && integer_power(0.0, 3) == 0.0 && integer_power(0.5, 3) == 0.125);
+
+// Every argument at which some table evaluates a basis: the nodes, the points c_i * c_q, and the samples of a step.
+std::set<double> arguments_of_the_tables() {
+    std::set<double> arguments;
+    for (const reference::setting& setting : reference::settings()) {
+        const std::vector<double> c = setting.nodes();
+        for (const double ci : c) {
+            arguments.insert(ci);
+            for (const double cq : c)
+                arguments.insert(ci * cq);
+        }
+        const int S = setting.m * setting.m;
+        for (int e = 0; e <= S; ++e)
+            arguments.insert(double(e) / double(S));
+    }
+    return arguments;
+}
+
+TEST(integer_power, is_the_power_of_the_mathematical_library_for_all_tables) {
+    const std::set<double> arguments = arguments_of_the_tables();
+    ASSERT_GT(arguments.size(), 20u);
+    for (const double x : arguments)
+        for (int exponent = 0; exponent <= 5; ++exponent) {
+            volatile double base = x; // the library's function itself, not a compiler's idea of it
+            EXPECT_TRUE(quenta_tests::equal_bits(std::pow(base, double(exponent)), integer_power(base, exponent)))
+                << x << "^" << exponent;
+        }
+}
+
+} // namespace
+} // namespace quenta
