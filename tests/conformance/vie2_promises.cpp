@@ -1,0 +1,411 @@
+// What quenta_solve_vie2 promises, one promise a test: the worked examples, the statuses and their order.
+#include "conformance/vie2_call.hpp"
+#include "support/bits.hpp"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+namespace quenta_tests {
+
+namespace {
+
+using reference::setting;
+
+// Forcing and kernel without any structure that a wrong index could hide behind.
+double g_at(int i) {
+    return 1.0 + std::sin(1.7 * i + 0.3);
+}
+double K_at(int i) {
+    return 0.5 + std::cos(0.9 * i - 0.2);
+}
+std::vector<double> sampled(double (*value)(int), int N) {
+    std::vector<double> samples;
+    for (int i = 0; i < N; ++i)
+        samples.push_back(value(i));
+    return samples;
+}
+std::vector<double> constant(double value, int N) {
+    return std::vector<double>(std::size_t(N), value);
+}
+
+constexpr double dt = 0.03;
+
+vie2_answer solve(const setting& row, int N) {
+    return call_vie2(sampled(g_at, N), sampled(K_at, N), dt, row);
+}
+
+void expect_solved(const vie2_answer& answer, int steps) {
+    EXPECT_EQ(answer.status, QUENTA_SOLVED);
+    EXPECT_EQ(answer.n_steps, steps);
+    EXPECT_TRUE(answer.out.fences_hold());
+    EXPECT_TRUE(answer.coeffs.fences_hold());
+}
+
+void expect_near(double expected, double actual, const char* what, int index) {
+    EXPECT_NEAR(expected, actual, 1e-13 * std::fabs(expected) + 1e-14)
+        << what << " at index " << index << ": expected " << in_hexadecimal(expected) << ", actual "
+        << in_hexadecimal(actual) << ", " << ulps_apart(expected, actual) << " ulps apart";
+}
+
+// ---- Worked examples, from their formulas ----
+
+TEST(vie2_example, row_0_is_the_explicit_rectangle_rule) {
+    constexpr int steps = 50;
+    const vie2_answer answer = solve({1, {0}}, steps + 1);
+    expect_solved(answer, steps);
+    std::vector<double> U;
+    for (int n = 0; n < steps; ++n) {
+        double sum = 0.0;
+        for (int j = 0; j < n; ++j)
+            sum += K_at(n - j) * U[j];
+        U.push_back(g_at(n) + dt * sum);
+    }
+    const auto out = answer.out.values();
+    expect_near(U[0], out[0], "out", 0);
+    for (int x = 1; x < steps; ++x)
+        expect_near((U[x - 1] + U[x]) / 2, out[x], "out", x);
+    expect_near(U[steps - 1], out[steps], "out", steps);
+}
+
+TEST(vie2_example, row_1_is_the_implicit_rectangle_rule) {
+    constexpr int steps = 50;
+    const vie2_answer answer = solve({1, {1}}, steps + 1);
+    expect_solved(answer, steps);
+    std::vector<double> U;
+    for (int n = 0; n < steps; ++n) {
+        double sum = 0.0;
+        for (int j = 0; j < n; ++j)
+            sum += K_at(n - j) * U[j];
+        U.push_back((g_at(n + 1) + dt * sum) / (1.0 - dt * K_at(0)));
+    }
+    const auto out = answer.out.values();
+    expect_near(U[0], out[0], "out", 0);
+    for (int x = 1; x < steps; ++x)
+        expect_near((U[x - 1] + U[x]) / 2, out[x], "out", x);
+    expect_near(U[steps - 1], out[steps], "out", steps);
+}
+
+// Each step has its own value at both ends, so that the value at t_n occurs twice.
+TEST(vie2_example, row_2_has_the_trapezoidal_rule_on_every_step) {
+    constexpr int steps = 50;
+    const vie2_answer answer = solve({1, {0, 1}}, steps + 1);
+    expect_solved(answer, steps);
+    std::vector<double> left, right;
+    for (int n = 0; n < steps; ++n) {
+        double at_left = g_at(n), at_right = g_at(n + 1);
+        for (int i = 0; i < n; ++i) {
+            const int j = n - i;
+            at_left += dt / 2 * (K_at(j) * left[i] + K_at(j - 1) * right[i]);
+            at_right += dt / 2 * (K_at(j + 1) * left[i] + K_at(j) * right[i]);
+        }
+        left.push_back(at_left);
+        right.push_back((at_right + dt / 2 * K_at(1) * at_left) / (1.0 - dt / 2 * K_at(0)));
+    }
+    const auto out = answer.out.values();
+    expect_near(left[0], out[0], "out", 0);
+    for (int x = 1; x < steps; ++x)
+        expect_near((right[x - 1] + left[x]) / 2, out[x], "out", x);
+    expect_near(right[steps - 1], out[steps], "out", steps);
+    for (int n = 0; n < steps; ++n) {
+        expect_near(left[n], answer.coeffs.values()[n * 3], "coeffs", n * 3);
+        expect_near(right[n] - left[n], answer.coeffs.values()[n * 3 + 1], "coeffs", n * 3 + 1);
+    }
+}
+
+TEST(vie2_example, row_4_is_the_midpoint_rule) {
+    constexpr int steps = 50;
+    const vie2_answer answer = solve({2, {1}}, 4 * steps + 1);
+    expect_solved(answer, steps);
+    const double h = 4 * dt;
+    std::vector<double> U;
+    for (int n = 0; n < steps; ++n) {
+        double sum = 0.0;
+        for (int j = 1; j <= n; ++j)
+            sum += K_at(4 * j) * U[n - j];
+        U.push_back((g_at(4 * n + 2) + h * sum) / (1.0 - h * K_at(1) / 2));
+    }
+    for (int n = 0; n < steps; ++n) {
+        for (int e = 1; e <= 3; ++e)
+            expect_near(U[n], answer.out.values()[4 * n + e], "out", 4 * n + e);
+        expect_near(U[n], answer.coeffs.values()[2 * n], "coeffs", 2 * n);
+    }
+}
+
+TEST(vie2_example, row_9_has_simpsons_rule_on_every_step) {
+    constexpr int steps = 20;
+    const vie2_answer answer = solve({2, {0, 1, 2}}, 4 * steps + 1);
+    expect_solved(answer, steps);
+    const double h = 4 * dt;
+    constexpr double b[3] = {1.0 / 6, 2.0 / 3, 1.0 / 6};
+    // The two lower rows of W, and the present step solved for the last two values by Cramer's rule.
+    const double L1[3][3] = {{1, 0, 0}, {0.375, 0.75, -0.125}, {0, 1, 0}};
+    const double L2[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    double W1[3] = {}, W2[3] = {};
+    for (int q = 0; q < 3; ++q)
+        for (int l = 0; l < 3; ++l) {
+            W1[l] += b[q] / 2 * K_at(2 - q) * L1[q][l];
+            W2[l] += b[q] * K_at(4 - 2 * q) * L2[q][l];
+        }
+    std::vector<double> U;
+    for (int n = 0; n < steps; ++n) {
+        double rhs[3];
+        for (int i = 0; i < 3; ++i) {
+            rhs[i] = g_at(4 * n + 2 * i);
+            for (int j = 1; j <= n; ++j)
+                for (int l = 0; l < 3; ++l)
+                    rhs[i] += h * b[l] * K_at(4 * j + 2 * (i - l)) * U[3 * (n - j) + l];
+        }
+        const double r1 = rhs[1] + h * W1[0] * rhs[0], r2 = rhs[2] + h * W2[0] * rhs[0];
+        const double a11 = 1 - h * W1[1], a12 = -h * W1[2], a21 = -h * W2[1], a22 = 1 - h * W2[2];
+        const double determinant = a11 * a22 - a12 * a21;
+        U.insert(U.end(), {rhs[0], (r1 * a22 - a12 * r2) / determinant, (a11 * r2 - a21 * r1) / determinant});
+    }
+    const auto out = answer.out.values();
+    for (int n = 0; n < steps; ++n) {
+        const double u0 = U[3 * n], u1 = U[3 * n + 1], u2 = U[3 * n + 2];
+        expect_near(0.375 * u0 + 0.75 * u1 - 0.125 * u2, out[4 * n + 1], "out", 4 * n + 1);
+        expect_near(u1, out[4 * n + 2], "out", 4 * n + 2);
+        expect_near(-0.125 * u0 + 0.75 * u1 + 0.375 * u2, out[4 * n + 3], "out", 4 * n + 3);
+        if (n > 0)
+            expect_near((U[3 * n - 1] + u0) / 2, out[4 * n], "out", 4 * n);
+    }
+}
+
+TEST(vie2_example, row_15_has_radaus_rule_in_the_history) {
+    const setting row{3, {0, 2}};
+    const double h = 9 * dt;
+    // Two steps; the second one's first node has no part of its own step in it.
+    const vie2_answer answer = solve(row, 19);
+    expect_solved(answer, 2);
+    const auto coeffs = answer.coeffs.values();
+    const auto value = [&](int n, double s) {
+        return coeffs[3 * n] + coeffs[3 * n + 1] * s;
+    };
+    expect_near(g_at(9) + h * (K_at(9) / 4 * value(0, 0.0) + 3 * K_at(3) / 4 * value(0, 2.0 / 3)), value(1, 0.0),
+                "u_1 at node", 0);
+}
+
+// ---- The ends of the grid ----
+
+TEST(vie2, one_sample_has_no_step_and_gives_zero_whatever_g_is) {
+    const vie2_answer answer = call_vie2({5.0}, {1.0}, dt, {1, {0}});
+    expect_solved(answer, 0);
+    EXPECT_TRUE(equal_bits(std::vector{0.0}, answer.out.values()));
+}
+
+TEST(vie2, the_second_sample_of_g_and_K_is_not_used_by_one_explicit_step) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const vie2_answer answer = call_vie2({5.0, nan}, {1.0, nan}, dt, {1, {0}});
+    expect_solved(answer, 1);
+    EXPECT_TRUE(equal_bits(std::vector{5.0, 5.0}, answer.out.values()));
+}
+
+TEST(vie2, without_a_kernel_one_step_is_the_parabola_through_its_nodes) {
+    const vie2_answer answer = call_vie2({1.0, 100.0, 4.0, 100.0, 9.0}, constant(0.0, 5), dt, {2, {0, 1, 2}});
+    expect_solved(answer, 1);
+    EXPECT_TRUE(equal_bits(std::vector{1.0, 2.25, 4.0, 6.25, 9.0}, answer.out.values())); // (1 + 2 s)^2
+    EXPECT_TRUE(equal_bits(std::vector{1.0, 4.0, 4.0}, answer.coeffs.values().first(3)));
+}
+
+TEST(vie2, samples_past_the_last_whole_step_are_zero_and_unread) {
+    std::vector<double> g = sampled(g_at, 13), K = sampled(K_at, 13);
+    const vie2_answer whole = call_vie2(g, K, dt, {2, {0, 1, 2}});
+    for (const int surplus : {1, 2, 3}) {
+        g.push_back(std::numeric_limits<double>::quiet_NaN());
+        K.push_back(std::numeric_limits<double>::infinity());
+        const vie2_answer answer = call_vie2(g, K, dt, {2, {0, 1, 2}});
+        expect_solved(answer, 3);
+        EXPECT_TRUE(equal_bits(whole.out.values(), answer.out.values().first(13))) << surplus;
+        EXPECT_TRUE(equal_bits(constant(0.0, surplus), answer.out.values().subspan(13))) << surplus;
+    }
+}
+
+TEST(vie2, a_grid_shorter_than_a_step_gives_zeros) {
+    const vie2_answer answer = solve({2, {1}}, 4);
+    expect_solved(answer, 0);
+    EXPECT_TRUE(equal_bits(constant(0.0, 4), answer.out.values()));
+}
+
+TEST(vie2, nodes_inside_the_step_are_extrapolated_to_sample_0) {
+    const vie2_answer constant_steps = solve({2, {1}}, 5);
+    expect_solved(constant_steps, 1);
+    const auto out = constant_steps.out.values();
+    expect_near(g_at(2) / (1.0 - 4 * dt * K_at(1) / 2), out[0], "out", 0);
+    EXPECT_NE(out[0], g_at(0));
+    for (int x = 1; x <= 4; ++x) // piecewise constant
+        EXPECT_TRUE(equal_bits(out[0], out[x])) << x;
+}
+
+TEST(vie2, a_step_boundary_reports_the_mean_of_the_two_one_sided_values) {
+    const setting row{4, {1, 2}};
+    const vie2_answer answer = solve(row, 5 * 16 + 1);
+    expect_solved(answer, 5);
+    const auto coeffs = answer.coeffs.values();
+    for (int j = 1; j < 5; ++j) {
+        const double before = coeffs[3 * (j - 1)] + coeffs[3 * (j - 1) + 1], after = coeffs[3 * j];
+        EXPECT_NE(before, after);
+        expect_near((before + after) / 2, answer.out.values()[16 * j], "out", 16 * j);
+    }
+}
+
+// ---- Weights of zero ----
+
+// Nodes 1/2 and 1 have the weights 1 and 0. The kernel is zero up to lag 2, so that a step's values are those of g.
+TEST(vie2, a_value_under_a_weight_of_zero_counts_for_nothing_unless_it_is_infinite) {
+    const setting row{2, {1, 2}};
+    const std::vector<double> K{0.0, 0.0, 0.0, 1.0, 2.0, 3.0, 4.0, 5.0, 6.0};
+    const auto second_step = [&](double end_of_first_step) {
+        std::vector<double> g = constant(1.0, 9);
+        g[4] = end_of_first_step;
+        const vie2_answer answer = call_vie2(g, K, 0.25, row);
+        expect_solved(answer, 2);
+        const auto coeffs = answer.coeffs.values().subspan(3, 2);
+        return std::vector<double>{coeffs.begin(), coeffs.end()};
+    };
+    const std::vector<double> expected{1.0, 4.0}; // 1 + 2 = 3 at the midpoint and 1 + 4 = 5 at the end
+    EXPECT_TRUE(equal_bits(expected, second_step(1.0)));
+    EXPECT_TRUE(equal_bits(expected, second_step(-1e300)));
+    for (const double coefficient : second_step(std::numeric_limits<double>::infinity()))
+        EXPECT_TRUE(std::isnan(coefficient));
+}
+
+TEST(vie2, an_infinite_sample_under_a_node_at_zero_spoils_its_row) {
+    // W of the row 1, [0] is K[0] * (0 * 1), which is 0 unless K[0] is not finite.
+    std::vector<double> K = sampled(K_at, 4);
+    K[0] = std::numeric_limits<double>::infinity();
+    const vie2_answer answer = call_vie2(sampled(g_at, 4), K, dt, {1, {0}});
+    expect_solved(answer, 3);
+    for (int x = 0; x < 4; ++x)
+        EXPECT_TRUE(std::isnan(answer.out.values()[x])) << x;
+}
+
+// ---- Singular blocks ----
+
+TEST(vie2, a_singular_block_is_status_2_and_nothing_is_written) {
+    // dt * K[0] = 1 makes the block of row 1 zero.
+    const vie2_answer answer = call_vie2(constant(1.0, 10), constant(4.0, 10), 0.25, {1, {1}});
+    EXPECT_EQ(answer.status, QUENTA_SINGULAR_BLOCK);
+    EXPECT_TRUE(answer.untouched());
+}
+
+TEST(vie2, without_a_step_a_singular_block_is_not_looked_at) {
+    const vie2_answer answer = call_vie2({1.0}, {4.0}, 0.25, {1, {1}});
+    expect_solved(answer, 0);
+    EXPECT_TRUE(equal_bits(std::vector{0.0}, answer.out.values()));
+}
+
+TEST(vie2, a_nan_in_the_block_is_no_singular_block) {
+    const vie2_answer answer =
+        call_vie2(constant(1.0, 10), constant(std::numeric_limits<double>::quiet_NaN(), 10), 0.25, {1, {1}});
+    expect_solved(answer, 9);
+    for (const double value : answer.out.values())
+        EXPECT_TRUE(std::isnan(value));
+}
+
+TEST(vie2, after_a_singular_block_the_next_call_on_the_thread_is_as_good_as_any) {
+    const vie2_answer before = solve({2, {0, 1, 2}}, 401);
+    EXPECT_EQ(call_vie2(constant(1.0, 10), constant(4.0, 10), 0.25, {1, {1}}).status, QUENTA_SINGULAR_BLOCK);
+    const vie2_answer after = solve({2, {0, 1, 2}}, 401);
+    expect_solved(after, 100);
+    EXPECT_TRUE(equal_bits(before.out.values(), after.out.values()));
+    EXPECT_TRUE(equal_bits(before.coeffs.values(), after.coeffs.values()));
+}
+
+// ---- Requests that end before any numerical work: null arrays show that nothing is read ----
+
+struct request {
+    int N, m, count, status;
+    std::vector<int> list; // null if empty
+};
+
+void PrintTo(const request& r, std::ostream* stream) {
+    *stream << "N = " << r.N << ", m = " << r.m << ", count = " << r.count << ", " << r.list.size() << " ints in list";
+}
+
+class refused_request : public ::testing::TestWithParam<request> {};
+
+TEST_P(refused_request, has_its_status_and_writes_nothing) {
+    ASSERT_EQ(quenta_rt_init(), 1);
+    const request& r = GetParam();
+    int n_steps = marked_steps;
+    EXPECT_EQ(quenta_solve_vie2(nullptr, nullptr, r.N, dt, r.m, r.list.empty() ? nullptr : r.list.data(), r.count, 1,
+                                nullptr, nullptr, &n_steps),
+              r.status);
+    EXPECT_EQ(n_steps, marked_steps);
+}
+
+constexpr int unsupported = QUENTA_UNSUPPORTED_SETTING, overflow = QUENTA_SIZE_OVERFLOW;
+
+// A count that no row has, an unknown m: the list is not read.
+INSTANTIATE_TEST_SUITE_P(unsupported_without_a_list, refused_request,
+                         ::testing::Values(request{1000, 1, 0, unsupported, {}}, request{1000, 2, 0, unsupported, {}},
+                                           request{1000, 3, 0, unsupported, {}}, request{1000, 4, 0, unsupported, {}},
+                                           request{1000, 5, 0, unsupported, {}}, request{1000, 5, 1, unsupported, {}},
+                                           request{1000, -1, 1, unsupported, {}}, request{1000, 1, 3, unsupported, {}},
+                                           request{1000, 3, 5, unsupported, {}}, request{1000, 4, 6, unsupported, {}},
+                                           request{1000, 4, -1, unsupported, {}}, request{1000, 4, -2, unsupported, {}},
+                                           request{1000, INT_MAX, 2, unsupported, {}},
+                                           request{1000, INT_MIN + 1, 2, unsupported, {}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    unsupported_lists, refused_request,
+    ::testing::Values(request{1000, 2, 0, unsupported, {1}}, request{1000, 2, 2, unsupported, {2, 1}},
+                      request{1000, 2, 2, unsupported, {1, 0}}, request{1000, 2, 2, unsupported, {1, 1}},
+                      request{1000, 2, 2, unsupported, {0, 3}}, request{1000, 2, 1, unsupported, {-1}},
+                      request{1000, 3, 3, unsupported, {1, 2, 2}}, request{1000, 4, 5, unsupported, {0, 1, 2, 3, 5}},
+                      request{1000, 5, 1, unsupported, {1}}));
+
+// (count + 1) squared: 46340 squared is below 2^31 and 46341 squared is not. Counts are signed.
+INSTANTIATE_TEST_SUITE_P(wide_blocks, refused_request,
+                         ::testing::Values(request{2, 4, 46339, unsupported, {}}, request{2, 4, 46340, overflow, {}},
+                                           request{2, 4, -46341, unsupported, {}}, request{2, 4, -46342, overflow, {}},
+                                           request{2, 1, 70000, overflow, {}}, request{2, 1, INT_MAX, overflow, {}},
+                                           request{2, 1, INT_MIN, overflow, {}},
+                                           request{INT_MAX, 1, INT_MAX, overflow, {}},
+                                           request{INT_MAX, 1, INT_MIN, overflow, {}}));
+
+// (count + 1) * steps: 2^31 - 1 is still accepted.
+INSTANTIATE_TEST_SUITE_P(
+    many_steps, refused_request,
+    ::testing::Values(request{INT_MAX, 1, 1, overflow, {0}}, request{INT_MAX, 2, 3, unsupported, {0, 1, 1}},
+                      request{INT_MAX, 2, 4, overflow, {}}, request{1 << 30, 1, 1, unsupported, {7}},
+                      request{(1 << 30) + 1, 1, 1, overflow, {0}}, request{(1 << 30) + 1, 1, 1, overflow, {7}},
+                      request{INT_MAX, 1, -2, unsupported, {}}, request{-INT_MAX, 1, -2, overflow, {}},
+                      request{INT_MAX, 3, 46000, overflow, {}}));
+
+TEST(vie2, two_nodes_in_their_order_select_their_row) {
+    // The line through y(1/2) and y(1), and not the one through other nodes.
+    const vie2_answer answer = call_vie2({9.0, 9.0, 1.0, 9.0, 3.0}, constant(0.0, 5), dt, {2, {1, 2}});
+    expect_solved(answer, 1);
+    EXPECT_TRUE(equal_bits(std::vector{-1.0, 0.0, 1.0, 2.0, 3.0}, answer.out.values()));
+}
+
+TEST(vie2, rows_that_a_first_kind_solver_would_refuse_are_solved) {
+    for (const setting& row : {setting{3, {1}}, setting{4, {1}}, setting{4, {1, 2}}})
+        expect_solved(solve(row, 16 * 9 + 1), 144 / (row.m * row.m));
+}
+
+TEST(vie2, any_flag_but_zero_asks_for_coefficients) {
+    const std::vector<double> g = sampled(g_at, 4), K = sampled(K_at, 4);
+    const int list[] = {0};
+    for (const int flag : {1, 2, -1, 256, INT_MIN}) {
+        fenced_array out{4}, coeffs{6};
+        int n_steps = marked_steps;
+        ASSERT_EQ(quenta_solve_vie2(g.data(), K.data(), 4, dt, 1, list, 1, flag, out.data(), coeffs.data(), &n_steps),
+                  QUENTA_SOLVED);
+        EXPECT_TRUE(equal_bits(g[0], coeffs.values()[0])) << flag;
+    }
+    fenced_array out{4};
+    int n_steps = marked_steps;
+    EXPECT_EQ(quenta_solve_vie2(g.data(), K.data(), 4, dt, 1, list, 1, 0, out.data(), nullptr, &n_steps), QUENTA_SOLVED)
+        << "coeffs may be null if it is not wanted";
+    EXPECT_EQ(n_steps, 3);
+}
+
+} // namespace
+
+} // namespace quenta_tests
