@@ -1,0 +1,2 @@
+// The same host, compiled as C++.
+#include "c_host.c"

@@ -1,0 +1,200 @@
+// What surrounds every solver body, in its vector form: the checks in their order, and the dispatch by row and D. The
+// body here only tells how it was called.
+#include "quenta_solvers/sampled_entry.hpp"
+
+#include "quenta_solvers/quenta_native.h"
+#include "quenta_solvers/variant_dispatch.hpp"
+#include "reference/settings.hpp"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <optional>
+#include <type_traits>
+
+namespace quenta {
+
+namespace {
+
+struct body_call {
+    int row;
+    bool fixed;
+    int D;
+    sampled_sizes sizes;
+};
+
+struct entry_answer {
+    int status;
+    int n_steps;
+    std::optional<body_call> call;
+};
+
+constexpr int untouched_steps = -77;
+
+template <int row, class dimension>
+bool record_call(std::optional<body_call>& call, const sampled_sizes& sizes, dimension D) {
+    call = body_call{row, !std::is_same_v<dimension, run_time_dimension>, D.D, sizes};
+    return true;
+}
+
+entry_answer enter(const sampled_request& request, refusal refuses = accept_all_rows, bool solved = true) {
+    quenta_rt_init();
+    entry_answer answer{-1, untouched_steps, {}};
+    answer.status = run_sampled_solver(request, refuses, &answer.n_steps, [&](const sampled_sizes& sizes, int* steps) {
+        *steps = 17;
+        return dispatch_row(sizes.row, [&]<int row>() {
+            return dispatch_dimension(request.D,
+                                      [&](auto D) { return record_call<row>(answer.call, sizes, D) && solved; });
+        });
+    });
+    return answer;
+}
+
+constexpr int two_nodes[] = {0, 1};
+
+TEST(sampled_entry, every_row_reaches_its_own_variant) {
+    const std::vector<reference::setting>& rows = reference::settings();
+    ASSERT_EQ(rows.size(), 56u);
+    for (int row = 0; row < 56; ++row) {
+        const reference::setting& setting = rows[std::size_t(row)];
+        const entry_answer answer = enter({100, 3, setting.m, setting.indices.data(), int(setting.indices.size())});
+        ASSERT_EQ(answer.status, QUENTA_SOLVED) << row;
+        EXPECT_EQ(answer.call->row, row);
+        EXPECT_EQ(answer.call->sizes.row, row);
+    }
+}
+
+TEST(sampled_entry, dimensions_1_to_8_are_fixed_and_all_others_known_at_run_time) {
+    for (int D = 1; D <= 8; ++D) {
+        const entry_answer answer = enter({100, D, 1, two_nodes, 2});
+        ASSERT_EQ(answer.status, QUENTA_SOLVED) << D;
+        EXPECT_TRUE(answer.call->fixed) << D;
+        EXPECT_EQ(answer.call->D, D);
+    }
+    for (const int D : {9, 10, 16, 1000, 0, -1, -8, -1000}) {
+        const entry_answer answer = enter({100, D, 1, two_nodes, 2});
+        ASSERT_EQ(answer.status, QUENTA_SOLVED) << D;
+        EXPECT_FALSE(answer.call->fixed) << D;
+        EXPECT_EQ(answer.call->D, D);
+    }
+}
+
+TEST(sampled_entry, the_body_gets_the_lengths_of_its_arrays) {
+    for (const int D : {1, 2, 3, 8, 9, 100}) {
+        const entry_answer answer = enter({101, D, 2, two_nodes, 2});
+        ASSERT_EQ(answer.status, QUENTA_SOLVED) << D;
+        EXPECT_EQ(answer.call->sizes.vectors, 101u * unsigned(D));
+        EXPECT_EQ(answer.call->sizes.matrices, 101u * unsigned(D * D));
+        EXPECT_EQ(answer.call->sizes.coefficients, 3u * unsigned(D) * 25u);
+    }
+}
+
+TEST(sampled_entry, without_a_dimension_all_arrays_are_empty) {
+    const sampled_sizes sizes = enter({101, 0, 2, two_nodes, 2}).call->sizes;
+    EXPECT_EQ(sizes.vectors, 0u);
+    EXPECT_EQ(sizes.matrices, 0u);
+    EXPECT_EQ(sizes.coefficients, 0u);
+}
+
+TEST(sampled_entry, a_negative_number_of_samples_makes_arrays_of_impossible_length) {
+    const sampled_sizes sizes = enter({-5, 1, 1, two_nodes, 2}).call->sizes;
+    EXPECT_EQ(sizes.vectors, std::uint64_t(-5));
+    EXPECT_EQ(sizes.matrices, std::uint64_t(-5));
+    EXPECT_EQ(sizes.coefficients, std::uint64_t(-18)); // 3 * (-6 / 1)
+}
+
+TEST(sampled_entry, a_null_coeffs_is_an_empty_array) {
+    const sampled_sizes sizes = enter({101, 3, 2, two_nodes, 2}).call->sizes;
+    double coeffs = 0.0;
+    EXPECT_EQ(coefficient_view(nullptr, sizes).length, 0u);
+    EXPECT_EQ(coefficient_view(&coeffs, sizes).length, sizes.coefficients);
+    EXPECT_EQ(coefficient_view(&coeffs, sizes).pointer, &coeffs);
+}
+
+TEST(sampled_entry, n_steps_is_what_the_body_stored_and_only_if_it_solved) {
+    const entry_answer solved = enter({101, 3, 2, two_nodes, 2});
+    EXPECT_EQ(solved.status, QUENTA_SOLVED);
+    EXPECT_EQ(solved.n_steps, 17);
+    const entry_answer singular = enter({101, 3, 2, two_nodes, 2}, accept_all_rows, false);
+    EXPECT_EQ(singular.status, QUENTA_SINGULAR_BLOCK);
+    EXPECT_EQ(singular.n_steps, untouched_steps);
+    EXPECT_TRUE(singular.call.has_value());
+}
+
+void expect_refused(const sampled_request& request, int status) {
+    const entry_answer answer = enter(request);
+    EXPECT_EQ(answer.status, status) << "N = " << request.N << ", D = " << request.D << ", m = " << request.m
+                                     << ", count = " << request.count;
+    EXPECT_EQ(answer.n_steps, untouched_steps);
+    EXPECT_FALSE(answer.call.has_value());
+}
+
+TEST(sampled_entry, matrix_samples_must_fit_an_index) {
+    expect_refused({1000, 2000, 1, two_nodes, 2}, QUENTA_SIZE_OVERFLOW);
+    EXPECT_EQ(enter({INT_MAX, 1, 2, two_nodes, 2}).status, QUENTA_SOLVED); // exactly 2^31 - 1 samples
+    expect_refused({1 << 29, 2, 4, two_nodes, 2}, QUENTA_SIZE_OVERFLOW);   // exactly 2^31
+    expect_refused({1 << 29, -2, 4, two_nodes, 2}, QUENTA_SIZE_OVERFLOW);
+    EXPECT_EQ(enter({(1 << 29) - 1, -2, 4, two_nodes, 2}).status, QUENTA_SOLVED);
+}
+
+TEST(sampled_entry, coefficients_must_fit_an_index) {
+    constexpr int widest[] = {0, 1, 2, 3, 4};
+    EXPECT_EQ(enter({357913941 * 2, 1, 1, two_nodes, 2}).status, QUENTA_SOLVED); // 3 * 715827881 = 2^31 - 5
+    expect_refused({357913941 * 2 + 2, 1, 1, two_nodes, 2}, QUENTA_SIZE_OVERFLOW);
+    EXPECT_EQ(enter({INT_MAX, 1, 4, widest, 5}).status, QUENTA_SOLVED);
+}
+
+TEST(sampled_entry, the_block_of_a_step_must_fit_an_index) {
+    EXPECT_EQ(enter({1, 15446, 1, two_nodes, 2}).status, QUENTA_SOLVED); // side 46338
+    expect_refused({1, 15447, 1, two_nodes, 2}, QUENTA_SIZE_OVERFLOW);   // side 46341
+    EXPECT_EQ(enter({1, -15446, 1, two_nodes, 2}).status, QUENTA_SOLVED);
+    expect_refused({1, -15447, 1, two_nodes, 2}, QUENTA_SIZE_OVERFLOW);
+    expect_refused({2, 1, 1, nullptr, 70000}, QUENTA_SIZE_OVERFLOW);
+}
+
+// Products that come out small, or negative, in 64 bits.
+TEST(sampled_entry, no_size_is_so_large_that_it_looks_small) {
+    expect_refused({INT_MAX, INT_MAX, 1, two_nodes, 2}, QUENTA_SIZE_OVERFLOW);
+    expect_refused({INT_MAX, INT_MIN, 1, two_nodes, 2}, QUENTA_SIZE_OVERFLOW);
+    expect_refused({4, INT_MIN, 2, two_nodes, 2}, QUENTA_SIZE_OVERFLOW); // N * D * D = 2^64
+    expect_refused({8, INT_MIN, 2, nullptr, -1}, QUENTA_SIZE_OVERFLOW);  // 2^65; the width is 0
+    expect_refused({1, INT_MIN, 2, nullptr, 1}, QUENTA_SIZE_OVERFLOW);
+    expect_refused({0, INT_MIN, 2, nullptr, 1}, QUENTA_SIZE_OVERFLOW);       // only the squared width, 2^64
+    expect_refused({0, INT_MIN, 2, nullptr, INT_MAX}, QUENTA_SIZE_OVERFLOW); // 2^124
+    expect_refused({-INT_MAX, INT_MIN, 1, nullptr, INT_MAX}, QUENTA_SIZE_OVERFLOW);
+    expect_refused({0, INT_MIN, 2, nullptr, -1}, QUENTA_UNSUPPORTED_SETTING); // all products are 0
+}
+
+// A refusal that answers yes to everything and remembers that it was asked.
+int times_asked = 0;
+bool refuse_all(const sampled_request&) {
+    ++times_asked;
+    return true;
+}
+bool ask_only(const sampled_request&) {
+    ++times_asked;
+    return false;
+}
+
+TEST(sampled_entry, a_kind_is_asked_for_its_refusals_after_the_sizes_and_before_the_search) {
+    times_asked = 0;
+    const entry_answer overflow = enter({1000, 2000, 1, nullptr, 2}, refuse_all);
+    EXPECT_EQ(overflow.status, QUENTA_SIZE_OVERFLOW);
+    EXPECT_EQ(times_asked, 0);
+
+    // The search would read the null list.
+    const entry_answer refused = enter({100, 2, 1, nullptr, 2}, refuse_all);
+    EXPECT_EQ(refused.status, QUENTA_UNSUPPORTED_SETTING);
+    EXPECT_EQ(refused.n_steps, untouched_steps);
+    EXPECT_FALSE(refused.call.has_value());
+    EXPECT_EQ(times_asked, 1);
+
+    EXPECT_EQ(enter({100, 2, 5, nullptr, 2}, ask_only).status, QUENTA_UNSUPPORTED_SETTING);
+    EXPECT_EQ(times_asked, 2);
+    EXPECT_EQ(enter({100, 2, 1, two_nodes, 2}, ask_only).status, QUENTA_SOLVED);
+    EXPECT_EQ(times_asked, 3);
+}
+
+} // namespace
+
+} // namespace quenta

@@ -1,0 +1,208 @@
+// Calling threads: many solves at once beside collections, attachment once a thread, and what is left of a thread.
+#include "quenta_solvers/calling_threads_state.hpp"
+#include "quenta_solvers/quenta_native.h"
+#include "support/bits.hpp"
+#include "support/random_data.hpp"
+#include "utility/platform.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <latch>
+#include <thread>
+
+namespace quenta {
+
+namespace {
+
+struct solution {
+    int status;
+    int n_steps = 0;
+    std::vector<double> out, coeffs;
+};
+
+// Simpson's row, and with 300 steps every path of the history.
+solution solve(const std::vector<double>& g, const std::vector<double>& K) {
+    constexpr int list[] = {0, 1, 2};
+    const std::size_t N = g.size();
+    solution answer{-1, 0, std::vector<double>(N), std::vector<double>(N)};
+    answer.status = quenta_solve_vie2(g.data(), K.data(), int(N), 0.01, 2, list, 3, 1, answer.out.data(),
+                                      answer.coeffs.data(), &answer.n_steps);
+    return answer;
+}
+
+int solve_a_little() {
+    return solve(std::vector<double>(9, 1.0), std::vector<double>(9, 1.0)).status;
+}
+
+class threads : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(quenta_rt_init(), 1);
+        ASSERT_NE(thread_exit_slot, platform::no_slot);
+        ASSERT_EQ(solve_a_little(), QUENTA_SOLVED); // attaches the main thread
+        attached_before = attached_threads.size();
+    }
+    int attached_before = 0;
+};
+
+TEST_F(threads, many_solve_at_once_beside_a_thread_that_collects) {
+    constexpr int thread_count = 16, solves_per_thread = 8;
+    quenta_tests::random_data random{16};
+    std::vector<std::vector<double>> g, K;
+    std::vector<solution> expected;
+    for (int i = 0; i < thread_count; ++i) {
+        g.push_back(random.uniform(1201));
+        K.push_back(random.uniform(1201));
+        expected.push_back(solve(g.back(), K.back()));
+        ASSERT_EQ(expected.back().status, QUENTA_SOLVED);
+    }
+
+    std::latch all_ready{thread_count + 1};
+    std::atomic<bool> solving{true};
+    std::atomic<int> collections{0};
+    std::vector<std::vector<solution>> actual(thread_count);
+    std::thread collector{[&] {
+        all_ready.arrive_and_wait();
+        do {
+            quenta_gc_collect();
+            ++collections;
+        } while (solving);
+    }};
+    std::vector<std::thread> solvers;
+    for (std::size_t i = 0; i < thread_count; ++i)
+        solvers.emplace_back([&, i] {
+            all_ready.arrive_and_wait();
+            for (int repetition = 0; repetition < solves_per_thread; ++repetition)
+                actual[i].push_back(solve(g[i], K[i]));
+        });
+    for (std::thread& solver : solvers)
+        solver.join();
+    solving = false;
+    collector.join();
+
+    EXPECT_GT(collections, 0);
+    EXPECT_EQ(attached_threads.size(), attached_before);
+    for (std::size_t i = 0; i < thread_count; ++i) {
+        ASSERT_EQ(actual[i].size(), std::size_t(solves_per_thread));
+        for (const solution& each : actual[i]) {
+            EXPECT_EQ(each.status, QUENTA_SOLVED);
+            EXPECT_EQ(each.n_steps, expected[i].n_steps);
+            EXPECT_TRUE(quenta_tests::equal_bits(expected[i].out, each.out)) << "thread " << i;
+            EXPECT_TRUE(quenta_tests::equal_bits(expected[i].coeffs, each.coeffs)) << "thread " << i;
+        }
+    }
+}
+
+TEST_F(threads, a_second_start_makes_no_second_lock_or_slot) {
+    const std::mutex* const lock = library_lock;
+    const std::uint32_t slot = thread_exit_slot;
+    EXPECT_EQ(quenta_rt_init(), 1);
+    EXPECT_EQ(library_lock, lock);
+    EXPECT_EQ(thread_exit_slot, slot);
+}
+
+TEST_F(threads, a_thread_attaches_once_and_its_end_detaches_it) {
+    for (int generation = 0; generation < 3; ++generation) {
+        std::thread{[&] {
+            EXPECT_EQ(attached_threads.size(), attached_before);
+            EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
+            EXPECT_EQ(attached_threads.size(), attached_before + 1);
+            EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
+            quenta_gc_collect();
+            EXPECT_EQ(attached_threads.size(), attached_before + 1);
+        }}.join();
+        EXPECT_EQ(attached_threads.size(), attached_before);
+    }
+}
+
+TEST_F(threads, a_collection_attaches_a_thread_that_has_never_solved) {
+    std::thread{[&] {
+        quenta_gc_collect();
+        EXPECT_EQ(attached_threads.size(), attached_before + 1);
+    }}.join();
+    EXPECT_EQ(attached_threads.size(), attached_before);
+}
+
+TEST_F(threads, a_request_that_is_refused_attaches_all_the_same) {
+    std::thread{[&] {
+        int n_steps = 0;
+        EXPECT_EQ(quenta_solve_vie2(nullptr, nullptr, 2, 1.0, 5, nullptr, 0, 0, nullptr, nullptr, &n_steps),
+                  QUENTA_UNSUPPORTED_SETTING);
+        EXPECT_EQ(attached_threads.size(), attached_before + 1);
+    }}.join();
+}
+
+TEST_F(threads, limits_and_settings_attach_nothing) {
+    std::thread{[&] {
+        int settings[336];
+        quenta_get_supported_settings(settings);
+        EXPECT_EQ(quenta_have_lapack() + quenta_max_coll_params() + function_solve_max_p() + function_solve_max_d() +
+                      quenta_num_supported_settings(),
+                  0 + 5 + 5 + 8 + 56);
+        EXPECT_EQ(attached_threads.size(), attached_before);
+    }}.join();
+}
+
+TEST_F(threads, an_attached_thread_solves_and_ends_without_the_library_lock) {
+    std::latch attached{1}, locked{1};
+    std::thread thread{[&] {
+        EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
+        attached.count_down();
+        locked.wait();
+        EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
+    }};
+    attached.wait();
+    const std::lock_guard guard{*library_lock};
+    locked.count_down();
+    thread.join();
+    EXPECT_EQ(attached_threads.size(), attached_before);
+}
+
+TEST_F(threads, a_first_attachment_waits_for_the_library_lock) {
+    std::atomic<bool> solved{false};
+    std::thread thread;
+    {
+        const std::lock_guard guard{*library_lock};
+        thread = std::thread{[&] {
+            EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
+            solved = true;
+        }};
+        std::this_thread::sleep_for(std::chrono::milliseconds{50});
+        EXPECT_FALSE(solved);
+        EXPECT_EQ(attached_threads.size(), attached_before);
+    }
+    thread.join();
+    EXPECT_TRUE(solved);
+}
+
+TEST_F(threads, no_record_and_an_unknown_record_are_left_alone) {
+    detach_thread_record(nullptr);
+    thread_record other;
+    thread_record unknown{&other};
+    detach_thread_record(&unknown); // it is not on the heap: a deletion would end the test
+    EXPECT_EQ(unknown.next, &other);
+    EXPECT_EQ(attached_threads.size(), attached_before);
+}
+
+TEST_F(threads, without_a_slot_a_record_stays_and_the_next_start_tries_again) {
+    const std::uint32_t slot = thread_exit_slot;
+    thread_exit_slot = platform::no_slot;
+    std::thread{[] {
+        EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
+    }}.join();
+    EXPECT_EQ(attached_threads.size(), attached_before + 1);
+
+    EXPECT_EQ(quenta_rt_init(), 1);
+    EXPECT_NE(thread_exit_slot, platform::no_slot);
+    EXPECT_NE(thread_exit_slot, slot);
+    std::thread{[] {
+        EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
+    }}.join();
+    EXPECT_EQ(attached_threads.size(), attached_before + 1);
+}
+
+} // namespace
+
+} // namespace quenta
