@@ -1,0 +1,67 @@
+// How everything here is measured: ours and its peer take turns in one run, so that whatever else the machine does
+// meets both alike. A figure is a median, and what counts is the median of the ratios of the pairs.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Where a comparison has no limit that it must keep.
+constexpr double no_limit = 0.0;
+
+// Registers one line of the table. `function` takes the benchmark::State and ends in `compare` or `time_alone`; `pairs`
+// is how often they measure.
+template <class function_type>
+void register_line(const std::string& name, std::int64_t size, int pairs, function_type function) {
+    const std::string full_name = name + '/' + std::to_string(size);
+    benchmark::RegisterBenchmark(full_name.c_str(), function)->Iterations(pairs)->UseManualTime();
+}
+
+// Seconds of one call. `prepare` runs outside the clock, once for the `batch` calls in it.
+template <class prepare_type, class call_type>
+double seconds_per_call(int batch, const prepare_type& prepare, const call_type& call) {
+    using clock = std::chrono::steady_clock;
+    prepare();
+    benchmark::ClobberMemory();
+    const clock::time_point start = clock::now();
+    for (int repeat = 0; repeat < batch; ++repeat) {
+        call();
+        benchmark::ClobberMemory();
+    }
+    return std::chrono::duration<double>(clock::now() - start).count() / batch;
+}
+
+// Hands the figures of one line to the table.
+void report_comparison(benchmark::State& state, const std::vector<double>& ours, const std::vector<double>& peer,
+                       double limit);
+void report_alone(benchmark::State& state, const std::vector<double>& ours);
+
+template <class prepare_type, class ours_type, class peer_type>
+void compare(benchmark::State& state, double limit, int batch, const prepare_type& prepare, const ours_type& ours,
+             const peer_type& peer) {
+    std::vector<double> ours_seconds, peer_seconds;
+    for (auto _ : state) {
+        ours_seconds.push_back(seconds_per_call(batch, prepare, ours));
+        peer_seconds.push_back(seconds_per_call(batch, prepare, peer));
+        state.SetIterationTime(batch * (ours_seconds.back() + peer_seconds.back()));
+    }
+    report_comparison(state, ours_seconds, peer_seconds, limit);
+}
+
+template <class ours_type>
+void time_alone(benchmark::State& state, const ours_type& ours) {
+    std::vector<double> seconds;
+    for (auto _ : state) {
+        seconds.push_back(seconds_per_call(
+            1, [] {}, ours));
+        state.SetIterationTime(seconds.back());
+    }
+    report_alone(state, seconds);
+}
+
+// Both sides must have computed the same before their times are worth comparing: the largest difference, relative to
+// the largest value. On disagreement the benchmark ends with an error, and so does the program.
+bool agree(benchmark::State& state, const double* ours, const double* peer, std::int64_t count, double tolerance);
