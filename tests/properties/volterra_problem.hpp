@@ -1,0 +1,64 @@
+// Second-kind equations with a known solution.
+#pragma once
+
+#include <cmath>
+#include <complex>
+#include <cstddef>
+#include <functional>
+#include <vector>
+
+namespace quenta_tests {
+
+// y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
+struct volterra_problem {
+    const char* name;
+    std::function<double(double)> y, K, convolution; // of K and y
+
+    double g(double t) const { return y(t) - convolution(t); }
+};
+
+// y = Re exp(lambda t) and K = Re exp(mu t), from Re(a) Re(b) = Re(a b + a conj(b)) / 2.
+inline volterra_problem exponential_problem(const char* name, std::complex<double> lambda, std::complex<double> mu) {
+    const auto wave = [](std::complex<double> rate) {
+        return [rate](double t) {
+            return std::exp(rate * t).real();
+        };
+    };
+    const auto convolution = [=](double t) {
+        const auto integral = [&](std::complex<double> rate) {
+            return (std::exp(lambda * t) - std::exp(rate * t)) / (lambda - rate);
+        };
+        return (integral(mu) + integral(std::conj(mu))).real() / 2.0;
+    };
+    return {name, wave(lambda), wave(mu), convolution};
+}
+
+// Coefficients in ascending powers.
+using polynomial = std::vector<double>;
+
+inline double value(const polynomial& p, double t) {
+    double sum = 0.0;
+    for (std::size_t k = p.size(); k > 0; --k)
+        sum = sum * t + p[k - 1];
+    return sum;
+}
+
+// t^a convolved with t^b is t^(a+b+1) * a! b! / (a+b+1)!.
+inline polynomial convolution(const polynomial& K, const polynomial& y) {
+    polynomial result(K.size() + y.size(), 0.0);
+    for (std::size_t a = 0; a < K.size(); ++a)
+        for (std::size_t b = 0; b < y.size(); ++b)
+            result[a + b + 1] += K[a] * y[b] * std::beta(double(a + 1), double(b + 1));
+    return result;
+}
+
+inline volterra_problem polynomial_problem(const char* name, const polynomial& y, const polynomial& K) {
+    const auto function = [](const polynomial& p) {
+        return [p](double t) {
+            return value(p, t);
+        };
+    };
+    return {name, function(y), function(K), function(convolution(K, y))};
+}
+
+} // namespace quenta_tests
