@@ -1,0 +1,511 @@
+#include "toeplitz_history/toeplitz_history.hpp"
+
+#include "reference/toeplitz_history.hpp"
+#include "support/bits.hpp"
+#include "support/failures.hpp"
+#include "support/random_data.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <span>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace quenta {
+namespace {
+
+using quenta_tests::equal_bits;
+using quenta_tests::failure_of;
+using quenta_tests::random_data;
+
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+std::size_t size(int number) {
+    return static_cast<std::size_t>(number);
+}
+
+view<const double> view_of(const std::vector<double>& values) {
+    return {values.size(), values.data()};
+}
+
+// The kernel of a run, every lag of it, and what the march would find as its unknowns.
+struct march_input {
+    int n, p, q;
+    std::vector<double> kernel; // the history's layout
+    std::vector<double> x;      // step by step
+
+    std::span<const double> block(int lag) const {
+        return std::span{kernel}.subspan(size(lag) * size(p * q), size(p * q));
+    }
+    std::vector<double> value(int step) const {
+        const double* const first = x.data() + size(step) * size(q);
+        return {first, first + q};
+    }
+};
+
+using generator = std::function<std::vector<double>(random_data&, std::size_t)>;
+
+march_input make_input(random_data& data, int n, int p, int q, const generator& values) {
+    return {n, p, q, values(data, size(n) * size(p * q)), values(data, size(n) * size(q))};
+}
+
+// What a march sees of its history.
+struct march_record {
+    std::vector<std::vector<int>> asked; // [step]: the lags that the push of this step asked for
+    std::vector<double> history;         // H[t], as read before step t is pushed
+    std::vector<double> sums;            // at the end
+    std::vector<double> kernel;          // at the end
+};
+
+// A provider that writes the blocks of an input, even lags whole and odd ones by their rows, and notes the lags.
+struct noting_provider {
+    const march_input* input;
+    std::vector<int> asked;
+
+    static void provide(void* context, std::int32_t lag, ToeplitzHistory& history) {
+        auto* const self = static_cast<noting_provider*>(context);
+        self->asked.push_back(lag);
+        const std::span<const double> block = self->input->block(lag);
+        if (lag % 2 == 0)
+            std::copy(block.begin(), block.end(), history.kernel_block(lag).pointer);
+        else
+            for (int r = 0; r < history.p; ++r)
+                std::copy_n(block.data() + r * history.q, history.q, history.kernel_row(lag, r).pointer);
+    }
+};
+
+// Lag 0 and the lags that were not asked for yet are NaN in the history: reading one of them would show.
+march_record march(const march_input& input, const vector_kernels& kernels, ToeplitzHistory& history) {
+    march_record record;
+    noting_provider provider{&input, {}};
+    history.kernels = &kernels;
+    history.init(input.n, input.p, input.q);
+    std::fill(history.kernel.begin(), history.kernel.end(), nan);
+    history.set_kernel_provider(&provider, noting_provider::provide);
+    for (int t = 0; t < input.n; ++t) {
+        const view<double> now = history.history_at(t);
+        record.history.insert(record.history.end(), now.pointer, now.pointer + now.length);
+        history.push(view_of(input.value(t)));
+        record.asked.push_back(std::exchange(provider.asked, {}));
+    }
+    record.sums.assign(history.sums.begin(), history.sums.end());
+    record.kernel.assign(history.kernel.begin(), history.kernel.end());
+    return record;
+}
+
+march_record march_by_reference(const march_input& input, reference::toeplitz_history& history) {
+    march_record record;
+    std::vector<int> asked;
+    std::fill(history.kernel.begin(), history.kernel.end(), nan);
+    history.set_kernel_provider([&](int lag, reference::toeplitz_history& self) {
+        asked.push_back(lag);
+        const std::span<const double> block = input.block(lag);
+        for (int r = 0; r < input.p; ++r)
+            for (int c = 0; c < input.q; ++c)
+                self.kernel_at(lag, r, c) = block[size(r * input.q + c)];
+    });
+    for (int t = 0; t < input.n; ++t) {
+        for (int r = 0; r < input.p; ++r)
+            record.history.push_back(history.sum_at(t, r));
+        history.push(input.value(t));
+        record.asked.push_back(std::exchange(asked, {}));
+    }
+    record.sums = history.sums;
+    record.kernel = history.kernel;
+    return record;
+}
+
+void expect_same_cache(const reference::toeplitz_history& expected, const ToeplitzHistory& history) {
+    EXPECT_EQ(history.cache_budget, expected.cache_budget);
+    const std::size_t levels =
+        expected.cached_level.empty() ? 0 : static_cast<std::size_t>(expected.cached_level.rbegin()->first) + 1;
+    ASSERT_EQ(history.cache_tried.size(), levels);
+    ASSERT_EQ(history.cache_re.size(), levels);
+    ASSERT_EQ(history.cache_im.size(), levels);
+    for (std::size_t level = 0; level < levels; ++level) {
+        const auto found = expected.cached_level.find(static_cast<int>(level));
+        const bool tried = found != expected.cached_level.end();
+        const std::size_t length = tried && found->second ? (size(history.p) * size(history.q) * 64) << level : 0;
+        EXPECT_EQ(history.cache_tried[level], tried) << "level " << level;
+        EXPECT_EQ(history.cache_re[level].size(), length) << "level " << level;
+        EXPECT_EQ(history.cache_im[level].size(), length) << "level " << level;
+    }
+}
+
+// The same march by the reference and by every instruction set.
+void expect_reference_bits(const march_input& input) {
+    SCOPED_TRACE(::testing::Message() << "n " << input.n << ", p " << input.p << ", q " << input.q);
+    reference::toeplitz_history twin(input.n, input.p, input.q);
+    const march_record expected = march_by_reference(input, twin);
+    ASSERT_TRUE(equal_bits(expected.history, expected.sums)) << "the reference changed a sum after its time";
+    int tables = 0;
+    for (const vector_kernels* kernels : runnable_kernels()) {
+        ++tables;
+        ToeplitzHistory history;
+        const march_record record = march(input, *kernels, history);
+        EXPECT_TRUE(equal_bits(expected.history, record.history)) << "H at its time, " << kernels->name;
+        EXPECT_TRUE(equal_bits(expected.sums, record.sums)) << "sums at the end, " << kernels->name;
+        EXPECT_TRUE(equal_bits(expected.kernel, record.kernel)) << "kernel at the end, " << kernels->name;
+        EXPECT_EQ(expected.asked, record.asked) << kernels->name;
+        EXPECT_EQ(history.next_block, twin.next_block) << kernels->name;
+        EXPECT_EQ(history.count, input.n);
+        expect_same_cache(twin, history);
+    }
+    EXPECT_GE(tables, 1);
+}
+
+const generator uniform = [](random_data& data, std::size_t count) {
+    return data.uniform(count);
+};
+
+// Around every boundary of the schedule.
+const std::vector<int> boundary_lengths{0,  1,  2,  31, 32,  33,  40,  63,  64,  65,  66,  67,  68,  69,  70,
+                                        96, 97, 98, 99, 100, 127, 128, 129, 130, 255, 256, 257, 258, 259, 260};
+
+// The blocks of p rows, with every q but p itself for most p.
+class blocks_of_rows : public ::testing::TestWithParam<int> {};
+
+TEST_P(blocks_of_rows, every_march_has_the_bits_of_the_reference) {
+    const int p = GetParam();
+    int marches = 0;
+    for (int q = 1; q <= 12; ++q)
+        for (const int n : boundary_lengths) {
+            if (p == q && p % 3 == 0)
+                continue;
+            ++marches;
+            random_data data(size(p * 100000 + q * 1000 + n));
+            expect_reference_bits(make_input(data, n, p, q, uniform));
+        }
+    EXPECT_GT(marches, 300);
+}
+
+INSTANTIATE_TEST_SUITE_P(toeplitz_history, blocks_of_rows, ::testing::Range(1, 13),
+                         ::testing::PrintToStringParamName());
+
+TEST(toeplitz_history, long_marches_have_the_bits_of_the_reference) {
+    for (const auto& [p, q] : {std::pair{1, 1}, {1, 2}, {2, 1}, {3, 3}, {3, 5}, {5, 3}, {1, 12}, {12, 1}, {8, 7}}) {
+        random_data data(size(51 + p + 20 * q));
+        expect_reference_bits(make_input(data, 1000, p, q, uniform));
+    }
+}
+
+TEST(toeplitz_history, lengths_around_larger_powers_of_two_have_the_bits_of_the_reference) {
+    for (const int n : {511, 512, 513, 543, 544, 545, 1023, 1024, 1025, 1056, 2048 + 31, 2048 + 32, 5000}) {
+        random_data data(size(52 + n));
+        expect_reference_bits(make_input(data, n, 1, 1, uniform));
+        expect_reference_bits(make_input(data, n, 2, 1, uniform));
+    }
+}
+
+TEST(toeplitz_history, special_values_in_kernel_and_unknowns_have_the_bits_of_the_reference) {
+    const std::vector<generator> kinds{
+        [](random_data& data, std::size_t count) { return data.sprinkled(count, 8); },
+        [](random_data& data, std::size_t count) { return data.sprinkled(count, 500); },
+        [](random_data& data, std::size_t count) { return data.wide(count, 300); },
+        [](random_data& data, std::size_t count) { return data.uniform(count, -0x1p-1040, 0x1p-1040); },
+        [](random_data& data, std::size_t count) { return data.uniform(count, 0x1p500, 0x1p520); },
+        [](random_data& data, std::size_t count) {
+            std::vector<double> signed_zeros = data.uniform(count);
+            for (double& value : signed_zeros)
+                value = std::copysign(0.0, value);
+            return signed_zeros;
+        },
+    };
+    random_data data(53);
+    for (std::size_t kind = 0; kind < kinds.size(); ++kind)
+        for (const auto& [p, q] : {std::pair{1, 1}, {2, 3}, {5, 2}})
+            for (const int n : {33, 64, 100, 260}) {
+                SCOPED_TRACE(::testing::Message() << "kind " << kind);
+                expect_reference_bits(make_input(data, n, p, q, kinds[kind]));
+            }
+}
+
+TEST(toeplitz_history, a_single_infinity_reaches_only_what_its_blocks_reach) {
+    random_data data(54);
+    for (const int step : {0, 5, 40, 70}) {
+        march_input input = make_input(data, 100, 2, 3, uniform);
+        input.x[size(step * 3 + 1)] = HUGE_VAL;
+        expect_reference_bits(input);
+        march_input lag = make_input(data, 100, 2, 3, uniform);
+        lag.kernel[size((step + 1) * 6 + 2)] = nan;
+        expect_reference_bits(lag);
+    }
+}
+
+TEST(toeplitz_history, is_the_plain_double_sum_to_rounding) {
+    random_data data(55);
+    for (const vector_kernels* kernels : runnable_kernels())
+        for (const auto& [p, q] : {std::pair{1, 1}, {2, 3}, {4, 1}, {12, 7}})
+            for (const int n : {1, 2, 40, 64, 70, 100, 128, 260, 1000}) {
+                const march_input input = make_input(data, n, p, q, uniform);
+                ToeplitzHistory history;
+                const march_record record = march(input, *kernels, history);
+                for (int t = 0; t < n; ++t)
+                    for (int r = 0; r < p; ++r) {
+                        long double sum = 0;
+                        for (int j = 0; j < t; ++j)
+                            for (int c = 0; c < q; ++c)
+                                sum += static_cast<long double>(input.block(t - j)[size(r * q + c)]) *
+                                       static_cast<long double>(input.x[size(j * q + c)]);
+                        ASSERT_NEAR(double(sum), record.history[size(t * p + r)], 1e-15 * (100 + n * q))
+                            << kernels->name << ", n " << n << ", p " << p << ", q " << q << ", t " << t;
+                    }
+            }
+}
+
+TEST(toeplitz_history, the_first_sum_is_zero_at_all_times) {
+    random_data data(56);
+    const march_input input = make_input(data, 100, 3, 2, uniform);
+    ToeplitzHistory history;
+    history.init(100, 3, 2);
+    history.kernel.assign(input.kernel.begin(), input.kernel.end());
+    for (int t = 0; t < 100; ++t) {
+        history.push(view_of(input.value(t)));
+        const view<double> first = history.history_at(0);
+        EXPECT_TRUE(equal_bits(std::vector<double>(3), std::span{first.pointer, first.length})) << "after push " << t;
+    }
+}
+
+// With K = 1 everywhere and x[j] = 2^j, a sum is the set of its sources.
+TEST(toeplitz_history, the_first_pushes_add_these_sources_to_these_targets) {
+    constexpr int n = 16;
+    std::vector<int> asked;
+    ToeplitzHistory history;
+    history.init(n, 1, 1);
+    history.set_kernel_provider(&asked, [](void* context, std::int32_t lag, ToeplitzHistory& self) {
+        static_cast<std::vector<int>*>(context)->push_back(lag);
+        self.kernel_block(lag).at(0) = 1.0;
+    });
+    struct row_of_table {
+        int first_target, last_target;
+        unsigned sources;
+        std::vector<int> lags;
+    };
+    const std::vector<row_of_table> table{
+        {1, 1, 0b1, {1}},      {2, 3, 0b11, {2, 3}},
+        {3, 3, 0b100, {}},     {4, 7, 0b1111, {4, 5, 6, 7}},
+        {5, 5, 0b10000, {}},   {6, 7, 0b110000, {}},
+        {7, 7, 0b1000000, {}}, {8, 15, 0b11111111, {8, 9, 10, 11, 12, 13, 14, 15}},
+    };
+    std::vector<unsigned> expected(n, 0);
+    for (std::size_t push = 0; push < table.size(); ++push) {
+        const double x = std::ldexp(1.0, static_cast<int>(push));
+        history.push({1, &x});
+        const row_of_table& row = table[push];
+        for (int t = row.first_target; t <= row.last_target; ++t)
+            expected[size(t)] += row.sources;
+        EXPECT_EQ(std::exchange(asked, {}), row.lags) << "push " << push + 1;
+        for (int t = 0; t < n; ++t)
+            EXPECT_EQ(history.history_at(t).at(0), expected[size(t)]) << "push " << push + 1 << ", sum " << t;
+    }
+    EXPECT_EQ(history.history_at(7).at(0), 0b1111111);
+}
+
+// The lags that push i asks for, in a march of n steps.
+std::vector<int> lags_of_push(int n, int i) {
+    random_data data(57);
+    ToeplitzHistory history;
+    const march_record record = march(make_input(data, n, 1, 1, uniform), best_kernels(), history);
+    return record.asked.at(size(i - 1));
+}
+
+std::vector<int> lags(int first, int last) {
+    std::vector<int> all;
+    for (int lag = first; lag <= last; ++lag)
+        all.push_back(lag);
+    return all;
+}
+
+TEST(toeplitz_history, a_provider_is_asked_for_no_more_than_the_block_needs) {
+    // Six steps: two targets of push 4 are left, and push 6 has none.
+    EXPECT_EQ(lags_of_push(6, 4), lags(4, 5));
+    EXPECT_EQ(lags_of_push(6, 5), lags(1, 0));
+    EXPECT_EQ(lags_of_push(6, 6), lags(1, 0));
+    EXPECT_EQ(lags_of_push(40, 32), lags(32, 39));  // direct: 8 targets
+    EXPECT_EQ(lags_of_push(64, 32), lags(32, 63));  // transform: 32 targets
+    EXPECT_EQ(lags_of_push(70, 64), lags(64, 69));  // direct: 6 targets
+    EXPECT_EQ(lags_of_push(100, 64), lags(64, 99)); // transform: 36 targets
+    EXPECT_EQ(lags_of_push(1000, 64), lags(64, 127));
+}
+
+TEST(toeplitz_history, blocks_clipped_below_32_targets_are_summed_directly) {
+    for (const auto& [n, first_level_tried, levels] :
+         {std::tuple{40, false, 0}, {63, false, 0}, {64, true, 1}, {70, true, 1}, {95, true, 1}, {96, true, 2}}) {
+        random_data data(58);
+        ToeplitzHistory history;
+        march(make_input(data, n, 1, 1, uniform), best_kernels(), history);
+        EXPECT_EQ(history.cache_tried.size(), size(levels)) << "n " << n;
+        EXPECT_EQ(!history.cache_tried.empty() && history.cache_tried[0], first_level_tried) << "n " << n;
+    }
+}
+
+TEST(toeplitz_history, the_cache_takes_the_levels_that_fit_its_budget_and_refuses_the_next_for_good) {
+    constexpr int n = 100, p = 2, q = 3;
+    random_data data(59);
+    const march_input input = make_input(data, n, p, q, uniform);
+    ToeplitzHistory history;
+    history.init(n, p, q);
+    history.kernel.assign(input.kernel.begin(), input.kernel.end());
+    EXPECT_EQ(history.cache_budget, 200u * p * q);
+    for (int i = 1; i <= n; ++i) {
+        history.push(view_of(input.value(i - 1)));
+        SCOPED_TRACE(::testing::Message() << "push " << i);
+        ASSERT_EQ(history.cache_tried.size(), i < 32 ? 0u : i < 64 ? 1u : 2u);
+        ASSERT_EQ(history.cache_budget, (i < 32 ? 200u : 72u) * p * q);
+        if (i >= 32) {
+            ASSERT_EQ(history.cache_re[0].size(), 64u * p * q);
+            ASSERT_EQ(history.cache_im[0].size(), 64u * p * q);
+        }
+        if (i >= 64) {
+            EXPECT_TRUE(history.cache_tried[1]);
+            EXPECT_TRUE(history.cache_re[1].empty() && history.cache_im[1].empty());
+        }
+    }
+    // Row q*r + c of a level is the transform of entry (r, c), with lag 0 left out.
+    for (int r = 0; r < p; ++r)
+        for (int c = 0; c < q; ++c) {
+            std::vector<double> re(64), im(64);
+            for (int u = 1; u < 64; ++u)
+                re[size(u)] = input.block(u)[size(r * q + c)];
+            reference::fft(re.data(), im.data(), 64, false);
+            const std::size_t first = size(q * r + c) * 64;
+            EXPECT_TRUE(equal_bits(re, std::span{history.cache_re[0]}.subspan(first, 64)));
+            EXPECT_TRUE(equal_bits(im, std::span{history.cache_im[0]}.subspan(first, 64)));
+        }
+}
+
+TEST(toeplitz_history, without_a_provider_the_kernel_is_read_as_it_stands) {
+    random_data data(60);
+    for (const int n : {1, 33, 100}) {
+        const march_input input = make_input(data, n, 2, 3, uniform);
+        reference::toeplitz_history expected(n, 2, 3);
+        ToeplitzHistory history;
+        history.init(n, 2, 3);
+        EXPECT_EQ(history.next_block, n);
+        expected.kernel = input.kernel;
+        history.kernel.assign(input.kernel.begin(), input.kernel.end());
+        for (int t = 0; t < n; ++t) {
+            expected.push(input.value(t));
+            history.push(view_of(input.value(t)));
+        }
+        EXPECT_TRUE(equal_bits(expected.sums, history.sums)) << "n " << n;
+        EXPECT_EQ(history.next_block, n);
+    }
+}
+
+TEST(toeplitz_history, starts_at_zero_and_can_be_started_again) {
+    random_data data(61);
+    ToeplitzHistory history;
+    const march_input first = make_input(data, 260, 3, 4, uniform), second = make_input(data, 100, 2, 3, uniform);
+    march(first, best_kernels(), history);
+    history.init(100, 2, 3);
+    EXPECT_EQ(history.count, 0);
+    EXPECT_EQ(history.provider, nullptr);
+    EXPECT_EQ(history.provider_context, nullptr);
+    EXPECT_EQ(history.next_block, 100);
+    EXPECT_TRUE(history.cache_re.empty() && history.cache_im.empty() && history.cache_tried.empty());
+    EXPECT_TRUE(equal_bits(std::vector<double>(600), history.kernel));
+    EXPECT_TRUE(equal_bits(std::vector<double>(200), history.sums));
+    EXPECT_TRUE(equal_bits(std::vector<double>(300), history.pushed));
+    // Larger scratch than needed, with old content in it, changes nothing.
+    reference::toeplitz_history twin(100, 2, 3);
+    const march_record expected = march_by_reference(second, twin);
+    EXPECT_TRUE(equal_bits(expected.sums, march(second, best_kernels(), history).sums));
+}
+
+TEST(toeplitz_history, the_scratch_has_the_size_of_the_largest_transform) {
+    constexpr int n = 300, p = 2, q = 5;
+    random_data data(62);
+    const march_input input = make_input(data, n, p, q, uniform);
+    ToeplitzHistory history;
+    history.init(n, p, q);
+    history.kernel.assign(input.kernel.begin(), input.kernel.end());
+    for (int i = 1; i <= n; ++i) {
+        history.push(view_of(input.value(i - 1)));
+        const std::size_t points = i < 32 ? 0 : i < 64 ? 64 : i < 128 ? 128 : i < 256 ? 256 : 512;
+        ASSERT_EQ(history.x_re.size(), points * q) << i;
+        ASSERT_EQ(history.x_im.size(), points * q) << i;
+        ASSERT_EQ(history.k_re.size(), points) << i;
+        ASSERT_EQ(history.k_im.size(), points) << i;
+        ASSERT_EQ(history.acc_re.size(), points * p) << i;
+        ASSERT_EQ(history.acc_im.size(), points * p) << i;
+    }
+}
+
+TEST(toeplitz_history, more_than_q_values_may_be_handed_over) {
+    random_data data(63);
+    const march_input input = make_input(data, 70, 2, 3, uniform);
+    ToeplitzHistory exact, generous;
+    for (ToeplitzHistory* history : {&exact, &generous}) {
+        history->init(70, 2, 3);
+        history->kernel.assign(input.kernel.begin(), input.kernel.end());
+    }
+    for (int t = 0; t < 70; ++t) {
+        std::vector<double> values = input.value(t);
+        exact.push(view_of(values));
+        values.insert(values.end(), 4, nan);
+        generous.push(view_of(values));
+    }
+    EXPECT_TRUE(equal_bits(input.x, generous.pushed));
+    EXPECT_TRUE(equal_bits(exact.sums, generous.sums));
+}
+
+TEST(toeplitz_history, accessors_show_the_layout) {
+    ToeplitzHistory history;
+    history.init(4, 2, 3);
+    for (std::size_t i = 0; i < history.kernel.size(); ++i)
+        history.kernel[i] = double(i);
+    for (std::size_t i = 0; i < history.sums.size(); ++i)
+        history.sums[i] = double(i);
+    for (int d = 0; d < 4; ++d) {
+        EXPECT_EQ(history.kernel_block(d).length, 6u);
+        EXPECT_EQ(history.kernel_block(d).at(0), 6 * d);
+        for (int r = 0; r < 2; ++r) {
+            EXPECT_EQ(history.kernel_row(d, r).length, 3u);
+            EXPECT_EQ(history.kernel_row(d, r).at(0), (d * 2 + r) * 3);
+        }
+        EXPECT_EQ(history.history_at(d).length, 2u);
+        EXPECT_EQ(history.history_at(d).at(1), 2 * d + 1);
+    }
+}
+
+TEST(toeplitz_history, an_access_out_of_range_is_an_index_failure) {
+    constexpr int n = 4, p = 2, q = 3;
+    constexpr int lowest = std::numeric_limits<int>::min(), largest = std::numeric_limits<int>::max();
+    ToeplitzHistory history;
+    history.init(n, p, q);
+    for (const int outside : {-1, n, n + 1, lowest, largest}) {
+        EXPECT_TRUE(failure_of<index_failure>([&] { history.history_at(outside); })) << outside;
+        EXPECT_TRUE(failure_of<index_failure>([&] { history.kernel_block(outside); })) << outside;
+        EXPECT_TRUE(failure_of<index_failure>([&] { history.kernel_row(outside, 0); })) << outside;
+    }
+    for (const int outside : {-1, p, p + 1, lowest, largest})
+        for (int d = 0; d < n; ++d)
+            EXPECT_TRUE(failure_of<index_failure>([&] { history.kernel_row(d, outside); })) << outside;
+}
+
+TEST(toeplitz_history, too_few_values_or_too_many_pushes_are_index_failures) {
+    const std::vector<double> x{1, 2, 3};
+    for (const int n : {0, 1, 5, 64}) {
+        ToeplitzHistory history;
+        history.init(n, 2, 3);
+        for (int t = 0; t < n; ++t) {
+            EXPECT_TRUE(failure_of<index_failure>([&] { history.push({2, x.data()}); })) << n;
+            EXPECT_TRUE(failure_of<index_failure>([&] { history.push({}); })) << n;
+            history.push(view_of(x));
+            EXPECT_EQ(history.count, t + 1);
+        }
+        EXPECT_TRUE(failure_of<index_failure>([&] { history.push(view_of(x)); })) << n;
+        EXPECT_TRUE(failure_of<index_failure>([&] { history.history_at(n); })) << n;
+    }
+}
+
+} // namespace
+} // namespace quenta
