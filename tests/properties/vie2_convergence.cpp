@@ -112,7 +112,7 @@ private:
 };
 
 const volterra_problem problems[] = {
-    exponential_problem("decaying", -1.2,-2.5),
+    exponential_problem("decaying", -1.2, -2.5),
     exponential_problem("oscillating", {-1.0, 2.8}, {-0.5, 2.0}),
     polynomial_problem("polynomial", {1.0, -0.8, 0.7, -0.6, 0.5, -0.4, 0.3, -0.2, 0.1}, {1.0, -0.5, 0.25, 0.1}),
 };
@@ -137,7 +137,7 @@ TEST_P(vie2_convergence, has_the_order_of_the_scheme_at_every_kind_of_place) {
                 EXPECT_EQ(coarse[where], 0.0);
                 continue;
             }
-            EXPECT_NEAR(std::log2(coarse[where] / fine[where]), scheme.order_at(where), 0.15)
+            EXPECT_NEAR(std::log2(coarse[where] / fine[where]), scheme.order_at(where), 0.25)
                 << "errors " << coarse[where] << " and " << fine[where];
         }
     }
