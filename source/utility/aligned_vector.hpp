@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <new>
+#include <utility>
 #include <vector>
 
 namespace quenta {
@@ -20,6 +21,16 @@ struct cache_line_allocator {
         return static_cast<element*>(::operator new(count * sizeof(element), alignment));
     }
     void deallocate(element* pointer, std::size_t) { ::operator delete(pointer, alignment); }
+
+    // Elements that are given no value stay unwritten: what needs zeros says so, and scratch is not written twice.
+    template <class other>
+    void construct(other* place) {
+        ::new (static_cast<void*>(place)) other;
+    }
+    template <class other, class... arguments>
+    void construct(other* place, arguments&&... values) {
+        ::new (static_cast<void*>(place)) other(std::forward<arguments>(values)...);
+    }
 
     bool operator==(const cache_line_allocator&) const { return true; }
 };
