@@ -9,8 +9,8 @@
 // the mean of two one-sided values: if both are nodes it has their order; otherwise the leading errors add up to
 // omega(1) + omega(0), and where that is zero (nodes that lie symmetrically, odd in number) the order is theirs too.
 #include "conformance/vie2_call.hpp"
+#include "properties/quadrature_order.hpp"
 #include "properties/volterra_problem.hpp"
-#include "reference/lagrange.hpp"
 
 #include <gtest/gtest.h>
 
@@ -38,17 +38,6 @@ public:
     int P() const { return int(c.size()); }
     int S() const { return row.m * row.m; }
 
-    // The rule integrates s^j exactly for all j below its order.
-    int quadrature_order() const {
-        for (int j = 0;; ++j) {
-            double integral = 0.0;
-            for (std::size_t l = 0; l < c.size(); ++l)
-                integral += reference::quadrature_weight(reference::lagrange_coefficients(c, l)) * std::pow(c[l], j);
-            if (!is_zero(integral - 1.0 / (j + 1)))
-                return j;
-        }
-    }
-
     place place_of(int sample, int steps) const {
         const int e = sample % S();
         if (e == 0)
@@ -57,7 +46,7 @@ public:
     }
 
     int order_at(place where) const {
-        const int at_nodes = std::min(quadrature_order(), P() + 1);
+        const int at_nodes = std::min(quadrature_order(row), P() + 1);
         const auto order = [&](double leading_error) {
             return is_zero(leading_error) ? at_nodes : P();
         };

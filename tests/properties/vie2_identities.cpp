@@ -1,8 +1,8 @@
 // Identities of quenta_solve_vie2 that need no reference, for every row: what it reproduces, how it scales, and what a
 // value cannot depend on.
 #include "conformance/vie2_call.hpp"
+#include "properties/quadrature_order.hpp"
 #include "properties/volterra_problem.hpp"
-#include "reference/lagrange.hpp"
 #include "support/bits.hpp"
 #include "support/random_data.hpp"
 
@@ -66,18 +66,6 @@ std::vector<double> times(double factor, std::span<const double> values) {
 
 // Runs on both sides of the transform's first use.
 constexpr int runs[] = {1, 7, 40, 150};
-
-// The powers below it are integrated exactly by the rule on the row's nodes.
-int quadrature_order(const setting& row) {
-    const std::vector<double> c = row.nodes();
-    for (int j = 0;; ++j) {
-        double integral = 0.0;
-        for (std::size_t l = 0; l < c.size(); ++l)
-            integral += reference::quadrature_weight(reference::lagrange_coefficients(c, l)) * std::pow(c[l], j);
-        if (std::fabs(integral - 1.0 / (j + 1)) > 1e-12)
-            return j;
-    }
-}
 
 // A step carries polynomials of degree P - 1, and the rule integrates K(t - s) y(s) exactly when the degrees of both
 // stay below its order. One degree more and it does not.

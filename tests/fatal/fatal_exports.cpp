@@ -1,0 +1,155 @@
+// Arguments that contradict each other end a process that does not catch, by a signal and never by a status; a host
+// that catches goes on. Everything here passes through the shared library.
+#include "conformance/vie2_call.hpp"
+#include "support/bits.hpp"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <csignal>
+#include <exception>
+#include <string>
+
+#include <unistd.h>
+
+namespace quenta_tests {
+
+namespace {
+
+using reference::setting;
+
+struct fatal_request {
+    const char* name;
+    int N;
+    setting row;
+    bool want_null_coeffs;
+    const char* message;
+};
+
+const int started = quenta_rt_init();
+
+// Arrays have N samples, or one where N is not a length.
+int call(const fatal_request& request) {
+    const std::vector<double> samples(std::size_t(std::max(request.N, 1)), 1.0);
+    std::vector<double> out(samples.size());
+    int n_steps = 0;
+    return quenta_solve_vie2(samples.data(), samples.data(), request.N, 0.01, request.row.m, request.row.indices.data(),
+                             int(request.row.indices.size()), request.want_null_coeffs ? 1 : 0, out.data(), nullptr,
+                             &n_steps);
+}
+
+// The caller as a host without handlers: an exception that reaches it ends the process. A status becomes an exit code.
+void call_without_handler(const fatal_request& request) noexcept {
+    _exit(call(request));
+}
+
+const fatal_request fatal_requests[] = {
+    {"no_samples_one_step_rows", 0, {1, {0}}, false, "index 0, length 0"},
+    {"no_samples_one_node", 0, {2, {1}}, false, "index [0-9]+, length 0"},
+    {"no_samples_two_nodes", 0, {3, {1, 2}}, false, "index [0-9]+, length 0"},
+    {"no_samples_five_nodes", 0, {4, {0, 1, 2, 3, 4}}, false, "index [0-9]+, length 0"},
+    {"minus_one_sample", -1, {1, {0}}, false, "Conversion positive overflow"},
+    {"minus_five_samples", -5, {2, {0, 1, 2}}, false, "Conversion positive overflow"},
+    {"many_samples_less_than_none", INT_MIN + 1, {4, {1, 3}}, false, "Conversion positive overflow"},
+    {"fewest_samples", INT_MIN, {2, {0, 1}}, false, "Conversion positive overflow"},
+    {"null_coeffs_one_step", 2, {1, {0}}, true, "index [0-9]+, length 0"},
+    {"null_coeffs_many_steps", 401, {2, {0, 1, 2}}, true, "index [0-9]+, length 0"},
+    {"kernel_shorter_than_the_first_step_needs", 4, {2, {0, 2}}, false, "index 4, length 4"},
+    {"one_sample_of_two", 1, {1, {0, 1}}, false, "index 1, length 1"},
+    {"a_kernel_shorter_by_one", 12, {4, {0, 3}}, false, "index 12, length 12"},
+};
+
+class fatal : public ::testing::TestWithParam<fatal_request> {};
+
+TEST_P(fatal, ends_a_process_that_does_not_catch) {
+    EXPECT_EXIT(call_without_handler(GetParam()), ::testing::KilledBySignal(SIGABRT), GetParam().message);
+}
+
+TEST_P(fatal, is_an_exception_for_a_host_that_catches_and_the_next_call_works) {
+    const setting simpson{2, {0, 1, 2}};
+    const std::vector<double> ones(401, 1.0);
+    const vie2_answer before = call_vie2(ones, ones, 0.01, simpson);
+    int caught = 0;
+    try {
+        const int status = call(GetParam());
+        ADD_FAILURE() << "status " << status;
+    } catch (const std::exception& failure) {
+        ++caught;
+        EXPECT_NE(failure.what(), nullptr);
+        EXPECT_GT(std::string{failure.what()}.size(), 0u);
+    }
+    EXPECT_EQ(caught, 1);
+    const vie2_answer after = call_vie2(ones, ones, 0.01, simpson);
+    EXPECT_EQ(after.status, QUENTA_SOLVED);
+    EXPECT_TRUE(equal_bits(before.out.values(), after.out.values()));
+}
+
+INSTANTIATE_TEST_SUITE_P(request, fatal, ::testing::ValuesIn(fatal_requests),
+                         [](const auto& instance) { return std::string{instance.param.name}; });
+
+TEST(not_fatal, null_coeffs_without_a_step) {
+    EXPECT_EQ(call({"", 1, {1, {0}}, true, ""}), QUENTA_SOLVED);
+    EXPECT_EQ(call({"", 4, {2, {1}}, true, ""}), QUENTA_SOLVED);
+}
+
+TEST(not_fatal, null_coeffs_with_a_singular_block) {
+    const double samples[] = {1.0, 1.0};
+    const int list[] = {1};
+    double out[2];
+    int n_steps = 0;
+    EXPECT_EQ(quenta_solve_vie2(samples, samples, 2, 1.0, 1, list, 1, 1, out, nullptr, &n_steps),
+              QUENTA_SINGULAR_BLOCK);
+}
+
+// ---- Division by m * m = 0, whatever the host does with the signal ----
+
+void call_with_m(int m) noexcept {
+    int n_steps = 0;
+    _exit(quenta_solve_vie2(nullptr, nullptr, 10, 0.01, m, nullptr, 0, 0, nullptr, nullptr, &n_steps));
+}
+
+void note_and_return(int) {
+    constexpr char note[] = "the handler was called";
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, note, sizeof note - 1);
+}
+
+class division_by_zero : public ::testing::TestWithParam<int> {
+protected:
+    static void call_with_disposition(void (*disposition)(int)) {
+        std::signal(SIGFPE, disposition);
+        call_with_m(GetParam());
+    }
+    static void call_blocked() {
+        sigset_t fault;
+        sigemptyset(&fault);
+        sigaddset(&fault, SIGFPE);
+        pthread_sigmask(SIG_BLOCK, &fault, nullptr);
+        call_with_disposition(SIG_DFL);
+    }
+};
+
+constexpr auto arithmetic_fault = SIGFPE;
+
+TEST_P(division_by_zero, is_the_arithmetic_fault_by_default) {
+    EXPECT_EXIT(call_with_disposition(SIG_DFL), ::testing::KilledBySignal(arithmetic_fault), "");
+}
+
+TEST_P(division_by_zero, is_the_arithmetic_fault_when_it_is_ignored) {
+    EXPECT_EXIT(call_with_disposition(SIG_IGN), ::testing::KilledBySignal(arithmetic_fault), "");
+}
+
+TEST_P(division_by_zero, is_the_arithmetic_fault_when_it_is_blocked) {
+    EXPECT_EXIT(call_blocked(), ::testing::KilledBySignal(arithmetic_fault), "");
+}
+
+TEST_P(division_by_zero, is_the_arithmetic_fault_after_a_handler_that_returns) {
+    EXPECT_EXIT(call_with_disposition(note_and_return), ::testing::KilledBySignal(arithmetic_fault),
+                "the handler was called");
+}
+
+// The squares of all of these are 0 in 32 bits.
+INSTANTIATE_TEST_SUITE_P(m, division_by_zero, ::testing::Values(0, 65536, -65536, 1 << 20, INT_MIN));
+
+} // namespace
+
+} // namespace quenta_tests
