@@ -8,6 +8,7 @@
 #include "settings_table.hpp"
 
 #include <cstddef>
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <vector>
@@ -22,6 +23,15 @@ struct scalar_solution {
     std::vector<double> coefficients; // count + 1 slots a step, the last of them unused
     int steps;
 };
+
+bool same_place(const std::string& one, const std::string& other) {
+    if (one == "-" || other == "-")
+        return one == other;
+    const auto place = [](const std::string& path) {
+        return std::filesystem::weakly_canonical(std::filesystem::absolute(path));
+    };
+    return place(one) == place(other);
+}
 
 void start_library() {
     if (quenta_rt_init() == 0)
@@ -64,7 +74,7 @@ void write_polynomials(output_file& file, const scalar_solution& solution, const
 
 int run_vie2(const vie2_request& request) {
     const bool with_polynomials = !request.polynomials.empty();
-    if (with_polynomials && request.polynomials == request.output)
+    if (with_polynomials && same_place(request.polynomials, request.output))
         throw bad_input(sentence("the solution and the polynomials would both go to ", in_quotes(request.output),
                                  "; expected two different places"));
     const setting chosen = parse_setting(request.setting);

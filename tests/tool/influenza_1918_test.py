@@ -1,0 +1,97 @@
+"""The example runs, leaves what it says, and its forecast obeys the renewal equation.
+
+usage: influenza_1918_test.py QUENTA EXAMPLE_DIRECTORY
+"""
+
+import csv
+import importlib.util
+import math
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROGRAM = pathlib.Path(sys.argv[1])
+EXAMPLE = pathlib.Path(sys.argv[2])
+
+
+class Example(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        directory = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(directory.cleanup)
+        cls.left = pathlib.Path(directory.name) / "made" / "here"
+        cls.made = subprocess.run([sys.executable, EXAMPLE / "run", PROGRAM, cls.left], capture_output=True, text=True)
+        if cls.made.returncode != 0:
+            raise AssertionError(f"the example failed: {cls.made.stderr}")
+
+    def printed(self, pattern):
+        found = re.search(pattern, self.made.stdout)
+        self.assertIsNotNone(found, self.made.stdout)
+        return float(found[1])
+
+    def read(self, name):
+        with open(self.left / name, newline="") as file:
+            rows = list(csv.DictReader(file))
+        return {column: [float(row[column]) for row in rows] for column in rows[0]}
+
+    def test_fitted_numbers_are_plausible_and_nothing_is_complained_of(self):
+        self.assertNotIn("quenta:", self.made.stderr)
+        R0 = self.printed(r"R0: ([\d.]+)")
+        self.assertTrue(1.1 < R0 < 1.6, R0)
+        self.assertAlmostEqual(self.printed(r"mean ([\d.]+) days"), 2.596, delta=0.005)
+        self.assertTrue(1 < self.printed(r"([\d.]+) times the variance") < 10)
+
+    def test_readme_shows_what_is_printed(self):
+        readme = (EXAMPLE / "README.md").read_text()
+        printed = [line for line in self.made.stdout.splitlines() if not line.startswith("written: ")]
+        self.assertEqual(len(printed), 4)
+        for line in printed:
+            self.assertIn("    " + line + "\n", readme)
+
+    def test_files_are_there_and_no_others(self):
+        self.assertEqual(sorted(path.name for path in self.left.iterdir()),
+                         ["forecast.csv", "influenza_1918.png", "samples.csv", "solution.csv"])
+        self.assertEqual((self.left / "influenza_1918.png").read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
+
+    def test_forecast_has_every_day_after_the_first_week_with_its_counts(self):
+        forecast = self.read("forecast.csv")
+        with open(EXAMPLE / "influenza_1918_baltimore.csv", newline="") as file:
+            counted = list(csv.DictReader(line for line in file if not line.startswith("#")))
+        self.assertEqual(len(counted), 92)
+        self.assertEqual(forecast["day"], list(range(7, 92)))
+        self.assertEqual(forecast["cases"], [float(row["cases"]) for row in counted[7:]])
+        for low, expected, high in zip(forecast["expected_low"], forecast["expected"], forecast["expected_high"]):
+            self.assertTrue(0 < low < expected < high)
+
+    def test_fitted_days_add_up_to_the_cases_counted(self):
+        # Near the likeliest R0 of Poisson counts the totals are close; they would be equal if R0 were a plain factor.
+        forecast = self.read("forecast.csv")
+        self.assertAlmostEqual(sum(forecast["expected"][:21]) / sum(forecast["cases"][:21]), 1, delta=0.05)
+
+    def test_forecast_grows_at_last_at_the_rate_of_the_equation(self):
+        # R0 times the integral of w(s) exp(-r s) is 1; w is K / R0 in the samples that the program was given.
+        forecast, samples = self.read("forecast.csv"), self.read("samples.csv")
+        rate = math.log(forecast["expected"][-1] / forecast["expected"][-15]) / 14
+        spacing = samples["t"][1]
+        total = spacing * sum(K * math.exp(-rate * t) for t, K in zip(samples["t"], samples["K"]))
+        self.assertAlmostEqual(total, 1, delta=1e-5)
+
+    def test_solution_satisfies_the_equation_by_another_quadrature(self):
+        samples, solution = self.read("samples.csv"), self.read("solution.csv")
+        spacing, y = samples["t"][1], solution["y"]
+        checked = range(0, len(y), 97)
+        self.assertGreater(len(checked), 10)
+        for i in checked:
+            terms = [samples["K"][i - j] * y[j] for j in range(i + 1)]
+            integral = spacing * (sum(terms) - (terms[0] + terms[-1]) / 2)
+            self.assertAlmostEqual(y[i] / (samples["g"][i] + integral), 1, delta=1e-3)
+
+
+if __name__ == "__main__":
+    if importlib.util.find_spec("matplotlib") is None:
+        print(f"skipped: {sys.executable} has no matplotlib (python3-matplotlib), which draws the example's picture")
+        sys.exit(77)
+    unittest.main(argv=sys.argv[:1], verbosity=2)

@@ -1,0 +1,49 @@
+// The limits of the library, as the program sees them: sizes that no file of a test could have.
+#include "messages.hpp"
+#include "sample_grid.hpp"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace quenta_program {
+namespace {
+
+constexpr std::size_t largest = std::numeric_limits<int>::max();
+
+std::string refusal(std::size_t samples, const setting& chosen) {
+    try {
+        whole_steps("samples.csv", samples, chosen);
+    } catch (const bad_input& wrong) {
+        return wrong.what();
+    }
+    return "";
+}
+
+TEST(whole_steps, refuses_fewer_samples_than_one_step_needs) {
+    ASSERT_EQ(supported_settings().size(), 56u);
+    for (const setting& one : supported_settings()) {
+        const std::size_t enough = static_cast<std::size_t>(one.m * one.m) + 1;
+        EXPECT_EQ(whole_steps("", enough, one), 1) << one.text();
+        EXPECT_EQ(whole_steps("", 3 * enough, one), static_cast<int>((3 * enough - 1) / (enough - 1))) << one.text();
+        EXPECT_NE(refusal(enough - 1, one), "") << one.text();
+        EXPECT_NE(refusal(0, one), "") << one.text();
+    }
+}
+
+TEST(whole_steps, refuses_more_samples_than_an_index_counts) {
+    const setting quarters{4, {0}};
+    EXPECT_EQ(whole_steps("", largest, quarters), (2147483647 - 1) / 16);
+    EXPECT_EQ(refusal(largest + 1, quarters), "samples.csv has 2147483648 samples; expected at most 2147483647");
+    EXPECT_NE(refusal(std::numeric_limits<std::size_t>::max(), quarters), "");
+}
+
+TEST(whole_steps, refuses_more_coefficients_than_an_index_counts) {
+    const setting trapezoid{1, {0, 1}}; // 3 coefficients a step, so 715827882 steps at most
+    EXPECT_EQ(whole_steps("", 715827883, trapezoid), 715827882);
+    EXPECT_EQ(refusal(715827884, trapezoid),
+              "samples.csv has 715827884 samples; expected at most 715827883 under the setting 1:0,1");
+}
+
+} // namespace
+} // namespace quenta_program
