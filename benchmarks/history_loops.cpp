@@ -119,9 +119,10 @@ const bool registered = [] {
         }
     for (const std::int64_t columns : {1, 3})
         for (const std::int64_t length : {64, 1024, 16384, 262144, 2097152})
-            register_line(
-                "products, " + std::to_string(columns) + (columns == 1 ? " column" : " columns") + " / one read of inputs",
-                length, length > 100000 ? 15 : 101, [=](benchmark::State& state) { spectra(state, length, columns); });
+            register_line("products, " + std::to_string(columns) + (columns == 1 ? " column" : " columns") +
+                              " / one read of inputs",
+                          length, length > 100000 ? 15 : 101,
+                          [=](benchmark::State& state) { spectra(state, length, columns); });
     return true;
 }();
 
