@@ -157,7 +157,8 @@ class GoodInput(ProgramTest):
     def test_the_forms_that_spreadsheets_and_people_write(self):
         expected = self.solve(text=constant_samples(4))
         for name, text in {
-                "comments and empty lines": "# made by hand, \"so\n\nt,g,K\n# here\n0,1,1\n\n1,1,1\n2,1,1\n3,1,1\n4,1,1\n",
+                "comments and empty lines":
+                    "# made by hand, \"so\n\nt,g,K\n# here\n0,1,1\n\n1,1,1\n2,1,1\n3,1,1\n4,1,1\n",
                 "carriage returns": constant_samples(4).replace("\n", "\r\n"),
                 "byte-order mark": "\ufeff" + constant_samples(4),
                 "spaces, plus signs and exponents": "t, g ,K\n0, 1 ,+1\n1,1e0,1\n2,1.0,1\n3,10e-1,1\n4,1,1\n",

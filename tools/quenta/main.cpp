@@ -12,7 +12,7 @@
 #include <new>
 #include <sstream>
 
-#if __has_include(<unistd.h>)
+#if defined(__unix__) || defined(__APPLE__)
 #include <fcntl.h>
 #include <unistd.h>
 #endif
@@ -32,7 +32,7 @@ constexpr const char* closing_words =
 // before the start shall not hand its number to the first file that is opened here.
 void prepare_standard_streams() {
     std::ios::sync_with_stdio(false);
-#if __has_include(<unistd.h>)
+#if defined(__unix__) || defined(__APPLE__)
     std::signal(SIGPIPE, SIG_IGN);
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF)

@@ -35,9 +35,9 @@ std::FILE* create_beside(const std::filesystem::path& target, std::string& creat
 
 } // namespace
 
-void output_file::closing::operator()(std::FILE* stream) const {
-    if (stream != stdout)
-        std::fclose(stream);
+void output_file::closing::operator()(std::FILE* file) const {
+    if (file != stdout)
+        std::fclose(file);
 }
 
 output_file::output_file(const std::string& path) : shown(path == "-" ? "standard output" : path), target(path) {
