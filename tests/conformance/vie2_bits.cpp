@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <limits>
+#include <ostream>
 #include <string>
 
 namespace quenta_tests {
@@ -115,6 +116,10 @@ struct data_kind {
     double dt;
     sample g, K;
 };
+
+void PrintTo(const data_kind& kind, std::ostream* stream) {
+    *stream << kind.name;
+}
 
 constexpr data_kind data_kinds[] = {
     {"ordinary", 0.01, ordinary, ordinary},

@@ -62,12 +62,12 @@ inline int present_samples(const reference::setting& row) {
     return largest + 1;
 }
 
-// The library is started with the first call.
+inline const int library_started = quenta_rt_init();
+
 inline vie2_answer call_vie2(const std::vector<double>& g, const std::vector<double>& K, double dt,
                              const reference::setting& row, bool want_coeffs = true) {
-    static const int started = quenta_rt_init();
     const int count = int(row.indices.size());
-    const int steps = started * steps_of(K.size(), row);
+    const int steps = steps_of(K.size(), row);
     vie2_answer answer{.status = -1,
                        .out = fenced_array{K.size()},
                        .coeffs = fenced_array{std::size_t(std::max(steps, 0)) * std::size_t(count + 1)}};

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
+#include <ostream>
 
 namespace quenta_tests {
 
@@ -329,7 +330,6 @@ void PrintTo(const request& r, std::ostream* stream) {
 class refused_request : public ::testing::TestWithParam<request> {};
 
 TEST_P(refused_request, has_its_status_and_writes_nothing) {
-    ASSERT_EQ(quenta_rt_init(), 1);
     const request& r = GetParam();
     int n_steps = marked_steps;
     EXPECT_EQ(quenta_solve_vie2(nullptr, nullptr, r.N, dt, r.m, r.list.empty() ? nullptr : r.list.data(), r.count, 1,

@@ -8,6 +8,7 @@
 #include <climits>
 #include <csignal>
 #include <exception>
+#include <ostream>
 #include <string>
 
 #include <unistd.h>
@@ -26,7 +27,9 @@ struct fatal_request {
     const char* message;
 };
 
-const int started = quenta_rt_init();
+void PrintTo(const fatal_request& request, std::ostream* stream) {
+    *stream << request.name;
+}
 
 // Arrays have N samples, or one where N is not a length.
 int call(const fatal_request& request) {

@@ -5,6 +5,7 @@
 #include <complex>
 #include <cstddef>
 #include <functional>
+#include <ostream>
 #include <vector>
 
 namespace quenta_tests {
@@ -16,6 +17,10 @@ struct volterra_problem {
 
     double g(double t) const { return y(t) - convolution(t); }
 };
+
+inline void PrintTo(const volterra_problem& problem, std::ostream* stream) {
+    *stream << problem.name;
+}
 
 // y = Re exp(lambda t) and K = Re exp(mu t), from Re(a) Re(b) = Re(a b + a conj(b)) / 2.
 inline volterra_problem exponential_problem(const char* name, std::complex<double> lambda, std::complex<double> mu) {
