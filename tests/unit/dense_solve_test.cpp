@@ -11,6 +11,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -79,7 +80,7 @@ solution solve_in_place(const linear_system& system) {
 }
 
 template <int n>
-solution solve_fixed(const linear_system& system) {
+solution solve_fixed_order(const linear_system& system) {
     square_matrix<n> a;
     std::array<double, n> b;
     for (std::size_t i = 0; i < n; ++i) {
@@ -92,23 +93,36 @@ solution solve_fixed(const linear_system& system) {
     return ok ? solution{{x.begin(), x.end()}} : std::nullopt;
 }
 
-// All forms agree. Returns whether the matrix was regular.
-template <int n>
-bool expect_all_forms_agree(const linear_system& system) {
-    const solution expected = solve_by_reference(system);
-    EXPECT_TRUE(equal_solutions(expected, solve_in_place(system))) << "in place, n " << n;
-    EXPECT_TRUE(equal_solutions(expected, solve_fixed<n>(system))) << "fixed, n " << n;
-    return expected.has_value();
+// Calls body(n, the fixed form of order n) for every order of a step.
+template <int... n>
+void visit_orders(std::integer_sequence<int, n...>,
+                  const std::function<void(int, solution (*)(const linear_system&))>& body) {
+    (body(n, solve_fixed_order<n>), ...);
 }
 
-// Calls `body.operator()<n>()` for every order of a step.
-template <class for_order, int... n>
-void for_all_orders(for_order&& body, std::integer_sequence<int, n...>) {
-    (body.template operator()<n>(), ...);
+void for_all_orders(const std::function<void(int)>& body) {
+    visit_orders(orders_of_steps{}, [&](int n, auto) { body(n); });
 }
-template <class for_order>
-void for_all_orders(for_order&& body) {
-    for_all_orders(body, orders_of_steps{});
+
+solution solve_fixed(const linear_system& system) {
+    solution solved;
+    bool found = false;
+    visit_orders(orders_of_steps{}, [&](int n, auto solve) {
+        if (n == system.n) {
+            solved = solve(system);
+            found = true;
+        }
+    });
+    EXPECT_TRUE(found) << "no fixed form of order " << system.n;
+    return solved;
+}
+
+// All forms agree. Returns whether the matrix was regular.
+bool expect_all_forms_agree(const linear_system& system) {
+    const solution expected = solve_by_reference(system);
+    EXPECT_TRUE(equal_solutions(expected, solve_in_place(system))) << "in place, n " << system.n;
+    EXPECT_TRUE(equal_solutions(expected, solve_fixed(system))) << "fixed, n " << system.n;
+    return expected.has_value();
 }
 
 linear_system random_system(random_data& data, int n) {
@@ -117,11 +131,11 @@ linear_system random_system(random_data& data, int n) {
 }
 
 TEST(dense_solve, random_matrices) {
-    for_all_orders([]<int n>() {
+    for_all_orders([](int n) {
         random_data data(n);
         for (int repetition = 0; repetition < 20; ++repetition) {
             const linear_system system = random_system(data, n);
-            ASSERT_TRUE(expect_all_forms_agree<n>(system));
+            ASSERT_TRUE(expect_all_forms_agree(system));
 
             // And it is the solution: the residual is small against the terms that it is made of.
             const std::vector<double> x = *solve_by_reference(system);
@@ -139,21 +153,21 @@ TEST(dense_solve, random_matrices) {
 }
 
 TEST(dense_solve, matrices_like_those_of_a_step) {
-    for_all_orders([]<int n>() {
+    for_all_orders([](int n) {
         random_data data(1000 + n);
         for (int repetition = 0; repetition < 20; ++repetition) {
             linear_system system = random_system(data, n);
             for (int i = 0; i < n; ++i)
                 for (int j = 0; j < n; ++j)
                     system.at(i, j) = (i == j ? 1.0 : 0.0) - 0.01 * system.at(i, j);
-            ASSERT_TRUE(expect_all_forms_agree<n>(system));
+            ASSERT_TRUE(expect_all_forms_agree(system));
         }
     });
 }
 
 TEST(dense_solve, graded_matrices_on_both_sides_of_the_singularity_test) {
     int solved = 0, singular = 0;
-    for_all_orders([&]<int n>() {
+    for_all_orders([&](int n) {
         random_data data(2000 + n);
         for (const double decay : {0.5, 0x1p-3, 0x1p-10, 0x1p-30}) {
             linear_system rows = random_system(data, n), columns = rows, entries = rows;
@@ -164,11 +178,11 @@ TEST(dense_solve, graded_matrices_on_both_sides_of_the_singularity_test) {
                     entries.at(i, j) *= std::pow(decay, std::max(i, j));
                 }
             for (const linear_system& system : {rows, columns, entries})
-                ++(expect_all_forms_agree<n>(system) ? solved : singular);
+                ++(expect_all_forms_agree(system) ? solved : singular);
         }
         linear_system wide = random_system(data, n);
         wide.a = data.wide(wide.a.size());
-        ++(expect_all_forms_agree<n>(wide) ? solved : singular);
+        ++(expect_all_forms_agree(wide) ? solved : singular);
     });
     EXPECT_GT(solved, 50);
     EXPECT_GT(singular, 50);
@@ -176,50 +190,50 @@ TEST(dense_solve, graded_matrices_on_both_sides_of_the_singularity_test) {
 
 TEST(dense_solve, tied_pivots) {
     int solved = 0;
-    for_all_orders([&]<int n>() {
+    for_all_orders([&](int n) {
         random_data data(3000 + n);
         for (int repetition = 0; repetition < 30; ++repetition) {
             linear_system system = random_system(data, n);
             const bool with_zeros = repetition % 2 == 0;
             for (double& entry : system.a)
                 entry = with_zeros ? double(data.below(3)) - 1.0 : data.below(2) == 0 ? 1.0 : -1.0;
-            solved += expect_all_forms_agree<n>(system);
+            solved += expect_all_forms_agree(system);
         }
     });
     EXPECT_GT(solved, 100);
 }
 
 TEST(dense_solve, singular_matrices) {
-    for_all_orders([]<int n>() {
+    for_all_orders([](int n) {
         random_data data(4000 + n);
         // A column of zeros, wherever it stands.
         for (int zero = 0; zero < n; ++zero) {
             linear_system system = random_system(data, n);
             for (int i = 0; i < n; ++i)
                 system.at(i, zero) = 0.0;
-            EXPECT_FALSE(expect_all_forms_agree<n>(system)) << "n " << n << ", column " << zero;
+            EXPECT_FALSE(expect_all_forms_agree(system)) << "n " << n << ", column " << zero;
         }
         // A row of zeros, and two equal rows of small whole numbers.
         linear_system system = random_system(data, n);
         for (int j = 0; j < n; ++j)
             system.at(n - 1, j) = 0.0;
-        EXPECT_FALSE(expect_all_forms_agree<n>(system)) << "n " << n;
+        EXPECT_FALSE(expect_all_forms_agree(system)) << "n " << n;
         if (n >= 2) {
             for (double& entry : system.a)
                 entry = double(data.below(9)) - 4.0;
             for (int j = 0; j < n; ++j)
                 system.at(n - 1, j) = system.at(0, j);
-            expect_all_forms_agree<n>(system);
+            expect_all_forms_agree(system);
         }
         // Nothing but zeros.
         std::fill(system.a.begin(), system.a.end(), 0.0);
-        EXPECT_FALSE(expect_all_forms_agree<n>(system)) << "n " << n;
+        EXPECT_FALSE(expect_all_forms_agree(system)) << "n " << n;
     });
 }
 
 TEST(dense_solve, special_values_in_matrix_and_right_hand_side) {
     int solved = 0, singular = 0;
-    for_all_orders([&]<int n>() {
+    for_all_orders([&](int n) {
         random_data data(5000 + n);
         for (int repetition = 0; repetition < 40; ++repetition) {
             linear_system system = random_system(data, n);
@@ -227,7 +241,7 @@ TEST(dense_solve, special_values_in_matrix_and_right_hand_side) {
             system.a = data.sprinkled(system.a.size(), spacing);
             if (repetition % 4 == 0)
                 system.b = data.sprinkled(system.b.size(), 4);
-            ++(expect_all_forms_agree<n>(system) ? solved : singular);
+            ++(expect_all_forms_agree(system) ? solved : singular);
         }
     });
     EXPECT_GT(solved, 100);
@@ -235,13 +249,13 @@ TEST(dense_solve, special_values_in_matrix_and_right_hand_side) {
 }
 
 TEST(dense_solve, a_nan_pivot_passes_the_test_and_flows_on) {
-    for_all_orders([]<int n>() {
+    for_all_orders([](int n) {
         random_data data(6000 + n);
         for (int place = 0; place < n; ++place) {
             linear_system system = random_system(data, n);
             for (int i = 0; i < n; ++i)
                 system.at(i, place) = nan;
-            ASSERT_TRUE(expect_all_forms_agree<n>(system)) << "n " << n << ", column " << place;
+            ASSERT_TRUE(expect_all_forms_agree(system)) << "n " << n << ", column " << place;
             const std::vector<double> x = *solve_by_reference(system);
             EXPECT_TRUE(std::isnan(x[0])) << "n " << n;
         }
@@ -250,7 +264,7 @@ TEST(dense_solve, a_nan_pivot_passes_the_test_and_flows_on) {
 
 TEST(dense_solve, a_nan_below_the_diagonal_never_becomes_the_pivot) {
     const linear_system system{3, {1, 0, 0, nan, 1, 0, 2, 0, 1}, {1, 1, 1}};
-    expect_all_forms_agree<3>(system);
+    expect_all_forms_agree(system);
     std::vector<double> a{1, nan, 2, 0, 1, 0, 0, 0, 1}, b{1, 1, 1};
     std::vector<int> pivots(3);
     EXPECT_TRUE(solve_dense_in_place({9, a.data()}, {3, b.data()}, 3, {3, pivots.data()}));
@@ -258,13 +272,13 @@ TEST(dense_solve, a_nan_below_the_diagonal_never_becomes_the_pivot) {
 }
 
 TEST(dense_solve, an_infinite_pivot_is_singular) {
-    for_all_orders([]<int n>() {
+    for_all_orders([](int n) {
         random_data data(7000 + n);
         for (int place = 0; place < n; ++place)
             for (const double pivot : {infinity, -infinity}) {
                 linear_system system = random_system(data, n);
                 system.at(data.below(2) == 0 ? 0 : n - 1, 0) = pivot;
-                EXPECT_FALSE(expect_all_forms_agree<n>(system)) << "n " << n;
+                EXPECT_FALSE(expect_all_forms_agree(system)) << "n " << n;
             }
     });
 }
@@ -278,7 +292,7 @@ TEST(dense_solve, every_matrix_of_a_small_world_of_side_two) {
             for (const double r : entries)
                 for (const double s : entries)
                     for (const auto& b : right_hand_sides)
-                        ++(expect_all_forms_agree<2>({2, {p, q, r, s}, {b[0], b[1]}}) ? solved : singular);
+                        ++(expect_all_forms_agree({2, {p, q, r, s}, {b[0], b[1]}}) ? solved : singular);
     EXPECT_EQ(solved + singular, 625 * 3);
     EXPECT_GT(solved, 500);
     EXPECT_GT(singular, 200);
@@ -294,35 +308,35 @@ TEST(dense_solve, samples_of_a_small_world_of_side_three) {
         const std::size_t kinds = data.below(4) == 0 ? 5 : 4;
         for (double& entry : system.a)
             entry = entries[data.below(kinds)];
-        ++(expect_all_forms_agree<3>(system) ? solved : singular);
+        ++(expect_all_forms_agree(system) ? solved : singular);
     }
     EXPECT_GT(solved, 5000);
     EXPECT_GT(singular, 5000);
 }
 
 TEST(dense_solve, the_scale_is_the_largest_pivot_so_far) {
-    EXPECT_FALSE(expect_all_forms_agree<2>({2, {1, 0, 0, 1e-16}, {1, 1}}));
-    EXPECT_TRUE(expect_all_forms_agree<2>({2, {1, 0, 0, 1e-15}, {1, 1}}));
+    EXPECT_FALSE(expect_all_forms_agree({2, {1, 0, 0, 1e-16}, {1, 1}}));
+    EXPECT_TRUE(expect_all_forms_agree({2, {1, 0, 0, 1e-15}, {1, 1}}));
     // Exactly at the bound is singular, the next double above it is not.
     const double bound = 2 * 2.220446049250313e-16;
-    EXPECT_FALSE(expect_all_forms_agree<2>({2, {1, 0, 0, bound}, {1, 1}}));
-    EXPECT_TRUE(expect_all_forms_agree<2>({2, {1, 0, 0, std::nextafter(bound, 1.0)}, {1, 1}}));
+    EXPECT_FALSE(expect_all_forms_agree({2, {1, 0, 0, bound}, {1, 1}}));
+    EXPECT_TRUE(expect_all_forms_agree({2, {1, 0, 0, std::nextafter(bound, 1.0)}, {1, 1}}));
     // A small pivot before a large one is no trouble: nothing larger came before it.
-    EXPECT_TRUE(expect_all_forms_agree<2>({2, {1e-16, 0, 0, 1}, {1, 1}}));
+    EXPECT_TRUE(expect_all_forms_agree({2, {1e-16, 0, 0, 1}, {1, 1}}));
 }
 
 TEST(dense_solve, the_tolerance_is_the_order_times_eps) {
-    for_all_orders([]<int n>() {
+    for_all_orders([](int n) {
         if (n < 2)
             return;
-        linear_system system{n, std::vector<double>(std::size_t{n} * n), std::vector<double>(n, 1.0)};
+        linear_system system{n, std::vector<double>(std::size_t(n) * n), std::vector<double>(n, 1.0)};
         for (int i = 0; i < n; ++i)
             system.at(i, i) = 1.0;
         const double bound = double(n) * 2.220446049250313e-16;
         system.at(n - 1, n - 1) = bound;
-        EXPECT_FALSE(expect_all_forms_agree<n>(system)) << n;
+        EXPECT_FALSE(expect_all_forms_agree(system)) << n;
         system.at(n - 1, n - 1) = std::nextafter(bound, 1.0);
-        EXPECT_TRUE(expect_all_forms_agree<n>(system)) << n;
+        EXPECT_TRUE(expect_all_forms_agree(system)) << n;
     });
     EXPECT_EQ(3 * eps, 6.661338147750939e-16);
     EXPECT_EQ(4 * eps, 8.881784197001252e-16);
@@ -353,14 +367,14 @@ TEST(dense_solve, earlier_swaps_are_done_when_a_later_column_fails) {
 }
 
 TEST(dense_solve, one_by_one) {
-    EXPECT_FALSE(expect_all_forms_agree<1>({1, {0.0}, {1}}));
-    EXPECT_FALSE(expect_all_forms_agree<1>({1, {-0.0}, {1}}));
-    EXPECT_FALSE(expect_all_forms_agree<1>({1, {infinity}, {1}}));
+    EXPECT_FALSE(expect_all_forms_agree({1, {0.0}, {1}}));
+    EXPECT_FALSE(expect_all_forms_agree({1, {-0.0}, {1}}));
+    EXPECT_FALSE(expect_all_forms_agree({1, {infinity}, {1}}));
     for (const double pivot : {1.0, -3.0, 1e-300, -1e300, 0x1p-1070, std::numeric_limits<double>::max()})
         for (const double b : {0.0, -0.0, 1.0, -7.0}) {
             const linear_system system{1, {pivot}, {b}};
-            ASSERT_TRUE(expect_all_forms_agree<1>(system)) << pivot;
-            EXPECT_TRUE(equal_bits(b / pivot, solve_fixed<1>(system)->front()));
+            ASSERT_TRUE(expect_all_forms_agree(system)) << pivot;
+            EXPECT_TRUE(equal_bits(b / pivot, solve_fixed(system)->front()));
         }
 }
 
