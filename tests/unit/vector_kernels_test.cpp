@@ -69,7 +69,10 @@ void expect_direct_sums(const vector_kernels& kernels, random_data& data, int ta
         const auto size = static_cast<std::size_t>(count);
         return special ? data.sprinkled(size, 16) : data.wide(size);
     };
-    std::vector<double> sums = values(targets * p), expected = sums;
+    std::vector<double> sums = values(targets * p);
+    for (double& sum : sums)
+        sum += 0.0; // no -0: sums start at 0 and never become it
+    std::vector<double> expected = sums;
     // From the lag of the first target and the last source to that of the last target and the first source.
     const std::vector<double> kernel = values((targets + sources - 1) * p * q), x = values(sources * q);
     const double* const first_lag = kernel.data() + (sources - 1) * p * q;
