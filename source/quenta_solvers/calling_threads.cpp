@@ -5,7 +5,11 @@
 #include "quenta_solvers/quenta_native.h"
 #include "utility/platform.hpp"
 
+#include <atomic>
+#include <memory>
+#include <mutex>
 #include <thread>
+#include <utility>
 
 namespace quenta {
 
@@ -30,10 +34,10 @@ struct suspended_reclamation {
 
 } // namespace
 
-void attached_thread_list::enter(thread_record* record) {
+void attached_thread_list::enter(std::unique_ptr<thread_record> record) {
     const std::lock_guard guard{lock};
     record->next = first;
-    first = record;
+    first = record.release();
 }
 
 bool attached_thread_list::take_out(const thread_record* record) {
@@ -60,9 +64,10 @@ void attach_calling_thread() {
     const suspended_reclamation suspended;
     {
         const std::lock_guard guard{*library_lock};
-        auto* const record = new thread_record;
-        attached_threads.enter(record);
-        record_of_this_thread = record;
+        auto record = std::make_unique<thread_record>();
+        thread_record* const entered = record.get();
+        attached_threads.enter(std::move(record));
+        record_of_this_thread = entered;
     }
     // Without a slot the record stays for the life of the process.
     if (thread_exit_slot != platform::no_slot)

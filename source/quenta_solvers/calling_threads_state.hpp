@@ -1,8 +1,8 @@
-// The process-wide state of the library: all there is, created by quenta_rt_init and never destroyed.
+// The process-wide state of the library. What quenta_rt_init creates is never destroyed.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 namespace quenta {
@@ -16,7 +16,7 @@ struct thread_record {
 // The attached threads, under a short lock of their own.
 class attached_thread_list {
 public:
-    void enter(thread_record* record);
+    void enter(std::unique_ptr<thread_record> record);
     // Whether the record was in the list. A record that is not there is not looked at.
     bool take_out(const thread_record* record);
     int size();

@@ -12,7 +12,7 @@ int quenta_max_coll_params() {
 
 // The same number under its name in the other family.
 int function_solve_max_p() {
-    return quenta_max_coll_params();
+    return quenta::max_nodes;
 }
 
 int function_solve_max_d() {

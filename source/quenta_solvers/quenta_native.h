@@ -11,8 +11,10 @@
  *   3. double is the 64-bit IEEE type, int has 32 bits. Flags are ints: zero is no, anything else is yes.
  *   4. Samples stand on one uniform grid: sample i belongs to t_i = i * dt, for i = 0 .. N-1. A kernel sample i is
  *      the kernel at lag t_i. Time has whatever unit dt has; y has the unit of g, and K that of 1/time.
- *   5. Input values are not examined: NaN and infinity follow the IEEE rules to the output and are no error. A
- *      weight of zero is a factor like any other, so that a NaN under a zero weight shows.
+ *   5. Input values are not examined: NaN and infinity follow the IEEE rules to the output and are no error, except
+ *      that a system with an infinite pivot counts as singular. A weight of zero is a factor like any other, so that
+ *      a NaN under a zero weight shows. The sign and the payload of a NaN are not specified; all other results are
+ *      the same bits on every processor of a platform.
  *   6. The processor is expected in its default floating-point mode (round to nearest, subnormals kept).
  *
  * What a solver returns, and what is left untouched
@@ -20,11 +22,11 @@
  *   is written unless the status is QUENTA_SOLVED, and the library is fully usable after every status.
  *
  * What is no status
- *   Arguments that contradict each other are fatal: a C++ exception (derived from std::exception, with the place,
- *   the index and the length) leaves through the function, which ends a process that does not catch it. So does
- *   std::bad_alloc when memory runs out; no memory is lost on the way. A setting with m = 0 (or any m whose
- *   square is 0 in 32 bits) ends the process by the platform's arithmetic fault. In both cases the output is
- *   undefined. Null pointers are not tested, but where a function says so.
+ *   Arguments that contradict each other are fatal: a C++ exception leaves through the function, which ends a
+ *   process that does not catch it. It derives from std::exception, whose what() tells the place in the library, the
+ *   index and the length. So does std::bad_alloc when memory runs out; no memory is lost on the way. A setting with m =
+ * 0 (or any m whose square is 0 in 32 bits) ends the process by the platform's arithmetic fault. In both cases the
+ * output is undefined. Null pointers are not tested, but where a function says so.
  */
 #ifndef QUENTA_NATIVE_H
 #define QUENTA_NATIVE_H
@@ -123,7 +125,9 @@ QUENTA_API void quenta_get_supported_settings(int* settings);
  * Returns QUENTA_SOLVED;
  *      QUENTA_SIZE_OVERFLOW if (count+1)*steps > 2147483647 or (count+1)*(count+1) > 2147483647, tested first;
  *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
- *      QUENTA_SINGULAR_BLOCK if the system of the first step is singular to rounding, with at least one step.
+ *      QUENTA_SINGULAR_BLOCK if the system of a step is singular to rounding, or has an infinite pivot. It is the same
+ *      system in every step; without a step it is not looked at.
+ * Takes, for P = count, up to 3 P*P + 11 P + 4 doubles of memory for every step, and 64 KiB of stack.
  * Any number of threads may call at once. Needs quenta_rt_init.
  */
 QUENTA_API int quenta_solve_vie2(const double* g, const double* K, int N, double dt, int m, const int* list, int count,

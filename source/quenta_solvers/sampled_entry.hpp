@@ -8,7 +8,6 @@
 #include "utility/integers.hpp"
 #include "utility/view.hpp"
 
-#include <array>
 #include <cstdint>
 
 namespace quenta {

@@ -17,7 +17,6 @@ struct fixed_dimension {
 struct run_time_dimension {
     int D;
 };
-inline constexpr int max_fixed_dimension = 8;
 
 // visitor.operator()<row>(), for a row of the settings table.
 template <class visitor>
@@ -51,7 +50,7 @@ bool dispatch_dimension(int D, const visitor& visit) {
     case 7:
         return visit(fixed_dimension<7>{});
     case 8:
-        return visit(fixed_dimension<max_fixed_dimension>{});
+        return visit(fixed_dimension<8>{});
     default:
         return visit(run_time_dimension{D});
     }

@@ -3,18 +3,14 @@
 #include "toeplitz_history/vector_kernels.hpp"
 
 #include <cmath>
+#include <cstdint>
 #include <utility>
 
 namespace quenta {
 
-void fft_inplace(view<double> re, view<double> im, bool inverse) {
-    const std::uint64_t n = re.length;
-    require(n == im.length);
-    require((n & (n - 1)) == 0); // at most one bit
-    if (n >= 2)
-        best_kernels().transform_rows(re.pointer, im.pointer, std::int64_t(n), 1, inverse);
-}
+namespace {
 
+// The plain loop, for lengths that are too short for the vector kernels. Lengths 0 and 1 stay as they are.
 void transform_plainly(double* re, double* im, std::int64_t n, bool inverse) {
     for (std::int64_t i = 0, j = 0; i < n - 1; ++i) {
         if (i < j) {
@@ -48,6 +44,18 @@ void transform_plainly(double* re, double* im, std::int64_t n, bool inverse) {
             }
         }
     }
+}
+
+} // namespace
+
+void fft_inplace(view<double> re, view<double> im, bool inverse) {
+    const std::uint64_t n = re.length;
+    require(n == im.length);
+    require((n & (n - 1)) == 0); // at most one bit
+    if (n < shortest_vector_transform)
+        transform_plainly(re.pointer, im.pointer, std::int64_t(n), inverse);
+    else
+        best_kernels().transform_rows(re.pointer, im.pointer, std::int64_t(n), 1, inverse);
 }
 
 } // namespace quenta

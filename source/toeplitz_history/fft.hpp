@@ -3,8 +3,6 @@
 
 #include "utility/view.hpp"
 
-#include <cstdint>
-
 namespace quenta {
 
 // The discrete Fourier transform, in place, of n complex numbers given as separate real and imaginary parts:
@@ -15,9 +13,5 @@ namespace quenta {
 // time (J. W. Cooley and J. W. Tukey, Mathematics of Computation 19, 1965). The twiddles of a group come from a
 // recurrence that is started anew from `cos` and `sin` every 32 butterflies. Nothing is allocated or kept.
 void fft_inplace(view<double> re, view<double> im, bool inverse);
-
-// The same by the plain loop, for lengths below the one from which the vector kernels take over.
-inline constexpr std::int64_t plain_transform_length = 64;
-void transform_plainly(double* re, double* im, std::int64_t n, bool inverse);
 
 } // namespace quenta

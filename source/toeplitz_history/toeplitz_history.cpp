@@ -18,7 +18,7 @@ view<double> whole(aligned_vector& array) {
 
 // Replaces arrays that are too short. Nothing of the old content is kept.
 void grow(aligned_vector& re, aligned_vector& im, std::int64_t length) {
-    if (re.size() >= std::uint64_t(length))
+    if (std::min(re.size(), im.size()) >= std::uint64_t(length))
         return;
     for (aligned_vector* array : {&re, &im}) {
         *array = aligned_vector{}; // the old one goes before the new one comes

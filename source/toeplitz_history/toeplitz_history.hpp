@@ -24,7 +24,8 @@ class ToeplitzHistory;
 using kernel_provider = void (*)(void* context, std::int32_t lag, ToeplitzHistory& history);
 
 // A plain value that one solve keeps on one thread. The calling order is init, set_kernel_provider, and then for each
-// step t: history_at(t), solve, push. An access out of range is an index failure.
+// step t: history_at(t), solve, push. An access out of range is an index failure. After an exception out of push the
+// object may only be destroyed, or begin anew with init.
 class ToeplitzHistory {
 public:
     // n steps, blocks of p rows and q columns. Everything is zero, and there is no provider.

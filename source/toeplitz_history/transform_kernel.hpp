@@ -13,8 +13,8 @@
 // butterflies. Each run between restarts is a chain of its own, and `width` chains advance together.
 #pragma once
 
-#include "toeplitz_history/fft.hpp"
 #include "toeplitz_history/lanes.hpp"
+#include "toeplitz_history/vector_kernels.hpp"
 
 #include <cmath>
 #include <cstdint>
@@ -24,6 +24,8 @@ namespace quenta {
 template <class isa>
 struct transform_kernel {
     static constexpr int width = isa::width;
+    static_assert(width * width <= shortest_vector_transform);
+    static_assert(isa::fused_stages == 2 || isa::fused_stages == 3);
     using vector = lanes<width>;
 
     static constexpr std::int64_t run_length = 32;     // butterflies from one restart of the twiddles to the next
@@ -154,10 +156,10 @@ struct transform_kernel {
                           std::int64_t length, const twiddle_parts& parts) {
         if (count == 1)
             fused_stages<1>(re, im, total, half, first, length, parts);
-        else if (count == 2 || isa::fused_stages == 2)
+        else if (count == 2)
             fused_stages<2>(re, im, total, half, first, length, parts);
-        else
-            fused_stages<isa::fused_stages>(re, im, total, half, first, length, parts);
+        else if constexpr (isa::fused_stages == 3)
+            fused_stages<3>(re, im, total, half, first, length, parts);
     }
 
     // How many of the stages up to groups of `length` come next: as few passes as possible, of even size.
@@ -322,11 +324,6 @@ struct transform_kernel {
     }
 
     static void transform_rows(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse) {
-        if (n < plain_transform_length) {
-            for (std::int64_t row = 0; row < rows; ++row)
-                transform_plainly(re + row * n, im + row * n, n, inverse);
-            return;
-        }
         const double two_pi = inverse ? 6.283185307179586 : -6.283185307179586;
         const first_stages stages{two_pi};
         for (std::int64_t row = 0; row < rows; ++row)

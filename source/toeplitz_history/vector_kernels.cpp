@@ -4,12 +4,7 @@
 
 namespace quenta {
 
-extern const vector_kernels kernels_baseline;
-
 #if defined(__x86_64__)
-
-extern const vector_kernels kernels_avx2;
-extern const vector_kernels kernels_avx512;
 
 processor_features detected_processor_features() {
     // The compiler's query also asks whether the system saves the wide registers.

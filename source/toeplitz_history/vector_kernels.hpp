@@ -9,11 +9,14 @@
 
 namespace quenta {
 
+// The shortest transform that the kernels run.
+inline constexpr std::int64_t shortest_vector_transform = 64;
+
 struct vector_kernels {
     const char* name;
 
-    // Transforms `rows` rows of n complex numbers each, which stand one behind the other; n is a power of two. The
-    // rows share their twiddles.
+    // Transforms `rows` rows of n complex numbers each, which stand one behind the other; n is a power of two and at
+    // least `shortest_vector_transform`. The rows share their twiddles.
     void (*transform_rows)(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse);
 
     // sums[t] += sum over c of block(t-j)[r][c] * x[j][c] for targets t and sources j, one addition per pair (t, j),
@@ -29,6 +32,11 @@ struct vector_kernels {
                              const double* x_re, const double* x_im, std::int64_t length, std::int64_t columns,
                              bool from_zero);
 };
+
+// The tables. Those of wider registers exist on x86-64 only.
+extern const vector_kernels kernels_baseline;
+extern const vector_kernels kernels_avx2;
+extern const vector_kernels kernels_avx512;
 
 // What the processor, and the system that saves its registers, can do.
 struct processor_features {

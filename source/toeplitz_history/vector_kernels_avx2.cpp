@@ -9,7 +9,6 @@ struct avx2 {
     static constexpr int fused_stages = 2;
 };
 
-extern const vector_kernels kernels_avx2;
 constexpr vector_kernels kernels_avx2 = vector_kernels_of<avx2>();
 
 } // namespace quenta

@@ -9,7 +9,6 @@ struct avx512 {
     static constexpr int fused_stages = 3;
 };
 
-extern const vector_kernels kernels_avx512;
 constexpr vector_kernels kernels_avx512 = vector_kernels_of<avx512>();
 
 } // namespace quenta

@@ -9,7 +9,6 @@ struct baseline {
     static constexpr int fused_stages = 2;
 };
 
-extern const vector_kernels kernels_baseline;
 constexpr vector_kernels kernels_baseline = vector_kernels_of<baseline>();
 
 } // namespace quenta

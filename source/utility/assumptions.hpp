@@ -7,6 +7,10 @@
 
 namespace quenta {
 
+#if defined(__FAST_MATH__)
+#error "fast-math options change the order of additions, which the results depend on"
+#endif
+
 static_assert(sizeof(int) == 4 && sizeof(double) == 8 && sizeof(void*) == 8, "64-bit machine, 32-bit int");
 static_assert(std::numeric_limits<double>::is_iec559, "IEEE 754 doubles");
 static_assert(FLT_EVAL_METHOD == 0, "double arithmetic is rounded to double after every operation");

@@ -40,7 +40,7 @@ public:
     std::uint64_t length;
 
 private:
-    char text[96];
+    char text[160];
 };
 
 // A number that does not fit the type it is needed in.

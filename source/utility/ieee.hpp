@@ -2,7 +2,8 @@
 //
 // A compiler evaluates ordinary sums and products of doubles with the same roundings at build time as at run time,
 // but it rejects an operation that raises an IEEE exception (0/0, 1/0, inf*0, inf-inf). A list with a repeated node
-// needs exactly these results, so they are spelled out for that case.
+// needs exactly these results, so they are spelled out for that case. All NaNs count as one: which sign and payload
+// an operation gives them is the processor's affair.
 #pragma once
 
 #include <limits>

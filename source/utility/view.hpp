@@ -4,6 +4,7 @@
 // slice's bare pointer.
 #pragma once
 
+#include "utility/assumptions.hpp" // here, as every unit that computes sees it
 #include "utility/failure.hpp"
 
 #include <cstdint>

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <string>
 #include <string_view>
 
 namespace quenta {
@@ -21,14 +22,23 @@ TEST(failure, index_failure_carries_place_index_and_length) {
     EXPECT_EQ(raised->length, 5u);
     EXPECT_EQ(raised->where.line, line);
     EXPECT_TRUE(std::string_view{raised->where.file}.ends_with("failure_test.cpp")) << raised->where.file;
-    EXPECT_STREQ(raised->what(), "index 7, length 5");
+    EXPECT_EQ(raised->what(), "index 7, length 5, at " + std::string{raised->where.file} + ":" + std::to_string(line));
 }
 
 TEST(failure, the_longest_index_text_is_not_cut) {
-    const auto raised =
-        failure_of<index_failure>([] { fail_index(UINT64_MAX, UINT64_MAX - 1, code_position::here()); });
+    const auto raised = failure_of<index_failure>([] {
+        fail_index(UINT64_MAX, UINT64_MAX - 1, {"source/of/the/failure.cpp", 99999});
+    });
     ASSERT_TRUE(raised);
-    EXPECT_STREQ(raised->what(), "index 18446744073709551615, length 18446744073709551614");
+    EXPECT_STREQ(raised->what(),
+                 "index 18446744073709551615, length 18446744073709551614, at source/of/the/failure.cpp:99999");
+}
+
+TEST(failure, a_text_that_is_too_long_is_cut_and_ends) {
+    const std::string path(1000, 'x');
+    const auto raised = failure_of<index_failure>([&] { fail_index(7, 5, {path.c_str(), 1}); });
+    ASSERT_TRUE(raised);
+    EXPECT_LT(std::string{raised->what()}.size(), 200u);
 }
 
 TEST(failure, conversion_failure_carries_place_and_message) {
