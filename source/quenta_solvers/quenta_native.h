@@ -133,6 +133,46 @@ QUENTA_API void quenta_get_supported_settings(int* settings);
 QUENTA_API int quenta_solve_vie2(const double* g, const double* K, int N, double dt, int m, const int* list, int count,
                                  int want_coeffs, double* out, double* coeffs, int* n_steps);
 
+/* First kind, for vectors of D components:  integral from 0 to t of K(t - s) y(s) ds = g(t).
+ *
+ * Collocation as above, with the equation demanded at the nodes (Brunner, chapter 2). In the discontinuous form the
+ * polynomial of a step lives on the setting's nodes, and y0 is not read; settings with the node 0 are singular. In the
+ * continuous form the polynomial has the extra node 0, where it takes up the end of the step before, from y0 on. That
+ * form extrapolates unless m is the last node: with many settings its errors then grow from step to step, and overflow,
+ * with QUENTA_SOLVED. With a setting that has the node 0 itself, it has no basis and gives NaN.
+ *
+ * The first kind is ill-posed: noise in g is differentiated. Three settings that amplify every error are refused:
+ * m = 3 with node 1, m = 4 with node 1, and m = 4 with nodes 1, 2.
+ *
+ * In   g[N*D]           forcing: component r at t_i at i*D + r
+ *      K[N*D*D]         kernel: entry (r, c) at lag t_i at i*D*D + r*D + c
+ *      N                number of samples, as above
+ *      D                dimension of y; 1 to 8 are the fastest. D = 0 ends the process by the arithmetic fault, a
+ *                       negative one is fatal in the continuous form and has no defined result otherwise.
+ *      y0[D]            y at t = 0, read only with continuous
+ *      dt               spacing of the samples, in the unit of t; not examined
+ *      m, list[count]   a setting
+ *      want_coeffs      non-zero: also fill coeffs
+ *      continuous       non-zero: the continuous form
+ * Out  out[N*D]         y(t_i), component r at i*D + r; at a step boundary the mean of the two one-sided values; 0.0
+ *                       past the last whole step
+ *      coeffs[(count+1)*D*steps]   with want_coeffs: step n, power j of s, component r at (n*(count+1) + j)*D + r. The
+ *                       continuous form fills j = 0 .. count; the other leaves j = count alone. May be null as above.
+ *      n_steps          steps = (N-1) / (m*m), rounded down
+ * Returns QUENTA_SOLVED;
+ *      QUENTA_SIZE_OVERFLOW if N*D*D, (count+1)*D*steps or ((count+1)*D) squared > 2147483647, tested first;
+ *      QUENTA_UNSUPPORTED_SETTING if (m, list) is one of the three or no row of the table;
+ *      QUENTA_SINGULAR_BLOCK as above.
+ * Any number of threads may call at once. Needs quenta_rt_init.
+ */
+QUENTA_API int quenta_solve_vie1_vec(const double* g, const double* K, int N, int D, const double* y0, double dt, int m,
+                                     const int* list, int count, int want_coeffs, int continuous, double* out,
+                                     double* coeffs, int* n_steps);
+
+/* First kind, scalar: quenta_solve_vie1_vec with D = 1, and y0 by value. */
+QUENTA_API int quenta_solve_vie1(const double* g, const double* K, int N, double y0, double dt, int m, const int* list,
+                                 int count, int want_coeffs, int continuous, double* out, double* coeffs, int* n_steps);
+
 #ifdef __cplusplus
 }
 #endif

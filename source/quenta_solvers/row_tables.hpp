@@ -80,6 +80,51 @@ struct row_tables {
     }();
 };
 
+// The polynomial of a step that also passes through a value carried over from the step before, at the added node 0:
+// the basis on 0, c_1 .. c_P, in this order. A row whose own first node is 0 gets that node twice. It then has no
+// basis, and the tables hold what the formulas give: infinities and NaN.
+template <int row>
+struct continuous_tables {
+    using tables = row_tables<row>;
+    static constexpr int P = tables::P;
+    using per_basis = std::array<double, P + 1>; // [0]: the added node, [l + 1]: node l
+
+    static constexpr node_list<P + 1> nodes = [] {
+        node_list<P + 1> list{};
+        for (int i = 0; i < P; ++i)
+            list[i + 1] = tables::c[i];
+        return list;
+    }();
+    static constexpr std::array<per_basis, P + 1> lambda = lagrange_basis(nodes);
+
+    static constexpr per_basis values_at(double v) {
+        per_basis values{};
+        for (int l = 0; l <= P; ++l)
+            values[l] = basis_value(lambda[l], v);
+        return values;
+    }
+
+    // [i][q]: at the point c_i * c_q of the partial rule.
+    static constexpr auto present = [] {
+        std::array<std::array<per_basis, P>, P> values{};
+        for (int i = 0; i < P; ++i)
+            for (int q = 0; q < P; ++q)
+                values[i][q] = values_at(tables::c[i] * tables::c[q]);
+        return values;
+    }();
+
+    // [e]: at sample e of a step. The reciprocal is rounded first.
+    static constexpr auto sample_value = [] {
+        std::array<per_basis, tables::S + 1> values{};
+        for (int e = 0; e <= tables::S; ++e)
+            values[e] = values_at(double(e) * (1.0 / double(tables::S)));
+        return values;
+    }();
+
+    // At the end of the step: what the next step is handed.
+    static constexpr per_basis end_value = values_at(1.0);
+};
+
 // Values that anyone can check by hand: the trapezoidal rule, and Simpson's rule (whose weights are the rounded sums
 // of rounded terms, and so not the doubles nearest to 1/6 and 2/3).
 static_assert(row_tables<2>::b == std::array{0.5, 0.5});
