@@ -25,7 +25,7 @@ struct comparison_counts {
 };
 
 // The first P of the P + 1 slots of each step are the twin's; the last holds what the caller left there.
-::testing::AssertionResult equal_coefficients(const reference::vie2_solution& expected, const vie2_answer& actual,
+::testing::AssertionResult equal_coefficients(const reference::vie2_solution& expected, const sampled_answer& actual,
                                               std::size_t P) {
     const std::span<const double> coeffs = actual.coeffs.values();
     for (std::size_t n = 0; n < std::size_t(expected.steps); ++n) {
@@ -48,7 +48,7 @@ void compare(const std::vector<double>& g, const std::vector<double>& K, double 
     for (const bool want_coeffs : {true, false}) {
         SCOPED_TRACE("row " + std::to_string(row_number) + ", N = " + std::to_string(K.size()) +
                      ", dt = " + in_hexadecimal(dt) + (want_coeffs ? ", with" : ", without") + " coeffs");
-        const vie2_answer actual = call_vie2(g, K, dt, row, want_coeffs);
+        const sampled_answer actual = call_vie2(g, K, dt, row, want_coeffs);
         if (!expected.solved) {
             ++counts.singular;
             ASSERT_EQ(actual.status, QUENTA_SINGULAR_BLOCK);

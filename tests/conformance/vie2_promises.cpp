@@ -35,11 +35,11 @@ std::vector<double> constant(double value, int N) {
 
 constexpr double dt = 0.03;
 
-vie2_answer solve(const setting& row, int N) {
+sampled_answer solve(const setting& row, int N) {
     return call_vie2(sampled(g_at, N), sampled(K_at, N), dt, row);
 }
 
-void expect_solved(const vie2_answer& answer, int steps) {
+void expect_solved(const sampled_answer& answer, int steps) {
     EXPECT_EQ(answer.status, QUENTA_SOLVED);
     EXPECT_EQ(answer.n_steps, steps);
     EXPECT_TRUE(answer.out.fences_hold());
@@ -56,7 +56,7 @@ void expect_near(double expected, double actual, const char* what, int index) {
 
 TEST(vie2_example, row_0_is_the_explicit_rectangle_rule) {
     constexpr int steps = 50;
-    const vie2_answer answer = solve({1, {0}}, steps + 1);
+    const sampled_answer answer = solve({1, {0}}, steps + 1);
     expect_solved(answer, steps);
     std::vector<double> U;
     for (int n = 0; n < steps; ++n) {
@@ -74,7 +74,7 @@ TEST(vie2_example, row_0_is_the_explicit_rectangle_rule) {
 
 TEST(vie2_example, row_1_is_the_implicit_rectangle_rule) {
     constexpr int steps = 50;
-    const vie2_answer answer = solve({1, {1}}, steps + 1);
+    const sampled_answer answer = solve({1, {1}}, steps + 1);
     expect_solved(answer, steps);
     std::vector<double> U;
     for (int n = 0; n < steps; ++n) {
@@ -93,7 +93,7 @@ TEST(vie2_example, row_1_is_the_implicit_rectangle_rule) {
 // Each step has its own value at both ends, so that the value at t_n occurs twice.
 TEST(vie2_example, row_2_has_the_trapezoidal_rule_on_every_step) {
     constexpr int steps = 50;
-    const vie2_answer answer = solve({1, {0, 1}}, steps + 1);
+    const sampled_answer answer = solve({1, {0, 1}}, steps + 1);
     expect_solved(answer, steps);
     std::vector<double> left, right;
     for (int n = 0; n < steps; ++n) {
@@ -119,7 +119,7 @@ TEST(vie2_example, row_2_has_the_trapezoidal_rule_on_every_step) {
 
 TEST(vie2_example, row_4_is_the_midpoint_rule) {
     constexpr int steps = 50;
-    const vie2_answer answer = solve({2, {1}}, 4 * steps + 1);
+    const sampled_answer answer = solve({2, {1}}, 4 * steps + 1);
     expect_solved(answer, steps);
     const double h = 4 * dt;
     std::vector<double> U;
@@ -138,7 +138,7 @@ TEST(vie2_example, row_4_is_the_midpoint_rule) {
 
 TEST(vie2_example, row_9_has_simpsons_rule_on_every_step) {
     constexpr int steps = 20;
-    const vie2_answer answer = solve({2, {0, 1, 2}}, 4 * steps + 1);
+    const sampled_answer answer = solve({2, {0, 1, 2}}, 4 * steps + 1);
     expect_solved(answer, steps);
     const double h = 4 * dt;
     constexpr double b[3] = {1.0 / 6, 2.0 / 3, 1.0 / 6};
@@ -180,7 +180,7 @@ TEST(vie2_example, row_15_has_radaus_rule_in_the_history) {
     const setting row{3, {0, 2}};
     const double h = 9 * dt;
     // Two steps; the second one's first node has no part of its own step in it.
-    const vie2_answer answer = solve(row, 19);
+    const sampled_answer answer = solve(row, 19);
     expect_solved(answer, 2);
     const auto coeffs = answer.coeffs.values();
     const auto value = [&](int n, double s) {
@@ -193,20 +193,20 @@ TEST(vie2_example, row_15_has_radaus_rule_in_the_history) {
 // ---- The ends of the grid ----
 
 TEST(vie2, one_sample_has_no_step_and_gives_zero_whatever_g_is) {
-    const vie2_answer answer = call_vie2({5.0}, {1.0}, dt, {1, {0}});
+    const sampled_answer answer = call_vie2({5.0}, {1.0}, dt, {1, {0}});
     expect_solved(answer, 0);
     EXPECT_TRUE(equal_bits(std::vector{0.0}, answer.out.values()));
 }
 
 TEST(vie2, the_second_sample_of_g_and_K_is_not_used_by_one_explicit_step) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    const vie2_answer answer = call_vie2({5.0, nan}, {1.0, nan}, dt, {1, {0}});
+    const sampled_answer answer = call_vie2({5.0, nan}, {1.0, nan}, dt, {1, {0}});
     expect_solved(answer, 1);
     EXPECT_TRUE(equal_bits(std::vector{5.0, 5.0}, answer.out.values()));
 }
 
 TEST(vie2, without_a_kernel_one_step_is_the_parabola_through_its_nodes) {
-    const vie2_answer answer = call_vie2({1.0, 100.0, 4.0, 100.0, 9.0}, constant(0.0, 5), dt, {2, {0, 1, 2}});
+    const sampled_answer answer = call_vie2({1.0, 100.0, 4.0, 100.0, 9.0}, constant(0.0, 5), dt, {2, {0, 1, 2}});
     expect_solved(answer, 1);
     EXPECT_TRUE(equal_bits(std::vector{1.0, 2.25, 4.0, 6.25, 9.0}, answer.out.values())); // (1 + 2 s)^2
     EXPECT_TRUE(equal_bits(std::vector{1.0, 4.0, 4.0}, answer.coeffs.values().first(3)));
@@ -214,11 +214,11 @@ TEST(vie2, without_a_kernel_one_step_is_the_parabola_through_its_nodes) {
 
 TEST(vie2, samples_past_the_last_whole_step_are_zero_and_unread) {
     std::vector<double> g = sampled(g_at, 13), K = sampled(K_at, 13);
-    const vie2_answer whole = call_vie2(g, K, dt, {2, {0, 1, 2}});
+    const sampled_answer whole = call_vie2(g, K, dt, {2, {0, 1, 2}});
     for (const int surplus : {1, 2, 3}) {
         g.push_back(std::numeric_limits<double>::quiet_NaN());
         K.push_back(std::numeric_limits<double>::infinity());
-        const vie2_answer answer = call_vie2(g, K, dt, {2, {0, 1, 2}});
+        const sampled_answer answer = call_vie2(g, K, dt, {2, {0, 1, 2}});
         expect_solved(answer, 3);
         EXPECT_TRUE(equal_bits(whole.out.values(), answer.out.values().first(13))) << surplus;
         EXPECT_TRUE(equal_bits(constant(0.0, surplus), answer.out.values().subspan(13))) << surplus;
@@ -226,13 +226,13 @@ TEST(vie2, samples_past_the_last_whole_step_are_zero_and_unread) {
 }
 
 TEST(vie2, a_grid_shorter_than_a_step_gives_zeros) {
-    const vie2_answer answer = solve({2, {1}}, 4);
+    const sampled_answer answer = solve({2, {1}}, 4);
     expect_solved(answer, 0);
     EXPECT_TRUE(equal_bits(constant(0.0, 4), answer.out.values()));
 }
 
 TEST(vie2, nodes_inside_the_step_are_extrapolated_to_sample_0) {
-    const vie2_answer constant_steps = solve({2, {1}}, 5);
+    const sampled_answer constant_steps = solve({2, {1}}, 5);
     expect_solved(constant_steps, 1);
     const auto out = constant_steps.out.values();
     expect_near(g_at(2) / (1.0 - 4 * dt * K_at(1) / 2), out[0], "out", 0);
@@ -243,7 +243,7 @@ TEST(vie2, nodes_inside_the_step_are_extrapolated_to_sample_0) {
 
 TEST(vie2, a_step_boundary_reports_the_mean_of_the_two_one_sided_values) {
     const setting row{4, {1, 2}};
-    const vie2_answer answer = solve(row, 5 * 16 + 1);
+    const sampled_answer answer = solve(row, 5 * 16 + 1);
     expect_solved(answer, 5);
     const auto coeffs = answer.coeffs.values();
     for (int j = 1; j < 5; ++j) {
@@ -262,7 +262,7 @@ TEST(vie2, a_value_under_a_weight_of_zero_counts_for_nothing_unless_it_is_infini
     const auto second_step = [&](double end_of_first_step) {
         std::vector<double> g = constant(1.0, 9);
         g[4] = end_of_first_step;
-        const vie2_answer answer = call_vie2(g, K, 0.25, row);
+        const sampled_answer answer = call_vie2(g, K, 0.25, row);
         expect_solved(answer, 2);
         const auto coeffs = answer.coeffs.values().subspan(3, 2);
         return std::vector<double>{coeffs.begin(), coeffs.end()};
@@ -278,7 +278,7 @@ TEST(vie2, an_infinite_sample_under_a_node_at_zero_spoils_its_row) {
     // W of the row 1, [0] is K[0] * (0 * 1), which is 0 unless K[0] is not finite.
     std::vector<double> K = sampled(K_at, 4);
     K[0] = std::numeric_limits<double>::infinity();
-    const vie2_answer answer = call_vie2(sampled(g_at, 4), K, dt, {1, {0}});
+    const sampled_answer answer = call_vie2(sampled(g_at, 4), K, dt, {1, {0}});
     expect_solved(answer, 3);
     for (int x = 0; x < 4; ++x)
         EXPECT_TRUE(std::isnan(answer.out.values()[x])) << x;
@@ -288,19 +288,19 @@ TEST(vie2, an_infinite_sample_under_a_node_at_zero_spoils_its_row) {
 
 TEST(vie2, a_singular_block_is_status_2_and_nothing_is_written) {
     // dt * K[0] = 1 makes the block of row 1 zero.
-    const vie2_answer answer = call_vie2(constant(1.0, 10), constant(4.0, 10), 0.25, {1, {1}});
+    const sampled_answer answer = call_vie2(constant(1.0, 10), constant(4.0, 10), 0.25, {1, {1}});
     EXPECT_EQ(answer.status, QUENTA_SINGULAR_BLOCK);
     EXPECT_TRUE(answer.untouched());
 }
 
 TEST(vie2, without_a_step_a_singular_block_is_not_looked_at) {
-    const vie2_answer answer = call_vie2({1.0}, {4.0}, 0.25, {1, {1}});
+    const sampled_answer answer = call_vie2({1.0}, {4.0}, 0.25, {1, {1}});
     expect_solved(answer, 0);
     EXPECT_TRUE(equal_bits(std::vector{0.0}, answer.out.values()));
 }
 
 TEST(vie2, a_nan_in_the_block_is_no_singular_block) {
-    const vie2_answer answer =
+    const sampled_answer answer =
         call_vie2(constant(1.0, 10), constant(std::numeric_limits<double>::quiet_NaN(), 10), 0.25, {1, {1}});
     expect_solved(answer, 9);
     for (const double value : answer.out.values())
@@ -308,9 +308,9 @@ TEST(vie2, a_nan_in_the_block_is_no_singular_block) {
 }
 
 TEST(vie2, after_a_singular_block_the_next_call_on_the_thread_is_as_good_as_any) {
-    const vie2_answer before = solve({2, {0, 1, 2}}, 401);
+    const sampled_answer before = solve({2, {0, 1, 2}}, 401);
     EXPECT_EQ(call_vie2(constant(1.0, 10), constant(4.0, 10), 0.25, {1, {1}}).status, QUENTA_SINGULAR_BLOCK);
-    const vie2_answer after = solve({2, {0, 1, 2}}, 401);
+    const sampled_answer after = solve({2, {0, 1, 2}}, 401);
     expect_solved(after, 100);
     EXPECT_TRUE(equal_bits(before.out.values(), after.out.values()));
     EXPECT_TRUE(equal_bits(before.coeffs.values(), after.coeffs.values()));
@@ -379,7 +379,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(vie2, two_nodes_in_their_order_select_their_row) {
     // The line through y(1/2) and y(1), and not the one through other nodes.
-    const vie2_answer answer = call_vie2({9.0, 9.0, 1.0, 9.0, 3.0}, constant(0.0, 5), dt, {2, {1, 2}});
+    const sampled_answer answer = call_vie2({9.0, 9.0, 1.0, 9.0, 3.0}, constant(0.0, 5), dt, {2, {1, 2}});
     expect_solved(answer, 1);
     EXPECT_TRUE(equal_bits(std::vector{-1.0, 0.0, 1.0, 2.0, 3.0}, answer.out.values()));
 }

@@ -71,7 +71,7 @@ TEST_P(fatal, ends_a_process_that_does_not_catch) {
 TEST_P(fatal, is_an_exception_for_a_host_that_catches_and_the_next_call_works) {
     const setting simpson{2, {0, 1, 2}};
     const std::vector<double> ones(401, 1.0);
-    const vie2_answer before = call_vie2(ones, ones, 0.01, simpson);
+    const sampled_answer before = call_vie2(ones, ones, 0.01, simpson);
     int caught = 0;
     try {
         const int status = call(GetParam());
@@ -82,7 +82,7 @@ TEST_P(fatal, is_an_exception_for_a_host_that_catches_and_the_next_call_works) {
         EXPECT_GT(std::string{failure.what()}.size(), 0u);
     }
     EXPECT_EQ(caught, 1);
-    const vie2_answer after = call_vie2(ones, ones, 0.01, simpson);
+    const sampled_answer after = call_vie2(ones, ones, 0.01, simpson);
     EXPECT_EQ(after.status, QUENTA_SOLVED);
     EXPECT_TRUE(equal_bits(before.out.values(), after.out.values()));
 }

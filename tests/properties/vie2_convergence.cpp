@@ -77,7 +77,7 @@ public:
             g.push_back(problem.g(i * dt));
             K.push_back(problem.K(i * dt));
         }
-        const vie2_answer answer = call_vie2(g, K, dt, row);
+        const sampled_answer answer = call_vie2(g, K, dt, row);
         EXPECT_EQ(answer.status, QUENTA_SOLVED);
         std::array<double, 5> largest;
         largest.fill(no_sample);

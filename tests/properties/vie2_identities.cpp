@@ -35,7 +35,7 @@ std::size_t samples_of(int steps, const setting& row) {
 }
 
 // The coefficients that were written: P for each step.
-std::vector<double> polynomials(const vie2_answer& answer, const setting& row, int steps) {
+std::vector<double> polynomials(const sampled_answer& answer, const setting& row, int steps) {
     EXPECT_EQ(answer.status, QUENTA_SOLVED);
     const std::size_t P = row.indices.size();
     std::vector<double> written;
@@ -88,7 +88,7 @@ TEST(vie2_identities, polynomials_are_reproduced_up_to_the_degree_of_the_rule) {
                     g.push_back(problem.g(double(i) * dt));
                     K.push_back(problem.K(double(i) * dt));
                 }
-                const vie2_answer answer = call_vie2(g, K, dt, row);
+                const sampled_answer answer = call_vie2(g, K, dt, row);
                 ASSERT_EQ(answer.status, QUENTA_SOLVED);
                 double error = 0.0;
                 for (std::size_t i = 0; i < N; ++i)
@@ -111,9 +111,9 @@ TEST(vie2_identities, scaling_the_forcing_by_a_power_of_two_scales_every_bit) {
     for_each_row([&](const setting& row) {
         for (const int steps : runs) {
             const std::vector<double> g = random.uniform(samples_of(steps, row)), K = random.uniform(g.size());
-            const vie2_answer once = call_vie2(g, K, 0.01, row);
+            const sampled_answer once = call_vie2(g, K, 0.01, row);
             for (const double factor : {2.0, -1.0, 0x1p-40}) {
-                const vie2_answer scaled = call_vie2(times(factor, g), K, 0.01, row);
+                const sampled_answer scaled = call_vie2(times(factor, g), K, 0.01, row);
                 EXPECT_TRUE(equal_bits(times(factor, polynomials(once, row, steps)), polynomials(scaled, row, steps)))
                     << steps << " steps, factor " << factor;
             }
@@ -126,9 +126,9 @@ TEST(vie2_identities, scaling_time_by_a_power_of_two_changes_no_bit) {
     for_each_row([&](const setting& row) {
         for (const int steps : runs) {
             const std::vector<double> g = random.uniform(samples_of(steps, row)), K = random.uniform(g.size());
-            const vie2_answer once = call_vie2(g, K, 0.01, row);
+            const sampled_answer once = call_vie2(g, K, 0.01, row);
             for (const double factor : {2.0, -1.0, 0x1p-40}) {
-                const vie2_answer scaled = call_vie2(g, times(factor, K), 0.01 / factor, row);
+                const sampled_answer scaled = call_vie2(g, times(factor, K), 0.01 / factor, row);
                 EXPECT_TRUE(equal_bits(polynomials(once, row, steps), polynomials(scaled, row, steps)))
                     << steps << " steps, factor " << factor;
                 EXPECT_TRUE(equal_bits(once.out.values(), scaled.out.values()));
@@ -238,8 +238,8 @@ TEST(vie2_identities, the_same_parameters_on_a_finer_grid_give_the_same_polynomi
                     fine_g[i * std::size_t(factor * factor)] = g[i];
                     fine_K[i * std::size_t(factor * factor)] = K[i];
                 }
-                const vie2_answer coarse = call_vie2(g, K, 0.01, row);
-                const vie2_answer fine = call_vie2(fine_g, fine_K, 0.01 / (factor * factor), finer);
+                const sampled_answer coarse = call_vie2(g, K, 0.01, row);
+                const sampled_answer fine = call_vie2(fine_g, fine_K, 0.01 / (factor * factor), finer);
                 EXPECT_TRUE(equal_bits(polynomials(coarse, row, steps), polynomials(fine, finer, steps))) << steps;
                 for (std::size_t i = 0; i < g.size(); ++i)
                     EXPECT_TRUE(
