@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <utility>
 #include <vector>
@@ -126,6 +127,104 @@ TEST(row_tables, the_block_weights_of_two_nodes_can_be_checked_by_hand) {
     EXPECT_EQ(rule.weight[0], 0.0);
     EXPECT_EQ(rule.weight[1] * rule.value[1][0], 0.25);
     EXPECT_EQ(rule.weight[1] * rule.value[1][1], 0.25);
+}
+
+// ---- The continuous form ----
+
+struct continuous_constants {
+    std::vector<values> lambda, sample_value;
+    std::vector<std::vector<values>> present;
+    values end_value;
+};
+
+template <int row>
+continuous_constants continuous_constants_of() {
+    using tables = continuous_tables<row>;
+    continuous_constants constants{
+        listed_twice(tables::lambda), listed_twice(tables::sample_value), {}, listed(tables::end_value)};
+    for (const auto& points : tables::present)
+        constants.present.push_back(listed_twice(points));
+    return constants;
+}
+
+// The basis polynomials that the run time makes of the same nodes, which the compiler must not know.
+template <int row>
+std::vector<values> basis_at_run_time() {
+    using tables = continuous_tables<row>;
+    node_list<tables::P + 1> nodes{};
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        volatile double hidden = tables::nodes[i];
+        nodes[i] = hidden;
+    }
+    return listed_twice(lagrange_basis(nodes));
+}
+
+void expect_reference_continuous_tables(int row, const continuous_constants& tables,
+                                        const std::vector<values>& at_run_time) {
+    SCOPED_TRACE(::testing::Message() << "row " << row);
+    const reference::setting& setting = reference::settings()[static_cast<std::size_t>(row)];
+    const values c = setting.nodes();
+    values nodes = c;
+    nodes.insert(nodes.begin(), 0.0);
+    std::vector<values> lambda;
+    for (std::size_t l = 0; l < nodes.size(); ++l)
+        lambda.push_back(reference::lagrange_coefficients(nodes, l));
+    const auto expect_values = [&](double v, const values& actual) {
+        values expected;
+        for (const values& basis : lambda)
+            expected.push_back(reference::basis_value(basis, v));
+        EXPECT_TRUE(equal_bits(expected, actual)) << "at " << v;
+    };
+
+    ASSERT_EQ(tables.lambda.size(), nodes.size());
+    ASSERT_EQ(at_run_time.size(), nodes.size());
+    for (std::size_t l = 0; l < nodes.size(); ++l) {
+        EXPECT_TRUE(equal_bits(lambda[l], tables.lambda[l])) << "l " << l;
+        EXPECT_TRUE(equal_bits(lambda[l], at_run_time[l])) << "l " << l << ", at run time";
+    }
+    ASSERT_EQ(tables.present.size(), c.size());
+    for (std::size_t i = 0; i < c.size(); ++i) {
+        ASSERT_EQ(tables.present[i].size(), c.size());
+        for (std::size_t q = 0; q < c.size(); ++q)
+            expect_values(c[i] * c[q], tables.present[i][q]);
+    }
+    const std::size_t S = static_cast<std::size_t>(setting.m * setting.m);
+    ASSERT_EQ(tables.sample_value.size(), S + 1);
+    for (std::size_t e = 0; e <= S; ++e)
+        expect_values(double(e) * (1.0 / double(S)), tables.sample_value[e]);
+    expect_values(1.0, tables.end_value);
+}
+
+template <int... rows>
+void expect_all_continuous(std::integer_sequence<int, rows...>) {
+    (expect_reference_continuous_tables(rows, continuous_constants_of<rows>(), basis_at_run_time<rows>()), ...);
+}
+
+TEST(continuous_tables, all_rows_have_the_reference_constants_at_build_time_and_at_run_time) {
+    expect_all_continuous(std::make_integer_sequence<int, supported_setting_count>{});
+}
+
+TEST(continuous_tables, a_repeated_node_spoils_its_own_two_polynomials_only) {
+    // 0, and m = 2 with [0, 1, 2]: 0 / 0 for the constant coefficient, and a number over 0 for some of the others.
+    const auto& lambda = continuous_tables<9>::lambda;
+    for (const std::size_t repeated : {0, 1}) {
+        EXPECT_TRUE(std::isnan(lambda[repeated][0]));
+        EXPECT_TRUE(std::isinf(lambda[repeated][3]));
+        EXPECT_TRUE(std::isnan(continuous_tables<9>::end_value[repeated]));
+    }
+    for (const std::size_t sound : {2, 3})
+        for (const double coefficient : lambda[sound])
+            EXPECT_TRUE(std::isfinite(coefficient));
+    EXPECT_EQ(continuous_tables<9>::end_value[2], 0.0);
+    EXPECT_EQ(continuous_tables<9>::end_value[3], 1.0);
+}
+
+TEST(continuous_tables, one_node_at_one_half_gives_two_straight_lines) {
+    using tables = continuous_tables<4>; // 1 - 2 v and 2 v
+    EXPECT_EQ(tables::lambda[0], (std::array{1.0, -2.0}));
+    EXPECT_EQ(tables::lambda[1], (std::array{0.0, 2.0}));
+    EXPECT_EQ(tables::present[0][0], (std::array{0.5, 0.5}));
+    EXPECT_EQ(tables::end_value, (std::array{-1.0, 2.0}));
 }
 
 } // namespace

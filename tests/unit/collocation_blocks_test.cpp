@@ -1,0 +1,203 @@
+// The blocks of a scheme, against their entries worked out by hand from the nodes of four settings.
+#include "quenta_solvers/collocation_blocks.hpp"
+
+#include "quenta_solvers/variant_dispatch.hpp"
+#include "support/bits.hpp"
+#include "support/random_data.hpp"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace quenta {
+namespace {
+
+// One sample of a kernel of dimension D, without any symmetry.
+constexpr double sample(int n, int a, int b) {
+    return 1.0 + 0.37 * n + 10.0 * a + 3.0 * b;
+}
+
+std::vector<double> kernel(int N, int D) {
+    std::vector<double> K;
+    for (int n = 0; n < N; ++n)
+        for (int a = 0; a < D; ++a)
+            for (int b = 0; b < D; ++b)
+                K.push_back(sample(n, a, b));
+    return K;
+}
+
+view<const double> view_of(const std::vector<double>& K) {
+    return {K.size(), K.data()};
+}
+
+// The present step, row-major: P * D rows, and basis_size * D columns with the basis function running fastest. A
+// cell that is never put is a NaN.
+template <int row, int basis_size, class basis_value_at>
+std::vector<double> present_block(const std::vector<double>& K, int D, const basis_value_at& value) {
+    constexpr int P = row_tables<row>::P;
+    std::vector<double> block(static_cast<std::size_t>(P * D * basis_size * D), ieee::quiet_nan);
+    visit_present_step<row, basis_size>(view_of(K), D, value, [&](int r, int b, int l, double sum) {
+        block.at(static_cast<std::size_t>(r * basis_size * D + b * basis_size + l)) = sum;
+    });
+    return block;
+}
+
+template <int row>
+std::vector<double> discontinuous_block(const std::vector<double>& K, int D) {
+    return present_block<row, row_tables<row>::P>(
+        K, D, [](int i, int q, int l) { return row_tables<row>::present[i].value[q][l]; });
+}
+
+template <int row>
+std::vector<double> continuous_block(const std::vector<double>& K, int D) {
+    return present_block<row, row_tables<row>::P + 1>(
+        K, D, [](int i, int q, int l) { return continuous_tables<row>::present[i][q][l]; });
+}
+
+// Block `lag` as the history receives it, and both kinds of dimension must agree on it.
+template <int row, int D>
+std::vector<double> lag_block(const std::vector<double>& K, double h, int lag) {
+    const auto provided = [&]<class dimension>(dimension dim) {
+        lag_block_context<dimension> context{view_of(K), h, dim};
+        ToeplitzHistory history;
+        history.init(lag + 1, row_tables<row>::P * D, row_tables<row>::P * D);
+        lag_block_provider<row, dimension>(&context, lag, history);
+        const view<double> block = history.kernel_block(lag);
+        return std::vector<double>(block.pointer, block.pointer + block.length);
+    };
+    const std::vector<double> block = provided(fixed_dimension<D>{});
+    EXPECT_TRUE(quenta_tests::equal_bits(block, provided(run_time_dimension{D})));
+    return block;
+}
+
+// An entry by hand: the samples n of one component pair, weighted.
+struct weighted_sample {
+    double weight;
+    int n;
+};
+using entry = std::vector<weighted_sample>;
+using table = std::vector<std::vector<entry>>; // [i][l]
+
+// `block` has, for every pair of components, the entries of the table.
+void expect_entries(const table& expected, int D, const std::vector<double>& block) {
+    const int P = int(expected.size()), L = int(expected[0].size());
+    ASSERT_EQ(block.size(), std::size_t(P * D * L * D));
+    for (int a = 0; a < D; ++a)
+        for (int i = 0; i < P; ++i)
+            for (int b = 0; b < D; ++b)
+                for (int l = 0; l < L; ++l) {
+                    double value = 0.0;
+                    for (const weighted_sample& term : expected[i][l])
+                        value += term.weight * sample(term.n, a, b);
+                    const double actual = block[(a * P + i) * L * D + b * L + l];
+                    EXPECT_NEAR(value, actual, 1e-14 * (1.0 + std::fabs(value)))
+                        << "node " << i << " and " << l << ", components " << a << " and " << b << ": "
+                        << quenta_tests::in_hexadecimal(value) << " and " << quenta_tests::in_hexadecimal(actual);
+                }
+}
+
+constexpr int N = 40;
+
+template <int row, int D>
+void expect_lag_blocks(const table& at_lag_0) {
+    constexpr double h = 0.75;
+    const std::vector<double> K = kernel(N, D);
+    constexpr int S = row_tables<row>::S;
+    for (const int lag : {1, 2, 5}) {
+        SCOPED_TRACE(::testing::Message() << "dimension " << D << ", lag " << lag);
+        table expected = at_lag_0;
+        for (auto& entries : expected)
+            for (entry& each : entries)
+                for (weighted_sample& term : each)
+                    term = {h * term.weight, term.n + S * lag};
+        expect_entries(expected, D, lag_block<row, D>(K, h, lag));
+    }
+}
+
+TEST(present_block, nodes_0_and_1) {
+    for (const int D : {1, 2, 3})
+        expect_entries({{{}, {}}, {{{0.5, 1}}, {{0.5, 0}}}}, D, discontinuous_block<2>(kernel(2, D), D));
+}
+
+TEST(present_block, nodes_one_half_and_1) {
+    for (const int D : {1, 2, 3})
+        expect_entries({{{{0.75, 1}}, {{-0.25, 1}}}, {{{1.0, 2}}, {}}}, D, discontinuous_block<8>(kernel(3, D), D));
+}
+
+// The first column belongs to the carried value; the system takes it with its sign turned.
+TEST(present_block, nodes_one_half_and_1_with_the_value_carried_over) {
+    for (const int D : {1, 2, 3})
+        expect_entries({{{{0.5 * 0.375, 1}}, {{0.5 * 0.75, 1}}, {{0.5 * -0.125, 1}}}, {{}, {{1.0, 2}}, {}}}, D,
+                       continuous_block<8>(kernel(3, D), D));
+}
+
+TEST(present_block, node_one_half_with_the_value_carried_over) {
+    for (const int D : {1, 2, 3})
+        expect_entries({{{{0.25, 1}}, {{0.25, 1}}}}, D, continuous_block<4>(kernel(2, D), D));
+}
+
+TEST(present_block, nodes_0_one_half_and_1) {
+    for (const int D : {1, 2, 3})
+        expect_entries({{{}, {}, {}},
+                        {{{1.0 / 12, 2}, {0.125, 1}}, {{0.25, 1}, {1.0 / 12, 0}}, {{-0.125 / 3, 1}}},
+                        {{{1.0 / 6, 4}}, {{2.0 / 3, 2}}, {{1.0 / 6, 0}}}},
+                       D, discontinuous_block<9>(kernel(5, D), D));
+}
+
+TEST(present_block, a_node_at_0_has_rows_of_exact_zeros) {
+    const std::vector<double> block = discontinuous_block<9>(kernel(5, 1), 1);
+    for (const std::size_t cell : {0, 1, 2})
+        EXPECT_TRUE(quenta_tests::equal_bits(0.0, block[cell])) << cell;
+}
+
+template <int row>
+void expect_lag_blocks_of_all_dimensions(const table& at_lag_0) {
+    expect_lag_blocks<row, 1>(at_lag_0);
+    expect_lag_blocks<row, 2>(at_lag_0);
+    expect_lag_blocks<row, 3>(at_lag_0);
+}
+
+TEST(lag_block, nodes_0_and_1) {
+    expect_lag_blocks_of_all_dimensions<2>({{{{0.5, 0}}, {{0.5, -1}}}, {{{0.5, 1}}, {{0.5, 0}}}});
+}
+
+TEST(lag_block, nodes_one_half_and_1) {
+    expect_lag_blocks_of_all_dimensions<8>({{{{1.0, 0}}, {{0.0, -2}}}, {{{1.0, 2}}, {{0.0, 0}}}});
+}
+
+TEST(lag_block, nodes_0_one_half_and_1) {
+    constexpr double w[] = {1.0 / 6, 2.0 / 3, 1.0 / 6};
+    table expected(3);
+    for (int i = 0; i < 3; ++i)
+        for (int l = 0; l < 3; ++l)
+            expected[i].push_back({{w[l], 2 * (i - l)}});
+    expect_lag_blocks_of_all_dimensions<9>(expected);
+}
+
+TEST(lag_block, a_nan_under_a_weight_of_zero_is_a_nan) {
+    std::vector<double> K = kernel(N, 1);
+    K[4 * 3 - 2] = std::numeric_limits<double>::quiet_NaN();
+    const std::vector<double> block = lag_block<8, 1>(K, 1.0, 3);
+    EXPECT_TRUE(std::isnan(block[1]));
+    for (const std::size_t other : {0, 2, 3})
+        EXPECT_TRUE(std::isfinite(block[other])) << other;
+}
+
+TEST(present_block, reads_no_sample_past_those_of_the_step) {
+    EXPECT_NO_THROW(discontinuous_block<9>(kernel(5, 2), 2));
+    EXPECT_ANY_THROW(discontinuous_block<9>(kernel(4, 2), 2));
+}
+
+// The comparison with the entries by hand is one that a builder of the transpose does not pass.
+TEST(present_block, the_transpose_is_another_block) {
+    const std::vector<double> block = discontinuous_block<4>(kernel(2, 2), 2);
+    EXPECT_EQ(block, (std::vector{0.5 * sample(1, 0, 0), 0.5 * sample(1, 0, 1), //
+                                  0.5 * sample(1, 1, 0), 0.5 * sample(1, 1, 1)}));
+    EXPECT_NE(block[1], block[2]);
+}
+
+} // namespace
+} // namespace quenta
