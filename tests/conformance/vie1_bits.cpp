@@ -1,5 +1,5 @@
 // quenta_solve_vie1_vec equals its plain twin bit for bit, for every row, form and class of dimension.
-#include "conformance/sampled_call.hpp"
+#include "conformance/vie1_call.hpp"
 #include "reference/vie1.hpp"
 #include "support/bits.hpp"
 #include "support/random_data.hpp"
@@ -50,21 +50,8 @@ first_kind_problem random_problem(random_data& random, std::size_t row, int D, b
 }
 
 sampled_answer call_vie1(const first_kind_problem& problem, bool want_coeffs) {
-    const reference::setting& row = problem.row();
-    const int count = int(row.indices.size());
-    const int steps = steps_of(std::size_t(problem.N()), row);
-    sampled_answer answer{.status = -1,
-                          .out = fenced_array{problem.g.size()},
-                          .coeffs = fenced_array{std::size_t(steps) * (count + 1) * problem.D}};
-    answer.status = quenta_solve_vie1_vec(problem.g.data(), problem.K.data(), problem.N(), problem.D, problem.y0.data(),
-                                          problem.dt, row.m, row.indices.data(), count, want_coeffs, problem.continuous,
-                                          answer.out.data(), answer.coeffs.data(), &answer.n_steps);
-    return answer;
-}
-
-// The rows that the first kind refuses.
-bool is_refused(std::size_t row) {
-    return row == 11 || row == 26 || row == 34;
+    return quenta_tests::call_vie1(problem.g, problem.K, problem.D, problem.y0, problem.dt, problem.row(),
+                                   problem.continuous, want_coeffs);
 }
 
 // In the discontinuous form the last slot of each step, D cells, holds what the caller left there.
@@ -95,7 +82,7 @@ void compare(const first_kind_problem& problem, comparison_counts& counts) {
     SCOPED_TRACE(problem.text());
     const bool want_coeffs = (counts.solved + counts.singular) % 3 != 0;
     const sampled_answer actual = call_vie1(problem, want_coeffs);
-    if (is_refused(problem.row_number)) {
+    if (refused_by_vie1(problem.row())) {
         ASSERT_EQ(actual.status, QUENTA_UNSUPPORTED_SETTING);
         ASSERT_TRUE(actual.untouched());
         return;

@@ -1,4 +1,5 @@
 // What quenta_solve_vie2 promises, one promise a test: the worked examples, the statuses and their order.
+#include "conformance/sampled_promises.hpp"
 #include "conformance/vie2_call.hpp"
 #include "support/bits.hpp"
 
@@ -6,7 +7,6 @@
 
 #include <climits>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 #include <ostream>
 
@@ -16,40 +16,10 @@ namespace {
 
 using reference::setting;
 
-// Forcing and kernel without any structure that a wrong index could hide behind.
-double g_at(int i) {
-    return 1.0 + std::sin(1.7 * i + 0.3);
-}
-double K_at(int i) {
-    return 0.5 + std::cos(0.9 * i - 0.2);
-}
-std::vector<double> sampled(double (*value)(int), int N) {
-    std::vector<double> samples;
-    for (int i = 0; i < N; ++i)
-        samples.push_back(value(i));
-    return samples;
-}
-std::vector<double> constant(double value, int N) {
-    return std::vector<double>(std::size_t(N), value);
-}
-
 constexpr double dt = 0.03;
 
 sampled_answer solve(const setting& row, int N) {
     return call_vie2(sampled(g_at, N), sampled(K_at, N), dt, row);
-}
-
-void expect_solved(const sampled_answer& answer, int steps) {
-    EXPECT_EQ(answer.status, QUENTA_SOLVED);
-    EXPECT_EQ(answer.n_steps, steps);
-    EXPECT_TRUE(answer.out.fences_hold());
-    EXPECT_TRUE(answer.coeffs.fences_hold());
-}
-
-void expect_near(double expected, double actual, const char* what, int index) {
-    EXPECT_NEAR(expected, actual, 1e-13 * std::fabs(expected) + 1e-14)
-        << what << " at index " << index << ": expected " << in_hexadecimal(expected) << ", actual "
-        << in_hexadecimal(actual) << ", " << ulps_apart(expected, actual) << " ulps apart";
 }
 
 // ---- Worked examples, from their formulas ----

@@ -1,0 +1,38 @@
+// A call of quenta_solve_vie1_vec.
+#pragma once
+
+#include "conformance/sampled_call.hpp"
+
+namespace quenta_tests {
+
+// y0 may be empty where it is not read.
+inline sampled_answer call_vie1(const std::vector<double>& g, const std::vector<double>& K, int D,
+                                const std::vector<double>& y0, double dt, const reference::setting& row,
+                                bool continuous, bool want_coeffs = true) {
+    const int count = int(row.indices.size()), N = int(g.size()) / D;
+    const int steps = std::max(steps_of(std::size_t(N), row), 0);
+    sampled_answer answer{.status = -1,
+                          .out = fenced_array{g.size()},
+                          .coeffs = fenced_array{std::size_t(steps) * std::size_t(count + 1) * std::size_t(D)}};
+    answer.status = quenta_solve_vie1_vec(g.data(), K.data(), N, D, y0.data(), dt, row.m, row.indices.data(), count,
+                                          want_coeffs ? 1 : 0, continuous ? 1 : 0, answer.out.data(),
+                                          answer.coeffs.data(), &answer.n_steps);
+    return answer;
+}
+
+// Nodes whose unknowns a first-kind step cannot see, or sees twice in the continuous form.
+inline bool has_node_0(const reference::setting& row) {
+    return row.indices.front() == 0;
+}
+
+// Without a node 0: the product over the nodes of (1 - c) / c is above 1.
+inline bool refused_by_vie1(const reference::setting& row) {
+    int above = 1, below = 1;
+    for (const int k : row.indices) {
+        above *= row.m - k;
+        below *= k;
+    }
+    return !has_node_0(row) && above > below;
+}
+
+} // namespace quenta_tests
