@@ -19,23 +19,38 @@ namespace {
 
 using reference::setting;
 
+// The first kind has two forms.
+enum equation_form { second_kind, discontinuous, continuous };
+
 struct fatal_request {
     const char* name;
     int N;
     setting row;
     bool want_null_coeffs;
     const char* message;
+    equation_form form = second_kind;
+    int D = 1;
 };
 
 void PrintTo(const fatal_request& request, std::ostream* stream) {
     *stream << request.name;
 }
 
-// Arrays have N samples, or one where N is not a length.
+// Arrays have N samples, or one where N is not a length; the kernel has the identity in each.
 int call(const fatal_request& request) {
-    const std::vector<double> samples(std::size_t(std::max(request.N, 1)), 1.0);
+    const int D = std::max(request.D, 1);
+    const std::vector<double> samples(std::size_t(std::max(request.N, 1) * D), 1.0);
     std::vector<double> out(samples.size());
     int n_steps = 0;
+    if (request.form != second_kind) {
+        std::vector<double> K(samples.size() * D);
+        for (std::size_t i = 0; i < samples.size(); ++i)
+            K[i * D + i % D] = 1.0;
+        return quenta_solve_vie1_vec(samples.data(), K.data(), request.N, request.D, samples.data(), 0.01,
+                                     request.row.m, request.row.indices.data(), int(request.row.indices.size()),
+                                     request.want_null_coeffs ? 1 : 0, request.form == continuous, out.data(), nullptr,
+                                     &n_steps);
+    }
     return quenta_solve_vie2(samples.data(), samples.data(), request.N, 0.01, request.row.m, request.row.indices.data(),
                              int(request.row.indices.size()), request.want_null_coeffs ? 1 : 0, out.data(), nullptr,
                              &n_steps);
@@ -60,6 +75,18 @@ const fatal_request fatal_requests[] = {
     {"kernel_shorter_than_the_first_step_needs", 4, {2, {0, 2}}, false, "index 4, length 4"},
     {"one_sample_of_two", 1, {1, {0, 1}}, false, "index 1, length 1"},
     {"a_kernel_shorter_by_one", 12, {4, {0, 3}}, false, "index 12, length 12"},
+    {"first_kind_no_samples", 0, {1, {1}}, false, "index 0, length 0", discontinuous},
+    {"first_kind_no_samples_continuous", 0, {2, {1}}, false, "index [0-9]+, length 0", continuous},
+    {"first_kind_no_samples_of_vectors", 0, {2, {1, 2}}, false, "index [0-9]+, length 0", continuous, 9},
+    {"first_kind_one_sample_of_two", 1, {1, {0, 1}}, false, "index [0-9]+, length 1", discontinuous},
+    {"first_kind_one_sample_of_two_continuous", 1, {1, {0, 1}}, false, "index [0-9]+, length 1", continuous},
+    {"first_kind_one_sample_of_two_before_the_middle", 1, {2, {1}}, false, "index [0-9]+, length 4", continuous, 2},
+    {"first_kind_a_kernel_shorter_by_one", 4, {2, {0, 2}}, false, "index [0-9]+, length 324", discontinuous, 9},
+    {"first_kind_null_coeffs", 5, {2, {1}}, true, "index [0-9]+, length 0", discontinuous},
+    {"first_kind_null_coeffs_of_vectors", 41, {2, {1, 2}}, true, "index [0-9]+, length 0", continuous, 3},
+    {"first_kind_null_coeffs_of_many_components", 41, {2, {1, 2}}, true, "index [0-9]+, length 0", discontinuous, 9},
+    {"first_kind_no_first_value", 5, {2, {1}}, false, "index 0, length 0", continuous, -1},
+    {"first_kind_no_first_value_of_many", 5, {2, {1}}, false, "index 0, length 0", continuous, -9},
 };
 
 class fatal : public ::testing::TestWithParam<fatal_request> {};
@@ -93,6 +120,8 @@ INSTANTIATE_TEST_SUITE_P(request, fatal, ::testing::ValuesIn(fatal_requests),
 TEST(not_fatal, null_coeffs_without_a_step) {
     EXPECT_EQ(call({"", 1, {1, {0}}, true, ""}), QUENTA_SOLVED);
     EXPECT_EQ(call({"", 4, {2, {1}}, true, ""}), QUENTA_SOLVED);
+    EXPECT_EQ(call({"", 4, {2, {1}}, true, "", discontinuous, 2}), QUENTA_SOLVED);
+    EXPECT_EQ(call({"", 4, {2, {1}}, true, "", continuous, 9}), QUENTA_SOLVED);
 }
 
 TEST(not_fatal, null_coeffs_with_a_singular_block) {
@@ -102,6 +131,7 @@ TEST(not_fatal, null_coeffs_with_a_singular_block) {
     int n_steps = 0;
     EXPECT_EQ(quenta_solve_vie2(samples, samples, 2, 1.0, 1, list, 1, 1, out, nullptr, &n_steps),
               QUENTA_SINGULAR_BLOCK);
+    EXPECT_EQ(call({"", 5, {2, {0}}, true, "", discontinuous, 2}), QUENTA_SINGULAR_BLOCK);
 }
 
 // ---- Division by m * m = 0, whatever the host does with the signal ----
@@ -148,6 +178,11 @@ TEST_P(division_by_zero, is_the_arithmetic_fault_when_it_is_blocked) {
 TEST_P(division_by_zero, is_the_arithmetic_fault_after_a_handler_that_returns) {
     EXPECT_EXIT(call_with_disposition(note_and_return), ::testing::KilledBySignal(arithmetic_fault),
                 "the handler was called");
+}
+
+TEST(no_dimension, is_the_arithmetic_fault) {
+    EXPECT_EXIT(call_without_handler({"", 5, {2, {1}}, false, "", discontinuous, 0}),
+                ::testing::KilledBySignal(arithmetic_fault), "");
 }
 
 // The squares of all of these are 0 in 32 bits.
