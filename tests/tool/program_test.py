@@ -13,6 +13,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+from fractions import Fraction as F
 
 PROGRAM = pathlib.Path(sys.argv[1]).resolve()
 SOLVED, UNEXPECTED, BAD_INPUT, SINGULAR = 0, 1, 2, 3
@@ -50,8 +51,8 @@ class ProgramTest(unittest.TestCase):
         return subprocess.run([PROGRAM, *arguments], input=text, capture_output=True, text=True, cwd=self.directory,
                               timeout=120, **settings)
 
-    def solve(self, *arguments, text="", silent=True):
-        run = self.run_program("vie2", *arguments, text=text)
+    def solve(self, *arguments, text="", silent=True, command="vie2"):
+        run = self.run_program(command, *arguments, text=text)
         self.assertEqual(run.returncode, SOLVED, run.stderr)
         if silent:
             self.assertEqual(run.stderr, "")
@@ -63,10 +64,10 @@ class ProgramTest(unittest.TestCase):
         for fragment in fragments:
             self.assertIn(fragment, message)
 
-    def assert_refused(self, text, *fragments, arguments=("-",), code=BAD_INPUT):
+    def assert_refused(self, text, *fragments, command="vie2", arguments=("-",), code=BAD_INPUT):
         """Refused in one sentence with these fragments; no output, no file."""
         before = self.listing()
-        run = self.run_program("vie2", *arguments, "--output", "refused.csv", "--polynomials", "p.csv", text=text)
+        run = self.run_program(command, *arguments, "--output", "refused.csv", "--polynomials", "p.csv", text=text)
         self.assertEqual(run.returncode, code, run.stderr)
         self.assertEqual(run.stdout, "")
         self.assert_one_sentence(run.stderr, *fragments)
@@ -209,6 +210,254 @@ class GoodInput(ProgramTest):
         self.assertTrue((self.directory / "pipe").is_fifo())
 
 
+# A system of the first kind, in any dimension: y_r(t) = 1 + (r + 1) t, K_rc(t) = (r + 1) / (c + 1) + D if r = c.
+class FirstKindSystem:
+    def __init__(self, dimension, spacings, end=1.0):
+        self.dimension, self.t = dimension, grid(spacings, end)
+        separator = "_" if dimension > 9 else ""
+        r = range(1, dimension + 1)
+        names = ["t"] + [f"g{a}" for a in r] + [f"K{a}{separator}{b}" for a in r for b in r]
+        rows = [[t] + [sum(self.kernel(a, b) * self.integral(b, t) for b in r) for a in r] +
+                [self.kernel(a, b) for a in r for b in r] for t in self.t]
+        self.text = "\n".join(",".join(map(str, row)) for row in [names, *rows]) + "\n"
+
+    def kernel(self, a, b):
+        return a / b + (self.dimension if a == b else 0)
+
+    def integral(self, b, t):
+        return t + b * t * t / 2
+
+    def solution(self, b, t):
+        return 1 + b * t
+
+
+def first_kind_samples(spacings, end=2.0):
+    """The integral of exp(s - t) cos 3s over 0 .. t is g(t)."""
+    forcing = lambda t: (math.cos(3 * t) + 3 * math.sin(3 * t) - math.exp(-t)) / 10
+    return "t,g,K\n" + "".join(f"{t!r},{forcing(t)!r},{KERNEL(t)!r}\n" for t in grid(spacings, end))
+
+
+def largest_error(solution):
+    return max(abs(y - SOLUTION(t)) for t, y in zip(solution["t"], solution["y"]))
+
+
+def multiplied(left, right):
+    return [[sum(a * b for a, b in zip(row, column)) for column in zip(*right)] for row in left]
+
+
+def inverse(matrix):
+    size = len(matrix)
+    rows = [row[:] + [F(int(i == j)) for j in range(size)] for i, row in enumerate(matrix)]
+    for k in range(size):
+        pivot = next(i for i in range(k, size) if rows[i][k])
+        rows[k], rows[pivot] = rows[pivot], rows[k]
+        rows[k] = [value / rows[k][k] for value in rows[k]]
+        for i in range(size):
+            if i != k:
+                rows[i] = [a - rows[i][k] * b for a, b in zip(rows[i], rows[k])]
+    return [row[size:] for row in rows]
+
+
+def lagrange(nodes, l):
+    """Coefficients, ascending, of the polynomial that is 1 at node l and 0 at the others."""
+    polynomial = [F(1)]
+    for i, node in enumerate(nodes):
+        if i != l:
+            shifted = [F(0)] + polynomial
+            polynomial = [(up - node * same) / (nodes[l] - node) for up, same in zip(shifted, polynomial + [F(0)])]
+    return polynomial
+
+
+def value(polynomial, v):
+    return sum((a * v**power for power, a in enumerate(polynomial)), F(0))
+
+
+def growth_of_errors(m, nodes):
+    """The spectral radius of the map from one step's (U, B) to the next, for the kernel 1 and steps of length 1.
+
+    The difference of the equations of two adjacent steps is A (U' - U) + C (B' - B) + sum of w U = 0, where
+    A U + C B is the integral over the part of the present step, and B' = L0(1) B + sum of L(1) U carries over.
+    """
+    c = [F(k, m) for k in nodes]
+    count = len(c)
+    w = [sum(a / (power + 1) for power, a in enumerate(lagrange(c, l))) for l in range(count)]
+    basis = [lagrange([F(0)] + c, l) for l in range(count + 1)]
+    part = [[ci * sum(wr * value(one, ci * cr) for wr, cr in zip(w, c)) for one in basis] for ci in c]
+    A, C = inverse([row[1:] for row in part]), [[row[0]] for row in part]
+    carry = [value(one, F(1)) for one in basis[1:] + basis[:1]]
+    of_past, of_carried = multiplied(A, [w] * count), multiplied(A, C)
+    step = [[int(i == l) - of_past[i][l] - of_carried[i][0] * carry[l] for l in range(count)] +
+            [of_carried[i][0] * (1 - carry[count])] for i in range(count)] + [carry]
+    # The norm of the power 2**40, taken by squaring, gives the radius to many digits.
+    step, logarithm = [[float(entry) for entry in row] for row in step], 0.0
+    for _ in range(40):
+        norm = max(sum(map(abs, row)) for row in step)
+        if norm == 0:
+            return 0.0
+        logarithm = 2 * (logarithm + math.log(norm))
+        step = [[entry / norm for entry in row] for row in step]
+        step = multiplied(step, step)
+    norm = max(sum(map(abs, row)) for row in step)
+    return math.exp((logarithm + math.log(norm)) / 2**40) if norm else 0.0
+
+
+class FirstKind(ProgramTest):
+    REFUSED = ["3:1", "4:1", "4:1,2"]
+
+    def solve(self, *arguments, **others):
+        return super().solve(*arguments, command="vie1", **others)
+
+    def assert_refused(self, *arguments, **others):
+        super().assert_refused(*arguments, command="vie1", **others)
+
+    def settings(self):
+        settings = [line.split()[1] for line in self.run_program("settings").stdout.splitlines()[1:]]
+        self.assertEqual(len(settings), 56)
+        return settings
+
+    def growth(self, setting):
+        m, nodes = setting.split(":")
+        return growth_of_errors(int(m), [int(k) for k in nodes.split(",")])
+
+    def test_solution_is_that_of_the_equation(self):
+        errors = [largest_error(columns(self.solve(text=first_kind_samples(spacings)))) for spacings in (360, 720)]
+        self.assertLess(errors[1], 1e-4)
+        self.assertAlmostEqual(math.log2(errors[0] / errors[1]), 3, delta=0.2)
+
+    def test_continuous_solution_starts_at_its_value_and_has_the_order_claimed(self):
+        errors = []
+        for spacings in (720, 1440):
+            solution = columns(self.solve("--continuous", "--y0", "1", text=first_kind_samples(spacings)))
+            self.assertAlmostEqual(solution["y"][0], 1, delta=1e-12)
+            errors.append(largest_error(solution))
+        self.assertLess(errors[1], 1e-4)
+        self.assertAlmostEqual(math.log2(errors[0] / errors[1]), 3, delta=0.2)
+
+    def test_rectangle_rule_by_hand(self):
+        # U = 1, 1, 3, -1 are the differences of g; a sample inside is the mean of its neighbours.
+        text = "t,g,K\n0,0,1\n1,1,1\n2,2,1\n3,5,1\n4,4,1\n"
+        self.assertEqual(self.solve("--setting", "1:1", text=text), "t,y\n0,1\n1,1\n2,2\n3,1\n4,-1\n")
+
+    def test_every_setting_solves_or_says_why_not_and_which_do(self):
+        solved = 0
+        for setting in self.settings():
+            with self.subTest(setting):
+                if setting in self.REFUSED or ":0" in setting:
+                    why = "amplifies" if setting in self.REFUSED else "node 0"
+                    for form in ((), ("--continuous", "--y0", "1")):
+                        arguments = ("--setting", setting, *form)
+                        self.assert_refused(first_kind_samples(144), setting, why, "settings that work are ",
+                                            arguments=arguments)
+                        named = self.run_program("vie1", *arguments).stderr.strip().split(" are ")[1].split(" and ")
+                        self.assertEqual(len(set(named)), 3)
+                        for one in named:
+                            super().solve("--setting", one, *form, text=first_kind_samples(144), command="vie1")
+                else:
+                    y = columns(self.solve("--setting", setting, text=first_kind_samples(720)))
+                    self.assertLess(largest_error(y), 0.2)
+                    solved += 1
+        self.assertEqual(solved, 23)
+
+    def test_continuous_form_warns_where_the_step_map_amplifies_errors_and_only_there(self):
+        self.assertAlmostEqual(self.growth("2:1"), 3 + 2 * math.sqrt(2), delta=1e-9)
+        quiet, warned = [], []
+        for setting in self.settings():
+            if setting in self.REFUSED or ":0" in setting:
+                continue
+            growth = self.growth(setting)
+            with self.subTest(f"{setting} grows by {growth}"):
+                run = self.run_program("vie1", "--continuous", "--y0", "1", "--setting", setting,
+                                       text=first_kind_samples(144))
+                self.assertEqual(run.returncode, SOLVED)
+                if growth < 1 + 1e-6:
+                    self.assertEqual(run.stderr, "")
+                    quiet.append(setting)
+                else:
+                    self.assert_one_sentence(run.stderr, "warning", setting, "without growth are")
+                    told = float(run.stderr.split("about ")[1].split(" ")[0])
+                    self.assertAlmostEqual(told / growth, 1, delta=0.05)
+                    warned.append(setting)
+        self.assertEqual((len(quiet), len(warned)), (7, 16))
+
+    def test_growth_shows_in_the_solution(self):
+        run = self.run_program("vie1", "--continuous", "--y0", "1", "--setting", "2:1", text=first_kind_samples(400))
+        self.assertGreater(largest_error(columns(run.stdout)), 1e50)
+
+    def test_systems_of_any_dimension(self):
+        for dimension in (1, 2, 3, 8, 9, 10, 11):
+            system = FirstKindSystem(dimension, 18)
+            initial = ",".join("1" for _ in range(dimension))
+            for form in ((), ("--continuous", "--y0", initial)):
+                with self.subTest(f"{dimension} {form}"):
+                    solution = columns(self.solve(*form, text=system.text))
+                    self.assertEqual(list(solution), ["t"] + [f"y{b}" for b in range(1, dimension + 1)])
+                    self.assertEqual(solution["t"], system.t)
+                    for b in range(1, dimension + 1):
+                        for t, y in zip(system.t, solution[f"y{b}"]):
+                            self.assertAlmostEqual(y, system.solution(b, t), delta=1e-10)
+
+    def test_system_of_one_equation_is_the_scalar_equation(self):
+        text = first_kind_samples(36)
+        self.assertEqual(self.solve(text=text.replace("g,K", "g1,K11", 1)).replace("y1", "y", 1), self.solve(text=text))
+
+    def test_polynomials_agree_with_the_samples(self):
+        for dimension, form, powers in ((2, (), 3), (2, ("--continuous", "--y0=1,1"), 4), (10, (), 3)):
+            system = FirstKindSystem(dimension, 27)
+            y = columns(self.solve("--polynomials", "p.csv", *form, text=system.text))
+            p = columns((self.directory / "p.csv").read_text())
+            names = [f"y{b}" for b in range(1, dimension + 1)]
+            self.assertEqual(list(p), ["step", "t_start", "h"] + [f"{n}_a{e}" for n in names for e in range(powers)])
+            self.assertEqual(p["step"], [0, 1, 2])
+            for name in names:
+                for n in range(3):
+                    for e in range(1, 9):
+                        s = (y["t"][9 * n + e] - p["t_start"][n]) / p["h"][n]
+                        sum_of_powers = sum(p[f"{name}_a{power}"][n] * s**power for power in range(powers))
+                        self.assertAlmostEqual(y[name][9 * n + e], sum_of_powers, delta=1e-12)
+        for form, powers in (((), 3), (("--continuous", "--y0=1"), 4)):
+            self.solve("--polynomials", "p.csv", *form, text=first_kind_samples(36))
+            header = (self.directory / "p.csv").read_text().splitlines()[0]
+            self.assertEqual(header, "step,t_start,h" + "".join(f",a{power}" for power in range(powers)))
+
+    def test_columns_of_a_system_that_are_missing(self):
+        self.assert_refused("t,g1,g2,K11,K12,K21\n", "line 1", "'K22'")
+        self.assert_refused("t,g1,g3,K11,K12,K21,K22\n", "line 1", "no column 'g2'")
+        self.assert_refused("t,g1\n", "line 1", "no column 'K11'")
+        self.assert_refused("t,K11\n", "line 1", "no column 'g'")
+        ten = FirstKindSystem(10, 9).text
+        self.assert_refused(ten.replace("K10_1,", "K101,", 1), "line 1", "no column 'K10_1'")
+        self.assert_refused("t," + ",".join(f"g{r}" for r in range(1, 5000)) + "\n", "line 1", "no column 'K1_1'")
+
+    def test_what_a_single_equation_checks_is_checked(self):
+        self.assert_refused("t,g1,g2,K11,K12,K21,K22\n0,1,1,1,1,1,x\n", "line 2", "'K22'", "expected a number")
+        self.assert_refused(first_kind_samples(8), "9 samples", "at least 10")
+        self.assert_refused("", "standard input is empty", "'t', 'g' and 'K'")
+        self.assert_refused(constant_samples(9), "'5:1'", "not in the table", arguments=("--setting", "5:1"))
+        self.assert_refused(constant_samples(9, K=0), "singular", "3:1,2,3", code=SINGULAR)
+        run = self.run_program("vie1", "--setting", "1:1", text="t,g1,K11\n0,0,1\n1,nan,1\n")
+        self.assert_one_sentence(run.stderr, "warning", "line 3", "g1 is nan")
+
+    def test_initial_values(self):
+        two = FirstKindSystem(2, 9).text
+        self.assert_refused(two, "1 value", "expected 2", arguments=("--continuous", "--y0", "1"))
+        self.assert_refused(two, "3 values", "expected 2", arguments=("--continuous", "--y0", "1,2,3"))
+        for text in ("x", " ", "1,", ",1", "1;2", "nan,1", "1,inf"):
+            with self.subTest(text):
+                self.assert_refused(two, "--y0", "expected", arguments=("--continuous", "--y0=" + text))
+        negative = columns(self.solve("--continuous", "--y0=-1,2.5e0", text=two))
+        self.assertAlmostEqual(negative["y1"][0], -1, delta=1e-12)
+        self.assertAlmostEqual(negative["y2"][0], 2.5, delta=1e-12)
+
+    def test_continuous_form_and_initial_values_need_each_other(self):
+        self.assert_refused(first_kind_samples(9), "--continuous", "--y0", arguments=("--continuous",))
+        self.assert_refused(first_kind_samples(9), "--y0", "--continuous", arguments=("--y0", "1"))
+
+    def test_help_tells_the_columns_and_the_forms(self):
+        text = self.run_program("vie1", "--help").stdout
+        for word in ("g1 .. gD", "K1_1", "--continuous", "--y0", "3:1,2,3", "y1_a0"):
+            self.assertIn(word, text)
+
+
 class BadInput(ProgramTest):
     def test_missing_column(self):
         self.assert_refused("t,g\n0,1\n1,1\n", "line 1", "'K'", "'t' and 'g'", "expected")
@@ -316,9 +565,9 @@ class BadInput(ProgramTest):
         self.assertEqual(self.listing(), [])
 
     def test_command_line(self):
-        for arguments, fragment in (((), "vie2 or settings"), (("vie3",), "vie3"), (("vie2", "--what"), "--what"),
-                                    (("vie2", "a.csv", "b.csv"), "b.csv"), (("vie2", "--setting"), "--setting"),
-                                    (("settings", "x"), "x")):
+        for arguments, fragment in (((), "vie1, vie2 or settings"), (("vie3",), "vie3"),
+                                    (("vie2", "--what"), "--what"), (("vie2", "a.csv", "b.csv"), "b.csv"),
+                                    (("vie2", "--setting"), "--setting"), (("settings", "x"), "x")):
             with self.subTest(arguments):
                 run = self.run_program(*arguments)
                 self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
@@ -438,7 +687,7 @@ class Help(ProgramTest):
     def test_help_names_the_commands_and_the_exit_codes(self):
         run = self.run_program("--help")
         self.assertEqual((run.returncode, run.stderr), (SOLVED, ""))
-        for word in ("vie2", "settings", "Exit codes", "Example"):
+        for word in ("vie1", "vie2", "settings", "Exit codes", "Example"):
             self.assertIn(word, run.stdout)
         for word in ("--setting", "--output", "--polynomials", "t, g and K"):
             self.assertIn(word, self.run_program("vie2", "--help").stdout)

@@ -1,26 +1,46 @@
 #include "commands.hpp"
 
 #include "csv_table.hpp"
+#include "first_kind_trial.hpp"
 #include "messages.hpp"
 #include "output_file.hpp"
 #include "quenta_native.h"
 #include "sample_grid.hpp"
 #include "settings_table.hpp"
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <filesystem>
 #include <optional>
+#include <span>
+#include <sstream>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace quenta_program {
 
 namespace {
 
-// The solution of a scalar equation, in the shapes of the library.
-struct scalar_solution {
-    std::vector<double> y;            // one value a sample
-    std::vector<double> coefficients; // count + 1 slots a step, the last of them unused
+// An equation from its samples, in the shapes of the library.
+struct equation {
+    std::vector<double> t;
+    std::vector<double> g;             // the components of a sample side by side
+    std::vector<double> K;             // the matrix of a sample row by row
+    std::vector<std::string> unknowns; // "y", or "y1", "y2", .. of a system
+    double spacing;
+    int steps;
+    std::size_t solved; // samples of the whole steps
+
+    int samples() const { return static_cast<int>(t.size()); }
+    std::size_t dimension() const { return unknowns.size(); }
+};
+
+struct solution {
+    std::vector<double> y;            // as g
+    std::vector<double> coefficients; // count + 1 slots a step, each with all components; the last may be unused
     int steps;
 };
 
@@ -38,73 +58,137 @@ void start_library() {
         throw std::runtime_error("the library could not be started");
 }
 
-void write_solution(output_file& file, const std::vector<double>& t, const scalar_solution& solution,
-                    std::size_t samples) {
-    file.write("t,y\n");
-    std::string line;
-    for (std::size_t i = 0; i < samples; ++i) {
-        line.clear();
-        append_number(line, t[i]);
-        line += ',';
-        append_number(line, solution.y[i]);
-        line += '\n';
-        file.write(line);
-    }
+std::vector<std::string> scalar_columns(const std::vector<std::string>&) {
+    return {"t", "g", "K"};
 }
 
-void write_polynomials(output_file& file, const scalar_solution& solution, const setting& chosen, double spacing) {
-    const std::size_t count = chosen.nodes.size();
-    const double h = spacing * chosen.samples_per_step();
-    std::string line = "step,t_start,h";
-    for (std::size_t power = 0; power < count; ++power)
-        line += ",a" + std::to_string(power);
-    file.write(line + '\n');
-    for (int step = 0; step < solution.steps; ++step) {
-        line = sentence(step, ",", step * h, ",", h);
-        for (std::size_t power = 0; power < count; ++power) {
-            line += ',';
-            append_number(line, solution.coefficients[static_cast<std::size_t>(step) * (count + 1) + power]);
+// t, g, K of one equation, or t, g1 .. gD, K11, K12 .. KDD of a system. From ten equations on two indices side by side
+// could be read in two ways, and the kernels are called K1_1, K1_2 .. KD_D.
+std::vector<std::string> scalar_or_system_columns(const std::vector<std::string>& header) {
+    const auto is_forcing = [](const std::string& name) {
+        return name.size() > 1 && name[0] == 'g' && name[1] != '0' &&
+               name.find_first_not_of("0123456789", 1) == std::string::npos;
+    };
+    const auto dimension = static_cast<std::size_t>(std::count_if(header.begin(), header.end(), is_forcing));
+    if (dimension == 0 || std::find(header.begin(), header.end(), "g") != header.end())
+        return scalar_columns(header);
+    std::vector<std::string> names{"t"};
+    for (std::size_t r = 1; r <= dimension; ++r)
+        names.push_back(sentence("g", r));
+    for (std::size_t r = 1; r <= dimension; ++r)
+        for (std::size_t c = 1; c <= dimension; ++c) {
+            // One of these is missing already; the square of very many would only fill the memory.
+            if (dimension > 9 && names.size() > header.size())
+                return names;
+            names.push_back(sentence("K", r, dimension > 9 ? "_" : "", c));
         }
-        line += '\n';
-        file.write(line);
-    }
+    return names;
 }
 
-} // namespace
+// Puts columns side by side: row after row.
+std::vector<double> interleaved(std::span<const std::vector<double>> columns) {
+    const std::size_t rows = columns[0].size();
+    std::vector<double> values(rows * columns.size());
+    for (std::size_t c = 0; c < columns.size(); ++c)
+        for (std::size_t i = 0; i < rows; ++i)
+            values[i * columns.size() + c] = columns[c][i];
+    return values;
+}
 
-int run_vie2(const vie2_request& request) {
-    const bool with_polynomials = !request.polynomials.empty();
-    if (with_polynomials && same_place(request.polynomials, request.output))
-        throw bad_input(sentence("the solution and the polynomials would both go to ", in_quotes(request.output),
-                                 "; expected two different places"));
-    const setting chosen = parse_setting(request.setting);
-    const csv_table table = read_csv_table(request.input, {"t", "g", "K"});
-    const int steps = whole_steps(table.source, table.rows(), chosen);
+equation read_equation(const std::string& input, const setting& chosen, const column_choice& choose) {
+    const csv_table table = read_csv_table(input, choose);
+    std::size_t dimension = 1;
+    while (1 + dimension + dimension * dimension < table.names.size())
+        ++dimension;
+    const int steps = whole_steps(table.source, table.rows(), chosen, dimension);
     const double spacing = uniform_spacing(table);
     const std::size_t solved =
         static_cast<std::size_t>(steps) * static_cast<std::size_t>(chosen.samples_per_step()) + 1;
     if (solved < table.rows())
         note("the last ", table.rows() - solved, " of ", table.rows(), " samples fill no whole step of ",
              chosen.samples_per_step(), " spacings and are left out");
-    warn_of_non_finite(table, {"g", "K"});
+    warn_of_non_finite(table, {table.names.begin() + 1, table.names.end()});
 
+    const std::span<const std::vector<double>> columns = table.columns;
+    std::vector<std::string> unknowns;
+    for (std::size_t r = 1; r <= dimension; ++r)
+        unknowns.push_back(sentence("y", std::string_view(table.names[r]).substr(1)));
+    return {table.column("t"),
+            interleaved(columns.subspan(1, dimension)),
+            interleaved(columns.subspan(1 + dimension)),
+            std::move(unknowns),
+            spacing,
+            steps,
+            solved};
+}
+
+void append_column(std::string& line, double value) {
+    line += ',';
+    append_number(line, value);
+}
+
+void write_solution(output_file& file, const equation& solved, const solution& found) {
+    std::string line = "t";
+    for (const std::string& name : solved.unknowns)
+        line += ',' + name;
+    file.write(line + '\n');
+    for (std::size_t i = 0; i < solved.solved; ++i) {
+        line.clear();
+        append_number(line, solved.t[i]);
+        for (std::size_t r = 0; r < solved.dimension(); ++r)
+            append_column(line, found.y[i * solved.dimension() + r]);
+        line += '\n';
+        file.write(line);
+    }
+}
+
+// `powers` of the slots are written: one unknown after the other, its powers ascending.
+void write_polynomials(output_file& file, const equation& solved, const solution& found, const setting& chosen,
+                       std::size_t powers) {
+    const std::size_t slots = chosen.nodes.size() + 1;
+    const double h = solved.spacing * chosen.samples_per_step();
+    std::string line = "step,t_start,h";
+    for (const std::string& name : solved.unknowns)
+        for (std::size_t power = 0; power < powers; ++power)
+            line += sentence(",", name == "y" ? "" : name + "_", "a", power);
+    file.write(line + '\n');
+    for (int step = 0; step < found.steps; ++step) {
+        line = sentence(step, ",", step * h, ",", h);
+        for (std::size_t r = 0; r < solved.dimension(); ++r)
+            for (std::size_t power = 0; power < powers; ++power) {
+                const std::size_t slot = static_cast<std::size_t>(step) * slots + power;
+                append_column(line, found.coefficients[slot * solved.dimension() + r]);
+            }
+        line += '\n';
+        file.write(line);
+    }
+}
+
+void require_two_places(const solve_request& request) {
+    if (!request.polynomials.empty() && same_place(request.polynomials, request.output))
+        throw bad_input(sentence("the solution and the polynomials would both go to ", in_quotes(request.output),
+                                 "; expected two different places"));
+}
+
+// Solves with `call(want_coefficients, found)`, which returns the library's status, and writes the results.
+template <class library_call>
+int solve_and_write(const solve_request& request, const setting& chosen, const equation& posed, std::size_t powers,
+                    const library_call& call) {
+    const bool with_polynomials = !request.polynomials.empty();
     // Opened before the work, so that a path that cannot be written costs no waiting.
     output_file output(request.output);
     std::optional<output_file> polynomials;
     if (with_polynomials)
         polynomials.emplace(request.polynomials);
 
-    start_library();
-    scalar_solution solution{std::vector<double>(table.rows()), {}, 0};
+    solution found{std::vector<double>(posed.g.size()), {}, 0};
     if (with_polynomials)
-        solution.coefficients.resize(static_cast<std::size_t>(steps) * (chosen.nodes.size() + 1));
-    const int status =
-        quenta_solve_vie2(table.column("g").data(), table.column("K").data(), static_cast<int>(table.rows()), spacing,
-                          chosen.m, chosen.nodes.data(), chosen.count(), with_polynomials, solution.y.data(),
-                          solution.coefficients.data(), &solution.steps);
+        found.coefficients.resize(static_cast<std::size_t>(posed.steps) * (chosen.nodes.size() + 1) *
+                                  posed.dimension());
+    const int status = call(with_polynomials, found);
     if (status == QUENTA_SINGULAR_BLOCK) {
         complain(sentence("the equation of a step is singular under the setting ", chosen.text(), " at the spacing ",
-                          spacing, "; expected another setting or other samples"));
+                          posed.spacing, "; expected another setting or other samples"));
         return exit_singular_block;
     }
     if (status != QUENTA_SOLVED)
@@ -112,15 +196,65 @@ int run_vie2(const vie2_request& request) {
 
     // All is written out before anything takes its place, and a file takes it after the stream that may still fail.
     if (polynomials) {
-        write_polynomials(*polynomials, solution, chosen, spacing);
+        write_polynomials(*polynomials, posed, found, chosen, powers);
         polynomials->complete();
     }
-    write_solution(output, table.column("t"), solution, solved);
+    write_solution(output, posed, found);
     output.complete();
     if (polynomials)
         polynomials->publish();
     output.publish();
     return exit_solved;
+}
+
+// Reads "v1,v2,..": one value for each unknown.
+std::vector<double> read_initial_values(const std::string& text, std::size_t dimension) {
+    std::vector<double> values;
+    std::istringstream fields(text + ',');
+    for (std::string field; std::getline(fields, field, ',');) {
+        const std::optional<double> value = read_number(field);
+        if (!value || !std::isfinite(*value))
+            throw bad_input(sentence("--y0 holds ", in_quotes(field), "; expected finite numbers v1,v2,.."));
+        values.push_back(*value);
+    }
+    if (values.size() != dimension)
+        throw bad_input(sentence("--y0 holds ", values.size(), values.size() == 1 ? " value" : " values", "; expected ",
+                                 dimension, ", one for each unknown"));
+    return values;
+}
+
+} // namespace
+
+int run_vie1(const vie1_request& request) {
+    require_two_places(request);
+    const setting chosen = parse_setting(request.setting);
+    const bool continuous = request.y0.has_value();
+    start_library();
+    require_first_kind(chosen, continuous);
+    const equation posed = read_equation(request.input, chosen, scalar_or_system_columns);
+    std::vector<double> y0(posed.dimension());
+    if (continuous)
+        y0 = read_initial_values(*request.y0, posed.dimension());
+    warn_of_growth(chosen, continuous);
+    const std::size_t powers = chosen.nodes.size() + (continuous ? 1 : 0);
+    return solve_and_write(request, chosen, posed, powers, [&](bool want_coefficients, solution& found) {
+        return quenta_solve_vie1_vec(posed.g.data(), posed.K.data(), posed.samples(),
+                                     static_cast<int>(posed.dimension()), y0.data(), posed.spacing, chosen.m,
+                                     chosen.nodes.data(), chosen.count(), want_coefficients, continuous, found.y.data(),
+                                     found.coefficients.data(), &found.steps);
+    });
+}
+
+int run_vie2(const solve_request& request) {
+    require_two_places(request);
+    const setting chosen = parse_setting(request.setting);
+    const equation posed = read_equation(request.input, chosen, scalar_columns);
+    start_library();
+    return solve_and_write(request, chosen, posed, chosen.nodes.size(), [&](bool want_coefficients, solution& found) {
+        return quenta_solve_vie2(posed.g.data(), posed.K.data(), posed.samples(), posed.spacing, chosen.m,
+                                 chosen.nodes.data(), chosen.count(), want_coefficients, found.y.data(),
+                                 found.coefficients.data(), &found.steps);
+    });
 }
 
 int print(const std::string& text) {

@@ -1,22 +1,32 @@
 // What the program does, one function a command.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace quenta_program {
 
 // Paths are files, or "-" for the standard streams.
-struct vie2_request {
+struct solve_request {
     std::string input;
     std::string setting;
     std::string output;
     std::string polynomials; // empty: not asked for
 };
 
-// Solves y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds from the samples of the input, and writes t,y at the
-// samples of all whole steps. Returns the program's exit code; throws bad_input, or any other exception for what is
-// unexpected, and has then written no output file.
-int run_vie2(const vie2_request& request);
+struct vie1_request : solve_request {
+    std::optional<std::string> y0; // "v1,v2,..": asks for the continuous form
+};
+
+// Both solve an equation from the samples of the input, and write t,y, or t,y1,y2,.. of a system, at the samples of all
+// whole steps. They return the program's exit code; they throw bad_input, or any other exception for what is
+// unexpected, and have then written no output file.
+
+// integral from 0 to t of K(t - s) y(s) ds = g(t), for one y or for a system.
+int run_vie1(const vie1_request& request);
+
+// y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
+int run_vie2(const solve_request& request);
 
 // Writes the table of the collocation settings to standard output.
 int run_settings();

@@ -89,39 +89,22 @@ private:
     bool row_is_open = false;
 };
 
-// Every digit counts: the nearest double. A magnitude below the smallest double is zero to rounding and is taken; one
-// above the largest is not a number of this world.
-std::optional<double> read_number(const std::string& field) {
-    std::string_view text = field;
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
-        text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
-        text.remove_suffix(1);
-    if (text.size() > 1 && text[0] == '+' && text[1] != '-')
-        text.remove_prefix(1);
-    double value = 0.0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (end != text.data() + text.size() || error == std::errc::invalid_argument)
-        return std::nullopt;
-    if (error == std::errc::result_out_of_range) {
-        value = std::strtod(std::string(text).c_str(), nullptr);
-        if (std::isinf(value))
-            return std::nullopt;
-    }
-    return value;
-}
-
+// All names, or the first and the last of very many.
 std::string listed(const std::vector<std::string>& names) {
+    constexpr std::size_t most = 12;
     std::string text;
     for (std::size_t i = 0; i < names.size(); ++i)
-        text.append(i == 0 ? "" : i + 1 == names.size() ? " and " : ", ").append(in_quotes(names[i]));
+        if (i + 1 < most || i + 1 == names.size())
+            text.append(i == 0 ? "" : i + 1 == names.size() ? " and " : ", ").append(in_quotes(names[i]));
+        else if (i + 1 == most)
+            text += " ..";
     return text;
 }
 
 // Fills a table row by row; the first row is the header.
 class table_builder {
 public:
-    explicit table_builder(csv_table& filled) : table(filled) {}
+    table_builder(csv_table& filled, const column_choice& chosen) : table(filled), choose(chosen) {}
 
     void take(std::size_t line, const std::vector<std::string>& fields) {
         if (header.empty())
@@ -133,6 +116,8 @@ public:
 
 private:
     void take_header(std::size_t line, const std::vector<std::string>& fields) {
+        table.names = choose(fields);
+        table.columns.resize(table.names.size());
         for (const std::string& name : table.names) {
             const auto found = std::find(fields.begin(), fields.end(), name);
             if (found == fields.end())
@@ -165,13 +150,14 @@ private:
     }
 
     csv_table& table;
+    const column_choice& choose;
     std::vector<std::string> header;
     std::vector<std::size_t> positions; // of the columns asked for, in a row's fields
 };
 
-csv_table read_stream(std::istream& stream, std::string source, const std::vector<std::string>& names) {
-    csv_table table{std::move(source), names, std::vector<std::vector<double>>(names.size()), {}};
-    table_builder builder(table);
+csv_table read_stream(std::istream& stream, std::string source, const column_choice& choose) {
+    csv_table table{std::move(source), {}, {}, {}};
+    table_builder builder(table, choose);
     row_splitter splitter;
     std::size_t line_number = 0;
     std::size_t row_line = 0; // where the row being read began
@@ -201,12 +187,33 @@ csv_table read_stream(std::istream& stream, std::string source, const std::vecto
         throw bad_input(sentence("cannot read ", table.source, ": ", std::strerror(errno != 0 ? errno : EIO)));
     pass_on(splitter.finish());
     if (!builder.has_header())
-        throw bad_input(sentence(table.source, " is empty; expected a header with the columns ", listed(names),
+        throw bad_input(sentence(table.source, " is empty; expected a header with the columns ", listed(choose({})),
                                  " and a row for each sample"));
     return table;
 }
 
 } // namespace
+
+// Every digit counts: the nearest double. A magnitude below the smallest double is zero to rounding and is taken; one
+// above the largest is not a number of this world.
+std::optional<double> read_number(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
+        text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+        text.remove_suffix(1);
+    if (text.size() > 1 && text[0] == '+' && text[1] != '-')
+        text.remove_prefix(1);
+    double value = 0.0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (end != text.data() + text.size() || error == std::errc::invalid_argument)
+        return std::nullopt;
+    if (error == std::errc::result_out_of_range) {
+        value = std::strtod(std::string(text).c_str(), nullptr);
+        if (std::isinf(value))
+            return std::nullopt;
+    }
+    return value;
+}
 
 const std::vector<double>& csv_table::column(const std::string& name) const {
     return columns.at(static_cast<std::size_t>(std::find(names.begin(), names.end(), name) - names.begin()));
@@ -216,13 +223,13 @@ std::string csv_table::place(std::size_t row) const {
     return line_place(source, lines.at(row));
 }
 
-csv_table read_csv_table(const std::string& path, const std::vector<std::string>& names) {
+csv_table read_csv_table(const std::string& path, const column_choice& choose) {
     if (path == "-")
-        return read_stream(std::cin, "standard input", names);
+        return read_stream(std::cin, "standard input", choose);
     std::ifstream file(path, std::ios::binary);
     if (!file)
         throw bad_input(sentence("cannot open ", path, ": ", std::strerror(errno)));
-    return read_stream(file, path, names);
+    return read_stream(file, path, choose);
 }
 
 } // namespace quenta_program

@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quenta_program {
@@ -19,11 +22,17 @@ struct csv_table {
     std::string place(std::size_t row) const;
 };
 
-// Reads the columns `names` from the file at `path`, or from standard input if it is "-".
+// A number in the text of a field, with nothing around it but spaces.
+std::optional<double> read_number(std::string_view text);
+
+// The columns to read, once the header is known; those of an empty header are what a message asks for.
+using column_choice = std::function<std::vector<std::string>(const std::vector<std::string>& header)>;
+
+// Reads the chosen columns from the file at `path`, or from standard input if it is "-".
 //
 // The first line that is neither empty nor a comment (its first character is #) is the header; the order of the
 // columns is free, and further columns are passed over with a note. Every following row has as many fields as the
 // header, and a number in each column asked for: decimal, or inf or nan. Throws bad_input on anything else.
-csv_table read_csv_table(const std::string& path, const std::vector<std::string>& names);
+csv_table read_csv_table(const std::string& path, const column_choice& choose);
 
 } // namespace quenta_program

@@ -10,7 +10,9 @@
 #include <exception>
 #include <iostream>
 #include <new>
+#include <optional>
 #include <sstream>
+#include <string>
 
 #if defined(__unix__) || defined(__APPLE__)
 #include <fcntl.h>
@@ -41,6 +43,39 @@ void prepare_standard_streams() {
 #endif
 }
 
+// What the options of a command that solves tell beyond what they all tell.
+struct solve_help {
+    std::string input, columns, polynomials, setting;
+};
+
+void add_solve_options(CLI::App& command, solve_request& request, const solve_help& help) {
+    command.footer(closing_words);
+    command
+        .add_option("input", request.input,
+                    help.input + "t runs from 0 in equal steps; the K of a row is the kernel at the lag t.\n"
+                                 "Lines that start with # are comments. - is standard input, the default.")
+        ->type_name("FILE");
+    command
+        .add_option("-o,--output", request.output,
+                    "Where the solution goes, as CSV with the columns " + help.columns +
+                        " one row for each\n"
+                        "sample of the whole steps. - is standard output, the default.")
+        ->type_name("FILE");
+    command
+        .add_option("-p,--polynomials", request.polynomials,
+                    "Also write the polynomials of the steps, as CSV with the columns\n"
+                    "step,t_start,h,a0,a1,..: there y = a0 + a1 s + a2 s^2 + .. with\n"
+                    "s = (t - t_start) / h from 0 to 1." +
+                        (help.polynomials.empty() ? "" : "\n" + help.polynomials))
+        ->type_name("FILE");
+    command
+        .add_option("-s,--setting", request.setting,
+                    "The collocation setting m:k1,k2,.., one of 'quenta settings': a step\n"
+                    "spans m*m spacings and has its nodes at the parts k/m of its length.\n" +
+                        help.setting)
+        ->type_name("SETTING");
+}
+
 int run(int argc, char** argv) {
     CLI::App program("Solves linear Volterra equations with a convolution kernel from samples in CSV files.", "quenta");
     program.footer(closing_words);
@@ -48,34 +83,38 @@ int run(int argc, char** argv) {
     program.get_formatter()->column_width(27);
     program.require_subcommand(0, 1);
 
-    vie2_request vie2{"-", default_setting, "-", ""};
+    vie1_request vie1{{"-", default_first_kind_setting, "-", ""}, std::nullopt};
+    CLI::App* const vie1_command =
+        program.add_subcommand("vie1", "Solve integral from 0 to t of K(t - s) y(s) ds = g(t), also for systems.");
+    add_solve_options(*vie1_command, vie1,
+                      {"CSV with a header that names the columns t, g and K, in any order, or those\n"
+                       "of a system of D equations: t, g1 .. gD and the matrix K11, K12 .. KDD, row\n"
+                       "by row; with ten equations or more its names are K1_1, K1_2 .. KD_D.\n",
+                       "t,y or t,y1,y2,..,",
+                       "In a system the columns of each unknown follow one another: y1_a0,y1_a1,..\n"
+                       "Without --continuous the polynomials of adjacent steps need not join.",
+                       "The default 3:1,2,3 is for smooth samples: parabolas over 9 spacings,\n"
+                       "third order, stable in both forms. 1:1 is the rectangle rule, for few or\n"
+                       "noisy samples: noise in g is differentiated."});
+    bool continuous = false;
+    CLI::Option* const continuous_option =
+        vie1_command->add_flag("-c,--continuous", continuous,
+                               "Join the polynomials of adjacent steps, from --y0 on. Errors then grow with\n"
+                               "many settings, and the program warns of that.");
+    CLI::Option* const y0_option =
+        vie1_command
+            ->add_option("--y0", vie1.y0, "y at t = 0, one value for each unknown: --y0=v1,v2,.. (--continuous only)")
+            ->type_name("VALUES");
+    continuous_option->needs(y0_option);
+    y0_option->needs(continuous_option);
+
+    solve_request vie2{"-", default_setting, "-", ""};
     CLI::App* const vie2_command =
         program.add_subcommand("vie2", "Solve y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.");
-    vie2_command->footer(closing_words);
-    vie2_command
-        ->add_option("input", vie2.input,
-                     "CSV with a header that names the columns t, g and K, in any order.\n"
-                     "t runs from 0 in equal steps; the K of a row is the kernel at the lag t.\n"
-                     "Lines that start with # are comments. - is standard input, the default.")
-        ->type_name("FILE");
-    vie2_command
-        ->add_option("-o,--output", vie2.output,
-                     "Where the solution goes, as CSV with the columns t,y, one row for each\n"
-                     "sample of the whole steps. - is standard output, the default.")
-        ->type_name("FILE");
-    vie2_command
-        ->add_option("-p,--polynomials", vie2.polynomials,
-                     "Also write the polynomials of the steps, as CSV with the columns\n"
-                     "step,t_start,h,a0,a1,..: there y = a0 + a1 s + a2 s^2 + .. with\n"
-                     "s = (t - t_start) / h from 0 to 1.")
-        ->type_name("FILE");
-    vie2_command
-        ->add_option("-s,--setting", vie2.setting,
-                     "The collocation setting m:k1,k2,.., one of 'quenta settings': a step\n"
-                     "spans m*m spacings and has its nodes at the parts k/m of its length.\n"
-                     "The default 2:0,1,2 is for smooth samples: parabolas over 4 spacings,\n"
-                     "third order. 1:0,1 is the trapezoidal rule, for few or rough samples.")
-        ->type_name("SETTING");
+    add_solve_options(*vie2_command, vie2,
+                      {"CSV with a header that names the columns t, g and K, in any order.\n", "t,y,", "",
+                       "The default 2:0,1,2 is for smooth samples: parabolas over 4 spacings,\n"
+                       "third order. 1:0,1 is the trapezoidal rule, for few or rough samples."});
     program.add_subcommand("settings", "List the collocation settings.")->footer(closing_words);
 
     try {
@@ -88,7 +127,9 @@ int run(int argc, char** argv) {
         throw bad_input(sentence(wrong.what(), "; 'quenta --help' tells more"));
     }
     if (program.get_subcommands().empty())
-        throw bad_input("no command is given; expected vie2 or settings, and 'quenta --help' tells more");
+        throw bad_input("no command is given; expected vie1, vie2 or settings, and 'quenta --help' tells more");
+    if (vie1_command->parsed())
+        return run_vie1(vie1);
     return vie2_command->parsed() ? run_vie2(vie2) : run_settings();
 }
 

@@ -44,21 +44,26 @@ bool is_uniform(const std::vector<double>& t, double spacing) {
 
 } // namespace
 
-int whole_steps(const std::string& source, std::size_t samples, const setting& chosen) {
+int whole_steps(const std::string& source, std::size_t samples, const setting& chosen, std::size_t dimension) {
     // The present step of the scheme reads the kernel up to the end of the first step, so that the samples of one
     // whole step are always enough.
     const std::size_t per_step = static_cast<std::size_t>(chosen.samples_per_step());
     if (samples < per_step + 1)
         throw bad_input(sentence(source, " has ", samples, samples == 1 ? " sample" : " samples",
                                  "; expected at least ", per_step + 1, ", one step of the setting ", chosen.text()));
-    if (samples > static_cast<std::size_t>(largest_index))
-        throw bad_input(sentence(source, " has ", samples, " samples; expected at most ", largest_index));
+    const std::string of_system = dimension == 1 ? "" : sentence(" in ", dimension, " dimensions");
+    const std::size_t most_samples = static_cast<std::size_t>(largest_index) / dimension / dimension;
+    if (samples > most_samples)
+        throw bad_input(sentence(source, " has ", samples, " samples; expected at most ", most_samples, of_system));
     const std::size_t steps = (samples - 1) / per_step;
-    const std::size_t width = static_cast<std::size_t>(chosen.count()) + 1;
+    const std::size_t width = (static_cast<std::size_t>(chosen.count()) + 1) * dimension;
+    if (width > static_cast<std::size_t>(largest_index) / width)
+        throw bad_input(
+            sentence(source, " has ", dimension, " dimensions; expected fewer under the setting ", chosen.text()));
     const std::size_t most_steps = static_cast<std::size_t>(largest_index) / width;
     if (steps > most_steps)
         throw bad_input(sentence(source, " has ", samples, " samples; expected at most ", (most_steps + 1) * per_step,
-                                 " under the setting ", chosen.text()));
+                                 of_system, " under the setting ", chosen.text()));
     return static_cast<int>(steps);
 }
 

@@ -11,9 +11,9 @@
 
 namespace quenta_program {
 
-// The number of whole steps that so many samples fill, at least 1. Throws bad_input if they fill none, or if they pass
-// what a 32-bit index reaches.
-int whole_steps(const std::string& source, std::size_t samples, const setting& chosen);
+// The number of whole steps that so many samples of a system fill, at least 1. Throws bad_input if they fill none, or
+// if a size passes what a 32-bit index reaches.
+int whole_steps(const std::string& source, std::size_t samples, const setting& chosen, std::size_t dimension);
 
 // Times may stray from the grid by this part of a spacing: enough for times printed with a few digits, and far too
 // little for a row that is missing or stands twice.

@@ -93,17 +93,22 @@ std::vector<setting> supported_settings() {
     return settings;
 }
 
+std::vector<setting> nearest_settings(const setting& asked) {
+    std::vector<setting> settings = supported_settings();
+    std::stable_sort(settings.begin(), settings.end(), [&](const setting& left, const setting& right) {
+        return distance(asked, left) < distance(asked, right);
+    });
+    return settings;
+}
+
 setting parse_setting(const std::string& text) {
     const std::optional<setting> asked = read_setting(text);
     if (!asked)
         throw bad_input(sentence("the setting ", in_quotes(text), " cannot be read; expected m:k1,k2,.. such as ",
                                  default_setting));
-    std::vector<setting> settings = supported_settings();
-    if (std::find(settings.begin(), settings.end(), *asked) != settings.end())
+    const std::vector<setting> settings = nearest_settings(*asked);
+    if (settings.at(0) == *asked)
         return *asked;
-    std::stable_sort(settings.begin(), settings.end(), [&](const setting& left, const setting& right) {
-        return distance(*asked, left) < distance(*asked, right);
-    });
     throw bad_input(sentence("the setting ", in_quotes(text), " is not in the table; the nearest are ",
                              settings.at(0).text(), " and ", settings.at(1).text(), " and ", settings.at(2).text(),
                              ", and 'quenta settings' lists all"));

@@ -21,8 +21,15 @@ struct setting {
 // samples are, and its errors shrink with the third power of the spacing, at the nodes with the fourth.
 inline constexpr const char* default_setting = "2:0,1,2";
 
+// The same for first-kind equations, which take no node 0: again parabolas. It is the smallest setting of more than one
+// node whose errors grow in neither form.
+inline constexpr const char* default_first_kind_setting = "3:1,2,3";
+
 // The library's table, row by row.
 std::vector<setting> supported_settings();
+
+// The table with the settings nearest to a wanted one first, which may be a row itself.
+std::vector<setting> nearest_settings(const setting& asked);
 
 // Reads "m:k1,k2,..". Throws bad_input if the text has another form, or with the nearest settings if it is no row of
 // the table.
