@@ -163,6 +163,7 @@ QUENTA_API int quenta_solve_vie2(const double* g, const double* K, int N, double
  *      QUENTA_SIZE_OVERFLOW if N*D*D, (count+1)*D*steps or ((count+1)*D) squared > 2147483647, tested first;
  *      QUENTA_UNSUPPORTED_SETTING if (m, list) is one of the three or no row of the table;
  *      QUENTA_SINGULAR_BLOCK as above.
+ * Takes, for n = count * D, up to 3 n*n + 11 n + D + 4 doubles of memory for every step, and 128 KiB of stack.
  * Any number of threads may call at once. Needs quenta_rt_init.
  */
 QUENTA_API int quenta_solve_vie1_vec(const double* g, const double* K, int N, int D, const double* y0, double dt, int m,
