@@ -1,0 +1,93 @@
+"""The example runs, leaves what it says, and its compliance obeys what is known of it without solving an equation.
+
+usage: creep_from_relaxation_test.py QUENTA EXAMPLE_DIRECTORY
+"""
+
+import csv
+import importlib.util
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROGRAM = pathlib.Path(sys.argv[1])
+EXAMPLE = pathlib.Path(sys.argv[2])
+
+
+class Example(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        directory = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(directory.cleanup)
+        cls.left = pathlib.Path(directory.name) / "made" / "here"
+        cls.made = subprocess.run([sys.executable, EXAMPLE / "run", PROGRAM, cls.left], capture_output=True, text=True)
+        if cls.made.returncode != 0:
+            raise AssertionError(f"the example failed: {cls.made.stderr}")
+        cls.samples, cls.solution = cls.read(cls.left / "samples.csv"), cls.read(cls.left / "solution.csv")
+        terms = cls.read(EXAMPLE / "relaxation_modulus_laun_1978.csv")
+        cls.terms = [(tau, g) for tau, g in zip(terms["tau"], terms["g"]) if tau >= 0.1]
+
+    @staticmethod
+    def read(path):
+        with open(path, newline="") as file:
+            rows = list(csv.DictReader(line for line in file if not line.startswith("#")))
+        return {column: [float(row[column]) for row in rows] for column in rows[0]}
+
+    def printed(self, pattern):
+        found = re.search(pattern, self.made.stdout)
+        self.assertIsNotNone(found, self.made.stdout)
+        return float(found[1])
+
+    def test_checks_of_the_script_are_met_and_nothing_is_complained_of(self):
+        self.assertNotIn("quenta:", self.made.stderr)
+        self.assertLess(self.printed(r"closed form: within ([\d.e-]+)"), 1e-3)
+        self.assertLess(self.printed(r"to within ([\d.e-]+) s"), 1e-3)
+
+    def test_readme_shows_what_is_printed(self):
+        readme = (EXAMPLE / "README.md").read_text()
+        printed = [line for line in self.made.stdout.splitlines() if not line.startswith("written: ")]
+        self.assertEqual(len(printed), 4)
+        for line in printed:
+            self.assertIn("    " + line + "\n", readme)
+
+    def test_files_are_there_and_no_others(self):
+        self.assertEqual(sorted(path.name for path in self.left.iterdir()),
+                         ["creep_from_relaxation.png", "samples.csv", "solution.csv"])
+        self.assertEqual((self.left / "creep_from_relaxation.png").read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
+
+    def test_compliance_starts_and_ends_as_the_moments_of_the_modulus_say(self):
+        self.assertEqual(len(self.terms), 5)
+        t, J = self.solution["t"], self.solution["y"]
+        self.assertEqual(t, self.samples["t"])
+        self.assertAlmostEqual(J[0] * sum(g for tau, g in self.terms), 1, delta=1e-3)
+        # Below the straight line that it tends to, and above the flow alone.
+        viscosity = sum(g * tau for tau, g in self.terms)
+        recoverable = sum(g * tau**2 for tau, g in self.terms) / viscosity**2
+        self.assertTrue(t[-1] / viscosity < J[-1] < t[-1] / viscosity + recoverable)
+
+    def test_compliance_and_its_slope_behave_as_those_of_a_passive_material(self):
+        # It rises, ever more slowly; and G(t) J(t) is never above 1.
+        J, G = self.solution["y"][::1800], self.samples["K"][::1800]
+        self.assertEqual(len(J), 21)
+        rises = [right - left for left, right in zip(J, J[1:])]
+        self.assertTrue(all(rise > 0 for rise in rises))
+        self.assertTrue(all(later < earlier for earlier, later in zip(rises, rises[1:])))
+        self.assertTrue(all(a * b <= 1 + 1e-3 for a, b in zip(J, G)))
+
+    def test_solution_satisfies_the_equation_by_another_quadrature(self):
+        spacing, J, G = self.samples["t"][1], self.solution["y"], self.samples["K"]
+        checked = range(1500, len(J), 4500)
+        self.assertGreater(len(checked), 5)
+        for i in checked:
+            terms = [G[i - j] * J[j] for j in range(i + 1)]
+            integral = spacing * (sum(terms) - (terms[0] + terms[-1]) / 2)
+            self.assertAlmostEqual(integral / self.samples["g"][i], 1, delta=1e-4)
+
+
+if __name__ == "__main__":
+    if importlib.util.find_spec("matplotlib") is None:
+        print(f"skipped: {sys.executable} has no matplotlib (python3-matplotlib), which draws the example's picture")
+        sys.exit(77)
+    unittest.main(argv=sys.argv[:1], verbosity=2)
