@@ -172,9 +172,12 @@ void ToeplitzHistory::fill_kernel_rows(aligned_vector& re, aligned_vector& im, s
     const std::int64_t lags = std::min<std::int64_t>(m, n);
     std::fill_n(re.data(), entries * m, 0.0);
     std::fill_n(im.data(), entries * m, 0.0);
-    for (std::int64_t u = 1; u < lags; ++u)
+    // A transposition, by a cache line of lags at a time.
+    constexpr std::int64_t line = 8;
+    for (std::int64_t from = 1; from < lags; from += line)
         for (std::int64_t e = 0; e < entries; ++e)
-            re[e * m + u] = kernel[u * block + first + e];
+            for (std::int64_t u = from; u < std::min(from + line, lags); ++u)
+                re[e * m + u] = kernel[u * block + first + e];
 }
 
 } // namespace quenta
