@@ -3,42 +3,20 @@
 usage: creep_from_relaxation_test.py QUENTA EXAMPLE_DIRECTORY
 """
 
-import csv
 import importlib.util
-import pathlib
-import re
-import subprocess
 import sys
-import tempfile
 import unittest
 
-PROGRAM = pathlib.Path(sys.argv[1])
-EXAMPLE = pathlib.Path(sys.argv[2])
+from example_test import EXAMPLE, ExampleTest
 
 
-class Example(unittest.TestCase):
+class Example(ExampleTest):
     @classmethod
     def setUpClass(cls):
-        directory = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(directory.cleanup)
-        cls.left = pathlib.Path(directory.name) / "made" / "here"
-        cls.made = subprocess.run([sys.executable, EXAMPLE / "run", PROGRAM, cls.left], capture_output=True, text=True)
-        if cls.made.returncode != 0:
-            raise AssertionError(f"the example failed: {cls.made.stderr}")
+        super().setUpClass()
         cls.samples, cls.solution = cls.read(cls.left / "samples.csv"), cls.read(cls.left / "solution.csv")
         terms = cls.read(EXAMPLE / "relaxation_modulus_laun_1978.csv")
         cls.terms = [(tau, g) for tau, g in zip(terms["tau"], terms["g"]) if tau >= 0.1]
-
-    @staticmethod
-    def read(path):
-        with open(path, newline="") as file:
-            rows = list(csv.DictReader(line for line in file if not line.startswith("#")))
-        return {column: [float(row[column]) for row in rows] for column in rows[0]}
-
-    def printed(self, pattern):
-        found = re.search(pattern, self.made.stdout)
-        self.assertIsNotNone(found, self.made.stdout)
-        return float(found[1])
 
     def test_checks_of_the_script_are_met_and_nothing_is_complained_of(self):
         self.assertNotIn("quenta:", self.made.stderr)

@@ -6,37 +6,14 @@ usage: influenza_1918_test.py QUENTA EXAMPLE_DIRECTORY
 import csv
 import importlib.util
 import math
-import pathlib
 import re
-import subprocess
 import sys
-import tempfile
 import unittest
 
-PROGRAM = pathlib.Path(sys.argv[1])
-EXAMPLE = pathlib.Path(sys.argv[2])
+from example_test import EXAMPLE, ExampleTest
 
 
-class Example(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        directory = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(directory.cleanup)
-        cls.left = pathlib.Path(directory.name) / "made" / "here"
-        cls.made = subprocess.run([sys.executable, EXAMPLE / "run", PROGRAM, cls.left], capture_output=True, text=True)
-        if cls.made.returncode != 0:
-            raise AssertionError(f"the example failed: {cls.made.stderr}")
-
-    def printed(self, pattern):
-        found = re.search(pattern, self.made.stdout)
-        self.assertIsNotNone(found, self.made.stdout)
-        return float(found[1])
-
-    def read(self, name):
-        with open(self.left / name, newline="") as file:
-            rows = list(csv.DictReader(file))
-        return {column: [float(row[column]) for row in rows] for column in rows[0]}
-
+class Example(ExampleTest):
     def test_fitted_numbers_are_plausible_and_nothing_is_complained_of(self):
         self.assertNotIn("quenta:", self.made.stderr)
         R0 = self.printed(r"R0: ([\d.]+)")
@@ -57,7 +34,7 @@ class Example(unittest.TestCase):
         self.assertEqual((self.left / "influenza_1918.png").read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
 
     def test_forecast_has_every_day_after_the_first_week_with_its_counts(self):
-        forecast = self.read("forecast.csv")
+        forecast = self.read(self.left / "forecast.csv")
         with open(EXAMPLE / "influenza_1918_baltimore.csv", newline="") as file:
             counted = list(csv.DictReader(line for line in file if not line.startswith("#")))
         self.assertEqual(len(counted), 92)
@@ -68,19 +45,19 @@ class Example(unittest.TestCase):
 
     def test_fitted_days_add_up_to_the_cases_counted(self):
         # Near the likeliest R0 of Poisson counts the totals are close; they would be equal if R0 were a plain factor.
-        forecast = self.read("forecast.csv")
+        forecast = self.read(self.left / "forecast.csv")
         self.assertAlmostEqual(sum(forecast["expected"][:21]) / sum(forecast["cases"][:21]), 1, delta=0.05)
 
     def test_forecast_grows_at_last_at_the_rate_of_the_equation(self):
         # R0 times the integral of w(s) exp(-r s) is 1; w is K / R0 in the samples that the program was given.
-        forecast, samples = self.read("forecast.csv"), self.read("samples.csv")
+        forecast, samples = self.read(self.left / "forecast.csv"), self.read(self.left / "samples.csv")
         rate = math.log(forecast["expected"][-1] / forecast["expected"][-15]) / 14
         spacing = samples["t"][1]
         total = spacing * sum(K * math.exp(-rate * t) for t, K in zip(samples["t"], samples["K"]))
         self.assertAlmostEqual(total, 1, delta=1e-5)
 
     def test_solution_satisfies_the_equation_by_another_quadrature(self):
-        samples, solution = self.read("samples.csv"), self.read("solution.csv")
+        samples, solution = self.read(self.left / "samples.csv"), self.read(self.left / "solution.csv")
         spacing, y = samples["t"][1], solution["y"]
         checked = range(0, len(y), 97)
         self.assertGreater(len(checked), 10)
