@@ -3,7 +3,7 @@
 #include "quenta_solvers/sampled_entry.hpp"
 #include "quenta_solvers/variant_dispatch.hpp"
 #include "quenta_solvers/vie1.hpp"
-#include "quenta_solvers/vie2_scalar.hpp"
+#include "quenta_solvers/vie2.hpp"
 
 #include <algorithm>
 
@@ -43,6 +43,20 @@ int quenta_solve_vie1_vec(const double* g, const double* K, int N, int D, const 
 int quenta_solve_vie1(const double* g, const double* K, int N, double y0, double dt, int m, const int* list, int count,
                       int want_coeffs, int continuous, double* out, double* coeffs, int* n_steps) {
     return quenta_solve_vie1_vec(g, K, N, 1, &y0, dt, m, list, count, want_coeffs, continuous, out, coeffs, n_steps);
+}
+
+int quenta_solve_vie2_vec(const double* g, const double* K, int N, int D, double dt, int m, const int* list, int count,
+                          int want_coeffs, double* out, double* coeffs, int* n_steps) {
+    const sampled_request request{N, D, m, list, count};
+    return run_sampled_solver(request, accept_all_rows, n_steps, [&](const sampled_sizes& sizes, int* steps) {
+        return dispatch_row(sizes.row, [&]<int row>() {
+            return dispatch_dimension(D, [&](auto dimension) {
+                return solve_vie2_vec_impl<row>({sizes.vectors, g}, {sizes.matrices, K}, dimension, dt,
+                                                want_coeffs != 0, {sizes.vectors, out}, coefficient_view(coeffs, sizes),
+                                                steps);
+            });
+        });
+    });
 }
 
 int quenta_solve_vie2(const double* g, const double* K, int N, double dt, int m, const int* list, int count,

@@ -133,6 +133,34 @@ QUENTA_API void quenta_get_supported_settings(int* settings);
 QUENTA_API int quenta_solve_vie2(const double* g, const double* K, int N, double dt, int m, const int* list, int count,
                                  int want_coeffs, double* out, double* coeffs, int* n_steps);
 
+/* Second kind, for vectors of D components:  y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
+ *
+ * The scheme of quenta_solve_vie2, with a vector at each point and a matrix for each kernel sample. With D = 1 the
+ * results are those of quenta_solve_vie2, bit for bit.
+ *
+ * In   g[N*D]           forcing: component r at t_i at i*D + r
+ *      K[N*D*D]         kernel: entry (r, c) at lag t_i at i*D*D + r*D + c
+ *      N                number of samples, as above
+ *      D                dimension of y; 1 to 8 are the fastest. D = 0 ends the process by the arithmetic fault, a
+ *                       negative one has no defined result.
+ *      dt               spacing of the samples, in the unit of t; not examined
+ *      m, list[count]   a setting
+ *      want_coeffs      non-zero: also fill coeffs
+ * Out  out[N*D]         y(t_i), component r at i*D + r; at a step boundary the mean of the two one-sided values; 0.0
+ *                       past the last whole step
+ *      coeffs[(count+1)*D*steps]   with want_coeffs: step n, power j of s, component r at (n*(count+1) + j)*D + r, for
+ *                       j = 0 .. count-1; slot j = count of a step is not written. May be null as above.
+ *      n_steps          steps = (N-1) / (m*m), rounded down
+ * Returns QUENTA_SOLVED;
+ *      QUENTA_SIZE_OVERFLOW if N*D*D, (count+1)*D*steps or ((count+1)*D) squared > 2147483647, tested first;
+ *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
+ *      QUENTA_SINGULAR_BLOCK as above.
+ * Takes, for n = count * D, up to 3 n*n + 11 n + 4 doubles of memory for every step, and 128 KiB of stack.
+ * Any number of threads may call at once. Needs quenta_rt_init.
+ */
+QUENTA_API int quenta_solve_vie2_vec(const double* g, const double* K, int N, int D, double dt, int m, const int* list,
+                                     int count, int want_coeffs, double* out, double* coeffs, int* n_steps);
+
 /* First kind, for vectors of D components:  integral from 0 to t of K(t - s) y(s) ds = g(t).
  *
  * Collocation as above, with the equation demanded at the nodes (Brunner, chapter 2). In the discontinuous form the

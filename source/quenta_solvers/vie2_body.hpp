@@ -1,0 +1,106 @@
+// The collocation scheme of the second-kind equation, on steps of length h = S * dt with P nodes c_i = k_i / m.
+//
+// The unknowns U[n] of a step are the values of the solution at the collocation points t_n + c_i h, and
+//
+//     U[n] = G[n] + Q[n] + h W U[n],     so that     (I - h W) U[n] = G[n] + Q[n],
+//
+// where the quadrature rule of the nodes replaces the integral over the finished steps by the history Q, and the
+// integral over the part [t_n, t_n + c_i h] of the present step by the table W (H. Brunner, Collocation Methods for
+// Volterra Integral and Related Functional Equations, Cambridge University Press 2004, section 2.2).
+#pragma once
+
+#include "quenta_solvers/collocation_blocks.hpp"
+#include "quenta_solvers/step_output.hpp"
+#include "quenta_solvers/step_system.hpp"
+#include "quenta_solvers/vie2.hpp"
+#include "utility/integers.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace quenta {
+
+// From `samples` samples, and everything else from the arrays as they come.
+template <int row, class dimension>
+bool march_vie2(std::int32_t samples, view<const double> g, view<const double> K, dimension dim, double dt,
+                bool want_coeffs, view<double> out, view<double> coeffs, int* n_steps) {
+    using tables = row_tables<row>;
+    constexpr int P = tables::P;
+    constexpr int S = tables::S;
+    const std::int64_t D = dim.D;
+
+    const double h = dt * double(S);
+    const std::int32_t steps = wrapping_sum(samples, -1) / S;
+    *n_steps = steps;
+
+    // The matrix is built before anything else is decided, so that a kernel too short for it is fatal even where there
+    // is no step.
+    step_system<P, dimension> system{dim};
+    const std::int64_t n_sys = system.n_sys;
+    const auto value = [](int i, int q, int l) {
+        return tables::present[i].value[q][l];
+    };
+    visit_present_step<row, P>(K, dim.D, value, [&](int r, int b, int l, double W) {
+        const int c = b * P + l;
+        system.at(r, c) = (r == c ? 1.0 : 0.0) - h * W;
+    });
+
+    std::vector<double> U(n_sys * steps); // U[n] at n * n_sys
+    lag_block_context<dimension> context{K, h, dim};
+    ToeplitzHistory history;
+    history.init(steps, static_cast<std::int32_t>(n_sys), static_cast<std::int32_t>(n_sys));
+    history.set_kernel_provider(&context, lag_block_provider<row, dimension>);
+    if (steps == 0) {
+        std::fill_n(out.pointer, out.length, 0.0);
+        return true;
+    }
+
+    const double* forcing = g.slice(0, std::uint64_t((std::int64_t{steps} * S + 1) * D)).pointer;
+    double* const rhs = system.rhs();
+    for (std::int32_t n = 0; n < steps; ++n, forcing += S * D) {
+        const double* const Q = history.history_at(n).pointer;
+        for (std::int64_t b = 0; b < D; ++b)
+            for (int i = 0; i < P; ++i)
+                rhs[b * P + i] = forcing[tables::m * tables::k[i] * D + b] + Q[b * P + i];
+        if (!system.solve())
+            return false;
+        const view<double> solved{std::uint64_t(n_sys), U.data() + n * n_sys};
+        std::copy_n(rhs, n_sys, solved.pointer);
+        history.push(solved);
+    }
+
+    // The polynomial of a step is the sum over l of U[n][l] times the weight of node l, which is a coefficient or a
+    // value of basis polynomial l; it starts from 0.0.
+    const auto weighted_sum = [&](std::int64_t n, std::int64_t b, const auto& weight) {
+        const double* const values = U.data() + n * n_sys + b * P;
+        double sum = 0.0;
+        for (int l = 0; l < P; ++l)
+            sum += values[l] * weight(l);
+        return sum;
+    };
+    if (want_coeffs)
+        write_coefficients(steps, D, P + 1, P, coeffs, [&](std::int64_t n, std::int64_t b, int power) {
+            return weighted_sum(n, b, [power](int l) { return tables::lambda[l][power]; });
+        });
+    write_samples<S>(steps, D, out, [&](std::int64_t n, std::int64_t b, int e) {
+        return weighted_sum(n, b, [e](int l) { return tables::sample_value[e][l]; });
+    });
+    return true;
+}
+
+template <int row>
+bool solve_vie2_impl(view<const double> g, view<const double> K, double dt, bool want_coeffs, view<double> out,
+                     view<double> coeffs, int* n_steps) {
+    return march_vie2<row>(guarded_int(K.length), g, K, fixed_dimension<1>{}, dt, want_coeffs, out, coeffs, n_steps);
+}
+
+template <int row, class dimension>
+bool solve_vie2_vec_impl(view<const double> g, view<const double> K, dimension dim, double dt, bool want_coeffs,
+                         view<double> out, view<double> coeffs, int* n_steps) {
+    const std::int32_t samples = faulting_quotient(static_cast<std::int32_t>(K.length), wrapping_product(dim.D, dim.D));
+    return march_vie2<row>(samples, g, K, dim, dt, want_coeffs, out, coeffs, n_steps);
+}
+
+} // namespace quenta
