@@ -49,12 +49,20 @@ inline std::vector<double> lagrange_coefficients(const std::vector<double>& node
     return r;
 }
 
-// L(x), from its coefficients.
+// The polynomial with the coefficients r, at x.
 inline double basis_value(const std::vector<double>& r, double x) {
     double value = 0.0;
     for (std::size_t k = 0; k < r.size(); ++k)
         value = value + r[k] * std::pow(x, double(k));
     return value;
+}
+
+// The same at every one of the points.
+inline std::vector<double> basis_values(const std::vector<double>& r, const std::vector<double>& points) {
+    std::vector<double> values;
+    for (const double x : points)
+        values.push_back(basis_value(r, x));
+    return values;
 }
 
 // The integral of L over [0, 1].

@@ -17,6 +17,21 @@ struct setting {
             c.push_back(double(k) / double(m));
         return c;
     }
+    // c_i c_q at i * P + q: where the first of the integrals of a step is sampled.
+    std::vector<double> products_of_nodes() const {
+        std::vector<double> products;
+        for (const double c_i : nodes())
+            for (const double c_q : nodes())
+                products.push_back(c_i * c_q);
+        return products;
+    }
+    // The places of the samples in a step, in units of the step.
+    std::vector<double> samples() const {
+        std::vector<double> s;
+        for (int e = 0; e <= m * m; ++e)
+            s.push_back(double(e) / double(m * m));
+        return s;
+    }
 };
 
 inline const std::vector<setting>& settings() {

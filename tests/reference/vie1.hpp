@@ -5,22 +5,15 @@
 #include "reference/dense_solve.hpp"
 #include "reference/lagrange.hpp"
 #include "reference/settings.hpp"
+#include "reference/solution.hpp"
 #include "reference/toeplitz_history.hpp"
 
 #include <vector>
 
 namespace reference {
 
-struct vie1_solution {
-    int steps = 0;
-    bool solved = true;
-    std::vector<double> out;
-    // Step n, power p, component r at (n * (P + 1) + p) * D + r; power P means nothing in the discontinuous form.
-    std::vector<double> coefficients;
-};
-
-inline vie1_solution solve_vie1(const std::vector<double>& g, const std::vector<double>& K, int D,
-                                const std::vector<double>& y0, double dt, bool continuous, const setting& row) {
+inline solution solve_vie1(const std::vector<double>& g, const std::vector<double>& K, int D,
+                           const std::vector<double>& y0, double dt, bool continuous, const setting& row) {
     const int m = row.m, S = m * m, P = int(row.indices.size()), n_sys = P * D;
     const std::vector<int>& k = row.indices;
     const std::vector<double> c = row.nodes();
@@ -38,15 +31,23 @@ inline vie1_solution solve_vie1(const std::vector<double>& g, const std::vector<
     if (continuous)
         basis_nodes.insert(basis_nodes.begin(), 0.0);
     const int first_node = continuous ? 1 : 0;
-    std::vector<std::vector<double>> basis;
-    for (int l = 0; l < int(basis_nodes.size()); ++l)
+    std::vector<double> samples = row.samples();
+    if (continuous)
+        for (int e = 0; e <= S; ++e)
+            samples[e] = double(e) * (1.0 / double(S));
+    std::vector<std::vector<double>> basis, at_product, at_sample;
+    for (int l = 0; l < int(basis_nodes.size()); ++l) {
         basis.push_back(lagrange_coefficients(basis_nodes, l));
+        at_product.push_back(basis_values(basis[l], row.products_of_nodes()));
+        at_sample.push_back(basis_values(basis[l], samples));
+    }
 
-    vie1_solution solution;
     const int steps = (int(K.size()) / (D * D) - 1) / S;
-    solution.steps = steps;
-    solution.out.assign(g.size(), 0.0);
-    solution.coefficients.assign(steps * (P + 1) * D, 0.0);
+    solution result{.steps = steps,
+                    .out = std::vector<double>(g.size()),
+                    .coefficients = std::vector<double>(steps * (P + 1) * D),
+                    .coefficients_of_a_step = (P + 1) * D,
+                    .meaningful_of_a_step = int(basis.size()) * D};
 
     // A0 with its factor h, and C0 without it, both row-major.
     std::vector<double> A0(n_sys * n_sys, 0.0), C0(n_sys * D, 0.0);
@@ -57,15 +58,14 @@ inline vie1_solution solve_vie1(const std::vector<double>& g, const std::vector<
                 for (int l = 0; l < P; ++l) {
                     double sum = 0.0;
                     for (int r = 0; r < P; ++r)
-                        sum = sum + (K_at(k[i] * (m - k[r]), a, b) * (c[i] * w[r])) *
-                                        basis_value(basis[first_node + l], c[i] * c[r]);
+                        sum = sum +
+                              (K_at(k[i] * (m - k[r]), a, b) * (c[i] * w[r])) * at_product[first_node + l][i * P + r];
                     A0[position * n_sys + b * P + l] = h * sum;
                 }
                 if (continuous) {
                     double sum = 0.0;
                     for (int r = 0; r < P; ++r)
-                        sum =
-                            sum + (K_at(k[i] * (m - k[r]), a, b) * (c[i] * w[r])) * basis_value(basis[0], c[i] * c[r]);
+                        sum = sum + (K_at(k[i] * (m - k[r]), a, b) * (c[i] * w[r])) * at_product[0][i * P + r];
                     C0[position * D + b] = -sum;
                 }
             }
@@ -96,8 +96,8 @@ inline vie1_solution solve_vie1(const std::vector<double>& g, const std::vector<
         std::vector<double> factors = A0;
         std::vector<int> pivots(n_sys);
         if (!solve_dense(matrix_order::row_major, n_sys, factors, rhs, pivots)) {
-            solution.solved = false;
-            return solution;
+            result.solved = false;
+            return result;
         }
         U.push_back(rhs);
         history.push(rhs);
@@ -127,20 +127,19 @@ inline vie1_solution solve_vie1(const std::vector<double>& g, const std::vector<
                 double coefficient = basis[0][e] * values[0];
                 for (int l = 1; l < int(basis.size()); ++l)
                     coefficient = coefficient + basis[l][e] * values[l];
-                solution.coefficients[((P + 1) * j + e) * D + b] = coefficient;
+                result.coefficients[((P + 1) * j + e) * D + b] = coefficient;
             }
             for (int e = 0; e <= S; ++e) {
-                const double v = continuous ? double(e) * (1.0 / double(S)) : double(e) / double(S);
-                double value = basis_value(basis[0], v) * values[0];
+                double value = at_sample[0][e] * values[0];
                 for (int l = 1; l < int(basis.size()); ++l)
-                    value = value + basis_value(basis[l], v) * values[l];
-                solution.out[(S * j + e) * D + b] = solution.out[(S * j + e) * D + b] + value;
+                    value = value + at_sample[l][e] * values[l];
+                result.out[(S * j + e) * D + b] = result.out[(S * j + e) * D + b] + value;
             }
         }
     for (int j = 1; j < steps; ++j)
         for (int b = 0; b < D; ++b)
-            solution.out[S * j * D + b] = solution.out[S * j * D + b] * 0.5;
-    return solution;
+            result.out[S * j * D + b] = result.out[S * j * D + b] * 0.5;
+    return result;
 }
 
 } // namespace reference
