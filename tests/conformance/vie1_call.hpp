@@ -10,10 +10,7 @@ inline sampled_answer call_vie1(const std::vector<double>& g, const std::vector<
                                 const std::vector<double>& y0, double dt, const reference::setting& row,
                                 bool continuous, bool want_coeffs = true) {
     const int count = int(row.indices.size()), N = int(g.size()) / D;
-    const int steps = std::max(steps_of(std::size_t(N), row), 0);
-    sampled_answer answer{.status = -1,
-                          .out = fenced_array{g.size()},
-                          .coeffs = fenced_array{std::size_t(steps) * std::size_t(count + 1) * std::size_t(D)}};
+    sampled_answer answer = awaited_answer(N, D, row);
     answer.status = quenta_solve_vie1_vec(g.data(), K.data(), N, D, y0.data(), dt, row.m, row.indices.data(), count,
                                           want_coeffs ? 1 : 0, continuous ? 1 : 0, answer.out.data(),
                                           answer.coeffs.data(), &answer.n_steps);

@@ -1,0 +1,150 @@
+// What the comparisons of the solvers with their twins share: the data, the numbers of steps, and what must agree.
+#pragma once
+
+#include "conformance/sampled_call.hpp"
+#include "reference/solution.hpp"
+#include "support/bits.hpp"
+#include "support/random_data.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <limits>
+#include <ostream>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace quenta_tests {
+
+inline constexpr double infinity = std::numeric_limits<double>::infinity();
+inline constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+// ---- What must agree ----
+
+// How many comparisons ended in each status. A test that expects both makes sure that it saw both.
+struct comparison_counts {
+    int solved = 0;
+    int singular = 0;
+};
+
+// The cells of a step that mean nothing hold what the caller left there.
+inline ::testing::AssertionResult equal_coefficients(const reference::solution& expected,
+                                                     std::span<const double> coeffs) {
+    const std::size_t written = std::size_t(expected.meaningful_of_a_step);
+    const std::size_t stride = std::size_t(expected.coefficients_of_a_step);
+    for (std::size_t n = 0; n < std::size_t(expected.steps); ++n) {
+        const ::testing::AssertionResult equal = equal_bits(
+            std::span{expected.coefficients}.subspan(n * stride, written), coeffs.subspan(n * stride, written));
+        if (!equal)
+            return ::testing::AssertionFailure() << "coefficients of step " << n << ": " << equal.message();
+        for (const double cell : coeffs.subspan(n * stride + written, stride - written))
+            if (!is_marked(cell))
+                return ::testing::AssertionFailure() << "the last slot of step " << n << " was written";
+    }
+    return ::testing::AssertionSuccess();
+}
+
+// All that is written, and all that must not be. To be called in the scope of a trace that tells the problem.
+inline void compare(const reference::solution& expected, const sampled_answer& actual, bool want_coeffs,
+                    comparison_counts& counts) {
+    if (!expected.solved) {
+        ++counts.singular;
+        ASSERT_EQ(actual.status, QUENTA_SINGULAR_BLOCK);
+        ASSERT_TRUE(actual.untouched()) << "something was written although the block is singular";
+        return;
+    }
+    ++counts.solved;
+    ASSERT_EQ(actual.status, QUENTA_SOLVED);
+    ASSERT_EQ(actual.n_steps, expected.steps);
+    ASSERT_TRUE(equal_bits(expected.out, actual.out.values()));
+    ASSERT_TRUE(actual.out.fences_hold()) << "written outside out";
+    ASSERT_TRUE(actual.coeffs.fences_hold()) << "written outside coeffs";
+    if (want_coeffs)
+        ASSERT_TRUE(equal_coefficients(expected, actual.coeffs.values()));
+    else
+        ASSERT_TRUE(actual.coeffs.untouched()) << "coeffs was written although it was not wanted";
+}
+
+// ---- Numbers of steps ----
+
+// No step, few, and both sides of the boundaries of the history's schedule.
+inline constexpr std::array boundary_steps{0, 1, 2, 3, 33, 64, 65, 66, 67, 68, 69, 70, 130};
+
+// Calls visit(row number, number of samples) for every row, with samples past the last whole step in two rows of three.
+// A row that has both ends of the step as nodes cannot run without a whole step.
+template <class visitor>
+void for_each_row(int steps, const visitor& visit) {
+    for (std::size_t row = 0; row < reference::settings().size(); ++row) {
+        const reference::setting& setting = reference::settings()[row];
+        const int S = setting.m * setting.m;
+        const int N = std::max(steps * S + 1 + int(row % 3) * (S - 1) / 2, present_samples(setting));
+        if (!::testing::Test::HasFatalFailure())
+            visit(row, std::size_t(N));
+    }
+}
+
+// ---- Data ----
+
+using sample = double (*)(random_data&);
+
+inline double ordinary(random_data& random) {
+    return random.uniform_value();
+}
+inline double positive(random_data& random) {
+    return random.uniform_value(0.5, 1.5);
+}
+inline double of_several_sizes(random_data& random) {
+    return random.wide_value(12);
+}
+inline double of_all_sizes(random_data& random) {
+    return random.wide_value(1020);
+}
+inline double subnormal(random_data& random) {
+    return random.uniform_value(-0x1p-1024, 0x1p-1024);
+}
+inline double zero_of_either_sign(random_data& random) {
+    return random.below(2) == 0 ? 0.0 : -0.0;
+}
+inline double special_now_and_then(random_data& random) {
+    return random.below(64) == 0 ? random.special_value() : random.uniform_value();
+}
+inline double small_integer(random_data& random) {
+    return double(random.below(5)) - 2.0;
+}
+
+inline std::vector<double> samples(random_data& random, std::size_t count, sample draw) {
+    std::vector<double> values(count);
+    for (double& value : values)
+        value = draw(random);
+    return values;
+}
+
+struct data_kind {
+    const char* name;
+    double dt;
+    sample g, K;
+};
+
+inline void PrintTo(const data_kind& kind, std::ostream* stream) {
+    *stream << kind.name;
+}
+
+inline constexpr data_kind data_kinds[] = {
+    {"ordinary", 0.01, ordinary, ordinary},
+    {"growing", 0.25, positive, positive},
+    {"back_in_time", -3.0, of_several_sizes, of_several_sizes},
+    {"huge", 0x1p10, of_all_sizes, of_several_sizes},
+    {"subnormal", 1.0, subnormal, ordinary},
+    {"signed_zeros_in_g", 0.5, zero_of_either_sign, ordinary},
+    {"signed_zeros_in_K", 0.5, ordinary, zero_of_either_sign},
+    {"special_values_now_and_then", 0.1, special_now_and_then, special_now_and_then},
+};
+
+inline constexpr double extreme_spacings[] = {
+    0.0,    -0.0,     -0.01,     1.0 / 3.0, -7.0,      std::numeric_limits<double>::denorm_min(),
+    1e-310, 0x1p1000, -0x1p1023, infinity,  -infinity, nan};
+
+} // namespace quenta_tests
