@@ -1,7 +1,7 @@
 // What quenta_solve_vie1_vec promises, one promise a test: the worked examples, the statuses and their order, the ends
 // of the grid, and what a continuous form does on settings that do not suit it.
+#include "conformance/every_solver.hpp"
 #include "conformance/sampled_promises.hpp"
-#include "conformance/vie1_call.hpp"
 
 #include <gtest/gtest.h>
 
@@ -22,21 +22,8 @@ constexpr double dt = 0.03;
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-// N samples of a system: without symmetry, and regular in every setting that has a regular block.
-struct samples {
-    int D;
-    std::vector<double> g, K, y0;
-
-    samples(int dimension, int N) : D{dimension} {
-        for (int i = 0; i < N; ++i)
-            for (int a = 0; a < D; ++a) {
-                g.push_back(g_at(D * i + a));
-                for (int b = 0; b < D; ++b)
-                    K.push_back(a == b ? 2.0 + 0.3 * std::cos(0.4 * i + a) : 0.2 * std::sin(0.7 * i + 3 * a + b) / D);
-            }
-        for (int a = 0; a < D; ++a)
-            y0.push_back(1.5 - a);
-    }
+struct samples : system_samples {
+    using system_samples::system_samples;
 
     sampled_answer solve(const setting& row, bool continuous) const {
         return call_vie1(g, K, D, y0, dt, row, continuous);
@@ -54,24 +41,6 @@ double end_of_step(const sampled_answer& answer, const setting& row, int D, bool
     for (int e = 0; e < (continuous ? slots : slots - 1); ++e)
         end += answer.coeffs.values()[(slots * j + e) * D + b];
     return end;
-}
-
-// Calls visit(row) for the settings that have the property, and fails if there is none.
-template <class property, class visitor>
-void for_each_setting(const property& wanted, const visitor& visit) {
-    int visited = 0;
-    for (const setting& row : reference::settings())
-        if (wanted(row)) {
-            SCOPED_TRACE(::testing::Message()
-                         << "m = " << row.m << ", nodes " << ::testing::PrintToString(row.indices));
-            visit(row);
-            ++visited;
-        }
-    EXPECT_GT(visited, 0);
-}
-
-bool regular(const setting& row) {
-    return !has_node_0(row) && !refused_by_vie1(row);
 }
 
 // ---- Worked examples, from their formulas ----
@@ -92,10 +61,7 @@ TEST(vie1_example, one_node_at_the_end_is_the_rectangle_rule) {
             expect_near(U[j], end_of_step(answer, {1, {1}}, 1, continuous, j, 0), "end of step", j);
         if (continuous) // the line from the value before
             continue;
-        expect_near(U[0], answer.out.values()[0], "out", 0);
-        for (int x = 1; x < steps; ++x)
-            expect_near((U[x - 1] + U[x]) / 2, answer.out.values()[x], "out", x);
-        expect_near(U[steps - 1], answer.out.values()[steps], "out", steps);
+        expect_constant_steps(U, answer);
     }
 }
 
@@ -172,61 +138,8 @@ TEST(vie1, one_sample_gives_one_zero_whatever_the_initial_value_is) {
     }
 }
 
-TEST(vie1, a_grid_shorter_than_a_step_gives_zeros_in_every_setting) {
-    const auto short_of_a_step = [](const setting& row) {
-        return !refused_by_vie1(row) && present_samples(row) <= row.m * row.m;
-    };
-    for_each_setting(short_of_a_step, [](const setting& row) {
-        for (const int D : {1, 2, 9})
-            for (const bool continuous : {false, true}) {
-                const sampled_answer answer = samples{D, present_samples(row)}.solve(row, continuous);
-                expect_solved(answer, 0);
-                EXPECT_TRUE(equal_bits(constant(0.0, D * present_samples(row)), answer.out.values()));
-                EXPECT_TRUE(answer.coeffs.untouched());
-            }
-    });
-}
-
-TEST(vie1, samples_past_the_last_whole_step_are_zero_and_unread) {
-    for_each_setting(regular, [](const setting& row) {
-        const int S = row.m * row.m, N = 3 * S + 1;
-        for (const bool continuous : {false, true}) {
-            samples data{2, N};
-            const sampled_answer whole = data.solve(row, continuous);
-            expect_solved(whole, 3);
-            data.g.resize(2 * (N + S - 1), nan);
-            data.K.resize(4 * (N + S - 1), infinity);
-            const sampled_answer answer = data.solve(row, continuous);
-            expect_solved(answer, 3);
-            EXPECT_TRUE(equal_bits(whole.out.values(), answer.out.values().first(2 * N)));
-            EXPECT_TRUE(equal_bits(constant(0.0, 2 * (S - 1)), answer.out.values().subspan(2 * N)));
-        }
-    });
-}
-
-// One step is averaged with nothing; between two, the sample is the mean of their one-sided values.
-TEST(vie1, a_step_boundary_reports_the_mean_of_the_two_one_sided_values) {
-    for_each_setting(regular, [](const setting& row) {
-        const int S = row.m * row.m, slots = int(row.indices.size()) + 1;
-        for (const int steps : {1, 2, 3})
-            for (const bool continuous : {false, true}) {
-                const sampled_answer answer = samples{2, steps * S + 1}.solve(row, continuous);
-                expect_solved(answer, steps);
-                for (int b = 0; b < 2; ++b)
-                    for (int j = 0; j <= steps; ++j) {
-                        const double before = j == 0 ? nan : end_of_step(answer, row, 2, continuous, j - 1, b);
-                        const double after = j == steps ? nan : answer.coeffs.values()[slots * j * 2 + b];
-                        const double expected = j == 0 ? after : j == steps ? before : (before + after) / 2;
-                        const double scale = std::max({std::fabs(expected), std::fabs(before), 1.0});
-                        EXPECT_NEAR(answer.out.values()[S * j * 2 + b], expected, 1e-11 * scale)
-                            << "boundary " << j << " of " << steps << ", component " << b;
-                    }
-            }
-    });
-}
-
 TEST(vie1, the_continuous_form_starts_at_the_initial_value) {
-    for_each_setting(regular, [](const setting& row) {
+    for_each_setting(suits_vie1, [](const setting& row) {
         for (const int D : {1, 3, 8, 9}) {
             const samples data{D, 2 * row.m * row.m + 1};
             const sampled_answer answer = data.solve(row, true);
@@ -329,16 +242,6 @@ TEST(vie1, components_that_say_the_same_are_singular) {
     expect_solved(data.solve({1, {1}}, false), 9);
 }
 
-TEST(vie1, a_nan_in_the_block_is_no_singular_block) {
-    for (const int D : {1, 2, 9}) {
-        samples data{D, 10};
-        std::fill(data.K.begin(), data.K.end(), nan);
-        const sampled_answer answer = data.solve({1, {1}}, false);
-        expect_solved(answer, 9);
-        EXPECT_TRUE(equal_bits(constant(nan, 10 * D), answer.out.values()));
-    }
-}
-
 // ---- Settings that are refused ----
 
 // Null arrays show that nothing is read.
@@ -359,7 +262,7 @@ TEST(vie1, settings_that_amplify_every_error_are_refused_and_no_others) {
         ++refused;
     });
     EXPECT_EQ(refused, 3);
-    for_each_setting(regular, [&](const setting& row) {
+    for_each_setting(suits_vie1, [&](const setting& row) {
         expect_solved(samples{2, 3 * row.m * row.m + 1}.solve(row, false), 3);
     });
 }
@@ -369,36 +272,6 @@ TEST(vie1, symmetric_nodes_are_accepted) {
     for (const setting& row : {setting{4, {1, 3}}, setting{4, {1, 2, 3}}, setting{3, {1, 2}}, setting{2, {1}}})
         expect_solved(samples{2, 3 * row.m * row.m + 1}.solve(row, false), 3);
 }
-
-struct size_case {
-    int N, D;
-    setting row;
-    int status;
-};
-
-void PrintTo(const size_case& c, std::ostream* stream) {
-    *stream << "N = " << c.N << ", D = " << c.D << ", m = " << c.row.m;
-}
-
-class vie1_sizes : public ::testing::TestWithParam<size_case> {};
-
-TEST_P(vie1_sizes, have_their_status_before_anything_is_read) {
-    EXPECT_EQ(status_of_nothing(GetParam().N, GetParam().D, GetParam().row), GetParam().status);
-}
-
-// Accepted sizes show by the status of a setting that is no row of the table or is refused.
-INSTANTIATE_TEST_SUITE_P(limits, vie1_sizes,
-                         ::testing::Values(size_case{1000, 2000, {1, {1}}, QUENTA_SIZE_OVERFLOW},
-                                           size_case{INT_MAX, 1, {4, {1}}, QUENTA_UNSUPPORTED_SETTING},
-                                           size_case{INT_MAX, 2, {4, {1}}, QUENTA_SIZE_OVERFLOW},
-                                           size_case{INT_MAX, INT_MAX, {4, {1}}, QUENTA_SIZE_OVERFLOW},
-                                           size_case{INT_MAX, 1, {1, {1}}, QUENTA_SIZE_OVERFLOW}, // coefficients
-                                           size_case{1, 23170, {4, {1}}, QUENTA_UNSUPPORTED_SETTING},
-                                           size_case{1, 23171, {4, {1}}, QUENTA_SIZE_OVERFLOW}, // the block
-                                           size_case{1, -23170, {4, {1}}, QUENTA_UNSUPPORTED_SETTING},
-                                           size_case{1, -23171, {4, {1}}, QUENTA_SIZE_OVERFLOW},
-                                           size_case{100, 2, {2, {1, 0}}, QUENTA_UNSUPPORTED_SETTING},
-                                           size_case{100, 2, {5, {1}}, QUENTA_UNSUPPORTED_SETTING}));
 
 // ---- Flags ----
 

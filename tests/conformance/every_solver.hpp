@@ -1,0 +1,82 @@
+// The solvers from samples as one list, for what is promised of each of them.
+#pragma once
+
+#include "conformance/vie1_call.hpp"
+#include "conformance/vie2_call.hpp"
+
+#include <cmath>
+#include <cstddef>
+#include <ostream>
+#include <vector>
+
+namespace quenta_tests {
+
+// N samples of a system: nothing is symmetric, and every block is regular that can be.
+struct system_samples {
+    system_samples(int dimension, int N) : D{dimension} {
+        for (int i = 0; i < N; ++i)
+            for (int r = 0; r < D; ++r) {
+                g.push_back(1.0 + std::sin(1.7 * (D * i + r) + 0.3));
+                for (int s = 0; s < D; ++s) {
+                    K.push_back(r == s ? 2.0 + 0.3 * std::cos(0.4 * i + r) : 0.2 * std::sin(0.7 * i + 3 * r + s) / D);
+                    a.push_back(r == s ? -1.0 + 0.4 * std::sin(0.3 * i + r) : 0.3 * std::cos(0.2 * i + r + 2 * s) / D);
+                }
+            }
+        for (int r = 0; r < D; ++r)
+            y0.push_back(1.5 - r);
+    }
+
+    int N() const { return int(g.size()) / D; }
+
+    int D;
+    std::vector<double> g, K, a, y0;
+};
+
+struct sampled_solver {
+    const char* name;
+    bool solves_systems; // or one equation only
+    sampled_answer (*solve)(const system_samples& data, double dt, const reference::setting& row, bool want_coeffs);
+    bool (*accepts)(const reference::setting& row);
+    bool (*suits)(const reference::setting& row); // there is a regular block in this kind of equation
+    // How many coefficients of a step are written, beyond the number of nodes.
+    int extra_powers;
+};
+
+inline void PrintTo(const sampled_solver& solver, std::ostream* stream) {
+    *stream << solver.name;
+}
+
+inline bool always(const reference::setting&) {
+    return true;
+}
+inline bool accepted_by_vie1(const reference::setting& row) {
+    return !refused_by_vie1(row);
+}
+inline bool suits_vie1(const reference::setting& row) {
+    return !has_node_0(row) && !refused_by_vie1(row);
+}
+
+inline const sampled_solver every_solver[] = {
+    {"vie1_discontinuous", true,
+     [](const system_samples& data, double dt, const reference::setting& row, bool want_coeffs) {
+         return call_vie1(data.g, data.K, data.D, data.y0, dt, row, false, want_coeffs);
+     },
+     accepted_by_vie1, suits_vie1, 0},
+    {"vie1_continuous", true,
+     [](const system_samples& data, double dt, const reference::setting& row, bool want_coeffs) {
+         return call_vie1(data.g, data.K, data.D, data.y0, dt, row, true, want_coeffs);
+     },
+     accepted_by_vie1, suits_vie1, 1},
+    {"vie2", false,
+     [](const system_samples& data, double dt, const reference::setting& row, bool want_coeffs) {
+         return call_vie2(data.g, data.K, dt, row, want_coeffs);
+     },
+     always, always, 0},
+    {"vie2_vec", true,
+     [](const system_samples& data, double dt, const reference::setting& row, bool want_coeffs) {
+         return call_vie2_vec(data.g, data.K, data.D, dt, row, want_coeffs);
+     },
+     always, always, 0},
+};
+
+} // namespace quenta_tests
