@@ -35,7 +35,7 @@ struct system_samples {
 struct sampled_solver {
     const char* name;
     bool solves_systems; // or one equation only
-    sampled_answer (*solve)(const system_samples& data, double dt, const reference::setting& row, bool want_coeffs);
+    sampled_answer (*solve)(const system_samples& data, double dt, const reference::setting& row, int want_coeffs);
     bool (*accepts)(const reference::setting& row);
     bool (*suits)(const reference::setting& row); // there is a regular block in this kind of equation
     // How many coefficients of a step are written, beyond the number of nodes.
@@ -58,22 +58,22 @@ inline bool suits_vie1(const reference::setting& row) {
 
 inline const sampled_solver every_solver[] = {
     {"vie1_discontinuous", true,
-     [](const system_samples& data, double dt, const reference::setting& row, bool want_coeffs) {
-         return call_vie1(data.g, data.K, data.D, data.y0, dt, row, false, want_coeffs);
+     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
+         return call_vie1(data.g, data.K, data.D, data.y0, dt, row, 0, want_coeffs);
      },
      accepted_by_vie1, suits_vie1, 0},
     {"vie1_continuous", true,
-     [](const system_samples& data, double dt, const reference::setting& row, bool want_coeffs) {
-         return call_vie1(data.g, data.K, data.D, data.y0, dt, row, true, want_coeffs);
+     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
+         return call_vie1(data.g, data.K, data.D, data.y0, dt, row, 1, want_coeffs);
      },
      accepted_by_vie1, suits_vie1, 1},
     {"vie2", false,
-     [](const system_samples& data, double dt, const reference::setting& row, bool want_coeffs) {
+     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
          return call_vie2(data.g, data.K, dt, row, want_coeffs);
      },
      always, always, 0},
     {"vie2_vec", true,
-     [](const system_samples& data, double dt, const reference::setting& row, bool want_coeffs) {
+     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
          return call_vie2_vec(data.g, data.K, data.D, dt, row, want_coeffs);
      },
      always, always, 0},

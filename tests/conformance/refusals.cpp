@@ -52,8 +52,6 @@ int call_vie2(const request& r, int* n_steps) {
 }
 
 const solver vector_solvers[] = {{"vie1_vec", call_vie1_vec}, {"vie2_vec", call_vie2_vec}};
-// With sizes of their own; the first kind passes one component on to the solver for vectors.
-const solver scalar_solvers[] = {{"vie2", call_vie2}};
 const solver all_solvers[] = {
     {"vie1", call_vie1}, {"vie1_vec", call_vie1_vec}, {"vie2", call_vie2}, {"vie2_vec", call_vie2_vec}};
 

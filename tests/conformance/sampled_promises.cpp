@@ -35,7 +35,7 @@ protected:
         });
     }
 
-    static sampled_answer solve(const system_samples& data, const setting& row, bool want_coeffs = true) {
+    static sampled_answer solve(const system_samples& data, const setting& row, int want_coeffs = 1) {
         return GetParam().solve(data, dt, row, want_coeffs);
     }
 };
@@ -118,11 +118,24 @@ TEST_P(every_solver_from_samples, takes_a_block_of_nan_for_regular) {
 TEST_P(every_solver_from_samples, needs_no_room_for_coefficients_that_are_not_wanted) {
     for_each_problem(GetParam().suits, [](const setting& row, int D) {
         const system_samples data{D, 2 * row.m * row.m + 1};
-        const sampled_answer with = solve(data, row), without = solve(data, row, false);
+        const sampled_answer with = solve(data, row), without = solve(data, row, 0);
         expect_solved(with, 2);
         expect_solved(without, 2);
         EXPECT_TRUE(equal_bits(with.out.values(), without.out.values()));
         EXPECT_TRUE(without.coeffs.untouched());
+    });
+}
+
+TEST_P(every_solver_from_samples, takes_any_flag_but_zero_for_yes) {
+    for_each_problem(GetParam().suits, [](const setting& row, int D) {
+        const system_samples data{D, row.m * row.m + 1};
+        const sampled_answer expected = solve(data, row);
+        for (const int flag : {2, -1, 256, INT_MIN}) {
+            const sampled_answer answer = solve(data, row, flag);
+            expect_solved(answer, 1);
+            EXPECT_TRUE(equal_bits(expected.out.values(), answer.out.values())) << flag;
+            EXPECT_TRUE(equal_bits(expected.coeffs.values(), answer.coeffs.values())) << flag;
+        }
     });
 }
 

@@ -7,13 +7,13 @@ namespace quenta_tests {
 
 // y0 may be empty where it is not read.
 inline sampled_answer call_vie1(const std::vector<double>& g, const std::vector<double>& K, int D,
-                                const std::vector<double>& y0, double dt, const reference::setting& row,
-                                bool continuous, bool want_coeffs = true) {
+                                const std::vector<double>& y0, double dt, const reference::setting& row, int continuous,
+                                int want_coeffs = 1) {
     const int count = int(row.indices.size()), N = int(g.size()) / D;
     sampled_answer answer = awaited_answer(N, D, row);
-    answer.status = quenta_solve_vie1_vec(g.data(), K.data(), N, D, y0.data(), dt, row.m, row.indices.data(), count,
-                                          want_coeffs ? 1 : 0, continuous ? 1 : 0, answer.out.data(),
-                                          answer.coeffs.data(), &answer.n_steps);
+    answer.status =
+        quenta_solve_vie1_vec(g.data(), K.data(), N, D, y0.data(), dt, row.m, row.indices.data(), count, want_coeffs,
+                              continuous, answer.out.data(), answer.coeffs.data(), &answer.n_steps);
     return answer;
 }
 

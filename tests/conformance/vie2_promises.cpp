@@ -1,14 +1,15 @@
-// What quenta_solve_vie2 promises, one promise a test: the worked examples, the statuses and their order.
+// What quenta_solve_vie2 and quenta_solve_vie2_vec promise, one promise a test: the worked examples, weights of zero
+// and singular blocks.
+#include "conformance/every_solver.hpp"
 #include "conformance/sampled_promises.hpp"
-#include "conformance/vie2_call.hpp"
-#include "support/bits.hpp"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <limits>
-#include <ostream>
 
 namespace quenta_tests {
 
@@ -17,6 +18,7 @@ namespace {
 using reference::setting;
 
 constexpr double dt = 0.03;
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 sampled_answer solve(const setting& row, int N) {
     return call_vie2(sampled(g_at, N), sampled(K_at, N), dt, row);
@@ -141,6 +143,72 @@ TEST(vie2_example, row_15_has_radaus_rule_in_the_history) {
                 "u_1 at node", 0);
 }
 
+// Cramer's rule on A = 1 - dt K(0): its transpose has another solution.
+TEST(vie2_vec_example, two_components_keep_the_orientation_of_the_kernel) {
+    constexpr int steps = 8;
+    const system_samples data{2, steps + 1};
+    const auto K = [&](int n, int r, int s) {
+        return dt * data.K[4 * n + 2 * r + s];
+    };
+    ASSERT_NE(K(0, 0, 1), K(0, 1, 0));
+    const sampled_answer answer = call_vie2_vec(data.g, data.K, 2, dt, {1, {1}});
+    expect_solved(answer, steps);
+    std::vector<std::array<double, 2>> U;
+    for (int n = 0; n < steps; ++n) {
+        double rhs[2];
+        for (int r = 0; r < 2; ++r) {
+            rhs[r] = data.g[2 * (n + 1) + r];
+            for (int j = 1; j <= n; ++j)
+                rhs[r] += K(j, r, 0) * U[n - j][0] + K(j, r, 1) * U[n - j][1];
+        }
+        const double a00 = 1 - K(0, 0, 0), a01 = -K(0, 0, 1), a10 = -K(0, 1, 0), a11 = 1 - K(0, 1, 1);
+        const double determinant = a00 * a11 - a01 * a10;
+        U.push_back({(rhs[0] * a11 - a01 * rhs[1]) / determinant, (a00 * rhs[1] - a10 * rhs[0]) / determinant});
+        for (int r = 0; r < 2; ++r)
+            expect_near(U[n][r], answer.coeffs.values()[4 * n + r], "coeffs", 4 * n + r);
+    }
+}
+
+// The lines of two components through both ends of a step; the last value of a line is that of the next lag's sample.
+TEST(vie2_vec_example, row_2_has_the_trapezoidal_rule_between_all_components) {
+    constexpr int steps = 12;
+    const system_samples data{2, steps + 1};
+    const sampled_answer answer = call_vie2_vec(data.g, data.K, 2, dt, {1, {0, 1}});
+    expect_solved(answer, steps);
+    const std::span<const double> coeffs = answer.coeffs.values();
+    // Component s of step n at its left end (node 0) or at its right end (node 1).
+    const auto U = [&](int n, int node, int s) {
+        return coeffs[6 * n + s] + node * coeffs[6 * n + 2 + s];
+    };
+    for (int n = 0; n < steps; ++n)
+        for (int node = 0; node < 2; ++node)
+            for (int r = 0; r < 2; ++r) {
+                double expected = data.g[2 * (n + node) + r];
+                for (int s = 0; s < 2; ++s) {
+                    for (int j = 1; j <= n; ++j)
+                        for (int l = 0; l < 2; ++l)
+                            expected += dt / 2 * data.K[4 * (j + node - l) + 2 * r + s] * U(n - j, l, s);
+                    if (node == 1)
+                        for (int l = 0; l < 2; ++l)
+                            expected += dt / 2 * data.K[4 * (1 - l) + 2 * r + s] * U(n, l, s);
+                }
+                expect_near(expected, U(n, node, r), "value of the step", n);
+            }
+}
+
+TEST(vie2_vec, without_a_kernel_the_values_at_the_nodes_are_those_of_g) {
+    for (const int D : {1, 2, 8, 9, 64}) {
+        system_samples data{D, 9};
+        std::fill(data.K.begin(), data.K.end(), 0.0);
+        const sampled_answer answer = call_vie2_vec(data.g, data.K, D, dt, {2, {0, 2}});
+        expect_solved(answer, 2);
+        for (int r = 0; r < D; ++r) {
+            EXPECT_TRUE(equal_bits(data.g[r], answer.out.values()[r]));
+            EXPECT_TRUE(equal_bits(data.g[8 * D + r], answer.out.values()[8 * D + r]));
+        }
+    }
+}
+
 // ---- The ends of the grid ----
 
 TEST(vie2, one_sample_has_no_step_and_gives_zero_whatever_g_is) {
@@ -150,7 +218,6 @@ TEST(vie2, one_sample_has_no_step_and_gives_zero_whatever_g_is) {
 }
 
 TEST(vie2, the_second_sample_of_g_and_K_is_not_used_by_one_explicit_step) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
     const sampled_answer answer = call_vie2({5.0, nan}, {1.0, nan}, dt, {1, {0}});
     expect_solved(answer, 1);
     EXPECT_TRUE(equal_bits(std::vector{5.0, 5.0}, answer.out.values()));
@@ -204,7 +271,36 @@ TEST(vie2, an_infinite_sample_under_a_node_at_zero_spoils_its_row) {
         EXPECT_TRUE(std::isnan(answer.out.values()[x])) << x;
 }
 
+// Nodes 1/2 and 1 have the weights 1 and 0, and lag 0 is read once, under the second.
+TEST(vie2_vec, a_nan_under_a_weight_of_zero_is_a_nan) {
+    for (const int D : {1, 2, 8, 9}) {
+        system_samples data{D, 5};
+        data.K[D - 1] = nan; // of component 0, for the last one
+        const sampled_answer answer = call_vie2_vec(data.g, data.K, D, dt, {2, {1, 2}});
+        expect_solved(answer, 1);
+        EXPECT_TRUE(std::isnan(answer.out.values()[0])) << "D = " << D;
+    }
+}
+
 // ---- Singular blocks ----
+
+// K = 1 / dt times the unit matrix but in the last component, which makes the block of row 1 singular.
+TEST(vie2_vec, one_component_without_a_pivot_is_status_2_and_nothing_is_written) {
+    for (const int D : {1, 2, 3, 8, 9, 12}) {
+        system_samples data{D, 10};
+        std::fill(data.K.begin(), data.K.end(), 0.0);
+        data.K[D * D - 1] = 1.0 / 0.25;
+        const sampled_answer answer = call_vie2_vec(data.g, data.K, D, 0.25, {1, {1}});
+        EXPECT_EQ(answer.status, QUENTA_SINGULAR_BLOCK) << "D = " << D;
+        EXPECT_TRUE(answer.untouched()) << "D = " << D;
+        // Without a step it is not looked at.
+        data.g.resize(D);
+        data.K.resize(D * D);
+        const sampled_answer no_step = call_vie2_vec(data.g, data.K, D, 0.25, {1, {1}});
+        expect_solved(no_step, 0);
+        EXPECT_TRUE(equal_bits(constant(0.0, D), no_step.out.values()));
+    }
+}
 
 TEST(vie2, a_singular_block_is_status_2_and_nothing_is_written) {
     // dt * K[0] = 1 makes the block of row 1 zero.
@@ -238,23 +334,6 @@ TEST(vie2, two_nodes_in_their_order_select_their_row) {
 TEST(vie2, rows_that_a_first_kind_solver_would_refuse_are_solved) {
     for (const setting& row : {setting{3, {1}}, setting{4, {1}}, setting{4, {1, 2}}})
         expect_solved(solve(row, 16 * 9 + 1), 144 / (row.m * row.m));
-}
-
-TEST(vie2, any_flag_but_zero_asks_for_coefficients) {
-    const std::vector<double> g = sampled(g_at, 4), K = sampled(K_at, 4);
-    const int list[] = {0};
-    for (const int flag : {1, 2, -1, 256, INT_MIN}) {
-        fenced_array out{4}, coeffs{6};
-        int n_steps = marked_steps;
-        ASSERT_EQ(quenta_solve_vie2(g.data(), K.data(), 4, dt, 1, list, 1, flag, out.data(), coeffs.data(), &n_steps),
-                  QUENTA_SOLVED);
-        EXPECT_TRUE(equal_bits(g[0], coeffs.values()[0])) << flag;
-    }
-    fenced_array out{4};
-    int n_steps = marked_steps;
-    EXPECT_EQ(quenta_solve_vie2(g.data(), K.data(), 4, dt, 1, list, 1, 0, out.data(), nullptr, &n_steps), QUENTA_SOLVED)
-        << "coeffs may be null if it is not wanted";
-    EXPECT_EQ(n_steps, 3);
 }
 
 } // namespace
