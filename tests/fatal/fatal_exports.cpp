@@ -19,8 +19,7 @@ namespace {
 
 using reference::setting;
 
-// The first kind has two forms.
-enum equation_form { second_kind, discontinuous, continuous };
+enum solver { second_kind, second_kind_system, discontinuous, continuous };
 
 struct fatal_request {
     const char* name;
@@ -28,7 +27,7 @@ struct fatal_request {
     setting row;
     bool want_null_coeffs;
     const char* message;
-    equation_form form = second_kind;
+    solver called = second_kind;
     int D = 1;
 };
 
@@ -36,24 +35,29 @@ void PrintTo(const fatal_request& request, std::ostream* stream) {
     *stream << request.name;
 }
 
-// Arrays have N samples, or one where N is not a length; the kernel has the identity in each.
+// Arrays have N samples, or one where N is not a length; the kernel has the identity in each. coeffs is null.
 int call(const fatal_request& request) {
-    const int D = std::max(request.D, 1);
-    const std::vector<double> samples(std::size_t(std::max(request.N, 1) * D), 1.0);
-    std::vector<double> out(samples.size());
+    const int D = std::max(request.D, 1), N = request.N, m = request.row.m, count = int(request.row.indices.size());
+    const int want_coeffs = request.want_null_coeffs ? 1 : 0;
+    const int* const list = request.row.indices.data();
+    const std::vector<double> g(std::size_t(std::max(N, 1) * D), 1.0);
+    std::vector<double> K(g.size() * D), out(g.size());
+    for (std::size_t i = 0; i < g.size(); ++i)
+        K[i * D + i % D] = 1.0;
+    constexpr double dt = 0.01;
     int n_steps = 0;
-    if (request.form != second_kind) {
-        std::vector<double> K(samples.size() * D);
-        for (std::size_t i = 0; i < samples.size(); ++i)
-            K[i * D + i % D] = 1.0;
-        return quenta_solve_vie1_vec(samples.data(), K.data(), request.N, request.D, samples.data(), 0.01,
-                                     request.row.m, request.row.indices.data(), int(request.row.indices.size()),
-                                     request.want_null_coeffs ? 1 : 0, request.form == continuous, out.data(), nullptr,
-                                     &n_steps);
+    switch (request.called) {
+    case second_kind:
+        return quenta_solve_vie2(g.data(), K.data(), N, dt, m, list, count, want_coeffs, out.data(), nullptr, &n_steps);
+    case second_kind_system:
+        return quenta_solve_vie2_vec(g.data(), K.data(), N, request.D, dt, m, list, count, want_coeffs, out.data(),
+                                     nullptr, &n_steps);
+    case discontinuous:
+    case continuous:
+        return quenta_solve_vie1_vec(g.data(), K.data(), N, request.D, g.data(), dt, m, list, count, want_coeffs,
+                                     request.called == continuous, out.data(), nullptr, &n_steps);
     }
-    return quenta_solve_vie2(samples.data(), samples.data(), request.N, 0.01, request.row.m, request.row.indices.data(),
-                             int(request.row.indices.size()), request.want_null_coeffs ? 1 : 0, out.data(), nullptr,
-                             &n_steps);
+    return -1;
 }
 
 // The caller as a host without handlers: an exception that reaches it ends the process. A status becomes an exit code.
@@ -87,6 +91,21 @@ const fatal_request fatal_requests[] = {
     {"first_kind_null_coeffs_of_many_components", 41, {2, {1, 2}}, true, "index [0-9]+, length 0", discontinuous, 9},
     {"first_kind_no_first_value", 5, {2, {1}}, false, "index 0, length 0", continuous, -1},
     {"first_kind_no_first_value_of_many", 5, {2, {1}}, false, "index 0, length 0", continuous, -9},
+    {"system_no_samples", 0, {1, {0}}, false, "index [0-9]+, length 0", second_kind_system, 2},
+    {"system_no_samples_five_nodes", 0, {4, {0, 1, 2, 3, 4}}, false, "index [0-9]+, length 0", second_kind_system, 8},
+    {"system_no_samples_of_many", 0, {2, {1, 2}}, false, "index [0-9]+, length 0", second_kind_system, 9},
+    {"system_one_sample_of_two", 1, {1, {0, 1}}, false, "index [0-9]+, length 9", second_kind_system, 3},
+    {"system_a_kernel_shorter_by_one", 4, {2, {0, 2}}, false, "index [0-9]+, length 16", second_kind_system, 2},
+    {"system_a_kernel_shorter_by_one_of_many",
+     12,
+     {4, {0, 3}},
+     false,
+     "index [0-9]+, length 972",
+     second_kind_system,
+     9},
+    {"system_null_coeffs", 5, {2, {1}}, true, "index [0-9]+, length 0", second_kind_system, 1},
+    {"system_null_coeffs_of_vectors", 41, {2, {1, 2}}, true, "index [0-9]+, length 0", second_kind_system, 3},
+    {"system_null_coeffs_of_many_components", 41, {2, {0, 2}}, true, "index [0-9]+, length 0", second_kind_system, 9},
 };
 
 class fatal : public ::testing::TestWithParam<fatal_request> {};
@@ -117,11 +136,22 @@ TEST_P(fatal, is_an_exception_for_a_host_that_catches_and_the_next_call_works) {
 INSTANTIATE_TEST_SUITE_P(request, fatal, ::testing::ValuesIn(fatal_requests),
                          [](const auto& instance) { return std::string{instance.param.name}; });
 
+struct called_with {
+    solver called;
+    int D;
+};
+constexpr called_with every_call[] = {{second_kind, 1},        {second_kind_system, 1}, {second_kind_system, 2},
+                                      {second_kind_system, 9}, {discontinuous, 2},      {continuous, 9}};
+
 TEST(not_fatal, null_coeffs_without_a_step) {
-    EXPECT_EQ(call({"", 1, {1, {0}}, true, ""}), QUENTA_SOLVED);
-    EXPECT_EQ(call({"", 4, {2, {1}}, true, ""}), QUENTA_SOLVED);
-    EXPECT_EQ(call({"", 4, {2, {1}}, true, "", discontinuous, 2}), QUENTA_SOLVED);
-    EXPECT_EQ(call({"", 4, {2, {1}}, true, "", continuous, 9}), QUENTA_SOLVED);
+    for (const auto& [called, D] : every_call)
+        for (const auto& [N, row] : {std::pair{1, setting{1, {1}}}, {4, {2, {1}}}})
+            EXPECT_EQ(call({"", N, row, true, "", called, D}), QUENTA_SOLVED);
+}
+
+TEST(not_fatal, null_coeffs_that_are_not_wanted) {
+    for (const auto& [called, D] : every_call)
+        EXPECT_EQ(call({"", 41, {2, {1, 2}}, false, "", called, D}), QUENTA_SOLVED);
 }
 
 TEST(not_fatal, null_coeffs_with_a_singular_block) {
@@ -167,6 +197,16 @@ TEST_P(division_by_zero, is_the_arithmetic_fault_by_default) {
     EXPECT_EXIT(call_with_disposition(SIG_DFL), ::testing::KilledBySignal(arithmetic_fault), "");
 }
 
+TEST_P(division_by_zero, is_the_arithmetic_fault_in_every_solver) {
+    for (const auto& [called, D] : every_call) {
+        const auto call_by_default = [called = called, D = D] {
+            std::signal(SIGFPE, SIG_DFL);
+            call_without_handler({"", 10, {GetParam(), {}}, false, "", called, D});
+        };
+        EXPECT_EXIT(call_by_default(), ::testing::KilledBySignal(arithmetic_fault), "") << called << ", D = " << D;
+    }
+}
+
 TEST_P(division_by_zero, is_the_arithmetic_fault_when_it_is_ignored) {
     EXPECT_EXIT(call_with_disposition(SIG_IGN), ::testing::KilledBySignal(arithmetic_fault), "");
 }
@@ -181,11 +221,13 @@ TEST_P(division_by_zero, is_the_arithmetic_fault_after_a_handler_that_returns) {
 }
 
 TEST(no_dimension, is_the_arithmetic_fault) {
-    const auto call_by_default = [] {
-        std::signal(arithmetic_fault, SIG_DFL); // a sanitizer has a handler of its own
-        call_without_handler({"", 5, {2, {1}}, false, "", discontinuous, 0});
-    };
-    EXPECT_EXIT(call_by_default(), ::testing::KilledBySignal(arithmetic_fault), "");
+    for (const solver called : {second_kind_system, discontinuous, continuous}) {
+        const auto call_by_default = [called] {
+            std::signal(arithmetic_fault, SIG_DFL); // a sanitizer has a handler of its own
+            call_without_handler({"", 5, {2, {1}}, false, "", called, 0});
+        };
+        EXPECT_EXIT(call_by_default(), ::testing::KilledBySignal(arithmetic_fault), "");
+    }
 }
 
 // The squares of all of these are 0 in 32 bits.
