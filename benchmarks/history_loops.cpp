@@ -15,7 +15,8 @@
 namespace {
 
 using quenta::aligned_vector;
-using quenta::best_kernels;
+using quenta::vector_kernels;
+using quenta::widest_table;
 
 aligned_vector decaying_oscillation(std::int64_t count, double rate) {
     aligned_vector values(count);
@@ -47,7 +48,7 @@ void direct_sums(benchmark::State& state, std::int64_t s, std::int64_t order) {
     aligned_vector sums(s * p), peer_sums(s * p);
     const double* const first_pair = kernel.data() + s * p * q; // the lag between the first target and the first source
     const auto ours = [&] {
-        best_kernels().add_direct_sums(sums.data(), first_pair, x.data(), s, s, p, q);
+        widest_table<vector_kernels>().add_direct_sums(sums.data(), first_pair, x.data(), s, s, p, q);
     };
     const auto peer = [&] {
         plain_direct_sums(peer_sums.data(), first_pair, x.data(), s, s, p, q);
@@ -89,8 +90,9 @@ void spectra(benchmark::State& state, std::int64_t length, std::int64_t columns)
     const aligned_vector x_im = decaying_oscillation(columns * length, 0.4);
     aligned_vector acc_re(length), acc_im(length);
     const auto ours = [&] {
-        best_kernels().multiply_spectra(acc_re.data(), acc_im.data(), kernel_re.data(), kernel_im.data(), x_re.data(),
-                                        x_im.data(), length, columns, true);
+        widest_table<vector_kernels>().multiply_spectra(acc_re.data(), acc_im.data(), kernel_re.data(),
+                                                        kernel_im.data(), x_re.data(), x_im.data(), length, columns,
+                                                        true);
     };
     const auto peer = [&] {
         double sum = 0.0;

@@ -133,11 +133,11 @@ const bool registered = [] {
         for (std::int64_t n = 64; n <= 1 << 20; n *= 2)
             register_line(std::string("transform, ") + (inverse ? "inverse" : "forward") + " / FFTW", n, pairs_for(n),
                           [n, inverse](benchmark::State& state) { against_fftw(state, n, inverse); });
-    for (const vector_kernels* const kernels : quenta::runnable_kernels())
+    for (const vector_kernels* const kernels : quenta::runnable_tables<vector_kernels>())
         for (const std::int64_t n : {64, 1024, 16384, 65536})
             register_line(std::string("transform, ") + kernels->name + " / FFTW", n, pairs_for(n),
                           [n, kernels](benchmark::State& state) { table_against_fftw(state, *kernels, n); });
-    for (const vector_kernels* const kernels : quenta::runnable_kernels())
+    for (const vector_kernels* const kernels : quenta::runnable_tables<vector_kernels>())
         for (const std::int64_t n : {64, 1024, 16384, 65536})
             register_line(std::string("transform, ") + kernels->name + " / plain loop", n, pairs_for(n),
                           [n, kernels](benchmark::State& state) { table_against_plain_loop(state, *kernels, n); });

@@ -1,60 +1,47 @@
 #include "quenta_solvers/dense_solve.hpp"
 
+#include "quenta_solvers/dense_kernels.hpp"
+#include "utility/instruction_sets.hpp"
+
+#include <utility>
+
 namespace quenta {
 
-bool solve_dense_in_place(view<double> a, view<double> b, int n, view<int> pivots) {
-    if (n < 1)
-        return true;
-    const std::int64_t order = n;
-    const auto size = static_cast<std::uint64_t>(order);
-    double* const matrix = a.slice(0, size * size).pointer;
-    double* const x = b.slice(0, size).pointer;
-    int* const swapped = pivots.slice(0, size).pointer;
-    const auto column = [&](std::int64_t j) {
-        return matrix + j * order;
-    };
+namespace {
 
-    const double tolerance = double(n) * eps;
-    double biggest = 0.0;
-    for (std::int64_t k = 0; k < order; ++k) {
-        double* const pivot_column = column(k);
-        std::int64_t row = k;
-        double best = std::fabs(pivot_column[k]);
-        for (std::int64_t i = k + 1; i < order; ++i)
-            if (std::fabs(pivot_column[i]) > best) { // strict: the first of equals wins
-                best = std::fabs(pivot_column[i]);
-                row = i;
-            }
-        swapped[k] = static_cast<int>(row);
-        if (row != k) {
-            for (std::int64_t j = 0; j < order; ++j)
-                std::swap(column(j)[k], column(j)[row]);
-            std::swap(x[k], x[row]);
-        }
-        if (best > biggest)
-            biggest = best;
-        if (tolerance * biggest >= best)
-            return false;
-        const double pivot = pivot_column[k];
-        for (std::int64_t i = k + 1; i < order; ++i)
-            pivot_column[i] /= pivot;
-        // By columns, which is how the matrix lies; every element is still touched once for this k.
-        for (std::int64_t j = k + 1; j < order; ++j) {
-            double* const updated = column(j);
-            const double factor = updated[k];
-            for (std::int64_t i = k + 1; i < order; ++i)
-                updated[i] -= pivot_column[i] * factor;
-        }
+// The number of columns that had a pivot.
+std::int64_t eliminated_columns(view<double> a, int n, view<int> pivots) {
+    if (n < 1)
+        return n;
+    const std::uint64_t order = n;
+    return widest_table<dense_kernels>().eliminate(a.slice(0, order * order).pointer, n,
+                                                   pivots.slice(0, order).pointer);
+}
+
+} // namespace
+
+bool eliminate_in_place(view<double> a, int n, view<int> pivots) {
+    return eliminated_columns(a, n, pivots) == n;
+}
+
+void substitute_in_place(view<const double> a, int n, view<const int> pivots, view<double> b) {
+    if (n < 1)
+        return;
+    const std::uint64_t order = n;
+    widest_table<dense_kernels>().substitute(a.slice(0, order * order).pointer, n, pivots.slice(0, order).pointer,
+                                             b.slice(0, order).pointer);
+}
+
+bool solve_dense_in_place(view<double> a, view<double> b, int n, view<int> pivots) {
+    if (n >= 1)
+        static_cast<void>(b.slice(0, n)); // before anything is overwritten
+    const std::int64_t eliminated = eliminated_columns(a, n, pivots);
+    if (eliminated != n) {
+        for (std::int64_t k = 0; k <= eliminated; ++k)
+            std::swap(b.pointer[k], b.pointer[pivots.pointer[k]]);
+        return false;
     }
-    // Both substitutions run by columns: row i still receives its products in ascending order of j.
-    for (std::int64_t j = 0; j < order; ++j)
-        for (std::int64_t i = j + 1; i < order; ++i)
-            x[i] -= column(j)[i] * x[j];
-    for (std::int64_t i = order - 1; i >= 0; --i) {
-        for (std::int64_t j = i + 1; j < order; ++j)
-            x[i] -= column(j)[i] * x[j];
-        x[i] /= column(i)[i];
-    }
+    substitute_in_place(a, n, pivots, b);
     return true;
 }
 

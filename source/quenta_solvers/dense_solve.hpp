@@ -1,14 +1,19 @@
-// The dense solve of a step: Gaussian elimination with partial pivoting, in one fused pass with its solution.
+// The dense solve of a step: Gaussian elimination with partial pivoting.
 //
 // A step's block is singular when a pivot is not larger than order * eps times the largest pivot so far. The scale is
 // that of the pivots, not a norm of the matrix. The comparison is false for NaN, so that a NaN flows on into the
 // solution; an infinite pivot counts as singular.
+//
+// Elimination and substitution can be called one without the other: a matrix that is the same in every step is
+// eliminated once, since every step would form the same factors.
 #pragma once
 
+#include "utility/ieee.hpp"
 #include "utility/view.hpp"
 
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <utility>
 
@@ -17,56 +22,112 @@ namespace quenta {
 // The spacing of doubles at 1.
 inline constexpr double eps = 2.220446049250313e-16;
 
-template <int n>
-using square_matrix = std::array<std::array<double, n>, n>;
+// Forms of any order, on column-major matrices: (i, j) at i + j*n. An order below 1 has nothing to do; a view that is
+// too short is an index failure.
+//
+// eliminate_in_place replaces the matrix by its multipliers and U, and pivots[k] by the row that was swapped with row
+// k. Returns false when the matrix is singular; it is then of no use.
+bool eliminate_in_place(view<double> a, int n, view<int> pivots);
+// Replaces b by the solution, given what the elimination left.
+void substitute_in_place(view<const double> a, int n, view<const int> pivots, view<double> b);
+// Both, one after the other.
+bool solve_dense_in_place(view<double> a, view<double> b, int n, view<int> pivots);
 
-// Solves a x = b for an order known when the library is built. a is row-major; it and b are overwritten. `ok` tells
-// whether the matrix was regular; if it was not, what is returned is of no use.
+// Up to this order, a matrix whose order is known when the library is built is eliminated by straight code. Larger ones
+// gain more from wide registers, which are chosen at run time.
+inline constexpr int largest_straight_order = 8;
+
+// A matrix of known order, and then its factors, in the same place.
 template <int n>
-std::array<double, n> solve_dense_fixed(square_matrix<n>& a, std::array<double, n>& b, bool& ok) {
+class dense_factors {
+public:
+    // A forgotten cell shows in the result.
+    dense_factors() { cells.fill(ieee::quiet_nan); }
+
+    double& at(int i, int j) { return cells[column_major ? i + j * n : i * n + j]; }
+
+    // False: the matrix is singular.
+    bool eliminate();
+
+    // Replaces b by the solution.
+    void substitute(std::array<double, n>& b) const;
+
+private:
+    static constexpr bool column_major = n > largest_straight_order;
+
+    double& cell(int i, int j) { return cells[i * n + j]; }
+    double cell(int i, int j) const { return cells[i * n + j]; }
+
+    std::array<double, std::size_t{n} * n> cells;
+    std::array<int, n> pivots;
+};
+
+template <int n>
+bool dense_factors<n>::eliminate() {
+    if constexpr (column_major)
+        return eliminate_in_place({cells.size(), cells.data()}, n, {pivots.size(), pivots.data()});
+
     constexpr double tolerance = double(n) * eps;
-    ok = true;
     double biggest = 0.0;
     for (int k = 0; k < n; ++k) {
         int row = k;
-        double best = std::fabs(a[k][k]);
+        double best = std::fabs(cell(k, k));
         for (int i = k + 1; i < n; ++i)
-            if (std::fabs(a[i][k]) > best) { // strict: the first of equals wins
-                best = std::fabs(a[i][k]);
+            if (std::fabs(cell(i, k)) > best) { // strict: the first of equals wins
+                best = std::fabs(cell(i, k));
                 row = i;
             }
-        if (row != k) {
-            std::swap(a[k], a[row]); // whole rows, the multipliers so far included
-            std::swap(b[k], b[row]);
-        }
+        pivots[k] = row;
+        if (row != k)
+            for (int j = 0; j < n; ++j) // the multipliers so far included
+                std::swap(cell(k, j), cell(row, j));
         if (best > biggest)
             biggest = best;
-        if (tolerance * biggest >= best) {
-            ok = false;
-            return b;
-        }
+        if (tolerance * biggest >= best)
+            return false;
         for (int i = k + 1; i < n; ++i) {
-            const double multiplier = a[i][k] / a[k][k];
-            a[i][k] = multiplier;
+            const double multiplier = cell(i, k) / cell(k, k);
+            cell(i, k) = multiplier;
             for (int j = k + 1; j < n; ++j)
-                a[i][j] -= multiplier * a[k][j];
+                cell(i, j) -= multiplier * cell(k, j);
         }
     }
-    for (int i = 1; i < n; ++i)
-        for (int j = 0; j < i; ++j)
-            b[i] -= a[i][j] * b[j];
-    for (int i = n - 1; i >= 0; --i) {
-        for (int j = i + 1; j < n; ++j)
-            b[i] -= a[i][j] * b[j];
-        b[i] /= a[i][i];
-    }
-    return b;
+    return true;
 }
 
-// Solves a x = b for an order known at run time: x replaces b. a is n by n and column-major, (i, j) at i + j*n; it is
-// overwritten by the multipliers and U. pivots[k] receives the row that was swapped with row k. Returns false when the
-// matrix is singular; a and b are then of no use. An order below 1 is solved with nothing done; a view that is too
-// short is an index failure.
-bool solve_dense_in_place(view<double> a, view<double> b, int n, view<int> pivots);
+template <int n>
+void dense_factors<n>::substitute(std::array<double, n>& b) const {
+    if constexpr (column_major) {
+        substitute_in_place({cells.size(), cells.data()}, n, {pivots.size(), pivots.data()}, {b.size(), b.data()});
+        return;
+    }
+    for (int k = 0; k < n; ++k)
+        std::swap(b[k], b[pivots[k]]);
+    for (int i = 1; i < n; ++i)
+        for (int j = 0; j < i; ++j)
+            b[i] -= cell(i, j) * b[j];
+    for (int i = n - 1; i >= 0; --i) {
+        for (int j = i + 1; j < n; ++j)
+            b[i] -= cell(i, j) * b[j];
+        b[i] /= cell(i, i);
+    }
+}
+
+template <int n>
+using square_matrix = std::array<std::array<double, n>, n>;
+
+// Solves a x = b for a row-major matrix of known order. `ok` tells whether it was regular; if it was not, what is
+// returned is of no use.
+template <int n>
+std::array<double, n> solve_dense_fixed(const square_matrix<n>& a, std::array<double, n> b, bool& ok) {
+    dense_factors<n> factors;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            factors.at(i, j) = a[i][j];
+    ok = factors.eliminate();
+    if (ok)
+        factors.substitute(b);
+    return b;
+}
 
 } // namespace quenta

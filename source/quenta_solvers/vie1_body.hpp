@@ -78,6 +78,8 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
         return true;
     }
 
+    if (!system.eliminate())
+        return false;
     const double* forcing = g.slice(0, std::uint64_t((std::int64_t{steps} * S + 1) * D)).pointer;
     double* const rhs = system.rhs();
     for (std::int32_t j = 0; j < steps; ++j, forcing += S * D) {
@@ -91,8 +93,7 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
                 for (int c = 0; c < D; ++c)
                     rhs[r] += start_block[r * D + c] * B[j * D + c];
         }
-        if (!system.solve())
-            return false;
+        system.solve();
         const view<double> solved{std::uint64_t(n_sys), U.data() + j * n_sys};
         std::copy_n(rhs, n_sys, solved.pointer);
         history.push(solved);

@@ -57,6 +57,8 @@ bool march_vie2(std::int32_t samples, view<const double> g, view<const double> K
         return true;
     }
 
+    if (!system.eliminate())
+        return false;
     const double* forcing = g.slice(0, std::uint64_t((std::int64_t{steps} * S + 1) * D)).pointer;
     double* const rhs = system.rhs();
     for (std::int32_t n = 0; n < steps; ++n, forcing += S * D) {
@@ -64,8 +66,7 @@ bool march_vie2(std::int32_t samples, view<const double> g, view<const double> K
         for (std::int64_t b = 0; b < D; ++b)
             for (int i = 0; i < P; ++i)
                 rhs[b * P + i] = forcing[tables::m * tables::k[i] * D + b] + Q[b * P + i];
-        if (!system.solve())
-            return false;
+        system.solve();
         const view<double> solved{std::uint64_t(n_sys), U.data() + n * n_sys};
         std::copy_n(rhs, n_sys, solved.pointer);
         history.push(solved);

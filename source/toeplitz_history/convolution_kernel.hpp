@@ -1,7 +1,7 @@
 // The two other loops of a history by lanes: the direct sums of small blocks, and the products of spectra.
 #pragma once
 
-#include "toeplitz_history/lanes.hpp"
+#include "utility/lanes.hpp"
 
 #include <cstdint>
 

@@ -55,7 +55,7 @@ void fft_inplace(view<double> re, view<double> im, bool inverse) {
     if (n < shortest_vector_transform)
         transform_plainly(re.pointer, im.pointer, std::int64_t(n), inverse);
     else
-        best_kernels().transform_rows(re.pointer, im.pointer, std::int64_t(n), 1, inverse);
+        widest_table<vector_kernels>().transform_rows(re.pointer, im.pointer, std::int64_t(n), 1, inverse);
 }
 
 } // namespace quenta

@@ -10,6 +10,7 @@
 
 #include "toeplitz_history/vector_kernels.hpp"
 #include "utility/aligned_vector.hpp"
+#include "utility/instruction_sets.hpp"
 #include "utility/view.hpp"
 
 #include <cstddef>
@@ -69,7 +70,7 @@ public:
     kernel_provider provider = nullptr;
     std::int32_t next_block = 0; // the next lag to ask of the provider
 
-    const vector_kernels* kernels = &best_kernels();
+    const vector_kernels* kernels = &widest_table<vector_kernels>();
 
 private:
     // The sources i-s .. i-1 and the targets i .. end-1 of one push.

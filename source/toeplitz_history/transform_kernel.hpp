@@ -13,8 +13,8 @@
 // butterflies. Each run between restarts is a chain of its own, and `width` chains advance together.
 #pragma once
 
-#include "toeplitz_history/lanes.hpp"
 #include "toeplitz_history/vector_kernels.hpp"
+#include "utility/lanes.hpp"
 
 #include <cmath>
 #include <cstdint>
@@ -25,13 +25,14 @@ template <class isa>
 struct transform_kernel {
     static constexpr int width = isa::width;
     static_assert(width * width <= shortest_vector_transform);
-    static_assert(isa::fused_stages == 2 || isa::fused_stages == 3);
     using vector = lanes<width>;
 
+    // How many stages of the transform the registers of the set hold at once.
+    static constexpr int stages_at_once = width == 8 ? 3 : 2;
     static constexpr std::int64_t run_length = 32;     // butterflies from one restart of the twiddles to the next
     static constexpr std::int64_t block_length = 2048; // of phase 2: block and table lie in the nearest caches
     static constexpr std::int64_t chunk_length = 128;  // twiddles of phase 3 that are formed at a time
-    static constexpr int most_parts = (1 << isa::fused_stages) - 1;
+    static constexpr int most_parts = (1 << stages_at_once) - 1;
 
     // ---- Twiddles ------------------------------------------------------------------------------------------------
 
@@ -158,7 +159,7 @@ struct transform_kernel {
             fused_stages<1>(re, im, total, half, first, length, parts);
         else if (count == 2)
             fused_stages<2>(re, im, total, half, first, length, parts);
-        else if constexpr (isa::fused_stages == 3)
+        else if constexpr (stages_at_once == 3)
             fused_stages<3>(re, im, total, half, first, length, parts);
     }
 
@@ -167,7 +168,7 @@ struct transform_kernel {
         int left = 0;
         for (std::int64_t groups = half; groups < length; groups *= 2)
             ++left;
-        const int passes = (left + isa::fused_stages - 1) / isa::fused_stages;
+        const int passes = (left + stages_at_once - 1) / stages_at_once;
         return (left + passes - 1) / passes;
     }
 
@@ -301,8 +302,8 @@ struct transform_kernel {
         }
         for (std::int64_t half = block_length; half < n;) {
             const int count = next_count(half, n);
-            double theta[isa::fused_stages];
-            unit step[isa::fused_stages];
+            double theta[stages_at_once];
+            unit step[stages_at_once];
             for (int stage = 0; stage < count; ++stage) {
                 theta[stage] = two_pi / double(2 * half << stage);
                 step[stage] = unit_at(theta[stage]);

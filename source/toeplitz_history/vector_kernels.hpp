@@ -1,11 +1,7 @@
 // The loops in which a history spends its time, once for each instruction set.
-//
-// One algorithm, compiled several times; every table gives the same bits. The table is chosen once, by what the
-// processor can do, far away from the loops.
 #pragma once
 
 #include <cstdint>
-#include <span>
 
 namespace quenta {
 
@@ -13,6 +9,9 @@ namespace quenta {
 inline constexpr std::int64_t shortest_vector_transform = 64;
 
 struct vector_kernels {
+    template <class set>
+    static const vector_kernels& of();
+
     const char* name;
 
     // Transforms `rows` rows of n complex numbers each, which stand one behind the other; n is a power of two and at
@@ -32,27 +31,5 @@ struct vector_kernels {
                              const double* x_re, const double* x_im, std::int64_t length, std::int64_t columns,
                              bool from_zero);
 };
-
-// The tables. Those of wider registers exist on x86-64 only.
-extern const vector_kernels kernels_baseline;
-extern const vector_kernels kernels_avx2;
-extern const vector_kernels kernels_avx512;
-
-// What the processor, and the system that saves its registers, can do.
-struct processor_features {
-    bool avx2;
-    bool avx512;
-};
-
-processor_features detected_processor_features();
-
-// The widest table that these features can run.
-const vector_kernels& kernels_for(processor_features features);
-
-// Every table, from the baseline up, that the processor at hand can run.
-std::span<const vector_kernels* const> runnable_kernels();
-
-// The table that solvers use: the widest one the processor at hand can run.
-const vector_kernels& best_kernels();
 
 } // namespace quenta

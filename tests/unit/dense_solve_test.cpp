@@ -1,9 +1,11 @@
+#include "quenta_solvers/dense_kernels.hpp"
 #include "quenta_solvers/dense_solve.hpp"
 
 #include "reference/dense_solve.hpp"
 #include "support/bits.hpp"
 #include "support/failures.hpp"
 #include "support/random_data.hpp"
+#include "utility/instruction_sets.hpp"
 
 #include <gtest/gtest.h>
 
@@ -79,6 +81,28 @@ solution solve_in_place(const linear_system& system) {
     return solved ? solution{b} : std::nullopt;
 }
 
+// The loops of one instruction set, elimination and substitution apart; factors and pivots are compared too.
+solution solve_by_table(const dense_kernels& table, const linear_system& system) {
+    const int n = system.n;
+    std::vector<double> a(system.a.size()), b = system.b;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            a[static_cast<std::size_t>(i + j * n)] = system.a[static_cast<std::size_t>(i * n + j)];
+    std::vector<int> pivots(b.size(), untouched);
+    std::vector<double> expected_a = a, expected_b = b;
+    std::vector<int> expected_pivots = pivots;
+    const bool expected =
+        reference::solve_dense(matrix_order::column_major, n, expected_a, expected_b, expected_pivots);
+    const std::int64_t eliminated = table.eliminate(a.data(), n, pivots.data());
+    EXPECT_EQ(eliminated == n, expected) << table.name;
+    EXPECT_TRUE(equal_bits(expected_a, a)) << table.name;
+    EXPECT_EQ(pivots, expected_pivots) << table.name;
+    if (eliminated != n)
+        return std::nullopt;
+    table.substitute(a.data(), n, pivots.data(), b.data());
+    return b;
+}
+
 template <int n>
 solution solve_fixed_order(const linear_system& system) {
     square_matrix<n> a;
@@ -122,6 +146,8 @@ bool expect_all_forms_agree(const linear_system& system) {
     const solution expected = solve_by_reference(system);
     EXPECT_TRUE(equal_solutions(expected, solve_in_place(system))) << "in place, n " << system.n;
     EXPECT_TRUE(equal_solutions(expected, solve_fixed(system))) << "fixed, n " << system.n;
+    for (const dense_kernels* const table : runnable_tables<dense_kernels>())
+        EXPECT_TRUE(equal_solutions(expected, solve_by_table(*table, system))) << table->name << ", n " << system.n;
     return expected.has_value();
 }
 
@@ -390,11 +416,14 @@ TEST(dense_solve, an_order_below_one_is_solved_and_touches_nothing) {
     EXPECT_EQ(pivot, untouched);
 }
 
-TEST(dense_solve, every_order_in_place_up_to_the_largest) {
-    for (int n = 1; n <= 40; ++n) {
+TEST(dense_solve, every_order_in_place_and_by_every_instruction_set) {
+    for (int n = 1; n <= 100; ++n) {
         random_data data(9000 + n);
         const linear_system system = random_system(data, n);
-        EXPECT_TRUE(equal_solutions(solve_by_reference(system), solve_in_place(system))) << "n " << n;
+        const solution expected = solve_by_reference(system);
+        EXPECT_TRUE(equal_solutions(expected, solve_in_place(system))) << "n " << n;
+        for (const dense_kernels* const table : runnable_tables<dense_kernels>())
+            EXPECT_TRUE(equal_solutions(expected, solve_by_table(*table, system))) << table->name << ", n " << n;
     }
 }
 

@@ -106,7 +106,7 @@ TEST(fft, every_length_up_to_16384_in_both_directions_has_the_bits_of_the_refere
 
 TEST(fft, every_instruction_set_and_number_of_rows_has_the_bits_of_the_reference) {
     std::size_t tables = 0;
-    for (const vector_kernels* kernels : runnable_kernels()) {
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>()) {
         ++tables;
         for (const std::size_t rows : {1, 2, 3, 5, 9})
             for_all_inputs(rows, [&](std::size_t n, bool inverse, const char* kind, complex_row row) {
@@ -127,7 +127,7 @@ TEST(fft, arrays_may_start_anywhere_and_nothing_around_them_is_touched) {
     constexpr double guard = 12345.678;
     constexpr std::size_t margin = 9;
     random_data data(32);
-    for (const vector_kernels* kernels : runnable_kernels())
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (std::size_t n = shortest_vector_transform; n <= 4096; n *= 2)
             for (std::size_t rows = 1; rows <= 2; ++rows)
                 for (const auto& [re_at, im_at] : {std::pair{0, 1}, {1, 0}, {3, 6}, {7, 7}, {8, 5}}) {
@@ -148,7 +148,7 @@ TEST(fft, arrays_may_start_anywhere_and_nothing_around_them_is_touched) {
 
 TEST(fft, lengths_beyond_the_caches_have_the_bits_of_the_reference) {
     random_data data(34);
-    for (const vector_kernels* kernels : runnable_kernels())
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (std::size_t n = 2 * longest; n <= 16 * longest; n *= 2)
             for (const bool inverse : {false, true}) {
                 complex_row row{data.uniform(n), data.uniform(n)};

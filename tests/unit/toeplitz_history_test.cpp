@@ -146,7 +146,7 @@ void expect_reference_bits(const march_input& input) {
     const march_record expected = march_by_reference(input, twin);
     ASSERT_TRUE(equal_bits(expected.history, expected.sums)) << "the reference changed a sum after its time";
     int tables = 0;
-    for (const vector_kernels* kernels : runnable_kernels()) {
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>()) {
         ++tables;
         ToeplitzHistory history;
         const march_record record = march(input, *kernels, history);
@@ -241,7 +241,7 @@ TEST(toeplitz_history, a_single_infinity_reaches_only_what_its_blocks_reach) {
 
 TEST(toeplitz_history, is_the_plain_double_sum_to_rounding) {
     random_data data(55);
-    for (const vector_kernels* kernels : runnable_kernels())
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (const auto& [p, q] : {std::pair{1, 1}, {2, 3}, {4, 1}, {12, 7}})
             for (const int n : {1, 2, 40, 64, 70, 100, 128, 260, 1000}) {
                 const march_input input = make_input(data, n, p, q, uniform);
@@ -312,7 +312,7 @@ TEST(toeplitz_history, the_first_pushes_add_these_sources_to_these_targets) {
 std::vector<int> lags_of_push(int n, int i) {
     random_data data(57);
     ToeplitzHistory history;
-    const march_record record = march(make_input(data, n, 1, 1, uniform), best_kernels(), history);
+    const march_record record = march(make_input(data, n, 1, 1, uniform), widest_table<vector_kernels>(), history);
     return record.asked.at(size(i - 1));
 }
 
@@ -340,7 +340,7 @@ TEST(toeplitz_history, blocks_clipped_below_32_targets_are_summed_directly) {
          {std::tuple{40, false, 0}, {63, false, 0}, {64, true, 1}, {70, true, 1}, {95, true, 1}, {96, true, 2}}) {
         random_data data(58);
         ToeplitzHistory history;
-        march(make_input(data, n, 1, 1, uniform), best_kernels(), history);
+        march(make_input(data, n, 1, 1, uniform), widest_table<vector_kernels>(), history);
         EXPECT_EQ(history.cache_tried.size(), size(levels)) << "n " << n;
         EXPECT_EQ(!history.cache_tried.empty() && history.cache_tried[0], first_level_tried) << "n " << n;
     }
@@ -404,7 +404,7 @@ TEST(toeplitz_history, starts_at_zero_and_can_be_started_again) {
     random_data data(61);
     ToeplitzHistory history;
     const march_input first = make_input(data, 260, 3, 4, uniform), second = make_input(data, 100, 2, 3, uniform);
-    march(first, best_kernels(), history);
+    march(first, widest_table<vector_kernels>(), history);
     history.init(100, 2, 3);
     EXPECT_EQ(history.count, 0);
     EXPECT_EQ(history.provider, nullptr);
@@ -417,7 +417,7 @@ TEST(toeplitz_history, starts_at_zero_and_can_be_started_again) {
     // Larger scratch than needed, with old content in it, changes nothing.
     reference::toeplitz_history twin(100, 2, 3);
     const march_record expected = march_by_reference(second, twin);
-    EXPECT_TRUE(equal_bits(expected.sums, march(second, best_kernels(), history).sums));
+    EXPECT_TRUE(equal_bits(expected.sums, march(second, widest_table<vector_kernels>(), history).sums));
 }
 
 TEST(toeplitz_history, the_scratch_has_the_size_of_the_largest_transform) {

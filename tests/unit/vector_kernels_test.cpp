@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace quenta {
@@ -19,35 +18,8 @@ namespace {
 using quenta_tests::equal_bits;
 using quenta_tests::random_data;
 
-TEST(vector_kernels, features_choose_the_table) {
-    EXPECT_STREQ(kernels_for({.avx2 = false, .avx512 = false}).name, "baseline");
-#if defined(__x86_64__)
-    EXPECT_STREQ(kernels_for({.avx2 = true, .avx512 = false}).name, "avx2");
-    EXPECT_STREQ(kernels_for({.avx2 = true, .avx512 = true}).name, "avx512");
-    // No processor is like this, but the answer is what the name says.
-    EXPECT_STREQ(kernels_for({.avx2 = false, .avx512 = true}).name, "avx512");
-#endif
-}
-
 TEST(vector_kernels, solvers_use_the_table_for_the_processor_at_hand) {
-    EXPECT_EQ(&best_kernels(), &kernels_for(detected_processor_features()));
-    EXPECT_EQ(ToeplitzHistory{}.kernels, &best_kernels());
-}
-
-TEST(vector_kernels, what_can_run_is_listed_from_the_baseline_up_to_the_best) {
-    const auto runnable = runnable_kernels();
-    ASSERT_FALSE(runnable.empty());
-    std::vector<std::string> names;
-    for (const vector_kernels* kernels : runnable)
-        names.push_back(kernels->name);
-    std::vector<std::string> expected{"baseline"};
-    const processor_features features = detected_processor_features();
-    if (features.avx2)
-        expected.push_back("avx2");
-    if (features.avx512)
-        expected.push_back("avx512");
-    EXPECT_EQ(names, expected);
-    EXPECT_EQ(runnable.back(), &best_kernels());
+    EXPECT_EQ(ToeplitzHistory{}.kernels, &widest_table<vector_kernels>());
 }
 
 // One block of direct sums by its formula.
@@ -84,7 +56,7 @@ void expect_direct_sums(const vector_kernels& kernels, random_data& data, int ta
 
 TEST(vector_kernels, direct_sums_of_every_small_block_have_the_bits_of_the_formula) {
     random_data data(41);
-    for (const vector_kernels* kernels : runnable_kernels())
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (const int sources : {1, 2, 4, 8, 16})
             for (int targets = 1; targets <= sources; ++targets)
                 for (int p = 1; p <= 12; ++p)
@@ -94,7 +66,7 @@ TEST(vector_kernels, direct_sums_of_every_small_block_have_the_bits_of_the_formu
 
 TEST(vector_kernels, direct_sums_of_scalars_have_the_bits_of_the_formula) {
     random_data data(42);
-    for (const vector_kernels* kernels : runnable_kernels())
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (int sources = 1; sources <= 128; sources *= 2)
             for (int targets = 1; targets <= std::min(sources, 70); ++targets)
                 for (const bool special : {false, true})
@@ -103,7 +75,7 @@ TEST(vector_kernels, direct_sums_of_scalars_have_the_bits_of_the_formula) {
 
 TEST(vector_kernels, direct_sums_of_large_systems_have_the_bits_of_the_formula) {
     random_data data(43);
-    for (const vector_kernels* kernels : runnable_kernels())
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (const int p : {1, 5, 24, 40})
             for (const int q : {1, 7, 24, 40})
                 for (const int sources : {1, 32, 128})
@@ -113,7 +85,7 @@ TEST(vector_kernels, direct_sums_of_large_systems_have_the_bits_of_the_formula) 
 
 TEST(vector_kernels, products_of_spectra_have_the_bits_of_the_formula) {
     random_data data(44);
-    for (const vector_kernels* kernels : runnable_kernels())
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (const std::size_t length : {8, 16, 24, 64, 128, 512})
             for (const std::size_t columns : {1, 2, 3, 5, 12})
                 for (const bool special : {false, true})
@@ -170,7 +142,7 @@ constexpr vector_kernels counting_kernels{
 TEST(vector_kernels, a_history_does_all_its_work_through_its_table) {
     constexpr int p = 2, q = 3;
     random_data data(45);
-    for (const vector_kernels* kernels : runnable_kernels())
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (const int n : {20, 64, 100, 200, 1000}) {
             inspected = kernels;
             counted = {};

@@ -4,6 +4,7 @@
 // not be merged with that of another by the linker.
 #pragma once
 
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -32,6 +33,30 @@ template <int width>
 template <int width>
 [[gnu::always_inline]] inline lanes<width> broadcast(double value) {
     return value - lanes<width>{}; // value - 0.0 is value, also for -0.0
+}
+
+template <int width>
+struct lane_mask_type {
+    typedef std::int64_t type __attribute__((vector_size(width * sizeof(std::int64_t))));
+};
+
+// What a comparison of lanes gives, and what chooses between lanes: mask ? a : b. Also lanes of integers.
+template <int width>
+using lane_mask = typename lane_mask_type<width>::type;
+
+// 0, 1, 2, ..
+template <int width>
+[[gnu::always_inline]] inline lane_mask<width> lane_numbers() {
+    lane_mask<width> numbers{};
+    for (int lane = 0; lane < width; ++lane)
+        numbers[lane] = lane;
+    return numbers;
+}
+
+template <int width>
+[[gnu::always_inline]] inline lanes<width> magnitude(lanes<width> value) {
+    constexpr std::int64_t all_but_the_sign = 0x7FFFFFFFFFFFFFFF;
+    return (lanes<width>)((lane_mask<width>)value & all_but_the_sign);
 }
 
 // One round of the transposition below: of two rows `distance` apart, the upper gives its lanes with that bit clear

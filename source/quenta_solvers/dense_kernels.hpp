@@ -1,0 +1,23 @@
+// The loops of the dense solve, once for each instruction set. Matrices are column-major, (i, j) at i + j*n.
+#pragma once
+
+#include <cstdint>
+
+namespace quenta {
+
+struct dense_kernels {
+    template <class set>
+    static const dense_kernels& of();
+
+    const char* name;
+
+    // Replaces the matrix by its multipliers and U; pivots[k] receives the row that was swapped with row k. Returns the
+    // number of columns that had a pivot: n, or, for a singular matrix, that of the first one which had none. Its swap
+    // has been made.
+    std::int64_t (*eliminate)(double* a, std::int64_t n, int* pivots);
+
+    // Replaces b by the solution, given what `eliminate` left.
+    void (*substitute)(const double* a, std::int64_t n, const int* pivots, double* b);
+};
+
+} // namespace quenta

@@ -1,0 +1,44 @@
+#include "utility/instruction_sets.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace quenta {
+namespace {
+
+struct named_table {
+    template <class set>
+    static const named_table& of() {
+        static constexpr named_table table{set::name};
+        return table;
+    }
+    const char* name;
+};
+
+using names = std::vector<std::string>;
+
+names runnable_names(processor_features features) {
+    names found;
+    for (const named_table* table : runnable_tables<named_table>(features))
+        found.push_back(table->name);
+    return found;
+}
+
+TEST(instruction_sets, features_choose_the_tables_from_the_baseline_up) {
+    EXPECT_EQ(runnable_names({.avx2 = false, .avx512 = false}), (names{"baseline"}));
+#if defined(__x86_64__)
+    EXPECT_EQ(runnable_names({.avx2 = true, .avx512 = false}), (names{"baseline", "avx2"}));
+    EXPECT_EQ(runnable_names({.avx2 = true, .avx512 = true}), (names{"baseline", "avx2", "avx512"}));
+    // No processor is like this, but the widest is what it can run.
+    EXPECT_EQ(runnable_names({.avx2 = false, .avx512 = true}).back(), "avx512");
+#endif
+}
+
+TEST(instruction_sets, the_widest_table_is_the_last_that_the_processor_at_hand_can_run) {
+    EXPECT_EQ(widest_table<named_table>().name, runnable_names(detected_processor_features()).back());
+}
+
+} // namespace
+} // namespace quenta
