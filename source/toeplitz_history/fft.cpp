@@ -1,6 +1,7 @@
 #include "toeplitz_history/fft.hpp"
 
 #include "toeplitz_history/vector_kernels.hpp"
+#include "utility/instruction_sets.hpp"
 
 #include <cmath>
 #include <cstdint>
