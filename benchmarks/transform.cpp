@@ -6,6 +6,7 @@
 #include "toeplitz_history/fft.hpp"
 #include "toeplitz_history/vector_kernels.hpp"
 #include "utility/aligned_vector.hpp"
+#include "utility/instruction_sets.hpp"
 
 #include <algorithm>
 #include <cmath>

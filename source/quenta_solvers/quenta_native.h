@@ -127,7 +127,7 @@ QUENTA_API void quenta_get_supported_settings(int* settings);
  *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
  *      QUENTA_SINGULAR_BLOCK if the system of a step is singular to rounding, or has an infinite pivot. It is the same
  *      system in every step; without a step it is not looked at.
- * Takes, for P = count, up to 3 P*P + 11 P + 4 doubles of memory for every step, and 64 KiB of stack.
+ * Takes, for P = count, up to 3 P*P + 11 P + 8 doubles of memory for every step, and 64 KiB of stack.
  * Any number of threads may call at once. Needs quenta_rt_init.
  */
 QUENTA_API int quenta_solve_vie2(const double* g, const double* K, int N, double dt, int m, const int* list, int count,
@@ -155,7 +155,8 @@ QUENTA_API int quenta_solve_vie2(const double* g, const double* K, int N, double
  *      QUENTA_SIZE_OVERFLOW if N*D*D, (count+1)*D*steps or ((count+1)*D) squared > 2147483647, tested first;
  *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
  *      QUENTA_SINGULAR_BLOCK as above.
- * Takes, for n = count * D, up to 3 n*n + 11 n + 4 doubles of memory for every step, and 128 KiB of stack.
+ * Takes, for n = count * D, up to 3 n*n + 11 n + 8 doubles of memory for every step, 32 n*(n + 7) beside, and
+ *      128 KiB of stack.
  * Any number of threads may call at once. Needs quenta_rt_init.
  */
 QUENTA_API int quenta_solve_vie2_vec(const double* g, const double* K, int N, int D, double dt, int m, const int* list,
@@ -191,7 +192,8 @@ QUENTA_API int quenta_solve_vie2_vec(const double* g, const double* K, int N, in
  *      QUENTA_SIZE_OVERFLOW if N*D*D, (count+1)*D*steps or ((count+1)*D) squared > 2147483647, tested first;
  *      QUENTA_UNSUPPORTED_SETTING if (m, list) is one of the three or no row of the table;
  *      QUENTA_SINGULAR_BLOCK as above.
- * Takes, for n = count * D, up to 3 n*n + 11 n + D + 4 doubles of memory for every step, and 128 KiB of stack.
+ * Takes, for n = count * D, up to 3 n*n + 11 n + D + 8 doubles of memory for every step, 32 n*(n + 7) beside, and
+ *      128 KiB of stack.
  * Any number of threads may call at once. Needs quenta_rt_init.
  */
 QUENTA_API int quenta_solve_vie1_vec(const double* g, const double* K, int N, int D, const double* y0, double dt, int m,

@@ -1,6 +1,7 @@
 // The two other loops of a history by lanes: the direct sums of small blocks, and the products of spectra.
 #pragma once
 
+#include "toeplitz_history/vector_kernels.hpp"
 #include "utility/lanes.hpp"
 
 #include <cstdint>
@@ -69,70 +70,98 @@ struct convolution_kernel {
         add_to_last_targets<width>(sums, kernel, x, targets, sources);
     }
 
-    // Larger blocks: `rows` rows of a block are in flight at a time, each with its own running dot product.
-    template <int rows>
-    [[gnu::always_inline]] static void add_rows(double* sums, const double* kernel, const double* x,
-                                                std::int64_t sources, std::int64_t block, std::int64_t q) {
-        double sum[rows];
-        for (int r = 0; r < rows; ++r)
-            sum[r] = sums[r];
-        for (std::int64_t j = 0; j < sources; ++j, kernel -= block, x += q) {
-            double dot[rows];
-            for (int r = 0; r < rows; ++r)
-                dot[r] = kernel[r * q] * x[0];
-            for (std::int64_t c = 1; c < q; ++c)
-                for (int r = 0; r < rows; ++r)
-                    dot[r] += kernel[r * q + c] * x[c];
-            for (int r = 0; r < rows; ++r)
-                sum[r] += dot[r];
+    // Larger blocks: lanes are rows. `pairs` pairs are in flight at a time, each with its own running dot product, and
+    // share what is read of the block.
+    template <int lane_count, int pairs>
+    [[gnu::always_inline]] static void add_block_rows(double* sums, const double* block, const double* x,
+                                                      std::int64_t rows, std::int64_t p, std::int64_t q,
+                                                      std::int64_t stride) {
+        lanes<lane_count> dot[pairs];
+        const lanes<lane_count> first_column = load<lane_count>(block);
+        for (int u = 0; u < pairs; ++u)
+            dot[u] = first_column * broadcast<lane_count>(x[u * q]);
+        for (std::int64_t c = 1; c < q; ++c) {
+            const lanes<lane_count> column = load<lane_count>(block + c * stride);
+            for (int u = 0; u < pairs; ++u)
+                dot[u] += column * broadcast<lane_count>(x[u * q + c]);
         }
-        for (int r = 0; r < rows; ++r)
-            sums[r] = sum[r];
+        if (rows >= lane_count) {
+            for (int u = 0; u < pairs; ++u)
+                store<lane_count>(sums + u * p, load<lane_count>(sums + u * p) + dot[u]);
+        } else {
+            for (int u = 0; u < pairs; ++u) {
+                double added[lane_count];
+                store<lane_count>(added, dot[u]);
+                for (std::int64_t r = 0; r < rows; ++r)
+                    sums[u * p + r] += added[r];
+            }
+        }
     }
 
-    static void add_direct_sums(double* sums, const double* kernel, const double* x, std::int64_t targets,
-                                std::int64_t sources, std::int64_t p, std::int64_t q) {
-        if (p == 1 && q == 1) {
-            add_scalar_sums(sums, kernel, x, targets, sources);
-            return;
+    template <int lane_count, int pairs>
+    static void add_some_products(double* sums, const double* block, const double* x, std::int64_t p, std::int64_t q) {
+        const std::int64_t stride = padded_rows(p);
+        for (std::int64_t r = 0; r < p; r += lane_count)
+            add_block_rows<lane_count, pairs>(sums + r, block + r, x, p - r, p, q, stride);
+    }
+
+    // As many pairs at a time as there are, by ever smaller numbers.
+    template <int lane_count, int together>
+    [[gnu::always_inline]] static void add_products(double* sums, const double* block, const double* x,
+                                                    std::int64_t pairs, std::int64_t p, std::int64_t q) {
+        for (; pairs >= together; pairs -= together) {
+            add_some_products<lane_count, together>(sums, block, x, p, q);
+            sums += together * p;
+            x += together * q;
         }
-        const std::int64_t block = p * q;
-        for (std::int64_t t = 0; t < targets; ++t, sums += p, kernel += block) {
-            std::int64_t r = 0;
-            for (; r + 4 <= p; r += 4)
-                add_rows<4>(sums + r, kernel + r * q, x, sources, block, q);
-            if (p - r == 3)
-                add_rows<3>(sums + r, kernel + r * q, x, sources, block, q);
-            else if (p - r == 2)
-                add_rows<2>(sums + r, kernel + r * q, x, sources, block, q);
-            else if (p - r == 1)
-                add_rows<1>(sums + r, kernel + r * q, x, sources, block, q);
-        }
+        if constexpr (together > 1)
+            add_products<lane_count, together / 2>(sums, block, x, pairs, p, q);
+    }
+
+    static void add_block_products(double* sums, const double* block, const double* x, std::int64_t pairs,
+                                   std::int64_t p, std::int64_t q) {
+        constexpr int together = 4;
+        if (p <= 4)
+            add_products<(width < 4 ? width : 4), together>(sums, block, x, pairs, p, q);
+        else
+            add_products<width, together>(sums, block, x, pairs, p, q);
     }
 
     // ---- Products of spectra -------------------------------------------------------------------------------------
 
     static void multiply_spectra(double* acc_re, double* acc_im, const double* kernel_re, const double* kernel_im,
-                                 const double* x_re, const double* x_im, std::int64_t length, std::int64_t columns,
-                                 bool from_zero) {
-        static_assert(8 % width == 0);
-        for (std::int64_t u = 0; u < length; u += width) {
-            lanes<width> sum_re{}, sum_im{};
-            if (!from_zero) {
-                sum_re = load<width>(acc_re + u);
-                sum_im = load<width>(acc_im + u);
-            }
-            for (std::int64_t c = 0; c < columns; ++c) {
-                const std::int64_t at = c * length + u;
-                const lanes<width> k_re = load<width>(kernel_re + at), k_im = load<width>(kernel_im + at);
-                const lanes<width> v_re = load<width>(x_re + at), v_im = load<width>(x_im + at);
-                // The difference, or sum, of the products is formed first, and then added.
-                sum_re += k_re * v_re - k_im * v_im;
-                sum_im += k_im * v_re + k_re * v_im;
-            }
-            store<width>(acc_re + u, sum_re);
-            store<width>(acc_im + u, sum_im);
-        }
+                                 const double* x_re, const double* x_im, std::int64_t length, std::int64_t p,
+                                 std::int64_t q, bool from_zero) {
+        constexpr int together = 4; // registers of sums, real and imaginary, in flight
+        constexpr std::int64_t part = together * width;
+        static_assert(spectrum_tile % part == 0);
+        for (std::int64_t tile = 0; tile < length; tile += spectrum_tile)
+            for (std::int64_t r = 0; r < p; ++r, kernel_re += q * spectrum_tile, kernel_im += q * spectrum_tile)
+                for (std::int64_t f = 0; f < spectrum_tile; f += part) {
+                    double* const to_re = acc_re + r * length + tile + f;
+                    double* const to_im = acc_im + r * length + tile + f;
+                    lanes<width> sum_re[together] = {}, sum_im[together] = {};
+                    if (!from_zero)
+                        for (int i = 0; i < together; ++i) {
+                            sum_re[i] = load<width>(to_re + i * width);
+                            sum_im[i] = load<width>(to_im + i * width);
+                        }
+                    for (std::int64_t c = 0; c < q; ++c)
+                        for (int i = 0; i < together; ++i) {
+                            const std::int64_t in_kernel = c * spectrum_tile + f + i * width;
+                            const std::int64_t in_x = c * length + tile + f + i * width;
+                            const lanes<width> k_re = load<width>(kernel_re + in_kernel);
+                            const lanes<width> k_im = load<width>(kernel_im + in_kernel);
+                            const lanes<width> v_re = load<width>(x_re + in_x), v_im = load<width>(x_im + in_x);
+                            // The difference, or sum, of the products is formed first, and then added.
+                            sum_re[i] += k_re * v_re - k_im * v_im;
+                            sum_im[i] += k_im * v_re + k_re * v_im;
+                        }
+                    for (int i = 0; i < together; ++i) {
+                        store<width>(to_re + i * width, sum_re[i]);
+                        store<width>(to_im + i * width, sum_im[i]);
+                    }
+                }
     }
 };
 

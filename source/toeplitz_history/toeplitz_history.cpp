@@ -44,6 +44,8 @@ void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     cache_im.clear();
     cache_tried.clear();
     cache_budget = 2 * kernel.size();
+    near_columns.assign(p == 1 && q == 1 ? 0 : transform_threshold * q * padded_rows(p), 0.0);
+    kept_lags = 1;
 }
 
 void ToeplitzHistory::set_kernel_provider(void* context, kernel_provider function) {
@@ -89,16 +91,45 @@ void ToeplitzHistory::push(view<const double> values) {
 
 void ToeplitzHistory::convolve_direct(const dyadic_block& block) {
     const auto [i, s, end] = block;
-    // The lag between the first target and the first source of the block is s.
-    kernels->add_direct_sums(sums.data() + i * p, kernel.data() + s * p * q, pushed.data() + (i - s) * q,
-                             block.targets(), s, p, q);
+    const std::int64_t first_source = i - s;
+    if (p == 1 && q == 1) {
+        kernels->add_scalar_sums(sums.data() + i, kernel.data() + s, pushed.data() + first_source, block.targets(), s);
+        return;
+    }
+    // Lag by lag, all pairs that are so far apart. The lags descend, so that the sources ascend for every target.
+    for (std::int64_t lag = end - 1 - first_source; lag > 0; --lag) {
+        const std::int64_t first_target = std::max(i, first_source + lag);
+        const std::int64_t pairs = std::min(end, i + lag) - first_target;
+        kernels->add_block_products(sums.data() + first_target * p, columns_of_lag(lag),
+                                    pushed.data() + (first_target - lag) * q, pairs, p, q);
+    }
+}
+
+// The block of a lag in the order in which the products read it. Those that whole blocks of sources reach are kept. A
+// block that the end of the march clips may reach further, but there are few of these.
+const double* ToeplitzHistory::columns_of_lag(std::int64_t lag) {
+    if (lag < transform_threshold) {
+        for (; kept_lags <= lag; ++kept_lags)
+            copy_columns(kept_lags, kept_lags);
+        return near_columns.data() + lag * q * padded_rows(p);
+    }
+    copy_columns(lag, 0); // lag 0 has no block of its own
+    return near_columns.data();
+}
+
+void ToeplitzHistory::copy_columns(std::int64_t lag, std::int64_t place) {
+    const std::int64_t stride = padded_rows(p);
+    const double* const rows = kernel.data() + lag * p * q;
+    double* const columns = near_columns.data() + place * q * stride;
+    for (std::int64_t r = 0; r < p; ++r)
+        for (std::int64_t c = 0; c < q; ++c)
+            columns[c * stride + r] = rows[r * q + c];
 }
 
 void ToeplitzHistory::convolve_fft(const dyadic_block& block) {
     const auto [i, s, end] = block;
     const std::int64_t m = 2 * s;
     grow(x_re, x_im, m * q);
-    grow(k_re, k_im, m);
     grow(acc_re, acc_im, m * p);
     const std::size_t level = std::countr_zero(std::uint64_t(s / transform_threshold));
     const bool cached = ensure_kernel_transform(level, m);
@@ -114,20 +145,17 @@ void ToeplitzHistory::convolve_fft(const dyadic_block& block) {
     std::fill_n(x_im.data(), m * q, 0.0);
     kernels->transform_rows(x_re.data(), x_im.data(), m, q, false);
 
-    for (std::int64_t r = 0; r < p; ++r) {
-        double* const row_re = acc_re.data() + r * m;
-        double* const row_im = acc_im.data() + r * m;
-        if (cached) {
-            kernels->multiply_spectra(row_re, row_im, cache_re[level].data() + q * r * m,
-                                      cache_im[level].data() + q * r * m, x_re.data(), x_im.data(), m, q, true);
-        } else {
+    if (cached) {
+        kernels->multiply_spectra(acc_re.data(), acc_im.data(), cache_re[level].data(), cache_im[level].data(),
+                                  x_re.data(), x_im.data(), m, p, q, true);
+    } else {
+        grow(k_re, k_im, m);
+        for (std::int64_t r = 0; r < p; ++r)
             for (std::int64_t c = 0; c < q; ++c) {
-                fill_kernel_rows(k_re, k_im, r * q + c, 1, m);
-                kernels->transform_rows(k_re.data(), k_im.data(), m, 1, false);
-                kernels->multiply_spectra(row_re, row_im, k_re.data(), k_im.data(), x_re.data() + c * m,
-                                          x_im.data() + c * m, m, 1, c == 0);
+                transform_kernel_entries(r * q + c, 1, m);
+                kernels->multiply_spectra(acc_re.data() + r * m, acc_im.data() + r * m, k_re.data(), k_im.data(),
+                                          x_re.data() + c * m, x_im.data() + c * m, m, 1, 1, c == 0);
             }
-        }
     }
     kernels->transform_rows(acc_re.data(), acc_im.data(), m, p, true);
 
@@ -140,8 +168,8 @@ void ToeplitzHistory::convolve_fft(const dyadic_block& block) {
     }
 }
 
-// Level `level` has the transformed kernel for m points: entry (r, c) of all lags in row q*r + c. Returns whether it is
-// there; the smaller levels, which come first and are used most, take the budget.
+// Level `level` has the transformed kernel for m points, tile by tile. Returns whether it is there; the smaller levels,
+// which come first and are used most, take the budget.
 bool ToeplitzHistory::ensure_kernel_transform(std::size_t level, std::int64_t m) {
     if (level >= cache_tried.size()) {
         cache_re.resize(level + 1);
@@ -157,27 +185,38 @@ bool ToeplitzHistory::ensure_kernel_transform(std::size_t level, std::int64_t m)
         return false;
     cache_budget -= cost;
     aligned_vector re(entries * m), im(entries * m);
-    fill_kernel_rows(re, im, 0, entries, m);
-    kernels->transform_rows(re.data(), im.data(), m, entries, false);
+    const std::int64_t most_together = std::min<std::int64_t>(entries, 8);
+    grow(k_re, k_im, most_together * m);
+    for (std::int64_t first = 0; first < entries; first += most_together) {
+        const std::int64_t together = std::min(most_together, entries - first);
+        transform_kernel_entries(first, together, m);
+        for (std::int64_t f = 0; f < m; f += spectrum_tile)
+            for (std::int64_t e = 0; e < together; ++e) {
+                std::copy_n(k_re.data() + e * m + f, spectrum_tile,
+                            re.data() + f * entries + (first + e) * spectrum_tile);
+                std::copy_n(k_im.data() + e * m + f, spectrum_tile,
+                            im.data() + f * entries + (first + e) * spectrum_tile);
+            }
+    }
     cache_re[level] = std::move(re);
     cache_im[level] = std::move(im);
     return true;
 }
 
-// Rows of m complex numbers that hold the lags of the entries first .. first + entries - 1 of a block. Lag 0 stays
-// zero, and so do the lags that no step has.
-void ToeplitzHistory::fill_kernel_rows(aligned_vector& re, aligned_vector& im, std::int64_t first, std::int64_t entries,
-                                       std::int64_t m) const {
+// k_re and k_im become rows of m complex numbers: the transformed entries first .. first + entries - 1 of a block. Lag
+// 0 counts as zero, and so do the lags that no step has.
+void ToeplitzHistory::transform_kernel_entries(std::int64_t first, std::int64_t entries, std::int64_t m) {
     const std::int64_t block = std::int64_t{p} * q;
     const std::int64_t lags = std::min<std::int64_t>(m, n);
-    std::fill_n(re.data(), entries * m, 0.0);
-    std::fill_n(im.data(), entries * m, 0.0);
+    std::fill_n(k_re.data(), entries * m, 0.0);
+    std::fill_n(k_im.data(), entries * m, 0.0);
     // A transposition, by a cache line of lags at a time.
     constexpr std::int64_t line = 8;
     for (std::int64_t from = 1; from < lags; from += line)
         for (std::int64_t e = 0; e < entries; ++e)
             for (std::int64_t u = from; u < std::min(from + line, lags); ++u)
-                re[e * m + u] = kernel[u * block + first + e];
+                k_re[e * m + u] = kernel[u * block + first + e];
+    kernels->transform_rows(k_re.data(), k_im.data(), m, entries, false);
 }
 
 } // namespace quenta

@@ -57,14 +57,19 @@ public:
 
     // Scratch of the transform path. It only ever grows.
     aligned_vector x_re, x_im;     // transformed sources, q rows
-    aligned_vector k_re, k_im;     // one transformed kernel entry
+    aligned_vector k_re, k_im;     // a few transformed kernel entries
     aligned_vector acc_re, acc_im; // accumulated products, p rows
 
-    // Transformed kernels, by level: level l serves blocks of 32 * 2^l sources, with twice as many points. An empty
-    // array is an absent one; a level whose first attempt did not fit the budget is not tried again.
+    // Transformed kernels, by level: level l serves blocks of 32 * 2^l sources, with twice as many points. The order of
+    // an array is that of vector_kernels::multiply_spectra. An empty array is an absent one; a level whose first
+    // attempt did not fit the budget is not tried again.
     std::vector<aligned_vector> cache_re, cache_im;
     std::vector<bool> cache_tried;
     std::uint64_t cache_budget = 0; // doubles that caches may still take
+
+    // The blocks of the lags that direct sums read again and again, by columns.
+    aligned_vector near_columns;
+    std::int64_t kept_lags = 0; // those below are in place
 
     void* provider_context = nullptr;
     kernel_provider provider = nullptr;
@@ -82,8 +87,9 @@ private:
     void convolve_direct(const dyadic_block& block);
     void convolve_fft(const dyadic_block& block);
     bool ensure_kernel_transform(std::size_t level, std::int64_t m);
-    void fill_kernel_rows(aligned_vector& re, aligned_vector& im, std::int64_t first, std::int64_t entries,
-                          std::int64_t m) const;
+    void transform_kernel_entries(std::int64_t first, std::int64_t entries, std::int64_t m);
+    const double* columns_of_lag(std::int64_t lag);
+    void copy_columns(std::int64_t lag, std::int64_t place);
 };
 
 } // namespace quenta

@@ -8,6 +8,14 @@ namespace quenta {
 // The shortest transform that the kernels run.
 inline constexpr std::int64_t shortest_vector_transform = 64;
 
+// A column of a block, in the order in which the kernels read it, takes a whole number of registers of any set.
+constexpr std::int64_t padded_rows(std::int64_t p) {
+    return p <= 4 ? 4 : (p + 7) / 8 * 8;
+}
+
+// The frequencies of a tile of spectra.
+inline constexpr std::int64_t spectrum_tile = 64;
+
 struct vector_kernels {
     template <class set>
     static const vector_kernels& of();
@@ -18,18 +26,26 @@ struct vector_kernels {
     // least `shortest_vector_transform`. The rows share their twiddles.
     void (*transform_rows)(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse);
 
-    // sums[t] += sum over c of block(t-j)[r][c] * x[j][c] for targets t and sources j, one addition per pair (t, j),
-    // sources ascending for every target. The layouts are those of ToeplitzHistory. `sums` points at the first target,
-    // `x` at the first source, and `kernel` at the block of the lag between these two.
-    void (*add_direct_sums)(double* sums, const double* kernel, const double* x, std::int64_t targets,
-                            std::int64_t sources, std::int64_t p, std::int64_t q);
+    // Blocks of one row and one column: sums[t] += kernel[t - j] * x[j] for targets t and sources j, sources ascending
+    // for every target. `sums` points at the first target, `x` at the first source, and `kernel` at the lag between
+    // these two.
+    void (*add_scalar_sums)(double* sums, const double* kernel, const double* x, std::int64_t targets,
+                            std::int64_t sources);
 
-    // acc[u] += kernel[c][u] * x[c][u] in complex numbers, for columns c ascending and `length` values of u. With
-    // `from_zero` the old content of acc counts as 0.0. The columns of `kernel` and of `x` stand `length` apart;
-    // length is a multiple of 8.
+    // sums[u] += block * x[u] for `pairs` pairs of a target and a source that are one lag apart; the dot product of a
+    // row with x[u] is formed first, columns ascending, and then added. Targets and sources stand one behind the other,
+    // p and q doubles each. Element (r, c) of the block stands at c * padded_rows(p) + r; what its columns are padded
+    // with is read, and plays no part.
+    void (*add_block_products)(double* sums, const double* block, const double* x, std::int64_t pairs, std::int64_t p,
+                               std::int64_t q);
+
+    // acc[r][f] += sum over c of kernel[r][c][f] * x[c][f] in complex numbers, columns ascending, for all frequencies f
+    // below `length`, a multiple of the tile's. With `from_zero` the old content of acc counts as 0.0. Rows of acc and
+    // x have `length` numbers; the kernel's entries (r, c) stand tile by tile: frequency f of it at
+    // ((f / tile * p + r) * q + c) * tile + f % tile.
     void (*multiply_spectra)(double* acc_re, double* acc_im, const double* kernel_re, const double* kernel_im,
-                             const double* x_re, const double* x_im, std::int64_t length, std::int64_t columns,
-                             bool from_zero);
+                             const double* x_re, const double* x_im, std::int64_t length, std::int64_t p,
+                             std::int64_t q, bool from_zero);
 };
 
 } // namespace quenta

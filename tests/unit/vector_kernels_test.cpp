@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -22,46 +23,57 @@ TEST(vector_kernels, solvers_use_the_table_for_the_processor_at_hand) {
     EXPECT_EQ(ToeplitzHistory{}.kernels, &widest_table<vector_kernels>());
 }
 
-// One block of direct sums by its formula.
-void add_sums_plainly(double* sums, const double* kernel, const double* x, int targets, int sources, int p, int q) {
-    for (int t = 0; t < targets; ++t)
-        for (int j = 0; j < sources; ++j)
-            for (int r = 0; r < p; ++r) {
-                double dot = 0.0;
-                for (int c = 0; c < q; ++c)
-                    dot = dot + kernel[((t - j) * p + r) * q + c] * x[j * q + c];
-                sums[t * p + r] = sums[t * p + r] + dot;
-            }
-}
-
 // The arrays have just the size of the block, so that a sanitizer sees an access beside it.
-void expect_direct_sums(const vector_kernels& kernels, random_data& data, int targets, int sources, int p, int q,
-                        bool special) {
+void expect_scalar_sums(const vector_kernels& kernels, random_data& data, int targets, int sources, bool special) {
     const auto values = [&](int count) {
         const auto size = static_cast<std::size_t>(count);
         return special ? data.sprinkled(size, 16) : data.wide(size);
     };
-    std::vector<double> sums = values(targets * p);
+    std::vector<double> sums = values(targets);
     for (double& sum : sums)
         sum += 0.0; // no -0: sums start at 0 and never become it
     std::vector<double> expected = sums;
     // From the lag of the first target and the last source to that of the last target and the first source.
-    const std::vector<double> kernel = values((targets + sources - 1) * p * q), x = values(sources * q);
-    const double* const first_lag = kernel.data() + (sources - 1) * p * q;
-    add_sums_plainly(expected.data(), first_lag, x.data(), targets, sources, p, q);
-    kernels.add_direct_sums(sums.data(), first_lag, x.data(), targets, sources, p, q);
-    EXPECT_TRUE(equal_bits(expected, sums)) << kernels.name << ", targets " << targets << ", sources " << sources
-                                            << ", p " << p << ", q " << q << ", special " << special;
+    const std::vector<double> kernel = values(targets + sources - 1), x = values(sources);
+    const double* const first_lag = kernel.data() + sources - 1;
+    for (int t = 0; t < targets; ++t)
+        for (int j = 0; j < sources; ++j)
+            expected[std::size_t(t)] = expected[std::size_t(t)] + (0.0 + first_lag[t - j] * x[std::size_t(j)]);
+    kernels.add_scalar_sums(sums.data(), first_lag, x.data(), targets, sources);
+    EXPECT_TRUE(equal_bits(expected, sums))
+        << kernels.name << ", targets " << targets << ", sources " << sources << ", special " << special;
 }
 
-TEST(vector_kernels, direct_sums_of_every_small_block_have_the_bits_of_the_formula) {
+void expect_block_products(const vector_kernels& kernels, random_data& data, int pairs, int p, int q, bool special) {
+    const auto values = [&](int count) {
+        const auto size = static_cast<std::size_t>(count);
+        return special ? data.sprinkled(size, 16) : data.wide(size);
+    };
+    std::vector<double> sums = values(pairs * p);
+    for (double& sum : sums)
+        sum += 0.0; // as above
+    std::vector<double> expected = sums;
+    const int stride = static_cast<int>(padded_rows(p));
+    const std::vector<double> block = values(q * stride), x = values(pairs * q); // anything in the padding
+    for (int u = 0; u < pairs; ++u)
+        for (int r = 0; r < p; ++r) {
+            double dot = 0.0;
+            for (int c = 0; c < q; ++c)
+                dot = dot + block[std::size_t(c * stride + r)] * x[std::size_t(u * q + c)];
+            expected[std::size_t(u * p + r)] = expected[std::size_t(u * p + r)] + dot;
+        }
+    kernels.add_block_products(sums.data(), block.data(), x.data(), pairs, p, q);
+    EXPECT_TRUE(equal_bits(expected, sums))
+        << kernels.name << ", pairs " << pairs << ", p " << p << ", q " << q << ", special " << special;
+}
+
+TEST(vector_kernels, products_of_blocks_have_the_bits_of_the_formula) {
     random_data data(41);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
-        for (const int sources : {1, 2, 4, 8, 16})
-            for (int targets = 1; targets <= sources; ++targets)
-                for (int p = 1; p <= 12; ++p)
-                    for (int q = 1; q <= 12; ++q)
-                        expect_direct_sums(*kernels, data, targets, sources, p, q, (p + q + targets) % 4 == 0);
+        for (int p = 1; p <= 48; ++p)
+            for (const int q : {1, 2, 3, 4, 5, 7, 8, 9, 16, 24, 40, 48})
+                for (int pairs = 1; pairs <= 32; pairs += pairs < 17 ? 1 : 14)
+                    expect_block_products(*kernels, data, pairs, p, q, (p + q + pairs) % 4 == 0);
 }
 
 TEST(vector_kernels, direct_sums_of_scalars_have_the_bits_of_the_formula) {
@@ -70,49 +82,50 @@ TEST(vector_kernels, direct_sums_of_scalars_have_the_bits_of_the_formula) {
         for (int sources = 1; sources <= 128; sources *= 2)
             for (int targets = 1; targets <= std::min(sources, 70); ++targets)
                 for (const bool special : {false, true})
-                    expect_direct_sums(*kernels, data, targets, sources, 1, 1, special);
+                    expect_scalar_sums(*kernels, data, targets, sources, special);
 }
 
-TEST(vector_kernels, direct_sums_of_large_systems_have_the_bits_of_the_formula) {
-    random_data data(43);
-    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
-        for (const int p : {1, 5, 24, 40})
-            for (const int q : {1, 7, 24, 40})
-                for (const int sources : {1, 32, 128})
-                    for (const int targets : {1, 2, 31, 32})
-                        expect_direct_sums(*kernels, data, std::min(targets, sources), sources, p, q, false);
+// Entry (r, c) at frequency f of a kernel of p x q entries.
+std::size_t in_tiles(std::size_t f, std::size_t r, std::size_t c, std::size_t p, std::size_t q) {
+    const auto tile = std::size_t(spectrum_tile);
+    return ((f / tile * p + r) * q + c) * tile + f % tile;
 }
 
 TEST(vector_kernels, products_of_spectra_have_the_bits_of_the_formula) {
     random_data data(44);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
-        for (const std::size_t length : {8, 16, 24, 64, 128, 512})
-            for (const std::size_t columns : {1, 2, 3, 5, 12})
-                for (const bool special : {false, true})
-                    for (const bool from_zero : {false, true}) {
-                        const auto values = [&](std::size_t count) {
-                            return special ? data.sprinkled(count, 16) : data.wide(count);
-                        };
-                        const std::vector<double> k_re = values(length * columns), k_im = values(length * columns),
-                                                  x_re = values(length * columns), x_im = values(length * columns);
-                        std::vector<double> acc_re = values(length), acc_im = values(length);
-                        std::vector<double> expected_re = acc_re, expected_im = acc_im;
-                        for (std::size_t u = 0; u < length; ++u) {
-                            if (from_zero)
-                                expected_re[u] = expected_im[u] = 0.0;
-                            for (std::size_t c = 0; c < columns; ++c) {
-                                const std::size_t at = c * length + u;
-                                expected_re[u] = expected_re[u] + (k_re[at] * x_re[at] - k_im[at] * x_im[at]);
-                                expected_im[u] = expected_im[u] + (k_im[at] * x_re[at] + k_re[at] * x_im[at]);
-                            }
+        for (const std::size_t length : {64, 128, 512})
+            for (const std::size_t p : {1, 2, 5})
+                for (const std::size_t q : {1, 2, 3, 12})
+                    for (const bool special : {false, true})
+                        for (const bool from_zero : {false, true}) {
+                            const auto values = [&](std::size_t count) {
+                                return special ? data.sprinkled(count, 16) : data.wide(count);
+                            };
+                            const std::vector<double> k_re = values(length * p * q), k_im = values(length * p * q),
+                                                      x_re = values(length * q), x_im = values(length * q);
+                            std::vector<double> acc_re = values(length * p), acc_im = values(length * p);
+                            std::vector<double> expected_re = acc_re, expected_im = acc_im;
+                            for (std::size_t r = 0; r < p; ++r)
+                                for (std::size_t f = 0; f < length; ++f) {
+                                    double& re = expected_re[r * length + f];
+                                    double& im = expected_im[r * length + f];
+                                    if (from_zero)
+                                        re = im = 0.0;
+                                    for (std::size_t c = 0; c < q; ++c) {
+                                        const std::size_t k = in_tiles(f, r, c, p, q), x = c * length + f;
+                                        re = re + (k_re[k] * x_re[x] - k_im[k] * x_im[x]);
+                                        im = im + (k_im[k] * x_re[x] + k_re[k] * x_im[x]);
+                                    }
+                                }
+                            kernels->multiply_spectra(acc_re.data(), acc_im.data(), k_re.data(), k_im.data(),
+                                                      x_re.data(), x_im.data(), std::int64_t(length), std::int64_t(p),
+                                                      std::int64_t(q), from_zero);
+                            EXPECT_TRUE(equal_bits(expected_re, acc_re))
+                                << "re, " << kernels->name << ", length " << length << ", p " << p << ", q " << q;
+                            EXPECT_TRUE(equal_bits(expected_im, acc_im))
+                                << "im, " << kernels->name << ", length " << length << ", p " << p << ", q " << q;
                         }
-                        kernels->multiply_spectra(acc_re.data(), acc_im.data(), k_re.data(), k_im.data(), x_re.data(),
-                                                  x_im.data(), std::int64_t(length), std::int64_t(columns), from_zero);
-                        EXPECT_TRUE(equal_bits(expected_re, acc_re))
-                            << "re, " << kernels->name << ", length " << length << ", columns " << columns;
-                        EXPECT_TRUE(equal_bits(expected_im, acc_im))
-                            << "im, " << kernels->name << ", length " << length << ", columns " << columns;
-                    }
 }
 
 // A table that hands every call on and counts the work in it.
@@ -128,22 +141,31 @@ constexpr vector_kernels counting_kernels{
         counted.transformed_rows += std::size_t(rows);
         inspected->transform_rows(re, im, n, rows, inverse);
     },
-    [](double* sums, const double* kernel, const double* x, std::int64_t targets, std::int64_t sources, std::int64_t p,
-       std::int64_t q) {
+    [](double* sums, const double* kernel, const double* x, std::int64_t targets, std::int64_t sources) {
         counted.direct_pairs += std::size_t(targets * sources);
-        inspected->add_direct_sums(sums, kernel, x, targets, sources, p, q);
+        inspected->add_scalar_sums(sums, kernel, x, targets, sources);
+    },
+    [](double* sums, const double* block, const double* x, std::int64_t pairs, std::int64_t p, std::int64_t q) {
+        counted.direct_pairs += std::size_t(pairs);
+        inspected->add_block_products(sums, block, x, pairs, p, q);
     },
     [](double* acc_re, double* acc_im, const double* kernel_re, const double* kernel_im, const double* x_re,
-       const double* x_im, std::int64_t length, std::int64_t columns, bool from_zero) {
-        counted.spectrum_points += std::size_t(length * columns);
-        inspected->multiply_spectra(acc_re, acc_im, kernel_re, kernel_im, x_re, x_im, length, columns, from_zero);
+       const double* x_im, std::int64_t length, std::int64_t p, std::int64_t q, bool from_zero) {
+        counted.spectrum_points += std::size_t(length * p * q);
+        inspected->multiply_spectra(acc_re, acc_im, kernel_re, kernel_im, x_re, x_im, length, p, q, from_zero);
     }};
 
 TEST(vector_kernels, a_history_does_all_its_work_through_its_table) {
-    constexpr int p = 2, q = 3;
     random_data data(45);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
-        for (const int n : {20, 64, 100, 200, 1000}) {
+        for (const auto& [p, q, n] : {std::array{2, 3, 20},
+                                      {2, 3, 64},
+                                      {2, 3, 100},
+                                      {2, 3, 200},
+                                      {2, 3, 1000},
+                                      {1, 1, 500},
+                                      {5, 1, 200},
+                                      {9, 12, 150}}) {
             inspected = kernels;
             counted = {};
             const std::vector<double> kernel = data.uniform(static_cast<std::size_t>(n * p * q));
@@ -154,7 +176,7 @@ TEST(vector_kernels, a_history_does_all_its_work_through_its_table) {
             history.init(n, p, q);
             history.kernel.assign(kernel.begin(), kernel.end());
             for (int t = 0; t < n; ++t) {
-                const std::vector<double> x = data.uniform(q);
+                const std::vector<double> x = data.uniform(static_cast<std::size_t>(q));
                 expected.push(x);
                 history.push({x.size(), x.data()});
             }
