@@ -5,6 +5,7 @@
 #include "support/failures.hpp"
 #include "support/random_data.hpp"
 #include "toeplitz_history/vector_kernels.hpp"
+#include "utility/instruction_sets.hpp"
 
 #include <gtest/gtest.h>
 

@@ -4,6 +4,7 @@
 #include "support/bits.hpp"
 #include "support/random_data.hpp"
 #include "toeplitz_history/toeplitz_history.hpp"
+#include "utility/instruction_sets.hpp"
 
 #include <gtest/gtest.h>
 
