@@ -8,7 +8,9 @@
 #include "toeplitz_history/toeplitz_history.hpp"
 #include "utility/view.hpp"
 
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace quenta {
 
@@ -18,24 +20,27 @@ const double* present_samples(view<const double> K, std::int64_t D) {
     return K.slice(0, std::uint64_t(row_tables<row>::present_samples * D * D)).pointer;
 }
 
-// Calls put(row of a and i, b, l, sum) with the sum over q of (K[k_i (m - k_q)](a, b) * (c_i * b_q)) * value(i, q, l),
-// terms ascending from 0.0, for all a, b and i, and for l below `basis_size`; value(i, q, l) is basis polynomial l at
-// c_i * c_q. Factors of zero are factors like any other.
-template <int row, int basis_size, class basis_value_at, class visitor>
-void visit_present_step(view<const double> K, int D, const basis_value_at& value, const visitor& put) {
+// The sum over q of (K[k_i (m - k_q)](a, b) * (c_i * b_q)) * (basis polynomial l at c_i * c_q), terms ascending from
+// 0.0, for every basis polynomial: row-major, in row a * P + i and column b * basis size + l. Factors of zero are
+// factors like any other. It is built once a solve, by code that the dimensions share.
+template <int row, class basis>
+[[gnu::noinline]] std::vector<double> present_block(view<const double> K, std::int64_t D) {
     using tables = row_tables<row>;
+    constexpr int basis_size = int(basis::lambda.size());
     const double* const samples = present_samples<row>(K, D);
-    for (int a = 0; a < D; ++a)
-        for (int b = 0; b < D; ++b)
+    std::vector<double> block(std::size_t(tables::P * D * D * basis_size));
+    for (std::int64_t a = 0; a < D; ++a)
+        for (std::int64_t b = 0; b < D; ++b)
             for (int i = 0; i < tables::P; ++i)
                 for (int l = 0; l < basis_size; ++l) {
                     double sum = 0.0;
                     for (int q = 0; q < tables::P; ++q) {
-                        const double sample = samples[(std::int64_t{tables::present[i].lag[q]} * D + a) * D + b];
-                        sum += (sample * tables::present[i].weight[q]) * value(i, q, l);
+                        const double sample = samples[(tables::present[i].lag[q] * D + a) * D + b];
+                        sum += (sample * tables::present[i].weight[q]) * basis::at_point(i, q, l);
                     }
-                    put(a * tables::P + i, b, l, sum);
+                    block[((a * tables::P + i) * D + b) * basis_size + l] = sum;
                 }
+    return block;
 }
 
 // What the provider of the lag blocks needs for the length of a solve.

@@ -61,6 +61,9 @@ struct row_tables {
         return rules;
     }();
 
+    // Basis polynomial l at the point c_i * c_q.
+    static constexpr double at_point(int i, int q, int l) { return present[i].value[q][l]; }
+
     // The number of kernel samples that the present step reads.
     static constexpr int present_samples = [] {
         int largest = 0;
@@ -112,6 +115,8 @@ struct continuous_tables {
                 values[i][q] = values_at(tables::c[i] * tables::c[q]);
         return values;
     }();
+
+    static constexpr double at_point(int i, int q, int l) { return present[i][q][l]; }
 
     // [e]: at sample e of a step. The reciprocal is rounded first.
     static constexpr auto sample_value = [] {

@@ -24,6 +24,36 @@
 
 namespace quenta {
 
+struct vie1_solution {
+    std::int64_t steps, D;
+    const double* U; // U_j at j * P * D
+    const double* B; // B_j at j * D, in the continuous form
+};
+
+template <int row, class basis>
+[[gnu::noinline]] void write_vie1(const vie1_solution& solution, bool want_coeffs, view<double> out,
+                                  view<double> coeffs) {
+    constexpr int P = row_tables<row>::P;
+    constexpr int terms = int(basis::lambda.size());
+    constexpr int carried = terms - P; // the polynomial goes through B_j, then through U_j
+    const auto [steps, D, U, B] = solution;
+    // A value of the polynomial of step j, or one of its coefficients. The sum starts from its first term.
+    const auto weighted_sum = [=](std::int64_t j, std::int64_t b, const auto& weight) {
+        const double* const values = U + (j * D + b) * P;
+        double sum = weight(0) * (carried ? B[j * D + b] : values[0]);
+        for (int l = 1; l < terms; ++l)
+            sum += weight(l) * values[l - carried];
+        return sum;
+    };
+    if (want_coeffs)
+        write_coefficients(steps, D, P + 1, terms, coeffs, [&](std::int64_t j, std::int64_t b, int power) {
+            return weighted_sum(j, b, [power](int l) { return basis::lambda[l][power]; });
+        });
+    write_samples<row_tables<row>::S>(steps, D, out, [&](std::int64_t j, std::int64_t b, int e) {
+        return weighted_sum(j, b, [e](int l) { return basis::sample_value[e][l]; });
+    });
+}
+
 template <int row, class dimension>
 bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<const double> y0, double dt,
                 bool want_coeffs, bool continuous, view<double> out, view<double> coeffs, int* n_steps) {
@@ -45,22 +75,20 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
     const std::int64_t n_sys = system.n_sys;
     std::vector<double> start_block; // h * C0, row-major, n_sys by D
     if (continuous) {
+        const std::vector<double> raw = present_block<row, continuous_tables<row>>(K, D);
         start_block.resize(n_sys * D);
-        const auto value = [](int i, int q, int l) {
-            return continuous_tables<row>::present[i][q][l];
-        };
-        visit_present_step<row, P + 1>(K, dim.D, value, [&](int r, int b, int l, double sum) {
-            if (l == 0)
-                start_block[r * D + b] = h * -sum;
-            else
-                system.at(r, b * P + l - 1) = h * sum;
-        });
+        for (std::int64_t r = 0; r < n_sys; ++r)
+            for (std::int64_t b = 0; b < D; ++b) {
+                const double* const of_basis = &raw[(r * D + b) * (P + 1)]; // the carried value's polynomial first
+                start_block[r * D + b] = h * -of_basis[0];
+                for (int l = 0; l < P; ++l)
+                    system.at(int(r), int(b * P + l)) = h * of_basis[l + 1];
+            }
     } else {
-        const auto value = [](int i, int q, int l) {
-            return tables::present[i].value[q][l];
-        };
-        visit_present_step<row, P>(K, dim.D, value,
-                                   [&](int r, int b, int l, double sum) { system.at(r, b * P + l) = h * sum; });
+        const std::vector<double> raw = present_block<row, tables>(K, D);
+        for (std::int64_t r = 0; r < n_sys; ++r)
+            for (std::int64_t c = 0; c < n_sys; ++c)
+                system.at(int(r), int(c)) = h * raw[r * n_sys + c];
     }
 
     std::vector<double> U(n_sys * steps); // U_j at j * n_sys
@@ -107,29 +135,11 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
             }
     }
 
-    const auto write_output = [&]<class basis>(basis) {
-        constexpr int terms = int(basis::lambda.size());
-        constexpr int carried = terms - P; // the polynomial goes through B_j, then through U_j
-        // A value of the polynomial of step j, or one of its coefficients. The sum starts from its first term.
-        const auto weighted_sum = [&](std::int64_t j, std::int64_t b, const auto& weight) {
-            const double* const values = U.data() + j * n_sys + b * P;
-            double sum = weight(0) * (carried ? B[j * D + b] : values[0]);
-            for (int l = 1; l < terms; ++l)
-                sum += weight(l) * values[l - carried];
-            return sum;
-        };
-        if (want_coeffs)
-            write_coefficients(steps, D, P + 1, terms, coeffs, [&](std::int64_t j, std::int64_t b, int power) {
-                return weighted_sum(j, b, [power](int l) { return basis::lambda[l][power]; });
-            });
-        write_samples<S>(steps, D, out, [&](std::int64_t j, std::int64_t b, int e) {
-            return weighted_sum(j, b, [e](int l) { return basis::sample_value[e][l]; });
-        });
-    };
+    const vie1_solution solution{steps, D, U.data(), B.data()};
     if (continuous)
-        write_output(continuous_tables<row>{});
+        write_vie1<row, continuous_tables<row>>(solution, want_coeffs, out, coeffs);
     else
-        write_output(tables{});
+        write_vie1<row, tables>(solution, want_coeffs, out, coeffs);
     return true;
 }
 

@@ -22,6 +22,28 @@
 
 namespace quenta {
 
+template <int row>
+[[gnu::noinline]] void write_vie2(std::int64_t steps, std::int64_t D, const std::vector<double>& U, bool want_coeffs,
+                                  view<double> out, view<double> coeffs) {
+    using tables = row_tables<row>;
+    constexpr int P = tables::P;
+    // A value of the polynomial of step n, or one of its coefficients. The sum starts from 0.0.
+    const auto weighted_sum = [&](std::int64_t n, std::int64_t b, const auto& weight) {
+        const double* const values = U.data() + (n * D + b) * P;
+        double sum = 0.0;
+        for (int l = 0; l < P; ++l)
+            sum += values[l] * weight(l);
+        return sum;
+    };
+    if (want_coeffs)
+        write_coefficients(steps, D, P + 1, P, coeffs, [&](std::int64_t n, std::int64_t b, int power) {
+            return weighted_sum(n, b, [power](int l) { return tables::lambda[l][power]; });
+        });
+    write_samples<tables::S>(steps, D, out, [&](std::int64_t n, std::int64_t b, int e) {
+        return weighted_sum(n, b, [e](int l) { return tables::sample_value[e][l]; });
+    });
+}
+
 // From `samples` samples, and everything else from the arrays as they come.
 template <int row, class dimension>
 bool march_vie2(std::int32_t samples, view<const double> g, view<const double> K, dimension dim, double dt,
@@ -39,13 +61,10 @@ bool march_vie2(std::int32_t samples, view<const double> g, view<const double> K
     // is no step.
     step_system<P, dimension> system{dim};
     const std::int64_t n_sys = system.n_sys;
-    const auto value = [](int i, int q, int l) {
-        return tables::present[i].value[q][l];
-    };
-    visit_present_step<row, P>(K, dim.D, value, [&](int r, int b, int l, double W) {
-        const int c = b * P + l;
-        system.at(r, c) = (r == c ? 1.0 : 0.0) - h * W;
-    });
+    const std::vector<double> W = present_block<row, tables>(K, D);
+    for (std::int64_t r = 0; r < n_sys; ++r)
+        for (std::int64_t c = 0; c < n_sys; ++c)
+            system.at(int(r), int(c)) = (r == c ? 1.0 : 0.0) - h * W[r * n_sys + c];
 
     std::vector<double> U(n_sys * steps); // U[n] at n * n_sys
     lag_block_context<dimension> context{K, h, dim};
@@ -72,22 +91,7 @@ bool march_vie2(std::int32_t samples, view<const double> g, view<const double> K
         history.push(solved);
     }
 
-    // The polynomial of a step is the sum over l of U[n][l] times the weight of node l, which is a coefficient or a
-    // value of basis polynomial l; it starts from 0.0.
-    const auto weighted_sum = [&](std::int64_t n, std::int64_t b, const auto& weight) {
-        const double* const values = U.data() + n * n_sys + b * P;
-        double sum = 0.0;
-        for (int l = 0; l < P; ++l)
-            sum += values[l] * weight(l);
-        return sum;
-    };
-    if (want_coeffs)
-        write_coefficients(steps, D, P + 1, P, coeffs, [&](std::int64_t n, std::int64_t b, int power) {
-            return weighted_sum(n, b, [power](int l) { return tables::lambda[l][power]; });
-        });
-    write_samples<S>(steps, D, out, [&](std::int64_t n, std::int64_t b, int e) {
-        return weighted_sum(n, b, [e](int l) { return tables::sample_value[e][l]; });
-    });
+    write_vie2<row>(steps, D, U, want_coeffs, out, coeffs);
     return true;
 }
 

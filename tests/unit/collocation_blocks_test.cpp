@@ -33,28 +33,14 @@ view<const double> view_of(const std::vector<double>& K) {
     return {K.size(), K.data()};
 }
 
-// The present step, row-major: P * D rows, and basis_size * D columns with the basis function running fastest. A
-// cell that is never put is a NaN.
-template <int row, int basis_size, class basis_value_at>
-std::vector<double> present_block(const std::vector<double>& K, int D, const basis_value_at& value) {
-    constexpr int P = row_tables<row>::P;
-    std::vector<double> block(static_cast<std::size_t>(P * D * basis_size * D), ieee::quiet_nan);
-    visit_present_step<row, basis_size>(view_of(K), D, value, [&](int r, int b, int l, double sum) {
-        block.at(static_cast<std::size_t>(r * basis_size * D + b * basis_size + l)) = sum;
-    });
-    return block;
-}
-
 template <int row>
 std::vector<double> discontinuous_block(const std::vector<double>& K, int D) {
-    return present_block<row, row_tables<row>::P>(
-        K, D, [](int i, int q, int l) { return row_tables<row>::present[i].value[q][l]; });
+    return present_block<row, row_tables<row>>(view_of(K), D);
 }
 
 template <int row>
 std::vector<double> continuous_block(const std::vector<double>& K, int D) {
-    return present_block<row, row_tables<row>::P + 1>(
-        K, D, [](int i, int q, int l) { return continuous_tables<row>::present[i][q][l]; });
+    return present_block<row, continuous_tables<row>>(view_of(K), D);
 }
 
 // Block `lag` as the history receives it, and both kinds of dimension must agree on it.
