@@ -51,22 +51,29 @@ struct lag_block_context {
     dimension dim;
 };
 
+// The kernel sample at lag j * h, with those around it that a lag block reads: (k_i - k_l) m before and after it.
+template <int row>
+const double* lag_samples(view<const double> K, std::int64_t D, std::int32_t j) {
+    using tables = row_tables<row>;
+    constexpr std::int64_t reach = (tables::k[tables::P - 1] - tables::k[0]) * tables::m;
+    const std::int64_t first = std::int64_t{j} * tables::S - reach;
+    return K.slice(std::uint64_t(first * D * D), std::uint64_t((2 * reach + 1) * D * D)).pointer + reach * D * D;
+}
+
 // h * (K[j S + (k_i - k_l) m](a, b) * b_l): the block of lag j in the history, row-major.
 template <int row, class dimension>
 void lag_block_provider(void* context, std::int32_t j, ToeplitzHistory& history) {
     using tables = row_tables<row>;
     constexpr int P = tables::P;
-    constexpr std::int64_t reach = (tables::k[P - 1] - tables::k[0]) * tables::m;
     const auto& [K, h, dim] = *static_cast<const lag_block_context<dimension>*>(context);
     const std::int64_t D = dim.D;
-    const std::int64_t first = std::int64_t{j} * tables::S - reach;
-    const double* const samples = K.slice(std::uint64_t(first * D * D), std::uint64_t((2 * reach + 1) * D * D)).pointer;
+    const double* const samples = lag_samples<row>(K, D, j);
     double* entry = history.kernel_block(j).pointer;
     for (std::int64_t a = 0; a < D; ++a)
         for (int i = 0; i < P; ++i)
             for (std::int64_t b = 0; b < D; ++b)
                 for (int l = 0; l < P; ++l) {
-                    const std::int64_t sample = reach + (tables::k[i] - tables::k[l]) * tables::m;
+                    const std::int64_t sample = (tables::k[i] - tables::k[l]) * tables::m;
                     *entry++ = h * (samples[(sample * D + a) * D + b] * tables::b[l]);
                 }
 }

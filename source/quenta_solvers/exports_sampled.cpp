@@ -2,6 +2,7 @@
 #include "quenta_solvers/quenta_native.h"
 #include "quenta_solvers/sampled_entry.hpp"
 #include "quenta_solvers/variant_dispatch.hpp"
+#include "quenta_solvers/vide.hpp"
 #include "quenta_solvers/vie1.hpp"
 #include "quenta_solvers/vie2.hpp"
 
@@ -66,6 +67,32 @@ int quenta_solve_vie2(const double* g, const double* K, int N, double dt, int m,
         return dispatch_row(sizes.row, [&]<int row>() {
             return solve_vie2_impl<row>({sizes.vectors, g}, {sizes.vectors, K}, dt, want_coeffs != 0,
                                         {sizes.vectors, out}, coefficient_view(coeffs, sizes), steps);
+        });
+    });
+}
+
+int quenta_solve_vide_vec(const double* g, const double* K, const double* a, int N, int D, const double* y0, double dt,
+                          int m, const int* list, int count, int want_coeffs, double* out, double* coeffs,
+                          int* n_steps) {
+    const sampled_request request{N, D, m, list, count};
+    return run_sampled_solver(request, accept_all_rows, n_steps, [&](const sampled_sizes& sizes, int* steps) {
+        return dispatch_row(sizes.row, [&]<int row>() {
+            return dispatch_dimension(D, [&](auto dimension) {
+                return solve_vide_vec_impl<row>({sizes.vectors, g}, {sizes.matrices, K}, {sizes.matrices, a}, dimension,
+                                                {extended_length(D), y0}, dt, want_coeffs != 0, {sizes.vectors, out},
+                                                coefficient_view(coeffs, sizes), steps);
+            });
+        });
+    });
+}
+
+int quenta_solve_vide(const double* g, const double* K, const double* a, int N, double y0, double dt, int m,
+                      const int* list, int count, int want_coeffs, double* out, double* coeffs, int* n_steps) {
+    const sampled_request request{N, 1, m, list, count};
+    return run_sampled_solver(request, accept_all_rows, n_steps, [&](const sampled_sizes& sizes, int* steps) {
+        return dispatch_row(sizes.row, [&]<int row>() {
+            return solve_vide_impl<row>({sizes.vectors, g}, {sizes.vectors, K}, {sizes.vectors, a}, y0, dt,
+                                        want_coeffs != 0, {sizes.vectors, out}, coefficient_view(coeffs, sizes), steps);
         });
     });
 }

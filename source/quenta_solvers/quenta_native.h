@@ -204,6 +204,72 @@ QUENTA_API int quenta_solve_vie1_vec(const double* g, const double* K, int N, in
 QUENTA_API int quenta_solve_vie1(const double* g, const double* K, int N, double y0, double dt, int m, const int* list,
                                  int count, int want_coeffs, int continuous, double* out, double* coeffs, int* n_steps);
 
+/* Integro-differential, scalar:  y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s) ds, with y(0) = y0.
+ *
+ * Collocation (Brunner, chapter 3): on each step of length h = m * m * dt the derivative is the polynomial of degree
+ * count - 1 through its values at the nodes t_n + c_j h, where the equation is demanded, and the solution is its
+ * integral, a polynomial of degree count that takes up the end of the step before. The integrals of the equation are
+ * replaced as in quenta_solve_vie2, and the cost grows in the same way. All 56 settings are accepted: m = 1 with node 0
+ * is the explicit Euler method, m = 1 with node 1 the implicit one.
+ *
+ * In   g[N], K[N]       forcing at t_i and kernel at lag t_i, which has the unit of 1/time squared here
+ *      a[N]             coefficient at t_i, in the unit of 1/time
+ *      N                number of samples, at least 1, and enough for the kernel samples that the first step needs:
+ *                       more than the largest k_i * (m - k_q) over the setting's nodes. A smaller N is fatal.
+ *      y0               y at t = 0
+ *      dt               spacing of the samples, in the unit of t; not examined
+ *      m, list[count]   a setting: a row of quenta_get_supported_settings. list is not read if no row has this m
+ *                       and this count.
+ *      want_coeffs      non-zero: also fill coeffs
+ * Out  out[N]           y(t_i), from out[0] = y0 on if there is a step; at a step boundary the mean of the values of the
+ *                       two polynomials, which differ by rounding; 0.0 past the last whole step
+ *      coeffs[(count+1)*steps]   with want_coeffs: step n, power j of s = (t - t_n) / h in 0 .. 1 at
+ *                       n*(count+1) + j, for j = 0 .. count. Not touched and may be null without want_coeffs; null
+ *                       with it is fatal once there is a step.
+ *      n_steps          steps = (N-1) / (m*m), rounded down. Samples past steps*m*m play no part.
+ * Returns QUENTA_SOLVED;
+ *      QUENTA_SIZE_OVERFLOW if (count+1)*steps > 2147483647 or (count+1)*(count+1) > 2147483647, tested first;
+ *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
+ *      QUENTA_SINGULAR_BLOCK if the system of some step is singular to rounding, or has an infinite pivot.
+ * Takes, for P = count, up to 3 P*P + 14 P + 10 doubles of memory for every step, and 64 KiB of stack.
+ * Any number of threads may call at once. Needs quenta_rt_init.
+ */
+QUENTA_API int quenta_solve_vide(const double* g, const double* K, const double* a, int N, double y0, double dt, int m,
+                                 const int* list, int count, int want_coeffs, double* out, double* coeffs,
+                                 int* n_steps);
+
+/* Integro-differential, for vectors of D components:  y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s)
+ * ds, with y(0) = y0.
+ *
+ * The scheme of quenta_solve_vide, with a vector at each point and a matrix for each sample of K and of a. Results for D
+ * = 1, for D from 2 to 8 and for larger D are rounded in different ways: those of quenta_solve_vide and of D = 1 agree
+ * but for the last bits.
+ *
+ * In   g[N*D]           forcing: component r at t_i at i*D + r
+ *      K[N*D*D]         kernel: entry (r, c) at lag t_i at i*D*D + r*D + c
+ *      a[N*D*D]         coefficient: entry (r, c) at t_i at i*D*D + r*D + c
+ *      N                number of samples, as above
+ *      D                dimension of y; 1 to 8 are the fastest. D = 0 ends the process by the arithmetic fault, a
+ *                       negative one has no defined result.
+ *      y0[D]            y at t = 0
+ *      dt               spacing of the samples, in the unit of t; not examined
+ *      m, list[count]   a setting
+ *      want_coeffs      non-zero: also fill coeffs
+ * Out  out[N*D]         y(t_i), component r at i*D + r, as above
+ *      coeffs[(count+1)*D*steps]   with want_coeffs: step n, power j of s, component r at (n*(count+1) + j)*D + r, for
+ *                       j = 0 .. count. May be null as above.
+ *      n_steps          steps = (N-1) / (m*m), rounded down
+ * Returns QUENTA_SOLVED;
+ *      QUENTA_SIZE_OVERFLOW if N*D*D, (count+1)*D*steps or ((count+1)*D) squared > 2147483647, tested first;
+ *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
+ *      QUENTA_SINGULAR_BLOCK as above.
+ * Takes, for n = count * D, up to 3 n*n + (3 D + 11) n + 6 D + 4 doubles of memory for every step, and 64 KiB of stack.
+ * Any number of threads may call at once. Needs quenta_rt_init.
+ */
+QUENTA_API int quenta_solve_vide_vec(const double* g, const double* K, const double* a, int N, int D, const double* y0,
+                                     double dt, int m, const int* list, int count, int want_coeffs, double* out,
+                                     double* coeffs, int* n_steps);
+
 #ifdef __cplusplus
 }
 #endif

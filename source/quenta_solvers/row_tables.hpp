@@ -130,6 +130,56 @@ struct continuous_tables {
     static constexpr per_basis end_value = values_at(1.0);
 };
 
+// The integrals B_l(v) of L_l from 0 to v: the basis of a polynomial whose derivative is known at the nodes. Neither
+// form of a table may take the place of the other: B_l(1) and the weight b_l are one number, rounded in two ways.
+template <int row>
+struct integrated_tables {
+    using tables = row_tables<row>;
+    static constexpr int P = tables::P;
+    using per_basis = std::array<double, P>;
+
+    // beta[l][p]: the coefficient of v^p of B_l, p = 0 .. P. The reciprocal of p is rounded first.
+    static constexpr std::array<std::array<double, P + 1>, P> beta = [] {
+        std::array<std::array<double, P + 1>, P> coefficients{};
+        for (int l = 0; l < P; ++l)
+            for (int p = 1; p <= P; ++p)
+                coefficients[l][p] = tables::lambda[l][p - 1] * (1.0 / double(p));
+        return coefficients;
+    }();
+
+    static constexpr per_basis values_at(double v) {
+        per_basis values{};
+        for (int l = 0; l < P; ++l)
+            values[l] = basis_value(beta[l], v);
+        return values;
+    }
+
+    // [i]: at node i. All of B_l(0) are +0.0, and need not be subtracted.
+    static constexpr std::array<per_basis, P> node_value = [] {
+        std::array<per_basis, P> values{};
+        for (int i = 0; i < P; ++i)
+            values[i] = values_at(tables::c[i]);
+        return values;
+    }();
+
+    // [i][q]: at the point c_i * c_q of the partial rule.
+    static constexpr std::array<std::array<per_basis, P>, P> present = [] {
+        std::array<std::array<per_basis, P>, P> values{};
+        for (int i = 0; i < P; ++i)
+            for (int q = 0; q < P; ++q)
+                values[i][q] = values_at(tables::c[i] * tables::c[q]);
+        return values;
+    }();
+
+    // [e]: at sample e of a step, e / S; the last is the end of the step.
+    static constexpr std::array<per_basis, tables::S + 1> sample_value = [] {
+        std::array<per_basis, tables::S + 1> values{};
+        for (int e = 0; e <= tables::S; ++e)
+            values[e] = values_at(double(e) / double(tables::S));
+        return values;
+    }();
+};
+
 // Values that anyone can check by hand: the trapezoidal rule, and Simpson's rule (whose weights are the rounded sums
 // of rounded terms, and so not the doubles nearest to 1/6 and 2/3).
 static_assert(row_tables<2>::b == std::array{0.5, 0.5});

@@ -1,0 +1,218 @@
+// The collocation scheme of the integro-differential equation, on steps of length h = S * dt with P nodes c_i = k_i /
+// m.
+//
+// The unknowns Z[n] of a step are the values of the derivative at the collocation points t_n + c_i h. The solution is
+// continuous: on step n it is y[n] + h * (sum over j of Z[n][j] B_j(s)), with the integrals B_j of the basis
+// polynomials, and its end is y[n + 1]. In these unknowns the equation at the nodes is
+//
+//     (I - h Ba - h h W) Z[n] = Ya y[n] + G[n] + Q[n],     Ba = a B_j(c_i),  Ya = a + h V,
+//
+// where a is the coefficient at the nodes, the quadrature rule of the nodes replaces the integral over the finished
+// steps by the history Q, and the integral over the part [t_n, t_n + c_i h] of the present step by the tables V and W
+// (H. Brunner, Collocation Methods for Volterra Integral and Related Functional Equations, Cambridge University Press
+// 2004, chapter 3).
+#pragma once
+
+#include "quenta_solvers/collocation_blocks.hpp"
+#include "quenta_solvers/step_output.hpp"
+#include "quenta_solvers/step_system.hpp"
+#include "quenta_solvers/vide.hpp"
+#include "utility/integers.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace quenta {
+
+// One scheme, rounded in three ways on purpose: a body keeps its own grouping of these formulas, so that its results
+// stay what they are. Everything else is common.
+//
+//   y_coefficient   an entry of Ya; sum is the kernel's part of it, without the factors c and h
+//   matrix_entry    an entry of the step's matrix; e is that of the identity
+//   end_weight      of h * Z[n][j] in y[n + 1], from b_j and B_j(1), which are the same number before rounding
+struct scalar_rounding {
+    static double y_coefficient(double a, double sum, double c, double h) { return a + (sum * c) * h; }
+    static double matrix_entry(double e, double W, double Ba, double h) { return e - (W * h + Ba) * h; }
+    static constexpr double end_weight(double, double B_at_end) { return B_at_end; }
+};
+template <class dimension>
+struct vector_rounding {
+    static double y_coefficient(double a, double sum, double c, double h) { return sum * (c * h) + a; }
+    static double matrix_entry(double e, double W, double Ba, double h) { return e - ((h * h) * W + h * Ba); }
+    static constexpr double end_weight(double b, double) { return b; }
+};
+template <>
+struct vector_rounding<run_time_dimension> {
+    static double y_coefficient(double a, double sum, double c, double h) { return sum * (c * h) + a; }
+    static double matrix_entry(double e, double W, double Ba, double h) { return (e - h * Ba) - (h * h) * W; }
+    static constexpr double end_weight(double b, double) { return b; }
+};
+
+// The block of lag d in the history, row-major. With x_l = K[d S + (k_i - k_l) m](r, c) * b_l, the entry for row r, i
+// is (h * h) * (sum over l of x_l * B_j(c_l)) in the column of Z component c at node j, and h * (sum over l of x_l) in
+// that of y component c; these come last.
+template <int row, class dimension>
+void vide_lag_block_provider(void* context, std::int32_t d, ToeplitzHistory& history) {
+    using tables = row_tables<row>;
+    constexpr int P = tables::P;
+    const auto& [K, h, dim] = *static_cast<const lag_block_context<dimension>*>(context);
+    const std::int64_t D = dim.D;
+    const double* const samples = lag_samples<row>(K, D, d);
+    double* z = history.kernel_block(d).pointer;
+    for (std::int64_t r = 0; r < D; ++r)
+        for (int i = 0; i < P; ++i) {
+            double* const y = z + P * D;
+            for (std::int64_t c = 0; c < D; ++c) {
+                double y_sum = 0.0;
+                typename tables::template per_node<double> z_sum{};
+                for (int l = 0; l < P; ++l) {
+                    const std::int64_t sample = (tables::k[i] - tables::k[l]) * tables::m;
+                    const double x = samples[(sample * D + r) * D + c] * tables::b[l];
+                    y_sum += x;
+                    for (int j = 0; j < P; ++j)
+                        z_sum[j] += x * integrated_tables<row>::node_value[l][j];
+                }
+                for (int j = 0; j < P; ++j)
+                    *z++ = (h * h) * z_sum[j];
+                y[c] = h * y_sum;
+            }
+            z = y + D;
+        }
+}
+
+// From `samples` samples, and everything else from the arrays as they come.
+template <int row, class rounding, class dimension>
+bool march_vide(std::int32_t samples, view<const double> g, view<const double> K, view<const double> a, dimension dim,
+                view<const double> y0, double dt, bool want_coeffs, view<double> out, view<double> coeffs,
+                int* n_steps) {
+    using tables = row_tables<row>;
+    using integrals = integrated_tables<row>;
+    constexpr int P = tables::P;
+    constexpr int S = tables::S;
+    const std::int64_t D = dim.D;
+
+    const double h = dt * double(S);
+    const std::int32_t steps = wrapping_sum(samples, -1) / S;
+    *n_steps = steps;
+
+    // The tables of the present step are the same in every step; the coefficient is what varies. They are built before
+    // anything else is decided, so that a kernel too short for them is fatal even where there is no step.
+    step_system<P, dimension> system{dim};
+    const std::int64_t n_sys = system.n_sys;
+    std::vector<double> W(n_sys * n_sys); // column-major
+    const auto value = [](int i, int q, int l) {
+        return integrals::present[i][q][l];
+    };
+    visit_present_step<row, P>(K, dim.D, value,
+                               [&](int r, int b, int l, double sum) { W[(b * P + l) * n_sys + r] = sum; });
+    const double* const present = present_samples<row>(K, D);
+    std::vector<double> kernel_sums(n_sys * D); // [r * P + i][c]: the sum over l of K[k_i (m - k_l)](r, c) * b_l
+    for (std::int64_t r = 0; r < D; ++r)
+        for (int i = 0; i < P; ++i)
+            for (std::int64_t c = 0; c < D; ++c) {
+                double sum = 0.0;
+                for (int l = 0; l < P; ++l)
+                    sum += present[(tables::present[i].lag[l] * D + r) * D + c] * tables::b[l];
+                kernel_sums[(r * P + i) * D + c] = sum;
+            }
+
+    // What the history is given of each step: Z[n], then y[n]. The last block is there for the y alone.
+    const std::int64_t width = n_sys + D;
+    std::vector<double> solution((std::int64_t{steps} + 1) * width);
+    const auto Z = [&](std::int64_t n, std::int64_t r) {
+        return solution.data() + n * width + r * P;
+    };
+    const auto y = [&](std::int64_t n) {
+        return solution.data() + n * width + n_sys;
+    };
+    lag_block_context<dimension> context{K, h, dim};
+    ToeplitzHistory history;
+    history.init(steps, static_cast<std::int32_t>(n_sys), static_cast<std::int32_t>(width));
+    history.set_kernel_provider(&context, vide_lag_block_provider<row, dimension>);
+    std::copy_n(y0.slice(0, D).pointer, D, y(0));
+    if (steps == 0) {
+        std::fill_n(out.pointer, out.length, 0.0);
+        return true;
+    }
+
+    const double* forcing = g.slice(0, std::uint64_t((std::int64_t{steps} * S + 1) * D)).pointer;
+    const double* coefficient = a.slice(0, std::uint64_t((std::int64_t{steps} * S + 1) * D * D)).pointer;
+    double* const rhs = system.rhs();
+    for (std::int32_t n = 0; n < steps; ++n, forcing += S * D, coefficient += S * D * D) {
+        const double* const Q = history.history_at(n).pointer;
+        for (std::int64_t r = 0; r < D; ++r)
+            for (int i = 0; i < P; ++i) {
+                const std::int64_t sample = tables::m * tables::k[i];
+                const std::int64_t R = r * P + i;
+                double value_of_row = forcing[sample * D + r] + Q[R];
+                for (std::int64_t c = 0; c < D; ++c)
+                    value_of_row += rounding::y_coefficient(coefficient[(sample * D + r) * D + c],
+                                                            kernel_sums[R * D + c], tables::c[i], h) *
+                                    y(n)[c];
+                rhs[R] = value_of_row;
+            }
+
+        // Column by column: first Ba, then what is made of it.
+        for (int c = 0; c < D; ++c)
+            for (int j = 0; j < P; ++j) {
+                const int C = c * P + j;
+                const double* const W_column = W.data() + C * n_sys;
+                for (int r = 0; r < D; ++r)
+                    for (int i = 0; i < P; ++i)
+                        system.at(r * P + i, C) =
+                            coefficient[(tables::m * tables::k[i] * D + r) * D + c] * integrals::node_value[i][j];
+                const double Ba_diagonal = system.at(C, C);
+                for (int R = 0; R < n_sys; ++R)
+                    system.at(R, C) = rounding::matrix_entry(0.0, W_column[R], system.at(R, C), h);
+                system.at(C, C) = rounding::matrix_entry(1.0, W_column[C], Ba_diagonal, h);
+            }
+        if (!system.eliminate())
+            return false;
+        system.solve();
+
+        std::copy_n(rhs, n_sys, Z(n, 0));
+        for (std::int64_t r = 0; r < D; ++r) {
+            double end = y(n)[r];
+            for (int j = 0; j < P; ++j)
+                end += (h * Z(n, r)[j]) * rounding::end_weight(tables::b[j], integrals::sample_value[S][j]);
+            y(n + 1)[r] = end;
+        }
+        history.push({std::uint64_t(width), Z(n, 0)});
+    }
+
+    // The polynomial of a step, or one of its coefficients: the sum over j of h * Z[n][j] times a value or a
+    // coefficient of B_j, on top of what `from` is.
+    const auto weighted_sum = [&](double from, std::int64_t n, std::int64_t r, const auto& weight) {
+        for (int j = 0; j < P; ++j)
+            from += (h * Z(n, r)[j]) * weight(j);
+        return from;
+    };
+    if (want_coeffs)
+        write_coefficients(steps, D, P + 1, P + 1, coeffs, [&](std::int64_t n, std::int64_t r, int power) {
+            return weighted_sum(power == 0 ? y(n)[r] : 0.0, n, r, [power](int j) { return integrals::beta[j][power]; });
+        });
+    write_samples<S>(steps, D, out, [&](std::int64_t n, std::int64_t r, int e) {
+        return weighted_sum(y(n)[r], n, r, [e](int j) { return integrals::sample_value[e][j]; });
+    });
+    return true;
+}
+
+template <int row>
+bool solve_vide_impl(view<const double> g, view<const double> K, view<const double> a, double y0, double dt,
+                     bool want_coeffs, view<double> out, view<double> coeffs, int* n_steps) {
+    return march_vide<row, scalar_rounding>(guarded_int(K.length), g, K, a, fixed_dimension<1>{}, {1, &y0}, dt,
+                                            want_coeffs, out, coeffs, n_steps);
+}
+
+template <int row, class dimension>
+bool solve_vide_vec_impl(view<const double> g, view<const double> K, view<const double> a, dimension dim,
+                         view<const double> y0, double dt, bool want_coeffs, view<double> out, view<double> coeffs,
+                         int* n_steps) {
+    const std::int32_t samples = faulting_quotient(static_cast<std::int32_t>(K.length), wrapping_product(dim.D, dim.D));
+    return march_vide<row, vector_rounding<dimension>>(samples, g, K, a, dim, y0, dt, want_coeffs, out, coeffs,
+                                                       n_steps);
+}
+
+} // namespace quenta
