@@ -231,7 +231,7 @@ QUENTA_API int quenta_solve_vie1(const double* g, const double* K, int N, double
  *      QUENTA_SIZE_OVERFLOW if (count+1)*steps > 2147483647 or (count+1)*(count+1) > 2147483647, tested first;
  *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
  *      QUENTA_SINGULAR_BLOCK if the system of some step is singular to rounding, or has an infinite pivot.
- * Takes, for P = count, up to 3 P*P + 14 P + 10 doubles of memory for every step, and 64 KiB of stack.
+ * Takes, for P = count, up to 3 P*P + 14 P + 14 doubles of memory for every step, 1700 beside, and 64 KiB of stack.
  * Any number of threads may call at once. Needs quenta_rt_init.
  */
 QUENTA_API int quenta_solve_vide(const double* g, const double* K, const double* a, int N, double y0, double dt, int m,
@@ -263,7 +263,8 @@ QUENTA_API int quenta_solve_vide(const double* g, const double* K, const double*
  *      QUENTA_SIZE_OVERFLOW if N*D*D, (count+1)*D*steps or ((count+1)*D) squared > 2147483647, tested first;
  *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
  *      QUENTA_SINGULAR_BLOCK as above.
- * Takes, for n = count * D, up to 3 n*n + (3 D + 11) n + 6 D + 4 doubles of memory for every step, and 64 KiB of stack.
+ * Takes, for n = count * D, up to 3 n*(n + D) + 11 n + 6 D + 8 doubles of memory for every step, 34 (n + D)*(n + 7)
+ *      beside, and 64 KiB of stack.
  * Any number of threads may call at once. Needs quenta_rt_init.
  */
 QUENTA_API int quenta_solve_vide_vec(const double* g, const double* K, const double* a, int N, int D, const double* y0,
