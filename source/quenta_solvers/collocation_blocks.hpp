@@ -26,7 +26,7 @@ const double* present_samples(view<const double> K, std::int64_t D) {
 template <int row, class basis>
 [[gnu::noinline]] std::vector<double> present_block(view<const double> K, std::int64_t D) {
     using tables = row_tables<row>;
-    constexpr int basis_size = int(basis::lambda.size());
+    constexpr int basis_size = basis::basis_size;
     const double* const samples = present_samples<row>(K, D);
     std::vector<double> block(std::size_t(tables::P * D * D * basis_size));
     for (std::int64_t a = 0; a < D; ++a)

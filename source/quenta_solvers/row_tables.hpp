@@ -61,7 +61,8 @@ struct row_tables {
         return rules;
     }();
 
-    // Basis polynomial l at the point c_i * c_q.
+    // Basis polynomial l, of so many, at the point c_i * c_q.
+    static constexpr int basis_size = P;
     static constexpr double at_point(int i, int q, int l) { return present[i].value[q][l]; }
 
     // The number of kernel samples that the present step reads.
@@ -116,6 +117,7 @@ struct continuous_tables {
         return values;
     }();
 
+    static constexpr int basis_size = P + 1;
     static constexpr double at_point(int i, int q, int l) { return present[i][q][l]; }
 
     // [e]: at sample e of a step. The reciprocal is rounded first.
@@ -170,6 +172,9 @@ struct integrated_tables {
                 values[i][q] = values_at(tables::c[i] * tables::c[q]);
         return values;
     }();
+
+    static constexpr int basis_size = P;
+    static constexpr double at_point(int i, int q, int l) { return present[i][q][l]; }
 
     // [e]: at sample e of a step, e / S; the last is the end of the step.
     static constexpr std::array<per_basis, tables::S + 1> sample_value = [] {

@@ -82,6 +82,47 @@ void vide_lag_block_provider(void* context, std::int32_t d, ToeplitzHistory& his
         }
 }
 
+// [r * P + i][c]: the sum over l of K[k_i (m - k_l)](r, c) * b_l, which is the same in every step.
+template <int row>
+[[gnu::noinline]] std::vector<double> present_kernel_sums(view<const double> K, std::int64_t D) {
+    using tables = row_tables<row>;
+    const double* const samples = present_samples<row>(K, D);
+    std::vector<double> sums(tables::P * D * D);
+    double* sum = sums.data();
+    for (std::int64_t r = 0; r < D; ++r)
+        for (int i = 0; i < tables::P; ++i)
+            for (std::int64_t c = 0; c < D; ++c, ++sum)
+                for (int l = 0; l < tables::P; ++l)
+                    *sum += samples[(tables::present[i].lag[l] * D + r) * D + c] * tables::b[l];
+    return sums;
+}
+
+// `solution` holds Z[n], then y[n], for every step.
+template <int row>
+[[gnu::noinline]] void write_vide(std::int64_t steps, std::int64_t D, double h, const std::vector<double>& solution,
+                                  bool want_coeffs, view<double> out, view<double> coeffs) {
+    using integrals = integrated_tables<row>;
+    constexpr int P = row_tables<row>::P;
+    const auto y = [&](std::int64_t n, std::int64_t r) {
+        return solution[n * (P + 1) * D + P * D + r];
+    };
+    // The polynomial of a step, or one of its coefficients: the sum over j of h * Z[n][j] times a value or a
+    // coefficient of B_j, on top of what `sum` is.
+    const auto weighted_sum = [&](double sum, std::int64_t n, std::int64_t r, const auto& weight) {
+        const double* const Z = solution.data() + n * (P + 1) * D + r * P;
+        for (int j = 0; j < P; ++j)
+            sum += (h * Z[j]) * weight(j);
+        return sum;
+    };
+    if (want_coeffs)
+        write_coefficients(steps, D, P + 1, P + 1, coeffs, [&](std::int64_t n, std::int64_t r, int power) {
+            return weighted_sum(power == 0 ? y(n, r) : 0.0, n, r, [power](int j) { return integrals::beta[j][power]; });
+        });
+    write_samples<row_tables<row>::S>(steps, D, out, [&](std::int64_t n, std::int64_t r, int e) {
+        return weighted_sum(y(n, r), n, r, [e](int j) { return integrals::sample_value[e][j]; });
+    });
+}
+
 // From `samples` samples, and everything else from the arrays as they come.
 template <int row, class rounding, class dimension>
 bool march_vide(std::int32_t samples, view<const double> g, view<const double> K, view<const double> a, dimension dim,
@@ -101,22 +142,8 @@ bool march_vide(std::int32_t samples, view<const double> g, view<const double> K
     // anything else is decided, so that a kernel too short for them is fatal even where there is no step.
     step_system<P, dimension> system{dim};
     const std::int64_t n_sys = system.n_sys;
-    std::vector<double> W(n_sys * n_sys); // column-major
-    const auto value = [](int i, int q, int l) {
-        return integrals::present[i][q][l];
-    };
-    visit_present_step<row, P>(K, dim.D, value,
-                               [&](int r, int b, int l, double sum) { W[(b * P + l) * n_sys + r] = sum; });
-    const double* const present = present_samples<row>(K, D);
-    std::vector<double> kernel_sums(n_sys * D); // [r * P + i][c]: the sum over l of K[k_i (m - k_l)](r, c) * b_l
-    for (std::int64_t r = 0; r < D; ++r)
-        for (int i = 0; i < P; ++i)
-            for (std::int64_t c = 0; c < D; ++c) {
-                double sum = 0.0;
-                for (int l = 0; l < P; ++l)
-                    sum += present[(tables::present[i].lag[l] * D + r) * D + c] * tables::b[l];
-                kernel_sums[(r * P + i) * D + c] = sum;
-            }
+    const std::vector<double> W = present_block<row, integrals>(K, D);
+    const std::vector<double> kernel_sums = present_kernel_sums<row>(K, D);
 
     // What the history is given of each step: Z[n], then y[n]. The last block is there for the y alone.
     const std::int64_t width = n_sys + D;
@@ -142,31 +169,21 @@ bool march_vide(std::int32_t samples, view<const double> g, view<const double> K
     double* const rhs = system.rhs();
     for (std::int32_t n = 0; n < steps; ++n, forcing += S * D, coefficient += S * D * D) {
         const double* const Q = history.history_at(n).pointer;
-        for (std::int64_t r = 0; r < D; ++r)
+        for (int r = 0; r < D; ++r)
             for (int i = 0; i < P; ++i) {
                 const std::int64_t sample = tables::m * tables::k[i];
-                const std::int64_t R = r * P + i;
-                double value_of_row = forcing[sample * D + r] + Q[R];
-                for (std::int64_t c = 0; c < D; ++c)
-                    value_of_row += rounding::y_coefficient(coefficient[(sample * D + r) * D + c],
-                                                            kernel_sums[R * D + c], tables::c[i], h) *
-                                    y(n)[c];
-                rhs[R] = value_of_row;
-            }
-
-        // Column by column: first Ba, then what is made of it.
-        for (int c = 0; c < D; ++c)
-            for (int j = 0; j < P; ++j) {
-                const int C = c * P + j;
-                const double* const W_column = W.data() + C * n_sys;
-                for (int r = 0; r < D; ++r)
-                    for (int i = 0; i < P; ++i)
-                        system.at(r * P + i, C) =
-                            coefficient[(tables::m * tables::k[i] * D + r) * D + c] * integrals::node_value[i][j];
-                const double Ba_diagonal = system.at(C, C);
-                for (int R = 0; R < n_sys; ++R)
-                    system.at(R, C) = rounding::matrix_entry(0.0, W_column[R], system.at(R, C), h);
-                system.at(C, C) = rounding::matrix_entry(1.0, W_column[C], Ba_diagonal, h);
+                const double* const a_row = coefficient + (sample * D + r) * D;
+                const int R = r * P + i;
+                double right_side = forcing[sample * D + r] + Q[R];
+                for (int c = 0; c < D; ++c) {
+                    right_side += rounding::y_coefficient(a_row[c], kernel_sums[R * D + c], tables::c[i], h) * y(n)[c];
+                    for (int j = 0; j < P; ++j) {
+                        const int C = c * P + j;
+                        const double Ba = a_row[c] * integrals::node_value[i][j];
+                        system.at(R, C) = rounding::matrix_entry(R == C ? 1.0 : 0.0, W[R * n_sys + C], Ba, h);
+                    }
+                }
+                rhs[R] = right_side;
             }
         if (!system.eliminate())
             return false;
@@ -182,20 +199,7 @@ bool march_vide(std::int32_t samples, view<const double> g, view<const double> K
         history.push({std::uint64_t(width), Z(n, 0)});
     }
 
-    // The polynomial of a step, or one of its coefficients: the sum over j of h * Z[n][j] times a value or a
-    // coefficient of B_j, on top of what `from` is.
-    const auto weighted_sum = [&](double from, std::int64_t n, std::int64_t r, const auto& weight) {
-        for (int j = 0; j < P; ++j)
-            from += (h * Z(n, r)[j]) * weight(j);
-        return from;
-    };
-    if (want_coeffs)
-        write_coefficients(steps, D, P + 1, P + 1, coeffs, [&](std::int64_t n, std::int64_t r, int power) {
-            return weighted_sum(power == 0 ? y(n)[r] : 0.0, n, r, [power](int j) { return integrals::beta[j][power]; });
-        });
-    write_samples<S>(steps, D, out, [&](std::int64_t n, std::int64_t r, int e) {
-        return weighted_sum(y(n)[r], n, r, [e](int j) { return integrals::sample_value[e][j]; });
-    });
+    write_vide<row>(steps, D, h, solution, want_coeffs, out, coeffs);
     return true;
 }
 
