@@ -38,8 +38,8 @@ struct sampled_solver {
     sampled_answer (*solve)(const system_samples& data, double dt, const reference::setting& row, int want_coeffs);
     bool (*accepts)(const reference::setting& row);
     bool (*suits)(const reference::setting& row); // there is a regular block in this kind of equation
-    // How many coefficients of a step are written, beyond the number of nodes.
-    int extra_powers;
+    int extra_powers;                             // coefficients of a step that are written beyond the number of nodes
+    int stack_KiB;                                // what the header says that a call takes
 };
 
 inline void PrintTo(const sampled_solver& solver, std::ostream* stream) {
@@ -61,22 +61,22 @@ inline const sampled_solver every_solver[] = {
      [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
          return call_vie1(data.g, data.K, data.D, data.y0, dt, row, 0, want_coeffs);
      },
-     accepted_by_vie1, suits_vie1, 0},
+     accepted_by_vie1, suits_vie1, 0, 128},
     {"vie1_continuous", true,
      [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
          return call_vie1(data.g, data.K, data.D, data.y0, dt, row, 1, want_coeffs);
      },
-     accepted_by_vie1, suits_vie1, 1},
+     accepted_by_vie1, suits_vie1, 1, 128},
     {"vie2", false,
      [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
          return call_vie2(data.g, data.K, dt, row, want_coeffs);
      },
-     always, always, 0},
+     always, always, 0, 64},
     {"vie2_vec", true,
      [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
          return call_vie2_vec(data.g, data.K, data.D, dt, row, want_coeffs);
      },
-     always, always, 0},
+     always, always, 0, 128},
 };
 
 } // namespace quenta_tests

@@ -1,8 +1,7 @@
 // Calling threads: many solves at once beside collections, attachment once a thread, and what is left of a thread.
+#include "conformance/every_solver.hpp"
 #include "quenta_solvers/calling_threads_state.hpp"
-#include "quenta_solvers/quenta_native.h"
 #include "support/bits.hpp"
-#include "support/random_data.hpp"
 #include "utility/platform.hpp"
 
 #include <gtest/gtest.h>
@@ -16,24 +15,9 @@ namespace quenta {
 
 namespace {
 
-struct solution {
-    int status;
-    int n_steps = 0;
-    std::vector<double> out, coeffs;
-};
-
-// Simpson's row, and with 300 steps every path of the history.
-solution solve(const std::vector<double>& g, const std::vector<double>& K) {
-    constexpr int list[] = {0, 1, 2};
-    const std::size_t N = g.size();
-    solution answer{-1, 0, std::vector<double>(N), std::vector<double>(N)};
-    answer.status = quenta_solve_vie2(g.data(), K.data(), int(N), 0.01, 2, list, 3, 1, answer.out.data(),
-                                      answer.coeffs.data(), &answer.n_steps);
-    return answer;
-}
-
 int solve_a_little() {
-    return solve(std::vector<double>(9, 1.0), std::vector<double>(9, 1.0)).status;
+    return quenta_tests::call_vie2(std::vector<double>(9, 1.0), std::vector<double>(9, 1.0), 0.01, {2, {0, 1, 2}})
+        .status;
 }
 
 class threads : public ::testing::Test {
@@ -48,21 +32,32 @@ protected:
 };
 
 TEST_F(threads, many_solve_at_once_beside_a_thread_that_collects) {
-    constexpr int thread_count = 16, solves_per_thread = 8;
-    quenta_tests::random_data random{16};
-    std::vector<std::vector<double>> g, K;
-    std::vector<solution> expected;
-    for (int i = 0; i < thread_count; ++i) {
-        g.push_back(random.uniform(1201));
-        K.push_back(random.uniform(1201));
-        expected.push_back(solve(g.back(), K.back()));
+    // Every solver, in both kinds of dimension, with so many steps that every path of the history is taken.
+    struct problem {
+        const quenta_tests::sampled_solver& solver;
+        quenta_tests::system_samples data;
+
+        quenta_tests::sampled_answer solve() const { return solver.solve(data, 0.01, {2, {1, 2}}, 1); }
+    };
+    constexpr int steps = 130, solves_per_thread = 8;
+    std::vector<problem> problems;
+    for (const quenta_tests::sampled_solver& solver : quenta_tests::every_solver)
+        for (const int D : solver.solves_systems ? std::vector{2, 3, 9, 12} : std::vector{1, 1, 1, 1}) {
+            problems.push_back({solver, {D, 4 * steps + 1}});
+            for (double& value : problems.back().data.g)
+                value *= double(problems.size());
+        }
+    const std::size_t thread_count = problems.size();
+    std::vector<quenta_tests::sampled_answer> expected;
+    for (const problem& each : problems) {
+        expected.push_back(each.solve());
         ASSERT_EQ(expected.back().status, QUENTA_SOLVED);
     }
 
-    std::latch all_ready{thread_count + 1};
+    std::latch all_ready{std::ptrdiff_t(thread_count) + 1};
     std::atomic<bool> solving{true};
     std::atomic<int> collections{0};
-    std::vector<std::vector<solution>> actual(thread_count);
+    std::vector<std::vector<quenta_tests::sampled_answer>> actual(thread_count);
     std::thread collector{[&] {
         all_ready.arrive_and_wait();
         do {
@@ -75,7 +70,7 @@ TEST_F(threads, many_solve_at_once_beside_a_thread_that_collects) {
         solvers.emplace_back([&, i] {
             all_ready.arrive_and_wait();
             for (int repetition = 0; repetition < solves_per_thread; ++repetition)
-                actual[i].push_back(solve(g[i], K[i]));
+                actual[i].push_back(problems[i].solve());
         });
     for (std::thread& solver : solvers)
         solver.join();
@@ -86,11 +81,12 @@ TEST_F(threads, many_solve_at_once_beside_a_thread_that_collects) {
     EXPECT_EQ(attached_threads.size(), attached_before);
     for (std::size_t i = 0; i < thread_count; ++i) {
         ASSERT_EQ(actual[i].size(), std::size_t(solves_per_thread));
-        for (const solution& each : actual[i]) {
+        for (const quenta_tests::sampled_answer& each : actual[i]) {
+            SCOPED_TRACE(problems[i].solver.name);
             EXPECT_EQ(each.status, QUENTA_SOLVED);
-            EXPECT_EQ(each.n_steps, expected[i].n_steps);
-            EXPECT_TRUE(quenta_tests::equal_bits(expected[i].out, each.out)) << "thread " << i;
-            EXPECT_TRUE(quenta_tests::equal_bits(expected[i].coeffs, each.coeffs)) << "thread " << i;
+            EXPECT_EQ(each.n_steps, steps);
+            EXPECT_TRUE(quenta_tests::equal_bits(expected[i].out.values(), each.out.values()));
+            EXPECT_TRUE(quenta_tests::equal_bits(expected[i].coeffs.values(), each.coeffs.values()));
         }
     }
 }
@@ -126,12 +122,28 @@ TEST_F(threads, a_collection_attaches_a_thread_that_has_never_solved) {
 }
 
 TEST_F(threads, a_request_that_is_refused_attaches_all_the_same) {
-    std::thread{[&] {
-        int n_steps = 0;
-        EXPECT_EQ(quenta_solve_vie2(nullptr, nullptr, 2, 1.0, 5, nullptr, 0, 0, nullptr, nullptr, &n_steps),
-                  QUENTA_UNSUPPORTED_SETTING);
-        EXPECT_EQ(attached_threads.size(), attached_before + 1);
-    }}.join();
+    using request = int (*)(int* n_steps);
+    constexpr request requests[] = {
+        [](int* n_steps) {
+            return quenta_solve_vie1(nullptr, nullptr, 2, 1.0, 1.0, 5, nullptr, 0, 0, 0, nullptr, nullptr, n_steps);
+        },
+        [](int* n_steps) {
+            return quenta_solve_vie1_vec(nullptr, nullptr, 2, 2, nullptr, 1.0, 5, nullptr, 0, 0, 0, nullptr, nullptr,
+                                         n_steps);
+        },
+        [](int* n_steps) {
+            return quenta_solve_vie2(nullptr, nullptr, 2, 1.0, 5, nullptr, 0, 0, nullptr, nullptr, n_steps);
+        },
+        [](int* n_steps) {
+            return quenta_solve_vie2_vec(nullptr, nullptr, 2, 2, 1.0, 5, nullptr, 0, 0, nullptr, nullptr, n_steps);
+        },
+    };
+    for (const request& refused : requests)
+        std::thread{[&] {
+            int n_steps = 0;
+            EXPECT_EQ(refused(&n_steps), QUENTA_UNSUPPORTED_SETTING);
+            EXPECT_EQ(attached_threads.size(), attached_before + 1);
+        }}.join();
 }
 
 TEST_F(threads, limits_and_settings_attach_nothing) {
