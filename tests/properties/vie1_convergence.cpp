@@ -7,8 +7,7 @@
 // lost (H. Brunner, Collocation Methods for Volterra Integral and Related Functional Equations, Cambridge University
 // Press 2004, section 2.4). In the continuous form there is no such product; whether errors stay bounded is seen by
 // following one through the scheme.
-#include "conformance/vie1_call.hpp"
-#include "properties/volterra_problem.hpp"
+#include "properties/system_problem.hpp"
 #include "reference/vie1.hpp"
 #include "support/random_data.hpp"
 
@@ -16,7 +15,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <complex>
 
 namespace quenta_tests {
 
@@ -49,55 +47,19 @@ bool keeps_errors_bounded(const setting& row, bool continuous) {
     return largest(steps / 2, steps) < 10.0 * largest(0, 5);
 }
 
-// sum over b of K_ab convolved with y_b, for K = M k + L l with matrices without symmetry, and K(0) regular.
-class system_problem {
-public:
-    explicit system_problem(int dimension) : D{dimension} {
+// The largest error at any sample.
+double error_of(const system_problem& problem, const setting& row, bool continuous, int steps) {
+    const int N = steps * row.m * row.m + 1, D = problem.D;
+    const double dt = 2.0 / (N - 1);
+    const system_samples data = problem.sampled(N, dt, &system_problem::g_of_first_kind);
+    const sampled_answer answer = call_vie1(data.g, data.K, D, data.y0, dt, row, continuous);
+    EXPECT_EQ(answer.status, QUENTA_SOLVED);
+    double largest = 0.0;
+    for (int i = 0; i < N; ++i)
         for (int b = 0; b < D; ++b)
-            for (const std::complex<double> rate : {std::complex{-1.0, 3.0}, std::complex{-0.5, 0.0}})
-                parts.push_back(exponential_problem("", {0.0, 1.0 + 0.15 * b}, rate));
-    }
-
-    double y(double t, int b) const { return parts[std::size_t(2 * b)].y(t); }
-    double K(double t, int a, int b) const { return M(a, b) * parts[0].K(t) + L(a, b) * parts[1].K(t); }
-    double g(double t, int a) const {
-        double sum = 0.0;
-        for (int b = 0; b < D; ++b)
-            sum += M(a, b) * parts[std::size_t(2 * b)].convolution(t) +
-                   L(a, b) * parts[std::size_t(2 * b + 1)].convolution(t);
-        return sum;
-    }
-
-    // The largest error at any sample.
-    double error(const setting& row, bool continuous, int steps) const {
-        const int N = steps * row.m * row.m + 1;
-        const double dt = 2.0 / (N - 1);
-        std::vector<double> forcing, kernel, start;
-        for (int i = 0; i < N; ++i)
-            for (int a = 0; a < D; ++a) {
-                forcing.push_back(g(i * dt, a));
-                for (int b = 0; b < D; ++b)
-                    kernel.push_back(K(i * dt, a, b));
-            }
-        for (int b = 0; b < D; ++b)
-            start.push_back(y(0.0, b));
-        const sampled_answer answer = call_vie1(forcing, kernel, D, start, dt, row, continuous);
-        EXPECT_EQ(answer.status, QUENTA_SOLVED);
-        double largest = 0.0;
-        for (int i = 0; i < N; ++i)
-            for (int b = 0; b < D; ++b)
-                largest = std::max(largest, std::fabs(answer.out.values()[std::size_t(i * D + b)] - y(i * dt, b)));
-        return largest;
-    }
-
-private:
-    // For D = 1 the kernel is exp(-t) cos 3t alone.
-    static double M(int a, int b) { return a == b ? 1.0 : 0.3 / (1 + a + 2 * b); }
-    static double L(int a, int b) { return a < b ? 0.2 : 0.0; }
-
-    int D;
-    std::vector<volterra_problem> parts; // 2 b: with k, 2 b + 1: with l
-};
+            largest = std::max(largest, std::fabs(answer.out.values()[std::size_t(i * D + b)] - problem.y(i * dt, b)));
+    return largest;
+}
 
 TEST(vie1_stability, the_discontinuous_form_keeps_errors_bounded_in_the_settings_that_are_accepted) {
     int bounded = 0, growing = 0;
@@ -125,8 +87,8 @@ TEST_P(vie1_convergence, has_the_order_of_the_scheme) {
         for (const bool continuous : {false, true}) {
             if (has_node_0(row) || refused_by_vie1(row) || !keeps_errors_bounded(row, continuous))
                 continue;
-            const double coarse = problem.error(row, continuous, steps);
-            const double fine = problem.error(row, continuous, 2 * steps);
+            const double coarse = error_of(problem, row, continuous, steps);
+            const double fine = error_of(problem, row, continuous, 2 * steps);
             const int P = int(row.indices.size());
             const bool loses_one = !continuous && std::fabs(rho(row) - 1.0) < 1e-12;
             EXPECT_NEAR(std::log2(coarse / fine), loses_one ? P - 1 : P, 0.25)

@@ -1,4 +1,5 @@
-// The error of quenta_solve_vie2 falls with the order that the scheme has, for every row and at every kind of place.
+// The error of quenta_solve_vie2 and of quenta_solve_vie2_vec falls with the order that the scheme has, for every row
+// and at every kind of place.
 //
 // Let u be the solution computed with P nodes, omega(s) the product of (s - c_i), and r the order of the quadrature
 // rule on the nodes: it integrates powers below r exactly, and r >= P. Three errors meet:
@@ -8,9 +9,8 @@
 // So the values at the nodes have the order min(r, P + 1). Away from the nodes the order is P. A step boundary reports
 // the mean of two one-sided values: if both are nodes it has their order; otherwise the leading errors add up to
 // omega(1) + omega(0), and where that is zero (nodes that lie symmetrically, odd in number) the order is theirs too.
-#include "conformance/vie2_call.hpp"
 #include "properties/quadrature_order.hpp"
-#include "properties/volterra_problem.hpp"
+#include "properties/system_problem.hpp"
 
 #include <gtest/gtest.h>
 
@@ -34,6 +34,8 @@ constexpr double no_sample = -1.0;
 class scheme {
 public:
     explicit scheme(const reference::setting& setting) : row{setting}, c{setting.nodes()} {}
+
+    reference::setting row;
 
     int P() const { return int(c.size()); }
     int S() const { return row.m * row.m; }
@@ -68,23 +70,17 @@ public:
     // A first node at 0 has no integral in front of it.
     bool starts_exactly() const { return row.indices.front() == 0; }
 
-    // The largest error at each kind of place, or `no_sample` if the row has no such place.
-    std::array<double, 5> errors(const volterra_problem& problem, double T, int steps) const {
-        const int N = steps * S() + 1;
-        const double dt = T / (N - 1);
-        std::vector<double> g, K;
-        for (int i = 0; i < N; ++i) {
-            g.push_back(problem.g(i * dt));
-            K.push_back(problem.K(i * dt));
-        }
-        const sampled_answer answer = call_vie2(g, K, dt, row);
+    // The largest error at each kind of place, or `no_sample` if the row has no such place; y(t, r) is the solution.
+    template <class solution>
+    std::array<double, 5> errors(const sampled_answer& answer, const solution& y, int D, double dt, int steps) const {
         EXPECT_EQ(answer.status, QUENTA_SOLVED);
         std::array<double, 5> largest;
         largest.fill(no_sample);
-        for (int i = 0; i < N; ++i) {
-            double& error = largest[place_of(i, steps)];
-            error = std::max(error, std::fabs(answer.out.values()[i] - problem.y(i * dt)));
-        }
+        for (int i = 0; i <= steps * S(); ++i)
+            for (int r = 0; r < D; ++r) {
+                double& error = largest[place_of(i, steps)];
+                error = std::max(error, std::fabs(answer.out.values()[i * D + r] - y(i * dt, r)));
+            }
         return largest;
     }
 
@@ -96,7 +92,6 @@ private:
         return product;
     }
 
-    reference::setting row;
     std::vector<double> c;
 };
 
@@ -106,16 +101,16 @@ const volterra_problem problems[] = {
     polynomial_problem("polynomial", {1.0, -0.8, 0.7, -0.6, 0.5, -0.4, 0.3, -0.2, 0.1}, {1.0, -0.5, 0.25, 0.1}),
 };
 
-class vie2_convergence : public ::testing::TestWithParam<volterra_problem> {};
-
-TEST_P(vie2_convergence, has_the_order_of_the_scheme_at_every_kind_of_place) {
-    constexpr double T = 3.0;
+// Errors of a run: errors(scheme, number of steps). Fails where doubling the number of steps does not divide them as
+// the scheme says.
+template <class error_function>
+void expect_order_of_the_scheme(const error_function& errors) {
     int orders_seen = 0;
     for (std::size_t row = 0; row < reference::settings().size(); ++row) {
         const scheme scheme{reference::settings()[row]};
         // Far enough that the leading error rules, and not so far that rounding does.
         const int steps = scheme.P() <= 2 ? 256 : scheme.P() <= 4 ? 128 : 32;
-        const auto coarse = scheme.errors(GetParam(), T, steps), fine = scheme.errors(GetParam(), T, 2 * steps);
+        const auto coarse = errors(scheme, steps), fine = errors(scheme, 2 * steps);
         for (const place where : {start, step_boundary, end, node, between_nodes}) {
             SCOPED_TRACE("row " + std::to_string(row) + ", " + place_names[where] + ", " + std::to_string(steps) +
                          " steps");
@@ -133,8 +128,44 @@ TEST_P(vie2_convergence, has_the_order_of_the_scheme_at_every_kind_of_place) {
     EXPECT_GT(orders_seen, 200);
 }
 
+class vie2_convergence : public ::testing::TestWithParam<volterra_problem> {};
+
+TEST_P(vie2_convergence, has_the_order_of_the_scheme_at_every_kind_of_place) {
+    const volterra_problem& problem = GetParam();
+    expect_order_of_the_scheme([&](const scheme& scheme, int steps) {
+        const int N = steps * scheme.S() + 1;
+        const double dt = 3.0 / (N - 1);
+        std::vector<double> g, K;
+        for (int i = 0; i < N; ++i) {
+            g.push_back(problem.g(i * dt));
+            K.push_back(problem.K(i * dt));
+        }
+        const auto y = [&](double t, int) {
+            return problem.y(t);
+        };
+        return scheme.errors(call_vie2(g, K, dt, scheme.row), y, 1, dt, steps);
+    });
+}
+
 INSTANTIATE_TEST_SUITE_P(solutions, vie2_convergence, ::testing::ValuesIn(problems),
                          [](const auto& instance) { return std::string{instance.param.name}; });
+
+class vie2_vec_convergence : public ::testing::TestWithParam<int> {};
+
+TEST_P(vie2_vec_convergence, has_the_order_of_the_scheme_at_every_kind_of_place) {
+    const system_problem problem{GetParam()};
+    expect_order_of_the_scheme([&](const scheme& scheme, int steps) {
+        const int N = steps * scheme.S() + 1;
+        const double dt = 3.0 / (N - 1);
+        const system_samples data = problem.sampled(N, dt, &system_problem::g_of_second_kind);
+        const auto y = [&](double t, int r) {
+            return problem.y(t, r);
+        };
+        return scheme.errors(call_vie2_vec(data.g, data.K, data.D, dt, scheme.row), y, data.D, dt, steps);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(dimension, vie2_vec_convergence, ::testing::Values(2, 9));
 
 } // namespace
 
