@@ -10,17 +10,17 @@
 
 namespace quenta_tests {
 
-// y_b(t) = cos(w_b t). The kernel is M k(t) + L l(t) with matrices M and L without symmetry, and regular at lag 0. With
-// one component it is k(t) = exp(-t) cos 3t alone.
+// y_b(t) = Re exp(lambda_b t), no derivative of which is zero at t = 0. The kernel is M k(t) + L l(t) with matrices M
+// and L without symmetry, and regular at lag 0. With one component it is k(t) = exp(-t) cos 3t alone.
 class system_problem {
 public:
     explicit system_problem(int dimension) : D{dimension} {
         for (int b = 0; b < D; ++b)
             for (const std::complex<double> rate : {std::complex{-1.0, 3.0}, std::complex{-0.5, 0.0}})
-                parts.push_back(exponential_problem("", {0.0, frequency(b)}, rate));
+                parts.push_back(exponential_problem("", lambda(b), rate));
     }
 
-    double y(double t, int b) const { return std::cos(frequency(b) * t); }
+    double y(double t, int b) const { return std::exp(lambda(b) * t).real(); }
 
     // The forcing of each kind of equation.
     double g_of_first_kind(double t, int r) const {
@@ -32,7 +32,7 @@ public:
     }
     double g_of_second_kind(double t, int r) const { return y(t, r) - g_of_first_kind(t, r); }
     double g_of_derivative(double t, int r) const {
-        double rest = -frequency(r) * std::sin(frequency(r) * t) - g_of_first_kind(t, r);
+        double rest = (lambda(r) * std::exp(lambda(r) * t)).real() - g_of_first_kind(t, r);
         for (int b = 0; b < D; ++b)
             rest -= a(t, r, b) * y(t, b);
         return rest;
@@ -56,7 +56,7 @@ public:
     int D;
 
 private:
-    static double frequency(int b) { return 1.0 + 0.15 * b; }
+    static std::complex<double> lambda(int b) { return {-0.3, 1.0 + 0.15 * b}; }
     double K(double t, int r, int b) const { return M(r, b) * parts[0].K(t) + L(r, b) * parts[1].K(t); }
     double a(double t, int r, int b) const {
         return r == b ? -1.0 + 0.5 * std::sin(t) : 0.3 * std::cos(t + r + 2 * b) / D;
