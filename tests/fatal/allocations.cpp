@@ -15,9 +15,12 @@
 #include <atomic>
 #include <cstdlib>
 #include <new>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <malloc.h>
 
 namespace {
 
@@ -36,6 +39,9 @@ struct allocation_record {
     int pushes = before_the_march;
     bool in_a_push = false;
     std::array<allocation, 256> allocations{};
+    long bytes = 0, most_bytes = 0; // not yet released, by this thread
+
+    std::span<const allocation> made() const { return std::span{allocations}.first(std::size_t(count)); }
 };
 
 std::atomic<long> live_blocks{0};
@@ -49,6 +55,13 @@ struct recording {
     recording& operator=(const recording&) = delete;
 };
 
+void note_bytes(long more) {
+    if (record == nullptr)
+        return;
+    record->bytes += more;
+    record->most_bytes = std::max(record->most_bytes, record->bytes);
+}
+
 void* allocate(std::size_t bytes, std::size_t alignment) {
     if (record != nullptr) {
         const long number = record->count++;
@@ -61,12 +74,15 @@ void* allocate(std::size_t bytes, std::size_t alignment) {
     if (block == nullptr)
         throw std::bad_alloc{};
     ++live_blocks;
+    note_bytes(long(malloc_usable_size(block)));
     return block;
 }
 
 void release(void* block) noexcept {
-    if (block != nullptr)
-        --live_blocks;
+    if (block == nullptr)
+        return;
+    --live_blocks;
+    note_bytes(-long(malloc_usable_size(block)));
     std::free(block);
 }
 
@@ -120,19 +136,20 @@ namespace quenta {
 
 namespace {
 
-enum class kind { first, second, second_system };
+enum class kind { first, second, second_system, derivative, derivative_system };
 
 // A problem with its outputs, which are all there before the call: nothing here allocates during it. The first kind is
 // solved in the continuous form, which needs more.
 class solve {
 public:
-    solve(const reference::setting& setting, int steps, kind solved_kind = kind::second, int dimension = 1)
-        : equation{solved_kind}, D{dimension}, row{setting}, count{int(row.indices.size())} {
+    solve(const reference::setting& setting, int step_count, kind solved_kind = kind::second, int dimension = 1)
+        : equation{solved_kind}, D{dimension}, row{setting}, count{int(row.indices.size())}, steps{step_count} {
         quenta_tests::random_data random{std::uint64_t(steps)};
         N = steps * row.m * row.m + 1;
         const std::size_t length = std::size_t(N * D);
         g = random.uniform(length);
         K = random.uniform(length * std::size_t(D));
+        a = random.uniform(K.size());
         out.assign(length, untouched_value);
         coeffs.assign(std::size_t(steps * (count + 1) * D), untouched_value);
     }
@@ -149,6 +166,12 @@ public:
         case kind::second_system:
             return quenta_solve_vie2_vec(g.data(), K.data(), N, D, 0.01, row.m, list, count, 1, out.data(),
                                          coeffs.data(), &n_steps);
+        case kind::derivative:
+            return quenta_solve_vide(g.data(), K.data(), a.data(), N, 1.0, 0.01, row.m, list, count, 1, out.data(),
+                                     coeffs.data(), &n_steps);
+        case kind::derivative_system:
+            return quenta_solve_vide_vec(g.data(), K.data(), a.data(), N, D, g.data(), 0.01, row.m, list, count, 1,
+                                         out.data(), coeffs.data(), &n_steps);
         }
         return -1;
     }
@@ -165,35 +188,38 @@ public:
                std::all_of(coeffs.begin(), coeffs.end(), is_untouched);
     }
 
+    bool has_derivative() const { return equation == kind::derivative || equation == kind::derivative_system; }
+
     // Of a block of the history.
     std::size_t rows() const { return std::size_t(count * D); }
-    std::size_t columns() const { return rows(); }
+    std::size_t columns() const { return has_derivative() ? rows() + std::size_t(D) : rows(); }
 
-    // What a solver keeps of every step, in doubles: the unknowns, and the value that is carried to the next.
-    std::size_t solution_doubles() const {
-        const std::size_t steps = std::size_t((N - 1) / (row.m * row.m));
-        return steps * rows() + (equation == kind::first ? (steps + 1) * D : 0);
+    // What a solver keeps of every step, in doubles: the unknowns, and the value that is carried to the next. The
+    // history keeps a block of the kernel, a sum, and what was pushed.
+    std::size_t doubles_of_a_step() const {
+        const std::size_t p = rows(), q = columns(), carried = equation == kind::first ? std::size_t(D) : 0;
+        return q + carried + p * q + p + q;
     }
-    // What it has for the step under way. Small dimensions have that on the stack.
-    std::size_t step_doubles() const {
-        const std::size_t n_sys = rows();
-        switch (equation) {
-        case kind::first:
-            return n_sys * D + 2 * n_sys * n_sys + 2 * n_sys;
-        case kind::second:
-            return 0;
-        case kind::second_system:
-            return D > 8 ? 2 * n_sys * n_sys + 2 * n_sys : 0;
-        }
-        return 0;
+
+    // What the header says that a call takes at most, in doubles: of every step, and beside.
+    std::size_t promised_of_a_step() const {
+        const std::size_t n = rows(), d = std::size_t(D);
+        if (has_derivative())
+            return 3 * n * (n + d) + 11 * n + 6 * d + 8;
+        return 3 * n * n + 11 * n + 8 + (equation == kind::first ? d : 0);
+    }
+    std::size_t promised_beside() const {
+        const std::size_t n = rows(), d = std::size_t(D);
+        return equation == kind::derivative ? 1700 : has_derivative() ? 34 * (n + d) * (n + 7) : 32 * n * (n + 7);
     }
 
     kind equation;
     int D;
     reference::setting row;
     int count;
+    int steps;
     int N;
-    std::vector<double> g, K, out, coeffs;
+    std::vector<double> g, K, a, out, coeffs;
     int n_steps = -1;
 
 private:
@@ -206,21 +232,38 @@ const reference::setting& row_at(std::size_t row) {
 
 struct allocating_solve {
     std::size_t row;
-    kind equation = kind::second;
+    kind equation;
     int D = 1;
+};
+
+constexpr allocating_solve allocating_solves[] = {
+    {0, kind::second},
+    {4, kind::second},
+    {8, kind::second},
+    {9, kind::second},
+    {24, kind::second},
+    {55, kind::second},
+    {4, kind::second_system},
+    {8, kind::second_system, 2},
+    {55, kind::second_system, 8},
+    {8, kind::second_system, 9},
+    {4, kind::first},
+    {8, kind::first, 2},
+    {8, kind::first, 9},
+    {0, kind::derivative},
+    {8, kind::derivative},
+    {55, kind::derivative},
+    {4, kind::derivative_system},
+    {8, kind::derivative_system, 2},
+    {55, kind::derivative_system, 8},
+    {8, kind::derivative_system, 9},
 };
 
 TEST(failing_allocation, leaves_the_export_as_bad_alloc_without_a_leak_and_the_next_call_works) {
     ASSERT_EQ(quenta_rt_init(), 1);
-    for (const auto [row, equation, D] : {allocating_solve{0},
-                                          {8},
-                                          {9},
-                                          {55},
-                                          {8, kind::first, 2},
-                                          {8, kind::first, 9},
-                                          {8, kind::second_system, 2},
-                                          {8, kind::second_system, 9}}) {
+    for (const auto [row, equation, D] : allocating_solves) {
         solve expected{row_at(row), 300, equation, D};
+        EXPECT_EQ(expected.call(), QUENTA_SOLVED); // the first of a process chooses the instruction sets
         allocation_record complete;
         // On a thread of its own, so that the attachment is among the allocations.
         std::thread{[&] {
@@ -324,14 +367,19 @@ public:
         const auto pair_of = [&](std::size_t length) {
             arrays.insert(arrays.end(), 2, length);
         };
-        if (m > largest_transform) { // the scratch: sources, one kernel entry, products
+        if (m > largest_transform) { // the scratch: sources, products, and entries of the kernel
             largest_transform = m;
             pair_of(m * q);
-            pair_of(m);
             pair_of(m * p);
-            if (budget >= 2 * p * q * m) { // the transformed kernel of this size
+            std::size_t entries = 1;
+            if (budget >= 2 * p * q * m) { // the transformed kernel of this size, made of a few entries at a time
                 budget -= 2 * p * q * m;
                 pair_of(p * q * m);
+                entries = std::min<std::size_t>(p * q, 8);
+            }
+            if (entries * m > entry_scratch) {
+                entry_scratch = entries * m;
+                pair_of(entry_scratch);
             }
         }
         return arrays;
@@ -339,29 +387,21 @@ public:
 
 private:
     std::size_t n, p, q, budget;
-    std::size_t largest_transform = 0;
+    std::size_t largest_transform = 0, entry_scratch = 0;
 };
 
 // Smaller than any array of a transform of 64 points: the lists of the caches.
 constexpr std::size_t largest_list = 64 * sizeof(double) - 1;
 
-TEST(allocations, happen_before_the_march_and_in_it_only_for_scratch_and_caches_of_the_history) {
+constexpr int recorded_steps[] = {1, 2, 31, 32, 33, 63, 64, 65, 96, 100, 127, 128, 300, 1000};
+
+// Calls visit(problem, record of its solution) for all of them and all numbers of steps.
+template <class visitor>
+void for_each_record(const visitor& visit) {
     ASSERT_EQ(quenta_rt_init(), 1);
-    solve{row_at(0), 1}.call(); // attaches this thread
-    int in_pushes = 0;
-    for (const auto [row, equation, D] : {allocating_solve{0},
-                                          {4},
-                                          {8},
-                                          {9},
-                                          {24},
-                                          {55},
-                                          {4, kind::first},
-                                          {8, kind::first, 2},
-                                          {8, kind::first, 9},
-                                          {4, kind::second_system},
-                                          {55, kind::second_system, 8},
-                                          {8, kind::second_system, 9}})
-        for (const int steps : {1, 2, 31, 32, 33, 63, 64, 65, 96, 100, 127, 128, 300, 1000}) {
+    solve{row_at(9), 100, kind::second_system, 9}.call(); // attaches this thread and chooses the instruction sets
+    for (const auto [row, equation, D] : allocating_solves)
+        for (const int steps : recorded_steps) {
             SCOPED_TRACE("row " + std::to_string(row) + ", D = " + std::to_string(D) + ", " + std::to_string(steps) +
                          " steps");
             solve problem{row_at(row), steps, equation, D};
@@ -369,41 +409,64 @@ TEST(allocations, happen_before_the_march_and_in_it_only_for_scratch_and_caches_
             ASSERT_EQ(problem.call_recorded(seen), QUENTA_SOLVED);
             ASSERT_EQ(seen.pushes, steps) << "the test does not see the march";
             ASSERT_LE(seen.count, long(seen.allocations.size()));
-            const std::span<const allocation> all = std::span{seen.allocations}.first(std::size_t(seen.count));
+            visit(problem, seen);
+        }
+}
 
-            // The solution, and the history's kernel, sums and pushed values; the history's context is a few words. A
-            // system has the arrays of a step, where they are not on the stack.
-            const std::size_t n = std::size_t(steps), p = problem.rows(), q = problem.columns();
-            const std::size_t allowed_before =
-                problem.solution_doubles() + n * (p + q + p * q) + problem.step_doubles();
-            std::size_t bytes_before = 0;
-            for (const allocation& each : all) {
-                if (each.pushes == before_the_march)
-                    bytes_before += each.bytes;
-                else
-                    EXPECT_TRUE(each.in_a_push) << each.bytes << " bytes after push " << each.pushes;
-            }
-            EXPECT_LE(bytes_before, allowed_before * sizeof(double) + 128);
-
-            expected_arrays expected{n, p, q};
-            for (std::size_t i = 1; i <= n; ++i) {
-                std::vector<std::size_t> allowed = expected.of_push(i);
-                int lists_allowed = allowed.empty() ? 0 : 3;
-                for (const allocation& each : all) {
-                    if (!each.in_a_push || std::size_t(each.pushes) != i)
-                        continue;
-                    ++in_pushes;
-                    if (each.bytes <= largest_list) {
-                        EXPECT_GT(lists_allowed--, 0) << each.bytes << " bytes in push " << i;
-                        continue;
-                    }
-                    const auto found = std::find(allowed.begin(), allowed.end(), each.bytes / sizeof(double));
-                    ASSERT_NE(found, allowed.end()) << each.bytes << " bytes in push " << i;
-                    allowed.erase(found);
+TEST(allocations, of_a_march_are_scratch_and_caches_of_the_history) {
+    int in_pushes = 0;
+    for_each_record([&](const solve& problem, const allocation_record& seen) {
+        for (const allocation& each : seen.made())
+            EXPECT_TRUE(each.in_a_push || each.pushes == before_the_march)
+                << each.bytes << " bytes after push " << each.pushes;
+        const std::size_t n = std::size_t(problem.steps);
+        expected_arrays expected{n, problem.rows(), problem.columns()};
+        for (std::size_t i = 1; i <= n; ++i) {
+            std::vector<std::size_t> allowed = expected.of_push(i);
+            int lists_allowed = allowed.empty() ? 0 : 3;
+            for (const allocation& each : seen.made()) {
+                if (!each.in_a_push || std::size_t(each.pushes) != i)
+                    continue;
+                ++in_pushes;
+                if (each.bytes <= largest_list) {
+                    EXPECT_GT(lists_allowed--, 0) << each.bytes << " bytes in push " << i;
+                    continue;
                 }
+                const auto found = std::find(allowed.begin(), allowed.end(), each.bytes / sizeof(double));
+                ASSERT_NE(found, allowed.end()) << each.bytes << " bytes in push " << i;
+                allowed.erase(found);
             }
         }
+    });
     EXPECT_GT(in_pushes, 100);
+}
+
+TEST(allocations, before_the_march_grow_by_what_is_kept_of_a_step_and_by_nothing_else) {
+    long beside = 0; // of the present problem with the fewest steps
+    int compared = 0;
+    for_each_record([&](const solve& problem, const allocation_record& seen) {
+        long bytes = -long(std::size_t(problem.steps) * problem.doubles_of_a_step() * sizeof(double));
+        for (const allocation& each : seen.made())
+            if (each.pushes == before_the_march)
+                bytes += long(each.bytes);
+        if (problem.steps == recorded_steps[0])
+            beside = bytes;
+        EXPECT_EQ(bytes, beside);
+        ++compared;
+    });
+    EXPECT_EQ(compared, int(std::size(allocating_solves) * std::size(recorded_steps)));
+}
+
+TEST(allocations, stay_below_what_the_header_promises) {
+    int compared = 0;
+    for_each_record([&](const solve& problem, const allocation_record& seen) {
+        const std::size_t promised =
+            std::size_t(problem.steps) * problem.promised_of_a_step() + problem.promised_beside();
+        EXPECT_LE(seen.most_bytes, long(promised * sizeof(double)));
+        EXPECT_GT(seen.most_bytes, 0);
+        ++compared;
+    });
+    EXPECT_EQ(compared, int(std::size(allocating_solves) * std::size(recorded_steps)));
 }
 
 } // namespace
