@@ -1,6 +1,7 @@
 // The solvers from samples as one list, for what is promised of each of them.
 #pragma once
 
+#include "conformance/vide_call.hpp"
 #include "conformance/vie1_call.hpp"
 #include "conformance/vie2_call.hpp"
 
@@ -77,6 +78,16 @@ inline const sampled_solver every_solver[] = {
          return call_vie2_vec(data.g, data.K, data.D, dt, row, want_coeffs);
      },
      always, always, 0, 128},
+    {"vide", false,
+     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
+         return call_vide(data.g, data.K, data.a, data.y0[0], dt, row, want_coeffs);
+     },
+     always, always, 1, 64},
+    {"vide_vec", true,
+     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
+         return call_vide_vec(data.g, data.K, data.a, data.D, data.y0, dt, row, want_coeffs);
+     },
+     always, always, 1, 64},
 };
 
 } // namespace quenta_tests

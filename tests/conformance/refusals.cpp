@@ -51,9 +51,18 @@ int call_vie2(const request& r, int* n_steps) {
     return quenta_solve_vie2(nullptr, nullptr, r.N, 0.03, r.m, r.nodes(), r.count, 1, nullptr, nullptr, n_steps);
 }
 
-const solver vector_solvers[] = {{"vie1_vec", call_vie1_vec}, {"vie2_vec", call_vie2_vec}};
-const solver all_solvers[] = {
-    {"vie1", call_vie1}, {"vie1_vec", call_vie1_vec}, {"vie2", call_vie2}, {"vie2_vec", call_vie2_vec}};
+int call_vide_vec(const request& r, int* n_steps) {
+    return quenta_solve_vide_vec(nullptr, nullptr, nullptr, r.N, r.D, nullptr, 0.03, r.m, r.nodes(), r.count, 1,
+                                 nullptr, nullptr, n_steps);
+}
+int call_vide(const request& r, int* n_steps) {
+    return quenta_solve_vide(nullptr, nullptr, nullptr, r.N, 1.0, 0.03, r.m, r.nodes(), r.count, 1, nullptr, nullptr,
+                             n_steps);
+}
+
+const solver vector_solvers[] = {{"vie1_vec", call_vie1_vec}, {"vie2_vec", call_vie2_vec}, {"vide_vec", call_vide_vec}};
+const solver all_solvers[] = {{"vie1", call_vie1},         {"vie1_vec", call_vie1_vec}, {"vie2", call_vie2},
+                              {"vie2_vec", call_vie2_vec}, {"vide", call_vide},         {"vide_vec", call_vide_vec}};
 
 class refused_request : public ::testing::TestWithParam<std::tuple<solver, request>> {};
 

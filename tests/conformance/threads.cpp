@@ -137,6 +137,14 @@ TEST_F(threads, a_request_that_is_refused_attaches_all_the_same) {
         [](int* n_steps) {
             return quenta_solve_vie2_vec(nullptr, nullptr, 2, 2, 1.0, 5, nullptr, 0, 0, nullptr, nullptr, n_steps);
         },
+        [](int* n_steps) {
+            return quenta_solve_vide(nullptr, nullptr, nullptr, 2, 1.0, 1.0, 5, nullptr, 0, 0, nullptr, nullptr,
+                                     n_steps);
+        },
+        [](int* n_steps) {
+            return quenta_solve_vide_vec(nullptr, nullptr, nullptr, 2, 2, nullptr, 1.0, 5, nullptr, 0, 0, nullptr,
+                                         nullptr, n_steps);
+        },
     };
     for (const request& refused : requests)
         std::thread{[&] {

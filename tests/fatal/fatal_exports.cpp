@@ -19,7 +19,7 @@ namespace {
 
 using reference::setting;
 
-enum solver { second_kind, second_kind_system, discontinuous, continuous };
+enum solver { second_kind, second_kind_system, discontinuous, continuous, derivative, derivative_system };
 
 struct fatal_request {
     const char* name;
@@ -56,6 +56,12 @@ int call(const fatal_request& request) {
     case continuous:
         return quenta_solve_vie1_vec(g.data(), K.data(), N, request.D, g.data(), dt, m, list, count, want_coeffs,
                                      request.called == continuous, out.data(), nullptr, &n_steps);
+    case derivative:
+        return quenta_solve_vide(g.data(), K.data(), K.data(), N, 1.0, dt, m, list, count, want_coeffs, out.data(),
+                                 nullptr, &n_steps);
+    case derivative_system:
+        return quenta_solve_vide_vec(g.data(), K.data(), K.data(), N, request.D, g.data(), dt, m, list, count,
+                                     want_coeffs, out.data(), nullptr, &n_steps);
     }
     return -1;
 }
@@ -106,6 +112,30 @@ const fatal_request fatal_requests[] = {
     {"system_null_coeffs", 5, {2, {1}}, true, "index [0-9]+, length 0", second_kind_system, 1},
     {"system_null_coeffs_of_vectors", 41, {2, {1, 2}}, true, "index [0-9]+, length 0", second_kind_system, 3},
     {"system_null_coeffs_of_many_components", 41, {2, {0, 2}}, true, "index [0-9]+, length 0", second_kind_system, 9},
+    {"derivative_no_samples", 0, {2, {0}}, false, "index [0-9]+, length 0", derivative},
+    {"derivative_no_samples_two_nodes", 0, {3, {1, 2}}, false, "index [0-9]+, length 0", derivative},
+    {"derivative_minus_one_sample", -1, {1, {0}}, false, "Conversion positive overflow", derivative},
+    {"derivative_minus_five_samples", -5, {2, {0, 1, 2}}, false, "Conversion positive overflow", derivative},
+    {"derivative_fewest_samples", INT_MIN, {2, {0, 1}}, false, "Conversion positive overflow", derivative},
+    {"derivative_one_sample_of_two", 1, {1, {0, 1}}, false, "index 1, length 1", derivative},
+    {"derivative_a_kernel_shorter_by_one", 4, {2, {0, 2}}, false, "index 4, length 4", derivative},
+    {"derivative_null_coeffs", 41, {2, {1, 2}}, true, "index [0-9]+, length 0", derivative},
+    {"derivatives_no_samples", 0, {2, {0}}, false, "index [0-9]+, length 0", derivative_system, 2},
+    {"derivatives_no_samples_of_many", 0, {2, {1, 2}}, false, "index [0-9]+, length 0", derivative_system, 9},
+    {"derivatives_one_sample_of_two", 1, {1, {0, 1}}, false, "index [0-9]+, length 9", derivative_system, 3},
+    {"derivatives_a_kernel_shorter_by_one", 4, {2, {0, 2}}, false, "index [0-9]+, length 16", derivative_system, 2},
+    {"derivatives_a_kernel_shorter_by_one_of_many",
+     12,
+     {4, {0, 3}},
+     false,
+     "index [0-9]+, length 972",
+     derivative_system,
+     9},
+    {"derivatives_null_coeffs", 41, {2, {1, 2}}, true, "index [0-9]+, length 0", derivative_system, 3},
+    {"derivatives_null_coeffs_of_many", 41, {2, {1, 2}}, true, "index [0-9]+, length 0", derivative_system, 9},
+    {"derivative_no_samples_of_single_spacing", 0, {1, {0}}, false, "", derivative},
+    {"derivatives_no_samples_of_single_spacing", 0, {1, {0}}, false, "", derivative_system, 3},
+    {"derivatives_no_samples_of_single_spacing_of_many", 0, {1, {0}}, false, "", derivative_system, 9},
 };
 
 class fatal : public ::testing::TestWithParam<fatal_request> {};
@@ -141,7 +171,8 @@ struct called_with {
     int D;
 };
 constexpr called_with every_call[] = {{second_kind, 1},        {second_kind_system, 1}, {second_kind_system, 2},
-                                      {second_kind_system, 9}, {discontinuous, 2},      {continuous, 9}};
+                                      {second_kind_system, 9}, {discontinuous, 2},      {continuous, 9},
+                                      {derivative, 1},         {derivative_system, 2},  {derivative_system, 9}};
 
 TEST(not_fatal, null_coeffs_without_a_step) {
     for (const auto& [called, D] : every_call)
@@ -221,7 +252,7 @@ TEST_P(division_by_zero, is_the_arithmetic_fault_after_a_handler_that_returns) {
 }
 
 TEST(no_dimension, is_the_arithmetic_fault) {
-    for (const solver called : {second_kind_system, discontinuous, continuous}) {
+    for (const solver called : {second_kind_system, discontinuous, continuous, derivative_system}) {
         const auto call_by_default = [called] {
             std::signal(arithmetic_fault, SIG_DFL); // a sanitizer has a handler of its own
             call_without_handler({"", 5, {2, {1}}, false, "", called, 0});
