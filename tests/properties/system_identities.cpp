@@ -2,6 +2,7 @@
 #include "conformance/every_solver.hpp"
 #include "quenta_solvers/collocation_settings.hpp"
 #include "quenta_solvers/variant_dispatch.hpp"
+#include "quenta_solvers/vide.hpp"
 #include "quenta_solvers/vie1.hpp"
 #include "quenta_solvers/vie2.hpp"
 #include "support/bits.hpp"
@@ -64,10 +65,19 @@ bool second_kind_body(int row, const system_samples& data, sampled_answer& answe
     });
 }
 
+bool derivative_body(int row, const system_samples& data, sampled_answer& answer) {
+    return quenta::dispatch_row(row, [&]<int number>() {
+        return quenta::solve_vide_vec_impl<number>(view_of(data.g), view_of(data.K), view_of(data.a),
+                                                   quenta::run_time_dimension{data.D}, view_of(data.y0), dt, true,
+                                                   view_of(answer.out), view_of(answer.coeffs), &answer.n_steps);
+    });
+}
+
 constexpr system_solver system_solvers[] = {
     {"vie1_discontinuous", "vie1_discontinuous", first_kind_body<false>, true},
     {"vie1_continuous", "vie1_continuous", first_kind_body<true>, true},
     {"vie2_vec", "vie2", second_kind_body, true},
+    {"vide_vec", "vide", derivative_body, false},
 };
 
 system_samples random_system(random_data& random, int D, int N) {
