@@ -1,11 +1,11 @@
 #include "commands.hpp"
 
 #include "csv_table.hpp"
+#include "equation_samples.hpp"
 #include "first_kind_trial.hpp"
 #include "messages.hpp"
 #include "output_file.hpp"
 #include "quenta_native.h"
-#include "sample_grid.hpp"
 #include "settings_table.hpp"
 
 #include <algorithm>
@@ -24,22 +24,8 @@ namespace quenta_program {
 
 namespace {
 
-// An equation from its samples, in the shapes of the library.
-struct equation {
-    std::vector<double> t;
-    std::vector<double> g;             // the components of a sample side by side
-    std::vector<double> K;             // the matrix of a sample row by row
-    std::vector<std::string> unknowns; // "y", or "y1", "y2", .. of a system
-    double spacing;
-    int steps;
-    std::size_t solved; // samples of the whole steps
-
-    int samples() const { return static_cast<int>(t.size()); }
-    std::size_t dimension() const { return unknowns.size(); }
-};
-
 struct solution {
-    std::vector<double> y;            // as g
+    std::vector<double> y;            // the components of a sample side by side
     std::vector<double> coefficients; // count + 1 slots a step, each with all components; the last may be unused
     int steps;
 };
@@ -58,76 +44,12 @@ void start_library() {
         throw std::runtime_error("the library could not be started");
 }
 
-std::vector<std::string> scalar_columns(const std::vector<std::string>&) {
-    return {"t", "g", "K"};
-}
-
-// t, g, K of one equation, or t, g1 .. gD, K11, K12 .. KDD of a system. From ten equations on two indices side by side
-// could be read in two ways, and the kernels are called K1_1, K1_2 .. KD_D.
-std::vector<std::string> scalar_or_system_columns(const std::vector<std::string>& header) {
-    const auto is_forcing = [](const std::string& name) {
-        return name.size() > 1 && name[0] == 'g' && name[1] != '0' &&
-               name.find_first_not_of("0123456789", 1) == std::string::npos;
-    };
-    const auto dimension = static_cast<std::size_t>(std::count_if(header.begin(), header.end(), is_forcing));
-    if (dimension == 0 || std::find(header.begin(), header.end(), "g") != header.end())
-        return scalar_columns(header);
-    std::vector<std::string> names{"t"};
-    for (std::size_t r = 1; r <= dimension; ++r)
-        names.push_back(sentence("g", r));
-    for (std::size_t r = 1; r <= dimension; ++r)
-        for (std::size_t c = 1; c <= dimension; ++c) {
-            // One of these is missing already; the square of very many would only fill the memory.
-            if (dimension > 9 && names.size() > header.size())
-                return names;
-            names.push_back(sentence("K", r, dimension > 9 ? "_" : "", c));
-        }
-    return names;
-}
-
-// Puts columns side by side: row after row.
-std::vector<double> interleaved(std::span<const std::vector<double>> columns) {
-    const std::size_t rows = columns[0].size();
-    std::vector<double> values(rows * columns.size());
-    for (std::size_t c = 0; c < columns.size(); ++c)
-        for (std::size_t i = 0; i < rows; ++i)
-            values[i * columns.size() + c] = columns[c][i];
-    return values;
-}
-
-equation read_equation(const std::string& input, const setting& chosen, const column_choice& choose) {
-    const csv_table table = read_csv_table(input, choose);
-    std::size_t dimension = 1;
-    while (1 + dimension + dimension * dimension < table.names.size())
-        ++dimension;
-    const int steps = whole_steps(table.source, table.rows(), chosen, dimension);
-    const double spacing = uniform_spacing(table);
-    const std::size_t solved =
-        static_cast<std::size_t>(steps) * static_cast<std::size_t>(chosen.samples_per_step()) + 1;
-    if (solved < table.rows())
-        note("the last ", table.rows() - solved, " of ", table.rows(), " samples fill no whole step of ",
-             chosen.samples_per_step(), " spacings and are left out");
-    warn_of_non_finite(table, {table.names.begin() + 1, table.names.end()});
-
-    const std::span<const std::vector<double>> columns = table.columns;
-    std::vector<std::string> unknowns;
-    for (std::size_t r = 1; r <= dimension; ++r)
-        unknowns.push_back(sentence("y", std::string_view(table.names[r]).substr(1)));
-    return {table.column("t"),
-            interleaved(columns.subspan(1, dimension)),
-            interleaved(columns.subspan(1 + dimension)),
-            std::move(unknowns),
-            spacing,
-            steps,
-            solved};
-}
-
 void append_column(std::string& line, double value) {
     line += ',';
     append_number(line, value);
 }
 
-void write_solution(output_file& file, const equation& solved, const solution& found) {
+void write_solution(output_file& file, const equation_samples& solved, const solution& found) {
     std::string line = "t";
     for (const std::string& name : solved.unknowns)
         line += ',' + name;
@@ -143,7 +65,7 @@ void write_solution(output_file& file, const equation& solved, const solution& f
 }
 
 // `powers` of the slots are written: one unknown after the other, its powers ascending.
-void write_polynomials(output_file& file, const equation& solved, const solution& found, const setting& chosen,
+void write_polynomials(output_file& file, const equation_samples& solved, const solution& found, const setting& chosen,
                        std::size_t powers) {
     const std::size_t slots = chosen.nodes.size() + 1;
     const double h = solved.spacing * chosen.samples_per_step();
@@ -172,8 +94,8 @@ void require_two_places(const solve_request& request) {
 
 // Solves with `call(want_coefficients, found)`, which returns the library's status, and writes the results.
 template <class library_call>
-int solve_and_write(const solve_request& request, const setting& chosen, const equation& posed, std::size_t powers,
-                    const library_call& call) {
+int solve_and_write(const solve_request& request, const setting& chosen, const equation_samples& posed,
+                    std::size_t powers, const library_call& call) {
     const bool with_polynomials = !request.polynomials.empty();
     // Opened before the work, so that a path that cannot be written costs no waiting.
     output_file output(request.output);
@@ -231,7 +153,7 @@ int run_vie1(const vie1_request& request) {
     const bool continuous = request.y0.has_value();
     start_library();
     require_first_kind(chosen, continuous);
-    const equation posed = read_equation(request.input, chosen, scalar_or_system_columns);
+    const equation_samples posed = read_equation(request.input, equation_kind::integral, chosen);
     std::vector<double> y0(posed.dimension());
     if (continuous)
         y0 = read_initial_values(*request.y0, posed.dimension());
@@ -248,12 +170,13 @@ int run_vie1(const vie1_request& request) {
 int run_vie2(const solve_request& request) {
     require_two_places(request);
     const setting chosen = parse_setting(request.setting);
-    const equation posed = read_equation(request.input, chosen, scalar_columns);
     start_library();
+    const equation_samples posed = read_equation(request.input, equation_kind::integral, chosen);
     return solve_and_write(request, chosen, posed, chosen.nodes.size(), [&](bool want_coefficients, solution& found) {
-        return quenta_solve_vie2(posed.g.data(), posed.K.data(), posed.samples(), posed.spacing, chosen.m,
-                                 chosen.nodes.data(), chosen.count(), want_coefficients, found.y.data(),
-                                 found.coefficients.data(), &found.steps);
+        return quenta_solve_vie2_vec(posed.g.data(), posed.K.data(), posed.samples(),
+                                     static_cast<int>(posed.dimension()), posed.spacing, chosen.m, chosen.nodes.data(),
+                                     chosen.count(), want_coefficients, found.y.data(), found.coefficients.data(),
+                                     &found.steps);
     });
 }
 

@@ -18,11 +18,11 @@ struct vie1_request : solve_request {
     std::optional<std::string> y0; // "v1,v2,..": asks for the continuous form
 };
 
-// Both solve an equation from the samples of the input, and write t,y, or t,y1,y2,.. of a system, at the samples of all
-// whole steps. They return the program's exit code; they throw bad_input, or any other exception for what is
-// unexpected, and have then written no output file.
+// All solve an equation, or a system, from the samples of the input, and write t,y, or t,y1,y2,.. of a system, at the
+// samples of all whole steps. They return the program's exit code; they throw bad_input, or any other exception for
+// what is unexpected, and have then written no output file.
 
-// integral from 0 to t of K(t - s) y(s) ds = g(t), for one y or for a system.
+// integral from 0 to t of K(t - s) y(s) ds = g(t).
 int run_vie1(const vie1_request& request);
 
 // y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.

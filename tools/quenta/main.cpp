@@ -43,30 +43,35 @@ void prepare_standard_streams() {
 #endif
 }
 
+constexpr const char* columns_of_integral_equations =
+    "CSV with a header that names the columns t, g and K, in any order, or those\n"
+    "of a system of D equations: t, g1 .. gD and the matrix K11, K12 .. KDD, row\n"
+    "by row; with ten equations or more its names are K1_1, K1_2 .. KD_D.\n";
+
 // What the options of a command that solves tell beyond what they all tell.
 struct solve_help {
-    std::string input, columns, polynomials, setting;
+    std::string columns, polynomials, setting;
 };
 
 void add_solve_options(CLI::App& command, solve_request& request, const solve_help& help) {
     command.footer(closing_words);
     command
         .add_option("input", request.input,
-                    help.input + "t runs from 0 in equal steps; the K of a row is the kernel at the lag t.\n"
-                                 "Lines that start with # are comments. - is standard input, the default.")
+                    help.columns + "t runs from 0 in equal steps; the K of a row is the kernel at the lag t.\n"
+                                   "Lines that start with # are comments. - is standard input, the default.")
         ->type_name("FILE");
     command
         .add_option("-o,--output", request.output,
-                    "Where the solution goes, as CSV with the columns " + help.columns +
-                        " one row for each\n"
-                        "sample of the whole steps. - is standard output, the default.")
+                    "Where the solution goes, as CSV with the columns t,y or t,y1,y2,.., one row\n"
+                    "for each sample of the whole steps. - is standard output, the default.")
         ->type_name("FILE");
     command
         .add_option("-p,--polynomials", request.polynomials,
                     "Also write the polynomials of the steps, as CSV with the columns\n"
                     "step,t_start,h,a0,a1,..: there y = a0 + a1 s + a2 s^2 + .. with\n"
-                    "s = (t - t_start) / h from 0 to 1." +
-                        (help.polynomials.empty() ? "" : "\n" + help.polynomials))
+                    "s = (t - t_start) / h from 0 to 1. In a system the columns of each unknown\n"
+                    "follow one another: y1_a0,y1_a1,.." +
+                        help.polynomials)
         ->type_name("FILE");
     command
         .add_option("-s,--setting", request.setting,
@@ -77,7 +82,9 @@ void add_solve_options(CLI::App& command, solve_request& request, const solve_he
 }
 
 int run(int argc, char** argv) {
-    CLI::App program("Solves linear Volterra equations with a convolution kernel from samples in CSV files.", "quenta");
+    CLI::App program(
+        "Solves linear Volterra equations with a convolution kernel, and systems of them, from samples in CSV files.",
+        "quenta");
     program.footer(closing_words);
     program.set_version_flag("--version", "quenta " QUENTA_VERSION, "Print the version and exit");
     program.get_formatter()->column_width(27);
@@ -85,14 +92,10 @@ int run(int argc, char** argv) {
 
     vie1_request vie1{{"-", default_first_kind_setting, "-", ""}, std::nullopt};
     CLI::App* const vie1_command =
-        program.add_subcommand("vie1", "Solve integral from 0 to t of K(t - s) y(s) ds = g(t), also for systems.");
+        program.add_subcommand("vie1", "Solve integral from 0 to t of K(t - s) y(s) ds = g(t).");
     add_solve_options(*vie1_command, vie1,
-                      {"CSV with a header that names the columns t, g and K, in any order, or those\n"
-                       "of a system of D equations: t, g1 .. gD and the matrix K11, K12 .. KDD, row\n"
-                       "by row; with ten equations or more its names are K1_1, K1_2 .. KD_D.\n",
-                       "t,y or t,y1,y2,..,",
-                       "In a system the columns of each unknown follow one another: y1_a0,y1_a1,..\n"
-                       "Without --continuous the polynomials of adjacent steps need not join.",
+                      {columns_of_integral_equations,
+                       "\nWithout --continuous the polynomials of adjacent steps need not join.",
                        "The default 3:1,2,3 is for smooth samples: parabolas over 9 spacings,\n"
                        "third order, stable in both forms. 1:1 is the rectangle rule, for few or\n"
                        "noisy samples: noise in g is differentiated."});
@@ -112,7 +115,7 @@ int run(int argc, char** argv) {
     CLI::App* const vie2_command =
         program.add_subcommand("vie2", "Solve y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.");
     add_solve_options(*vie2_command, vie2,
-                      {"CSV with a header that names the columns t, g and K, in any order.\n", "t,y,", "",
+                      {columns_of_integral_equations, "",
                        "The default 2:0,1,2 is for smooth samples: parabolas over 4 spacings,\n"
                        "third order. 1:0,1 is the trapezoidal rule, for few or rough samples."});
     program.add_subcommand("settings", "List the collocation settings.")->footer(closing_words);

@@ -1,0 +1,309 @@
+"""What each solver of the program `quenta` computes, and which samples it takes.
+
+usage: solvers_test.py QUENTA
+"""
+
+import math
+import sys
+import unittest
+
+from growth_of_errors import growth_of_errors
+from program_case import (INTEGRAL, KERNEL, SINGULAR, SOLUTION, SOLVED, ProgramTest, columns, constant_samples, grid)
+
+
+def csv_text(names, rows):
+    return "\n".join(",".join(map(str, row)) for row in [names, *rows]) + "\n"
+
+
+class System:
+    """A system in any dimension that has the solution y_b(t) = 1 + b t.
+
+    K_ab = a / (b D), and 1 more if a = b; the coefficient, where there is one, is A_ab(t) = t (a - b) / D.
+    """
+
+    def __init__(self, solver, dimension, spacings):
+        self.dimension, self.t = dimension, grid(spacings, 1.0)
+        self.unknowns = [f"y{b}" for b in range(1, dimension + 1)]
+        r = range(1, dimension + 1)
+        matrix = [f"{a}_{b}" if dimension > 9 else f"{a}{b}" for a in r for b in r]
+        names = ["t"] + [f"g{a}" for a in r] + ["K" + indices for indices in matrix]
+        if solver.has_coefficient:
+            names += ["a" + indices for indices in matrix]
+        rows = []
+        for t in self.t:
+            rows.append([t] + [
+                solver.forcing(a, self.solution(a, t), sum(self.coefficient(a, b, t) * self.solution(b, t) for b in r),
+                               sum(self.kernel(a, b) * (t + b * t * t / 2) for b in r)) for a in r])
+            rows[-1] += [self.kernel(a, b) for a in r for b in r]
+            if solver.has_coefficient:
+                rows[-1] += [self.coefficient(a, b, t) for a in r for b in r]
+        self.text = csv_text(names, rows)
+
+    def kernel(self, a, b):
+        return a / (b * self.dimension) + (1 if a == b else 0)
+
+    def coefficient(self, a, b, t):
+        return t * (a - b) / self.dimension
+
+    def solution(self, b, t):
+        return 1 + b * t
+
+
+def largest_error(solution, part=1):
+    return max(abs(y - SOLUTION(t)) for t, y in zip(solution["t"][::part], solution["y"][::part]))
+
+
+class SolverChecks:
+    """What every solver promises. Of the equation it tells the command and
+
+    forcing(derivative, y, coefficient_times_y, integral)
+        the g that belongs to a solution
+    forms(dimension)
+        for each form of the solver its arguments, where the initial values are 1, and the powers of a polynomial
+    orders
+        {part: order of convergence at every part-th sample} under the default setting
+    some_settings
+        [(setting, number of its nodes), ..] of different m, under which nothing is warned of
+    """
+
+    has_coefficient = False
+    orders = {1: 3}
+
+    def forms(self, dimension=1):
+        return [((), 3)]
+
+    def samples(self, spacings):
+        """Those of an equation with the solution cos 3t."""
+        names, rows = ["t", "g", "K"] + ["a"] * self.has_coefficient, []
+        for t in grid(spacings):
+            y, a = SOLUTION(t), math.sin(t)
+            rows.append([t, self.forcing(-3 * math.sin(3 * t), y, a * y, INTEGRAL(t)), KERNEL(t)])
+            rows[-1] += [a] * self.has_coefficient
+        return csv_text(names, rows)
+
+    def settings(self):
+        settings = [line.split()[1] for line in self.run_program("settings").stdout.splitlines()[1:]]
+        self.assertEqual(len(settings), 56)
+        return settings
+
+    def test_solution_is_that_of_the_equation_and_has_the_order_claimed(self):
+        for form, powers in self.forms():
+            with self.subTest(form):
+                solutions = [columns(self.solve(*form, text=self.samples(spacings))) for spacings in (720, 1440)]
+                self.assertEqual(solutions[1]["t"], grid(1440))
+                self.assertLess(largest_error(solutions[1]), 1e-5)
+                for part, order in self.orders.items():
+                    coarse, fine = (largest_error(solution, part) for solution in solutions)
+                    self.assertAlmostEqual(math.log2(coarse / fine), order, delta=0.1)
+
+    def test_systems_of_any_dimension(self):
+        for dimension in (1, 2, 3, 8, 9, 10, 11):
+            system = System(self, dimension, 36)
+            for form, powers in self.forms(dimension):
+                with self.subTest(f"{dimension} {form}"):
+                    solution = columns(self.solve(*form, text=system.text))
+                    self.assertEqual(list(solution), ["t", *system.unknowns])
+                    self.assertEqual(solution["t"], system.t)
+                    for b, name in enumerate(system.unknowns, 1):
+                        for t, y in zip(system.t, solution[name]):
+                            self.assertAlmostEqual(y, system.solution(b, t), delta=1e-10)
+
+    def test_system_of_one_equation_is_the_scalar_equation(self):
+        text = self.samples(36)
+        header, rows = text.split("\n", 1)
+        of_system = header.replace("g", "g1").replace("K", "K11").replace("a", "a11") + "\n" + rows
+        for form, powers in self.forms():
+            solution = self.solve(*form, text=of_system)
+            self.assertTrue(solution.startswith("t,y1\n"))
+            self.assertEqual(solution.replace("y1", "y", 1), self.solve(*form, text=text))
+
+    def assert_polynomials_agree(self, text, arguments, unknowns, powers, samples_per_step):
+        y = columns(self.solve("--polynomials", "p.csv", *arguments, text=text))
+        p = columns((self.directory / "p.csv").read_text())
+        steps, h = (len(y["t"]) - 1) // samples_per_step, samples_per_step * y["t"][1]
+        prefixes = ["" if name == "y" else name + "_" for name in unknowns]
+        self.assertEqual(list(p), ["step", "t_start", "h"] + [f"{n}a{e}" for n in prefixes for e in range(powers)])
+        self.assertEqual(p["step"], list(range(steps)))
+        for n in range(steps):
+            self.assertAlmostEqual(p["t_start"][n], n * h, delta=1e-14)
+            self.assertAlmostEqual(p["h"][n], h, delta=1e-14)
+        for name, prefix in zip(unknowns, prefixes, strict=True):
+            reached = [[] for _ in y["t"]]
+            for n in range(steps):
+                for i in range(n * samples_per_step, (n + 1) * samples_per_step + 1):
+                    s = (y["t"][i] - p["t_start"][n]) / h
+                    reached[i].append(sum(p[f"{prefix}a{power}"][n] * s**power for power in range(powers)))
+            for value, meeting in zip(y[name], reached, strict=True):
+                self.assertAlmostEqual(value, sum(meeting) / len(meeting), delta=1e-12)
+
+    def test_polynomials_agree_with_the_samples(self):
+        for dimension in (1, 2, 10):
+            system = System(self, dimension, 36)
+            for form, powers in self.forms(dimension):
+                self.assert_polynomials_agree(system.text, form, system.unknowns, powers, self.samples_per_step)
+        for form, powers in self.forms():
+            for setting, count in self.some_settings:
+                self.assert_polynomials_agree(self.samples(144), ("--setting", setting, *form), ["y"],
+                                              count + powers - 3, int(setting[0])**2)
+
+    def test_columns_of_a_system_that_are_missing(self):
+        self.assert_refused("t,g1,g2,K11,K12,K21\n", "line 1", "'K22'")
+        self.assert_refused("t,g1,g3,K11,K12,K21,K22\n", "line 1", "no column 'g2'")
+        self.assert_refused("t,g1\n", "line 1", "no column 'K11'")
+        self.assert_refused("t,g,K11\n", "line 1", "no column 'K' but")
+        ten = System(self, 10, 9).text
+        self.assert_refused(ten.replace("K10_1,", "K101,", 1), "line 1", "no column 'K10_1'")
+        self.assert_refused("t," + ",".join(f"g{r}" for r in range(1, 5000)) + "\n", "line 1", "no column 'K1_1'")
+
+    def test_what_a_single_equation_checks_is_checked(self):
+        self.assert_refused("t,g1,g2,K11,K12,K21,K22\n0,1,1,1,1,1,x\n", "line 2", "'K22'", "expected a number")
+        self.assert_refused(constant_samples(self.samples_per_step - 1), f" {self.samples_per_step} samples",
+                            f"at least {self.samples_per_step + 1}")
+        self.assert_refused("", "standard input is empty", "'t', ", "'K'")
+        self.assert_refused(constant_samples(9), "'5:1'", "not in the table",
+                            arguments=("--setting", "5:1", *self.needed()))
+        run = self.run_program(self.command, "--setting", "1:1", *self.needed(), text="t,g1,K11\n0,0,2\n1,nan,2\n")
+        self.assert_one_sentence(run.stderr, "warning", "line 3", "g1 is nan")
+        self.assertEqual(run.returncode, SOLVED)
+
+    def test_singular_step_leaves_what_was_there(self):
+        self.write("refused.csv", "kept")
+        self.assert_refused(self.singular_under_implicit_rectangles, "singular", "1:1", code=SINGULAR,
+                            arguments=("--setting", "1:1", *self.needed()))
+        self.assertEqual((self.directory / "refused.csv").read_text(), "kept")
+
+    def test_help_tells_the_columns_and_the_options(self):
+        text = self.run_program(self.command, "--help").stdout
+        for word in ("g1 .. gD", "K1_1", "--setting", "--output", "--polynomials", "y1_a0", *self.words_of_help):
+            self.assertIn(word, text)
+
+
+class InitialValues:
+    """What is promised where the solution starts from values that are given, with the arguments `starting`."""
+
+    starting = ()
+
+    def test_initial_values(self):
+        two = System(self, 2, 9).text
+        for values, count in (("1", "1 value"), ("1,2,3", "3 values")):
+            self.assert_refused(two, count, "expected 2", arguments=(*self.starting, "--y0", values))
+        for values in ("x", " ", "1,", ",1", "1;2", "nan,1", "1,inf"):
+            with self.subTest(values):
+                self.assert_refused(two, "--y0", "expected", arguments=(*self.starting, "--y0=" + values))
+        started = columns(self.solve(*self.starting, "--y0=-1,2.5e0", text=System(self, 2, 36).text))
+        self.assertAlmostEqual(started["y1"][0], -1, delta=1e-12)
+        self.assertAlmostEqual(started["y2"][0], 2.5, delta=1e-12)
+
+
+def ones(dimension):
+    return "--y0=" + ",".join(["1"] * dimension)
+
+
+class FirstKind(InitialValues, SolverChecks, ProgramTest):
+    command, samples_per_step = "vie1", 9
+    words_of_help = ("t, g and K", "--continuous", "--y0", "3:1,2,3")
+    singular_under_implicit_rectangles = constant_samples(4, K=0)
+    starting = ("--continuous",)
+    some_settings = [("1:1", 1), ("2:2", 1), ("4:1,2,4", 3)]
+    refused = ["3:1", "4:1", "4:1,2"]
+
+    def forcing(self, derivative, y, coefficient_times_y, integral):
+        return integral
+
+    def forms(self, dimension=1):
+        return [((), 3), ((*self.starting, ones(dimension)), 4)]
+
+    def growth(self, setting):
+        m, nodes = setting.split(":")
+        return growth_of_errors(int(m), [int(k) for k in nodes.split(",")])
+
+    def test_continuous_solution_starts_at_its_value(self):
+        solution = columns(self.solve("--continuous", "--y0", "1", text=self.samples(360)))
+        self.assertAlmostEqual(solution["y"][0], 1, delta=1e-12)
+
+    def test_rectangle_rule_by_hand(self):
+        # U = 1, 1, 3, -1 are the differences of g; a sample inside is the mean of its neighbours.
+        text = "t,g,K\n0,0,1\n1,1,1\n2,2,1\n3,5,1\n4,4,1\n"
+        self.assertEqual(self.solve("--setting", "1:1", text=text), "t,y\n0,1\n1,1\n2,2\n3,1\n4,-1\n")
+
+    def test_every_setting_solves_or_says_why_not_and_which_do(self):
+        solved = 0
+        for setting in self.settings():
+            with self.subTest(setting):
+                if setting in self.refused or ":0" in setting:
+                    why = "amplifies" if setting in self.refused else "node 0"
+                    for form in ((), ("--continuous", "--y0", "1")):
+                        arguments = ("--setting", setting, *form)
+                        self.assert_refused(self.samples(144), setting, why, "settings that work are ",
+                                            arguments=arguments)
+                        named = self.run_program("vie1", *arguments).stderr.strip().split(" are ")[1].split(" and ")
+                        self.assertEqual(len(set(named)), 3)
+                        for one in named:
+                            self.solve("--setting", one, *form, text=self.samples(144))
+                else:
+                    y = columns(self.solve("--setting", setting, text=self.samples(720)))
+                    self.assertLess(largest_error(y), 0.2)
+                    solved += 1
+        self.assertEqual(solved, 23)
+
+    def test_continuous_form_warns_where_the_step_map_amplifies_errors_and_only_there(self):
+        self.assertAlmostEqual(self.growth("2:1"), 3 + 2 * math.sqrt(2), delta=1e-9)
+        quiet, warned = [], []
+        for setting in self.settings():
+            if setting in self.refused or ":0" in setting:
+                continue
+            growth = self.growth(setting)
+            with self.subTest(f"{setting} grows by {growth}"):
+                run = self.run_program("vie1", "--continuous", "--y0", "1", "--setting", setting,
+                                       text=self.samples(144))
+                self.assertEqual(run.returncode, SOLVED)
+                if growth < 1 + 1e-6:
+                    self.assertEqual(run.stderr, "")
+                    quiet.append(setting)
+                else:
+                    self.assert_one_sentence(run.stderr, "warning", setting, "without growth are")
+                    told = float(run.stderr.split("about ")[1].split(" ")[0])
+                    self.assertAlmostEqual(told / growth, 1, delta=0.05)
+                    warned.append(setting)
+        self.assertEqual((len(quiet), len(warned)), (7, 16))
+
+    def test_growth_shows_in_the_solution(self):
+        run = self.run_program("vie1", "--continuous", "--y0", "1", "--setting", "2:1", text=self.samples(400))
+        self.assertGreater(largest_error(columns(run.stdout)), 1e50)
+
+    def test_continuous_form_and_initial_values_need_each_other(self):
+        self.assert_refused(self.samples(9), "--continuous", "--y0", arguments=("--continuous",))
+        self.assert_refused(self.samples(9), "--y0", "--continuous", arguments=("--y0", "1"))
+
+
+class AllSettings:
+    """What is promised by the solvers that take every setting of the table."""
+
+    some_settings = [("1:1", 1), ("2:0,1,2", 3), ("3:1,2", 2), ("4:0,1,2,3,4", 5)]
+
+    def test_every_setting_of_the_table_solves(self):
+        text = self.samples(720)
+        for setting in self.settings():
+            for form, powers in self.forms():
+                solution = columns(self.solve("--setting", setting, *form, text=text))
+                self.assertEqual(solution["t"], grid(720), setting)
+                self.assertLess(largest_error(solution), 0.2, setting)
+
+
+class SecondKind(AllSettings, SolverChecks, ProgramTest):
+    command, samples_per_step = "vie2", 4
+    words_of_help = ("t, g and K", "2:0,1,2")
+    singular_under_implicit_rectangles = constant_samples(4)  # 1 - dt K(0) is 0
+    orders = {1: 3, 2: 4}
+
+    def forcing(self, derivative, y, coefficient_times_y, integral):
+        return y - integral
+
+    def test_explicit_rectangle_rule_by_hand(self):
+        # U = 1, 2, 4, 8; a sample inside is the mean of its neighbours.
+        solution = columns(self.solve("--setting", "1:0", text=constant_samples(4)))
+        self.assertEqual(solution["y"], [1, 1.5, 3, 6, 8])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

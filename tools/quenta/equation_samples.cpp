@@ -1,0 +1,130 @@
+#include "equation_samples.hpp"
+
+#include "csv_table.hpp"
+#include "messages.hpp"
+#include "sample_grid.hpp"
+
+#include <algorithm>
+#include <span>
+#include <string_view>
+
+namespace quenta_program {
+
+namespace {
+
+constexpr std::string_view one_index = "0123456789", two_indices = "0123456789_";
+
+// How many names are the letter and an index, or two.
+std::size_t count_indexed(const std::vector<std::string>& header, char letter, std::string_view index) {
+    const auto is_indexed = [=](const std::string& name) {
+        return name.size() > 1 && name[0] == letter && name[1] != '0' &&
+               name.find_first_not_of(index, 1) == std::string::npos;
+    };
+    return static_cast<std::size_t>(std::count_if(header.begin(), header.end(), is_indexed));
+}
+
+bool has(const std::vector<std::string>& header, const char* name) {
+    return std::find(header.begin(), header.end(), name) != header.end();
+}
+
+// 0 if the header is that of a single equation.
+std::size_t dimension_of_system(const std::vector<std::string>& header) {
+    const std::size_t forcings = count_indexed(header, 'g', one_index);
+    if (forcings > 0 && !has(header, "g"))
+        return forcings;
+    const std::size_t kernels = count_indexed(header, 'K', two_indices);
+    if (kernels == 0 || has(header, "g") || has(header, "K"))
+        return 0;
+    std::size_t dimension = 1;
+    while (dimension * dimension < kernels)
+        ++dimension;
+    return dimension;
+}
+
+std::vector<std::string> vector_names(char letter, std::size_t dimension) {
+    std::vector<std::string> names;
+    for (std::size_t r = 1; r <= dimension; ++r)
+        names.push_back(sentence(std::string(1, letter), r));
+    return names.empty() ? std::vector{std::string(1, letter)} : names;
+}
+
+// If there are more than `most`, one of them is missing from the header already, and the square of very many would
+// only fill the memory.
+std::vector<std::string> matrix_names(char letter, std::size_t dimension, std::size_t most) {
+    std::vector<std::string> names;
+    for (std::size_t r = 1; r <= dimension; ++r)
+        for (std::size_t c = 1; c <= dimension; ++c) {
+            if (dimension > 9 && names.size() > most)
+                return names;
+            names.push_back(sentence(std::string(1, letter), r, dimension > 9 ? "_" : "", c));
+        }
+    return names.empty() ? std::vector{std::string(1, letter)} : names;
+}
+
+// The names of an equation; of a term that is zero there are none.
+struct equation_names {
+    std::vector<std::string> unknowns, forcing, kernel, coefficient;
+
+    equation_names() = default;
+    equation_names(equation_kind kind, const std::vector<std::string>& header) {
+        const std::size_t dimension = dimension_of_system(header);
+        unknowns = vector_names('y', dimension);
+        kernel = matrix_names('K', dimension, header.size());
+        // A column that looks like a part of a term asks for all of it: zeros in its place would solve another
+        // equation.
+        if (kind == equation_kind::integral || has(header, "g") || count_indexed(header, 'g', one_index) > 0)
+            forcing = vector_names('g', dimension);
+        if (kind == equation_kind::integro_differential &&
+            (has(header, "a") || count_indexed(header, 'a', two_indices) > 0))
+            coefficient = matrix_names('a', dimension, header.size());
+    }
+
+    std::vector<std::string> columns() const {
+        std::vector<std::string> names{"t"};
+        for (const auto* const term : {&forcing, &kernel, &coefficient})
+            names.insert(names.end(), term->begin(), term->end());
+        return names;
+    }
+};
+
+// Puts columns side by side: row after row. Without columns it is `width` zeros a row.
+std::vector<double> interleaved(std::span<const std::vector<double>> columns, std::size_t rows, std::size_t width) {
+    std::vector<double> values(rows * width);
+    for (std::size_t c = 0; c < columns.size(); ++c)
+        for (std::size_t i = 0; i < rows; ++i)
+            values[i * width + c] = columns[c][i];
+    return values;
+}
+
+} // namespace
+
+equation_samples read_equation(const std::string& input, equation_kind kind, const setting& chosen) {
+    equation_names names;
+    const csv_table table = read_csv_table(input, [&](const std::vector<std::string>& header) {
+        names = equation_names(kind, header);
+        return names.columns();
+    });
+    const std::size_t rows = table.rows(), dimension = names.unknowns.size();
+    const int steps = whole_steps(table.source, rows, chosen, dimension);
+    const double spacing = uniform_spacing(table);
+    const std::size_t solved =
+        static_cast<std::size_t>(steps) * static_cast<std::size_t>(chosen.samples_per_step()) + 1;
+    if (solved < rows)
+        note("the last ", rows - solved, " of ", rows, " samples fill no whole step of ", chosen.samples_per_step(),
+             " spacings and are left out");
+    warn_of_non_finite(table, {table.names.begin() + 1, table.names.end()});
+
+    const std::span<const std::vector<double>> columns = table.columns;
+    const std::size_t kernel = 1 + names.forcing.size(), coefficient = kernel + names.kernel.size();
+    const bool has_coefficient = kind == equation_kind::integro_differential;
+    return {table.column("t"),
+            interleaved(columns.subspan(1, names.forcing.size()), rows, dimension),
+            interleaved(columns.subspan(kernel, names.kernel.size()), rows, dimension * dimension),
+            interleaved(columns.subspan(coefficient), rows, has_coefficient ? dimension * dimension : 0),
+            names.unknowns,
+            spacing,
+            steps,
+            solved};
+}
+
+} // namespace quenta_program
