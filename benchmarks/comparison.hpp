@@ -4,6 +4,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -18,6 +19,11 @@ template <class function_type>
 void register_line(const std::string& name, std::int64_t size, int pairs, function_type function) {
     const std::string full_name = name + '/' + std::to_string(size);
     benchmark::RegisterBenchmark(full_name.c_str(), function)->Iterations(pairs)->UseManualTime();
+}
+
+// The pairs that a line of so many steps, or as much work, takes.
+inline int pairs_for(std::int64_t steps) {
+    return static_cast<int>(std::clamp<std::int64_t>(2000000 / steps, 5, 101));
 }
 
 // The processor time of this thread: what the machine gives to others in between does not count.

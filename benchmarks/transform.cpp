@@ -79,7 +79,7 @@ int batch_for(std::int64_t n) {
     return static_cast<int>(std::clamp<std::int64_t>((1 << 17) / n, 1, 100));
 }
 
-int pairs_for(std::int64_t n) {
+int pairs_of_transforms(std::int64_t n) {
     return n <= 65536 ? 101 : 15;
 }
 
@@ -132,15 +132,16 @@ void table_against_plain_loop(benchmark::State& state, const vector_kernels& ker
 const bool registered = [] {
     for (const bool inverse : {false, true})
         for (std::int64_t n = 64; n <= 1 << 20; n *= 2)
-            register_line(std::string("transform, ") + (inverse ? "inverse" : "forward") + " / FFTW", n, pairs_for(n),
+            register_line(std::string("transform, ") + (inverse ? "inverse" : "forward") + " / FFTW", n,
+                          pairs_of_transforms(n),
                           [n, inverse](benchmark::State& state) { against_fftw(state, n, inverse); });
     for (const vector_kernels* const kernels : quenta::runnable_tables<vector_kernels>())
         for (const std::int64_t n : {64, 1024, 16384, 65536})
-            register_line(std::string("transform, ") + kernels->name + " / FFTW", n, pairs_for(n),
+            register_line(std::string("transform, ") + kernels->name + " / FFTW", n, pairs_of_transforms(n),
                           [n, kernels](benchmark::State& state) { table_against_fftw(state, *kernels, n); });
     for (const vector_kernels* const kernels : quenta::runnable_tables<vector_kernels>())
         for (const std::int64_t n : {64, 1024, 16384, 65536})
-            register_line(std::string("transform, ") + kernels->name + " / plain loop", n, pairs_for(n),
+            register_line(std::string("transform, ") + kernels->name + " / plain loop", n, pairs_of_transforms(n),
                           [n, kernels](benchmark::State& state) { table_against_plain_loop(state, *kernels, n); });
     return true;
 }();
