@@ -5,7 +5,8 @@
 // options of that set. Every table gives the same bits; which one runs is chosen once, far away from the loops.
 #pragma once
 
-#include <vector>
+#include <array>
+#include <span>
 
 namespace quenta {
 
@@ -34,19 +35,19 @@ struct processor_features {
 
 processor_features detected_processor_features();
 
-// Every table that a processor with these features can run, the widest last.
+// Every table that a processor with these features can run, the widest last. Nothing is allocated, since there are
+// solvers that promise as much; and to ask a set for its table takes none of its instructions.
 template <class table>
-std::vector<const table*> runnable_tables(processor_features features = detected_processor_features()) {
-    std::vector<const table*> tables{&table::template of<baseline>()};
+std::span<const table* const> runnable_tables(processor_features features = detected_processor_features()) {
 #if defined(__x86_64__)
-    if (features.avx2 || features.avx512)
-        tables.push_back(&table::template of<avx2>());
-    if (features.avx512)
-        tables.push_back(&table::template of<avx512>());
+    static const std::array tables{&table::template of<baseline>(), &table::template of<avx2>(),
+                                   &table::template of<avx512>()};
+    return std::span{tables}.first(features.avx512 ? 3 : features.avx2 ? 2 : 1);
 #else
     static_cast<void>(features);
-#endif
+    static const std::array tables{&table::template of<baseline>()};
     return tables;
+#endif
 }
 
 // The table that solvers use: the widest one that the processor at hand can run.
