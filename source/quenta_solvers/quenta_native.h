@@ -1,11 +1,12 @@
-/* quenta_native: solvers for linear Volterra equations with a convolution kernel.
+/* quenta_native: solvers for linear Volterra equations, from samples of a convolution kernel or from blocks.
  *
  * The calling order: quenta_rt_init once, to its end, before any other thread enters; then any solver, from any
  * number of threads at once. A thread needs no preparation of its own, and there is nothing to shut down. The
  * functions that only report limits or settings need no start at all.
  *
  * Rules for all arguments
- *   1. Order: input arrays, then sizes, then scalars and the setting, then flags, then output arrays.
+ *   1. Order: input arrays, then sizes, then scalars and the setting, then flags, then output arrays. Solvers from
+ *      blocks have their sizes where it is said below.
  *   2. Every array belongs to the caller, before and after. The library keeps no pointer after it returns, and
  *      neither reads nor writes outside the sizes given here.
  *   3. double is the 64-bit IEEE type, int has 32 bits. Flags are ints: zero is no, anything else is yes.
@@ -19,14 +20,15 @@
  *
  * What a solver returns, and what is left untouched
  *   QUENTA_SOLVED, QUENTA_UNSUPPORTED_SETTING, QUENTA_SINGULAR_BLOCK or QUENTA_SIZE_OVERFLOW (below). Nothing at all
- *   is written unless the status is QUENTA_SOLVED, and the library is fully usable after every status.
+ *   is written unless the status is QUENTA_SOLVED, but by solvers from blocks, which leave the steps before a singular
+ *   one. The library is fully usable after every status.
  *
  * What is no status
  *   Arguments that contradict each other are fatal: a C++ exception leaves through the function, which ends a
  *   process that does not catch it. It derives from std::exception, whose what() tells the place in the library, the
- *   index and the length. So does std::bad_alloc when memory runs out; no memory is lost on the way. A setting with m =
- * 0 (or any m whose square is 0 in 32 bits) ends the process by the platform's arithmetic fault. In both cases the
- * output is undefined. Null pointers are not tested, but where a function says so.
+ *   index and the length. So does std::bad_alloc when memory runs out; no memory is lost on the way. A setting with
+ *   m = 0 (or any m whose square is 0 in 32 bits) ends the process by the platform's arithmetic fault. In both cases
+ *   the output is undefined. Null pointers are not tested, but where a function says so.
  */
 #ifndef QUENTA_NATIVE_H
 #define QUENTA_NATIVE_H
@@ -50,7 +52,7 @@ extern "C" {
 /* The status of a solve. */
 enum {
     QUENTA_SOLVED = 0,              /* the solution is written */
-    QUENTA_UNSUPPORTED_SETTING = 1, /* (m, list) is no row of the settings table */
+    QUENTA_UNSUPPORTED_SETTING = 1, /* (m, list) is no row of the settings table; a size out of range */
     QUENTA_SINGULAR_BLOCK = 2,      /* the dense system of a step is singular */
     QUENTA_SIZE_OVERFLOW = 3        /* a size does not fit a signed 32-bit index */
 };
@@ -270,6 +272,93 @@ QUENTA_API int quenta_solve_vide(const double* g, const double* K, const double*
 QUENTA_API int quenta_solve_vide_vec(const double* g, const double* K, const double* a, int N, int D, const double* y0,
                                      double dt, int m, const int* list, int count, int want_coeffs, double* out,
                                      double* coeffs, int* n_steps);
+
+/* ---- Solvers from pre-assembled blocks -------------------------------------------------------------------------- */
+
+/* For kernels of any form: the caller assembles the coefficients of a collocation scheme (Brunner, chapters 2 and 3),
+ * and these functions solve the lower block-triangular system by forward recursion, with one small dense system a
+ * step. They know no kernel, no setting and no nodes, need no start of the library, allocate nothing, and are pure
+ * functions of their arguments.
+ *
+ * What they share
+ *   N         number of steps, at least 1
+ *   P         number of points of a step, which carry its unknowns: 1 to 5
+ *   D         number of components of an unknown: 1 to 8 in the forms for vectors (_vec), 1 in the others
+ *   n, k      steps; i, j: points of a step; r, c: components. All count from 0; n, i, r belong to rows, k, j, c to
+ *             columns.
+ *   vectors   component r of point i of step n at (n*P + i)*D + r
+ *   A         a row-major table of matrices: a row for every point, in it s slots for every step, and in each slot a
+ *             D by D matrix, itself row-major. Entry (r, c) for point i of step n and slot j of step k stands at
+ *             A[((n*P + i) * (N*s) + k*s + j)*D*D + r*D + c], with s = P where nothing else is said. For D > 1 this is
+ *             not the row-major matrix of the whole system: the matrix of a slot is contiguous. Slots of steps k > n
+ *             are never read and may hold anything. A may have more than 2147483647 elements.
+ *
+ * Each returns QUENTA_SOLVED;
+ *      QUENTA_UNSUPPORTED_SETTING if N, P or D is out of its range: nothing is read or written;
+ *      QUENTA_SINGULAR_BLOCK if the system of a step n is singular to rounding, or has an infinite pivot: what belongs
+ *      to the steps before n is written and final, and so is y[n] where there is a y; the rest is left untouched.
+ * Each takes up to 32 KiB of stack. The cost grows like the square of N: all of A up to the diagonal is read, once.
+ * Any number of threads may call at once. A form for vectors may round otherwise with D = 1 than the scalar one.
+ */
+
+/* First kind:  sum over k = 0 .. n of A[n,k] x[k] = b[n], where A[n,k] is the block of the rows of step n and the slots
+ * of step k.
+ *
+ * In   A[N*P*D * N*P*D] coefficients
+ *      b[N*P*D]         right-hand side
+ * Out  x[N*P*D]         solution
+ */
+QUENTA_API int function_solve_vie1(const double* A, const double* b, int N, int P, double* x);
+QUENTA_API int function_solve_vie1_vec(const double* A, const double* b, int N, int P, int D, double* x);
+
+/* First kind with a value carried from step to step: the equations of step n also see y[k] for k = 0 .. n, and
+ *
+ *   sum over k = 0 .. n of (A[n, slots 0 .. P-1 of k] x[k] + A[n, slot P of k] y[k]) = b[n],
+ *   y[n+1] = rho y[n] + sum over j of w[j] x[n,j].
+ *
+ * In   A[N*P*D * N*(P+1)*D]   coefficients, with s = P + 1 slots a step: those of its points, then that of its y
+ *      b[N*P*D]         right-hand side
+ *      w[P], rho        the rule of the carried value, the same for every step and component
+ *      y0, y0[D]        y[0]
+ * Out  x[N*P*D]         values at the points
+ *      y[(N+1)*D]       carried values: component r of y[n] at n*D + r
+ */
+QUENTA_API int function_solve_vie1_cont(const double* A, const double* b, int N, int P, const double* w, double rho,
+                                        double y0, double* x, double* y);
+QUENTA_API int function_solve_vie1_cont_vec(const double* A, const double* b, int N, int P, int D, const double* w,
+                                            double rho, const double* y0, double* x, double* y);
+
+/* Second kind:  x[n] = b[n] + sum over k = 0 .. n of A[n,k] x[k]. The identity is not part of A.
+ *
+ * In   A[N*P*D * N*P*D] coefficients
+ *      b[N*P*D]         right-hand side
+ * Out  x[N*P*D]         solution
+ */
+QUENTA_API int function_solve_vie2(const double* A, const double* b, int N, int P, double* x);
+QUENTA_API int function_solve_vie2_vec(const double* A, const double* b, int N, int P, int D, double* x);
+
+/* Integro-differential equation, on steps of any lengths:  the unknowns x are the derivatives at the points,
+ *
+ *   x[n,i] = b[n,i] + C[n,i] (y[n] + h[n] * sum over j of E[i*P + j] x[n,j])
+ *            + sum over k = 0 .. n of (A[(n,i), slot P of k] y[k] + h[k] * sum over j of A[(n,i), slot j of k] x[k,j]),
+ *   y[n+1] = y[n] + h[n] * sum over j of w[j] x[n,j].
+ *
+ * In   A[N*P*D * N*(P+1)*D]   coefficients of the integral, with s = P + 1 slots a step: those of the derivatives at
+ *                       its points, without the step length, then that of y[k]
+ *      b[N*P*D]         forcing at the points
+ *      C[N*P*D*D]       coefficient of y: entry (r, c) at point i of step n at (n*P + i)*D*D + r*D + c
+ *      E[P*P]           weight of the derivative at point j in y at point i, relative to the step length: at i*P + j
+ *      w[P]             weights of the derivatives in y at the end of the step, relative to the step length
+ *      h[N]             step lengths; not examined
+ *      y0, y0[D]        y[0]
+ * Out  x[N*P*D]         derivatives at the points
+ *      y[(N+1)*D]       y at the ends of the steps: component r of y[n] at n*D + r
+ */
+QUENTA_API int function_solve_vide(const double* A, const double* b, const double* C, const double* E, const double* w,
+                                   const double* h, double y0, int N, int P, double* x, double* y);
+QUENTA_API int function_solve_vide_vec(const double* A, const double* b, const double* C, const double* E,
+                                       const double* w, const double* h, const double* y0, int N, int P, int D,
+                                       double* x, double* y);
 
 #ifdef __cplusplus
 }

@@ -1,7 +1,8 @@
 # cmake -DLIBRARY=<shared library> -DHEADER=<public header> -P exported_symbols.cmake
 #
-# The shared library (ELF) exports the functions of the header and nothing else; it names its version; it needs nothing
-# but the compiler's and the C library, and of the mathematical functions only those whose results are agreed on.
+# The shared library (ELF) exports the functions of the header, the variants of three kinds of block solvers, and nothing
+# else; it names its version; it needs nothing but the compiler's and the C library, and of the mathematical functions
+# only those whose results are agreed on.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -28,13 +29,32 @@ if(declared_count LESS 9)
     message(SEND_ERROR "only ${declared_count} functions were found in ${HEADER}")
 endif()
 
+# The variants of the block solvers: a view is {length, pointer}.
+set(in "quenta::view<double const>")
+set(out "quenta::view<double>")
+set(variants "")
+foreach(P RANGE 1 5)
+    list(APPEND variants
+        "bool quenta::function_solve_vie1_impl<${P}>(${in}, ${in}, int, ${out})"
+        "bool quenta::function_solve_vie1_cont_impl<${P}>(${in}, ${in}, int, ${in}, double, double, ${out}, ${out})"
+        "bool quenta::function_solve_vide_impl<${P}>(${in}, ${in}, ${in}, ${in}, ${in}, ${in}, double, int, ${out}, ${out})")
+    foreach(D RANGE 1 8)
+        set(vec "vec_impl<${P}, ${D}>")
+        list(APPEND variants
+            "bool quenta::function_solve_vie1_${vec}(${in}, ${in}, int, ${out})"
+            "bool quenta::function_solve_vie1_cont_${vec}(${in}, ${in}, int, ${in}, double, ${in}, ${out}, ${out})"
+            "bool quenta::function_solve_vide_${vec}(${in}, ${in}, ${in}, ${in}, ${in}, ${in}, ${in}, int, ${out}, ${out})")
+    endforeach()
+endforeach()
+
 # The symbols of the library.
-run(symbols nm -D --defined-only --format=posix "${LIBRARY}")
-string(REGEX MATCHALL "[^\n]+" lines "${symbols}")
-list(TRANSFORM lines REPLACE " .*" "" OUTPUT_VARIABLE exported)
-list(SORT declared)
+run(symbols nm -D --defined-only --demangle "${LIBRARY}")
+string(REGEX MATCHALL "[^\n]+" exported "${symbols}")
+list(TRANSFORM exported REPLACE "^[0-9a-f]+ [A-Za-z] " "")
+set(expected ${declared} ${variants})
+list(SORT expected)
 list(SORT exported)
-expect_equal("exported symbols" "${declared}" "${exported}")
+expect_equal("exported symbols" "${expected}" "${exported}")
 
 run(dynamic readelf -d -W "${LIBRARY}")
 get_filename_component(file "${LIBRARY}" REALPATH)

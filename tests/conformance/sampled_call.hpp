@@ -1,44 +1,17 @@
-// One call of a solver from samples with its outputs under watch: every cell that the call may write, and a fence on
-// both sides, holds a mark beforehand.
+// One call of a solver from samples with its outputs under watch.
 #pragma once
 
 #include "quenta_native.h"
 #include "reference/settings.hpp"
+#include "support/fenced_array.hpp"
 
 #include <algorithm>
-#include <bit>
 #include <cstddef>
-#include <cstdint>
-#include <span>
 #include <vector>
 
 namespace quenta_tests {
 
-// A NaN that no arithmetic makes.
-inline constexpr std::uint64_t mark = 0x7FFCA5A5A5A5A5A5;
 inline constexpr int marked_steps = -123456789;
-
-inline bool is_marked(double cell) {
-    return std::bit_cast<std::uint64_t>(cell) == mark;
-}
-
-class fenced_array {
-public:
-    explicit fenced_array(std::size_t length) : cells(length + 2 * fence, std::bit_cast<double>(mark)) {}
-
-    double* data() { return cells.data() + fence; }
-    std::span<const double> values() const { return std::span{cells}.subspan(fence, cells.size() - 2 * fence); }
-
-    bool fences_hold() const {
-        return std::all_of(cells.begin(), cells.begin() + fence, is_marked) &&
-               std::all_of(cells.end() - fence, cells.end(), is_marked);
-    }
-    bool untouched() const { return std::all_of(cells.begin(), cells.end(), is_marked); }
-
-private:
-    static constexpr std::ptrdiff_t fence = 32;
-    std::vector<double> cells;
-};
 
 struct sampled_answer {
     int status;

@@ -1,0 +1,108 @@
+// The forward recursion that all block solvers share.
+//
+// An equation gives, for P points of D components: its history (history_terms.hpp), the part of a right-hand side that
+// is no history, the entries of a step's matrix, and what it does at the start and at the end of a step. What depends
+// on nothing but steps that are known is done for several steps at once.
+#pragma once
+
+#include "quenta_function_solvers/history_sums.hpp"
+#include "quenta_solvers/dense_solve.hpp"
+#include "utility/ieee.hpp"
+#include "utility/instruction_sets.hpp"
+#include "utility/view.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+namespace quenta {
+
+// Whose arrays an equation reads and writes. Their lengths are tested here, once.
+template <int P_, int D_, class history_>
+struct block_equation {
+    using history = history_;
+    static constexpr int P = P_, D = D_, M = P * D;
+    static constexpr int slots = history::has_carried_value ? P + 1 : P; // of a step, in a row point of A
+
+    block_equation(view<const double> blocks, int N, view<double> unknowns)
+        : row_length{std::int64_t(N) * slots * D * D},
+          A{elements(blocks, std::uint64_t(N) * P * std::uint64_t(row_length))}, x{elements(unknowns,
+                                                                                            std::uint64_t(N) * M)} {}
+
+    template <class element>
+    static element* elements(view<element> array, std::uint64_t count) {
+        return array.slice(0, count).pointer;
+    }
+
+    // The matrix of row point (n, i) and slot j of step k, row-major.
+    const double* block(std::int64_t n, int i, std::int64_t k, int j) const {
+        return A + (n * P + i) * row_length + (k * slots + j) * D * D;
+    }
+    // The D values at a point.
+    double* point(std::int64_t n, int i) const { return x + (n * P + i) * D; }
+
+    // What most equations have none of.
+    void start() const {}
+    void end_step(std::int64_t) const {}
+
+    std::int64_t row_length;
+    const double* A;
+    double* x;
+    double* y = nullptr;
+    const double* h = nullptr;
+};
+
+template <class equation>
+bool solve_forward(const equation& problem, int N) {
+    using history = typename equation::history;
+    constexpr int P = equation::P, D = equation::D, M = equation::M;
+    // The sum of a step with a carried value begins with that value, which the step before has to give.
+    constexpr int steps_together = history::has_carried_value ? 1 : std::max(sums_together / M, 1);
+    const add_history_function add_history =
+        (widest_table<history_kernels>().*history::table)[history::written_in == form::scalar ? 0 : D];
+
+    std::array<double, most_sums> rhs;
+    dense_factors<M> matrix;
+    rhs.fill(ieee::quiet_nan);
+
+    problem.start();
+    for (std::int64_t first = 0; first < N; first += steps_together) {
+        const int steps = int(std::min<std::int64_t>(steps_together, N - first));
+        for (int q = 0; q < steps * M; ++q)
+            rhs[q] = problem.right_side(first, q / D, q % D);
+        known_steps known{
+            problem.block(first, 0, 0, 0), problem.row_length, 0, first, P, problem.x, problem.y, problem.h};
+        if (first > 0)
+            add_history(rhs.data(), steps * M, known);
+
+        for (int step = 0; step < steps; ++step) {
+            const std::int64_t n = first + step;
+            for (int i = 0; i < P; ++i)
+                for (int r = 0; r < D; ++r)
+                    for (int j = 0; j < P; ++j)
+                        for (int c = 0; c < D; ++c)
+                            matrix.at(i * D + r, j * D + c) = problem.matrix(n, i, r, j, c);
+            if (!matrix.eliminate())
+                return false;
+            std::array<double, M> solution;
+            std::copy_n(rhs.begin() + step * M, M, solution.begin());
+            matrix.substitute(solution);
+            std::copy_n(solution.begin(), M, problem.point(n, 0));
+            problem.end_step(n);
+
+            // The later steps of these know one step more.
+            if constexpr (steps_together > 1) {
+                known.first = n;
+                known.end = n + 1;
+                known.points = P;
+                for (int q = (step + 1) * M; q < steps * M; ++q) {
+                    const double* const row = known.blocks + q / D * known.row + q % D * D;
+                    add_steps<history, D, 1, 1>(&rhs[q], &row, known);
+                }
+            }
+        }
+    }
+    return true;
+}
+
+} // namespace quenta

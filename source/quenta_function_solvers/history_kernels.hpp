@@ -1,0 +1,46 @@
+// The loops over the history of a block solver, once for each instruction set.
+//
+// Reading the blocks is all the work, and the order of the additions to a sum is fixed, so that many sums have to
+// advance together through the same columns.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace quenta {
+
+inline constexpr int most_points = 5;
+inline constexpr int most_dimensions = 8;
+
+// The steps whose contributions are to be added, and where they stand. A row point has a row of slots, `slots` of them
+// for every step; a slot is a D by D matrix, row-major. The points come first, then the carried value if there is one.
+struct known_steps {
+    const double* blocks; // slot 0 of step 0, for the first row point of the sums
+    std::int64_t row;     // doubles from a row point to the next
+    std::int64_t first, end;
+    int points;      // of a step
+    const double* x; // D values for every point
+    const double* y; // carried values, D for every step; null without
+    const double* h; // step lengths; null without
+};
+
+// sums[i*D + r] receives the history of row r of row point i, for the first `count` of them. `sums` has room for
+// `most_sums`; what stands behind `count` is of no use, before and after.
+using add_history_function = void (*)(double* sums, int count, const known_steps& known);
+
+// As many as a solver gives at a time: the rows of several small steps up to this number, or those of one large step.
+inline constexpr int sums_together = 16;
+inline constexpr int most_sums = most_points * most_dimensions + sums_together;
+
+struct history_kernels {
+    template <class set>
+    static const history_kernels& of();
+
+    // Number 0 is the scalar form, number D the vector form.
+    using of_kind = std::array<add_history_function, 1 + most_dimensions>;
+
+    const char* name;
+    of_kind first_kind, continuous_first_kind, second_kind, integro_differential;
+};
+
+} // namespace quenta
