@@ -36,7 +36,8 @@ template <int row, class basis>
     constexpr int P = row_tables<row>::P;
     constexpr int terms = int(basis::lambda.size());
     constexpr int carried = terms - P; // the polynomial goes through B_j, then through U_j
-    const auto [steps, D, U, B] = solution;
+    const std::int64_t steps = solution.steps, D = solution.D;
+    const double *const U = solution.U, *const B = solution.B;
     // A value of the polynomial of step j, or one of its coefficients. The sum starts from its first term.
     const auto weighted_sum = [=](std::int64_t j, std::int64_t b, const auto& weight) {
         const double* const values = U + (j * D + b) * P;
