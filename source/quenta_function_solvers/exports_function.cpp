@@ -3,6 +3,7 @@
 #include "quenta_function_solvers/history_kernels.hpp"
 #include "quenta_solvers/quenta_native.h"
 #include "quenta_solvers/status.hpp"
+#include "utility/floating_point_mode.hpp"
 
 #include <array>
 #include <cstdint>
@@ -51,6 +52,7 @@ template <class variants>
 int run_scalar(int N, int P, const variants& solve) {
     if (out_of_range(N, P, 1))
         return status_unsupported_setting;
+    const standard_floating_point_mode mode;
     const block_sizes sizes = sizes_of(N, P, 1);
     return status_of(visit_constant<most_points>(P - 1, [&]<int p>() { return solve.template operator()<p>(sizes); }));
 }
@@ -60,6 +62,7 @@ template <class variants>
 int run_vector(int N, int P, int D, const variants& solve) {
     if (out_of_range(N, P, D))
         return status_unsupported_setting;
+    const standard_floating_point_mode mode;
     const block_sizes sizes = sizes_of(N, P, D);
     return status_of(
         visit_constant<most_points * most_dimensions>((P - 1) * most_dimensions + D - 1, [&]<int number>() {

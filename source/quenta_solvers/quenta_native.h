@@ -16,7 +16,8 @@
  *      that a system with an infinite pivot counts as singular. A weight of zero is a factor like any other, so that
  *      a NaN under a zero weight shows. The sign and the payload of a NaN are not specified; all other results are
  *      the same bits on every processor of a platform.
- *   6. The processor is expected in its default floating-point mode (round to nearest, subnormals kept).
+ *   6. A solver calculates in the default floating-point mode (round to nearest, subnormals kept, no traps), whatever
+ *      mode the calling thread has set, and gives that thread its mode back.
  *
  * What a solver returns, and what is left untouched
  *   QUENTA_SOLVED, QUENTA_UNSUPPORTED_SETTING, QUENTA_SINGULAR_BLOCK or QUENTA_SIZE_OVERFLOW (below). Nothing at all
@@ -223,8 +224,8 @@ QUENTA_API int quenta_solve_vie1(const double* g, const double* K, int N, double
  *      m, list[count]   a setting: a row of quenta_get_supported_settings. list is not read if no row has this m
  *                       and this count.
  *      want_coeffs      non-zero: also fill coeffs
- * Out  out[N]           y(t_i), from out[0] = y0 on if there is a step; at a step boundary the mean of the values of the
- *                       two polynomials, which differ by rounding; 0.0 past the last whole step
+ * Out  out[N]           y(t_i), from out[0] = y0 on if there is a step; at a step boundary the mean of the values of
+ *                       the two polynomials, which differ by rounding; 0.0 past the last whole step
  *      coeffs[(count+1)*steps]   with want_coeffs: step n, power j of s = (t - t_n) / h in 0 .. 1 at
  *                       n*(count+1) + j, for j = 0 .. count. Not touched and may be null without want_coeffs; null
  *                       with it is fatal once there is a step.
@@ -243,9 +244,8 @@ QUENTA_API int quenta_solve_vide(const double* g, const double* K, const double*
 /* Integro-differential, for vectors of D components:  y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s)
  * ds, with y(0) = y0.
  *
- * The scheme of quenta_solve_vide, with a vector at each point and a matrix for each sample of K and of a. Results for D
- * = 1, for D from 2 to 8 and for larger D are rounded in different ways: those of quenta_solve_vide and of D = 1 agree
- * but for the last bits.
+ * The scheme of quenta_solve_vide, with a vector at each point and a matrix for each sample of K and of a. The two
+ * functions round differently, and so do dimensions up to 8 and above: results agree but for the last bits.
  *
  * In   g[N*D]           forcing: component r at t_i at i*D + r
  *      K[N*D*D]         kernel: entry (r, c) at lag t_i at i*D*D + r*D + c

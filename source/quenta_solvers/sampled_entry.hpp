@@ -5,6 +5,7 @@
 #include "quenta_solvers/calling_threads.hpp"
 #include "quenta_solvers/collocation_settings.hpp"
 #include "quenta_solvers/status.hpp"
+#include "utility/floating_point_mode.hpp"
 #include "utility/integers.hpp"
 #include "utility/view.hpp"
 
@@ -79,6 +80,7 @@ inline view<double> coefficient_view(double* coeffs, const sampled_sizes& sizes)
 template <class solver>
 int run_sampled_solver(const sampled_request& request, refusal refuses, int* n_steps, const solver& solve) {
     attach_calling_thread();
+    const standard_floating_point_mode mode;
     sampled_sizes sizes{};
     const int refused = check_sampled_request(request, refuses, sizes);
     if (refused != status_solved)

@@ -1,0 +1,58 @@
+// The processor's mode of floating-point arithmetic for as long as a call lasts.
+//
+// Every result is defined by IEEE 754 with rounding to nearest, subnormal numbers kept, and no traps. A host may have
+// set something else for its own ends; it finds its mode again when the call is over, by whichever way.
+#pragma once
+
+#if defined(__x86_64__)
+#include <xmmintrin.h>
+#else
+#include <cfenv>
+#endif
+
+namespace quenta {
+
+#if defined(__x86_64__)
+
+// Asking costs next to nothing, and setting the control word a hundred times that, so it is set only where it differs.
+class standard_floating_point_mode {
+public:
+    standard_floating_point_mode() {
+        if (differs())
+            _mm_setcsr(standard);
+    }
+    ~standard_floating_point_mode() {
+        if (differs())
+            _mm_setcsr((host & control) | (_mm_getcsr() & ~control));
+    }
+    standard_floating_point_mode(const standard_floating_point_mode&) = delete;
+    standard_floating_point_mode& operator=(const standard_floating_point_mode&) = delete;
+
+private:
+    static constexpr unsigned control = 0xFFC0; // the other bits record what happened
+    static constexpr unsigned standard = 0x1F80;
+
+    bool differs() const { return (host & control) != standard; }
+
+    const unsigned host = _mm_getcsr();
+};
+
+#else
+
+class standard_floating_point_mode {
+public:
+    standard_floating_point_mode() {
+        std::fegetenv(&host);
+        std::fesetenv(FE_DFL_ENV);
+    }
+    ~standard_floating_point_mode() { std::fesetenv(&host); }
+    standard_floating_point_mode(const standard_floating_point_mode&) = delete;
+    standard_floating_point_mode& operator=(const standard_floating_point_mode&) = delete;
+
+private:
+    std::fenv_t host;
+};
+
+#endif
+
+} // namespace quenta

@@ -1,0 +1,134 @@
+// A host may calculate in another mode than the library: it gets the same bits, and its mode is left as it was.
+#include "conformance/every_solver.hpp"
+#include "conformance/function_call.hpp"
+#include "support/bits.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cfenv>
+#include <functional>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#if defined(__x86_64__)
+#include <xmmintrin.h>
+#endif
+
+namespace quenta_tests {
+
+namespace {
+
+struct host_mode {
+    std::string name;
+    std::function<void()> set;
+    std::function<bool()> holds;
+};
+
+void PrintTo(const host_mode& mode, std::ostream* stream) {
+    *stream << mode.name;
+}
+
+std::vector<host_mode> host_modes() {
+    std::vector<host_mode> modes;
+    for (const auto& [name, mode] : {std::pair{"to nearest", FE_TONEAREST},
+                                     {"upward", FE_UPWARD},
+                                     {"downward", FE_DOWNWARD},
+                                     {"to zero", FE_TOWARDZERO}})
+        modes.push_back({name, [mode] { std::fesetround(mode); },
+                         [mode] {
+                             return std::fegetround() == mode;
+                         }});
+#if defined(__x86_64__)
+    static constexpr unsigned flush_to_zero = 0x8000, subnormals_are_zero = 0x0040, traps = 0x1F80;
+    const auto control = [] {
+        return _mm_getcsr() & 0xFFC0;
+    };
+    modes.push_back({"subnormals flushed", [] { _mm_setcsr(traps | flush_to_zero | subnormals_are_zero); },
+                     [=] {
+                         return control() == (traps | flush_to_zero | subnormals_are_zero);
+                     }});
+    modes.push_back({"overflow traps", [] { _mm_setcsr(traps & ~0x0400u); },
+                     [=] {
+                         return control() == (traps & ~0x0400u);
+                     }});
+#endif
+    return modes;
+}
+
+// What solve() returns on a thread that has set the mode.
+template <class solver>
+auto in_mode(const host_mode& mode, const solver& solve) {
+    std::optional<decltype(solve())> answer;
+    std::thread{[&] {
+        mode.set();
+        answer.emplace(solve());
+        EXPECT_TRUE(mode.holds()) << "the mode was not given back";
+    }}.join();
+    return *answer;
+}
+
+class every_host_mode : public ::testing::TestWithParam<host_mode> {};
+
+// Values of all sizes: sums are rounded everywhere, products are subnormal, and in the growing form they overflow.
+constexpr double small = 0x1.3p-1030, large = 0x1.7p1000;
+
+TEST_P(every_host_mode, solvers_from_samples_give_the_same_bits) {
+    int compared = 0;
+    for (const sampled_solver& solver : every_solver)
+        for (const int D : solver.solves_systems ? std::vector{1, 3, 9} : std::vector{1})
+            for (const double scale : {1.0, small, large}) {
+                system_samples data{D, 4 * 130 + 1};
+                for (double& value : data.g)
+                    value *= scale;
+                for (double& value : data.y0)
+                    value *= scale;
+                const auto solve = [&] {
+                    return solver.solve(data, 0.01, {2, {1, 2}}, 1);
+                };
+                const sampled_answer expected = solve(), actual = in_mode(GetParam(), solve);
+                SCOPED_TRACE(solver.name + (", D = " + std::to_string(D)));
+                ASSERT_EQ(actual.status, expected.status);
+                EXPECT_EQ(actual.n_steps, expected.n_steps);
+                EXPECT_TRUE(equal_bits(expected.out.values(), actual.out.values()));
+                EXPECT_TRUE(equal_bits(expected.coeffs.values(), actual.coeffs.values()));
+                ++compared;
+            }
+    EXPECT_EQ(compared, 3 * (4 * 3 + 2));
+}
+
+TEST_P(every_host_mode, block_solvers_give_the_same_bits) {
+    random_data random{20260361};
+    int compared = 0;
+    for_each_variant([&](block_kind kind, int P, int D) {
+        for (const double scale : {1.0, small, large}) {
+            block_problem problem = random_blocks(random, kind, 20, P, D);
+            for (double& value : problem.b)
+                value *= scale;
+            const auto solve = [&] {
+                return call_block_solver(problem);
+            };
+            const block_answer expected = solve(), actual = in_mode(GetParam(), solve);
+            SCOPED_TRACE(problem.text());
+            ASSERT_EQ(actual.status, expected.status);
+            EXPECT_TRUE(equal_bits(expected.x.values(), actual.x.values()));
+            EXPECT_TRUE(equal_bits(expected.y.values(), actual.y.values()));
+            ++compared;
+        }
+    });
+    EXPECT_EQ(compared, 4 * 5 * 9 * 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(modes, every_host_mode, ::testing::ValuesIn(host_modes()), [](const auto& instance) {
+    std::string name = instance.param.name;
+    std::replace(name.begin(), name.end(), ' ', '_');
+    return name;
+});
+
+} // namespace
+
+} // namespace quenta_tests
