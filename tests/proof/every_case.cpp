@@ -1,0 +1,313 @@
+// Every export, row, dimension, flag and class of step, seeded, against the twins; and one hash of all results for each
+// export, row and dimension, by which builds and instruction sets are compared.
+//
+//   --full               all classes of step and kinds of data, instead of some drawn from them
+//   --seed=N
+//   --instruction-set=S  no wider than baseline, avx2 or avx512
+//   --manifest=FILE      writes the hashes
+//   --hashes-only        compares with no twin: what takes long in a slow build
+#include "conformance/function_call.hpp"
+#include "conformance/sampled_bits.hpp"
+#include "conformance/vide_call.hpp"
+#include "conformance/vie1_call.hpp"
+#include "conformance/vie2_call.hpp"
+#include "reference/vide.hpp"
+#include "reference/vie1.hpp"
+#include "reference/vie2.hpp"
+#include "utility/instruction_sets.hpp"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace {
+
+struct {
+    bool full = false;
+    bool hashes_only = false;
+    std::uint64_t seed = 20260701;
+    std::string instruction_set = "avx512";
+    std::string manifest;
+} options;
+
+} // namespace
+
+// What the library asks when it chooses a table of functions, and what is called in its place.
+extern "C" {
+quenta::processor_features __real__ZN6quenta27detected_processor_featuresEv();
+
+quenta::processor_features __wrap__ZN6quenta27detected_processor_featuresEv() {
+    quenta::processor_features features = __real__ZN6quenta27detected_processor_featuresEv();
+    features.avx512 = features.avx512 && options.instruction_set == "avx512";
+    features.avx2 = features.avx2 && options.instruction_set != "baseline";
+    return features;
+}
+}
+
+namespace quenta_tests {
+
+namespace {
+
+// ---- Hashes ----
+
+// FNV-1a of the bits, all NaNs being one.
+class hash {
+public:
+    void add(std::uint64_t word) {
+        for (int byte = 0; byte < 8; ++byte, word >>= 8)
+            value = (value ^ (word & 0xFF)) * 0x100000001B3;
+    }
+    void add(std::span<const double> values) {
+        for (const double each : values)
+            add(std::isnan(each) ? 0x7FF8000000000000 : std::bit_cast<std::uint64_t>(each));
+    }
+    std::string text() const {
+        char digits[17];
+        std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(value));
+        return digits;
+    }
+
+private:
+    std::uint64_t value = 0xCBF29CE484222325;
+};
+
+std::map<std::string, hash> manifest; // by export, row and dimension
+
+std::string numbered(const char* name, std::size_t number) {
+    std::string digits = std::to_string(number);
+    return name + std::string(2 - std::min<std::size_t>(digits.size(), 2), '0') + digits;
+}
+
+// ---- Solvers from samples ----
+
+// One case. Everything else follows from the numbers, so that the line it prints is the case.
+struct sampled_case {
+    const char* solver;
+    std::size_t row;
+    int D, steps, want_coeffs;
+    std::size_t data;
+    std::uint64_t seed;
+
+    std::string text() const {
+        return "prove(sampled_case{\"" + std::string{solver} + "\", " + std::to_string(row) + ", " + std::to_string(D) +
+               ", " + std::to_string(steps) + ", " + std::to_string(want_coeffs) + ", " + std::to_string(data) + ", " +
+               std::to_string(seed) + "});";
+    }
+};
+
+struct sampled_problem {
+    explicit sampled_problem(const sampled_case& given)
+        : D{given.D}, setting{reference::settings()[given.row]}, dt{data_kinds[given.data].dt} {
+        const auto& [name, spacing, draw_g, draw_K] = data_kinds[given.data];
+        const int S = setting.m * setting.m, unused = int(given.seed % 3) * (S - 1) / 2;
+        const std::size_t N = std::size_t(std::max(given.steps * S + 1 + unused, present_samples(setting)));
+        const std::size_t components = std::size_t(D);
+        random_data random{given.seed};
+        g = samples(random, N * components, draw_g);
+        K = samples(random, N * components * components, draw_K);
+        a = samples(random, N * components * components, draw_K);
+        y0 = samples(random, components, draw_g);
+    }
+
+    int D;
+    const reference::setting& setting;
+    double dt;
+    std::vector<double> g, K, a, y0;
+};
+
+struct sampled_solver {
+    const char* name;
+    bool solves_systems;
+    bool (*refuses)(const reference::setting& row);
+    sampled_answer (*solve)(const sampled_problem& problem, int want_coeffs);
+    reference::solution (*twin)(const sampled_problem& problem);
+};
+
+bool refuses_nothing(const reference::setting&) {
+    return false;
+}
+
+template <int continuous>
+sampled_answer solve_vie1(const sampled_problem& p, int want_coeffs) {
+    sampled_answer answer = awaited_answer(p.K.size(), 1, p.setting);
+    answer.status = quenta_solve_vie1(p.g.data(), p.K.data(), int(p.K.size()), p.y0[0], p.dt, p.setting.m,
+                                      p.setting.indices.data(), int(p.setting.indices.size()), want_coeffs, continuous,
+                                      answer.out.data(), answer.coeffs.data(), &answer.n_steps);
+    return answer;
+}
+template <int continuous>
+sampled_answer solve_vie1_vec(const sampled_problem& p, int want_coeffs) {
+    return call_vie1(p.g, p.K, p.D, p.y0, p.dt, p.setting, continuous, want_coeffs);
+}
+template <int continuous>
+reference::solution twin_of_vie1(const sampled_problem& p) {
+    return reference::solve_vie1(p.g, p.K, p.D, p.y0, p.dt, continuous != 0, p.setting);
+}
+reference::solution twin_of_vie2(const sampled_problem& p) {
+    return reference::solve_vie2(p.g, p.K, p.D, p.dt, p.setting);
+}
+reference::solution twin_of_vide(reference::vide_body body, const sampled_problem& p) {
+    return reference::solve_vide(body, p.g, p.K, p.a, p.D, p.y0, p.dt, p.setting);
+}
+
+constexpr sampled_solver sampled_solvers[] = {
+    {"quenta_solve_vie1", false, refused_by_vie1, solve_vie1<0>, twin_of_vie1<0>},
+    {"quenta_solve_vie1 continuous", false, refused_by_vie1, solve_vie1<1>, twin_of_vie1<1>},
+    {"quenta_solve_vie1_vec", true, refused_by_vie1, solve_vie1_vec<0>, twin_of_vie1<0>},
+    {"quenta_solve_vie1_vec continuous", true, refused_by_vie1, solve_vie1_vec<1>, twin_of_vie1<1>},
+    {"quenta_solve_vie2", false, refuses_nothing,
+     [](const sampled_problem& p, int want_coeffs) { return call_vie2(p.g, p.K, p.dt, p.setting, want_coeffs); },
+     twin_of_vie2},
+    {"quenta_solve_vie2_vec", true, refuses_nothing,
+     [](const sampled_problem& p, int want_coeffs) {
+         return call_vie2_vec(p.g, p.K, p.D, p.dt, p.setting, want_coeffs);
+     },
+     twin_of_vie2},
+    {"quenta_solve_vide", false, refuses_nothing,
+     [](const sampled_problem& p, int want_coeffs) {
+         return call_vide(p.g, p.K, p.a, p.y0[0], p.dt, p.setting, want_coeffs);
+     },
+     [](const sampled_problem& p) {
+         return twin_of_vide(reference::vide_body::scalar, p);
+     }},
+    {"quenta_solve_vide_vec", true, refuses_nothing,
+     [](const sampled_problem& p, int want_coeffs) {
+         return call_vide_vec(p.g, p.K, p.a, p.D, p.y0, p.dt, p.setting, want_coeffs);
+     },
+     [](const sampled_problem& p) {
+         return twin_of_vide(p.D <= 8 ? reference::vide_body::fixed_dimension : reference::vide_body::any_dimension, p);
+     }},
+};
+
+int proved = 0;
+
+void prove(const sampled_case& given) {
+    SCOPED_TRACE(given.text());
+    const sampled_solver* const solver =
+        std::find_if(std::begin(sampled_solvers), std::end(sampled_solvers),
+                     [&](const sampled_solver& each) { return std::string_view{each.name} == given.solver; });
+    ASSERT_NE(solver, std::end(sampled_solvers));
+    const sampled_problem problem{given};
+    const sampled_answer answer = solver->solve(problem, given.want_coeffs);
+    ++proved;
+    hash& results = manifest[given.solver + numbered(" row ", given.row) + numbered(" D ", std::size_t(given.D))];
+    results.add(std::uint64_t(answer.status));
+    results.add(answer.out.values());
+    results.add(answer.coeffs.values());
+    if (solver->refuses(problem.setting)) {
+        ASSERT_EQ(answer.status, QUENTA_UNSUPPORTED_SETTING);
+        ASSERT_TRUE(answer.untouched());
+    } else if (!options.hashes_only) {
+        comparison_counts counts;
+        compare(solver->twin(problem), answer, given.want_coeffs != 0, counts);
+    }
+}
+
+TEST(every_case, of_the_solvers_from_samples) {
+    random_data random{options.seed};
+    int awaited = 0;
+    for (const sampled_solver& solver : sampled_solvers)
+        for (std::size_t row = 0; row < 56; ++row)
+            for (int D = 1; D <= (solver.solves_systems ? 10 : 1); ++D) {
+                const auto prove_drawn = [&](int steps, std::size_t data) {
+                    prove({solver.name, row, D, steps, int(random.below(2)), data, random.below(1u << 31)});
+                    ++awaited;
+                };
+                if (options.full)
+                    for (const int steps : boundary_steps)
+                        for (std::size_t data = 0; data < std::size(data_kinds); ++data)
+                            prove_drawn(steps, data);
+                else // one ordinary case on both sides of the transform, and one that is not
+                    for (const auto& [steps, data] :
+                         {std::pair{int(random.below(33)), std::size_t{0}},
+                          {boundary_steps[4 + random.below(boundary_steps.size() - 4)], std::size_t{0}},
+                          {boundary_steps[random.below(5)], std::size_t(random.below(std::size(data_kinds)))}})
+                        prove_drawn(steps, data);
+                if (HasFatalFailure())
+                    return;
+            }
+    EXPECT_EQ(proved, awaited);
+    EXPECT_GT(proved, 4 * 56 * 11 * 3 - 1);
+}
+
+// ---- Solvers from blocks ----
+
+struct block_case {
+    block_kind kind;
+    int P, D, N;
+    std::uint64_t seed;
+
+    std::string text() const {
+        return "prove(block_case{block_kind(" + std::to_string(int(kind)) + "), " + std::to_string(P) + ", " +
+               std::to_string(D) + ", " + std::to_string(N) + ", " + std::to_string(seed) + "});";
+    }
+};
+
+void prove(const block_case& given) {
+    SCOPED_TRACE(given.text());
+    random_data random{given.seed};
+    block_problem problem = random_blocks(random, given.kind, given.N, given.P, given.D);
+    if (given.seed % 4 == 0) // a special value somewhere
+        (random.below(2) == 0 ? problem.A[random.below(problem.A.size())] : problem.b[random.below(problem.b.size())]) =
+            random.special_value();
+    const block_answer answer = call_block_solver(problem);
+    hash& results = manifest[problem.text().substr(0, problem.text().find(", N"))];
+    results.add(std::uint64_t(answer.status));
+    results.add(answer.x.values());
+    results.add(answer.y.values());
+    if (!options.hashes_only) {
+        ASSERT_TRUE(answers_as_the_twin(problem, answer, block_twin(problem)));
+    }
+}
+
+TEST(every_case, of_the_solvers_from_blocks) {
+    random_data random{options.seed + 1};
+    int cases = 0;
+    for_each_variant([&](block_kind kind, int P, int D) {
+        for (int N = 1; N <= 24; N += options.full ? 1 : 1 + int(random.below(8)))
+            for (int repetition = 0; repetition < (options.full ? 20 : 2); ++repetition, ++cases)
+                prove(block_case{kind, P, D, N, random.below(1u << 31)});
+    });
+    EXPECT_GT(cases, 4 * 5 * 9 * 6);
+}
+
+} // namespace
+
+} // namespace quenta_tests
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    for (const std::string_view argument : std::vector<std::string_view>(argv + 1, argv + argc)) {
+        const auto value_of = [&](std::string_view name, std::string& value) {
+            return argument.starts_with(name) && (value = argument.substr(name.size()), true);
+        };
+        std::string seed;
+        if (argument == "--full")
+            options.full = true;
+        else if (argument == "--hashes-only")
+            options.hashes_only = true;
+        else if (value_of("--seed=", seed))
+            options.seed = std::stoull(seed);
+        else if (!value_of("--manifest=", options.manifest) &&
+                 !value_of("--instruction-set=", options.instruction_set)) {
+            std::fprintf(stderr, "every_case: unknown option %s\n", std::string{argument}.c_str());
+            return 2;
+        }
+    }
+    const int failures = RUN_ALL_TESTS();
+    if (!options.manifest.empty()) {
+        std::ofstream file{options.manifest};
+        for (const auto& [name, hash] : quenta_tests::manifest)
+            file << name << "  " << hash.text() << '\n';
+        if (!file.flush())
+            return 2;
+    }
+    return failures;
+}
