@@ -23,7 +23,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <initializer_list>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -91,13 +93,13 @@ std::string numbered(const char* name, std::size_t number) {
 struct sampled_case {
     const char* solver;
     std::size_t row;
-    int D, steps, want_coeffs;
+    int D, N, want_coeffs;
     std::size_t data;
     std::uint64_t seed;
 
     std::string text() const {
         return "prove(sampled_case{\"" + std::string{solver} + "\", " + std::to_string(row) + ", " + std::to_string(D) +
-               ", " + std::to_string(steps) + ", " + std::to_string(want_coeffs) + ", " + std::to_string(data) + ", " +
+               ", " + std::to_string(N) + ", " + std::to_string(want_coeffs) + ", " + std::to_string(data) + ", " +
                std::to_string(seed) + "});";
     }
 };
@@ -106,8 +108,7 @@ struct sampled_problem {
     explicit sampled_problem(const sampled_case& given)
         : D{given.D}, setting{reference::settings()[given.row]}, dt{data_kinds[given.data].dt} {
         const auto& [name, spacing, draw_g, draw_K] = data_kinds[given.data];
-        const int S = setting.m * setting.m, unused = int(given.seed % 3) * (S - 1) / 2;
-        const std::size_t N = std::size_t(std::max(given.steps * S + 1 + unused, present_samples(setting)));
+        const std::size_t N = std::size_t(given.N);
         const std::size_t components = std::size_t(D);
         random_data random{given.seed};
         g = samples(random, N * components, draw_g);
@@ -195,8 +196,13 @@ void prove(const sampled_case& given) {
                      [&](const sampled_solver& each) { return std::string_view{each.name} == given.solver; });
     ASSERT_NE(solver, std::end(sampled_solvers));
     const sampled_problem problem{given};
-    const sampled_answer answer = solver->solve(problem, given.want_coeffs);
     ++proved;
+    if (given.N < present_samples(problem.setting) && !solver->refuses(problem.setting)) {
+        EXPECT_THROW(solver->solve(problem, given.want_coeffs), std::exception);
+        EXPECT_THROW(solver->twin(problem), std::logic_error);
+        return;
+    }
+    const sampled_answer answer = solver->solve(problem, given.want_coeffs);
     hash& results = manifest[given.solver + numbered(" row ", given.row) + numbered(" D ", std::size_t(given.D))];
     results.add(std::uint64_t(answer.status));
     results.add(answer.out.values());
@@ -210,31 +216,48 @@ void prove(const sampled_case& given) {
     }
 }
 
+// Calls visit(solver, row, D) for every solver, row and one of these dimensions.
+template <class visitor>
+void for_each_sampled_variant(std::initializer_list<int> dimensions, const visitor& visit) {
+    for (const sampled_solver& solver : sampled_solvers)
+        for (std::size_t row = 0; row < reference::settings().size(); ++row)
+            for (const int D : dimensions)
+                if ((D == 1 || solver.solves_systems) && !::testing::Test::HasFatalFailure())
+                    visit(solver, row, D);
+}
+
 TEST(every_case, of_the_solvers_from_samples) {
     random_data random{options.seed};
-    int awaited = 0;
-    for (const sampled_solver& solver : sampled_solvers)
-        for (std::size_t row = 0; row < 56; ++row)
-            for (int D = 1; D <= (solver.solves_systems ? 10 : 1); ++D) {
-                const auto prove_drawn = [&](int steps, std::size_t data) {
-                    prove({solver.name, row, D, steps, int(random.below(2)), data, random.below(1u << 31)});
-                    ++awaited;
-                };
-                if (options.full)
-                    for (const int steps : boundary_steps)
-                        for (std::size_t data = 0; data < std::size(data_kinds); ++data)
-                            prove_drawn(steps, data);
-                else // one ordinary case on both sides of the transform, and one that is not
-                    for (const auto& [steps, data] :
-                         {std::pair{int(random.below(33)), std::size_t{0}},
-                          {boundary_steps[4 + random.below(boundary_steps.size() - 4)], std::size_t{0}},
-                          {boundary_steps[random.below(5)], std::size_t(random.below(std::size(data_kinds)))}})
+    const int proved_before = proved;
+    for_each_sampled_variant(
+        {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, [&](const sampled_solver& solver, std::size_t row, int D) {
+            const reference::setting& setting = reference::settings()[row];
+            const auto prove_drawn = [&](int steps, std::size_t data) {
+                const int S = setting.m * setting.m, unused = int(random.below(std::uint64_t(S)));
+                const int N = std::max(steps * S + 1 + unused, present_samples(setting));
+                prove({solver.name, row, D, N, int(random.below(2)), data, random.below(std::uint64_t{1} << 31)});
+            };
+            if (options.full)
+                for (const int steps : boundary_steps)
+                    for (std::size_t data = 0; data < std::size(data_kinds); ++data)
                         prove_drawn(steps, data);
-                if (HasFatalFailure())
-                    return;
+            else { // one ordinary case on both sides of the transform, and one that is not ordinary
+                prove_drawn(int(random.below(33)), 0);
+                prove_drawn(boundary_steps[4 + random.below(boundary_steps.size() - 4)], 0);
+                prove_drawn(boundary_steps[random.below(5)], random.below(std::size(data_kinds)));
             }
-    EXPECT_EQ(proved, awaited);
-    EXPECT_GT(proved, 4 * 56 * 11 * 3 - 1);
+        });
+    EXPECT_EQ(proved - proved_before, (4 + 4 * 10) * 56 * (options.full ? int(13 * std::size(data_kinds)) : 3));
+}
+
+TEST(every_case, of_few_samples) {
+    random_data random{options.seed + 2};
+    const int proved_before = proved;
+    for_each_sampled_variant({1, 2, 9}, [&](const sampled_solver& solver, std::size_t row, int D) {
+        for (int N = 0; N <= 40; ++N)
+            prove({solver.name, row, D, N, int(random.below(2)), 0, random.below(std::uint64_t{1} << 31)});
+    });
+    EXPECT_EQ(proved - proved_before, (4 + 4 * 3) * 56 * 41);
 }
 
 // ---- Solvers from blocks ----
@@ -273,7 +296,7 @@ TEST(every_case, of_the_solvers_from_blocks) {
     for_each_variant([&](block_kind kind, int P, int D) {
         for (int N = 1; N <= 24; N += options.full ? 1 : 1 + int(random.below(8)))
             for (int repetition = 0; repetition < (options.full ? 20 : 2); ++repetition, ++cases)
-                prove(block_case{kind, P, D, N, random.below(1u << 31)});
+                prove(block_case{kind, P, D, N, random.below(std::uint64_t{1} << 31)});
     });
     EXPECT_GT(cases, 4 * 5 * 9 * 6);
 }
