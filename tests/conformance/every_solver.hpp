@@ -8,12 +8,18 @@
 #include <cmath>
 #include <cstddef>
 #include <ostream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace quenta_tests {
 
-// N samples of a system: nothing is symmetric, and every block is regular that can be.
+// The samples of a system, for every kind of equation. N of them that nobody gave: nothing is symmetric, and every
+// block is regular that can be.
 struct system_samples {
+    explicit system_samples(int dimension) : D{dimension} {}
+
     system_samples(int dimension, int N) : D{dimension} {
         for (int i = 0; i < N; ++i)
             for (int r = 0; r < D; ++r) {
@@ -58,14 +64,24 @@ inline bool suits_vie1(const reference::setting& row) {
 }
 
 inline const sampled_solver every_solver[] = {
-    {"vie1_discontinuous", true,
+    {"vie1_discontinuous", false,
      [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vie1(data.g, data.K, data.D, data.y0, dt, row, 0, want_coeffs);
+         return call_vie1(data.g, data.K, data.y0[0], dt, row, 0, want_coeffs);
      },
      accepted_by_vie1, suits_vie1, 0, 128},
-    {"vie1_continuous", true,
+    {"vie1_continuous", false,
      [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vie1(data.g, data.K, data.D, data.y0, dt, row, 1, want_coeffs);
+         return call_vie1(data.g, data.K, data.y0[0], dt, row, 1, want_coeffs);
+     },
+     accepted_by_vie1, suits_vie1, 1, 128},
+    {"vie1_vec_discontinuous", true,
+     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
+         return call_vie1_vec(data.g, data.K, data.D, data.y0, dt, row, 0, want_coeffs);
+     },
+     accepted_by_vie1, suits_vie1, 0, 128},
+    {"vie1_vec_continuous", true,
+     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
+         return call_vie1_vec(data.g, data.K, data.D, data.y0, dt, row, 1, want_coeffs);
      },
      accepted_by_vie1, suits_vie1, 1, 128},
     {"vie2", false,
@@ -89,5 +105,12 @@ inline const sampled_solver every_solver[] = {
      },
      always, always, 1, 64},
 };
+
+inline const sampled_solver& solver_named(std::string_view name) {
+    for (const sampled_solver& solver : every_solver)
+        if (name == solver.name)
+            return solver;
+    throw std::invalid_argument{std::string{name}};
+}
 
 } // namespace quenta_tests

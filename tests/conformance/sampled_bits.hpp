@@ -1,8 +1,11 @@
 // What the comparisons of the solvers with their twins share: the data, the numbers of steps, and what must agree.
 #pragma once
 
-#include "conformance/sampled_call.hpp"
+#include "conformance/every_solver.hpp"
 #include "reference/solution.hpp"
+#include "reference/vide.hpp"
+#include "reference/vie1.hpp"
+#include "reference/vie2.hpp"
 #include "support/bits.hpp"
 #include "support/random_data.hpp"
 
@@ -12,9 +15,11 @@
 #include <array>
 #include <cstddef>
 #include <limits>
+#include <map>
 #include <ostream>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quenta_tests {
@@ -24,10 +29,13 @@ inline constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 // ---- What must agree ----
 
-// How many comparisons ended in each status. A test that expects both makes sure that it saw both.
+// How many problems ended in each status. A test that expects some of a kind makes sure that it saw them.
 struct comparison_counts {
     int solved = 0;
     int singular = 0;
+    int refused = 0;
+
+    int all() const { return solved + singular + refused; }
 };
 
 // The cells of a step that mean nothing hold what the caller left there.
@@ -48,15 +56,12 @@ inline ::testing::AssertionResult equal_coefficients(const reference::solution& 
 }
 
 // All that is written, and all that must not be. To be called in the scope of a trace that tells the problem.
-inline void compare(const reference::solution& expected, const sampled_answer& actual, bool want_coeffs,
-                    comparison_counts& counts) {
+inline void expect_equal(const reference::solution& expected, const sampled_answer& actual, bool want_coeffs) {
     if (!expected.solved) {
-        ++counts.singular;
         ASSERT_EQ(actual.status, QUENTA_SINGULAR_BLOCK);
         ASSERT_TRUE(actual.untouched()) << "something was written although the block is singular";
         return;
     }
-    ++counts.solved;
     ASSERT_EQ(actual.status, QUENTA_SOLVED);
     ASSERT_EQ(actual.n_steps, expected.steps);
     ASSERT_TRUE(equal_bits(expected.out, actual.out.values()));
@@ -111,6 +116,9 @@ inline double zero_of_either_sign(random_data& random) {
 inline double special_now_and_then(random_data& random) {
     return random.below(64) == 0 ? random.special_value() : random.uniform_value();
 }
+inline double non_finite(random_data& random) {
+    return random.below(2) == 0 ? nan : random.below(2) == 0 ? infinity : -infinity;
+}
 inline double small_integer(random_data& random) {
     return double(random.below(5)) - 2.0;
 }
@@ -146,5 +154,66 @@ inline constexpr data_kind data_kinds[] = {
 inline constexpr double extreme_spacings[] = {
     0.0,    -0.0,     -0.01,     1.0 / 3.0, -7.0,      std::numeric_limits<double>::denorm_min(),
     1e-310, 0x1p1000, -0x1p1023, infinity,  -infinity, nan};
+
+// ---- Problems ----
+
+struct sampled_problem {
+    std::size_t row_number;
+    double dt;
+    system_samples data;
+
+    const reference::setting& row() const { return reference::settings()[row_number]; }
+    std::string text() const {
+        return "row " + std::to_string(row_number) + ", D = " + std::to_string(data.D) +
+               ", N = " + std::to_string(data.N()) + ", dt = " + in_hexadecimal(dt);
+    }
+};
+
+// Forcing and first value are of one kind, kernel and coefficient of the other; nothing is symmetric.
+inline sampled_problem random_problem(random_data& random, std::size_t row, int D, std::size_t N,
+                                      const data_kind& kind = data_kinds[0]) {
+    sampled_problem problem{row, kind.dt, system_samples{D}};
+    problem.data.g = samples(random, N * D, kind.g);
+    problem.data.K = samples(random, N * D * D, kind.K);
+    problem.data.a = samples(random, N * D * D, kind.K);
+    problem.data.y0 = samples(random, D, kind.g);
+    return problem;
+}
+
+// ---- The twins, by the names of their solvers ----
+
+using twin = reference::solution (*)(const system_samples& data, double dt, const reference::setting& row);
+
+template <bool continuous>
+reference::solution first_kind(const system_samples& data, double dt, const reference::setting& row) {
+    return reference::solve_vie1(data.g, data.K, data.D, data.y0, dt, continuous, row);
+}
+inline reference::solution second_kind(const system_samples& data, double dt, const reference::setting& row) {
+    return reference::solve_vie2(data.g, data.K, data.D, dt, row);
+}
+template <reference::vide_body body>
+reference::solution derivative(const system_samples& data, double dt, const reference::setting& row) {
+    return reference::solve_vide(body, data.g, data.K, data.a, data.D, data.y0, dt, row);
+}
+inline reference::solution derivatives(const system_samples& data, double dt, const reference::setting& row) {
+    constexpr int largest_fixed_dimension = 8;
+    return (data.D <= largest_fixed_dimension ? derivative<reference::vide_body::fixed_dimension>
+                                              : derivative<reference::vide_body::any_dimension>)(data, dt, row);
+}
+
+inline const std::map<std::string_view, twin> twins{
+    {"vie1_discontinuous", first_kind<false>},
+    {"vie1_continuous", first_kind<true>},
+    {"vie1_vec_discontinuous", first_kind<false>},
+    {"vie1_vec_continuous", first_kind<true>},
+    {"vie2", second_kind},
+    {"vie2_vec", second_kind},
+    {"vide", derivative<reference::vide_body::scalar>},
+    {"vide_vec", derivatives},
+};
+
+inline reference::solution twin_of(const sampled_solver& solver, const sampled_problem& problem) {
+    return twins.at(solver.name)(problem.data, problem.dt, problem.row());
+}
 
 } // namespace quenta_tests

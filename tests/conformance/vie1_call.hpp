@@ -1,19 +1,28 @@
-// A call of quenta_solve_vie1_vec.
+// Calls of quenta_solve_vie1 and of quenta_solve_vie1_vec.
 #pragma once
 
 #include "conformance/sampled_call.hpp"
 
 namespace quenta_tests {
 
-// y0 may be empty where it is not read.
-inline sampled_answer call_vie1(const std::vector<double>& g, const std::vector<double>& K, int D,
-                                const std::vector<double>& y0, double dt, const reference::setting& row, int continuous,
-                                int want_coeffs = 1) {
-    const int count = int(row.indices.size()), N = int(g.size()) / D;
-    sampled_answer answer = awaited_answer(N, D, row);
+inline sampled_answer call_vie1(const std::vector<double>& g, const std::vector<double>& K, double y0, double dt,
+                                const reference::setting& row, int continuous, int want_coeffs = 1) {
+    sampled_answer answer = awaited_answer(K.size(), 1, row);
     answer.status =
-        quenta_solve_vie1_vec(g.data(), K.data(), N, D, y0.data(), dt, row.m, row.indices.data(), count, want_coeffs,
-                              continuous, answer.out.data(), answer.coeffs.data(), &answer.n_steps);
+        quenta_solve_vie1(g.data(), K.data(), int(K.size()), y0, dt, row.m, row.indices.data(), int(row.indices.size()),
+                          want_coeffs, continuous, answer.out.data(), answer.coeffs.data(), &answer.n_steps);
+    return answer;
+}
+
+// y0 may be empty where it is not read.
+inline sampled_answer call_vie1_vec(const std::vector<double>& g, const std::vector<double>& K, int D,
+                                    const std::vector<double>& y0, double dt, const reference::setting& row,
+                                    int continuous, int want_coeffs = 1) {
+    const std::size_t N = g.size() / std::size_t(D);
+    sampled_answer answer = awaited_answer(N, D, row);
+    answer.status = quenta_solve_vie1_vec(g.data(), K.data(), int(N), D, y0.data(), dt, row.m, row.indices.data(),
+                                          int(row.indices.size()), want_coeffs, continuous, answer.out.data(),
+                                          answer.coeffs.data(), &answer.n_steps);
     return answer;
 }
 

@@ -25,12 +25,12 @@ struct samples : system_samples {
     using system_samples::system_samples;
 
     sampled_answer solve(const setting& row, int continuous) const {
-        return call_vie1(g, K, D, y0, dt, row, continuous);
+        return call_vie1_vec(g, K, D, y0, dt, row, continuous);
     }
 };
 
 sampled_answer solve_scalar(const setting& row, int N, bool continuous, double y0 = 0.0) {
-    return call_vie1(sampled(g_at, N), sampled(K_at, N), 1, {y0}, dt, row, continuous);
+    return call_vie1(sampled(g_at, N), sampled(K_at, N), y0, dt, row, continuous);
 }
 
 // The end of a step, plainly: sum of the coefficients of component b of step j.
@@ -131,7 +131,7 @@ TEST(vie1_example, one_node_in_the_middle_carries_the_mirror_of_the_start) {
 
 TEST(vie1, one_sample_gives_one_zero_whatever_the_initial_value_is) {
     for (const bool continuous : {false, true}) {
-        const sampled_answer answer = call_vie1({5.0}, {1.0}, 1, {7.0}, dt, {1, {1}}, continuous);
+        const sampled_answer answer = call_vie1({5.0}, {1.0}, 7.0, dt, {1, {1}}, continuous);
         expect_solved(answer, 0);
         EXPECT_TRUE(equal_bits(std::vector{0.0}, answer.out.values()));
     }
@@ -184,7 +184,7 @@ TEST(vie1, a_node_in_the_middle_lets_errors_of_the_continuous_form_grow) {
         std::vector<double> g;
         for (int i = 0; i <= 4 * steps; ++i)
             g.push_back(std::sin(i * spacing));
-        return call_vie1(g, constant(1.0, 4 * steps + 1), 1, {1.0}, spacing, {2, {1}}, continuous);
+        return call_vie1(g, constant(1.0, 4 * steps + 1), 1.0, spacing, {2, {1}}, continuous);
     };
     constexpr int steps = 600;
     const sampled_answer growing = problem(steps, true), tame = problem(steps, false);
@@ -282,17 +282,23 @@ TEST(vie1, any_flag_but_zero_asks_for_the_continuous_form) {
         EXPECT_TRUE(equal_bits(expected.out.values(), data.solve({2, {1}}, flag).out.values())) << flag;
 }
 
-TEST(vie1, the_scalar_export_does_not_read_its_initial_value_in_the_discontinuous_form) {
-    const sampled_answer with_nan = solve_scalar({2, {2}}, 41, false, nan);
-    expect_solved(with_nan, 10);
-    const std::vector<double> g = sampled(g_at, 41), K = sampled(K_at, 41);
-    const int list[] = {2};
-    fenced_array out{41};
-    int n_steps = marked_steps;
-    EXPECT_EQ(quenta_solve_vie1(g.data(), K.data(), 41, nan, dt, 2, list, 1, 0, 0, out.data(), nullptr, &n_steps),
-              QUENTA_SOLVED);
-    EXPECT_TRUE(equal_bits(with_nan.out.values(), out.values()));
-    EXPECT_TRUE(std::isfinite(out.values()[40]));
+TEST(vie1, the_discontinuous_form_does_not_read_the_initial_value) {
+    for_each_setting(suits_vie1, [](const setting& row) {
+        const int N = 3 * row.m * row.m + 1;
+        for (const int D : {1, 3, 9}) {
+            samples data{D, N};
+            const sampled_answer expected = data.solve(row, false);
+            expect_solved(expected, 3);
+            data.y0.clear(); // a null pointer
+            const sampled_answer answer = data.solve(row, false);
+            expect_solved(answer, 3);
+            EXPECT_TRUE(equal_bits(expected.out.values(), answer.out.values()));
+        }
+        const sampled_answer scalar = solve_scalar(row, N, false, nan);
+        expect_solved(scalar, 3);
+        EXPECT_TRUE(equal_bits(solve_scalar(row, N, false, 1.0).out.values(), scalar.out.values()));
+        EXPECT_TRUE(std::isfinite(scalar.out.values()[N - 1]));
+    });
 }
 
 } // namespace

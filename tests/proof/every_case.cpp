@@ -8,12 +8,6 @@
 //   --hashes-only        compares with no twin: what takes long in a slow build
 #include "conformance/function_call.hpp"
 #include "conformance/sampled_bits.hpp"
-#include "conformance/vide_call.hpp"
-#include "conformance/vie1_call.hpp"
-#include "conformance/vie2_call.hpp"
-#include "reference/vide.hpp"
-#include "reference/vie1.hpp"
-#include "reference/vie2.hpp"
 #include "utility/instruction_sets.hpp"
 
 #include <gtest/gtest.h>
@@ -104,122 +98,40 @@ struct sampled_case {
     }
 };
 
-struct sampled_problem {
-    explicit sampled_problem(const sampled_case& given)
-        : D{given.D}, setting{reference::settings()[given.row]}, dt{data_kinds[given.data].dt} {
-        const auto& [name, spacing, draw_g, draw_K] = data_kinds[given.data];
-        const std::size_t N = std::size_t(given.N);
-        const std::size_t components = std::size_t(D);
-        random_data random{given.seed};
-        g = samples(random, N * components, draw_g);
-        K = samples(random, N * components * components, draw_K);
-        a = samples(random, N * components * components, draw_K);
-        y0 = samples(random, components, draw_g);
-    }
-
-    int D;
-    const reference::setting& setting;
-    double dt;
-    std::vector<double> g, K, a, y0;
-};
-
-struct sampled_solver {
-    const char* name;
-    bool solves_systems;
-    bool (*refuses)(const reference::setting& row);
-    sampled_answer (*solve)(const sampled_problem& problem, int want_coeffs);
-    reference::solution (*twin)(const sampled_problem& problem);
-};
-
-bool refuses_nothing(const reference::setting&) {
-    return false;
-}
-
-template <int continuous>
-sampled_answer solve_vie1(const sampled_problem& p, int want_coeffs) {
-    sampled_answer answer = awaited_answer(p.K.size(), 1, p.setting);
-    answer.status = quenta_solve_vie1(p.g.data(), p.K.data(), int(p.K.size()), p.y0[0], p.dt, p.setting.m,
-                                      p.setting.indices.data(), int(p.setting.indices.size()), want_coeffs, continuous,
-                                      answer.out.data(), answer.coeffs.data(), &answer.n_steps);
-    return answer;
-}
-template <int continuous>
-sampled_answer solve_vie1_vec(const sampled_problem& p, int want_coeffs) {
-    return call_vie1(p.g, p.K, p.D, p.y0, p.dt, p.setting, continuous, want_coeffs);
-}
-template <int continuous>
-reference::solution twin_of_vie1(const sampled_problem& p) {
-    return reference::solve_vie1(p.g, p.K, p.D, p.y0, p.dt, continuous != 0, p.setting);
-}
-reference::solution twin_of_vie2(const sampled_problem& p) {
-    return reference::solve_vie2(p.g, p.K, p.D, p.dt, p.setting);
-}
-reference::solution twin_of_vide(reference::vide_body body, const sampled_problem& p) {
-    return reference::solve_vide(body, p.g, p.K, p.a, p.D, p.y0, p.dt, p.setting);
-}
-
-constexpr sampled_solver sampled_solvers[] = {
-    {"quenta_solve_vie1", false, refused_by_vie1, solve_vie1<0>, twin_of_vie1<0>},
-    {"quenta_solve_vie1 continuous", false, refused_by_vie1, solve_vie1<1>, twin_of_vie1<1>},
-    {"quenta_solve_vie1_vec", true, refused_by_vie1, solve_vie1_vec<0>, twin_of_vie1<0>},
-    {"quenta_solve_vie1_vec continuous", true, refused_by_vie1, solve_vie1_vec<1>, twin_of_vie1<1>},
-    {"quenta_solve_vie2", false, refuses_nothing,
-     [](const sampled_problem& p, int want_coeffs) { return call_vie2(p.g, p.K, p.dt, p.setting, want_coeffs); },
-     twin_of_vie2},
-    {"quenta_solve_vie2_vec", true, refuses_nothing,
-     [](const sampled_problem& p, int want_coeffs) {
-         return call_vie2_vec(p.g, p.K, p.D, p.dt, p.setting, want_coeffs);
-     },
-     twin_of_vie2},
-    {"quenta_solve_vide", false, refuses_nothing,
-     [](const sampled_problem& p, int want_coeffs) {
-         return call_vide(p.g, p.K, p.a, p.y0[0], p.dt, p.setting, want_coeffs);
-     },
-     [](const sampled_problem& p) {
-         return twin_of_vide(reference::vide_body::scalar, p);
-     }},
-    {"quenta_solve_vide_vec", true, refuses_nothing,
-     [](const sampled_problem& p, int want_coeffs) {
-         return call_vide_vec(p.g, p.K, p.a, p.D, p.y0, p.dt, p.setting, want_coeffs);
-     },
-     [](const sampled_problem& p) {
-         return twin_of_vide(p.D <= 8 ? reference::vide_body::fixed_dimension : reference::vide_body::any_dimension, p);
-     }},
-};
-
 int proved = 0;
 
 void prove(const sampled_case& given) {
     SCOPED_TRACE(given.text());
-    const sampled_solver* const solver =
-        std::find_if(std::begin(sampled_solvers), std::end(sampled_solvers),
-                     [&](const sampled_solver& each) { return std::string_view{each.name} == given.solver; });
-    ASSERT_NE(solver, std::end(sampled_solvers));
-    const sampled_problem problem{given};
+    const sampled_solver& solver = solver_named(given.solver);
+    random_data random{given.seed};
+    const sampled_problem problem =
+        random_problem(random, given.row, given.D, std::size_t(given.N), data_kinds[given.data]);
+    const auto solve = [&] {
+        return solver.solve(problem.data, problem.dt, problem.row(), given.want_coeffs);
+    };
     ++proved;
-    if (given.N < present_samples(problem.setting) && !solver->refuses(problem.setting)) {
-        EXPECT_THROW(solver->solve(problem, given.want_coeffs), std::exception);
-        EXPECT_THROW(solver->twin(problem), std::logic_error);
+    if (given.N < present_samples(problem.row()) && solver.accepts(problem.row())) {
+        EXPECT_THROW(solve(), std::exception);
+        EXPECT_THROW(twin_of(solver, problem), std::logic_error);
         return;
     }
-    const sampled_answer answer = solver->solve(problem, given.want_coeffs);
+    const sampled_answer answer = solve();
     hash& results = manifest[given.solver + numbered(" row ", given.row) + numbered(" D ", std::size_t(given.D))];
     results.add(std::uint64_t(answer.status));
     results.add(answer.out.values());
     results.add(answer.coeffs.values());
-    if (solver->refuses(problem.setting)) {
+    if (!solver.accepts(problem.row())) {
         ASSERT_EQ(answer.status, QUENTA_UNSUPPORTED_SETTING);
         ASSERT_TRUE(answer.untouched());
     } else if (!options.hashes_only) {
-        comparison_counts counts;
-        compare(solver->twin(problem), answer, given.want_coeffs != 0, counts);
+        expect_equal(twin_of(solver, problem), answer, given.want_coeffs != 0);
     }
 }
 
 // Calls visit(solver, row, D) for every solver, row and one of these dimensions.
 template <class visitor>
 void for_each_sampled_variant(std::initializer_list<int> dimensions, const visitor& visit) {
-    for (const sampled_solver& solver : sampled_solvers)
+    for (const sampled_solver& solver : every_solver)
         for (std::size_t row = 0; row < reference::settings().size(); ++row)
             for (const int D : dimensions)
                 if ((D == 1 || solver.solves_systems) && !::testing::Test::HasFatalFailure())

@@ -12,7 +12,6 @@
 
 #include <cmath>
 #include <string>
-#include <string_view>
 
 namespace quenta_tests {
 
@@ -22,20 +21,13 @@ using reference::setting;
 
 constexpr double dt = 0.05;
 
-const sampled_solver& solver_named(std::string_view name) {
-    for (const sampled_solver& solver : every_solver)
-        if (name == solver.name)
-            return solver;
-    throw std::invalid_argument{std::string{name}};
-}
-
 // A solver of systems, the solver of one equation, and the body for a dimension known at run time, which also solves
 // the systems for which the exports have another.
 struct system_solver {
     const char* name;
     const char* of_one_equation;
     bool (*run_time_body)(int row, const system_samples& data, sampled_answer& answer);
-    bool same_bits; // from both bodies
+    bool same_bits; // from all of them
 };
 
 void PrintTo(const system_solver& solver, std::ostream* stream) {
@@ -74,8 +66,8 @@ bool derivative_body(int row, const system_samples& data, sampled_answer& answer
 }
 
 constexpr system_solver system_solvers[] = {
-    {"vie1_discontinuous", "vie1_discontinuous", first_kind_body<false>, true},
-    {"vie1_continuous", "vie1_continuous", first_kind_body<true>, true},
+    {"vie1_vec_discontinuous", "vie1_discontinuous", first_kind_body<false>, true},
+    {"vie1_vec_continuous", "vie1_continuous", first_kind_body<true>, true},
     {"vie2_vec", "vie2", second_kind_body, true},
     {"vide_vec", "vide", derivative_body, false},
 };
@@ -155,9 +147,9 @@ protected:
         return answer;
     }
 
-    // Calls visit(row number, D, random system of a few steps) for all settings that suit, and fails if there is none.
+    // Calls visit(row number, D, random system) for all settings that suit, and fails if there is none.
     template <class visitor>
-    static void for_each_system(const std::vector<int>& dimensions, const visitor& visit) {
+    static void for_each_system(const std::vector<int>& dimensions, const visitor& visit, int steps = 4) {
         random_data random{20260401};
         int visited = 0;
         for (int number = 0; number < quenta::supported_setting_count; ++number) {
@@ -166,7 +158,7 @@ protected:
                 continue;
             for (const int D : dimensions) {
                 SCOPED_TRACE("row " + std::to_string(number) + ", D = " + std::to_string(D));
-                visit(number, row, random_system(random, D, 4 * row.m * row.m + 1));
+                visit(number, row, random_system(random, D, steps * row.m * row.m + 1));
                 ++visited;
             }
         }
@@ -182,6 +174,22 @@ TEST_P(system_identity, components_that_do_not_meet_are_equations_of_their_own) 
         for (int r = 0; r < data.D; ++r)
             expect_same_component(solve(scalar, reordered(data, {r}, all_entries), row), 1, 0, together, data.D, r);
     });
+}
+
+TEST_P(system_identity, one_component_is_the_scalar_equation) {
+    const sampled_solver& scalar = solver_named(GetParam().of_one_equation);
+    for (const int steps : {1, 3, 66, 130})
+        for_each_system(
+            {1},
+            [&](int, const setting& row, const system_samples& data) {
+                const sampled_answer system = solve(solver(), data, row), equation = solve(scalar, data, row);
+                EXPECT_EQ(equation.n_steps, system.n_steps);
+                if (!GetParam().same_bits)
+                    return expect_same_component(equation, 1, 0, system, 1, 0);
+                ASSERT_TRUE(equal_bits(equation.out.values(), system.out.values()));
+                ASSERT_TRUE(equal_bits(equation.coeffs.values(), system.coeffs.values()));
+            },
+            steps);
 }
 
 TEST_P(system_identity, an_idle_ninth_component_changes_nothing_of_eight) {
@@ -285,14 +293,14 @@ TEST(vie1_identity, a_kernel_that_turns_the_components_gives_the_scalar_solution
                     for (int a = 0; a < D; ++a)
                         data.K[(i * D + a) * D + (a + 1) % D] = k.back();
                 }
-                const sampled_answer system = call_vie1(data.g, data.K, D, data.y0, dt, row, continuous);
+                const sampled_answer system = call_vie1_vec(data.g, data.K, D, data.y0, dt, row, continuous);
                 ASSERT_EQ(system.status, QUENTA_SOLVED);
                 for (int a = 0; a < D; ++a) {
                     const int turned = (a + 1) % D;
                     std::vector<double> g_a;
                     for (int i = 0; i < N; ++i)
                         g_a.push_back(data.g[i * D + a]);
-                    const sampled_answer scalar = call_vie1(g_a, k, 1, {data.y0[turned]}, dt, row, continuous);
+                    const sampled_answer scalar = call_vie1(g_a, k, data.y0[turned], dt, row, continuous);
                     ASSERT_EQ(scalar.status, QUENTA_SOLVED);
                     expect_same_component(scalar, 1, 0, system, D, turned);
                     ++compared;

@@ -52,7 +52,7 @@ double error_of(const system_problem& problem, const setting& row, bool continuo
     const int N = steps * row.m * row.m + 1, D = problem.D;
     const double dt = 2.0 / (N - 1);
     const system_samples data = problem.sampled(N, dt, &system_problem::g_of_first_kind);
-    const sampled_answer answer = call_vie1(data.g, data.K, D, data.y0, dt, row, continuous);
+    const sampled_answer answer = call_vie1_vec(data.g, data.K, D, data.y0, dt, row, continuous);
     EXPECT_EQ(answer.status, QUENTA_SOLVED);
     double largest = 0.0;
     for (int i = 0; i < N; ++i)

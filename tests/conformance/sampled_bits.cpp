@@ -1,0 +1,177 @@
+// Every solver from samples equals its plain twin bit for bit, for every row of the settings table and every class of
+// dimension, with and without coeffs.
+#include "conformance/sampled_bits.hpp"
+
+#include <cmath>
+
+namespace quenta_tests {
+
+namespace {
+
+// Solves with and without coeffs.
+void compare_with_twin(const sampled_solver& solver, const sampled_problem& problem, comparison_counts& counts) {
+    SCOPED_TRACE(problem.text());
+    if (!solver.accepts(problem.row())) {
+        ++counts.refused;
+        const sampled_answer refused = solver.solve(problem.data, problem.dt, problem.row(), true);
+        ASSERT_EQ(refused.status, QUENTA_UNSUPPORTED_SETTING);
+        ASSERT_TRUE(refused.untouched());
+        return;
+    }
+    const reference::solution expected = twin_of(solver, problem);
+    ++(expected.solved ? counts.solved : counts.singular);
+    for (const bool want_coeffs : {true, false}) {
+        SCOPED_TRACE(want_coeffs ? "with coeffs" : "without coeffs");
+        expect_equal(expected, solver.solve(problem.data, problem.dt, problem.row(), want_coeffs), want_coeffs);
+    }
+}
+
+// ---- Every row and dimension ----
+
+struct solver_of_dimension {
+    sampled_solver solver;
+    int D;
+};
+
+void PrintTo(const solver_of_dimension& tested, std::ostream* stream) {
+    *stream << tested.solver.name << ", D = " << tested.D;
+}
+
+std::vector<solver_of_dimension> every_solver_and_dimension() {
+    std::vector<solver_of_dimension> all;
+    for (const sampled_solver& solver : every_solver)
+        for (int D = 1; D <= (solver.solves_systems ? 10 : 1); ++D)
+            all.push_back({solver, D});
+    return all;
+}
+
+class every_row : public ::testing::TestWithParam<solver_of_dimension> {};
+
+TEST_P(every_row, equals_the_twin_at_the_boundaries_of_the_schedule) {
+    const auto& [solver, D] = GetParam();
+    random_data random{20260201 + std::uint64_t(D)};
+    comparison_counts counts;
+    int suiting = 0;
+    std::vector<int> all_steps{boundary_steps.begin(), boundary_steps.end()};
+    if (D == 1) // more of them cost little
+        all_steps.insert(all_steps.end(), {31, 32, 34, 63, 300});
+    for (const int steps : all_steps)
+        for_each_row(steps, [&, &solver = solver, D = D](std::size_t row, std::size_t N) {
+            compare_with_twin(solver, random_problem(random, row, D, N), counts);
+            suiting += solver.suits(reference::settings()[row]);
+        });
+    EXPECT_EQ(counts.all(), int(all_steps.size()) * 56);
+    EXPECT_GE(counts.solved, suiting);
+    EXPECT_GT(suiting, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(solver, every_row, ::testing::ValuesIn(every_solver_and_dimension()),
+                         [](const auto& instance) {
+                             return std::string{instance.param.solver.name} + "_" + std::to_string(instance.param.D);
+                         });
+
+// ---- Every kind of data ----
+
+class every_solver_bits : public ::testing::TestWithParam<sampled_solver> {
+protected:
+    static std::vector<int> dimensions() {
+        return GetParam().solves_systems ? std::vector{1, 2, 3, 8, 9} : std::vector{1};
+    }
+    // One of each class.
+    static std::vector<int> few_dimensions() { return GetParam().solves_systems ? std::vector{2, 9} : std::vector{1}; }
+    static void compare(const sampled_problem& problem, comparison_counts& counts) {
+        compare_with_twin(GetParam(), problem, counts);
+    }
+};
+
+TEST_P(every_solver_bits, equals_the_twin_whatever_the_data) {
+    random_data random{20260202};
+    for (const data_kind& kind : data_kinds) {
+        SCOPED_TRACE(kind.name);
+        comparison_counts counts;
+        for (const int D : dimensions())
+            for (const int steps : {3, 66})
+                for_each_row(steps, [&](std::size_t row, std::size_t N) {
+                    compare(random_problem(random, row, D, N, kind), counts);
+                });
+        EXPECT_EQ(counts.all(), int(dimensions().size()) * 2 * 56);
+    }
+}
+
+// Also under weights and factors of zero: with one component, at every place that there is.
+TEST_P(every_solver_bits, a_non_finite_sample_anywhere_shows_as_in_the_twin) {
+    random_data random{20260203};
+    comparison_counts counts;
+    for (const int D : dimensions())
+        for (const int steps : {1, 3})
+            for_each_row(steps, [&](std::size_t row, std::size_t N) {
+                sampled_problem problem = random_problem(random, row, D, N);
+                for (std::vector<double>* const array :
+                     {&problem.data.g, &problem.data.K, &problem.data.a, &problem.data.y0}) {
+                    const std::size_t tried = D == 1 ? array->size() : 4;
+                    for (std::size_t place = 0; place < tried; ++place) {
+                        double& sample = (*array)[D == 1 ? place : random.below(array->size())];
+                        const double ordinary = sample;
+                        sample = non_finite(random);
+                        compare(problem, counts);
+                        sample = ordinary;
+                    }
+                }
+            });
+    EXPECT_GT(counts.solved, 2000);
+    EXPECT_GT(counts.singular, 10) << "an infinite pivot counts as singular";
+}
+
+TEST_P(every_solver_bits, every_spacing_is_taken_as_it_is) {
+    random_data random{20260204};
+    comparison_counts counts;
+    for (const int D : few_dimensions())
+        for (const double dt : extreme_spacings)
+            for_each_row(3, [&](std::size_t row, std::size_t N) {
+                sampled_problem problem = random_problem(random, row, D, N);
+                problem.dt = dt;
+                compare(problem, counts);
+            });
+    EXPECT_GT(counts.solved, 100);
+}
+
+// Small whole numbers and a spacing that is a power of two: sums are exact, magnitudes tie in the search of a pivot,
+// and blocks are singular now and then, by a zero or by the gap between their pivots, at the first step or later.
+TEST_P(every_solver_bits, ties_and_singular_blocks_are_decided_as_in_the_twin) {
+    random_data random{20260205};
+    comparison_counts counts;
+    const data_kind whole_numbers{"", 1.0, small_integer, small_integer};
+    for (const int D : dimensions())
+        for_each_row(2, [&](std::size_t row, std::size_t N) {
+            for (int repetition = 0; repetition < 25; ++repetition) {
+                sampled_problem problem = random_problem(random, row, D, N, whole_numbers);
+                problem.dt = std::ldexp(1.0, int(random.below(64)) - 6);
+                compare(problem, counts);
+            }
+        });
+    EXPECT_GT(counts.solved, 100);
+    EXPECT_GT(counts.singular, 50);
+}
+
+// A fixed dimension of 40 unknowns is the largest there is; here are up to 320.
+TEST_P(every_solver_bits, a_system_of_many_components_equals_the_twin) {
+    if (!GetParam().solves_systems)
+        return;
+    random_data random{20260206};
+    comparison_counts counts;
+    for (const std::size_t row : {1, 8, 24, 54, 55}) {
+        const std::size_t S = std::size_t(reference::settings()[row].m * reference::settings()[row].m);
+        compare(random_problem(random, row, 64, 4 * S + 1), counts);
+    }
+    for (const std::size_t row : {1, 2}) // up to the transform
+        compare(random_problem(random, row, 64, 66 + 1), counts);
+    EXPECT_EQ(counts.all(), 7);
+    EXPECT_GE(counts.solved, 4);
+}
+
+INSTANTIATE_TEST_SUITE_P(solver, every_solver_bits, ::testing::ValuesIn(every_solver),
+                         [](const auto& instance) { return std::string{instance.param.name}; });
+
+} // namespace
+
+} // namespace quenta_tests
