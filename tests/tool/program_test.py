@@ -204,7 +204,7 @@ class BadInput(ProgramTest):
         self.assertEqual(self.listing(), [])
 
     def test_command_line(self):
-        for arguments, fragment in (((), "vie1, vie2 or settings"), (("vie3",), "vie3"),
+        for arguments, fragment in (((), "vie1, vie2, vide or settings"), (("vie3",), "vie3"),
                                     (("vie2", "--what"), "--what"), (("vie2", "a.csv", "b.csv"), "b.csv"),
                                     (("vie2", "--setting"), "--setting"), (("settings", "x"), "x")):
             with self.subTest(arguments):
@@ -321,7 +321,7 @@ class Help(ProgramTest):
     def test_help_names_the_commands_and_the_exit_codes(self):
         run = self.run_program("--help")
         self.assertEqual((run.returncode, run.stderr), (SOLVED, ""))
-        for word in ("vie1", "vie2", "settings", "Exit codes", "Example"):
+        for word in ("vie1", "vie2", "vide", "settings", "Exit codes", "Example"):
             self.assertIn(word, run.stdout)
         for word in ("--setting", "--output", "--polynomials", "t, g and K"):
             self.assertIn(word, self.run_program("vie2", "--help").stdout)

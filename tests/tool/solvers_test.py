@@ -149,6 +149,7 @@ class SolverChecks:
     def test_columns_of_a_system_that_are_missing(self):
         self.assert_refused("t,g1,g2,K11,K12,K21\n", "line 1", "'K22'")
         self.assert_refused("t,g1,g3,K11,K12,K21,K22\n", "line 1", "no column 'g2'")
+        self.assert_refused("t,g1,K11,K12,K21,K22\n", "line 1", "no column 'g2'")
         self.assert_refused("t,g1\n", "line 1", "no column 'K11'")
         self.assert_refused("t,g,K11\n", "line 1", "no column 'K' but")
         ten = System(self, 10, 9).text
@@ -159,7 +160,7 @@ class SolverChecks:
         self.assert_refused("t,g1,g2,K11,K12,K21,K22\n0,1,1,1,1,1,x\n", "line 2", "'K22'", "expected a number")
         self.assert_refused(constant_samples(self.samples_per_step - 1), f" {self.samples_per_step} samples",
                             f"at least {self.samples_per_step + 1}")
-        self.assert_refused("", "standard input is empty", "'t', ", "'K'")
+        self.assert_refused("", "standard input is empty", "'t'", "'K'")
         self.assert_refused(constant_samples(9), "'5:1'", "not in the table",
                             arguments=("--setting", "5:1", *self.needed()))
         run = self.run_program(self.command, "--setting", "1:1", *self.needed(), text="t,g1,K11\n0,0,2\n1,nan,2\n")
@@ -184,13 +185,13 @@ class InitialValues:
     starting = ()
 
     def test_initial_values(self):
-        two = System(self, 2, 9).text
+        two = System(self, 2, 36).text
         for values, count in (("1", "1 value"), ("1,2,3", "3 values")):
             self.assert_refused(two, count, "expected 2", arguments=(*self.starting, "--y0", values))
         for values in ("x", " ", "1,", ",1", "1;2", "nan,1", "1,inf"):
             with self.subTest(values):
                 self.assert_refused(two, "--y0", "expected", arguments=(*self.starting, "--y0=" + values))
-        started = columns(self.solve(*self.starting, "--y0=-1,2.5e0", text=System(self, 2, 36).text))
+        started = columns(self.solve(*self.starting, "--y0=-1,2.5e0", text=two))
         self.assertAlmostEqual(started["y1"][0], -1, delta=1e-12)
         self.assertAlmostEqual(started["y2"][0], 2.5, delta=1e-12)
 
@@ -282,11 +283,11 @@ class AllSettings:
     some_settings = [("1:1", 1), ("2:0,1,2", 3), ("3:1,2", 2), ("4:0,1,2,3,4", 5)]
 
     def test_every_setting_of_the_table_solves(self):
-        text = self.samples(720)
+        text = self.samples(1440)
         for setting in self.settings():
             for form, powers in self.forms():
                 solution = columns(self.solve("--setting", setting, *form, text=text))
-                self.assertEqual(solution["t"], grid(720), setting)
+                self.assertEqual(solution["t"], grid(1440), setting)
                 self.assertLess(largest_error(solution), 0.2, setting)
 
 
@@ -303,6 +304,50 @@ class SecondKind(AllSettings, SolverChecks, ProgramTest):
         # U = 1, 2, 4, 8; a sample inside is the mean of its neighbours.
         solution = columns(self.solve("--setting", "1:0", text=constant_samples(4)))
         self.assertEqual(solution["y"], [1, 1.5, 3, 6, 8])
+
+
+class IntegroDifferential(AllSettings, InitialValues, SolverChecks, ProgramTest):
+    command, samples_per_step = "vide", 4
+    words_of_help = ("t and K", "aDD", "a1_1", "--y0", "2:0,1,2")
+    # 1 - dt (a + dt K(0)) is 0 in the third step.
+    singular_under_implicit_rectangles = "t,K,a\n0,0,0\n1,0,0\n2,0,0\n3,0,1\n4,0,0\n"
+    has_coefficient = True
+    orders = {1: 4}
+
+    def forcing(self, derivative, y, coefficient_times_y, integral):
+        return derivative - coefficient_times_y - integral
+
+    def needed(self, dimension=1):
+        return (ones(dimension),)
+
+    def forms(self, dimension=1):
+        return [(self.needed(dimension), 4)]
+
+    def test_explicit_euler_method_by_hand(self):
+        # y' is 1, 3, 8, 21: y, and with K the sum of all earlier y.
+        text = "t,K,a\n" + "".join(f"{t},1,1\n" for t in range(5))
+        self.assertEqual(self.solve("--setting", "1:0", "--y0=1", text=text), "t,y\n0,1\n1,2\n2,5\n3,13\n4,34\n")
+
+    def test_terms_without_columns_are_zero(self):
+        for names, unknowns in ((("g", "K", "a"), 1), (("g1", "g2", "K11", "K12", "K21", "K22", "a11", "a12", "a21",
+                                                        "a22"), 2)):
+            for absent in ("g", "a", "ga"):
+                zeros = [0 if name[0] in absent else 2 for name in names]
+                left = [name for name in names if name[0] not in absent]
+                full = csv_text(["t", *names], [[t, *zeros] for t in range(9)])
+                short = csv_text(["t", *left], [[t] + [2] * len(left) for t in range(9)])
+                with self.subTest(short.splitlines()[0]):
+                    self.assertEqual(self.solve(ones(unknowns), text=short), self.solve(ones(unknowns), text=full))
+
+    def test_a_part_of_a_term_asks_for_all_of_it(self):
+        for header, missing in (("t,K11,K12,K21,K22,a11,a12,a22", "a21"), ("t,K11,K12,K21,K22,a", "a11"),
+                                ("t,K11,K12,K21,K22,g1", "g2"), ("t,K,a11", "a"), ("t,K11,K12,K21", "K22"),
+                                ("t,a", "K"), ("t,K11,g", "K"), ("t", "K")):
+            with self.subTest(header):
+                self.assert_refused(header + "\n", "line 1", f"no column '{missing}' but")
+
+    def test_initial_value_is_asked_for(self):
+        self.assert_refused(constant_samples(4), "--y0 is required", arguments=())
 
 
 if __name__ == "__main__":

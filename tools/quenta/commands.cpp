@@ -180,6 +180,22 @@ int run_vie2(const solve_request& request) {
     });
 }
 
+int run_vide(const vide_request& request) {
+    require_two_places(request);
+    const setting chosen = parse_setting(request.setting);
+    start_library();
+    const equation_samples posed = read_equation(request.input, equation_kind::integro_differential, chosen);
+    const std::vector<double> y0 = read_initial_values(request.y0, posed.dimension());
+    // The polynomials of the solution are the integrals of those through the nodes.
+    const std::size_t powers = chosen.nodes.size() + 1;
+    return solve_and_write(request, chosen, posed, powers, [&](bool want_coefficients, solution& found) {
+        return quenta_solve_vide_vec(posed.g.data(), posed.K.data(), posed.a.data(), posed.samples(),
+                                     static_cast<int>(posed.dimension()), y0.data(), posed.spacing, chosen.m,
+                                     chosen.nodes.data(), chosen.count(), want_coefficients, found.y.data(),
+                                     found.coefficients.data(), &found.steps);
+    });
+}
+
 int print(const std::string& text) {
     output_file output("-");
     output.write(text);

@@ -14,6 +14,10 @@ struct solve_request {
     std::string polynomials; // empty: not asked for
 };
 
+struct vide_request : solve_request {
+    std::string y0; // "v1,v2,.."
+};
+
 struct vie1_request : solve_request {
     std::optional<std::string> y0; // "v1,v2,..": asks for the continuous form
 };
@@ -27,6 +31,9 @@ int run_vie1(const vie1_request& request);
 
 // y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
 int run_vie2(const solve_request& request);
+
+// y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s) ds, from y(0) = y0 on.
+int run_vide(const vide_request& request);
 
 // Writes the table of the collocation settings to standard output.
 int run_settings();

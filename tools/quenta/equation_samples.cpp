@@ -27,15 +27,13 @@ bool has(const std::vector<std::string>& header, const char* name) {
     return std::find(header.begin(), header.end(), name) != header.end();
 }
 
-// 0 if the header is that of a single equation.
+// 0 if the header is that of a single equation. Otherwise it has room for all that it names of g and K.
 std::size_t dimension_of_system(const std::vector<std::string>& header) {
     const std::size_t forcings = count_indexed(header, 'g', one_index);
-    if (forcings > 0 && !has(header, "g"))
-        return forcings;
-    const std::size_t kernels = count_indexed(header, 'K', two_indices);
-    if (kernels == 0 || has(header, "g") || has(header, "K"))
+    if (has(header, "g") || (forcings == 0 && has(header, "K")))
         return 0;
-    std::size_t dimension = 1;
+    const std::size_t kernels = count_indexed(header, 'K', two_indices);
+    std::size_t dimension = forcings;
     while (dimension * dimension < kernels)
         ++dimension;
     return dimension;

@@ -118,6 +118,21 @@ int run(int argc, char** argv) {
                       {columns_of_integral_equations, "",
                        "The default 2:0,1,2 is for smooth samples: parabolas over 4 spacings,\n"
                        "third order. 1:0,1 is the trapezoidal rule, for few or rough samples."});
+
+    vide_request vide{{"-", default_setting, "-", ""}, ""};
+    CLI::App* const vide_command = program.add_subcommand(
+        "vide", "Solve y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s) ds, y(0) = y0.");
+    add_solve_options(*vide_command, vide,
+                      {"CSV with a header that names the columns t and K and, where they are not 0,\n"
+                       "g and a, in any order, or those of a system of D equations: t, g1 .. gD and\n"
+                       "the matrices K11, K12 .. KDD and a11, a12 .. aDD, row by row; with ten\n"
+                       "equations or more their names are K1_1, K1_2 .. KD_D and a1_1, a1_2 .. aD_D.\n",
+                       "",
+                       "The default 2:0,1,2 is for smooth samples: cubics over 4 spacings, fourth\n"
+                       "order. 1:0,1 is the trapezoidal rule, for few or rough samples."});
+    vide_command->add_option("--y0", vide.y0, "y at t = 0, one value for each unknown: --y0=v1,v2,..")
+        ->required()
+        ->type_name("VALUES");
     program.add_subcommand("settings", "List the collocation settings.")->footer(closing_words);
 
     try {
@@ -130,10 +145,12 @@ int run(int argc, char** argv) {
         throw bad_input(sentence(wrong.what(), "; 'quenta --help' tells more"));
     }
     if (program.get_subcommands().empty())
-        throw bad_input("no command is given; expected vie1, vie2 or settings, and 'quenta --help' tells more");
+        throw bad_input("no command is given; expected vie1, vie2, vide or settings, and 'quenta --help' tells more");
     if (vie1_command->parsed())
         return run_vie1(vie1);
-    return vie2_command->parsed() ? run_vie2(vie2) : run_settings();
+    if (vie2_command->parsed())
+        return run_vie2(vie2);
+    return vide_command->parsed() ? run_vide(vide) : run_settings();
 }
 
 } // namespace
