@@ -1,6 +1,7 @@
-"""What the tests of all examples share: the example is run once, and what it printed and left is read."""
+"""What the tests of all examples share: the example is run once, and what it printed and left is read and checked."""
 
 import csv
+import importlib.util
 import pathlib
 import re
 import subprocess
@@ -13,6 +14,8 @@ EXAMPLE = pathlib.Path(sys.argv[2])
 
 
 class ExampleTest(unittest.TestCase):
+    tables = []  # the names of all files that the example leaves, beside its picture
+
     @classmethod
     def setUpClass(cls):
         directory = tempfile.TemporaryDirectory()
@@ -32,3 +35,31 @@ class ExampleTest(unittest.TestCase):
         found = re.search(pattern, self.made.stdout)
         self.assertIsNotNone(found, self.made.stdout)
         return float(found[1])
+
+    def test_nothing_is_complained_of(self):
+        self.assertNotIn("quenta:", self.made.stderr)
+
+    def test_readme_shows_what_is_printed(self):
+        readme = (EXAMPLE / "README.md").read_text()
+        printed = [line for line in self.made.stdout.splitlines() if not line.startswith("written: ")]
+        self.assertEqual(len(printed), 4)
+        for line in printed:
+            self.assertIn("    " + line + "\n", readme)
+
+    def test_files_are_there_and_no_others(self):
+        picture = EXAMPLE.name + ".png"
+        self.assertEqual(sorted(path.name for path in self.left.iterdir()), sorted([picture, *self.tables]))
+        self.assertEqual((self.left / picture).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
+
+
+def convolved(kernel, y, i, spacing):
+    """The integral of K(t - s) y(s) over 0 .. t at sample i, by the trapezoidal rule."""
+    terms = [kernel[i - j] * y[j] for j in range(i + 1)]
+    return spacing * (sum(terms) - (terms[0] + terms[-1]) / 2)
+
+
+def main():
+    if importlib.util.find_spec("matplotlib") is None:
+        print(f"skipped: {sys.executable} has no matplotlib (python3-matplotlib), which draws the example's picture")
+        sys.exit(77)
+    unittest.main(argv=sys.argv[:1], verbosity=2)

@@ -68,8 +68,7 @@ struct equation_names {
         const std::size_t dimension = dimension_of_system(header);
         unknowns = vector_names('y', dimension);
         kernel = matrix_names('K', dimension, header.size());
-        // A column that looks like a part of a term asks for all of it: zeros in its place would solve another
-        // equation.
+        // A part of a term asks for all of it: with zeros in the place of the rest it would be another equation.
         if (kind == equation_kind::integral || has(header, "g") || count_indexed(header, 'g', one_index) > 0)
             forcing = vector_names('g', dimension);
         if (kind == equation_kind::integro_differential &&
