@@ -39,71 +39,63 @@ struct system_samples {
     std::vector<double> g, K, a, y0;
 };
 
+enum class equation { first_kind, second_kind, derivative };
+
 struct sampled_solver {
     const char* name;
+    equation kind;
     bool solves_systems; // or one equation only
+    bool carries_value;  // from step to step, so that a polynomial has one power more than there are nodes
+    int stack_KiB;       // what the header says that a call takes
     sampled_answer (*solve)(const system_samples& data, double dt, const reference::setting& row, int want_coeffs);
-    bool (*accepts)(const reference::setting& row);
-    bool (*suits)(const reference::setting& row); // there is a regular block in this kind of equation
-    int extra_powers;                             // coefficients of a step that are written beyond the number of nodes
-    int stack_KiB;                                // what the header says that a call takes
+
+    bool accepts(const reference::setting& row) const { return kind != equation::first_kind || !refused_by_vie1(row); }
+    // There is a regular block.
+    bool suits(const reference::setting& row) const {
+        return accepts(row) && !(kind == equation::first_kind && has_node_0(row));
+    }
+    // The coefficients of a step that mean something. There is a slot for one more than there are nodes.
+    int powers(const reference::setting& row) const { return int(row.indices.size()) + (carries_value ? 1 : 0); }
 };
 
 inline void PrintTo(const sampled_solver& solver, std::ostream* stream) {
     *stream << solver.name;
 }
 
-inline bool always(const reference::setting&) {
-    return true;
+template <int continuous>
+sampled_answer solve_vie1(const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
+    return call_vie1(data.g, data.K, data.y0[0], dt, row, continuous, want_coeffs);
 }
-inline bool accepted_by_vie1(const reference::setting& row) {
-    return !refused_by_vie1(row);
+template <int continuous>
+sampled_answer solve_vie1_vec(const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
+    return call_vie1_vec(data.g, data.K, data.D, data.y0, dt, row, continuous, want_coeffs);
 }
-inline bool suits_vie1(const reference::setting& row) {
-    return !has_node_0(row) && !refused_by_vie1(row);
+inline sampled_answer solve_vie2(const system_samples& data, double dt, const reference::setting& row,
+                                 int want_coeffs) {
+    return call_vie2(data.g, data.K, dt, row, want_coeffs);
+}
+inline sampled_answer solve_vie2_vec(const system_samples& data, double dt, const reference::setting& row,
+                                     int want_coeffs) {
+    return call_vie2_vec(data.g, data.K, data.D, dt, row, want_coeffs);
+}
+inline sampled_answer solve_vide(const system_samples& data, double dt, const reference::setting& row,
+                                 int want_coeffs) {
+    return call_vide(data.g, data.K, data.a, data.y0[0], dt, row, want_coeffs);
+}
+inline sampled_answer solve_vide_vec(const system_samples& data, double dt, const reference::setting& row,
+                                     int want_coeffs) {
+    return call_vide_vec(data.g, data.K, data.a, data.D, data.y0, dt, row, want_coeffs);
 }
 
-inline const sampled_solver every_solver[] = {
-    {"vie1_discontinuous", false,
-     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vie1(data.g, data.K, data.y0[0], dt, row, 0, want_coeffs);
-     },
-     accepted_by_vie1, suits_vie1, 0, 128},
-    {"vie1_continuous", false,
-     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vie1(data.g, data.K, data.y0[0], dt, row, 1, want_coeffs);
-     },
-     accepted_by_vie1, suits_vie1, 1, 128},
-    {"vie1_vec_discontinuous", true,
-     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vie1_vec(data.g, data.K, data.D, data.y0, dt, row, 0, want_coeffs);
-     },
-     accepted_by_vie1, suits_vie1, 0, 128},
-    {"vie1_vec_continuous", true,
-     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vie1_vec(data.g, data.K, data.D, data.y0, dt, row, 1, want_coeffs);
-     },
-     accepted_by_vie1, suits_vie1, 1, 128},
-    {"vie2", false,
-     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vie2(data.g, data.K, dt, row, want_coeffs);
-     },
-     always, always, 0, 64},
-    {"vie2_vec", true,
-     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vie2_vec(data.g, data.K, data.D, dt, row, want_coeffs);
-     },
-     always, always, 0, 128},
-    {"vide", false,
-     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vide(data.g, data.K, data.a, data.y0[0], dt, row, want_coeffs);
-     },
-     always, always, 1, 64},
-    {"vide_vec", true,
-     [](const system_samples& data, double dt, const reference::setting& row, int want_coeffs) {
-         return call_vide_vec(data.g, data.K, data.a, data.D, data.y0, dt, row, want_coeffs);
-     },
-     always, always, 1, 64},
+inline constexpr sampled_solver every_solver[] = {
+    {"vie1_discontinuous", equation::first_kind, false, false, 128, solve_vie1<0>},
+    {"vie1_continuous", equation::first_kind, false, true, 128, solve_vie1<1>},
+    {"vie1_vec_discontinuous", equation::first_kind, true, false, 128, solve_vie1_vec<0>},
+    {"vie1_vec_continuous", equation::first_kind, true, true, 128, solve_vie1_vec<1>},
+    {"vie2", equation::second_kind, false, false, 64, solve_vie2},
+    {"vie2_vec", equation::second_kind, true, false, 128, solve_vie2_vec},
+    {"vide", equation::derivative, false, true, 64, solve_vide},
+    {"vide_vec", equation::derivative, true, true, 64, solve_vide_vec},
 };
 
 inline const sampled_solver& solver_named(std::string_view name) {

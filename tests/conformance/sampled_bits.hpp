@@ -15,11 +15,9 @@
 #include <array>
 #include <cstddef>
 #include <limits>
-#include <map>
 #include <ostream>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace quenta_tests {
@@ -180,40 +178,23 @@ inline sampled_problem random_problem(random_data& random, std::size_t row, int 
     return problem;
 }
 
-// ---- The twins, by the names of their solvers ----
-
-using twin = reference::solution (*)(const system_samples& data, double dt, const reference::setting& row);
-
-template <bool continuous>
-reference::solution first_kind(const system_samples& data, double dt, const reference::setting& row) {
-    return reference::solve_vie1(data.g, data.K, data.D, data.y0, dt, continuous, row);
-}
-inline reference::solution second_kind(const system_samples& data, double dt, const reference::setting& row) {
-    return reference::solve_vie2(data.g, data.K, data.D, dt, row);
-}
-template <reference::vide_body body>
-reference::solution derivative(const system_samples& data, double dt, const reference::setting& row) {
-    return reference::solve_vide(body, data.g, data.K, data.a, data.D, data.y0, dt, row);
-}
-inline reference::solution derivatives(const system_samples& data, double dt, const reference::setting& row) {
-    constexpr int largest_fixed_dimension = 8;
-    return (data.D <= largest_fixed_dimension ? derivative<reference::vide_body::fixed_dimension>
-                                              : derivative<reference::vide_body::any_dimension>)(data, dt, row);
-}
-
-inline const std::map<std::string_view, twin> twins{
-    {"vie1_discontinuous", first_kind<false>},
-    {"vie1_continuous", first_kind<true>},
-    {"vie1_vec_discontinuous", first_kind<false>},
-    {"vie1_vec_continuous", first_kind<true>},
-    {"vie2", second_kind},
-    {"vie2_vec", second_kind},
-    {"vide", derivative<reference::vide_body::scalar>},
-    {"vide_vec", derivatives},
-};
+// ---- The twins ----
 
 inline reference::solution twin_of(const sampled_solver& solver, const sampled_problem& problem) {
-    return twins.at(solver.name)(problem.data, problem.dt, problem.row());
+    const auto& [D, g, K, a, y0] = problem.data;
+    switch (solver.kind) {
+    case equation::first_kind:
+        return reference::solve_vie1(g, K, D, y0, problem.dt, solver.carries_value, problem.row());
+    case equation::second_kind:
+        return reference::solve_vie2(g, K, D, problem.dt, problem.row());
+    case equation::derivative:
+        break;
+    }
+    constexpr int largest_fixed_dimension = 8;
+    const reference::vide_body body = !solver.solves_systems         ? reference::vide_body::scalar
+                                      : D <= largest_fixed_dimension ? reference::vide_body::fixed_dimension
+                                                                     : reference::vide_body::any_dimension;
+    return reference::solve_vide(body, g, K, a, D, y0, problem.dt, problem.row());
 }
 
 } // namespace quenta_tests

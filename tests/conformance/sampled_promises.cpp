@@ -24,6 +24,8 @@ protected:
         return GetParam().solves_systems ? std::vector{1, 2, 8, 9} : std::vector{1};
     }
 
+    static bool suits(const setting& row) { return GetParam().suits(row); }
+
     // Calls visit(row, D) for all settings that have the property.
     template <class property, class visitor>
     static void for_each_problem(const property& wanted, const visitor& visit) {
@@ -55,7 +57,7 @@ TEST_P(every_solver_from_samples, gives_zeros_on_a_grid_shorter_than_a_step) {
 }
 
 TEST_P(every_solver_from_samples, neither_reads_samples_past_the_last_whole_step_nor_solves_there) {
-    for_each_problem(GetParam().suits, [](const setting& row, int D) {
+    for_each_problem(suits, [](const setting& row, int D) {
         const int S = row.m * row.m, N = 3 * S + 1;
         system_samples data{D, N};
         const sampled_answer whole = solve(data, row);
@@ -72,7 +74,7 @@ TEST_P(every_solver_from_samples, neither_reads_samples_past_the_last_whole_step
 
 // One step is averaged with nothing; between two, the sample is the mean of their one-sided values.
 TEST_P(every_solver_from_samples, reports_the_mean_of_the_two_one_sided_values_at_a_step_boundary) {
-    for_each_problem(GetParam().suits, [](const setting& row, int D) {
+    for_each_problem(suits, [](const setting& row, int D) {
         const int S = row.m * row.m, P = int(row.indices.size());
         for (const int steps : {1, 2, 3}) {
             const sampled_answer answer = solve({D, steps * S + 1}, row);
@@ -83,7 +85,7 @@ TEST_P(every_solver_from_samples, reports_the_mean_of_the_two_one_sided_values_a
             };
             const auto polynomial = [&](int j, double s, int r) {
                 sum_of_powers sum;
-                for (int e = P + GetParam().extra_powers - 1; e >= 0; --e) {
+                for (int e = GetParam().powers(row) - 1; e >= 0; --e) {
                     const double coefficient = answer.coeffs.values()[((P + 1) * j + e) * D + r];
                     sum.value = sum.value * s + coefficient;
                     sum.size = sum.size * s + std::fabs(coefficient);
@@ -104,8 +106,18 @@ TEST_P(every_solver_from_samples, reports_the_mean_of_the_two_one_sided_values_a
     });
 }
 
+TEST_P(every_solver_from_samples, leaves_the_slots_alone_for_which_a_polynomial_has_no_power) {
+    for_each_problem(suits, [](const setting& row, int D) {
+        const sampled_answer answer = solve({D, 2 * row.m * row.m + 1}, row);
+        expect_solved(answer, 2);
+        const int slots = int(row.indices.size()) + 1;
+        for (int cell = 0; cell < 2 * slots * D; ++cell)
+            EXPECT_EQ(is_marked(answer.coeffs.values()[cell]), cell / D % slots >= GetParam().powers(row)) << cell;
+    });
+}
+
 TEST_P(every_solver_from_samples, takes_a_block_of_nan_for_regular) {
-    for_each_problem(GetParam().suits, [](const setting& row, int D) {
+    for_each_problem(suits, [](const setting& row, int D) {
         const int N = 3 * row.m * row.m + 1;
         system_samples data{D, N};
         std::fill(data.K.begin(), data.K.end(), nan);
@@ -116,7 +128,7 @@ TEST_P(every_solver_from_samples, takes_a_block_of_nan_for_regular) {
 }
 
 TEST_P(every_solver_from_samples, needs_no_room_for_coefficients_that_are_not_wanted) {
-    for_each_problem(GetParam().suits, [](const setting& row, int D) {
+    for_each_problem(suits, [](const setting& row, int D) {
         const system_samples data{D, 2 * row.m * row.m + 1};
         const sampled_answer with = solve(data, row), without = solve(data, row, 0);
         expect_solved(with, 2);
@@ -127,7 +139,7 @@ TEST_P(every_solver_from_samples, needs_no_room_for_coefficients_that_are_not_wa
 }
 
 TEST_P(every_solver_from_samples, takes_any_flag_but_zero_for_yes) {
-    for_each_problem(GetParam().suits, [](const setting& row, int D) {
+    for_each_problem(suits, [](const setting& row, int D) {
         const system_samples data{D, row.m * row.m + 1};
         const sampled_answer expected = solve(data, row);
         for (const int flag : {2, -1, 256, INT_MIN}) {

@@ -180,27 +180,6 @@ TEST(vide, the_second_samples_are_not_used_by_one_explicit_step) {
     EXPECT_TRUE(equal_bits(std::vector{7.0, 0.25 * 19.0}, scalar.coeffs.values()));
 }
 
-TEST(vide, starts_at_the_first_value_and_joins_the_steps_in_every_setting) {
-    for_each_setting(always, [](const setting& row) {
-        const int S = row.m * row.m, P = int(row.indices.size());
-        for (const int D : {1, 3, 9}) {
-            const system_samples data{D, 5 * S + 1};
-            const sampled_answer answer = call_vide_vec(data.g, data.K, data.a, D, data.y0, dt, row);
-            expect_solved(answer, 5);
-            const auto coeffs = answer.coeffs.values();
-            for (int r = 0; r < D; ++r) {
-                EXPECT_EQ(answer.out.values()[r], data.y0[r]) << "component " << r;
-                for (int n = 0; n < 4; ++n) {
-                    double end = 0.0;
-                    for (int q = 0; q <= P; ++q)
-                        end += coeffs[(n * (P + 1) + q) * D + r];
-                    EXPECT_NEAR(end, coeffs[(n + 1) * (P + 1) * D + r], 1e-12) << "component " << r << ", step " << n;
-                }
-            }
-        }
-    });
-}
-
 // ---- Factors of zero, and samples that are no numbers ----
 
 // With the node 0 alone, the present step multiplies the kernel at lag 0 and the coefficient by 0.

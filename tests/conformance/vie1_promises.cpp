@@ -21,6 +21,10 @@ using reference::setting;
 constexpr double dt = 0.03;
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
+bool suits_vie1(const setting& row) {
+    return solver_named("vie1_discontinuous").suits(row);
+}
+
 struct samples : system_samples {
     using system_samples::system_samples;
 
@@ -135,18 +139,6 @@ TEST(vie1, one_sample_gives_one_zero_whatever_the_initial_value_is) {
         expect_solved(answer, 0);
         EXPECT_TRUE(equal_bits(std::vector{0.0}, answer.out.values()));
     }
-}
-
-TEST(vie1, the_continuous_form_starts_at_the_initial_value) {
-    for_each_setting(suits_vie1, [](const setting& row) {
-        for (const int D : {1, 3, 8, 9}) {
-            const samples data{D, 2 * row.m * row.m + 1};
-            const sampled_answer answer = data.solve(row, true);
-            expect_solved(answer, 2);
-            for (int b = 0; b < D; ++b)
-                EXPECT_NEAR(answer.out.values()[b], data.y0[b], 1e-15 * std::fabs(data.y0[b])) << b;
-        }
-    });
 }
 
 // ---- Settings with the node 0 ----

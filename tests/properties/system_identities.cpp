@@ -278,7 +278,7 @@ TEST(vie1_identity, a_kernel_that_turns_the_components_gives_the_scalar_solution
     random_data random{20260221};
     int compared = 0;
     for (const setting& row : reference::settings()) {
-        if (!suits_vie1(row))
+        if (!solver_named("vie1_vec_continuous").suits(row))
             continue;
         const int N = 4 * row.m * row.m + 1;
         for (const int D : {3, 8, 9, 10})
