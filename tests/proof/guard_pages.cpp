@@ -1,0 +1,174 @@
+// Every array of a call, the caller's and the library's own, stands between two pages that must not be touched: right
+// in front of the one, and then right behind the other.
+#include "conformance/function_call.hpp"
+#include "conformance/sampled_bits.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+enum class place { anywhere, before_the_page, behind_the_page };
+thread_local place placed = place::anywhere;
+
+struct guarded_block {
+    void* block = nullptr;
+    void* pages = nullptr;
+    std::size_t bytes = 0;
+};
+std::array<guarded_block, 4096> guarded_blocks;
+int blocks_made = 0;
+
+[[noreturn]] void give_up(const char* why) {
+    std::fprintf(stderr, "guard_pages: %s\n", why);
+    std::abort();
+}
+
+void* allocate_guarded(std::size_t size, std::size_t alignment) {
+    static const std::size_t page = std::size_t(sysconf(_SC_PAGESIZE));
+    const std::size_t usable = (size + page) / page * page; // one byte at least, in whole pages
+    guarded_block made{nullptr, nullptr, usable + 2 * page};
+    made.pages = mmap(nullptr, made.bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (made.pages == MAP_FAILED)
+        throw std::bad_alloc{};
+    char* const first = static_cast<char*>(made.pages) + page;
+    if (mprotect(first, usable, PROT_READ | PROT_WRITE) != 0)
+        give_up("no access to the pages of a block");
+    std::fill_n(first, usable, char(0x7F)); // 7F7F7F...: a number that shows
+    made.block = placed == place::behind_the_page ? first : first + (usable - size) / alignment * alignment;
+    const auto free_entry = std::find_if(guarded_blocks.begin(), guarded_blocks.end(),
+                                         [](const guarded_block& each) { return each.block == nullptr; });
+    if (free_entry == guarded_blocks.end())
+        give_up("more blocks than there is room to note");
+    ++blocks_made;
+    return (*free_entry = made).block;
+}
+
+void* allocate(std::size_t size, std::size_t alignment) {
+    if (placed != place::anywhere)
+        return allocate_guarded(size, alignment);
+    void* const block = alignment <= alignof(std::max_align_t)
+                            ? std::malloc(std::max<std::size_t>(size, 1))
+                            : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+    if (block == nullptr)
+        throw std::bad_alloc{};
+    return block;
+}
+
+void release(void* block) {
+    if (block == nullptr)
+        return;
+    const auto entry = std::find_if(guarded_blocks.begin(), guarded_blocks.end(),
+                                    [=](const guarded_block& each) { return each.block == block; });
+    if (entry == guarded_blocks.end())
+        return std::free(block);
+    munmap(entry->pages, entry->bytes);
+    *entry = {};
+}
+
+} // namespace
+
+// Arrays of doubles end right before the page only if they need not begin at a multiple of 16.
+void* operator new(std::size_t size) {
+    return allocate(size, size % 16 == 0 ? 16 : 8);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return allocate(size, std::size_t(alignment));
+}
+void operator delete(void* block) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::align_val_t) noexcept {
+    release(block);
+}
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+    release(block);
+}
+
+namespace quenta_tests {
+
+namespace {
+
+class guard_pages : public ::testing::TestWithParam<place> {
+protected:
+    // What solve(problem) gives for a copy of the problem, where all that is allocated is guarded.
+    template <class problem_type, class solver_type>
+    auto guarded(const problem_type& problem, const solver_type& solve) {
+        placed = GetParam();
+        struct leave {
+            ~leave() { placed = place::anywhere; }
+        } at_the_end;
+        const problem_type copy = problem;
+        return solve(copy);
+    }
+    void SetUp() override { blocks_made = 0; }
+    void TearDown() override { placed = place::anywhere; }
+};
+
+TEST_P(guard_pages, stop_a_read_outside_of_an_array) {
+    const auto read_outside = [](const std::vector<double>& array) {
+        const volatile double* const data = array.data();
+        return GetParam() == place::before_the_page ? data[array.size()] : *(data - 1);
+    };
+    for (const std::size_t length : {1, 2, 3, 512, 1000})
+        EXPECT_EXIT(guarded(std::vector<double>(length), read_outside), ::testing::KilledBySignal(SIGSEGV), "");
+}
+
+TEST_P(guard_pages, stop_no_solver_from_samples) {
+    random_data random{20260371};
+    int solved = 0;
+    for (const sampled_solver& solver : every_solver)
+        for (const int D : solver.solves_systems ? std::vector{1, 3, 9} : std::vector{1})
+            for (const int steps : {1, 66})
+                for_each_row(steps, [&](std::size_t row, std::size_t N) {
+                    const sampled_problem problem = random_problem(random, row, D, N);
+                    if (!solver.accepts(problem.row()))
+                        return;
+                    SCOPED_TRACE(std::string{solver.name} + ", " + problem.text());
+                    const sampled_answer answer = guarded(problem, [&](const sampled_problem& copy) {
+                        return solver.solve(copy.data, copy.dt, copy.row(), 1);
+                    });
+                    expect_equal(twin_of(solver, problem), answer, true);
+                    ++solved;
+                });
+    EXPECT_EQ(solved, 2 * ((4 * 3) * 56 + 4 * 56 - (2 * 3 + 2) * 3));
+    EXPECT_GT(blocks_made, 10 * solved);
+}
+
+TEST_P(guard_pages, stop_no_solver_from_blocks) {
+    random_data random{20260372};
+    int solved = 0;
+    for_each_variant([&](block_kind kind, int P, int D) {
+        for (const int N : {1, 2, 7, 18}) {
+            const block_problem problem = random_blocks(random, kind, N, P, D);
+            const block_answer answer =
+                guarded(problem, [](const block_problem& copy) { return call_block_solver(copy); });
+            ASSERT_TRUE(answers_as_the_twin(problem, answer, block_twin(problem)));
+            ++solved;
+        }
+    });
+    EXPECT_EQ(solved, 4 * 5 * 9 * 4);
+    EXPECT_GT(blocks_made, 4 * solved);
+}
+
+INSTANTIATE_TEST_SUITE_P(arrays, guard_pages, ::testing::Values(place::before_the_page, place::behind_the_page),
+                         [](const auto& instance) {
+                             return instance.param == place::before_the_page ? "before_the_page" : "behind_the_page";
+                         });
+
+} // namespace
+
+} // namespace quenta_tests
