@@ -1,12 +1,11 @@
 // What must hold between solutions of systems, whatever the data, in every kind of equation.
-#include "conformance/every_solver.hpp"
+#include "properties/random_system.hpp"
 #include "quenta_solvers/collocation_settings.hpp"
 #include "quenta_solvers/variant_dispatch.hpp"
 #include "quenta_solvers/vide.hpp"
 #include "quenta_solvers/vie1.hpp"
 #include "quenta_solvers/vie2.hpp"
 #include "support/bits.hpp"
-#include "support/random_data.hpp"
 
 #include <gtest/gtest.h>
 
@@ -72,16 +71,6 @@ constexpr system_solver system_solvers[] = {
     {"vide_vec", "vide", derivative_body, false},
 };
 
-system_samples random_system(random_data& random, int D, int N) {
-    system_samples data{D, N};
-    data.g = random.uniform(data.g.size());
-    data.y0 = random.uniform(data.y0.size());
-    for (std::vector<double>* const matrices : {&data.K, &data.a})
-        for (double& entry : *matrices)
-            entry += random.uniform_value(-0.1, 0.1);
-    return data;
-}
-
 // The samples of another system, whose component r is component from[r] of this one; of the entries between two
 // components only those are kept that `keeps` says.
 template <class entry_filter>
@@ -128,13 +117,6 @@ void expect_same_component(const sampled_answer& expected, int D, int r, const s
                                         << in_hexadecimal(a) << " and " << in_hexadecimal(b) << ", " << ulps_apart(a, b)
                                         << " ulps apart";
     }
-}
-
-std::vector<double> times(double factor, std::span<const double> values) {
-    std::vector<double> products;
-    for (const double value : values)
-        products.push_back(factor * value);
-    return products;
 }
 
 class system_identity : public ::testing::TestWithParam<system_solver> {
@@ -238,34 +220,6 @@ TEST_P(system_identity, a_dimension_known_early_or_late_gives_the_same_solution)
         }
         for (int r = 0; r < data.D; ++r)
             expect_same_component(early, data.D, r, late, data.D, r);
-    });
-}
-
-TEST_P(system_identity, scaling_what_drives_it_by_a_power_of_two_scales_every_bit) {
-    for_each_system({1, 3, 9}, [&](int, const setting& row, system_samples data) {
-        const sampled_answer once = solve(solver(), data, row);
-        for (const double factor : {-1.0, 0x1p-40}) {
-            system_samples driven = data;
-            driven.g = times(factor, data.g);
-            driven.y0 = times(factor, data.y0);
-            const sampled_answer scaled = solve(solver(), driven, row);
-            ASSERT_TRUE(equal_bits(times(factor, once.out.values()), scaled.out.values())) << "factor " << factor;
-        }
-    });
-}
-
-TEST_P(system_identity, the_sum_of_what_drives_it_gives_the_sum_of_the_solutions) {
-    for_each_system({2, 9}, [&](int, const setting& row, const system_samples& data) {
-        system_samples by_forcing = data, by_start = data;
-        by_forcing.y0 = times(0.0, data.y0);
-        by_start.g = times(0.0, data.g);
-        const sampled_answer whole = solve(solver(), data, row), forced = solve(solver(), by_forcing, row);
-        const std::vector<double> started = times(1.0, solve(solver(), by_start, row).out.values());
-        sampled_answer sum = awaited_answer(data.N(), data.D, row);
-        for (std::size_t i = 0; i < started.size(); ++i)
-            sum.out.data()[i] = forced.out.values()[i] + started[i];
-        for (int r = 0; r < data.D; ++r)
-            expect_same_component(whole, data.D, r, sum, data.D, r);
     });
 }
 
