@@ -98,7 +98,7 @@ TEST_P(every_host_mode, solvers_from_samples_give_the_same_bits) {
                 EXPECT_TRUE(equal_bits(expected.coeffs.values(), actual.coeffs.values()));
                 ++compared;
             }
-    EXPECT_EQ(compared, 3 * (4 * 3 + 2));
+    EXPECT_EQ(compared, 3 * (4 * 3 + 4));
 }
 
 TEST_P(every_host_mode, block_solvers_give_the_same_bits) {
