@@ -172,6 +172,25 @@ TEST_P(every_solver_bits, a_system_of_many_components_equals_the_twin) {
 INSTANTIATE_TEST_SUITE_P(solver, every_solver_bits, ::testing::ValuesIn(every_solver),
                          [](const auto& instance) { return std::string{instance.param.name}; });
 
+// Otherwise the comparisons above could not see which of the three a solver takes.
+TEST(vide_twin, rounds_in_three_ways_that_bits_tell_apart) {
+    using enum reference::vide_body;
+    random_data random{20260207};
+    int scalar_and_fixed = 0, fixed_and_any = 0, any_and_scalar = 0;
+    for_each_row(10, [&](std::size_t row, std::size_t N) {
+        const sampled_problem problem = random_problem(random, row, 2, N);
+        const auto& [D, g, K, a, y0] = problem.data;
+        const auto out = [&, D = D, &g = g, &K = K, &a = a, &y0 = y0](reference::vide_body body) {
+            return reference::solve_vide(body, g, K, a, D, y0, problem.dt, problem.row()).out;
+        };
+        scalar_and_fixed += !equal_bits(out(scalar), out(fixed_dimension));
+        fixed_and_any += !equal_bits(out(fixed_dimension), out(any_dimension));
+        any_and_scalar += !equal_bits(out(any_dimension), out(scalar));
+    });
+    for (const int rows_that_differ : {scalar_and_fixed, fixed_and_any, any_and_scalar})
+        EXPECT_GT(rows_that_differ, 40);
+}
+
 } // namespace
 
 } // namespace quenta_tests

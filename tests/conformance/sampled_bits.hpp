@@ -138,9 +138,10 @@ inline void PrintTo(const data_kind& kind, std::ostream* stream) {
     *stream << kind.name;
 }
 
+// A spacing that is a power of two, or much smaller than 1, hides how products with it are grouped.
 inline constexpr data_kind data_kinds[] = {
-    {"ordinary", 0.01, ordinary, ordinary},
-    {"growing", 0.25, positive, positive},
+    {"ordinary", 0.05, ordinary, ordinary},
+    {"growing", 0.2, positive, positive},
     {"back_in_time", -3.0, of_several_sizes, of_several_sizes},
     {"huge", 0x1p10, of_all_sizes, of_several_sizes},
     {"subnormal", 1.0, subnormal, ordinary},
