@@ -70,11 +70,13 @@ bool solve_forward(const equation& problem, int N) {
         const int steps = int(std::min<std::int64_t>(steps_together, N - first));
         for (int q = 0; q < steps * M; ++q)
             rhs[q] = problem.right_side(first, q / D, q % D);
-        known_steps known{
+        const known_steps known{
             problem.block(first, 0, 0, 0), problem.row_length, 0, first, P, problem.x, problem.y, problem.h};
         if (first > 0)
             add_history(rhs.data(), steps * M, known);
 
+        std::array<double, M> solution;
+        std::copy_n(rhs.begin(), M, solution.begin());
         for (int step = 0; step < steps; ++step) {
             const std::int64_t n = first + step;
             for (int i = 0; i < P; ++i)
@@ -84,21 +86,28 @@ bool solve_forward(const equation& problem, int N) {
                             matrix.at(i * D + r, j * D + c) = problem.matrix(n, i, r, j, c);
             if (!matrix.eliminate())
                 return false;
-            std::array<double, M> solution;
-            std::copy_n(rhs.begin() + step * M, M, solution.begin());
             matrix.substitute(solution);
             std::copy_n(solution.begin(), M, problem.point(n, 0));
             problem.end_step(n);
 
-            // The later steps of these know one step more.
+            // The later steps of these know one step more. Everything waits for the next one: its sums stay in
+            // registers.
             if constexpr (steps_together > 1) {
-                known.first = n;
-                known.end = n + 1;
-                known.points = P;
-                for (int q = (step + 1) * M; q < steps * M; ++q) {
-                    const double* const row = known.blocks + q / D * known.row + q % D * D;
-                    add_steps<history, D, 1, 1>(&rhs[q], &row, known);
-                }
+                if (step + 1 == steps)
+                    break;
+                const std::array<double, M> solved = solution;
+                const known_steps this_step{
+                    problem.block(first, 0, n, 0), problem.row_length, 0, 1, P, solved.data(), nullptr, nullptr};
+                const auto known_one_step_more = [&](int q) {
+                    const double* const row = this_step.blocks + q / D * this_step.row + q % D * D;
+                    double sum = rhs[q];
+                    add_steps<history, D, 1, 1, P>(&sum, &row, this_step);
+                    return sum;
+                };
+                for (int q = 0; q < M; ++q)
+                    solution[q] = known_one_step_more((step + 1) * M + q);
+                for (int q = (step + 2) * M; q < steps * M; ++q)
+                    rhs[q] = known_one_step_more(q);
             }
         }
     }

@@ -9,16 +9,13 @@ namespace quenta {
 
 template <class set>
 struct history_loops {
-    // Eight lanes pay where squares of eight columns can be read.
-    template <int D>
-    static constexpr int width_for = D == 1 || set::width < 4 ? set::width : 4;
+    static constexpr int width = set::width;
 
-    // Several sums read the same cache lines: all of them take a tile of the slots before any takes the next.
-    static constexpr std::int64_t doubles_in_a_tile = 2048;
+    // Registers may share cache lines: all of them take a tile of the slots before any takes the next.
+    static constexpr std::int64_t doubles_in_a_tile = 8192;
 
     template <class history, int D>
     static void add_history(double* sums, int count, const known_steps& known) {
-        constexpr int width = width_for<D>;
         constexpr int together = D == 1 ? sums_together : width;
         const double* rows[most_sums];
         int q = 0;
@@ -36,26 +33,36 @@ struct history_loops {
                 add_steps<history, D, width, together / width>(sums + q, rows + q, known);
         } else {
             const std::int64_t doubles_in_a_step = std::int64_t(count) * D * known.points;
-            std::int64_t steps = doubles_in_a_tile / doubles_in_a_step;
-            if (steps < 1)
-                steps = 1;
+            const std::int64_t steps = doubles_in_a_tile / doubles_in_a_step + 1;
             known_steps tile = known;
             for (; tile.first < known.end; tile.first = tile.end) {
                 tile.end = known.end - tile.first < steps ? known.end : tile.first + steps;
-                for (q = 0; q < count; q += together)
-                    add_steps<history, D, width, 1>(sums + q, rows + q, tile);
+                add_to_registers<history, D, width>(sums, count, rows, tile);
             }
         }
     }
 
-    template <class history, int count_here>
+    // `count` is the number of points, too.
+    template <class history, int constant_count>
     static void add_to_rows(double* sums, int count, const double* const* rows, const known_steps& known) {
-        if constexpr (count_here <= most_points) {
-            if (count == count_here)
-                add_steps<history, 1, 1, count_here>(sums, rows, known);
+        if constexpr (constant_count <= most_points) {
+            if (count == constant_count)
+                add_steps<history, 1, 1, constant_count, constant_count>(sums, rows, known);
             else
-                add_to_rows<history, count_here + 1>(sums, count, rows, known);
+                add_to_rows<history, constant_count + 1>(sums, count, rows, known);
         }
+    }
+
+    // The last sums take a narrower register if they fit in it.
+    template <class history, int D, int lanes_here>
+    static void add_to_registers(double* sums, int count, const double* const* rows, const known_steps& known) {
+        for (; count >= lanes_here; count -= lanes_here, sums += lanes_here, rows += lanes_here)
+            add_steps<history, D, lanes_here, 1>(sums, rows, known);
+        if constexpr (lanes_here > 2)
+            if (count <= lanes_here / 2)
+                return add_to_registers<history, D, lanes_here / 2>(sums, count, rows, known);
+        if (count > 0)
+            add_steps<history, D, lanes_here, 1>(sums, rows, known);
     }
 
     template <template <form> class history>

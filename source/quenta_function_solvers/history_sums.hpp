@@ -1,7 +1,8 @@
 // Adds the history of known steps to sums: the loops, for a number of lanes.
 //
-// A lane is a sum, of whatever row: the matrices are read two neighbouring columns of several rows at a time, and these
-// small tiles are transposed in registers. So every sum keeps its order of additions, however many advance together.
+// A lane is a sum, of whatever row: the matrices are read by strips, a few neighbouring columns of as many rows as
+// there are lanes, and these are transposed in registers. So every sum keeps its order of additions, however many
+// advance together.
 //
 // Everything is inlined by force: code for one instruction set must not be merged with that for another by the linker.
 #pragma once
@@ -12,6 +13,10 @@
 #include <cstdint>
 #include <type_traits>
 #include <utility>
+
+#if defined(__AVX__)
+#include <immintrin.h>
+#endif
 
 namespace quenta {
 
@@ -36,6 +41,12 @@ template <int width>
 
 // ---- Columns of products ------------------------------------------------------------------------------------------
 
+// The lanes of `lower`, then those of `upper`.
+template <class half, int... lane>
+[[gnu::always_inline]] inline auto join(half lower, half upper, std::integer_sequence<int, lane...>) {
+    return __builtin_shufflevector(lower, upper, lane...);
+}
+
 // rows[lane][at] of every lane.
 template <int width, int... lane>
 [[gnu::always_inline]] inline lanes<width> column(const double* const* rows, std::int64_t at,
@@ -43,11 +54,63 @@ template <int width, int... lane>
     return lanes<width>{rows[lane][at]...};
 }
 
-// rows[lane][at] and rows[lane][at + 1], for the even lanes if `from` is 0, for the odd ones if it is 1.
+// A register from two halves, and one from a half that stands in it twice. Each is one instruction, which compilers do
+// not find by themselves. (A mask of all lanes costs nothing, and has no undefined register for a compiler to warn of.)
 template <int width>
-[[gnu::always_inline]] inline lanes<width> alternate_pairs(const double* const* rows, std::int64_t at, int from) {
-    static_assert(width == 4);
-    return __builtin_shufflevector(load<2>(rows[from] + at), load<2>(rows[from + 2] + at), 0, 1, 2, 3);
+[[gnu::always_inline]] inline lanes<width> load_halves(const double* lower, const double* upper) {
+#if defined(__AVX512F__)
+    if constexpr (width == 8)
+        return _mm512_maskz_insertf64x4(0xFF, _mm512_castpd256_pd512(_mm256_loadu_pd(lower)), _mm256_loadu_pd(upper),
+                                        1);
+#endif
+#if defined(__AVX__)
+    if constexpr (width == 4)
+        return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(lower)), _mm_loadu_pd(upper), 1);
+#endif
+    return join(load<width / 2>(lower), load<width / 2>(upper), std::make_integer_sequence<int, width>{});
+}
+
+template <int width>
+[[gnu::always_inline]] inline lanes<width> load_twice(const double* half) {
+#if defined(__AVX512F__)
+    if constexpr (width == 8)
+        return _mm512_maskz_broadcast_f64x4(0xFF, _mm256_loadu_pd(half));
+#endif
+#if defined(__AVX__)
+    if constexpr (width == 4)
+        return _mm256_broadcast_pd(reinterpret_cast<const __m128d*>(half)); // of any alignment
+#endif
+    return load_halves<width>(half, half);
+}
+
+// The next columns of the rows, as many as half a register has lanes, but two at least.
+template <int width>
+inline constexpr int columns_of_a_strip = width == 2 ? 2 : width / 2;
+
+// strip[c] = rows[lane][at + c] * factors[c], in every lane. Products are formed before lanes change their places, and
+// the rows are read in the order that leads to the fewest changes.
+template <class unknown, int width>
+[[gnu::always_inline]] inline void multiply_strip(lanes<width>* strip, const double* const* rows, std::int64_t at,
+                                                  const double* values, double h) {
+    static_assert(width == 2 || width == 4 || width == 8);
+    const auto product = [&](int row) {
+        if constexpr (width == 2)
+            return load<2>(rows[row] + at) * unknown::factor(load<2>(values), h);
+        else
+            return load_halves<width>(rows[row] + at, rows[row + 2] + at) *
+                   unknown::factor(load_twice<width>(values), h);
+    };
+    strip[0] = product(0);
+    strip[1] = product(1);
+    if constexpr (width == 8) {
+        const lanes<8> rows_0_2 = strip[0], rows_1_3 = strip[1], rows_4_6 = product(4), rows_5_7 = product(5);
+        strip[0] = __builtin_shufflevector(rows_0_2, rows_4_6, 0, 1, 4, 5, 8, 9, 12, 13);
+        strip[1] = __builtin_shufflevector(rows_1_3, rows_5_7, 0, 1, 4, 5, 8, 9, 12, 13);
+        strip[2] = __builtin_shufflevector(rows_0_2, rows_4_6, 2, 3, 6, 7, 10, 11, 14, 15);
+        strip[3] = __builtin_shufflevector(rows_1_3, rows_5_7, 2, 3, 6, 7, 10, 11, 14, 15);
+        exchange_lanes<8, 1>(strip[2], strip[3], std::make_integer_sequence<int, 8>{});
+    }
+    exchange_lanes<width, 1>(strip[0], strip[1], std::make_integer_sequence<int, width>{});
 }
 
 // products[c] = rows[lane][at + c] * factor(values[c], h), in every lane.
@@ -60,23 +123,8 @@ template <class unknown, int width, int count>
     } else {
         constexpr auto every_lane = std::make_integer_sequence<int, width>{};
         int c = 0;
-        for (; c + width <= count; c += width) { // a square
-            lanes<width> square[width];
-            for (int lane = 0; lane < width; ++lane)
-                square[lane] = load<width>(rows[lane] + at + c) * unknown::factor(load<width>(values + c), h);
-            transpose<width>(square);
-            for (int column = 0; column < width; ++column)
-                products[c + column] = square[column];
-        }
-        if constexpr (width == 4 && count % 4 >= 2) { // half a square
-            const lanes<2> pair = unknown::factor(load<2>(values + c), h);
-            const lanes<4> factors = __builtin_shufflevector(pair, pair, 0, 1, 0, 1);
-            const lanes<4> even = alternate_pairs<4>(rows, at + c, 0) * factors;
-            const lanes<4> odd = alternate_pairs<4>(rows, at + c, 1) * factors;
-            products[c] = __builtin_shufflevector(even, odd, 0, 4, 2, 6);
-            products[c + 1] = __builtin_shufflevector(even, odd, 1, 5, 3, 7);
-            c += 2;
-        }
+        for (; c + columns_of_a_strip<width> <= count; c += columns_of_a_strip<width>)
+            multiply_strip<unknown, width>(products + c, rows, at + c, values + c, h);
         for (; c < count; ++c)
             products[c] = column<width>(rows, at + c, every_lane) * unknown::factor(values[c], h);
     }
@@ -115,30 +163,32 @@ template <class history, int D, int width>
     history::add_carried(sum, row_product<history::written_in, D>(products));
 }
 
-// `groups` registers of sums advance together. rows[q] points at the row of sum q, in slot 0 of step 0.
-template <class history, int D, int width, int groups>
+// `groups` registers of sums advance together. rows[q] points at the row of sum q, in slot 0 of step 0. The number of
+// points of a step may be given as a constant.
+template <class history, int D, int width, int groups, int constant_points = 0>
 [[gnu::always_inline]] inline void add_steps(double* sums, const double* const* rows, const known_steps& known) {
     constexpr std::int64_t slot = D * D;
+    const int points = constant_points != 0 ? constant_points : known.points;
     sums_type<width> sum[groups];
     for (int g = 0; g < groups; ++g)
         sum[g] = load_sums<width>(sums + g * width);
 
     if constexpr (history::has_carried_value) {
         for (std::int64_t k = known.first; k < known.end; ++k) {
-            const std::int64_t at = k * (known.points + 1) * slot;
-            const double* const x = known.x + k * known.points * D;
+            const std::int64_t at = k * (points + 1) * slot;
+            const double* const x = known.x + k * points * D;
             const double h = history::has_step_lengths ? known.h[k] : 1.0;
             for (int g = 0; g < groups; ++g)
-                add_carried<history, D, width>(sum[g], rows + g * width, at + known.points * slot, known.y + k * D);
-            for (int j = 0; j < known.points; ++j)
+                add_carried<history, D, width>(sum[g], rows + g * width, at + points * slot, known.y + k * D);
+            for (int j = 0; j < points; ++j)
                 for (int g = 0; g < groups; ++g)
                     add_points<history, D, width, 1>(sum[g], rows + g * width, at + j * slot, x + j * D, h);
         }
     } else {
         // With nothing between the points of two steps, the slots are one sequence.
         constexpr int together = D == 1 && width > 1 ? 8 : 1;
-        std::int64_t s = known.first * known.points;
-        const std::int64_t end = known.end * known.points;
+        std::int64_t s = known.first * points;
+        const std::int64_t end = known.end * points;
         for (; s + together <= end; s += together)
             for (int g = 0; g < groups; ++g)
                 add_points<history, D, width, together>(sum[g], rows + g * width, s * slot, known.x + s * D, 1.0);
