@@ -2,6 +2,7 @@
 // read of their inputs.
 
 #include "comparison.hpp"
+#include "plain_read.hpp"
 
 #include "toeplitz_history/vector_kernels.hpp"
 #include "utility/aligned_vector.hpp"
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <string>
 
 namespace {
@@ -84,24 +84,6 @@ void direct_sums(benchmark::State& state, std::int64_t s, std::int64_t order) {
         compare(state, no_limit, static_cast<int>(batch), clear, ours, peer);
 }
 
-// A sum over an array at the speed of memory: four wide partial sums in flight.
-double read_all(const aligned_vector& values) {
-    typedef double wide __attribute__((vector_size(64), aligned(8)));
-    constexpr std::int64_t lanes = 8, in_flight = 4;
-    wide partial[in_flight] = {};
-    for (std::int64_t u = 0; u < std::int64_t(values.size()); u += lanes * in_flight)
-        for (std::int64_t part = 0; part < in_flight; ++part) {
-            wide next;
-            std::memcpy(&next, &values[u + lanes * part], sizeof next);
-            partial[part] += next;
-        }
-    double sum = 0.0;
-    for (const wide& part : partial)
-        for (std::int64_t lane = 0; lane < lanes; ++lane)
-            sum += part[lane];
-    return sum;
-}
-
 void spectra(benchmark::State& state, std::int64_t length, std::int64_t columns) {
     const aligned_vector kernel_re = decaying_oscillation(columns * length, 0.1);
     const aligned_vector kernel_im = decaying_oscillation(columns * length, 0.2);
@@ -116,7 +98,7 @@ void spectra(benchmark::State& state, std::int64_t length, std::int64_t columns)
     const auto peer = [&] {
         double sum = 0.0;
         for (const aligned_vector* const values : {&kernel_re, &kernel_im, &x_re, &x_im})
-            sum += read_all(*values);
+            sum += read_all(values->data(), std::int64_t(values->size()));
         benchmark::DoNotOptimize(sum);
     };
     ours();
