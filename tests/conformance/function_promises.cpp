@@ -178,6 +178,8 @@ TEST(function_solve, a_rule_of_weight_one_carries_the_start_along) {
             ASSERT_EQ(answer.status, QUENTA_SOLVED);
             for (std::size_t at = 0; at < answer.y.values().size(); ++at)
                 EXPECT_EQ(answer.y.values()[at], problem.y0[at % problem.y0.size()]) << problem.text();
+            EXPECT_TRUE(
+                answers_as_the_twin(problem, answer, block_twin(problem))); // x follows the equations all the same
             ++solved;
         }
     EXPECT_EQ(solved, 45);
