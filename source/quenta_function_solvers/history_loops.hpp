@@ -53,15 +53,21 @@ struct history_loops {
         }
     }
 
-    // The last sums take a narrower register if they fit in it.
-    template <class history, int D, int lanes_here>
+    // Two registers at a time read from more places at once; it does not pay where the loop over a step is long. The
+    // last sums take a narrower register if they fit in it.
+    template <class history, int D, int lanes_here, int groups = history::has_carried_value ? 1 : 2>
     static void add_to_registers(double* sums, int count, const double* const* rows, const known_steps& known) {
-        for (; count >= lanes_here; count -= lanes_here, sums += lanes_here, rows += lanes_here)
-            add_steps<history, D, lanes_here, 1>(sums, rows, known);
-        if constexpr (lanes_here > 2)
+        constexpr int together = groups * lanes_here;
+        for (; count >= together; count -= together, sums += together, rows += together)
+            add_steps<history, D, lanes_here, groups>(sums, rows, known);
+        if constexpr (groups > 1)
+            add_to_registers<history, D, lanes_here, 1>(sums, count, rows, known);
+        else if constexpr (lanes_here > 2) {
             if (count <= lanes_here / 2)
-                return add_to_registers<history, D, lanes_here / 2>(sums, count, rows, known);
-        if (count > 0)
+                add_to_registers<history, D, lanes_here / 2, 1>(sums, count, rows, known);
+            else
+                add_steps<history, D, lanes_here, 1>(sums, rows, known);
+        } else if (count > 0)
             add_steps<history, D, lanes_here, 1>(sums, rows, known);
     }
 
