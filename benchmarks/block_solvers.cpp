@@ -138,8 +138,8 @@ const bool registered = [] {
                               2000, 31,
                               [=](benchmark::State& state) { against_one_read(state, equation, P, D, 2000); });
     for (const kind equation : {kind::vie1_cont, kind::vide})
-        register_line(std::string("blocks, ") + names[std::size_t(equation)] + ", scalar, P = 1 / additions",
-                      2000, 31, [=](benchmark::State& state) { against_chain(state, equation, 2000); });
+        register_line(std::string("blocks, ") + names[std::size_t(equation)] + ", scalar, P = 1 / additions", 2000, 31,
+                      [=](benchmark::State& state) { against_chain(state, equation, 2000); });
     for (const int unknowns : {500, 2000, 8000})
         register_line("blocks, vie1, scalar, P = 1 / BLAS dtrsv", unknowns, 21,
                       [=](benchmark::State& state) { against_blas(state, unknowns); });

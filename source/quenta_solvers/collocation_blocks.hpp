@@ -6,6 +6,7 @@
 
 #include "quenta_solvers/row_tables.hpp"
 #include "toeplitz_history/toeplitz_history.hpp"
+#include "utility/integers.hpp"
 #include "utility/view.hpp"
 
 #include <cstddef>
@@ -13,6 +14,15 @@
 #include <vector>
 
 namespace quenta {
+
+// How many kernel samples a system of D components is given. D = 0 is an arithmetic fault. Less than none cannot be
+// indexed, and must not pass for a grid that is merely shorter than a step: the output would have no end.
+inline std::int32_t sample_count(view<const double> K, std::int32_t D, code_position where = code_position::here()) {
+    const std::int32_t samples = faulting_quotient(static_cast<std::int32_t>(K.length), wrapping_product(D, D));
+    if (samples < 0)
+        fail_index(0, 0, where);
+    return samples;
+}
 
 // The kernel samples that the present step reads, as a bare array.
 template <int row>

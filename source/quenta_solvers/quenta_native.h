@@ -11,7 +11,7 @@
  *      neither reads nor writes outside the sizes given here.
  *   3. double is the 64-bit IEEE type, int has 32 bits. Flags are ints: zero is no, anything else is yes.
  *   4. Samples stand on one uniform grid: sample i belongs to t_i = i * dt, for i = 0 .. N-1. A kernel sample i is
- *      the kernel at lag t_i. Time has whatever unit dt has; y has the unit of g, and K that of 1/time.
+ *      the kernel at lag t_i. Time has whatever unit dt has.
  *   5. Input values are not examined: NaN and infinity follow the IEEE rules to the output and are no error, except
  *      that a system with an infinite pivot counts as singular. A weight of zero is a factor like any other, so that
  *      a NaN under a zero weight shows. The sign and the payload of a NaN are not specified; all other results are
@@ -113,7 +113,7 @@ QUENTA_API void quenta_get_supported_settings(int* settings);
  * Cambridge University Press 2004, chapter 2). Adjacent polynomials need not join. The cost grows like
  * steps * log(steps)^2. All 56 settings are accepted.
  *
- * In   g[N], K[N]       forcing at t_i and kernel at lag t_i
+ * In   g[N], K[N]       forcing at t_i, in the unit of y, and kernel at lag t_i, in that of 1/time
  *      N                number of samples, at least 1, and enough for the kernel samples that the first step needs:
  *                       more than the largest k_i * (m - k_q) over the setting's nodes. A smaller N is fatal.
  *      dt               spacing of the samples, in the unit of t; not examined
@@ -130,7 +130,8 @@ QUENTA_API void quenta_get_supported_settings(int* settings);
  *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
  *      QUENTA_SINGULAR_BLOCK if the system of a step is singular to rounding, or has an infinite pivot. It is the same
  *      system in every step; without a step it is not looked at.
- * Takes, for P = count, up to 3 P*P + 11 P + 8 doubles of memory for every step, and 64 KiB of stack.
+ * Takes, for P = count, up to 3 P*P + 11 P + 8 doubles of memory for every step, 32 P*(P + 7) beside, and 64 KiB of
+ *      stack.
  * Any number of threads may call at once. Needs quenta_rt_init.
  */
 QUENTA_API int quenta_solve_vie2(const double* g, const double* K, int N, double dt, int m, const int* list, int count,
@@ -169,18 +170,19 @@ QUENTA_API int quenta_solve_vie2_vec(const double* g, const double* K, int N, in
  *
  * Collocation as above, with the equation demanded at the nodes (Brunner, chapter 2). In the discontinuous form the
  * polynomial of a step lives on the setting's nodes, and y0 is not read; settings with the node 0 are singular. In the
- * continuous form the polynomial has the extra node 0, where it takes up the end of the step before, from y0 on. That
- * form extrapolates unless m is the last node: with many settings its errors then grow from step to step, and overflow,
- * with QUENTA_SOLVED. With a setting that has the node 0 itself, it has no basis and gives NaN.
+ * continuous form the polynomial has the extra node 0, where it takes up the end of the step before, from y0 on. With
+ * many settings the errors of that form grow from step to step, and overflow, with QUENTA_SOLVED: with all whose last
+ * node is not m, and of the others with all but m = 1, 2, 3 or 4 with the node m alone, m = 3 with 1, 2, 3, and m = 4
+ * with 1, 2, 4 or 1, 3, 4. With a setting that has the node 0 itself, it has no basis and gives NaN.
  *
  * The first kind is ill-posed: noise in g is differentiated. Three settings that amplify every error are refused:
  * m = 3 with node 1, m = 4 with node 1, and m = 4 with nodes 1, 2.
  *
  * In   g[N*D]           forcing: component r at t_i at i*D + r
- *      K[N*D*D]         kernel: entry (r, c) at lag t_i at i*D*D + r*D + c
+ *      K[N*D*D]         kernel: entry (r, c) at lag t_i at i*D*D + r*D + c; K y has the unit of g/time
  *      N                number of samples, as above
- *      D                dimension of y; 1 to 8 are the fastest. D = 0 ends the process by the arithmetic fault, a
- *                       negative one is fatal in the continuous form and has no defined result otherwise.
+ *      D                dimension of y; 1 to 8 are the fastest. In the continuous form a D below 1 is fatal. In the
+ *                       other, D = 0 ends the process by the arithmetic fault, a negative one has no defined result.
  *      y0[D]            y at t = 0, read only with continuous
  *      dt               spacing of the samples, in the unit of t; not examined
  *      m, list[count]   a setting
@@ -215,7 +217,7 @@ QUENTA_API int quenta_solve_vie1(const double* g, const double* K, int N, double
  * replaced as in quenta_solve_vie2, and the cost grows in the same way. All 56 settings are accepted: m = 1 with node 0
  * is the explicit Euler method, m = 1 with node 1 the implicit one.
  *
- * In   g[N], K[N]       forcing at t_i and kernel at lag t_i, which has the unit of 1/time squared here
+ * In   g[N], K[N]       forcing at t_i, in the unit of y/time, and kernel at lag t_i, in that of 1/time squared
  *      a[N]             coefficient at t_i, in the unit of 1/time
  *      N                number of samples, at least 1, and enough for the kernel samples that the first step needs:
  *                       more than the largest k_i * (m - k_q) over the setting's nodes. A smaller N is fatal.

@@ -214,9 +214,8 @@ template <int row, class dimension>
 bool solve_vide_vec_impl(view<const double> g, view<const double> K, view<const double> a, dimension dim,
                          view<const double> y0, double dt, bool want_coeffs, view<double> out, view<double> coeffs,
                          int* n_steps) {
-    const std::int32_t samples = faulting_quotient(static_cast<std::int32_t>(K.length), wrapping_product(dim.D, dim.D));
-    return march_vide<row, vector_rounding<dimension>>(samples, g, K, a, dim, y0, dt, want_coeffs, out, coeffs,
-                                                       n_steps);
+    return march_vide<row, vector_rounding<dimension>>(sample_count(K, dim.D), g, K, a, dim, y0, dt, want_coeffs, out,
+                                                       coeffs, n_steps);
 }
 
 } // namespace quenta

@@ -7,8 +7,8 @@
 //     A0 U_j = G_j - history_j + h C0 B_j         continuous: it also starts at B_j, the end of the step before
 //
 // (H. Brunner, Collocation Methods for Volterra Integral and Related Functional Equations, Cambridge University Press
-// 2004, section 2.4.) The continuous form extrapolates where c_P is not 1, and errors may then grow from step to step.
-// That is the scheme; nothing here damps it.
+// 2004, section 2.4.) With many settings errors of the continuous form grow from step to step, also with some where it
+// does not extrapolate (c_P = 1). That is the scheme; nothing here damps it.
 #pragma once
 
 #include "quenta_solvers/collocation_blocks.hpp"
@@ -63,12 +63,11 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
     constexpr int S = tables::S;
     const std::int64_t D = dim.D;
 
-    const double h = double(S) * dt;
-    const std::int32_t samples = faulting_quotient(static_cast<std::int32_t>(K.length), wrapping_product(dim.D, dim.D));
-    const std::int32_t steps = wrapping_sum(samples, -1) / S;
-    *n_steps = steps;
-    // Looked at first: a dimension below 1, which has no first value, is fatal.
+    // Looked at first: a dimension below 1 has no first value, which is fatal before anything else can be.
     const double* const first_carried = continuous ? &y0.at(0) : nullptr;
+    const double h = double(S) * dt;
+    const std::int32_t steps = wrapping_sum(sample_count(K, dim.D), -1) / S;
+    *n_steps = steps;
 
     // The blocks are built before anything else is decided, so that a kernel too short for them is fatal even where
     // there is no step.

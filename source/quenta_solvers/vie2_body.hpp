@@ -104,8 +104,7 @@ bool solve_vie2_impl(view<const double> g, view<const double> K, double dt, bool
 template <int row, class dimension>
 bool solve_vie2_vec_impl(view<const double> g, view<const double> K, dimension dim, double dt, bool want_coeffs,
                          view<double> out, view<double> coeffs, int* n_steps) {
-    const std::int32_t samples = faulting_quotient(static_cast<std::int32_t>(K.length), wrapping_product(dim.D, dim.D));
-    return march_vie2<row>(samples, g, K, dim, dt, want_coeffs, out, coeffs, n_steps);
+    return march_vie2<row>(sample_count(K, dim.D), g, K, dim, dt, want_coeffs, out, coeffs, n_steps);
 }
 
 } // namespace quenta

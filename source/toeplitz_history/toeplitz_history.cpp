@@ -44,7 +44,7 @@ void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     cache_im.clear();
     cache_tried.clear();
     cache_budget = 2 * kernel.size();
-    near_columns.assign(p == 1 && q == 1 ? 0 : transform_threshold * q * padded_rows(p), 0.0);
+    near_columns.assign(p == 1 && q == 1 ? 0 : std::min(transform_threshold, steps) * q * padded_rows(p), 0.0);
     kept_lags = 1;
 }
 

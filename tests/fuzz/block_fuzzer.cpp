@@ -1,0 +1,34 @@
+// The solvers from blocks against their twins.
+#include "conformance/function_call.hpp"
+#include "fuzz/fuzz_input.hpp"
+
+using namespace quenta_tests;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz_input input{data, size};
+    block_problem problem{block_kinds[std::size_t(input.below(4))],
+                          1 + input.below(40),
+                          1 + input.below(5),
+                          input.below(9),
+                          {},
+                          {},
+                          {},
+                          {},
+                          {},
+                          {},
+                          {}};
+    if (problem.N * problem.P * problem.D > 600) // A is the square of it
+        return -1;
+    problem.rho = input.real();
+    const reference::block_shape shape = problem.shape();
+    const std::size_t points = shape.N * shape.P, square = shape.D * shape.D;
+    problem.A = input.reals(shape.matrix_length());
+    problem.b = input.reals(points * shape.D);
+    problem.C = input.reals(points * square);
+    problem.E = input.reals(shape.P * shape.P);
+    problem.w = input.reals(shape.P);
+    problem.h = input.reals(shape.N);
+    problem.y0 = input.reals(shape.D);
+    EXPECT_TRUE(answers_as_the_twin(problem, call_block_solver(problem), block_twin(problem)));
+    return 0;
+}
