@@ -35,14 +35,16 @@ void PrintTo(const host_mode& mode, std::ostream* stream) {
 
 std::vector<host_mode> host_modes() {
     std::vector<host_mode> modes;
-    for (const auto& [name, mode] : {std::pair{"to nearest", FE_TONEAREST},
-                                     {"upward", FE_UPWARD},
-                                     {"downward", FE_DOWNWARD},
-                                     {"to zero", FE_TOWARDZERO}})
+    const auto add_rounding = [&](const char* name, int mode) {
         modes.push_back({name, [mode] { std::fesetround(mode); },
                          [mode] {
                              return std::fegetround() == mode;
                          }});
+    };
+    add_rounding("to nearest", FE_TONEAREST);
+    add_rounding("upward", FE_UPWARD);
+    add_rounding("downward", FE_DOWNWARD);
+    add_rounding("to zero", FE_TOWARDZERO);
 #if defined(__x86_64__)
     static constexpr unsigned flush_to_zero = 0x8000, subnormals_are_zero = 0x0040, traps = 0x1F80;
     const auto control = [] {
