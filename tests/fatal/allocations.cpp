@@ -6,6 +6,7 @@
 #include "reference/settings.hpp"
 #include "support/bits.hpp"
 #include "support/random_data.hpp"
+#include "support/replaced_new.hpp"
 #include "toeplitz_history/toeplitz_history.hpp"
 
 #include <gtest/gtest.h>
@@ -62,7 +63,9 @@ void note_bytes(long more) {
     record->most_bytes = std::max(record->most_bytes, record->bytes);
 }
 
-void* allocate(std::size_t bytes, std::size_t alignment) {
+} // namespace
+
+void* quenta_tests::allocate_block(std::size_t bytes, std::size_t alignment) {
     if (record != nullptr) {
         const long number = record->count++;
         if (number == record->fails_at)
@@ -78,42 +81,12 @@ void* allocate(std::size_t bytes, std::size_t alignment) {
     return block;
 }
 
-void release(void* block) noexcept {
+void quenta_tests::release_block(void* block) noexcept {
     if (block == nullptr)
         return;
     --live_blocks;
     note_bytes(-long(malloc_usable_size(block)));
     std::free(block);
-}
-
-} // namespace
-
-void* operator new(std::size_t bytes) {
-    return allocate(bytes, alignof(std::max_align_t));
-}
-void* operator new(std::size_t bytes, std::align_val_t alignment) {
-    return allocate(bytes, std::size_t(alignment));
-}
-void* operator new[](std::size_t bytes) {
-    return allocate(bytes, alignof(std::max_align_t));
-}
-void operator delete(void* block) noexcept {
-    release(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    release(block);
-}
-void operator delete(void* block, std::align_val_t) noexcept {
-    release(block);
-}
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-    release(block);
-}
-void operator delete[](void* block) noexcept {
-    release(block);
-}
-void operator delete[](void* block, std::size_t) noexcept {
-    release(block);
 }
 
 extern "C" {

@@ -1,5 +1,6 @@
 // The block solvers take no memory but their frame, whose size is bounded.
 #include "conformance/function_call.hpp"
+#include "support/replaced_new.hpp"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +15,9 @@ namespace {
 thread_local bool counting = false;
 thread_local long allocations = 0;
 
-void* allocate(std::size_t bytes, std::size_t alignment) {
+} // namespace
+
+void* quenta_tests::allocate_block(std::size_t bytes, std::size_t alignment) {
     allocations += counting;
     void* const block = std::aligned_alloc(alignment, (bytes + alignment) / alignment * alignment);
     if (block == nullptr)
@@ -22,24 +25,7 @@ void* allocate(std::size_t bytes, std::size_t alignment) {
     return block;
 }
 
-} // namespace
-
-void* operator new(std::size_t bytes) {
-    return allocate(bytes, alignof(std::max_align_t));
-}
-void* operator new(std::size_t bytes, std::align_val_t alignment) {
-    return allocate(bytes, std::size_t(alignment));
-}
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::align_val_t) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+void quenta_tests::release_block(void* block) noexcept {
     std::free(block);
 }
 

@@ -2,6 +2,7 @@
 // in front of the one, and then right behind the other.
 #include "conformance/function_call.hpp"
 #include "conformance/sampled_bits.hpp"
+#include "support/replaced_new.hpp"
 
 #include <gtest/gtest.h>
 
@@ -54,9 +55,12 @@ void* allocate_guarded(std::size_t size, std::size_t alignment) {
     return (*free_entry = made).block;
 }
 
-void* allocate(std::size_t size, std::size_t alignment) {
+} // namespace
+
+void* quenta_tests::allocate_block(std::size_t size, std::size_t alignment) {
+    // An array of doubles ends right before the page, although it may then not begin at a multiple of 16.
     if (placed != place::anywhere)
-        return allocate_guarded(size, alignment);
+        return allocate_guarded(size, alignment == alignof(std::max_align_t) && size % alignment != 0 ? 8 : alignment);
     void* const block = alignment <= alignof(std::max_align_t)
                             ? std::malloc(std::max<std::size_t>(size, 1))
                             : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
@@ -65,7 +69,7 @@ void* allocate(std::size_t size, std::size_t alignment) {
     return block;
 }
 
-void release(void* block) {
+void quenta_tests::release_block(void* block) noexcept {
     if (block == nullptr)
         return;
     const auto entry = std::find_if(guarded_blocks.begin(), guarded_blocks.end(),
@@ -74,28 +78,6 @@ void release(void* block) {
         return std::free(block);
     munmap(entry->pages, entry->bytes);
     *entry = {};
-}
-
-} // namespace
-
-// Arrays of doubles end right before the page only if they need not begin at a multiple of 16.
-void* operator new(std::size_t size) {
-    return allocate(size, size % 16 == 0 ? 16 : 8);
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-    return allocate(size, std::size_t(alignment));
-}
-void operator delete(void* block) noexcept {
-    release(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    release(block);
-}
-void operator delete(void* block, std::align_val_t) noexcept {
-    release(block);
-}
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-    release(block);
 }
 
 namespace quenta_tests {
