@@ -3,7 +3,7 @@
 //
 // They are exported too, those of the second kind excepted, for C++ programs that know P and D when they are compiled
 // and were built by the same compiler. True: solved. False: the matrix of a step is singular. A view that is too short
-// is an index failure.
+// is an index failure. They calculate in the mode that the thread has set; the functions of quenta_native.h see to it.
 #pragma once
 
 #include "quenta_solvers/quenta_native.h"

@@ -93,7 +93,7 @@ template <class unknown, int width>
 [[gnu::always_inline]] inline void multiply_strip(lanes<width>* strip, const double* const* rows, std::int64_t at,
                                                   const double* values, double h) {
     static_assert(width == 2 || width == 4 || width == 8);
-    const auto product = [&](int row) {
+    const auto product = [&](int row) __attribute__((always_inline)) {
         if constexpr (width == 2)
             return load<2>(rows[row] + at) * unknown::factor(load<2>(values), h);
         else

@@ -300,7 +300,8 @@ QUENTA_API int quenta_solve_vide_vec(const double* g, const double* K, const dou
  *      QUENTA_SINGULAR_BLOCK if the system of a step n is singular to rounding, or has an infinite pivot: what belongs
  *      to the steps before n is written and final, and so is y[n] where there is a y; the rest is left untouched.
  * Each takes up to 32 KiB of stack. The cost grows like the square of N: all of A up to the diagonal is read, once.
- * Any number of threads may call at once. A form for vectors may round otherwise with D = 1 than the scalar one.
+ * Any number of threads may call at once. With D = 1 the integro-differential form for vectors rounds otherwise than
+ * the scalar one; the other forms agree with theirs but for the sign of a zero.
  */
 
 /* First kind:  sum over k = 0 .. n of A[n,k] x[k] = b[n], where A[n,k] is the block of the rows of step n and the slots

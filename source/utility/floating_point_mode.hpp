@@ -19,7 +19,7 @@ class standard_floating_point_mode {
 public:
     standard_floating_point_mode() {
         if (differs())
-            _mm_setcsr(standard);
+            _mm_setcsr((host & ~control) | standard);
     }
     ~standard_floating_point_mode() {
         if (differs())

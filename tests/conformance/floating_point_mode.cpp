@@ -68,8 +68,10 @@ auto in_mode(const host_mode& mode, const solver& solve) {
     std::optional<decltype(solve())> answer;
     std::thread{[&] {
         mode.set();
+        std::feraiseexcept(FE_DIVBYZERO);
         answer.emplace(solve());
         EXPECT_TRUE(mode.holds()) << "the mode was not given back";
+        EXPECT_NE(std::fetestexcept(FE_DIVBYZERO), 0) << "what had happened before is forgotten";
     }}.join();
     return *answer;
 }
