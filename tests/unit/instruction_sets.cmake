@@ -51,6 +51,8 @@ foreach(object IN LISTS objects)
     # Functions that the linker would merge with another object's of the same name.
     run_on_object(symbols "${object}" "${NM}" --defined-only)
     string(REGEX MATCHALL "[0-9a-f]+ [TWVu] [^\n]+" definitions "${symbols}")
+    # No code, but the address of the run time's routine that unwinds, wherever something may throw.
+    list(FILTER definitions EXCLUDE REGEX " DW\\.ref\\.")
     foreach(definition IN LISTS definitions)
         string(REGEX REPLACE "^[0-9a-f]+ . " "" name "${definition}")
         if(owner STREQUAL "wide" AND name IN_LIST names_of_wide)
