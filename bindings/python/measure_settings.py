@@ -1,0 +1,171 @@
+#!/usr/bin/python3
+"""Measures every collocation setting in every form, and writes what `quenta.settings()` tells of them.
+
+usage: measure_settings.py [--check]
+
+Writes quenta/measured_settings.json beside this script; with --check it only compares with what is there.
+"""
+
+from __future__ import annotations
+
+import json
+import math
+import pathlib
+import sys
+import warnings
+from dataclasses import asdict
+from typing import Any, Optional
+
+import numpy as np
+
+import quenta
+from quenta.setting_table import FORMS, Measurement, Setting
+
+FILE = pathlib.Path(quenta.__file__).with_name("measured_settings.json")
+COMMAND = "python3 bindings/python/measure_settings.py"
+END = 10.0
+SMALLEST_ERROR = 1e-10  # below it rounding would be measured; the first kind differentiates it
+FADED = 1e-10
+STIFF = 1e3  # rate of decay times the length of a step
+
+
+def solve_form(form: str, setting: Setting, dt: float, count: int, g: Any, K: Any, a: Any, y0: float) -> quenta.Solution:
+    t = np.arange(count) * dt
+    g, K, a = (values(t) if callable(values) else np.full(count, values) for values in (g, K, a))
+    options: dict[str, Any] = {"setting": setting, "check_finite": False}
+    if form == "vie2":
+        return quenta.solve_vie2(g, K, dt, **options)
+    if form == "vide":
+        return quenta.solve_vide(g, K, a, y0, dt, **options)
+    if form == "vie1_continuous":
+        options.update(continuous=True, y0=y0)
+    return quenta.solve_vie1(g, K, dt, **options)
+
+
+# ---- Order: y = 1 + sin t, K = exp(-t), a = -1 - t / 10 -------------------------------------------------------------
+
+
+def smooth_errors(form: str, setting: Setting, dt: float, count: int) -> tuple[float, float]:
+    """The largest error over all samples, and over the ends of the steps."""
+
+    def solution(t: Any) -> Any:
+        return 1 + np.sin(t)
+
+    def memory(t: Any) -> Any:  # integral from 0 to t of exp(s - t) y(s) ds
+        return 1 - np.exp(-t) + (np.sin(t) - np.cos(t) + np.exp(-t)) / 2
+
+    def coefficient(t: Any) -> Any:
+        return -1 - t / 10
+
+    forcing = {
+        "vie1": memory,
+        "vie1_continuous": memory,
+        "vie2": lambda t: solution(t) - memory(t),
+        "vide": lambda t: np.cos(t) - coefficient(t) * solution(t) - memory(t),
+    }[form]
+    found = solve_form(form, setting, dt, count, forcing, lambda t: np.exp(-t), coefficient, 1.0)
+    errors = abs(found.y - solution(found.t)) / 2  # the largest value of the solution
+    return float(errors.max()), float(errors[setting.spacings :: setting.spacings].max())
+
+
+def orders(form: str, setting: Setting) -> tuple[Optional[float], Optional[float]]:
+    """Of both errors: log2 of the last ratio at which the step is halved before rounding shows."""
+    measured: list[Optional[float]] = [None, None]
+    before = (math.nan, math.nan)
+    for steps in (20, 40, 80, 160, 320, 640):
+        spacings = steps * setting.spacings
+        now = smooth_errors(form, setting, END / spacings, spacings + 1)
+        for which in range(2):
+            if math.isfinite(now[which]) and now[which] > SMALLEST_ERROR and before[which] > now[which]:
+                measured[which] = round(math.log2(before[which] / now[which]), 2)
+        before = now
+    return measured[0], measured[1]
+
+
+# ---- Growth: what is left of a disturbance after many steps ---------------------------------------------------------
+
+
+def growth(form: str, setting: Setting, stiff: bool) -> float:
+    """The factor by step, of the first kind for K = 1, of the others for decay at rate 1 or, stiff, within a step."""
+    steps, dt = 61, 1e-3 / setting.spacings
+    count = steps * setting.spacings + 1
+    rate = STIFF / (setting.spacings * dt) if stiff else 1.0
+    if form == "vie1":
+        # The equation is disturbed in its first step.
+        g: Any = np.zeros(count)
+        g[1 : setting.spacings + 1] = dt * np.cos(np.arange(setting.spacings))
+        found = solve_form(form, setting, dt, count, lambda t: g, 1.0, 0.0, 0.0)
+    elif form == "vie1_continuous":
+        found = solve_form(form, setting, dt, count, 0.0, 1.0, 0.0, 1.0)
+    elif form == "vie2":
+        found = solve_form(form, setting, dt, count, 1.0, -rate, 0.0, 0.0)
+    else:
+        found = solve_form(form, setting, dt, count, 0.0, 0.0, -rate, 1.0)
+    size = abs(found.y[:-1].reshape(steps, -1)).max(axis=1)
+    first = 5
+    last = steps - 2
+    while last > first and not size[last] > FADED * size.max():
+        last -= 1
+    if last == first:
+        return 0.0
+    return round(float((size[last] / size[first]) ** (1 / (last - first))), 3)
+
+
+def measure(form: str, setting: Setting) -> Measurement:
+    try:
+        order, order_at_steps = orders(form, setting)
+        error: Optional[float] = float(f"{smooth_errors(form, setting, END / 1440, 1441)[0]:.2g}")
+        if error is not None and not (math.isfinite(error) and error < 1):
+            error = None
+        factor = growth(form, setting, stiff=False)
+        stiff = growth(form, setting, stiff=True) if form in ("vie2", "vide") else None
+    except quenta.QuentaError as refusal:
+        note = "refused" if isinstance(refusal, quenta.UnsupportedSettingError) else "singular"
+        if setting.nodes[0] == 0:
+            note = "the first kind says nothing of a node 0"
+        elif note == "refused":
+            note = "refused, for it amplifies every error"
+        return Measurement(False, None, None, None, None, None, note)
+    return Measurement(True, order, order_at_steps, error, factor, stiff, sentence(order, order_at_steps, factor, stiff))
+
+
+def sentence(order: Optional[float], order_at_steps: Optional[float], factor: float, stiff: Optional[float]) -> str:
+    if factor > 1.01:
+        return f"errors grow by a factor of {factor:.3g} in every step, until they overflow"
+    parts = ["no order was seen" if order is None else f"order {order:.0f}"]
+    if order is not None and order_at_steps is not None and order_at_steps > order + 0.5:
+        parts[0] += f", {order_at_steps:.0f} at the ends of the steps"
+    if stiff is None:
+        parts.append("a disturbance " + ("stays, and does not grow" if factor > 0.99 else "fades"))
+    elif stiff > 1.01:
+        parts.append("what decays within a step overflows: take short steps")
+    elif stiff > 0.9:
+        parts.append("what decays within a step is not damped")
+    else:
+        parts.append("serves stiff problems too")
+    return "; ".join(parts)
+
+
+def main(arguments: list[str]) -> int:
+    if arguments not in ([], ["--check"]):
+        print(__doc__, file=sys.stderr)
+        return 2
+    warnings.simplefilter("ignore", quenta.GrowthWarning)
+    measured = {}
+    with np.errstate(all="ignore"):
+        for setting in quenta.settings():
+            name = f"{setting.m}:{','.join(map(str, setting.nodes))}"
+            measured[name] = {form: asdict(measure(form, setting)) for form in FORMS}
+    text = json.dumps({"made by": COMMAND, "settings": measured}, indent=1) + "\n"
+    if arguments:
+        if FILE.read_text(encoding="utf-8") != text:
+            print(f"{FILE} is not what is measured now; run {COMMAND}", file=sys.stderr)
+            return 1
+        return 0
+    FILE.write_text(text, encoding="utf-8")
+    print(f"measured {len(measured)} settings: {FILE}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,55 @@
+"""Solvers for linear Volterra equations: NumPy arrays in, piecewise polynomials out.
+
+    solve_vie1, solve_vie2, solve_vide            from samples of a convolution kernel
+    solve_blocks_vie1, _vie1_cont, _vie2, _vide   from assembled blocks of a collocation scheme
+    settings, recommend                           the collocation settings, what was measured of them, and a choice
+    with_error                                    a solution with an estimate of its error
+    ensemble                                      many solves, on one machine or on many
+    release_memory                                gives memory of finished solves back to the system
+"""
+
+from .block_solvers import (
+    CarriedSolution,
+    solve_blocks_vide,
+    solve_blocks_vie1,
+    solve_blocks_vie1_cont,
+    solve_blocks_vie2,
+)
+from .ensembles import Ensemble, Failure, ensemble
+from .error_estimate import EstimatedSolution, with_error
+from .errors import GrowthWarning, QuentaError, SingularBlockError, SizeError, UnsupportedSettingError
+from .native_library import release_memory
+from .recommendation import Recommendation, recommend
+from .sampled_solvers import solve_vide, solve_vie1, solve_vie2
+from .setting_table import Measurement, Setting, settings
+from .solution import Solution
+
+__version__ = "0.1.0"
+
+__all__ = [
+    "CarriedSolution",
+    "Ensemble",
+    "EstimatedSolution",
+    "Failure",
+    "GrowthWarning",
+    "Measurement",
+    "QuentaError",
+    "Recommendation",
+    "Setting",
+    "SingularBlockError",
+    "SizeError",
+    "Solution",
+    "UnsupportedSettingError",
+    "ensemble",
+    "recommend",
+    "release_memory",
+    "settings",
+    "solve_blocks_vide",
+    "solve_blocks_vie1",
+    "solve_blocks_vie1_cont",
+    "solve_blocks_vie2",
+    "solve_vide",
+    "solve_vie1",
+    "solve_vie2",
+    "with_error",
+]

@@ -1,0 +1,155 @@
+"""The solvers from assembled blocks: shapes checked, and the call.
+
+N steps with P points each (1 to 5); vectors have D components (1 to 8), and one axis more. Blocks of steps k > n are
+never read, and may hold anything.
+"""
+
+from __future__ import annotations
+
+from typing import Any, NamedTuple, Optional, Union
+
+import numpy as np
+
+from . import native_library
+from .arguments import Array, expect_shape, initial_value, real_array, real_number, shape_text
+from .errors import SingularBlockError, SizeError
+from .native_library import LARGEST_INDEX, MOST_DIMENSIONS, MOST_POINTS, library
+
+# A NaN that no calculation makes: what it still marks after a solve was not written.
+_UNWRITTEN = np.uint64(0x7FF8_5EED_0B10_C550)
+
+
+class CarriedSolution(NamedTuple):
+    """What the solvers with a value carried from step to step return."""
+
+    #: Values at the points, of shape (N, P) or (N, P, D).
+    x: Array
+    #: Carried values at the ends of the steps, of shape (N + 1,) or (N + 1, D).
+    y: Array
+
+
+def solve_blocks_vie1(A: Any, b: Any, *, check_finite: bool = True) -> Array:
+    """Solves sum over k = 0 .. n of A[n, :, k] x[k] = b[n] for n = 0 .. N-1: a scheme of the first kind.
+
+    Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D). Returns x, of the shape of b.
+    """
+    return _Blocks(A, b, 0, check_finite).solve("function_solve_vie1", (), (), False).x
+
+
+def solve_blocks_vie2(A: Any, b: Any, *, check_finite: bool = True) -> Array:
+    """Solves x[n] = b[n] + sum over k = 0 .. n of A[n, :, k] x[k] for n = 0 .. N-1: a scheme of the second kind.
+
+    Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D). Returns x, of the shape of b.
+    """
+    return _Blocks(A, b, 0, check_finite).solve("function_solve_vie2", (), (), False).x
+
+
+def solve_blocks_vie1_cont(
+    A: Any, b: Any, w: Any, rho: float, y0: Any, *, check_finite: bool = True
+) -> CarriedSolution:
+    """Solves a scheme of the first kind with a value carried from step to step: for n = 0 .. N-1
+
+        sum over k = 0 .. n of (A[n, :, k, :P] x[k] + A[n, :, k, P] y[k]) = b[n],
+        y[n+1] = rho y[n] + sum over j of w[j] x[n, j],    y[0] = y0.
+
+    Shapes: A (N, P, N, P + 1), b (N, P), w (P,) and a number y0; or A (N, P, N, P + 1, D, D), b (N, P, D), w (P,) and
+    y0 (D,). Returns x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D).
+    """
+    blocks = _Blocks(A, b, 1, check_finite)
+    weights = blocks.array("w", w, (blocks.P,), "(P,)")
+    rho = real_number("rho", rho, check_finite)
+    return blocks.solve("function_solve_vie1_cont", (), (weights, rho, blocks.initial(y0)), True)
+
+
+def solve_blocks_vide(
+    A: Any, b: Any, C: Any, E: Any, w: Any, h: Any, y0: Any, *, check_finite: bool = True
+) -> CarriedSolution:
+    """Solves a scheme of an integro-differential equation, whose unknowns x are derivatives: for n = 0 .. N-1
+
+        x[n, i] = b[n, i] + C[n, i] (y[n] + h[n] sum over j of E[i, j] x[n, j])
+                  + sum over k = 0 .. n of (A[n, i, k, P] y[k] + h[k] sum over j of A[n, i, k, j] x[k, j]),
+        y[n+1] = y[n] + h[n] sum over j of w[j] x[n, j],    y[0] = y0.
+
+    Shapes: A (N, P, N, P + 1), b and C (N, P), E (P, P), w (P,), h (N,) and a number y0; or A (N, P, N, P + 1, D, D),
+    b (N, P, D), C (N, P, D, D) and y0 (D,). Returns x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D).
+    """
+    blocks = _Blocks(A, b, 1, check_finite)
+    N, P, D = blocks.N, blocks.P, blocks.D
+    before = (
+        blocks.array("C", C, (N, P) if D is None else (N, P, D, D), "(N, P)" if D is None else "(N, P, D, D)"),
+        blocks.array("E", E, (P, P), "(P, P)"),
+        blocks.array("w", w, (P,), "(P,)"),
+        blocks.array("h", h, (N,), "(N,)"),
+        blocks.initial(y0),
+    )
+    return blocks.solve("function_solve_vide", before, (), True)
+
+
+class _Blocks:
+    """A and b, with the sizes that they have in common. A step has P slots, and `carried` more."""
+
+    def __init__(self, A: Any, b: Any, carried: int, finite: bool) -> None:
+        self.finite = finite
+        self.others: dict[str, Array] = {}
+        self.b = real_array("b", b, finite)
+        if self.b.ndim not in (2, 3):
+            raise ValueError(
+                f"b: expected an array of shape (N, P) for a scalar or (N, P, D) for vectors, came "
+                f"{shape_text(self.b.shape)}"
+            )
+        self.N, self.P = self.b.shape[:2]
+        self.D: Optional[int] = self.b.shape[2] if self.b.ndim == 3 else None
+        for name, size, most in (("N", self.N, LARGEST_INDEX), ("P", self.P, MOST_POINTS), ("D", self.D, MOST_DIMENSIONS)):
+            if size is not None and not 1 <= size <= most:
+                raise SizeError(f"b: expected {name} from 1 to {most}, came {size} in the shape {shape_text(self.b.shape)}")
+        # Infinities and NaN may stand where A is not read. Where it is read they show in the result.
+        self.A = real_array("A", A, finite=False)
+        shape = (self.N, self.P, self.N, self.P + carried) + (() if self.D is None else (self.D, self.D))
+        text = "(N, P, N, P + 1" if carried else "(N, P, N, P"
+        expect_shape("A", self.A, shape, text + (")" if self.D is None else ", D, D)"))
+
+    def array(self, name: str, value: Any, shape: tuple[int, ...], meaning: str) -> Array:
+        array = real_array(name, value, self.finite)
+        expect_shape(name, array, shape, meaning)
+        return array
+
+    def initial(self, y0: Any) -> Union[float, Array]:
+        return initial_value("y0", y0, self.D, self.finite)
+
+    def solve(
+        self,
+        function: str,
+        before: tuple[Union[float, Array], ...],
+        after: tuple[Union[float, Array], ...],
+        carries: bool,
+    ) -> CarriedSolution:
+        """Calls the function with A, b, the arguments that stand before its sizes, the sizes, and those after them."""
+        x = np.full(self.b.shape, _UNWRITTEN).view(np.float64)
+        y = np.full((self.N + 1,) + self.b.shape[2:], _UNWRITTEN).view(np.float64)
+        sizes = (self.N, self.P) if self.D is None else (self.N, self.P, self.D)
+        results = (x, y) if carries else (x,)
+        arguments = (self.A, self.b) + before + sizes + after + results
+        addresses = [value.ctypes.data if isinstance(value, np.ndarray) else value for value in arguments]
+        status = getattr(library, function if self.D is None else function + "_vec")(*addresses)
+        if status == native_library.SOLVED:
+            if self.finite and not np.isfinite(x).all():
+                self._refuse_infinite_blocks()
+            return CarriedSolution(x, y)
+        if status != native_library.SINGULAR_BLOCK:
+            raise SizeError(f"b: the library refuses the sizes N, P, D = {sizes}")
+        if self.finite:
+            self._refuse_infinite_blocks()
+        solved = int(np.argmax((x.view(np.uint64) == _UNWRITTEN).reshape(self.N, -1).any(axis=1)))
+        raise SingularBlockError(
+            f"the system of step {solved} is singular", solved, x[:solved], y[: solved + 1] if carries else None
+        )
+
+    def _refuse_infinite_blocks(self) -> None:
+        for n in range(self.N):
+            read = self.A[n, :, : n + 1]
+            if not np.isfinite(read).all():
+                i, k, j = (int(place) for place in np.argwhere(~np.isfinite(read))[0][:3])
+                raise ValueError(
+                    f"A: expected finite numbers where it is read, came {read[i, k, j]} at index {(n, i, k, j)} "
+                    f"(check_finite=False lets it pass)"
+                )

@@ -1,0 +1,47 @@
+"""The exceptions and the warning of this package.
+
+An argument that is wrong in itself raises `ValueError`, which names it and says what was expected and what came.
+"""
+
+from __future__ import annotations
+
+from typing import Optional
+
+import numpy as np
+from numpy.typing import NDArray
+
+
+class QuentaError(Exception):
+    """What the exceptions of this package's own have in common."""
+
+
+class UnsupportedSettingError(QuentaError, ValueError):
+    """The collocation setting is no row of the table, or does not serve this kind of equation."""
+
+
+class SizeError(QuentaError, ValueError):
+    """Too few samples for one step, or more of them than the library counts or the machine holds."""
+
+
+class SingularBlockError(QuentaError, ArithmeticError):
+    """The dense system of a step is singular, so the equation has no solution under this setting and spacing.
+
+    From a solver of blocks, `step` is the number of that step, and `x` and `y` hold what was solved before it.
+    """
+
+    def __init__(
+        self,
+        message: str,
+        step: Optional[int] = None,
+        x: Optional[NDArray[np.float64]] = None,
+        y: Optional[NDArray[np.float64]] = None,
+    ) -> None:
+        super().__init__(message, step, x, y)
+        self.message, self.step, self.x, self.y = message, step, x, y
+
+    def __str__(self) -> str:
+        return self.message
+
+
+class GrowthWarning(UserWarning):
+    """The setting amplifies errors from step to step, or the solution has left the range of numbers."""

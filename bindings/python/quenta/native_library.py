@@ -1,0 +1,146 @@
+"""The shared library: where it is found, the signatures of its functions, and its start.
+
+The library trusts its caller: arguments that contradict each other end the process. Nothing but the solvers of this
+package, which have checked every argument, calls these functions.
+"""
+
+from __future__ import annotations
+
+import ctypes
+import os
+import pathlib
+import sys
+import threading
+from ctypes import POINTER, c_double, c_int, c_void_p
+
+from .errors import SizeError
+
+SOLVED, UNSUPPORTED_SETTING, SINGULAR_BLOCK, SIZE_OVERFLOW = range(4)
+
+LARGEST_INDEX = 2**31 - 1
+_SETTING_COUNT, _SETTING_WIDTH = 56, 6
+_VARIABLE = "QUENTA_LIBRARY"
+_NAMES = {
+    "win32": ("quenta_native.dll", "libquenta_native.dll"),
+    "darwin": ("libquenta_native.dylib",),
+}.get(sys.platform, ("libquenta_native.so", "libquenta_native.so.0"))
+
+
+def _load() -> ctypes.CDLL:
+    """The library of the environment variable, else one beside the package, of this prefix, or of the system."""
+    named = os.environ.get(_VARIABLE)
+    if named is not None:
+        try:
+            return ctypes.CDLL(named)
+        except OSError as failure:
+            raise ImportError(f"{_VARIABLE} names no library that can be loaded: {failure}") from None
+    package, prefix = pathlib.Path(__file__).parent, pathlib.Path(sys.prefix)
+    for directory in (package, prefix / "lib", prefix / "bin"):
+        for name in _NAMES:
+            if (directory / name).is_file():
+                return ctypes.CDLL(str(directory / name))
+    for name in reversed(_NAMES):
+        try:
+            return ctypes.CDLL(name)
+        except OSError:
+            pass
+    raise ImportError(
+        f"the shared library {_NAMES[0]} was not found: it is neither in {package}, nor in {prefix}, nor where the "
+        f"system looks; set the environment variable {_VARIABLE} to its path"
+    )
+
+
+# The kinds of arguments, by letter: p is an array, or null; i an int; d a double; o the address of an int.
+_KINDS = {"p": c_void_p, "i": c_int, "d": c_double, "o": POINTER(c_int)}
+_SIGNATURES = {
+    "quenta_rt_init": "",
+    "quenta_num_supported_settings": "",
+    "function_solve_max_p": "",
+    "function_solve_max_d": "",
+    "quenta_solve_vie1": "ppiddipiiippo",
+    "quenta_solve_vie1_vec": "ppiipdipiiippo",
+    "quenta_solve_vie2": "ppidipiippo",
+    "quenta_solve_vie2_vec": "ppiidipiippo",
+    "quenta_solve_vide": "pppiddipiippo",
+    "quenta_solve_vide_vec": "pppiipdipiippo",
+    "function_solve_vie1": "ppiip",
+    "function_solve_vie1_vec": "ppiiip",
+    "function_solve_vie1_cont": "ppiipddpp",
+    "function_solve_vie1_cont_vec": "ppiiipdppp",
+    "function_solve_vie2": "ppiip",
+    "function_solve_vie2_vec": "ppiiip",
+    "function_solve_vide": "ppppppdiipp",
+    "function_solve_vide_vec": "pppppppiiipp",
+}
+
+
+def _declare(library: ctypes.CDLL) -> None:
+    try:
+        for name, letters in _SIGNATURES.items():
+            function = getattr(library, name)
+            function.argtypes = [_KINDS[letter] for letter in letters]
+            function.restype = c_int
+        for name, argument_types in (("quenta_gc_collect", []), ("quenta_get_supported_settings", [POINTER(c_int)])):
+            function = getattr(library, name)
+            function.argtypes = argument_types
+            function.restype = None
+    except AttributeError as missing:
+        raise ImportError(f"{library._name} is not the library that this package needs: {missing}") from None
+    if library.quenta_num_supported_settings() != _SETTING_COUNT:
+        raise ImportError(f"{library._name} has another table of settings than this package expects")
+    if not library.quenta_rt_init():
+        raise ImportError(f"{library._name} could not be started")
+
+
+# Importing is serial, so the library has started before any other thread enters.
+library = _load()
+_declare(library)
+
+MOST_POINTS: int = library.function_solve_max_p()
+MOST_DIMENSIONS: int = library.function_solve_max_d()
+
+
+def settings_table() -> list[list[int]]:
+    """The rows of the table of settings: m, then the nodes."""
+    table = (c_int * (_SETTING_COUNT * _SETTING_WIDTH))()
+    library.quenta_get_supported_settings(table)
+    rows = [table[first : first + _SETTING_WIDTH] for first in range(0, len(table), _SETTING_WIDTH)]
+    return [[number for number in row if number >= 0] for row in rows]
+
+
+# ---- Threads and forks ----------------------------------------------------------------------------------------------
+
+_LEAST_STACK = 512 * 1024  # a solver takes up to 128 KiB, and the interpreter is on the stack too
+_thread = threading.local()
+_attachment = threading.Lock()
+
+# The library takes a lock of its own while a thread enters for the first time. A child of a fork would inherit it
+# locked, with nobody to unlock it; so no process forks while a thread is entering.
+if hasattr(os, "register_at_fork"):
+    os.register_at_fork(
+        before=_attachment.acquire, after_in_parent=_attachment.release, after_in_child=_attachment.release
+    )
+
+
+def enter_thread() -> None:
+    """To be called before every solve: on a thread's first one it makes the thread known to the library."""
+    if not hasattr(_thread, "attached"):
+        _attach()
+
+
+def _attach() -> None:
+    stack = threading.stack_size()
+    if 0 < stack < _LEAST_STACK and threading.current_thread() is not threading.main_thread():
+        raise SizeError(
+            f"threading.stack_size: expected at least {_LEAST_STACK} bytes for threads that solve, came {stack}"
+        )
+    with _attachment:
+        # A request without nodes: the library notes the thread, refuses, and reads nothing.
+        library.quenta_solve_vie2(None, None, 1, 1.0, 1, None, 0, 0, None, None, None)
+    _thread.attached = True
+
+
+def release_memory() -> None:
+    """Gives memory of finished solves that the process still holds back to the system, where that is possible."""
+    enter_thread()
+    library.quenta_gc_collect()

@@ -1,0 +1,120 @@
+"""The 56 collocation settings, and what was measured of each."""
+
+from __future__ import annotations
+
+import ctypes
+import json
+import operator
+import pathlib
+from dataclasses import dataclass
+from typing import Any, Optional, Sequence, Union
+
+from . import native_library
+from .errors import UnsupportedSettingError
+
+#: The forms of the sampled solvers, as measurements are listed under.
+FORMS = ("vie1", "vie1_continuous", "vie2", "vide")
+
+SettingLike = Union["Setting", Sequence[Any]]
+
+_MEASUREMENTS = pathlib.Path(__file__).with_name("measured_settings.json")
+
+
+@dataclass(frozen=True)
+class Measurement:
+    """What `measure_settings.py` found for one setting in one form, on smooth problems with known solutions."""
+
+    #: Whether the form has a solution with this setting at all.
+    usable: bool
+    #: Order of convergence: the largest error over all samples goes like dt to this power. None if not usable.
+    order: Optional[float]
+    #: The same of the errors at the ends of the steps, which can be of a higher order.
+    order_at_steps: Optional[float]
+    #: Largest error with 1441 samples of a smooth problem on 0 .. 10, relative to the solution.
+    error: Optional[float]
+    #: The factor by which a disturbance grows with every step, in the long run; above 1 the form is unstable.
+    growth: Optional[float]
+    #: The same when the solution decays within a small part of a step; only for `vie2` and `vide`.
+    stiff_growth: Optional[float]
+    #: One sentence that says what this means.
+    note: str
+
+    @property
+    def stable(self) -> bool:
+        """Whether disturbances do not grow from step to step."""
+        return self.growth is not None and self.growth <= 1.01
+
+
+@dataclass(frozen=True)
+class Setting:
+    """A row of the table: a step spans m * m spacings, and its polynomial lives on the nodes k / m of the step."""
+
+    row: int
+    m: int
+    nodes: tuple[int, ...]
+    #: Measurements by form: "vie1", "vie1_continuous", "vie2", "vide".
+    measured: dict[str, Measurement]
+
+    @property
+    def count(self) -> int:
+        """The number of nodes."""
+        return len(self.nodes)
+
+    @property
+    def spacings(self) -> int:
+        """The number of sample spacings in a step."""
+        return self.m * self.m
+
+    @property
+    def parameters(self) -> tuple[float, ...]:
+        """The collocation parameters: where in the step, from 0 to 1, the nodes are."""
+        return tuple(node / self.m for node in self.nodes)
+
+    def __hash__(self) -> int:
+        return self.row
+
+    def __str__(self) -> str:
+        return f"({self.m}, {list(self.nodes)})"
+
+
+def _read_settings() -> tuple[Setting, ...]:
+    measured: dict[str, dict[str, Any]] = {}
+    if _MEASUREMENTS.is_file():
+        measured = json.loads(_MEASUREMENTS.read_text(encoding="utf-8"))["settings"]
+    rows = []
+    for row, (m, *nodes) in enumerate(native_library.settings_table()):
+        of_row = measured.get(f"{m}:{','.join(map(str, nodes))}", {})
+        rows.append(Setting(row, m, tuple(nodes), {form: Measurement(**values) for form, values in of_row.items()}))
+    return tuple(rows)
+
+
+_SETTINGS = _read_settings()
+_BY_NAME = {(setting.m, setting.nodes): setting for setting in _SETTINGS}
+# What the library reads of a setting; kept for the life of the process.
+NODE_ARRAYS = tuple((ctypes.c_int * setting.count)(*setting.nodes) for setting in _SETTINGS)
+NODE_ADDRESSES = tuple(ctypes.addressof(nodes) for nodes in NODE_ARRAYS)
+
+
+def settings() -> list[Setting]:
+    """All 56 collocation settings, in the order of the library's table, with what was measured of them."""
+    return list(_SETTINGS)
+
+
+def find_setting(setting: SettingLike) -> Setting:
+    """The row for a `Setting` or a pair (m, nodes) such as `(2, [0, 1, 2])`."""
+    if isinstance(setting, Setting):
+        if 0 <= setting.row < len(_SETTINGS) and setting == _SETTINGS[setting.row]:
+            return setting
+        raise UnsupportedSettingError(f"setting: expected one of quenta.settings(), came {setting!r}")
+    try:
+        m, nodes = setting
+        found = _BY_NAME.get((operator.index(m), tuple(map(operator.index, nodes))))
+    except (TypeError, ValueError):
+        raise ValueError(
+            f"setting: expected a pair (m, nodes) such as (2, [0, 1, 2]), or one of quenta.settings(), came {setting!r}"
+        ) from None
+    if found is None:
+        raise UnsupportedSettingError(
+            f"setting: expected m from 1 to 4 and ascending nodes out of 0 .. m, came ({m}, {list(nodes)})"
+        )
+    return found

@@ -1,0 +1,99 @@
+"""The piecewise polynomial that a solver from samples returns."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass
+from typing import Any
+
+import numpy as np
+
+from .arguments import Array, real_array, shape_text
+from .setting_table import Setting
+
+_SIDES = ("mean", "left", "right")
+
+
+@dataclass(frozen=True, eq=False)
+class Solution:
+    """The solution on the samples' grid, and the polynomial of every step.
+
+    Samples past the last whole step are not solved for, and do not occur here.
+    """
+
+    #: The solution at the times `t`, of shape (n,) or, for a system, (n, D). At the ends of steps it is the mean of the
+    #: two one-sided values.
+    y: Array
+    #: The length of a step, setting.spacings * dt.
+    step: float
+    #: Coefficients in ascending powers of s = (t - n * step) / step, from 0 to 1, of every step n: of shape
+    #: (steps, degree + 1) or, for a system, (steps, degree + 1, D).
+    polynomials: Array
+    #: The spacing of the samples.
+    dt: float
+    #: The collocation setting.
+    setting: Setting
+
+    @property
+    def t(self) -> Array:
+        """The times of the samples: 0, dt, 2 dt, ..."""
+        return np.arange(len(self.y)) * self.dt
+
+    @property
+    def steps(self) -> int:
+        """The number of steps."""
+        return len(self.polynomials)
+
+    @property
+    def end(self) -> float:
+        """The end of the last step."""
+        return self.steps * self.step
+
+    def __call__(self, t: Any, side: str = "mean") -> Array:
+        """The solution at any times from 0 to `end`.
+
+        The polynomials of adjacent steps need not join. Where two meet, `side` picks the one before ("left"), the one
+        after ("right"), or their mean, as in `y`. The result has the shape of t, with (D,) behind it for a system.
+        """
+        return self._evaluate(self.polynomials, t, side)
+
+    def derivative(self, t: Any, side: str = "mean") -> Array:
+        """The derivative of the polynomials, at times and sides as above."""
+        degree = self.polynomials.shape[1] - 1
+        powers = np.arange(1.0, degree + 1) / self.step
+        slopes = self.polynomials[:, 1:] * powers.reshape((1, degree) + (1,) * (self.polynomials.ndim - 2))
+        return self._evaluate(slopes, t, side)
+
+    def _evaluate(self, polynomials: Array, t: Any, side: str) -> Array:
+        if side not in _SIDES:
+            raise ValueError(f"side: expected one of {', '.join(_SIDES)}, came {side!r}")
+        position = real_array("t", t, finite=True) / self.step
+        boundary = np.rint(position)
+        # As far as numbers of this size can tell, at the end of a step.
+        at_boundary = abs(position - boundary) <= 1e-15 * np.maximum(position, 1.0)
+        position = np.where(at_boundary, boundary, position)
+        outside = (position < 0) | (position > self.steps)
+        if outside.any():
+            raise ValueError(f"t: expected times from 0 to {self.end:g}, came {np.asarray(t)[outside].flat[0]:g}")
+        after = np.floor(position)
+        before = np.where(at_boundary, after - 1, after)
+        if side == "left":
+            return self._step_values(polynomials, position, before)
+        values = self._step_values(polynomials, position, after)
+        if side == "mean" and at_boundary.any():
+            values = (values + self._step_values(polynomials, position, before)) / 2
+        return values
+
+    def _step_values(self, polynomials: Array, position: Array, step: Array) -> Array:
+        number = np.clip(step, 0, self.steps - 1).astype(np.intp)
+        s = position - number
+        s = s.reshape(s.shape + (1,) * (polynomials.ndim - 2))
+        value = np.zeros(number.shape + polynomials.shape[2:])
+        for power in range(polynomials.shape[1] - 1, -1, -1):
+            value = value * s + polynomials[number, power]
+        return value
+
+    def __repr__(self) -> str:
+        return (
+            f"<Solution: y of shape {shape_text(self.y.shape)} on 0 .. {self.end:g}, {self.steps} steps "
+            f"of setting {self.setting}>"
+        )
