@@ -15,7 +15,7 @@ from .sampled_solvers import PREPARATIONS, SampledProblem
 from .solution import Solution
 
 # By how much the observed order may differ from that of the setting, below and above.
-_LESS, _MORE = 0.5, 1.2
+_LESS, _MORE = 0.5, 1.0
 # Differences that are as small as this beside the solution are those of rounding.
 _ROUNDING = 1e-13
 # Each makes what is left at least by a third smaller.

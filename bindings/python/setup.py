@@ -1,0 +1,18 @@
+"""The wheel holds the shared library, so it is one for a platform; it is none for a version of Python."""
+
+from setuptools import setup
+from setuptools.dist import Distribution
+from wheel.bdist_wheel import bdist_wheel
+
+
+class PlatformDistribution(Distribution):
+    def has_ext_modules(self) -> bool:
+        return True
+
+
+class PlatformWheel(bdist_wheel):
+    def get_tag(self):
+        return ("py3", "none", super().get_tag()[2])
+
+
+setup(distclass=PlatformDistribution, cmdclass={"bdist_wheel": PlatformWheel})
