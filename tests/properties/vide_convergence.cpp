@@ -76,9 +76,9 @@ solved_problem exponential_of_a_matrix() {
 
 // With a coefficient that changes in time.
 solved_problem manufactured(const char* name, int D) {
-    const system_problem problem{D};
+    const system_problem problem{D, equation::derivative};
     const auto solve = [problem](const setting& row, int N, double dt) {
-        const system_samples data = problem.sampled(N, dt, &system_problem::g_of_derivative);
+        const system_samples& data = problem.sampled(N, dt * (N - 1));
         return call_vide_vec(data.g, data.K, data.a, data.D, data.y0, dt, row);
     };
     return {name, D, [problem](double t, int r) { return problem.y(t, r); }, solve};

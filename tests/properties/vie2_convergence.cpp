@@ -153,11 +153,11 @@ INSTANTIATE_TEST_SUITE_P(solutions, vie2_convergence, ::testing::ValuesIn(proble
 class vie2_vec_convergence : public ::testing::TestWithParam<int> {};
 
 TEST_P(vie2_vec_convergence, has_the_order_of_the_scheme_at_every_kind_of_place) {
-    const system_problem problem{GetParam()};
+    const system_problem problem{GetParam(), equation::second_kind};
     expect_order_of_the_scheme([&](const scheme& scheme, int steps) {
         const int N = steps * scheme.S() + 1;
-        const double dt = 3.0 / (N - 1);
-        const system_samples data = problem.sampled(N, dt, &system_problem::g_of_second_kind);
+        const double length = 3.0, dt = length / (N - 1);
+        const system_samples& data = problem.sampled(N, length);
         const auto y = [&](double t, int r) {
             return problem.y(t, r);
         };
