@@ -116,6 +116,7 @@ void prove(const sampled_case& given) {
         return;
     }
     const sampled_answer answer = solve();
+    ASSERT_TRUE(answer.out.fences_hold() && answer.coeffs.fences_hold());
     hash& results = manifest[given.solver + numbered(" row ", given.row) + numbered(" D ", std::size_t(given.D))];
     results.add(std::uint64_t(answer.status));
     results.add(answer.out.values());
@@ -193,6 +194,7 @@ void prove(const block_case& given) {
         (random.below(2) == 0 ? problem.A[random.below(problem.A.size())] : problem.b[random.below(problem.b.size())]) =
             random.special_value();
     const block_answer answer = call_block_solver(problem);
+    ASSERT_TRUE(answer.x.fences_hold() && answer.y.fences_hold());
     hash& results = manifest[problem.text().substr(0, problem.text().find(", N"))];
     results.add(std::uint64_t(answer.status));
     results.add(answer.x.values());

@@ -63,7 +63,7 @@ class ProgramTest(unittest.TestCase):
             self.assertIn(fragment, message)
 
     def assert_refused(self, text, *fragments, arguments=None, code=BAD_INPUT):
-        """Refused in one sentence with these fragments; no output, no file."""
+        """Refused in one sentence with these fragments; no output, no file. Returns the sentence."""
         before = self.listing()
         run = self.run_program(self.command, *(self.needed() if arguments is None else arguments), "--output",
                                "refused.csv", "--polynomials", "p.csv", text=text)
@@ -71,6 +71,7 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(run.stdout, "")
         self.assert_one_sentence(run.stderr, *fragments)
         self.assertEqual(self.listing(), before)
+        return run.stderr.strip()
 
     def listing(self):
         return sorted(path.name for path in self.directory.iterdir())
