@@ -33,8 +33,3 @@ if(QUENTA_SANITIZE)
     add_compile_options(-fsanitize=${QUENTA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
     add_link_options(-fsanitize=${QUENTA_SANITIZE})
 endif()
-
-if(QUENTA_BUILD_FUZZERS)
-    add_compile_options(-fsanitize=fuzzer-no-link)
-    add_link_options(-fsanitize=fuzzer-no-link)
-endif()
