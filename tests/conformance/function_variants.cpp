@@ -1,9 +1,11 @@
 // The variants that C++ programs may call are the ones behind the exports.
 #include "conformance/function_call.hpp"
 #include "quenta_function_solvers/function_solvers.hpp"
+#include "support/failures.hpp"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <utility>
 
 namespace quenta_tests {
@@ -66,15 +68,62 @@ void compare(random_data& random, block_kind kind, int& compared) {
     }
 }
 
+// Shortens one view after the other.
+template <int P, int D>
+void expect_index_failures(random_data& random, block_kind kind, int& failures) {
+    const block_problem whole = random_blocks(random, kind, 4, P, D);
+    const block_answer solved = call_block_solver(whole);
+    const std::size_t x_length = solved.x.values().size(), y_length = solved.y.values().size();
+    const auto expect_failure = [&](const block_problem& problem, std::size_t of_x, std::size_t of_y,
+                                    std::size_t of_the_short) {
+        fenced_array x{of_x}, y{of_y};
+        const auto failure = failure_of<quenta::index_failure>([&] { call_variant<P, D>(problem, x, y); });
+        ASSERT_TRUE(failure) << problem.text();
+        EXPECT_EQ(failure->length, of_the_short) << problem.text();
+        EXPECT_EQ(failure->index, of_the_short) << problem.text();
+        EXPECT_NE(std::strstr(failure->where.file, "quenta_function_solvers"), nullptr) << failure->where.file;
+        EXPECT_GT(failure->where.line, 0);
+        EXPECT_TRUE(x.untouched() && y.untouched()) << problem.text();
+        ++failures;
+    };
+    for (std::vector<double> block_problem::*const array :
+         {&block_problem::A, &block_problem::b, &block_problem::C, &block_problem::E, &block_problem::w,
+          &block_problem::h, &block_problem::y0}) {
+        if ((whole.*array).empty() || (D == 0 && array == &block_problem::y0)) // no view of this variant
+            continue;
+        block_problem problem = whole;
+        (problem.*array).pop_back();
+        expect_failure(problem, x_length, y_length, (problem.*array).size());
+    }
+    expect_failure(whole, x_length - 1, y_length, x_length - 1);
+    if (whole.carries())
+        expect_failure(whole, x_length, y_length - 1, y_length - 1);
+}
+
+// Calls visit<P, D>(kind) for every variant that is exported.
+template <class visitor>
+void for_each_exported_variant(const visitor& visit) {
+    for (const block_kind kind : {block_kind::vie1, block_kind::vie1_cont, block_kind::vide})
+        [&]<int... number>(std::integer_sequence<int, number...>) {
+            (visit.template operator()<1 + number / 9, number % 9>(kind), ...);
+        }
+    (std::make_integer_sequence<int, 45>{});
+}
+
 TEST(function_variants, are_what_the_exports_call) {
     random_data random{20260321};
     int compared = 0;
-    for (const block_kind kind : {block_kind::vie1, block_kind::vie1_cont, block_kind::vide})
-        [&]<int... number>(std::integer_sequence<int, number...>) {
-            (compare<1 + number / 9, number % 9>(random, kind, compared), ...);
-        }
-    (std::make_integer_sequence<int, 45>{});
+    for_each_exported_variant([&]<int P, int D>(block_kind kind) { compare<P, D>(random, kind, compared); });
     EXPECT_EQ(compared, 3 * 45 * 2);
+}
+
+TEST(function_variants, a_view_that_is_too_short_is_an_index_failure_and_nothing_is_written) {
+    random_data random{20260322};
+    int failures = 0;
+    for_each_exported_variant(
+        [&]<int P, int D>(block_kind kind) { expect_index_failures<P, D>(random, kind, failures); });
+    // With y0 where it is a view.
+    EXPECT_EQ(failures, 45 * (3 + 5 + 8) + 40 * (0 + 1 + 1));
 }
 
 } // namespace

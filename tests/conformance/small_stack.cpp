@@ -1,60 +1,17 @@
 // The largest variants of every solver run on a thread that has no more stack than the header says they take.
 #include "conformance/every_solver.hpp"
+#include "support/painted_stack.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <string>
-
-#include <pthread.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace quenta_tests {
 
 namespace {
 
 constexpr std::size_t KiB = 1024;
-
-// A stack with a page below it that nobody may touch: who needs more than there is dies at once.
-class stack {
-public:
-    explicit stack(std::size_t size)
-        : bytes{size}, page{std::size_t(sysconf(_SC_PAGESIZE))}, lowest{static_cast<unsigned char*>(mmap(
-                                                                     nullptr, page + bytes, PROT_READ | PROT_WRITE,
-                                                                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0))} {
-        EXPECT_NE(static_cast<void*>(lowest), MAP_FAILED);
-        std::fill_n(lowest, page + bytes, paint);
-        EXPECT_EQ(mprotect(lowest, page, PROT_NONE), 0);
-    }
-    stack(const stack&) = delete;
-    stack& operator=(const stack&) = delete;
-    ~stack() { munmap(lowest, page + bytes); }
-
-    // Runs task(argument) on a thread that has this stack, to its end.
-    void run(void* (*task)(void*), void* argument) {
-        pthread_attr_t attributes;
-        pthread_attr_init(&attributes);
-        ASSERT_EQ(pthread_attr_setstack(&attributes, lowest + page, bytes), 0);
-        pthread_t thread;
-        ASSERT_EQ(pthread_create(&thread, &attributes, task, argument), 0);
-        pthread_join(thread, nullptr);
-        pthread_attr_destroy(&attributes);
-    }
-
-    // From the top down to the last byte that has lost its paint.
-    std::size_t used() const {
-        const unsigned char* const first = lowest + page;
-        return bytes -
-               std::size_t(std::find_if(first, first + bytes, [](unsigned char b) { return b != paint; }) - first);
-    }
-
-private:
-    static constexpr unsigned char paint = 0xA5;
-    std::size_t bytes, page;
-    unsigned char* lowest;
-};
 
 // The solve, with its outputs ready before.
 struct solve_on_thread {
@@ -82,7 +39,7 @@ TEST_P(small_stack, is_enough_for_the_largest_variants) {
         for (const int D : solver.solves_systems ? std::vector{1, 7, 8, 9} : std::vector{1}) {
             // With steps in which the history takes the path of the transform.
             const system_samples data{D, 70 * row.m * row.m + 1};
-            stack stack{std::size_t(solver.stack_KiB) * KiB};
+            painted_stack stack{std::size_t(solver.stack_KiB) * KiB};
             solve_on_thread task{solver, data, row};
             stack.run(solve, &task);
             EXPECT_EQ(task.status, QUENTA_SOLVED)

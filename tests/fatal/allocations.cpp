@@ -109,10 +109,10 @@ namespace quenta {
 
 namespace {
 
-enum class kind { first, second, second_system, derivative, derivative_system };
+enum class kind { first, first_discontinuous, second, second_system, derivative, derivative_system };
 
 // A problem with its outputs, which are all there before the call: nothing here allocates during it. The first kind is
-// solved in the continuous form, which needs more.
+// the continuous form, and of one component quenta_solve_vie1.
 class solve {
 public:
     solve(const reference::setting& setting, int step_count, kind solved_kind = kind::second, int dimension = 1)
@@ -131,7 +131,13 @@ public:
         const int* const list = row.indices.data();
         switch (equation) {
         case kind::first:
+            if (D == 1)
+                return quenta_solve_vie1(g.data(), K.data(), N, 1.0, 0.01, row.m, list, count, 1, 1, out.data(),
+                                         coeffs.data(), &n_steps);
             return quenta_solve_vie1_vec(g.data(), K.data(), N, D, g.data(), 0.01, row.m, list, count, 1, 1, out.data(),
+                                         coeffs.data(), &n_steps);
+        case kind::first_discontinuous:
+            return quenta_solve_vie1_vec(g.data(), K.data(), N, D, g.data(), 0.01, row.m, list, count, 1, 0, out.data(),
                                          coeffs.data(), &n_steps);
         case kind::second:
             return quenta_solve_vie2(g.data(), K.data(), N, 0.01, row.m, list, count, 1, out.data(), coeffs.data(),
@@ -229,6 +235,8 @@ constexpr allocating_solve allocating_solves[] = {
     {4, kind::first},
     {8, kind::first, 2},
     {8, kind::first, 9},
+    {8, kind::first_discontinuous, 1},
+    {8, kind::first_discontinuous, 9},
     {0, kind::derivative},
     {8, kind::derivative},
     {55, kind::derivative},
@@ -276,6 +284,32 @@ TEST(failing_allocation, leaves_the_export_as_bad_alloc_without_a_leak_and_the_n
             EXPECT_EQ(live_blocks, live_before);
             EXPECT_EQ(attached_threads.size(), attached_before);
         }
+    }
+}
+
+TEST(failing_allocation, leaves_a_thread_that_only_collects_unattached) {
+    ASSERT_EQ(quenta_rt_init(), 1);
+    const auto collect = [](allocation_record& into) {
+        const recording scope{into};
+        quenta_gc_collect();
+    };
+    allocation_record complete;
+    std::thread{[&] {
+        collect(complete);
+    }}.join();
+    ASSERT_GT(complete.count, 0) << "a thread is attached by a record";
+    for (long k = 0; k < complete.count; ++k) {
+        const long live_before = live_blocks;
+        const int attached_before = attached_threads.size();
+        std::thread{[&] {
+            allocation_record failing{.fails_at = k};
+            EXPECT_THROW(collect(failing), std::bad_alloc);
+            EXPECT_EQ(attached_threads.size(), attached_before);
+            quenta_gc_collect();
+            EXPECT_EQ(attached_threads.size(), attached_before + 1);
+        }}.join();
+        EXPECT_EQ(live_blocks, live_before);
+        EXPECT_EQ(attached_threads.size(), attached_before);
     }
 }
 

@@ -1,14 +1,14 @@
-// The block solvers take no memory but their frame, whose size is bounded.
+// The block solvers take no memory but their frame, whose size is bounded; the constants take none at all.
 #include "conformance/function_call.hpp"
 #include "support/replaced_new.hpp"
+#ifdef __linux__
+#include "support/painted_stack.hpp"
+#endif
 
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
 #include <cstdlib>
 #include <new>
-#include <thread>
 
 namespace {
 
@@ -58,47 +58,46 @@ TEST(block_solvers, allocate_nothing) {
     EXPECT_EQ(calls, 4 * 45 * 3);
 }
 
-#if defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
-// Fills a thread's own stack with marks, and looks how far they have gone.
-struct stack_use {
-    static constexpr std::size_t size = 1 << 20, promised = 32 * 1024, of_the_thread = 16 * 1024;
+TEST(what_needs_no_start, allocates_nothing) {
+    int settings[336], sum = 0;
+    allocations = 0;
+    counting = true;
+    quenta_get_supported_settings(settings);
+    for (const auto limit : {quenta_have_lapack, quenta_max_coll_params, function_solve_max_p, function_solve_max_d,
+                             quenta_num_supported_settings})
+        sum += limit();
+    counting = false;
+    EXPECT_EQ(allocations, 0);
+    EXPECT_EQ(sum, 0 + 5 + 5 + 8 + 56);
+}
 
+#if defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
+struct solve_on_thread {
     const block_problem& problem;
     block_answer& answer;
-
-    static void* run(void* given) {
-        stack_use& use = *static_cast<stack_use*>(given);
-        use.answer.status =
-            call_block_solver(use.problem, use.problem.A.data(), use.answer.x.data(), use.answer.y.data());
-        return nullptr;
-    }
 };
 
+void* solve(void* argument) {
+    auto& [problem, answer] = *static_cast<solve_on_thread*>(argument);
+    answer.status = call_block_solver(problem, problem.A.data(), answer.x.data(), answer.y.data());
+    return nullptr;
+}
+
 TEST(block_solvers, keep_to_the_stack_that_they_are_said_to_take) {
+    constexpr std::size_t promised = 32 * 1024, of_the_thread = 16 * 1024;
     random_data random{20260352};
     int calls = 0;
     for (const block_kind kind : block_kinds)
         for (const auto& [P, D] : {std::pair{1, 0}, {1, 8}, {5, 0}, {5, 8}, {4, 7}}) {
             const block_problem problem = random_blocks(random, kind, 3, P, D);
             block_answer answer = call_block_solver(problem); // binds the symbol
-            stack_use use{problem, answer};
-            void* const stack = std::aligned_alloc(4096, stack_use::size);
-            const auto first = static_cast<unsigned char*>(stack);
-            std::fill(first, first + stack_use::size, 0xA5);
-            pthread_attr_t attributes;
-            pthread_attr_init(&attributes);
-            ASSERT_EQ(pthread_attr_setstack(&attributes, stack, stack_use::size), 0);
-            pthread_t thread;
-            ASSERT_EQ(pthread_create(&thread, &attributes, stack_use::run, &use), 0);
-            pthread_join(thread, nullptr);
-            pthread_attr_destroy(&attributes);
+            answer.status = -1;
+            solve_on_thread task{problem, answer};
+            painted_stack stack{1 << 20};
+            stack.run(solve, &task);
             EXPECT_EQ(answer.status, QUENTA_SOLVED);
-            const auto deepest =
-                std::find_if(first, first + stack_use::size, [](unsigned char c) { return c != 0xA5; });
-            const std::size_t used = std::size_t(first + stack_use::size - deepest);
-            EXPECT_GT(used, std::size_t{256});
-            EXPECT_LT(used, stack_use::promised + stack_use::of_the_thread) << problem.text();
-            std::free(stack);
+            EXPECT_GT(stack.used(), std::size_t{256});
+            EXPECT_LT(stack.used(), promised + of_the_thread) << problem.text();
             ++calls;
         }
     EXPECT_EQ(calls, 20);

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <numeric>
 
 namespace {
 
@@ -58,9 +59,9 @@ void* allocate_guarded(std::size_t size, std::size_t alignment) {
 } // namespace
 
 void* quenta_tests::allocate_block(std::size_t size, std::size_t alignment) {
-    // An array of doubles ends right before the page, although it may then not begin at a multiple of 16.
+    // An array of doubles or ints ends right before the page, although it may then not begin at a multiple of 16.
     if (placed != place::anywhere)
-        return allocate_guarded(size, alignment == alignof(std::max_align_t) && size % alignment != 0 ? 8 : alignment);
+        return allocate_guarded(size, alignment == alignof(std::max_align_t) ? std::gcd(size, alignment) : alignment);
     void* const block = alignment <= alignof(std::max_align_t)
                             ? std::malloc(std::max<std::size_t>(size, 1))
                             : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
@@ -89,24 +90,31 @@ protected:
     // What solve(problem) gives for a copy of the problem, where all that is allocated is guarded.
     template <class problem_type, class solver_type>
     auto guarded(const problem_type& problem, const solver_type& solve) {
-        placed = GetParam();
-        struct leave {
-            ~leave() { placed = place::anywhere; }
-        } at_the_end;
+        struct in_place {
+            in_place() {
+                placed = GetParam();
+                fenced_array::width = 0;
+            }
+            ~in_place() {
+                placed = place::anywhere;
+                fenced_array::width = 32;
+            }
+        } until_the_end;
         const problem_type copy = problem;
         return solve(copy);
     }
     void SetUp() override { blocks_made = 0; }
-    void TearDown() override { placed = place::anywhere; }
 };
 
 TEST_P(guard_pages, stop_a_read_outside_of_an_array) {
-    const auto read_outside = [](const std::vector<double>& array) {
-        const volatile double* const data = array.data();
+    const auto read_outside = [](const auto& array) {
+        const volatile auto* const data = array.data();
         return GetParam() == place::before_the_page ? data[array.size()] : *(data - 1);
     };
-    for (const std::size_t length : {1, 2, 3, 512, 1000})
+    for (const std::size_t length : {1, 2, 3, 512, 1000}) {
         EXPECT_EXIT(guarded(std::vector<double>(length), read_outside), ::testing::KilledBySignal(SIGSEGV), "");
+        EXPECT_EXIT(guarded(std::vector<int>(length), read_outside), ::testing::KilledBySignal(SIGSEGV), "");
+    }
 }
 
 TEST_P(guard_pages, stop_no_solver_from_samples) {
@@ -121,7 +129,8 @@ TEST_P(guard_pages, stop_no_solver_from_samples) {
                         return;
                     SCOPED_TRACE(std::string{solver.name} + ", " + problem.text());
                     const sampled_answer answer = guarded(problem, [&](const sampled_problem& copy) {
-                        return solver.solve(copy.data, copy.dt, copy.row(), 1);
+                        const reference::setting with_its_list = copy.row();
+                        return solver.solve(copy.data, copy.dt, with_its_list, 1);
                     });
                     expect_equal(twin_of(solver, problem), answer, true);
                     ++solved;
@@ -144,6 +153,14 @@ TEST_P(guard_pages, stop_no_solver_from_blocks) {
     });
     EXPECT_EQ(solved, 4 * 5 * 9 * 4);
     EXPECT_GT(blocks_made, 4 * solved);
+}
+
+TEST_P(guard_pages, stop_no_list_of_the_settings) {
+    const std::vector<int> settings = guarded(std::vector<int>(336), [](std::vector<int> room) {
+        quenta_get_supported_settings(room.data());
+        return room;
+    });
+    EXPECT_EQ(settings[335], 4);
 }
 
 INSTANTIATE_TEST_SUITE_P(arrays, guard_pages, ::testing::Values(place::before_the_page, place::behind_the_page),

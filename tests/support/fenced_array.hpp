@@ -19,7 +19,7 @@ inline bool is_marked(double cell) {
 
 class fenced_array {
 public:
-    explicit fenced_array(std::size_t length) : cells(length + 2 * fence, std::bit_cast<double>(mark)) {}
+    explicit fenced_array(std::size_t length) : fence{width}, cells(length + 2 * fence, std::bit_cast<double>(mark)) {}
 
     double* data() { return cells.data() + fence; }
     std::span<const double> values() const { return std::span{cells}.subspan(fence, cells.size() - 2 * fence); }
@@ -30,8 +30,11 @@ public:
     }
     bool untouched() const { return std::all_of(cells.begin(), cells.end(), is_marked); }
 
+    // Of the fences of arrays that are made from now on: 0 for arrays that end where their memory does.
+    static inline std::ptrdiff_t width = 32;
+
 private:
-    static constexpr std::ptrdiff_t fence = 32;
+    std::ptrdiff_t fence;
     std::vector<double> cells;
 };
 
