@@ -9,20 +9,29 @@ import sys
 
 from docutils import nodes
 from docutils.utils.math import latex2mathml
+from sphinx.util import logging
 
 here = pathlib.Path(__file__).parent
 sys.path.insert(0, str(here))
 sys.path.insert(0, str(here.parent / "bindings/python"))
 
+import quenta
+
 project = "quenta_native"
 author = "the quenta_native developers"
 version = release = re.search(r"VERSION (\d+\.\d+\.\d+)", (here.parent / "CMakeLists.txt").read_text())[1]
 
-extensions = ["myst_parser", "header_reference"]
+extensions = ["myst_parser", "sphinx.ext.autodoc", "header_reference", "measured_settings"]
 root_doc = "docs/index"
 include_patterns = ["docs/*", "examples/*/README.md", "CHANGELOG.md", "CONTRIBUTING.md"]
 exclude_patterns = ["build*", ".git"]
 nitpicky = True
+
+default_role = "code"
+autodoc_member_order = "bysource"
+autodoc_typehints = "none"
+smartquotes = False
+highlight_language = "none"
 
 myst_enable_extensions = ["dollarmath"]
 myst_heading_anchors = 3
@@ -31,7 +40,9 @@ html_theme = "alabaster"
 html_theme_options = {
     "description": "Solvers for linear Volterra equations",
     "fixed_sidebar": True,
-    "page_width": "1280px",
+    "page_width": "1200px",
+    "body_max_width": "none",
+    "sidebar_width": "240px",
     "code_font_size": "0.8em",
 }
 html_copy_source = False
@@ -42,9 +53,33 @@ html_math_renderer = "mathml"
 def write_math(translator, node):
     inline = isinstance(node, nodes.math)
     formula = latex2mathml.tex2mathml(node.astext(), inline=inline)
-    translator.body.append(formula if inline else f'<div class="math">{formula}</div>\n')
+    translator.body.append(formula if inline else f"<p>{formula}</p>\n")
     raise nodes.SkipNode
 
 
+# In a docstring, a paragraph that is all indented is a formula or a piece of code: it is shown as it stands.
+def keep_indented(app, what, name, object, options, lines):
+    paragraphs = [[]]
+    for line in lines:
+        if line:
+            paragraphs[-1].append(line)
+        elif paragraphs[-1]:
+            paragraphs.append([])
+    lines.clear()
+    for paragraph in paragraphs:
+        if paragraph and all(line.startswith(" ") for line in paragraph):
+            lines += ["::", ""]
+        lines += [*paragraph, ""]
+
+
+def find_untold(app, env):
+    told = env.get_domain("py").objects
+    for name in quenta.__all__:
+        if f"quenta.{name}" not in told:
+            logging.getLogger(__name__).warning("the reference leaves out quenta.%s", name)
+
+
 def setup(app):
+    app.connect("env-check-consistency", find_untold)
+    app.connect("autodoc-process-docstring", keep_indented)
     app.add_html_math_renderer("mathml", (write_math, None), (write_math, None))
