@@ -40,10 +40,10 @@ html_theme = "alabaster"
 html_theme_options = {
     "description": "Solvers for linear Volterra equations",
     "fixed_sidebar": True,
-    "page_width": "1200px",
+    "page_width": "1400px",
     "body_max_width": "none",
     "sidebar_width": "240px",
-    "code_font_size": "0.8em",
+    "code_font_size": "0.75em",
 }
 html_copy_source = False
 html_math_renderer = "mathml"
