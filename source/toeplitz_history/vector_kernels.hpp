@@ -8,8 +8,9 @@ namespace quenta {
 // The shortest transform that the kernels run.
 inline constexpr std::int64_t shortest_vector_transform = 64;
 
-// A column of a block, in the order in which the kernels read it, takes a whole number of registers of any set.
-constexpr std::int64_t padded_rows(std::int64_t p) {
+// A column of a block, in the order in which the kernels read it, takes a whole number of registers of any set. By
+// force inline: the linker would otherwise keep one body of it for the units of all sets.
+[[gnu::always_inline]] constexpr std::int64_t padded_rows(std::int64_t p) {
     return p <= 4 ? 4 : (p + 7) / 8 * 8;
 }
 
