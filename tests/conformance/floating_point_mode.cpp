@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cfenv>
+#include <exception>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -125,6 +127,43 @@ TEST_P(every_host_mode, block_solvers_give_the_same_bits) {
         }
     });
     EXPECT_EQ(compared, 4 * 5 * 9 * 3);
+}
+
+// in_mode() looks whether the mode is given back; here a call ends in any other way than well.
+TEST_P(every_host_mode, is_given_back_by_calls_that_fail) {
+    constexpr int failed = -1;
+    int compared = 0;
+    const auto expect_in_mode = [&](int status, const auto& solve) {
+        EXPECT_EQ(in_mode(GetParam(), solve), status);
+        ++compared;
+    };
+    for (const sampled_solver& solver : every_solver) {
+        SCOPED_TRACE(solver.name);
+        system_samples singular{1, 5};
+        std::fill(singular.K.begin(), singular.K.end(), solver.kind == equation::first_kind ? 0.0 : 1.0);
+        std::fill(singular.a.begin(), singular.a.end(), 0.0);
+        expect_in_mode(QUENTA_SINGULAR_BLOCK, [&] { return solver.solve(singular, 1.0, {1, {1}}, 1).status; });
+        expect_in_mode(QUENTA_UNSUPPORTED_SETTING, [&] { return solver.solve(singular, 1.0, {1, {2}}, 1).status; });
+        expect_in_mode(failed, [&] {
+            try {
+                return solver.solve(system_samples{1, 0}, 1.0, {1, {1}}, 1).status;
+            } catch (const std::exception&) {
+                return failed;
+            }
+        });
+    }
+    random_data random{20260362};
+    for (const block_kind kind : block_kinds)
+        for (const int D : {0, 3}) {
+            block_problem problem = random_blocks(random, kind, 2, 2, D);
+            problem.A[problem.entry(1, 0, 0, 1, 0, 0)] = std::numeric_limits<double>::infinity();
+            SCOPED_TRACE(problem.text());
+            expect_in_mode(QUENTA_SINGULAR_BLOCK, [&] { return call_block_solver(problem).status; });
+            problem.P = 6;
+            expect_in_mode(QUENTA_UNSUPPORTED_SETTING,
+                           [&] { return call_block_solver(problem, nullptr, nullptr, nullptr); });
+        }
+    EXPECT_EQ(compared, 8 * 3 + 4 * 2 * 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(modes, every_host_mode, ::testing::ValuesIn(host_modes()), [](const auto& instance) {

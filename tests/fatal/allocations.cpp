@@ -328,20 +328,27 @@ TEST(nothing_is_left_behind, by_a_singular_or_refused_call) {
 
 TEST(nothing_is_left_behind, by_a_contradictory_call) {
     ASSERT_EQ(quenta_rt_init(), 1);
-    solve ordinary{row_at(9), 100};
-    EXPECT_EQ(ordinary.call(), QUENTA_SOLVED);
-    const long live_before = live_blocks;
-    int caught = 0;
-    for (const int N : {0, -1, 4}) {
-        try {
-            quenta_solve_vie2(ordinary.g.data(), ordinary.K.data(), N, 0.01, 2, ordinary.row.indices.data(), 3, 0,
-                              ordinary.out.data(), nullptr, &ordinary.n_steps);
-        } catch (const std::exception&) {
-            ++caught;
+    for (const auto [row, equation, D] : allocating_solves) {
+        SCOPED_TRACE("row " + std::to_string(row) + ", D = " + std::to_string(D));
+        solve ordinary{row_at(row), 100, equation, D};
+        EXPECT_EQ(ordinary.call(), QUENTA_SOLVED);
+        ordinary.n_steps = -1;
+        std::fill(ordinary.out.begin(), ordinary.out.end(), 0.0);
+        const auto expect_failure = [&] {
+            const long live_before = live_blocks;
+            EXPECT_THROW(ordinary.call(), std::exception);
+            EXPECT_EQ(live_blocks, live_before);
+            EXPECT_EQ(ordinary.n_steps, -1);
+        };
+        std::vector<double> coeffs;
+        coeffs.swap(ordinary.coeffs);
+        expect_failure(); // after the march
+        coeffs.swap(ordinary.coeffs);
+        for (const int N : {0, -1}) { // before it
+            ordinary.N = N;
+            expect_failure();
         }
-        EXPECT_EQ(live_blocks, live_before) << "N = " << N;
     }
-    EXPECT_EQ(caught, 3);
 }
 
 TEST(failing_allocation, leaves_a_library_that_has_not_started) {

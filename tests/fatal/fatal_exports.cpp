@@ -54,6 +54,9 @@ int call(const fatal_request& request) {
                                      nullptr, &n_steps);
     case discontinuous:
     case continuous:
+        if (request.D == 1)
+            return quenta_solve_vie1(g.data(), K.data(), N, 1.0, dt, m, list, count, want_coeffs,
+                                     request.called == continuous, out.data(), nullptr, &n_steps);
         return quenta_solve_vie1_vec(g.data(), K.data(), N, request.D, g.data(), dt, m, list, count, want_coeffs,
                                      request.called == continuous, out.data(), nullptr, &n_steps);
     case derivative:
@@ -87,6 +90,7 @@ const fatal_request fatal_requests[] = {
     {"a_kernel_shorter_by_one", 12, {4, {0, 3}}, false, "index 12, length 12"},
     {"first_kind_no_samples", 0, {1, {1}}, false, "index 0, length 0", discontinuous},
     {"first_kind_no_samples_continuous", 0, {2, {1}}, false, "index [0-9]+, length 0", continuous},
+    {"first_kind_no_samples_of_two_components", 0, {1, {1}}, false, "index 0, length 0", discontinuous, 2},
     {"first_kind_no_samples_of_vectors", 0, {2, {1, 2}}, false, "index [0-9]+, length 0", continuous, 9},
     {"first_kind_one_sample_of_two", 1, {1, {0, 1}}, false, "index [0-9]+, length 1", discontinuous},
     {"first_kind_one_sample_of_two_continuous", 1, {1, {0, 1}}, false, "index [0-9]+, length 1", continuous},
@@ -181,7 +185,8 @@ struct called_with {
 };
 constexpr called_with every_call[] = {{second_kind, 1},        {second_kind_system, 1}, {second_kind_system, 2},
                                       {second_kind_system, 9}, {discontinuous, 2},      {continuous, 9},
-                                      {derivative, 1},         {derivative_system, 2},  {derivative_system, 9}};
+                                      {discontinuous, 1},      {continuous, 1},         {derivative, 1},
+                                      {derivative_system, 2},  {derivative_system, 9}};
 
 TEST(not_fatal, null_coeffs_without_a_step) {
     for (const auto& [called, D] : every_call)
