@@ -19,6 +19,7 @@ import quenta
 
 project = "quenta_native"
 author = "the quenta_native developers"
+copyright = f"2026, {author}"
 version = release = re.search(r"VERSION (\d+\.\d+\.\d+)", (here.parent / "CMakeLists.txt").read_text())[1]
 
 extensions = ["myst_parser", "sphinx.ext.autodoc", "header_reference", "measured_settings"]
@@ -46,6 +47,7 @@ html_theme_options = {
     "code_font_size": "0.75em",
 }
 html_copy_source = False
+html_show_sphinx = False
 html_math_renderer = "mathml"
 
 
