@@ -15,13 +15,14 @@ EXAMPLE = pathlib.Path(sys.argv[2])
 
 class ExampleTest(unittest.TestCase):
     tables = []  # the names of all files that the example leaves, beside its picture
+    arguments = [PROGRAM]  # what it is given, beside the directory; one in Python has no use for the program
 
     @classmethod
     def setUpClass(cls):
         directory = tempfile.TemporaryDirectory()
         cls.addClassCleanup(directory.cleanup)
         cls.left = pathlib.Path(directory.name) / "made" / "here"
-        cls.made = subprocess.run([sys.executable, EXAMPLE / "run", PROGRAM, cls.left], capture_output=True, text=True)
+        cls.made = subprocess.run([sys.executable, EXAMPLE / "run", *cls.arguments, cls.left], capture_output=True, text=True)
         if cls.made.returncode != 0:
             raise AssertionError(f"the example failed: {cls.made.stderr}")
 
