@@ -5,12 +5,15 @@ Arrays that are so already are passed as they are; nothing is copied.
 
 from __future__ import annotations
 
+import ctypes
 import math
 import operator
 from typing import Any, Optional, Union
 
 import numpy as np
 from numpy.typing import NDArray
+
+from .machine_memory import require_memory
 
 Array = NDArray[np.float64]
 _DOUBLE = np.dtype(np.float64)
@@ -27,9 +30,22 @@ def real_array(name: str, value: Any, finite: bool) -> Array:
         array = value
     else:
         array = _converted(name, value)
-    if finite and not np.isfinite(array).all():
+    if finite and not all_finite(array):
         raise _not_finite(name, array)
     return array
+
+
+def all_finite(array: Array) -> bool:
+    # The sum of squares is cheap, and finite only if every number is.
+    return math.isfinite(np.vdot(array, array)) or bool(np.isfinite(array).all())
+
+
+def address(array: Array) -> int:
+    """Where a contiguous array begins."""
+    try:
+        return ctypes.addressof(ctypes.c_char.from_buffer(array))  # type: ignore[arg-type]
+    except (TypeError, ValueError):  # read-only, or empty
+        return array.ctypes.data
 
 
 def _converted(name: str, value: Any) -> Array:
@@ -41,6 +57,7 @@ def _converted(name: str, value: Any) -> Array:
         raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} ({failure})") from None
     if array.dtype.kind not in "biuf":
         raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} of dtype {array.dtype}")
+    require_memory(array.size * _DOUBLE.itemsize, f"a copy of {name}")
     with np.errstate(over="ignore"):
         return np.require(array, _DOUBLE, ["C", "A"])
 
@@ -58,12 +75,15 @@ def _sketch(value: Any) -> str:
 
 def real_number(name: str, value: Any, finite: bool = True) -> float:
     """A number, also one in an array without dimensions."""
-    try:
-        if isinstance(value, (str, bytes)) or np.ndim(value) != 0:
-            raise TypeError
-        number = float(value)
-    except (TypeError, ValueError, OverflowError):
-        raise ValueError(f"{name}: expected a real number, came {_sketch(value)}") from None
+    if type(value) is float:
+        number = value
+    else:
+        try:
+            if isinstance(value, (str, bytes)) or np.ndim(value) != 0:
+                raise TypeError
+            number = float(value)
+        except (TypeError, ValueError, OverflowError):
+            raise ValueError(f"{name}: expected a real number, came {_sketch(value)}") from None
     if finite and not math.isfinite(number):
         raise ValueError(f"{name}: expected a finite number, came {number}")
     return number

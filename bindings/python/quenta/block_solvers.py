@@ -11,7 +11,7 @@ from typing import Any, NamedTuple, Optional, Union
 import numpy as np
 
 from . import native_library
-from .arguments import Array, expect_shape, initial_value, real_array, real_number, shape_text
+from .arguments import Array, address, all_finite, expect_shape, initial_value, real_array, real_number, shape_text
 from .errors import SingularBlockError, SizeError
 from .native_library import LARGEST_INDEX, MOST_DIMENSIONS, MOST_POINTS, library
 
@@ -129,10 +129,10 @@ class _Blocks:
         sizes = (self.N, self.P) if self.D is None else (self.N, self.P, self.D)
         results = (x, y) if carries else (x,)
         arguments = (self.A, self.b) + before + sizes + after + results
-        addresses = [value.ctypes.data if isinstance(value, np.ndarray) else value for value in arguments]
+        addresses = [address(value) if isinstance(value, np.ndarray) else value for value in arguments]
         status = getattr(library, function if self.D is None else function + "_vec")(*addresses)
         if status == native_library.SOLVED:
-            if self.finite and not np.isfinite(x).all():
+            if self.finite and not all_finite(x):
                 self._refuse_infinite_blocks()
             return CarriedSolution(x, y)
         if status != native_library.SINGULAR_BLOCK:
@@ -147,9 +147,9 @@ class _Blocks:
     def _refuse_infinite_blocks(self) -> None:
         for n in range(self.N):
             read = self.A[n, :, : n + 1]
-            if not np.isfinite(read).all():
-                i, k, j = (int(place) for place in np.argwhere(~np.isfinite(read))[0][:3])
+            if not all_finite(read):
+                i, *rest = (int(place) for place in np.argwhere(~np.isfinite(read))[0])
                 raise ValueError(
-                    f"A: expected finite numbers where it is read, came {read[i, k, j]} at index {(n, i, k, j)} "
-                    f"(check_finite=False lets it pass)"
+                    f"A: expected finite numbers where it is read, came {self.A[(n, i, *rest)]} at index "
+                    f"{(n, i, *rest)} (check_finite=False lets it pass)"
                 )

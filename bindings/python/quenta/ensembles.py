@@ -71,7 +71,12 @@ def ensemble(
         raise ValueError(f"solve: expected a function of one parameter, came {solve!r}")
     if chunk is not None:
         chunk = whole_number("chunk", chunk, 1)
-    members = list(enumerate(parameters))
+    if executor is not None and not hasattr(executor, "submit"):
+        raise ValueError(f"executor: expected one of concurrent.futures, or a Client of Dask, came {executor!r}")
+    try:
+        members = list(enumerate(parameters))
+    except TypeError:
+        raise ValueError(f"parameters: expected several, as in a list, came {parameters!r}") from None
     gathered = _Gathered(members, progress)
     with gathered.bar:
         if executor is None:

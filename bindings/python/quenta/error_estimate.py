@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import inspect
 import math
 import warnings
 from dataclasses import dataclass
@@ -52,7 +53,7 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
         prepare = PREPARATIONS[solve]
     except (KeyError, TypeError):
         raise ValueError(f"solve: expected solve_vie1, solve_vie2 or solve_vide, came {solve!r}") from None
-    problem = prepare(*arguments, **keywords)
+    problem = prepare(**inspect.signature(solve).bind(*arguments, **keywords).arguments)
     least = 8 * problem.setting.spacings + 1
     if len(problem.g) < least:
         raise SizeError(

@@ -9,13 +9,13 @@ import numpy as np
 
 from .errors import SizeError
 
-# What every process has to spare, and what is worth a look at the whole machine.
-_SMALL, _LARGE = 2**20, 2**27
+# In bytes: what every process has to spare, and what is worth a look at the whole machine.
+SMALL, _LARGE = 2**20, 2**27
 
 
 def require_memory(size: int, what: str) -> None:
     """Raises a `SizeError` if so many bytes, which `what` takes, are not to be had."""
-    if size < _SMALL:
+    if size < SMALL:
         return
     available = _available() if size >= _LARGE else None
     refused = available is not None and size > available

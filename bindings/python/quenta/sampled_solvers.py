@@ -10,15 +10,14 @@ from __future__ import annotations
 import math
 import warnings
 from ctypes import byref, c_int
-from dataclasses import dataclass, replace
-from typing import Any, Callable, Optional, Union
+from typing import Any, Callable, NamedTuple, Optional, Union
 
 import numpy as np
 
 from . import native_library
-from .arguments import Array, expect_shape, initial_value, positive_number, real_array, shape_text
+from .arguments import Array, address, all_finite, expect_shape, initial_value, positive_number, real_array, shape_text
 from .errors import GrowthWarning, SingularBlockError, SizeError, UnsupportedSettingError
-from .machine_memory import require_memory
+from .machine_memory import SMALL, require_memory
 from .native_library import LARGEST_INDEX, library
 from .setting_table import NODE_ADDRESSES, Setting, SettingLike, find_setting
 from .solution import Solution
@@ -120,8 +119,7 @@ def solve_vide(
 # ---- From arguments to a problem ------------------------------------------------------------------------------------
 
 
-@dataclass(frozen=True)
-class SampledProblem:
+class SampledProblem(NamedTuple):
     """A problem whose arguments fit together. D is None for a scalar equation."""
 
     form: str
@@ -141,7 +139,7 @@ class SampledProblem:
         """The same problem from every second (third, ...) sample."""
         g, K = (np.ascontiguousarray(samples[::factor]) for samples in (self.g, self.K))
         a = None if self.a is None else np.ascontiguousarray(self.a[::factor])
-        return replace(self, g=g, K=K, a=a, dt=self.dt * factor)
+        return self._replace(g=g, K=K, a=a, dt=self.dt * factor)
 
 
 def prepare_vie1(
@@ -221,7 +219,7 @@ def _sampled(
             f"g: expected an array of shape (N,) for a scalar equation, or (N, D) for a system with D above 0; came "
             f"{shape_text(g.shape)}"
         )
-    _check_sizes(len(g), D or 1, row)
+    _check_sizes(dt, len(g), D or 1, row, "a" in arrays)
     for name, array in arrays.items():
         if name == "g" or array.shape == matrices:
             continue
@@ -254,7 +252,14 @@ def _sample_all(dt: float, values: dict[str, Samples], row: Setting, t_end: Any,
     times = np.arange(count) * dt
     for name, value in values.items():
         if callable(value):
-            arrays[name] = real_array(name, value(times), finite)
+            try:
+                values_there = value(times)
+            except TypeError as failure:
+                raise ValueError(
+                    f"{name}: expected a function of an array of times, came one that raises {failure!r} "
+                    f"(numpy.vectorize takes functions of one number)"
+                ) from failure
+            arrays[name] = real_array(name, values_there, finite)
             if arrays[name].ndim > 0 and len(arrays[name]) != count:
                 raise ValueError(
                     f"{name}: expected a function that returns its values at {count} times along the first axis, "
@@ -265,7 +270,7 @@ def _sample_all(dt: float, values: dict[str, Samples], row: Setting, t_end: Any,
     return {name: arrays[name] for name in values}
 
 
-def _check_sizes(N: int, D: int, row: Setting) -> None:
+def _check_sizes(dt: float, N: int, D: int, row: Setting, differential: bool) -> None:
     """What the library would not check, or only by ending the process; and that there is a step to solve."""
     if N <= row.spacings:
         raise SizeError(
@@ -279,73 +284,67 @@ def _check_sizes(N: int, D: int, row: Setting) -> None:
     ):
         if size > LARGEST_INDEX:
             raise SizeError(f"g: expected {what} to be at most {LARGEST_INDEX}, came {size} (N = {N}, D = {D})")
+    if not math.isfinite(N * dt):
+        raise ValueError(f"dt: expected a number whose multiples are finite, came {dt} for {N} samples")
+    # The working memory that the library's header promises not to exceed, in doubles.
+    n = row.count * D
+    if differential:
+        taken = steps * (3 * n * (n + D) + 14 * n + 14 * D) + 34 * (n + D) * (n + 7) + 1700
+    else:
+        taken = steps * (3 * n * n + 11 * n + D + 8) + 32 * n * (n + 7)
+    if taken >= SMALL // 8:
+        require_memory(8 * taken, f"a solve of {steps} steps with setting {row}, D = {D}")
 
 
 # ---- The call -------------------------------------------------------------------------------------------------------
 
-
-def _doubles_taken(problem: SampledProblem, steps: int) -> int:
-    """The working memory that the header promises not to exceed."""
-    D = problem.D or 1
-    n = problem.setting.count * D
-    if problem.form == "vide":
-        return steps * (3 * n * (n + D) + 14 * n + 14 * D) + 34 * (n + D) * (n + 7) + 1700
-    return steps * (3 * n * n + 11 * n + D + 8) + 32 * n * (n + 7)
+# By form, and whether the equation is scalar.
+_FUNCTIONS = {
+    ("vie1", True): library.quenta_solve_vie1,
+    ("vie1", False): library.quenta_solve_vie1_vec,
+    ("vie1_continuous", True): library.quenta_solve_vie1,
+    ("vie1_continuous", False): library.quenta_solve_vie1_vec,
+    ("vie2", True): library.quenta_solve_vie2,
+    ("vie2", False): library.quenta_solve_vie2_vec,
+    ("vide", True): library.quenta_solve_vide,
+    ("vide", False): library.quenta_solve_vide_vec,
+}
 
 
 def _solve(problem: SampledProblem) -> Solution:
-    g, K, a, y0, D, setting = problem.g, problem.K, problem.a, problem.y0, problem.D, problem.setting
-    N, dt, row, count = len(g), problem.dt, setting.row, setting.count
+    form, g, K, a, y0, dt, D, setting, check_finite = problem
+    N, count = len(g), setting.count
     steps = (N - 1) // setting.spacings
-    require_memory(8 * _doubles_taken(problem, steps), f"a solve of {steps} steps with setting {setting}, D = {D or 1}")
     native_library.enter_thread()
 
     out = np.empty(g.shape)
     coefficients = np.empty((steps, count + 1) + g.shape[1:])
     solved_steps = c_int()
-    tail = (dt, setting.m, NODE_ADDRESSES[row], count, 1)
-    results = (out.ctypes.data, coefficients.ctypes.data, byref(solved_steps))
-    scalar = D is None
-    at_g, at_K = g.ctypes.data, K.ctypes.data
-    if problem.form == "vie2":
-        if scalar:
-            status = library.quenta_solve_vie2(at_g, at_K, N, *tail, *results)
-        else:
-            status = library.quenta_solve_vie2_vec(at_g, at_K, N, D, *tail, *results)
-        filled = count
-    elif problem.form == "vide":
-        assert a is not None
-        if scalar:
-            status = library.quenta_solve_vide(at_g, at_K, a.ctypes.data, N, y0, *tail, *results)
-        else:
-            status = library.quenta_solve_vide_vec(
-                at_g, at_K, a.ctypes.data, N, D, y0.ctypes.data, *tail, *results  # type: ignore[union-attr]
-            )
-        filled = count + 1
-    else:
-        continuous = int(problem.form == "vie1_continuous")
-        if scalar:
-            status = library.quenta_solve_vie1(at_g, at_K, N, y0, *tail, continuous, *results)
-        else:
-            status = library.quenta_solve_vie1_vec(
-                at_g, at_K, N, D, y0.ctypes.data, *tail, continuous, *results  # type: ignore[union-attr]
-            )
-        filled = count + continuous
+    inputs = (address(g), address(K)) if a is None else (address(g), address(K), address(a))
+    sizes = (N,) if D is None else (N, D)
+    initial: tuple[Any, ...] = ()
+    if form != "vie2":
+        initial = (address(y0),) if isinstance(y0, np.ndarray) else (y0,)
+    flags = (1, form == "vie1_continuous") if a is None and form != "vie2" else (1,)
+    results = (address(out), address(coefficients), byref(solved_steps))
+    status = _FUNCTIONS[form, D is None](
+        *inputs, *sizes, *initial, dt, setting.m, NODE_ADDRESSES[setting.row], count, *flags, *results
+    )
     if status != native_library.SOLVED:
         raise _refusal(status, problem)
 
-    solution = Solution(
-        out[: steps * setting.spacings + 1], setting.spacings * dt, coefficients[:, :filled], dt, setting
-    )
-    if problem.check_finite and not np.isfinite(solution.y).all():
+    if form in ("vie1", "vie2"):  # whose polynomials leave the last power out
+        coefficients = coefficients[:, :count]
+    solution = Solution(out[: steps * setting.spacings + 1], setting.spacings * dt, coefficients, dt, setting)
+    if check_finite and not all_finite(solution.y):
         warnings.warn(
             f"the solution has left the range of numbers; errors may have grown from step to step under setting "
             f"{setting}",
             GrowthWarning,
             stacklevel=4,
         )
-    elif problem.form == "vie1_continuous":
-        measured = setting.measured.get(problem.form)
+    elif form == "vie1_continuous":
+        measured = setting.measured.get(form)
         if measured is not None and not measured.stable:
             warnings.warn(f"setting {setting}, continuous: {measured.note}", GrowthWarning, stacklevel=4)
     return solution

@@ -6,7 +6,7 @@ import ctypes
 import json
 import operator
 import pathlib
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from typing import Any, Optional, Sequence, Union
 
 from . import native_library
@@ -53,7 +53,7 @@ class Setting:
     m: int
     nodes: tuple[int, ...]
     #: Measurements by form: "vie1", "vie1_continuous", "vie2", "vide".
-    measured: dict[str, Measurement]
+    measured: dict[str, Measurement] = field(repr=False)
 
     @property
     def count(self) -> int:

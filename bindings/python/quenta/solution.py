@@ -66,12 +66,12 @@ class Solution:
     def _evaluate(self, polynomials: Array, t: Any, side: str) -> Array:
         if side not in _SIDES:
             raise ValueError(f"side: expected one of {', '.join(_SIDES)}, came {side!r}")
-        position = real_array("t", t, finite=True) / self.step
+        position = real_array("t", t, finite=False) / self.step
         boundary = np.rint(position)
         # As far as numbers of this size can tell, at the end of a step.
         at_boundary = abs(position - boundary) <= 1e-15 * np.maximum(position, 1.0)
         position = np.where(at_boundary, boundary, position)
-        outside = (position < 0) | (position > self.steps)
+        outside = ~((position >= 0) & (position <= self.steps))  # NaN too
         if outside.any():
             raise ValueError(f"t: expected times from 0 to {self.end:g}, came {np.asarray(t)[outside].flat[0]:g}")
         after = np.floor(position)

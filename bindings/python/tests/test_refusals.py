@@ -1,0 +1,218 @@
+"""Every argument that is wrong is refused with the promised exception, whose text names it, and what was expected."""
+
+import math
+
+import numpy as np
+import pytest
+
+import quenta
+
+ONES = np.ones(21)
+SYSTEM = np.ones((21, 2)), np.ones((21, 2, 2))
+HOLED = np.where(np.arange(21) == 7, np.nan, 1.0)
+
+
+class NoArray:
+    def __array__(self, *_):
+        raise ValueError("no array at all")
+
+
+# Each is: the exception, what its text has to say, and the call.
+SAMPLED = [
+    (ValueError, r"g: expected .* \(N, D\) .* came \(21, 2, 2\)", lambda: quenta.solve_vie2(SYSTEM[1], SYSTEM[1], 0.1)),
+    (ValueError, r"g: expected .* came \(21, 0\)", lambda: quenta.solve_vie2(np.ones((21, 0)), SYSTEM[1], 0.1)),
+    (ValueError, r"K: expected .* \(21,\).* came \(20,\)", lambda: quenta.solve_vie2(ONES, ONES[1:], 0.1)),
+    (ValueError, r"K: expected .* \(21, 2, 2\).* came \(21, 2\)", lambda: quenta.solve_vie2(SYSTEM[0], SYSTEM[0], 0.1)),
+    (ValueError, r"K: expected .* came \(21, 3, 3\)", lambda: quenta.solve_vie2(SYSTEM[0], np.ones((21, 3, 3)), 0.1)),
+    (ValueError, r"a: expected .* came \(20,\)", lambda: quenta.solve_vide(ONES, ONES, ONES[1:], 1.0, 0.1)),
+    (ValueError, "a: expected an array of real numbers, came None", lambda: quenta.solve_vide(ONES, ONES, None, 1, 0.1)),
+    (ValueError, "g: expected finite numbers, came nan at index 7", lambda: quenta.solve_vie2(HOLED, ONES, 0.1)),
+    (ValueError, r"K: expected finite numbers, came inf at index \(0, 0, 0\)",
+     lambda: quenta.solve_vie2(SYSTEM[0], SYSTEM[1] * np.inf, 0.1)),
+    (ValueError, "g: expected an array of real numbers.*complex", lambda: quenta.solve_vie2(ONES * 1j, ONES, 0.1)),
+    (ValueError, "g: expected an array of real numbers.*<U", lambda: quenta.solve_vie2("ones", ONES, 0.1)),
+    (ValueError, "g: expected an array of real numbers.*object", lambda: quenta.solve_vie2([object()] * 9, ONES, 0.1)),
+    (ValueError, "K: expected an array of real numbers", lambda: quenta.solve_vie2(ONES, [[1.0], [1.0, 2.0]], 0.1)),
+    (ValueError, "K: expected an array of real numbers", lambda: quenta.solve_vie2(ONES, NoArray(), 0.1)),
+    (ValueError, "K: expected .* masked", lambda: quenta.solve_vie2(ONES, np.ma.masked_less(ONES, 2), 0.1)),
+    (ValueError, "dt: expected a number above 0, came 0.0", lambda: quenta.solve_vie2(ONES, ONES, 0)),
+    (ValueError, "dt: expected a number above 0, came -0.1", lambda: quenta.solve_vie2(ONES, ONES, -0.1)),
+    (ValueError, "dt: expected a finite number, came nan", lambda: quenta.solve_vie2(ONES, ONES, float("nan"))),
+    (ValueError, "dt: expected .* multiples are finite", lambda: quenta.solve_vie2(ONES, ONES, 1e307)),
+    (ValueError, "dt: expected a real number, came 'x'", lambda: quenta.solve_vie2(ONES, ONES, "x")),
+    (ValueError, "dt: expected a real number, came '0.1'", lambda: quenta.solve_vie2(ONES, ONES, "0.1")),
+    (ValueError, "dt: expected a real number", lambda: quenta.solve_vie2(ONES, ONES, ONES)),
+    (ValueError, "dt: expected a real number", lambda: quenta.solve_vie2(ONES, ONES, 10**400)),
+    (ValueError, "y0: expected a real number, came None", lambda: quenta.solve_vide(ONES, ONES, ONES, None, 0.1)),
+    (ValueError, r"y0: expected .* \(2,\).* came \(3,\)",
+     lambda: quenta.solve_vide(*SYSTEM, SYSTEM[1], np.ones(3), 0.1)),
+    (ValueError, "y0: expected .* came None", lambda: quenta.solve_vie1(ONES, ONES, 0.1, continuous=True)),
+    (ValueError, "y0: expected None without continuous", lambda: quenta.solve_vie1(ONES, ONES, 0.1, y0=1.0)),
+    (ValueError, "t_end: expected None, since g has samples", lambda: quenta.solve_vie2(ONES, 1.0, 0.1, t_end=1)),
+    (ValueError, "t_end: expected .* came None", lambda: quenta.solve_vie2(1.0, np.cos, 0.1)),
+    (ValueError, "t_end: expected a number above 0", lambda: quenta.solve_vie2(1.0, np.cos, 0.1, t_end=-1)),
+    (quenta.SizeError, "t_end: expected at most", lambda: quenta.solve_vie2(1.0, np.cos, 1e-300, t_end=1e300)),
+    (quenta.SizeError, "fit into memory", lambda: quenta.solve_vie2(1.0, np.cos, 1.0, t_end=2e9)),
+    (ValueError, "g: expected a function that returns", lambda: quenta.solve_vie2(lambda t: t[1:], 1.0, 0.1, t_end=1)),
+    (ValueError, "K: expected an array of real numbers", lambda: quenta.solve_vie2(1.0, lambda t: None, 0.1, t_end=1)),
+    (ValueError, "K: expected a function of an array of times.*numpy.vectorize",
+     lambda: quenta.solve_vie2(1.0, math.exp, 0.1, t_end=1)),
+    (quenta.SizeError, "g: expected at least 5 samples.* came 4", lambda: quenta.solve_vie2(ONES[:4], ONES[:4], 0.1)),
+    (quenta.SizeError, "g: expected at least 5 samples.* came 0", lambda: quenta.solve_vie2(ONES[:0], ONES[:0], 0.1)),
+    (quenta.SizeError, "g: expected at least 2 samples.* came 1",
+     lambda: quenta.solve_vie2(ONES[:1], ONES[:1], 0.1, setting=(1, [0]))),
+    (quenta.SizeError, r"g: expected N \* D \* D to be at most 2147483647",
+     lambda: quenta.solve_vie2(np.ones((1000, 2000)), np.ones((2000, 2000)), 0.1)),
+    (quenta.SizeError, r"\(\(nodes \+ 1\) \* D\) \*\* 2",
+     lambda: quenta.solve_vie2(np.ones((2, 20000)), np.ones((1, 1, 1)), 0.1, setting=(1, [0, 1]))),
+    (quenta.SizeError, "fit into memory, came a solve of 57 steps .* D = 3000",
+     lambda: quenta.solve_vie2(np.ones((230, 3000)), np.ones((3000, 3000)), 0.1)),
+    (quenta.SizeError, "fit into memory, came a copy of g",
+     lambda: quenta.solve_vie2(np.broadcast_to(1.0, (2**31, 2**10)), 1.0, 0.1)),
+    (quenta.UnsupportedSettingError, r"m from 1 to 4 .* came \(2, \[2, 1\]\)",
+     lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(2, [2, 1]))),
+    (quenta.UnsupportedSettingError, r"came \(0, \[0\]\)", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(0, [0]))),
+    (quenta.UnsupportedSettingError, r"came \(65536, \[0\]\)",
+     lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(65536, [0]))),
+    (quenta.UnsupportedSettingError, r"came \(2, \[\]\)", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(2, []))),
+    (quenta.UnsupportedSettingError, r"nodes above 0 .* came \(2, \[0, 1, 2\]\)",
+     lambda: quenta.solve_vie1(ONES, ONES, 0.1, setting=(2, [0, 1, 2]))),
+    (quenta.UnsupportedSettingError, r"amplify .* came \(3, \[1\]\)",
+     lambda: quenta.solve_vie1(ONES, ONES, 0.1, setting=(3, [1]))),
+    (ValueError, r"setting: expected a pair", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=2)),
+    (ValueError, r"setting: expected a pair", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(2, "012"))),
+    (ValueError, r"setting: expected a pair", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(2.0, [1]))),
+    (quenta.SingularBlockError, "singular", lambda: quenta.solve_vie1(ONES, 0 * ONES, 0.1)),
+    (quenta.SingularBlockError, "singular", lambda: quenta.solve_vie2(ONES, ONES, 1.0, setting=(1, [1]))),
+]
+
+
+@pytest.mark.parametrize("case", range(len(SAMPLED)))
+def test_sampled_solvers_refuse(case):
+    expected, text, call = SAMPLED[case]
+    with pytest.raises(expected, match=text):
+        call()
+
+
+def test_a_setting_that_was_made_up_is_refused():
+    row = quenta.settings()[9]
+    made_up = quenta.Setting(row.row, row.m, (0, 1, 7), row.measured)
+    for setting in (made_up, quenta.Setting(99, 2, (0, 1), {}), quenta.Setting(-1, 2, (0, 1), {})):
+        with pytest.raises(quenta.UnsupportedSettingError, match="setting"):
+            quenta.solve_vie2(ONES, ONES, 0.1, setting=setting)
+
+
+def test_values_that_are_not_finite_pass_when_asked_for():
+    found = quenta.solve_vie2(HOLED, ONES, 0.1, check_finite=False, setting=(1, [1]))
+    assert np.isfinite(found.y[:6]).all() and np.isnan(found.y[7:]).all()
+    assert np.isnan(quenta.solve_vide(ONES, ONES, ONES, np.nan, 0.1, check_finite=False).y).all()
+
+
+def test_growth_is_warned_of():
+    with pytest.warns(quenta.GrowthWarning, match="5.83"):
+        quenta.solve_vie1(ONES, ONES, 0.1, setting=(2, [1]), continuous=True, y0=0.0)
+    with pytest.warns(quenta.GrowthWarning, match="range of numbers"):
+        quenta.solve_vie2(ONES[:9] * 1e300, ONES[:9] * 1e10, 1.0, setting=(1, [0]))
+
+
+def test_times_outside_are_refused():
+    found = quenta.solve_vie2(ONES, ONES, 0.1)
+    for call in (found, found.derivative):
+        for t in (-1e-9, 2.0001, [0.0, 3.0], np.array([[5.0]])):
+            with pytest.raises(ValueError, match="t: expected times from 0 to 2"):
+                call(t)
+        with pytest.raises(ValueError, match="t: expected times from 0 to 2, came nan"):
+            call([1.0, np.nan])
+        for t in ("x", None):
+            with pytest.raises(ValueError, match="t: expected"):
+                call(t)
+        with pytest.raises(ValueError, match="side: expected one of mean, left, right, came 'top'"):
+            call(1.0, "top")
+    assert found([]).shape == (0,)
+
+
+# ---- Blocks ---------------------------------------------------------------------------------------------------------
+
+A, B = np.eye(6).reshape(3, 2, 3, 2), np.ones((3, 2))
+CARRIED = np.ones((3, 2, 3, 3))
+W, H, C, E = np.ones(2), np.ones(3), np.zeros((3, 2)), np.zeros((2, 2))
+BLOCKS = [
+    (ValueError, r"b: expected .* \(N, P\) .* came \(6,\)", lambda: quenta.solve_blocks_vie1(A, B.ravel())),
+    (ValueError, r"A: expected .* \(3, 2, 3, 2\).* came \(6, 6\)", lambda: quenta.solve_blocks_vie1(A.reshape(6, 6), B)),
+    (ValueError, r"A: expected .* \(3, 2, 3, 3\)", lambda: quenta.solve_blocks_vie1_cont(A, B, W, 1.0, 0.0)),
+    (ValueError, r"A: expected .* \(3, 2, 3, 2, 1, 1\)", lambda: quenta.solve_blocks_vie2(A, B[:, :, None])),
+    (ValueError, r"w: expected .* \(2,\)", lambda: quenta.solve_blocks_vie1_cont(CARRIED, B, H, 1.0, 0.0)),
+    (ValueError, "rho: expected a real number", lambda: quenta.solve_blocks_vie1_cont(CARRIED, B, W, W, 0.0)),
+    (ValueError, "y0: expected a real number", lambda: quenta.solve_blocks_vie1_cont(CARRIED, B, W, 1.0, W)),
+    (ValueError, r"C: expected", lambda: quenta.solve_blocks_vide(CARRIED, B, H, E, W, H, 0.0)),
+    (ValueError, r"E: expected", lambda: quenta.solve_blocks_vide(CARRIED, B, C, W, W, H, 0.0)),
+    (ValueError, r"h: expected", lambda: quenta.solve_blocks_vide(CARRIED, B, C, E, W, W, 0.0)),
+    (ValueError, r"y0: expected", lambda: quenta.solve_blocks_vide(CARRIED, B, C, E, W, H, "x")),
+    (ValueError, "b: expected finite", lambda: quenta.solve_blocks_vie2(A, B * np.nan)),
+    (ValueError, r"A: expected finite .* came nan at index \(0, 0, 0, 0\)", lambda: quenta.solve_blocks_vie2(A * np.nan, B)),
+    (ValueError, r"A: expected finite .* came inf", lambda: quenta.solve_blocks_vie1(A + np.inf, B)),
+    (quenta.SizeError, "b: expected N from 1", lambda: quenta.solve_blocks_vie1(np.ones((0, 2, 0, 2)), np.ones((0, 2)))),
+    (quenta.SizeError, "b: expected P from 1 to 5, came 6", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 6)))),
+    (quenta.SizeError, "b: expected P from 1 to 5, came 0", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 0)))),
+    (quenta.SizeError, "b: expected D from 1 to 8, came 9", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 1, 9)))),
+    (quenta.SizeError, "b: expected D from 1 to 8, came 0", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 1, 0)))),
+]
+
+
+@pytest.mark.parametrize("case", range(len(BLOCKS)))
+def test_block_solvers_refuse(case):
+    expected, text, call = BLOCKS[case]
+    with pytest.raises(expected, match=text):
+        call()
+
+
+@pytest.mark.parametrize("D", [None, 2])
+def test_a_singular_block_leaves_the_steps_before_it(D):
+    N, P = 5, 2
+    matrix = np.ones(()) if D is None else np.eye(D)
+    blocks = np.einsum("ni,mj,...->nimj...", np.ones((N, P)), np.zeros((N, P)), matrix)
+    for n in range(N):
+        for i in range(P):
+            blocks[n, i, n, i] = 0 if n == 3 else 2 * matrix
+    right = np.ones((N, P) + matrix.shape[1:])
+    with pytest.raises(quenta.SingularBlockError, match="step 3") as raised:
+        quenta.solve_blocks_vie1(blocks, right)
+    assert raised.value.step == 3 and raised.value.y is None
+    assert np.array_equal(raised.value.x, right[:3] / 2)
+    carried = np.concatenate([blocks, np.zeros_like(blocks[:, :, :, :1])], axis=3)
+    y0 = 7.0 if D is None else np.full(D, 7.0)
+    with pytest.raises(quenta.SingularBlockError, match="step 3") as raised:
+        quenta.solve_blocks_vie1_cont(carried, right, np.zeros(P), 1.0, y0)
+    assert raised.value.x.shape == (3, P) + matrix.shape[1:]
+    assert np.array_equal(raised.value.y, np.full((4,) + matrix.shape[1:], 7.0))
+
+
+# ---- Other functions ------------------------------------------------------------------------------------------------
+
+OTHERS = [
+    (ValueError, "kind: expected 'vie1', 'vie2' or 'vide', came 'x'", lambda: quenta.recommend("x")),
+    (ValueError, "kind: expected", lambda: quenta.recommend(None)),
+    (ValueError, "smoothness: expected a whole number, came 1.5", lambda: quenta.recommend("vie2", smoothness=1.5)),
+    (ValueError, "smoothness: expected a number from 0 on, came -1", lambda: quenta.recommend("vie2", smoothness=-1)),
+    (ValueError, "stiff: expected", lambda: quenta.recommend("vie1", stiff=True)),
+    (ValueError, "continuous: expected", lambda: quenta.recommend("vie2", continuous=True)),
+    (quenta.SizeError, "samples: expected at least 9", lambda: quenta.recommend("vie2", samples=8)),
+    (ValueError, "samples: expected a whole number", lambda: quenta.recommend("vie2", samples="many")),
+    (ValueError, "solve: expected solve_vie1, .* came", lambda: quenta.with_error(print, 1)),
+    (ValueError, "solve: expected solve_vie1, .* came", lambda: quenta.with_error([])),
+    (ValueError, "dt: expected", lambda: quenta.with_error(quenta.solve_vie2, ONES, ONES, 0)),
+    (quenta.SizeError, "g: expected at least 33 samples .* came 21",
+     lambda: quenta.with_error(quenta.solve_vie2, ONES, ONES, 0.1)),
+    (ValueError, "solve: expected a function", lambda: quenta.ensemble(3, [1])),
+    (ValueError, "chunk: expected a number from 1 on, came 0", lambda: quenta.ensemble(abs, [1], chunk=0)),
+    (ValueError, "chunk: expected a whole number", lambda: quenta.ensemble(abs, [1], chunk="x")),
+    (ValueError, "parameters: expected", lambda: quenta.ensemble(abs, 7)),
+    (ValueError, "executor: expected", lambda: quenta.ensemble(abs, [7], executor=7)),
+]
+
+
+@pytest.mark.parametrize("case", range(len(OTHERS)))
+def test_other_functions_refuse(case):
+    expected, text, call = OTHERS[case]
+    with pytest.raises(expected, match=text):
+        call()
