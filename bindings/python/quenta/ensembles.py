@@ -83,7 +83,7 @@ def ensemble(
             for member in members:
                 gathered.add(_solve_members(solve, [member]))
         else:
-            _solve_elsewhere(solve, members, executor, chunk or -(-len(members) // _CHUNKS), gathered)
+            _solve_elsewhere(solve, members, executor, chunk or 1 + len(members) // _CHUNKS, gathered)
     return gathered.ensemble()
 
 

@@ -122,7 +122,7 @@ def check_solution(found, N, D):
 # ---- Nearly right ---------------------------------------------------------------------------------------------------
 
 
-@many(5000)
+@many(3600)
 @given(st.data())
 def test_sampled_solvers_with_something_odd(data):
     draw = data.draw
@@ -151,7 +151,7 @@ def test_sampled_solvers_with_something_odd(data):
         check_solution(found, max(N, len(found.y)), None if found.y.ndim == 1 else found.y.shape[1])
 
 
-@many(2500)
+@many(2900)
 @given(st.sampled_from(SOLVERS), st.lists(odd, min_size=3, max_size=3), numbers, odd_settings, odd)
 def test_sampled_solvers_with_anything(solve, samples, dt, setting, y0):
     if solve is quenta.solve_vide:
@@ -160,7 +160,7 @@ def test_sampled_solvers_with_anything(solve, samples, dt, setting, y0):
         attempt(solve, *samples[:2], dt, setting=setting, t_end=samples[2])
 
 
-@many(2500)
+@many(2900)
 @given(st.data())
 def test_block_solvers_with_something_odd(data):
     draw = data.draw

@@ -1,0 +1,157 @@
+"""Solves from many threads at once, and in the children of a fork, give the bits of a solve alone."""
+
+import os
+import subprocess
+import sys
+import textwrap
+import threading
+from concurrent.futures import ThreadPoolExecutor
+
+import numpy as np
+import pytest
+
+import quenta
+
+N = 500
+T = np.arange(N) * 0.01
+
+
+def solve(rate):
+    return quenta.solve_vie2(np.ones(N), np.exp(-rate * T), 0.01).y
+
+
+def test_many_threads_at_once():
+    rates = np.linspace(0.1, 3, 200)
+    alone = [solve(rate) for rate in rates]
+    with ThreadPoolExecutor(8) as executor:
+        together = list(executor.map(solve, rates))
+    assert all(np.array_equal(one, other) for one, other in zip(alone, together))
+
+
+def test_many_threads_that_end():
+    expected, wrong = solve(1.0), []
+    for _ in range(50):
+        threads = [
+            threading.Thread(target=lambda: wrong.append(1) if not np.array_equal(solve(1.0), expected) else None)
+            for _ in range(4)
+        ]
+        for thread in threads:
+            thread.start()
+        quenta.release_memory()
+        for thread in threads:
+            thread.join()
+    assert not wrong
+
+
+def test_a_thread_with_too_small_a_stack_is_refused():
+    raised = []
+
+    def work():
+        try:
+            solve(1.0)
+        except quenta.SizeError as refusal:
+            raised.append(str(refusal))
+
+    before = threading.stack_size(128 * 1024)
+    try:
+        thread = threading.Thread(target=work)
+        thread.start()
+        thread.join()
+    finally:
+        threading.stack_size(before)
+    assert len(raised) == 1 and "threading.stack_size: expected at least" in raised[0]
+
+
+@pytest.mark.skipif(not hasattr(os, "fork"), reason="this system has no fork")
+@pytest.mark.filterwarnings("ignore:.*fork:DeprecationWarning")
+def test_children_of_a_fork_solve_while_threads_come_and_go():
+    expected, over, children = solve(1.0), threading.Event(), 40
+
+    def come_and_go():
+        while not over.is_set():
+            thread = threading.Thread(target=solve, args=(1.0,))
+            thread.start()
+            thread.join()
+
+    busy = [threading.Thread(target=come_and_go) for _ in range(3)]
+    for thread in busy:
+        thread.start()
+    try:
+        endings = []
+        for _ in range(children):
+            child = os.fork()
+            if child == 0:
+                same = np.array_equal(solve(1.0), expected)
+                thread = threading.Thread(target=solve, args=(1.0,))  # a thread that is new to the library
+                thread.start()
+                thread.join(20)
+                os._exit(0 if same and not thread.is_alive() else 1)
+            endings.append(os.waitpid(child, 0)[1])
+    finally:
+        over.set()
+        for thread in busy:
+            thread.join()
+    assert endings == [0] * children
+
+
+def test_solutions_outlive_their_inputs():
+    g, K = np.ones(N), np.exp(-T)
+    found = quenta.solve_vie2(g, K, 0.01)
+    before = found.y.copy()
+    polynomials = found.polynomials
+    g[:], K[:] = np.nan, np.nan
+    del g, K, found
+    quenta.release_memory()
+    solve(2.0)
+    assert np.array_equal(before, solve(1.0)) and np.isfinite(polynomials).all()
+
+
+# ---- Where the library is found -------------------------------------------------------------------------------------
+
+
+def run_python(script, **environment):
+    given = {name: value for name, value in os.environ.items() if name != "QUENTA_LIBRARY"}
+    given.update(environment)
+    return subprocess.run(
+        [sys.executable, "-c", textwrap.dedent(script)], env=given, capture_output=True, text=True, timeout=120
+    )
+
+
+def test_a_library_that_is_not_there_is_said_so():
+    ended = run_python("import quenta", QUENTA_LIBRARY="/nowhere/libquenta_native.so")
+    assert ended.returncode == 1 and "ImportError: QUENTA_LIBRARY names no library that can be loaded" in ended.stderr
+
+
+def test_another_library_is_refused():
+    ended = run_python("import quenta", QUENTA_LIBRARY="libm.so.6")
+    assert ended.returncode == 1 and "is not the library that this package needs" in ended.stderr
+
+
+def test_no_library_at_all_is_said_so():
+    ended = run_python("import quenta")
+    assert ended.returncode == 1 and "set the environment variable QUENTA_LIBRARY to its path" in ended.stderr
+
+
+@pytest.mark.skipif(not sys.platform.startswith("linux"), reason="reads /proc")
+def test_a_limit_of_memory_ends_no_process():
+    ended = run_python(
+        """
+        import resource
+        import numpy as np
+        import quenta
+
+        used = int(open("/proc/self/statm").read().split()[0]) * resource.getpagesize()
+        resource.setrlimit(resource.RLIMIT_AS, (used + 2**26, used + 2**26))
+        solved = refused = 0
+        for N in range(100, 4000, 100):
+            try:
+                quenta.solve_vie2(np.ones((N, 20)), 0.01 * np.ones((20, 20)), 0.01, setting=(4, [0, 1, 2, 3, 4]))
+                solved += 1
+            except quenta.SizeError as refusal:
+                assert "expected sizes that fit into memory, came" in str(refusal), refusal
+                refused += 1
+        print(solved > 3, refused > 3)
+        """,
+        QUENTA_LIBRARY=os.environ["QUENTA_LIBRARY"],
+    )
+    assert (ended.returncode, ended.stdout) == (0, "True True\n"), (ended.stdout, ended.stderr)
