@@ -59,7 +59,7 @@ inline int check_sampled_request(const sampled_request& request, refusal refuses
     if (refuses(request))
         return status_unsupported_setting;
     const int row = find_setting_row(request.m, request.list, request.count);
-    if (row < 0 || row >= supported_setting_count)
+    if (row == no_setting_row)
         return status_unsupported_setting;
     const std::int32_t vectors = wrapping_product(request.N, request.D);
     const std::int32_t width = wrapping_product(wrapping_sum(request.count, 1), request.D);

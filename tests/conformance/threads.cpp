@@ -9,7 +9,9 @@
 #include <atomic>
 #include <chrono>
 #include <latch>
+#include <memory>
 #include <thread>
+#include <utility>
 
 namespace quenta {
 
@@ -204,6 +206,18 @@ TEST_F(threads, no_record_and_an_unknown_record_are_left_alone) {
     detach_thread_record(&unknown); // it is not on the heap: a deletion would end the test
     EXPECT_EQ(unknown.next, &other);
     EXPECT_EQ(attached_threads.size(), attached_before);
+}
+
+// The end of another thread may be noticed on this one.
+TEST_F(threads, the_record_of_another_thread_ends_without_detaching_this_one) {
+    auto record = std::make_unique<thread_record>();
+    thread_record* const of_another = record.get();
+    attached_threads.enter(std::move(record));
+    EXPECT_EQ(attached_threads.size(), attached_before + 1);
+    detach_thread_record(of_another);
+    EXPECT_EQ(attached_threads.size(), attached_before);
+    EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
+    EXPECT_EQ(attached_threads.size(), attached_before) << "this thread attached once more";
 }
 
 TEST_F(threads, without_a_slot_a_record_stays_and_the_next_start_tries_again) {

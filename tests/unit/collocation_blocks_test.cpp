@@ -146,6 +146,15 @@ void expect_lag_blocks_of_all_dimensions(const table& at_lag_0) {
     expect_lag_blocks<row, 3>(at_lag_0);
 }
 
+TEST(sample_count, is_what_the_length_gives_room_for) {
+    const std::vector<double> K(18);
+    EXPECT_EQ(sample_count({0, nullptr}, 1), 0);
+    EXPECT_EQ(sample_count({17, K.data()}, 3), 1);
+    EXPECT_EQ(sample_count({18, K.data()}, 3), 2);
+    EXPECT_THROW(sample_count({std::uint64_t(-1), K.data()}, 1), index_failure);
+    EXPECT_EQ(sample_count({std::uint64_t(-1), K.data()}, 2), 0);
+}
+
 TEST(lag_block, nodes_0_and_1) {
     expect_lag_blocks_of_all_dimensions<2>({{{{0.5, 0}}, {{0.5, -1}}}, {{{0.5, 1}}, {{0.5, 0}}}});
 }
@@ -175,6 +184,13 @@ TEST(lag_block, a_nan_under_a_weight_of_zero_is_a_nan) {
 TEST(present_block, reads_no_sample_past_those_of_the_step) {
     EXPECT_NO_THROW(discontinuous_block<9>(kernel(5, 2), 2));
     EXPECT_ANY_THROW(discontinuous_block<9>(kernel(4, 2), 2));
+}
+
+TEST(lag_block, reads_no_sample_past_those_within_reach_of_its_nodes) {
+    EXPECT_NO_THROW((lag_block<9, 2>(kernel(9, 2), 1.0, 1)));
+    EXPECT_ANY_THROW((lag_block<9, 2>(kernel(8, 2), 1.0, 1)));
+    EXPECT_NO_THROW((lag_block<8, 1>(kernel(11, 1), 1.0, 2)));
+    EXPECT_ANY_THROW((lag_block<8, 1>(kernel(10, 1), 1.0, 2)));
 }
 
 // The comparison with the entries by hand is one that a builder of the transpose does not pass.

@@ -31,6 +31,14 @@ TEST(collocation_settings, the_table_is_the_written_one) {
     }
 }
 
+TEST(collocation_settings, the_table_is_the_same_when_it_is_made_at_run_time) {
+    std::array<collocation_setting, supported_setting_count> made = make_supported_settings();
+    for (std::size_t row = 0; row < made.size(); ++row) {
+        EXPECT_EQ(made[row].stored, supported_settings[row].stored) << "row " << row;
+        EXPECT_EQ(made[row].stored_length, supported_settings[row].stored_length) << "row " << row;
+    }
+}
+
 TEST(collocation_settings, the_list_for_hosts_has_six_ints_a_row_and_writes_no_more) {
     constexpr int untouched = INT_MIN;
     std::vector<int> settings(56 * 6 + 8, untouched);

@@ -426,11 +426,11 @@ TEST(dense_solve, views_may_be_longer_than_needed) {
     EXPECT_EQ(pivots[2], untouched);
 }
 
-TEST(dense_solve, a_view_that_is_too_short_is_an_index_failure) {
+TEST(dense_solve, a_view_that_is_too_short_is_an_index_failure_before_anything_is_written) {
     for (const int n : {1, 2, 5, 40}) {
         const auto order = static_cast<std::size_t>(n);
         std::vector<double> a(order * order), b(order);
-        std::vector<int> pivots(order);
+        std::vector<int> pivots(order, untouched);
         for (int i = 0; i < n; ++i)
             a[static_cast<std::size_t>(i + i * n)] = 1.0;
         const auto solve = [&](std::size_t missing_a, std::size_t missing_b, std::size_t missing_pivots) {
@@ -445,6 +445,7 @@ TEST(dense_solve, a_view_that_is_too_short_is_an_index_failure) {
         EXPECT_TRUE(solve(0, order, 0)) << n;
         EXPECT_TRUE(solve(0, 0, 1)) << n;
         EXPECT_TRUE(solve(0, 0, order)) << n;
+        EXPECT_EQ(pivots, std::vector<int>(order, untouched)) << n;
         EXPECT_FALSE(solve(0, 0, 0)) << n;
     }
 }

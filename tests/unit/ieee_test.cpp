@@ -57,6 +57,7 @@ TEST(ieee, sums_at_build_time_are_those_of_the_machine) {
 TEST(ieee, values_are_classified) {
     EXPECT_TRUE(ieee::is_nan(ieee::quiet_nan));
     EXPECT_FALSE(ieee::is_nan(ieee::infinity));
+    EXPECT_TRUE(ieee::is_infinite(ieee::infinity));
     EXPECT_TRUE(ieee::is_infinite(-ieee::infinity));
     EXPECT_FALSE(ieee::is_infinite(ieee::quiet_nan));
     EXPECT_TRUE(ieee::is_negative(-0.0));

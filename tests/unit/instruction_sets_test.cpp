@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -34,6 +39,26 @@ TEST(instruction_sets, features_choose_the_tables_from_the_baseline_up) {
     // No processor is like this, but the widest is what it can run.
     EXPECT_EQ(runnable_names({.avx2 = false, .avx512 = true}).back(), "avx512");
 #endif
+}
+
+// The system lists what the processor has and what it saves of it.
+TEST(instruction_sets, features_are_those_that_the_system_lists) {
+    std::ifstream system{"/proc/cpuinfo"};
+    std::vector<std::string> listed;
+    for (std::string line; listed.empty() && std::getline(system, line);)
+        if (line.starts_with("flags")) {
+            std::istringstream words{line};
+            for (std::string word; words >> word;)
+                listed.push_back(word);
+        }
+    const char* const preloaded = std::getenv("LD_PRELOAD");
+    if (listed.empty() || (preloaded != nullptr && std::strstr(preloaded, "valgrind") != nullptr))
+        GTEST_SKIP() << "no list, or the processor is another one";
+    const auto has = [&](const char* feature) {
+        return std::find(listed.begin(), listed.end(), feature) != listed.end();
+    };
+    EXPECT_EQ(detected_processor_features().avx2, has("avx2"));
+    EXPECT_EQ(detected_processor_features().avx512, has("avx512f") && has("avx512dq") && has("avx512vl"));
 }
 
 TEST(instruction_sets, the_widest_table_is_the_last_that_the_processor_at_hand_can_run) {

@@ -120,6 +120,22 @@ TEST(row_tables, all_rows_have_the_reference_constants) {
     expect_all(std::make_integer_sequence<int, supported_setting_count>{});
 }
 
+// At the samples of a step, which no compiler knows here.
+template <class tables, int S>
+void expect_values_at_run_time(double (*sample)(int)) {
+    for (int e = 0; e <= S; ++e) {
+        volatile double v = sample(e);
+        EXPECT_TRUE(equal_bits(listed(tables::sample_value[std::size_t(e)]), listed(tables::values_at(v))));
+    }
+}
+
+TEST(row_tables, the_values_of_a_basis_are_the_same_at_run_time) {
+    expect_values_at_run_time<continuous_tables<37>, 16>([](int e) { return double(e) * (1.0 / 16.0); });
+    expect_values_at_run_time<integrated_tables<37>, 16>([](int e) { return double(e) / 16.0; });
+    expect_values_at_run_time<continuous_tables<17>, 9>([](int e) { return double(e) * (1.0 / 9.0); });
+    expect_values_at_run_time<integrated_tables<17>, 9>([](int e) { return double(e) / 9.0; });
+}
+
 TEST(row_tables, the_block_weights_of_two_nodes_can_be_checked_by_hand) {
     // m = 2, [0, 1], at c = 1/2: nothing from the node 0, and 1/4 of each basis function one spacing back.
     const auto& rule = row_tables<6>::present[1];

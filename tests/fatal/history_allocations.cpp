@@ -1,0 +1,75 @@
+// A history in which any allocation fails can begin anew, and then gives the sums of one in which none has failed.
+#include "support/bits.hpp"
+#include "support/random_data.hpp"
+#include "support/replaced_new.hpp"
+#include "toeplitz_history/toeplitz_history.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <limits>
+#include <new>
+#include <vector>
+
+namespace {
+
+constexpr long without_end = std::numeric_limits<long>::max();
+long allocations_left = without_end;
+
+} // namespace
+
+void* quenta_tests::allocate_block(std::size_t bytes, std::size_t alignment) {
+    if (allocations_left == 0)
+        throw std::bad_alloc{};
+    --allocations_left;
+    void* const block = std::aligned_alloc(alignment, (bytes + alignment) / alignment * alignment);
+    if (block == nullptr)
+        throw std::bad_alloc{};
+    return block;
+}
+
+void quenta_tests::release_block(void* block) noexcept {
+    std::free(block);
+}
+
+namespace quenta {
+
+namespace {
+
+void march(ToeplitzHistory& history, int n, int p, const std::vector<double>& kernel, const std::vector<double>& x) {
+    history.init(n, p, p);
+    std::copy(kernel.begin(), kernel.end(), history.kernel.begin());
+    for (int t = 0; t < n; ++t)
+        history.push({std::uint64_t(p), x.data() + t * p});
+}
+
+TEST(history, begins_anew_after_any_failing_allocation) {
+    quenta_tests::random_data random{20260811};
+    constexpr int n = 300; // transforms of several sizes, with and without room for their kernels
+    for (const int p : {1, 2, 5}) {
+        const std::vector<double> kernel = random.uniform(std::size_t(n * p * p)),
+                                  x = random.uniform(std::size_t(n * p));
+        ToeplitzHistory undisturbed;
+        march(undisturbed, n, p, kernel, x);
+        const std::vector<double> expected(undisturbed.sums.begin(), undisturbed.sums.end());
+        int failures = 0;
+        for (bool failed = true; failed; ++failures) {
+            ToeplitzHistory history;
+            allocations_left = failures;
+            try {
+                march(history, n, p, kernel, x);
+                failed = false;
+            } catch (const std::bad_alloc&) {
+            }
+            allocations_left = without_end;
+            march(history, n, p, kernel, x);
+            ASSERT_TRUE(quenta_tests::equal_bits(expected, {history.sums.data(), history.sums.size()}))
+                << "p = " << p << ", failed allocation " << failures;
+        }
+        EXPECT_GT(failures, 20);
+    }
+}
+
+} // namespace
+
+} // namespace quenta
