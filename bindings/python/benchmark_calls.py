@@ -74,8 +74,8 @@ def overhead(kind: str, D: Optional[int], rounds: int) -> tuple[float, float, fl
     return own, whole, added
 
 
-def solves_a_second(threads: int, N: int, solves: int) -> float:
-    """Of threads that each solve so often, from when all have started."""
+def run_threads(threads: int, N: int, solves: int) -> tuple[float, float]:
+    """Of threads that each solve so often, from when all have started: solves a second, and processors kept busy."""
     t = np.arange(N) * 0.01
     g, K = np.ones(N), np.exp(-t)
     start = threading.Barrier(threads + 1)
@@ -90,16 +90,23 @@ def solves_a_second(threads: int, N: int, solves: int) -> float:
     for worker in workers:
         worker.start()
     start.wait()
-    started = time.perf_counter()
+    started, processor = time.perf_counter(), time.process_time()
     for worker in workers:
         worker.join()
-    return threads * solves / (time.perf_counter() - started)
+    seconds = time.perf_counter() - started
+    return threads * solves / seconds, (time.process_time() - processor) / seconds
 
 
-def thread_gain(N: int, solves: int, rounds: int) -> tuple[float, float]:
-    """Solves a second with one thread, and by how much two are faster: medians over pairs that ran in turn."""
-    pairs = [(solves_a_second(1, N, solves), solves_a_second(2, N, solves)) for _ in range(rounds)]
-    return statistics.median(one for one, _ in pairs), statistics.median(two / one for one, two in pairs)
+def thread_gain(N: int, solves: int, rounds: int) -> tuple[float, float, float, float]:
+    """Solves a second with one thread, by how much two are faster, and the processors that either kept busy.
+
+    Medians over pairs that ran in turn. On a machine with other work to do, the gain is that of the processors it gave.
+    """
+    pairs = [(*run_threads(1, N, solves), *run_threads(2, N, solves)) for _ in range(rounds)]
+    one, gain, busy, both_busy = (
+        statistics.median(column) for column in zip(*((one, two / one, busy, both) for one, busy, two, both in pairs))
+    )
+    return one, gain, busy, both_busy
 
 
 def main(arguments: list[str]) -> int:
@@ -114,11 +121,11 @@ def main(arguments: list[str]) -> int:
             own, whole, added = overhead(kind, D, rounds)
             name = f"solve_{kind}, " + ("scalar" if D is None else f"D = {D}")
             print(f"{name:24} {own:7.1f}  {whole:7.1f}  {added:9.1f}  {whole / own:12.2f}")
-    print("\nsolve_vie2 in threads, solves a second:\n")
-    print("samples   one thread   two threads / one")
-    for N, solves in ((1001, 400), (10001, 40), (100001, 3)):
-        one, gain = thread_gain(N, solves, 3 if arguments else 15)
-        print(f"{N:7}  {one:11.0f}  {gain:18.2f}")
+    print("\nsolve_vie2 in threads:\n")
+    print("samples   one thread, solves a second   processors   two threads / one   processors")
+    for N, solves in ((1001, 1000), (10001, 100), (100001, 8)):
+        one, gain, busy, both_busy = thread_gain(N, solves, 3 if arguments else 15)
+        print(f"{N:7}  {one:28.0f}  {busy:11.2f}  {gain:18.2f}  {both_busy:11.2f}")
     return 0
 
 
