@@ -11,7 +11,8 @@ import os
 import pathlib
 import sys
 import threading
-from ctypes import POINTER, c_double, c_int, c_void_p
+from ctypes import POINTER, byref, c_double, c_int, c_void_p
+from typing import Optional
 
 from .errors import SizeError
 
@@ -35,7 +36,7 @@ def _load() -> ctypes.CDLL:
         except OSError as failure:
             raise ImportError(f"{_VARIABLE} names no library that can be loaded: {failure}") from None
     package, prefix = pathlib.Path(__file__).parent, pathlib.Path(sys.prefix)
-    for directory in (package, prefix / "lib", prefix / "bin"):
+    for directory in (package, prefix / "lib", prefix / "lib64", prefix / "bin"):
         for name in _NAMES:
             if (directory / name).is_file():
                 return ctypes.CDLL(str(directory / name))
@@ -128,11 +129,26 @@ def enter_thread() -> None:
         _attach()
 
 
+def _stack_size() -> Optional[int]:
+    """The size of this thread's stack in bytes, where the system tells."""
+    attributes, size = (ctypes.c_char * 256)(), ctypes.c_size_t()
+    try:
+        system = ctypes.CDLL(None)
+        system.pthread_getattr_np.argtypes = [ctypes.c_ulong, c_void_p]
+        if system.pthread_getattr_np(threading.get_ident(), attributes) != 0:
+            return None
+        system.pthread_attr_getstacksize(attributes, byref(size))
+        system.pthread_attr_destroy(attributes)
+    except (AttributeError, OSError, TypeError):  # another system
+        return threading.stack_size() or None
+    return size.value
+
+
 def _attach() -> None:
-    stack = threading.stack_size()
-    if 0 < stack < _LEAST_STACK and threading.current_thread() is not threading.main_thread():
+    stack = _stack_size()
+    if stack is not None and stack < _LEAST_STACK:
         raise SizeError(
-            f"threading.stack_size: expected at least {_LEAST_STACK} bytes for threads that solve, came {stack}"
+            f"threading.stack_size: expected at least {_LEAST_STACK} bytes for a thread that solves, came {stack}"
         )
     with _attachment:
         # A request without nodes: the library notes the thread, refuses, and reads nothing.

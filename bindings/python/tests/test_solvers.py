@@ -1,6 +1,8 @@
 """Solutions are right, have the shapes that are promised, and do not depend on how an array lies in memory."""
 
+import pathlib
 import pickle
+import re
 
 import numpy as np
 import pytest
@@ -202,3 +204,11 @@ def test_inputs_are_left_as_they_are():
         before = [np.array(value) for value in given]
         SOLVERS[kind](*given, DT)
         assert all(np.array_equal(value, old) for value, old in zip(given, before))
+
+
+def test_the_snippet_of_the_readme_runs(capsys):
+    text = (pathlib.Path(__file__).parents[1] / "README.md").read_text(encoding="utf-8")
+    snippets = re.findall(r"```python\n(.*?)```", text, re.DOTALL)
+    assert len(snippets) == 1
+    exec(snippets[0], {})
+    assert float(capsys.readouterr().out.split()[0]) < 2e-5

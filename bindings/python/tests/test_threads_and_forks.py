@@ -44,7 +44,7 @@ def test_many_threads_that_end():
 
 
 def test_a_thread_with_too_small_a_stack_is_refused():
-    raised = []
+    raised, go_on = [], threading.Event()
 
     def work():
         try:
@@ -54,11 +54,12 @@ def test_a_thread_with_too_small_a_stack_is_refused():
 
     before = threading.stack_size(128 * 1024)
     try:
-        thread = threading.Thread(target=work)
+        thread = threading.Thread(target=lambda: (go_on.wait(), work()))
         thread.start()
-        thread.join()
     finally:
-        threading.stack_size(before)
+        threading.stack_size(before)  # what counts is the stack that the thread has
+    go_on.set()
+    thread.join()
     assert len(raised) == 1 and "threading.stack_size: expected at least" in raised[0]
 
 
@@ -130,6 +131,14 @@ def test_another_library_is_refused():
 def test_no_library_at_all_is_said_so():
     ended = run_python("import quenta")
     assert ended.returncode == 1 and "set the environment variable QUENTA_LIBRARY to its path" in ended.stderr
+
+
+@pytest.mark.skipif(not sys.platform.startswith("linux"), reason="names a library as on Linux")
+def test_the_library_of_the_prefix_is_found(tmp_path):
+    (tmp_path / "lib").mkdir()
+    (tmp_path / "lib" / "libquenta_native.so").symlink_to(os.environ["QUENTA_LIBRARY"])
+    ended = run_python(f"import sys; sys.prefix = {str(tmp_path)!r}; import quenta; print(len(quenta.settings()))")
+    assert (ended.returncode, ended.stdout) == (0, "56\n"), ended.stderr
 
 
 @pytest.mark.skipif(not sys.platform.startswith("linux"), reason="reads /proc")
