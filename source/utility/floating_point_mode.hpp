@@ -14,6 +14,34 @@ namespace quenta {
 
 #if defined(__x86_64__)
 
+#if defined(_WIN32)
+// `cos` and `sin` of the run time are instructions of the older unit there, which has a mode of its own. Its threads
+// start with another one than that of the run time.
+class standard_x87_mode {
+public:
+    standard_x87_mode() {
+        __asm__ volatile("fnstcw %0" : "=m"(host));
+        if (host != standard)
+            set(standard);
+    }
+    ~standard_x87_mode() {
+        if (host != standard)
+            set(host);
+    }
+    standard_x87_mode(const standard_x87_mode&) = delete;
+    standard_x87_mode& operator=(const standard_x87_mode&) = delete;
+
+private:
+    static constexpr unsigned short standard = 0x037F; // all 64 digits, to nearest, no traps
+
+    static void set(unsigned short word) { __asm__ volatile("fldcw %0" : : "m"(word)); }
+
+    unsigned short host;
+};
+#else
+struct standard_x87_mode {}; // nothing calculates there
+#endif
+
 // Asking costs next to nothing, and setting the control word a hundred times that, so it is set only where it differs.
 class standard_floating_point_mode {
 public:
@@ -35,6 +63,7 @@ private:
     bool differs() const { return (host & control) != standard; }
 
     const unsigned host = _mm_getcsr();
+    [[no_unique_address]] const standard_x87_mode x87;
 };
 
 #else

@@ -21,6 +21,10 @@ namespace quenta::platform {
 static_assert(FLS_OUT_OF_INDEXES == no_slot, "a failed allocation is stored as it comes");
 
 std::uint32_t allocate_thread_slot(void (*destructor)(void*)) {
+    // A thread with a value calls back into the library at its end, so the library cannot be unloaded before.
+    HMODULE pinned;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                       reinterpret_cast<LPCWSTR>(run_slot_destructor), &pinned);
     slot_destructor = destructor;
     return FlsAlloc(run_slot_destructor);
 }
@@ -41,6 +45,7 @@ void raise_arithmetic_fault() {
 } // namespace quenta::platform
 
 // Loading starts nothing. The end of a thread is seen through its slot alone, so the per-thread notifications are off.
+// (The system declines where the run time in the library has thread-local data, which it then still helps to release.)
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH)
         DisableThreadLibraryCalls(module);

@@ -1,4 +1,5 @@
-# cmake -DLIBRARY=<shared library> -DHEADER=<public header> -DDOCUMENT=<layout> -P exported_symbols.cmake
+# cmake -DLIBRARY=<shared library> -DHEADER=<public header> -DDOCUMENT=<layout> -DNM=<program> -DREADELF=<program>
+#       -DCOMPILER=<program> -P exported_symbols.cmake
 #
 # The shared library (ELF) exports the functions of the header, the variants of three kinds of block solvers, and nothing
 # else; it names its version; it needs nothing but the compiler's and the C library, and of the mathematical functions
@@ -6,28 +7,7 @@
 
 cmake_minimum_required(VERSION 3.25)
 
-function(run output)
-    execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
-    set(${output} "${text}" PARENT_SCOPE)
-endfunction()
-
-function(expect_equal what expected actual)
-    if(NOT "${expected}" STREQUAL "${actual}")
-        message(SEND_ERROR "${what}:\n  expected ${expected}\n  actual   ${actual}")
-    endif()
-endfunction()
-
-# The functions of the header.
-file(READ "${HEADER}" header)
-string(REGEX MATCHALL "\nQUENTA_API [a-z]+ [a-z0-9_]+\\(" declarations "${header}")
-list(TRANSFORM declarations REPLACE ".* ([a-z0-9_]+)\\(" "\\1" OUTPUT_VARIABLE declared)
-string(REGEX MATCHALL "\nQUENTA_API" all_declarations "${header}")
-list(LENGTH declared declared_count)
-list(LENGTH all_declarations all_count)
-expect_equal("functions found in the header" ${all_count} ${declared_count})
-if(declared_count LESS 9)
-    message(SEND_ERROR "only ${declared_count} functions were found in ${HEADER}")
-endif()
+include(${CMAKE_CURRENT_LIST_DIR}/declared_exports.cmake)
 
 # The table of the document.
 file(READ "${DOCUMENT}" document)
@@ -49,26 +29,8 @@ list(SORT documented)
 list(SORT declared)
 expect_equal("functions of the header that the document lists" "${declared}" "${documented}")
 
-# The variants of the block solvers: a view is {length, pointer}.
-set(in "quenta::view<double const>")
-set(out "quenta::view<double>")
-set(variants "")
-foreach(P RANGE 1 5)
-    list(APPEND variants
-        "bool quenta::function_solve_vie1_impl<${P}>(${in}, ${in}, int, ${out})"
-        "bool quenta::function_solve_vie1_cont_impl<${P}>(${in}, ${in}, int, ${in}, double, double, ${out}, ${out})"
-        "bool quenta::function_solve_vide_impl<${P}>(${in}, ${in}, ${in}, ${in}, ${in}, ${in}, double, int, ${out}, ${out})")
-    foreach(D RANGE 1 8)
-        set(vec "vec_impl<${P}, ${D}>")
-        list(APPEND variants
-            "bool quenta::function_solve_vie1_${vec}(${in}, ${in}, int, ${out})"
-            "bool quenta::function_solve_vie1_cont_${vec}(${in}, ${in}, int, ${in}, double, ${in}, ${out}, ${out})"
-            "bool quenta::function_solve_vide_${vec}(${in}, ${in}, ${in}, ${in}, ${in}, ${in}, ${in}, int, ${out}, ${out})")
-    endforeach()
-endforeach()
-
 # The symbols of the library.
-run(symbols nm -D --defined-only --demangle "${LIBRARY}")
+run(symbols "${NM}" -D --defined-only --demangle "${LIBRARY}")
 string(REGEX MATCHALL "[^\n]+" exported "${symbols}")
 list(TRANSFORM exported REPLACE "^[0-9a-f]+ [A-Za-z] " "")
 set(expected ${declared} ${variants})
@@ -83,7 +45,7 @@ read_row(documented "their variants in C\\+\\+")
 list(SORT documented)
 expect_equal("variants that the document lists" "${variant_names}" "${documented}")
 
-run(dynamic readelf -d -W "${LIBRARY}")
+run(dynamic "${READELF}" -d -W "${LIBRARY}")
 get_filename_component(file "${LIBRARY}" REALPATH)
 get_filename_component(file "${file}" NAME)
 string(REGEX MATCH "SONAME[^[]*\\[libquenta_native\\.so\\.([0-9]+)\\]" soname "${dynamic}")
@@ -100,15 +62,12 @@ list(SORT documented)
 expect_equal("libraries that the library needs" "${documented}" "${needed}")
 
 # The mathematical functions that it calls.
-run(links ldd "${LIBRARY}")
-string(REGEX MATCH "libm\\.so\\.6 => ([^ ]+)" found "${links}")
-set(mathematical "")
-if(found)
-    run(symbols nm -D --defined-only --format=posix "${CMAKE_MATCH_1}")
-    string(REGEX MATCHALL "[^\n@]+@[^\n]*" lines "${symbols}")
-    list(TRANSFORM lines REPLACE "@.*" "" OUTPUT_VARIABLE mathematical)
-endif()
-run(symbols nm -D --undefined-only --format=posix "${LIBRARY}")
+run(libm "${COMPILER}" -print-file-name=libm.so.6)
+string(STRIP "${libm}" libm)
+run(symbols "${NM}" -D --defined-only --format=posix "${libm}")
+string(REGEX MATCHALL "[^\n@]+@[^\n]*" lines "${symbols}")
+list(TRANSFORM lines REPLACE "@.*" "" OUTPUT_VARIABLE mathematical)
+run(symbols "${NM}" -D --undefined-only --format=posix "${LIBRARY}")
 string(REGEX MATCHALL "[^\n]+" lines "${symbols}")
 list(TRANSFORM lines REPLACE "[@ ].*" "" OUTPUT_VARIABLE undefined)
 set(called "")

@@ -61,6 +61,17 @@ std::vector<host_mode> host_modes() {
                          return control() == (traps & ~0x0400u);
                      }});
 #endif
+#if defined(_WIN32)
+    static constexpr unsigned short double_precision = 0x027F; // as the system gives it to a thread
+    const auto set_double_precision = [] {
+        __asm__ volatile("fldcw %0" : : "m"(double_precision));
+    };
+    modes.push_back({"fewer digits in the older unit", set_double_precision, [] {
+                         unsigned short word;
+                         __asm__ volatile("fnstcw %0" : "=m"(word));
+                         return word == double_precision;
+                     }});
+#endif
     return modes;
 }
 

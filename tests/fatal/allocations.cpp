@@ -14,14 +14,11 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdlib>
 #include <new>
 #include <span>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <malloc.h>
 
 namespace {
 
@@ -73,11 +70,9 @@ void* quenta_tests::allocate_block(std::size_t bytes, std::size_t alignment) {
         if (number < long(record->allocations.size()))
             record->allocations[std::size_t(number)] = {bytes, record->pushes, record->in_a_push};
     }
-    void* const block = std::aligned_alloc(alignment, (bytes + alignment) / alignment * alignment);
-    if (block == nullptr)
-        throw std::bad_alloc{};
+    void* const block = heap_block(bytes, alignment);
     ++live_blocks;
-    note_bytes(long(malloc_usable_size(block)));
+    note_bytes(long(size_of_heap_block(block)));
     return block;
 }
 
@@ -85,8 +80,8 @@ void quenta_tests::release_block(void* block) noexcept {
     if (block == nullptr)
         return;
     --live_blocks;
-    note_bytes(-long(malloc_usable_size(block)));
-    std::free(block);
+    note_bytes(-long(size_of_heap_block(block)));
+    release_heap_block(block);
 }
 
 extern "C" {

@@ -19,14 +19,11 @@ thread_local long allocations = 0;
 
 void* quenta_tests::allocate_block(std::size_t bytes, std::size_t alignment) {
     allocations += counting;
-    void* const block = std::aligned_alloc(alignment, (bytes + alignment) / alignment * alignment);
-    if (block == nullptr)
-        throw std::bad_alloc{};
-    return block;
+    return heap_block(bytes, alignment);
 }
 
 void quenta_tests::release_block(void* block) noexcept {
-    std::free(block);
+    release_heap_block(block);
 }
 
 namespace quenta_tests {

@@ -26,7 +26,7 @@ enum place { start, step_boundary, end, node, between_nodes };
 constexpr std::array place_names{"sample 0", "step boundaries", "the last sample", "nodes", "between nodes"};
 
 constexpr bool is_zero(double x) {
-    return std::fabs(x) < 1e-12;
+    return -1e-12 < x && x < 1e-12;
 }
 
 constexpr double no_sample = -1.0;

@@ -49,11 +49,25 @@ inline std::vector<double> lagrange_coefficients(const std::vector<double>& node
     return r;
 }
 
+// x to the power of k: the double next to it, as `pow` gives it for the few bases and exponents of the tables.
+inline double power(double x, std::size_t k) {
+#if defined(_WIN32)
+    // Where `pow` multiplies, and rounds each time, the extended format has the digits.
+    long double product = 1.0L;
+    for (; k > 0; --k)
+        product *= x;
+    return double(product);
+#else
+    volatile double base = x; // the library's function itself, not a compiler's idea of it
+    return std::pow(base, double(k));
+#endif
+}
+
 // The polynomial with the coefficients r, at x.
 inline double basis_value(const std::vector<double>& r, double x) {
     double value = 0.0;
     for (std::size_t k = 0; k < r.size(); ++k)
-        value = value + r[k] * std::pow(x, double(k));
+        value = value + r[k] * power(x, k);
     return value;
 }
 

@@ -2,13 +2,57 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdlib>
 #include <new>
+
+#include <malloc.h>
 
 namespace quenta_tests {
 
 // May throw std::bad_alloc. The alignment is a power of two.
 [[gnu::noinline]] void* allocate_block(std::size_t bytes, std::size_t alignment);
 [[gnu::noinline]] void release_block(void* block) noexcept;
+
+// The heap, for these two.
+#if defined(_WIN32)
+
+// Which tells no size of a block that is aligned: it stands before the block.
+constexpr std::size_t most_alignment = 64;
+
+inline void* heap_block(std::size_t bytes, std::size_t) {
+    void* const start = _aligned_malloc(most_alignment + bytes, most_alignment);
+    if (start == nullptr)
+        throw std::bad_alloc{};
+    *static_cast<std::size_t*>(start) = bytes;
+    return static_cast<unsigned char*>(start) + most_alignment;
+}
+inline void* start_of_heap_block(void* block) {
+    return static_cast<unsigned char*>(block) - most_alignment;
+}
+inline std::size_t size_of_heap_block(void* block) {
+    return *static_cast<std::size_t*>(start_of_heap_block(block));
+}
+inline void release_heap_block(void* block) {
+    if (block != nullptr)
+        _aligned_free(start_of_heap_block(block));
+}
+
+#else
+
+inline void* heap_block(std::size_t bytes, std::size_t alignment) {
+    void* const block = std::aligned_alloc(alignment, (bytes + alignment) / alignment * alignment);
+    if (block == nullptr)
+        throw std::bad_alloc{};
+    return block;
+}
+inline std::size_t size_of_heap_block(void* block) {
+    return malloc_usable_size(block);
+}
+inline void release_heap_block(void* block) {
+    std::free(block);
+}
+
+#endif
 
 } // namespace quenta_tests
 

@@ -1,0 +1,156 @@
+// How far results lie from those of another platform. Only the angles of the transform, which the platform's `cos` and
+// `sin` turn into numbers, can set them apart; here the samples are made by the four operations alone, and every march
+// is long enough for the transform.
+//
+//   --write=FILE    writes the results of this platform
+//   --compare=FILE  compares them with those that another platform has written
+#include "conformance/every_solver.hpp"
+#include "support/bits.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quenta_tests {
+
+namespace {
+
+struct result {
+    std::string name;
+    std::uint64_t most_ulps; // that another platform may be away,
+    double negligible;       // but for differences of this size
+    std::vector<double> values;
+};
+
+// The functions at the angles of all transforms of up to 2^30 points, both ways. At half and quarter turns they are
+// nearly 0, which not every platform calculates to the last digit; what counts is how that compares with 1.
+result function_at_angles(const char* name, const std::function<double(double)>& function) {
+    result made{name, 1, 0x1p-64, {}};
+    for (int bits = 1; bits <= 30; ++bits)
+        for (const double turn : {-6.283185307179586, 6.283185307179586})
+            made.values.push_back(function(turn / double(std::int64_t{1} << bits)));
+    return made;
+}
+
+// A problem on 0 .. 10 whose solution is positive and smooth.
+system_samples smooth_samples(equation kind, int D, int N, double dt) {
+    system_samples made{D};
+    for (int i = 0; i < N; ++i) {
+        const double t = i * dt;
+        for (int r = 0; r < D; ++r) {
+            made.g.push_back((kind == equation::first_kind ? t : 1.0) * (1.0 + 0.125 * r));
+            for (int c = 0; c < D; ++c) {
+                made.K.push_back((r == c ? 1.0 : 0.25 / (D * (1.0 + r + c))) / (1.0 + t));
+                made.a.push_back((r == c ? -1.0 : 0.125 / D) / (2.0 + t));
+            }
+        }
+    }
+    for (double& value : made.K)
+        value *= kind == equation::first_kind ? 1.0 : 0.25;
+    made.y0.assign(std::size_t(D), 1.0);
+    return made;
+}
+
+// The first kind takes differences of what the history has summed, and so makes more of each rounding.
+std::uint64_t most_ulps_of(equation kind) {
+    return kind == equation::first_kind ? 1000000 : 16;
+}
+
+std::vector<result> results() {
+    std::vector<result> made;
+    made.push_back(function_at_angles("cos", [](double angle) { return std::cos(angle); }));
+    made.push_back(function_at_angles("sin", [](double angle) { return std::sin(angle); }));
+    for (const sampled_solver& solver : every_solver)
+        for (const reference::setting& row : {reference::setting{1, {1}}, {3, {1, 2, 3}}})
+            for (const int D : solver.solves_systems ? std::vector{1, 3, 9} : std::vector{1})
+                for (const int steps : {64, 300, 2000}) {
+                    const int N = steps * row.m * row.m + 1;
+                    const double dt = 10.0 / (N - 1);
+                    const sampled_answer answer = solver.solve(smooth_samples(solver.kind, D, N, dt), dt, row, 0);
+                    EXPECT_EQ(answer.status, QUENTA_SOLVED);
+                    made.push_back({solver.name + (" m " + std::to_string(row.m)) + " D " + std::to_string(D) +
+                                        " steps " + std::to_string(steps),
+                                    most_ulps_of(solver.kind),
+                                    0.0,
+                                    {answer.out.values().begin(), answer.out.values().end()}});
+                }
+    return made;
+}
+
+std::string file_to_write, file_to_compare;
+
+// A name a line, then a value a line, as its bits.
+void write(const std::vector<result>& made, const std::string& path) {
+    std::ofstream file{path, std::ios::binary};
+    for (const result& each : made) {
+        file << each.name << '\n';
+        for (const double value : each.values)
+            file << std::bit_cast<std::uint64_t>(value) << '\n';
+    }
+    ASSERT_TRUE(file.flush()) << path;
+}
+
+TEST(other_platform, has_these_results_but_for_a_few_ulps) {
+    const std::vector<result> made = results();
+    ASSERT_EQ(made.size(), 2u + 2 * (4 * 3 + 4) * 3);
+    if (!file_to_write.empty())
+        write(made, file_to_write);
+    if (file_to_compare.empty())
+        return;
+    std::ifstream file{file_to_compare, std::ios::binary};
+    std::size_t differences = 0, values = 0;
+    std::printf("%-48s %9s %9s %12s\n", "", "values", "differ", "most ulps");
+    for (const result& here : made) {
+        std::string line;
+        ASSERT_TRUE(std::getline(file, line));
+        ASSERT_EQ(line, here.name);
+        std::size_t differ = 0, worst = 0;
+        std::uint64_t most = 0;
+        std::vector<double> there;
+        for (std::size_t i = 0; i < here.values.size(); ++i) {
+            ASSERT_TRUE(std::getline(file, line)) << here.name;
+            there.push_back(std::bit_cast<double>(std::uint64_t{std::stoull(line)}));
+            const std::uint64_t apart = ulps_apart(there[i], here.values[i]);
+            differ += apart != 0;
+            if (apart > most && !(std::abs(there[i] - here.values[i]) <= here.negligible)) {
+                most = apart;
+                worst = i;
+            }
+        }
+        std::printf("%-48s %9zu %9zu %12llu\n", here.name.c_str(), here.values.size(), differ,
+                    static_cast<unsigned long long>(most));
+        EXPECT_LE(most, here.most_ulps) << here.name << ", index " << worst << ": "
+                                        << equal_bits(there[worst], here.values[worst]).message();
+        differences += differ;
+        values += here.values.size();
+    }
+    std::printf("%zu of %zu values differ\n", differences, values);
+}
+
+} // namespace
+
+} // namespace quenta_tests
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    for (const std::string_view argument : std::vector<std::string_view>(argv + 1, argv + argc)) {
+        const auto value_of = [&](std::string_view name, std::string& value) {
+            return argument.starts_with(name) && (value = argument.substr(name.size()), true);
+        };
+        if (!value_of("--write=", quenta_tests::file_to_write) &&
+            !value_of("--compare=", quenta_tests::file_to_compare)) {
+            std::fprintf(stderr, "other_platform: unknown option %s\n", std::string{argument}.c_str());
+            return 2;
+        }
+    }
+    return RUN_ALL_TESTS();
+}
