@@ -41,6 +41,7 @@ TEST(instruction_sets, features_choose_the_tables_from_the_baseline_up) {
 #endif
 }
 
+#if defined(__x86_64__)
 // The system lists what the processor has and what it saves of it.
 TEST(instruction_sets, features_are_those_that_the_system_lists) {
     std::ifstream system{"/proc/cpuinfo"};
@@ -60,6 +61,7 @@ TEST(instruction_sets, features_are_those_that_the_system_lists) {
     EXPECT_EQ(detected_processor_features().avx2, has("avx2"));
     EXPECT_EQ(detected_processor_features().avx512, has("avx512f") && has("avx512dq") && has("avx512vl"));
 }
+#endif
 
 TEST(instruction_sets, the_widest_table_is_the_last_that_the_processor_at_hand_can_run) {
     EXPECT_EQ(widest_table<named_table>().name, runnable_names(detected_processor_features()).back());
