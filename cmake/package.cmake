@@ -1,0 +1,28 @@
+# A pair of Debian packages, one for each component of the installation: scripts/package.
+foreach(package libquenta-native0 libquenta-native-dev)
+    set(component library)
+    if(package MATCHES "-dev$")
+        set(component development)
+    endif()
+    # Only in the packages, not where `cmake --install` puts everything.
+    install(FILES LICENSE DESTINATION share/doc/${package} RENAME copyright COMPONENT ${component} EXCLUDE_FROM_ALL)
+    string(TOUPPER ${component} COMPONENT)
+    set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME ${package})
+endforeach()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_COMPONENTS_ALL library development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_CONTACT "the quenta_native developers <quenta-native@localhost>")
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libquenta-native0 (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "The library that programs need to run.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+    "The header, and what CMake and pkg-config need to build programs with the library.")
+include(CPack)
