@@ -63,7 +63,7 @@ private:
     bool differs() const { return (host & control) != standard; }
 
     const unsigned host = _mm_getcsr();
-    [[no_unique_address]] const standard_x87_mode x87;
+    [[no_unique_address]] const standard_x87_mode x87{};
 };
 
 #else
