@@ -43,7 +43,7 @@ struct standard_x87_mode {}; // nothing calculates there
 #endif
 
 // Asking costs next to nothing, and setting the control word a hundred times that, so it is set only where it differs.
-class standard_floating_point_mode {
+class standard_floating_point_mode : standard_x87_mode {
 public:
     standard_floating_point_mode() {
         if (differs())
@@ -63,7 +63,6 @@ private:
     bool differs() const { return (host & control) != standard; }
 
     const unsigned host = _mm_getcsr();
-    [[no_unique_address]] const standard_x87_mode x87{};
 };
 
 #else
