@@ -67,7 +67,7 @@ private:
 
 #else
 
-class standard_floating_point_mode : standard_x87_mode {
+class standard_floating_point_mode {
 public:
     standard_floating_point_mode() {
         std::fegetenv(&host);
