@@ -102,12 +102,8 @@ def settings() -> list[Setting]:
 
 def find_setting(setting: SettingLike) -> Setting:
     """The row for a `Setting` or a pair (m, nodes) such as `(2, [0, 1, 2])`."""
-    if isinstance(setting, Setting):
-        if 0 <= setting.row < len(_SETTINGS) and setting == _SETTINGS[setting.row]:
-            return setting
-        raise UnsupportedSettingError(f"setting: expected one of quenta.settings(), came {setting!r}")
     try:
-        m, nodes = setting
+        m, nodes = (setting.m, setting.nodes) if isinstance(setting, Setting) else setting
         found = _BY_NAME.get((operator.index(m), tuple(map(operator.index, nodes))))
     except (TypeError, ValueError):
         raise ValueError(

@@ -95,11 +95,18 @@ def test_sampled_solvers_refuse(case):
 
 
 def test_a_setting_that_was_made_up_is_refused():
-    row = quenta.settings()[9]
-    made_up = quenta.Setting(row.row, row.m, (0, 1, 7), row.measured)
-    for setting in (made_up, quenta.Setting(99, 2, (0, 1), {}), quenta.Setting(-1, 2, (0, 1), {})):
-        with pytest.raises(quenta.UnsupportedSettingError, match="setting"):
+    for expected, setting in (
+        (quenta.UnsupportedSettingError, quenta.Setting(9, 2, (0, 1, 7), {})),
+        (quenta.UnsupportedSettingError, quenta.Setting(0, 0, (0,), {})),
+        (ValueError, quenta.Setting(9, "2", None, {})),
+    ):
+        with pytest.raises(expected, match="setting: expected"):
             quenta.solve_vie2(ONES, ONES, 0.1, setting=setting)
+
+
+def test_of_a_setting_only_m_and_the_nodes_count():
+    made_up = quenta.solve_vie2(ONES, ONES, 0.1, setting=quenta.Setting(99, 2, (0, 1), {}))
+    assert made_up.setting is quenta.settings()[6]
 
 
 def test_values_that_are_not_finite_pass_when_asked_for():
