@@ -8,6 +8,7 @@
 //   --hashes-only        compares with no twin: what takes long in a slow build
 #include "conformance/function_call.hpp"
 #include "conformance/sampled_bits.hpp"
+#include "support/options.hpp"
 #include "utility/instruction_sets.hpp"
 
 #include <gtest/gtest.h>
@@ -227,18 +228,15 @@ TEST(every_case, of_the_solvers_from_blocks) {
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
     for (const std::string_view argument : std::vector<std::string_view>(argv + 1, argv + argc)) {
-        const auto value_of = [&](std::string_view name, std::string& value) {
-            return argument.starts_with(name) && (value = argument.substr(name.size()), true);
-        };
         std::string seed;
         if (argument == "--full")
             options.full = true;
         else if (argument == "--hashes-only")
             options.hashes_only = true;
-        else if (value_of("--seed=", seed))
+        else if (quenta_tests::value_of("--seed=", argument, seed))
             options.seed = std::stoull(seed);
-        else if (!value_of("--manifest=", options.manifest) &&
-                 !value_of("--instruction-set=", options.instruction_set)) {
+        else if (!quenta_tests::value_of("--manifest=", argument, options.manifest) &&
+                 !quenta_tests::value_of("--instruction-set=", argument, options.instruction_set)) {
             std::fprintf(stderr, "every_case: unknown option %s\n", std::string{argument}.c_str());
             return 2;
         }

@@ -6,6 +6,7 @@
 //   --compare=FILE  compares them with those that another platform has written
 #include "conformance/every_solver.hpp"
 #include "support/bits.hpp"
+#include "support/options.hpp"
 
 #include <gtest/gtest.h>
 
@@ -143,11 +144,8 @@ TEST(other_platform, has_these_results_but_for_a_few_ulps) {
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
     for (const std::string_view argument : std::vector<std::string_view>(argv + 1, argv + argc)) {
-        const auto value_of = [&](std::string_view name, std::string& value) {
-            return argument.starts_with(name) && (value = argument.substr(name.size()), true);
-        };
-        if (!value_of("--write=", quenta_tests::file_to_write) &&
-            !value_of("--compare=", quenta_tests::file_to_compare)) {
+        if (!quenta_tests::value_of("--write=", argument, quenta_tests::file_to_write) &&
+            !quenta_tests::value_of("--compare=", argument, quenta_tests::file_to_compare)) {
             std::fprintf(stderr, "other_platform: unknown option %s\n", std::string{argument}.c_str());
             return 2;
         }
