@@ -8,14 +8,19 @@ from __future__ import annotations
 import ctypes
 import math
 import operator
-from typing import Any, Optional, Union
+from typing import TYPE_CHECKING, Any, Optional, Union
 
 import numpy as np
-from numpy.typing import NDArray
 
 from .machine_memory import require_memory
 
-Array = NDArray[np.float64]
+if TYPE_CHECKING:  # NumPy knows the types of elements since 1.21, which Python 3.9 need not have
+    from numpy.typing import NDArray
+
+    Array = NDArray[np.float64]
+else:
+    Array = np.ndarray
+
 _DOUBLE = np.dtype(np.float64)
 
 

@@ -5,10 +5,10 @@ An argument that is wrong in itself raises `ValueError`, which names it and says
 
 from __future__ import annotations
 
-from typing import Optional
+from typing import TYPE_CHECKING, Optional
 
-import numpy as np
-from numpy.typing import NDArray
+if TYPE_CHECKING:
+    from .arguments import Array
 
 
 class QuentaError(Exception):
@@ -33,8 +33,8 @@ class SingularBlockError(QuentaError, ArithmeticError):
         self,
         message: str,
         step: Optional[int] = None,
-        x: Optional[NDArray[np.float64]] = None,
-        y: Optional[NDArray[np.float64]] = None,
+        x: Optional[Array] = None,
+        y: Optional[Array] = None,
     ) -> None:
         super().__init__(message, step, x, y)
         self.message, self.step, self.x, self.y = message, step, x, y
