@@ -41,12 +41,6 @@ template <int width>
 
 // ---- Columns of products ------------------------------------------------------------------------------------------
 
-// The lanes of `lower`, then those of `upper`.
-template <class half, int... lane>
-[[gnu::always_inline]] inline auto join(half lower, half upper, std::integer_sequence<int, lane...>) {
-    return __builtin_shufflevector(lower, upper, lane...);
-}
-
 // rows[lane][at] of every lane.
 template <int width, int... lane>
 [[gnu::always_inline]] inline lanes<width> column(const double* const* rows, std::int64_t at,
@@ -54,34 +48,38 @@ template <int width, int... lane>
     return lanes<width>{rows[lane][at]...};
 }
 
-// A register from two halves, and one from a half that stands in it twice. Each is one instruction, which compilers do
-// not find by themselves. (A mask of all lanes costs nothing, and has no undefined register for a compiler to warn of.)
+// A register from two halves, and one from a half that stands in it twice: for the registers that are wide enough. Each
+// is one instruction, which compilers do not find by themselves.
 template <int width>
-[[gnu::always_inline]] inline lanes<width> load_halves(const double* lower, const double* upper) {
-#if defined(__AVX512F__)
-    if constexpr (width == 8)
-        return _mm512_maskz_insertf64x4(0xFF, _mm512_castpd256_pd512(_mm256_loadu_pd(lower)), _mm256_loadu_pd(upper),
-                                        1);
-#endif
-#if defined(__AVX__)
-    if constexpr (width == 4)
-        return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(lower)), _mm_loadu_pd(upper), 1);
-#endif
-    return join(load<width / 2>(lower), load<width / 2>(upper), std::make_integer_sequence<int, width>{});
-}
+lanes<width> load_halves(const double* lower, const double* upper);
 
 template <int width>
-[[gnu::always_inline]] inline lanes<width> load_twice(const double* half) {
-#if defined(__AVX512F__)
-    if constexpr (width == 8)
-        return _mm512_maskz_broadcast_f64x4(0xFF, _mm256_loadu_pd(half));
-#endif
+lanes<width> load_twice(const double* half);
+
 #if defined(__AVX__)
-    if constexpr (width == 4)
-        return _mm256_broadcast_pd(reinterpret_cast<const __m128d*>(half)); // of any alignment
-#endif
-    return load_halves<width>(half, half);
+template <>
+[[gnu::always_inline]] inline lanes<4> load_halves<4>(const double* lower, const double* upper) {
+    return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(lower)), _mm_loadu_pd(upper), 1);
 }
+
+template <>
+[[gnu::always_inline]] inline lanes<4> load_twice<4>(const double* half) {
+    return _mm256_broadcast_pd(reinterpret_cast<const __m128d*>(half)); // of any alignment
+}
+#endif
+
+#if defined(__AVX512F__)
+// A mask of all lanes costs nothing, and has no undefined register for a compiler to warn of.
+template <>
+[[gnu::always_inline]] inline lanes<8> load_halves<8>(const double* lower, const double* upper) {
+    return _mm512_maskz_insertf64x4(0xFF, _mm512_castpd256_pd512(_mm256_loadu_pd(lower)), _mm256_loadu_pd(upper), 1);
+}
+
+template <>
+[[gnu::always_inline]] inline lanes<8> load_twice<8>(const double* half) {
+    return _mm512_maskz_broadcast_f64x4(0xFF, _mm256_loadu_pd(half));
+}
+#endif
 
 // The next columns of the rows, as many as half a register has lanes, but two at least.
 template <int width>
