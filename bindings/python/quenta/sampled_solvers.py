@@ -277,13 +277,14 @@ def _check_sizes(dt: float, N: int, D: int, row: Setting, differential: bool) ->
             f"g: expected at least {row.spacings + 1} samples, for one step of setting {row}, came {N}"
         )
     width, steps = (row.count + 1) * D, (N - 1) // row.spacings
-    for what, size in (
-        ("N * D * D", N * D * D),
-        ("(nodes + 1) * D * steps", width * steps),
-        ("((nodes + 1) * D) ** 2", width * width),
-    ):
-        if size > LARGEST_INDEX:
-            raise SizeError(f"g: expected {what} to be at most {LARGEST_INDEX}, came {size} (N = {N}, D = {D})")
+    sizes = N * D * D, width * steps, width * width
+    if max(sizes) > LARGEST_INDEX:
+        what, size = next(
+            (what, size)
+            for what, size in zip(("N * D * D", "(nodes + 1) * D * steps", "((nodes + 1) * D) ** 2"), sizes)
+            if size > LARGEST_INDEX
+        )
+        raise SizeError(f"g: expected {what} to be at most {LARGEST_INDEX}, came {size} (N = {N}, D = {D})")
     if not math.isfinite(N * dt):
         raise ValueError(f"dt: expected a number whose multiples are finite, came {dt} for {N} samples")
     # The working memory that the library's header promises not to exceed, in doubles.

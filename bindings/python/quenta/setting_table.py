@@ -102,6 +102,8 @@ def settings() -> list[Setting]:
 
 def find_setting(setting: SettingLike) -> Setting:
     """The row for a `Setting` or a pair (m, nodes) such as `(2, [0, 1, 2])`."""
+    if isinstance(setting, Setting) and _SETTINGS[setting.row] is setting:
+        return setting
     try:
         m, nodes = (setting.m, setting.nodes) if isinstance(setting, Setting) else setting
         found = _BY_NAME.get((operator.index(m), tuple(map(operator.index, nodes))))
