@@ -1,7 +1,10 @@
 # Looks at the machine code of the library's objects: the kernels for wide registers really use them, nothing else
 # does, so that the rest runs on every x86-64, and no function of theirs could stand in for one of another object.
 #
-#   cmake -DOBJECT_LIST=<file, an object a line> -DOBJDUMP=<program> -DNM=<program> -P instruction_sets.cmake
+#   cmake -DOBJECT_LIST=<file, an object a line> -DOBJDUMP=<program> -DNM=<program> [-DONLY_UNALIGNED=ON]
+#         -P instruction_sets.cmake
+#
+# ONLY_UNALIGNED is for platforms that do not align the stack for wide registers.
 cmake_minimum_required(VERSION 3.25)
 
 file(STRINGS "${OBJECT_LIST}" objects)
@@ -46,6 +49,10 @@ foreach(object IN LISTS objects)
     endif()
     if(must_not_use_${kind} AND code MATCHES "${must_not_use_${kind}}")
         message(SEND_ERROR "${object} has an instruction that not every processor has: ${CMAKE_MATCH_0}")
+    endif()
+
+    if(ONLY_UNALIGNED AND code MATCHES "\tvmov(ap[sd]|dqa[0-9]*)[ \t][^\n]*%[yz]mm")
+        message(SEND_ERROR "${object} moves a wide register as if the stack were aligned for it: ${CMAKE_MATCH_0}")
     endif()
 
     # Functions that the linker would merge with another object's of the same name.
