@@ -89,6 +89,7 @@ def _read_settings() -> tuple[Setting, ...]:
 
 
 _SETTINGS = _read_settings()
+_BY_IDENTITY = {id(setting): setting for setting in _SETTINGS}
 _BY_NAME = {(setting.m, setting.nodes): setting for setting in _SETTINGS}
 # What the library reads of a setting; kept for the life of the process.
 NODE_ARRAYS = tuple((ctypes.c_int * setting.count)(*setting.nodes) for setting in _SETTINGS)
@@ -102,8 +103,9 @@ def settings() -> list[Setting]:
 
 def find_setting(setting: SettingLike) -> Setting:
     """The row for a `Setting` or a pair (m, nodes) such as `(2, [0, 1, 2])`."""
-    if isinstance(setting, Setting) and _SETTINGS[setting.row] is setting:
-        return setting
+    itself = _BY_IDENTITY.get(id(setting))
+    if itself is not None:
+        return itself
     try:
         m, nodes = (setting.m, setting.nodes) if isinstance(setting, Setting) else setting
         found = _BY_NAME.get((operator.index(m), tuple(map(operator.index, nodes))))
