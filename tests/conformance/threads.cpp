@@ -2,13 +2,13 @@
 #include "conformance/every_solver.hpp"
 #include "quenta_solvers/calling_threads_state.hpp"
 #include "support/bits.hpp"
+#include "support/latch.hpp"
 #include "utility/platform.hpp"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <latch>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -56,7 +56,7 @@ TEST_F(threads, many_solve_at_once_beside_a_thread_that_collects) {
         ASSERT_EQ(expected.back().status, QUENTA_SOLVED);
     }
 
-    std::latch all_ready{std::ptrdiff_t(thread_count) + 1};
+    quenta_tests::latch all_ready{thread_count + 1};
     std::atomic<bool> solving{true};
     std::atomic<int> collections{0};
     std::vector<std::vector<quenta_tests::sampled_answer>> actual(thread_count);
@@ -168,7 +168,7 @@ TEST_F(threads, limits_and_settings_attach_nothing) {
 }
 
 TEST_F(threads, an_attached_thread_solves_and_ends_without_the_library_lock) {
-    std::latch attached{1}, locked{1};
+    quenta_tests::latch attached{1}, locked{1};
     std::thread thread{[&] {
         EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
         attached.count_down();
