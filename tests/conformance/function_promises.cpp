@@ -6,7 +6,6 @@
 #include <climits>
 #include <cmath>
 #include <limits>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -287,25 +286,6 @@ TEST(function_solve, dimension_one_is_the_scalar_form) {
                 ++compared;
             }
     EXPECT_EQ(compared, 80);
-}
-
-TEST(function_solve, threads_solve_at_once) {
-    random_data random{20260315};
-    std::vector<block_problem> problems;
-    std::vector<reference::block_solution> expected;
-    for (const block_kind kind : block_kinds) {
-        problems.push_back(random_blocks(random, kind, 40, 2, 3));
-        expected.push_back(block_twin(problems.back()));
-    }
-    std::vector<std::thread> threads;
-    for (std::size_t number = 0; number < problems.size(); ++number)
-        threads.emplace_back([&, number] {
-            for (int repetition = 0; repetition < 50; ++repetition)
-                EXPECT_TRUE(
-                    answers_as_the_twin(problems[number], call_block_solver(problems[number]), expected[number]));
-        });
-    for (std::thread& thread : threads)
-        thread.join();
 }
 
 } // namespace

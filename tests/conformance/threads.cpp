@@ -1,5 +1,7 @@
-// Calling threads: many solves at once beside collections, attachment once a thread, and what is left of a thread.
-#include "conformance/every_solver.hpp"
+// Calling threads: first solves at once, many solves beside collections, attachment once a thread, and what is left of
+// a thread.
+#include "conformance/function_call.hpp"
+#include "conformance/sampled_bits.hpp"
 #include "quenta_solvers/calling_threads_state.hpp"
 #include "support/bits.hpp"
 #include "support/latch.hpp"
@@ -9,6 +11,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -20,6 +23,39 @@ namespace {
 int solve_a_little() {
     return quenta_tests::call_vie2(std::vector<double>(9, 1.0), std::vector<double>(9, 1.0), 0.01, {2, {0, 1, 2}})
         .status;
+}
+
+// It stands first, so that it is the first in its process, however the tests are run: what the library finds out about
+// the processor when something is solved for the first time, several threads find out at once.
+TEST(first_solves, are_right_on_several_threads_at_once) {
+    using namespace quenta_tests;
+    using quenta_tests::random_data; // the C library has one too
+    ASSERT_EQ(quenta_rt_init(), 1);
+    random_data random{20260315};
+    std::vector<std::function<void()>> solves;
+    for (const block_kind kind : block_kinds) {
+        const block_problem problem = random_blocks(random, kind, 40, 2, 3);
+        solves.push_back([=, expected = block_twin(problem)] {
+            EXPECT_TRUE(answers_as_the_twin(problem, call_block_solver(problem), expected));
+        });
+    }
+    for (const char* name : {"vie1_vec_discontinuous", "vie2_vec", "vide_vec"}) {
+        const sampled_solver& solver = solver_named(name);
+        const sampled_problem problem = random_problem(random, 1, 9, 401);
+        solves.push_back([&solver, problem, expected = twin_of(solver, problem)] {
+            expect_equal(expected, solver.solve(problem.data, problem.dt, problem.row(), 1), true);
+        });
+    }
+    latch all_ready{solves.size()};
+    std::vector<std::thread> started;
+    for (const std::function<void()>& solve : solves)
+        started.emplace_back([&] {
+            all_ready.arrive_and_wait();
+            for (int repetition = 0; repetition < 50; ++repetition)
+                solve();
+        });
+    for (std::thread& thread : started)
+        thread.join();
 }
 
 class threads : public ::testing::Test {
