@@ -66,7 +66,7 @@ TEST(function_bits, magnitudes_far_apart) {
 }
 
 // Zeros of both signs, subnormals, infinities and NaN, anywhere among what is read.
-TEST(function_bits, special_values_in_any_array) {
+TEST(function_bits, special_values_in_any_argument) {
     random_data random{20260304};
     answer_counts counts;
     for_each_variant([&](block_kind kind, int P, int D) {
@@ -78,6 +78,8 @@ TEST(function_bits, special_values_in_any_array) {
                     for (double& value : *array)
                         if (random.below(spacing) == 0)
                             value = random.special_value();
+                if (random.below(spacing) == 0)
+                    problem.rho = random.special_value();
                 compare(problem, counts);
             }
     });

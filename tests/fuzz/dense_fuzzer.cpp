@@ -1,11 +1,38 @@
-// The dense solve in every instruction set against its twin.
+// The dense solve in every form against its twin: of any order in every instruction set, and of known order.
 #include "fuzz/fuzz_input.hpp"
 #include "quenta_solvers/dense_kernels.hpp"
+#include "quenta_solvers/dense_solve.hpp"
 #include "reference/dense_solve.hpp"
 #include "support/bits.hpp"
 #include "utility/instruction_sets.hpp"
 
+#include <array>
+#include <utility>
+
 using namespace quenta_tests;
+
+namespace {
+
+// The matrix is given by columns, and x is the solution of the twin.
+template <int n>
+void compare_known_order(const std::vector<double>& a, const std::vector<double>& b, bool regular,
+                         const std::vector<double>& x) {
+    quenta::square_matrix<n> rows;
+    std::array<double, n> right_side;
+    for (std::size_t i = 0; i < n; ++i) {
+        right_side[i] = b[i];
+        for (std::size_t j = 0; j < n; ++j)
+            rows[i][j] = a[i + j * n];
+    }
+    bool solved = !regular;
+    const std::array<double, n> our_x = quenta::solve_dense_fixed<n>(rows, right_side, solved);
+    EXPECT_EQ(solved, regular);
+    if (regular) {
+        EXPECT_TRUE(equal_bits(x, our_x));
+    }
+}
+
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz_input input{data, size};
@@ -27,5 +54,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             EXPECT_TRUE(equal_bits(x, our_x));
         }
     }
+    [&]<int... smaller>(std::integer_sequence<int, smaller...>) {
+        ((n == 1 + smaller ? compare_known_order<1 + smaller>(a, b, regular, x) : void()), ...);
+    }
+    (std::make_integer_sequence<int, quenta::largest_straight_order + 1>{});
     return 0;
 }
