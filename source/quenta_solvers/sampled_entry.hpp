@@ -80,11 +80,12 @@ inline view<double> coefficient_view(double* coeffs, const sampled_sizes& sizes)
 template <class solver>
 int run_sampled_solver(const sampled_request& request, refusal refuses, int* n_steps, const solver& solve) {
     attach_calling_thread();
-    const standard_floating_point_mode mode;
     sampled_sizes sizes{};
     const int refused = check_sampled_request(request, refuses, sizes);
     if (refused != status_solved)
         return refused;
+    // After the checks, whose faults a host may leave by a jump, and which calculate with integers alone.
+    const standard_floating_point_mode mode;
     int steps = 0;
     if (!solve(sizes, &steps))
         return status_singular_block;
