@@ -7,7 +7,7 @@
 
 namespace quenta {
 
-#if defined(__FAST_MATH__)
+#if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__) || __FINITE_MATH_ONLY__
 #error "fast-math options change the order of additions, which the results depend on"
 #endif
 
