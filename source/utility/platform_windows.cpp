@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 
+#include <malloc.h>
 #include <windows.h>
 
 namespace {
@@ -34,7 +35,7 @@ void set_thread_slot(std::uint32_t slot, void* value) {
 }
 
 void release_free_memory() {
-    HeapCompact(GetProcessHeap(), 0);
+    _heapmin(); // the heap of malloc, which may be another than that of the process
 }
 
 void raise_arithmetic_fault() {
