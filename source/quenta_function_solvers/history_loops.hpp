@@ -29,8 +29,7 @@ struct history_loops {
             // The few rows of one step: a sum waits for its last addition all the time, and lanes would change nothing.
             add_to_rows<history, 1>(sums, count, rows, known);
         } else if constexpr (D == 1) {
-            for (q = 0; q < count; q += together)
-                add_steps<history, D, width, together / width>(sums + q, rows + q, known);
+            add_steps<history, D, width, together / width>(sums, rows, known); // there are no more than that
         } else {
             const std::int64_t doubles_in_a_step = std::int64_t(count) * D * known.points;
             const std::int64_t steps = doubles_in_a_tile / doubles_in_a_step + 1;
