@@ -30,9 +30,11 @@ HMODULE disabled_for;
 DWORD slot;
 PFLS_CALLBACK_FUNCTION destructor;
 
-// The records that are in slots, each with the number of times that the destructor has had it.
-std::mutex records_lock;
-std::map<void*, int> stored, destroyed;
+// The records that are in slots, each with the number of times that the destructor has had it. That of the main thread
+// comes when the process ends, after the destructors of what is static.
+std::mutex& records_lock = *new std::mutex;
+std::map<void*, int>& stored = *new std::map<void*, int>;
+std::map<void*, int>& destroyed = *new std::map<void*, int>;
 
 template <class function>
 function* system_function(const char* name) {
