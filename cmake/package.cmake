@@ -1,6 +1,11 @@
 # A pair of Debian packages, one for each component of the installation: scripts/package.
+find_program(QUENTA_GZIP gzip)
+if(NOT QUENTA_GZIP) # so this is no Debian system
+    return()
+endif()
 set(changelog ${PROJECT_BINARY_DIR}/changelog.gz)
-execute_process(COMMAND gzip -9n INPUT_FILE ${PROJECT_SOURCE_DIR}/CHANGELOG.md OUTPUT_FILE ${changelog})
+execute_process(COMMAND ${QUENTA_GZIP} -9n INPUT_FILE ${PROJECT_SOURCE_DIR}/CHANGELOG.md OUTPUT_FILE ${changelog}
+    COMMAND_ERROR_IS_FATAL ANY)
 foreach(package libquenta-native0 libquenta-native-dev)
     set(component library)
     if(package MATCHES "-dev$")

@@ -24,8 +24,8 @@ struct known_steps {
     const double* h; // step lengths; null without
 };
 
-// sums[i*D + r] receives the history of row r of row point i, for the first `count` of them. `sums` has room for
-// `most_sums`; what stands behind `count` is of no use, before and after.
+// sums[i*D + r] receives the history of row r of row point i, for the first `count` of them, no more than a solver
+// gives at a time. `sums` has room for `most_sums`; what stands behind `count` is of no use, before and after.
 using add_history_function = void (*)(double* sums, int count, const known_steps& known);
 
 // As many as a solver gives at a time: the rows of several small steps up to this number, or those of one large step.

@@ -25,8 +25,8 @@ int solve_a_little() {
         .status;
 }
 
-// It stands first, so that it is the first in its process, however the tests are run: what the library finds out about
-// the processor when something is solved for the first time, several threads find out at once.
+// It stands first, so that it is the first in its process, whether that runs it alone or all: what the library finds
+// out about the processor when something is solved for the first time, several threads find out at once.
 TEST(first_solves, are_right_on_several_threads_at_once) {
     using namespace quenta_tests;
     using quenta_tests::random_data; // the C library has one too
