@@ -42,7 +42,7 @@ private:
 struct standard_x87_mode {}; // nothing calculates there
 #endif
 
-// Asking costs next to nothing, and setting the control word a hundred times that, so it is set only where it differs.
+// Setting the control word costs more than asking for it, so it is set only where it differs.
 class standard_floating_point_mode : standard_x87_mode {
 public:
     standard_floating_point_mode() {
