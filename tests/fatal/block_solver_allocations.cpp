@@ -68,7 +68,7 @@ TEST(what_needs_no_start, allocates_nothing) {
     EXPECT_EQ(sum, 0 + 5 + 5 + 8 + 56);
 }
 
-#if defined(__linux__) && !defined(QUENTA_SANITIZED_LIBRARY)
+#if defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
 struct solve_on_thread {
     const block_problem& problem;
     block_answer& answer;
