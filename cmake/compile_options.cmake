@@ -27,8 +27,9 @@ add_compile_options(-Wno-sign-conversion)
 add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
 if(WIN32)
-    # Of an inline function the linker keeps one copy, which may come from a unit with other options. Here the compiler
-    # takes its own copy for that one, and would leave values in registers that the other uses.
+    # Of an inline function the linker keeps one copy, which may come from a unit with other options. On this platform
+    # such functions are not weak: the compiler trusts that its own copy runs, and leaves values in registers that
+    # another uses.
     add_compile_options(-fno-ipa-ra)
     # The run time goes into the library, and into each test, so that none of them needs a DLL of the compiler's.
     add_link_options(-static)
