@@ -20,6 +20,12 @@
 #if defined(__x86_64__)
 #include <xmmintrin.h>
 #endif
+#if defined(__x86_64__) && !defined(_WIN32)
+#include <csetjmp>
+#include <csignal>
+
+#include <ucontext.h>
+#endif
 
 namespace quenta_tests {
 
@@ -176,6 +182,47 @@ TEST_P(every_host_mode, is_given_back_by_calls_that_fail) {
         }
     EXPECT_EQ(compared, 8 * 3 + 4 * 2 * 2);
 }
+
+#if defined(__x86_64__) && !defined(_WIN32)
+// A handler runs in the system's default mode, and a jump out of it stays in that. The mode to go on in is that of the
+// code at fault, as the system tells it: the host's, since a setting is looked at before anything is calculated.
+sigjmp_buf before_the_fault;
+_libc_fpstate state_at_the_fault;
+
+void leave_by_a_jump(int, siginfo_t*, void* context) {
+    state_at_the_fault = *static_cast<const ucontext_t*>(context)->uc_mcontext.fpregs;
+    siglongjmp(before_the_fault, 1);
+}
+
+TEST_P(every_host_mode, holds_at_a_fault_that_is_left_by_a_jump) {
+    struct sigaction leave = {}, former;
+    leave.sa_sigaction = leave_by_a_jump;
+    leave.sa_flags = SA_SIGINFO;
+    ASSERT_EQ(sigaction(SIGFPE, &leave, &former), 0);
+    int steps;
+    const std::function<int()> divisions[] = {
+        [&] { return quenta_solve_vie1(0, 0, 9, 0, 1, 0, 0, 0, 0, 0, 0, 0, &steps); },
+        [&] { return quenta_solve_vie1_vec(0, 0, 9, 1, 0, 1, 0, 0, 0, 0, 0, 0, 0, &steps); },
+        [&] { return quenta_solve_vie2(0, 0, 9, 1, 0, 0, 0, 0, 0, 0, &steps); },
+        [&] { return quenta_solve_vie2_vec(0, 0, 9, 1, 1, 0, 0, 0, 0, 0, 0, &steps); },
+        [&] { return quenta_solve_vide(0, 0, 0, 9, 0, 1, 0, 0, 0, 0, 0, 0, &steps); },
+        [&] { return quenta_solve_vide_vec(0, 0, 0, 9, 1, 0, 1, 0, 0, 0, 0, 0, 0, &steps); },
+    };
+    for (const auto& divide : divisions) {
+        constexpr int left = -1;
+        state_at_the_fault = {};
+        const auto solve = [&] {
+            if (sigsetjmp(before_the_fault, 1) == 0)
+                return divide();
+            _mm_setcsr(state_at_the_fault.mxcsr);
+            __asm__ volatile("fldcw %0" : : "m"(state_at_the_fault.cwd));
+            return left;
+        };
+        EXPECT_EQ(in_mode(GetParam(), solve), left);
+    }
+    sigaction(SIGFPE, &former, nullptr);
+}
+#endif
 
 INSTANTIATE_TEST_SUITE_P(modes, every_host_mode, ::testing::ValuesIn(host_modes()), [](const auto& instance) {
     std::string name = instance.param.name;
