@@ -117,7 +117,8 @@ private:
         for (int r = 0; r < p; ++r) {
             row acc(m);
             for (int c = 0; c < q; ++c) {
-                const row k = cached ? cache[level][size(q * r + c)] : kernel_entry(r, c, m);
+                const row uncached = cached ? row{0} : kernel_entry(r, c, m);
+                const row& k = cached ? cache[level][size(q * r + c)] : uncached;
                 const row& X = x[size(c)];
                 for (std::size_t u = 0; u < size(m); ++u) {
                     acc.re[u] = acc.re[u] + (k.re[u] * X.re[u] - k.im[u] * X.im[u]);

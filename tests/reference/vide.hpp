@@ -96,12 +96,12 @@ inline solution solve_vide(vide_body body, const std::vector<double>& g, const s
     // Columns: the unknowns of a step, then its y(t_n).
     toeplitz_history history(steps, n_sys, n_sys + D);
     history.set_kernel_provider([&](int d, toeplitz_history& blocks) {
+        std::vector<double> x(P);
         for (int r = 0; r < D; ++r)
             for (int i = 0; i < P; ++i)
                 for (int s = 0; s < D; ++s) {
-                    std::vector<double> x;
                     for (int l = 0; l < P; ++l)
-                        x.push_back(matrix_at(K, d * S + (k[i] - k[l]) * m, r, s) * b[l]);
+                        x[l] = matrix_at(K, d * S + (k[i] - k[l]) * m, r, s) * b[l];
                     for (int j = 0; j < P; ++j) {
                         double sum = 0.0;
                         for (int l = 0; l < P; ++l)

@@ -79,6 +79,9 @@ inline solution solve_vie1(const std::vector<double>& g, const std::vector<doubl
                         blocks.kernel_at(d, a * P + i, b * P + l) = h * (K_at(S * d + m * (k[i] - k[l]), a, b) * w[l]);
     });
 
+    std::vector<double> at_end;
+    for (const std::vector<double>& polynomial : basis)
+        at_end.push_back(basis_value(polynomial, 1.0));
     std::vector<std::vector<double>> U, B{std::vector<double>(D)};
     if (continuous)
         B[0] = y0;
@@ -104,9 +107,9 @@ inline solution solve_vie1(const std::vector<double>& g, const std::vector<doubl
         B.emplace_back(D);
         if (continuous)
             for (int b = 0; b < D; ++b) {
-                double end = basis_value(basis[0], 1.0) * B[j][b];
+                double end = at_end[0] * B[j][b];
                 for (int l = 0; l < P; ++l)
-                    end = end + basis_value(basis[1 + l], 1.0) * rhs[b * P + l];
+                    end = end + at_end[1 + l] * rhs[b * P + l];
                 B[j + 1][b] = end;
             }
     }
