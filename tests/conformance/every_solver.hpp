@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <map>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -20,15 +21,15 @@ namespace quenta_tests {
 struct system_samples {
     explicit system_samples(int dimension) : D{dimension} {}
 
+    // The beginning of the sequence of its dimension, which is calculated once.
     system_samples(int dimension, int N) : D{dimension} {
-        for (int i = 0; i < N; ++i)
-            for (int r = 0; r < D; ++r) {
-                g.push_back(1.0 + std::sin(1.7 * (D * i + r) + 0.3));
-                for (int s = 0; s < D; ++s) {
-                    K.push_back(r == s ? 2.0 + 0.3 * std::cos(0.4 * i + r) : 0.2 * std::sin(0.7 * i + 3 * r + s) / D);
-                    a.push_back(r == s ? -1.0 + 0.4 * std::sin(0.3 * i + r) : 0.3 * std::cos(0.2 * i + r + 2 * s) / D);
-                }
-            }
+        static thread_local std::map<int, system_samples> sequences;
+        system_samples& all = sequences.try_emplace(D, D).first->second;
+        for (int i = all.N(); i < N; ++i)
+            all.add_sample(i);
+        g.assign(all.g.begin(), all.g.begin() + N * D);
+        K.assign(all.K.begin(), all.K.begin() + N * D * D);
+        a.assign(all.a.begin(), all.a.begin() + N * D * D);
         for (int r = 0; r < D; ++r)
             y0.push_back(1.5 - r);
     }
@@ -37,6 +38,17 @@ struct system_samples {
 
     int D;
     std::vector<double> g, K, a, y0;
+
+private:
+    void add_sample(int i) {
+        for (int r = 0; r < D; ++r) {
+            g.push_back(1.0 + std::sin(1.7 * (D * i + r) + 0.3));
+            for (int s = 0; s < D; ++s) {
+                K.push_back(r == s ? 2.0 + 0.3 * std::cos(0.4 * i + r) : 0.2 * std::sin(0.7 * i + 3 * r + s) / D);
+                a.push_back(r == s ? -1.0 + 0.4 * std::sin(0.3 * i + r) : 0.3 * std::cos(0.2 * i + r + 2 * s) / D);
+            }
+        }
+    }
 };
 
 enum class equation { first_kind, second_kind, derivative };
