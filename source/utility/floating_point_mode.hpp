@@ -7,12 +7,10 @@
 #if defined(__x86_64__)
 #include <xmmintrin.h>
 #else
-#include <cfenv>
+#include <cstdint>
 #endif
 
 namespace quenta {
-
-#if defined(__x86_64__)
 
 #if defined(_WIN32)
 // `cos` and `sin` of the run time are instructions of the older unit there, which has a mode of its own. Its threads
@@ -42,45 +40,51 @@ private:
 struct standard_x87_mode {}; // nothing calculates there
 #endif
 
-// Setting the control word costs more than asking for it, so it is set only where it differs.
+// The register that holds the mode. Those of its bits that are not in `control` record what happened.
+#if defined(__x86_64__)
+struct control_register {
+    using word = unsigned;
+    static constexpr word control = 0xFFC0, standard = 0x1F80;
+
+    static word get() { return _mm_getcsr(); }
+    static void set(word value) { _mm_setcsr(value); }
+};
+#elif defined(__aarch64__)
+struct control_register {
+    using word = std::uint64_t;
+    static constexpr word control = ~word{0}, standard = 0;
+
+    static word get() {
+        word value;
+        __asm__ volatile("mrs %0, fpcr" : "=r"(value));
+        return value;
+    }
+    static void set(word value) { __asm__ volatile("msr fpcr, %0" : : "r"(value) : "memory"); }
+};
+#else
+#error "no floating-point mode is known of this processor: say here how it is read and set"
+#endif
+
+// Setting the mode costs more than asking for it, so it is set only where it differs.
 class standard_floating_point_mode : standard_x87_mode {
 public:
     standard_floating_point_mode() {
         if (differs())
-            _mm_setcsr((host & ~control) | standard);
+            mode::set((host & ~mode::control) | mode::standard);
     }
     ~standard_floating_point_mode() {
         if (differs())
-            _mm_setcsr((host & control) | (_mm_getcsr() & ~control));
+            mode::set((host & mode::control) | (mode::get() & ~mode::control));
     }
     standard_floating_point_mode(const standard_floating_point_mode&) = delete;
     standard_floating_point_mode& operator=(const standard_floating_point_mode&) = delete;
 
 private:
-    static constexpr unsigned control = 0xFFC0; // the other bits record what happened
-    static constexpr unsigned standard = 0x1F80;
+    using mode = control_register;
 
-    bool differs() const { return (host & control) != standard; }
+    bool differs() const { return (host & mode::control) != mode::standard; }
 
-    const unsigned host = _mm_getcsr();
+    const mode::word host = mode::get();
 };
-
-#else
-
-class standard_floating_point_mode {
-public:
-    standard_floating_point_mode() {
-        std::fegetenv(&host);
-        std::fesetenv(FE_DFL_ENV);
-    }
-    ~standard_floating_point_mode() { std::fesetenv(&host); }
-    standard_floating_point_mode(const standard_floating_point_mode&) = delete;
-    standard_floating_point_mode& operator=(const standard_floating_point_mode&) = delete;
-
-private:
-    std::fenv_t host;
-};
-
-#endif
 
 } // namespace quenta

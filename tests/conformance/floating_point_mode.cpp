@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cfenv>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <limits>
@@ -65,6 +66,17 @@ std::vector<host_mode> host_modes() {
     modes.push_back({"overflow traps", [] { _mm_setcsr(traps & ~0x0400u); },
                      [=] {
                          return control() == (traps & ~0x0400u);
+                     }});
+#endif
+#if defined(__aarch64__)
+    static constexpr std::uint64_t subnormals_flushed = std::uint64_t{1} << 24;
+    const auto flush_subnormals = [] {
+        __asm__ volatile("msr fpcr, %0" : : "r"(subnormals_flushed));
+    };
+    modes.push_back({"subnormals flushed", flush_subnormals, [] {
+                         std::uint64_t word;
+                         __asm__ volatile("mrs %0, fpcr" : "=r"(word));
+                         return word == subnormals_flushed;
                      }});
 #endif
 #if defined(_WIN32)
