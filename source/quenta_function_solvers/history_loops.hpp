@@ -71,12 +71,12 @@ struct history_loops {
     }
 
     template <template <form> class history>
-    static constexpr history_kernels::of_kind all_forms() {
-        return []<int... D>(std::integer_sequence<int, D...>) {
-            return history_kernels::of_kind{add_history<history<form::scalar>, 1>,
-                                            add_history<history<form::vector>, 1 + D>...};
-        }
-        (std::make_integer_sequence<int, most_dimensions>{});
+    static consteval history_kernels::of_kind all_forms() {
+        return forms_of<history>(std::make_integer_sequence<int, most_dimensions>{});
+    }
+    template <template <form> class history, int... D>
+    static consteval history_kernels::of_kind forms_of(std::integer_sequence<int, D...>) {
+        return {add_history<history<form::scalar>, 1>, add_history<history<form::vector>, 1 + D>...};
     }
 };
 

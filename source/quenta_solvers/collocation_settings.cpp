@@ -8,7 +8,7 @@ namespace quenta {
 
 namespace {
 
-constexpr bool row_reads(int row, std::array<int, 6> stored) {
+consteval bool row_reads(int row, std::array<int, 6> stored) {
     const collocation_setting& setting = supported_settings[static_cast<std::size_t>(row)];
     std::array<int, 6> read{-1, -1, -1, -1, -1, -1};
     for (int i = 0; i < setting.stored_length; ++i)

@@ -26,30 +26,41 @@ constexpr bool is_negative(double x) {
     return __builtin_copysign(1.0, x) < 0;
 }
 
+// For the compiler: the operation is left to it only where it raises nothing.
+namespace spelled_out {
+
 constexpr double quotient(double a, double b) {
-    if (std::is_constant_evaluated()) {
-        if (is_nan(a) || is_nan(b) || (a == 0 && b == 0) || (is_infinite(a) && is_infinite(b)))
-            return quiet_nan;
-        if (b == 0)
-            return is_negative(a) == is_negative(b) ? infinity : -infinity;
-    }
+    if (is_nan(a) || is_nan(b) || (a == 0 && b == 0) || (is_infinite(a) && is_infinite(b)))
+        return quiet_nan;
+    if (b == 0)
+        return is_negative(a) == is_negative(b) ? infinity : -infinity;
     return a / b;
 }
 
 constexpr double product(double a, double b) {
-    if (std::is_constant_evaluated()) {
-        if (is_nan(a) || is_nan(b) || (is_infinite(a) && b == 0) || (a == 0 && is_infinite(b)))
-            return quiet_nan;
-    }
+    if (is_nan(a) || is_nan(b) || (is_infinite(a) && b == 0) || (a == 0 && is_infinite(b)))
+        return quiet_nan;
     return a * b;
 }
 
 constexpr double sum(double a, double b) {
-    if (std::is_constant_evaluated()) {
-        if (is_nan(a) || is_nan(b) || (is_infinite(a) && is_infinite(b) && a != b))
-            return quiet_nan;
-    }
+    if (is_nan(a) || is_nan(b) || (is_infinite(a) && is_infinite(b) && a != b))
+        return quiet_nan;
     return a + b;
+}
+
+} // namespace spelled_out
+
+constexpr double quotient(double a, double b) {
+    return std::is_constant_evaluated() ? spelled_out::quotient(a, b) : a / b;
+}
+
+constexpr double product(double a, double b) {
+    return std::is_constant_evaluated() ? spelled_out::product(a, b) : a * b;
+}
+
+constexpr double sum(double a, double b) {
+    return std::is_constant_evaluated() ? spelled_out::sum(a, b) : a + b;
 }
 
 } // namespace quenta::ieee

@@ -8,6 +8,7 @@
 
 #include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <ostream>
 #include <regex>
@@ -266,6 +267,10 @@ TEST_P(division_by_zero, is_the_arithmetic_fault_when_it_is_blocked) {
 
 TEST_P(division_by_zero, is_the_arithmetic_fault_after_a_handler_that_returns) {
     EXPECT_EXIT(call_with_disposition(note_and_return), ends_by_arithmetic_fault(), "the handler was called");
+}
+
+TEST_P(division_by_zero, lets_a_handler_end_the_process_in_order) {
+    EXPECT_EXIT(call_with_disposition([](int) { std::exit(3); }), ::testing::ExitedWithCode(3), "");
 }
 
 #endif

@@ -15,12 +15,15 @@ namespace quenta_tests {
 
 class painted_stack {
 public:
-    explicit painted_stack(std::size_t size)
-        : page{std::size_t(sysconf(_SC_PAGESIZE))}, bytes{size}, forbidden{page + std::max(least_of_a_thread(), bytes) -
-                                                                           bytes},
-          lowest{static_cast<unsigned char*>(mmap(nullptr, forbidden + bytes, PROT_READ | PROT_WRITE,
-                                                  MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0))} {
-        EXPECT_NE(static_cast<void*>(lowest), MAP_FAILED);
+    explicit painted_stack(std::size_t size) : bytes{size} {
+        // The least stack of a thread is on some systems more than a test wants to give: its lower part is then out of
+        // bounds, too.
+        const auto least = std::size_t(sysconf(_SC_THREAD_STACK_MIN));
+        forbidden = page + std::max(least, bytes) - bytes;
+        void* const mapped =
+            mmap(nullptr, forbidden + bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+        EXPECT_NE(mapped, MAP_FAILED);
+        lowest = static_cast<unsigned char*>(mapped);
         std::fill_n(lowest, forbidden + bytes, paint);
         EXPECT_EQ(mprotect(lowest, forbidden, PROT_NONE), 0);
     }
@@ -47,11 +50,10 @@ public:
     }
 
 private:
-    // Of some systems it is more than a test wants to give: the lower part is then out of bounds, too.
-    static std::size_t least_of_a_thread() { return std::size_t(sysconf(_SC_THREAD_STACK_MIN)); }
-
     static constexpr unsigned char paint = 0xA5;
-    std::size_t page, bytes, forbidden;
+    const std::size_t page = std::size_t(sysconf(_SC_PAGESIZE));
+    const std::size_t bytes;
+    std::size_t forbidden;
     unsigned char* lowest;
 };
 
