@@ -81,7 +81,7 @@ struct elimination_kernel {
             const rows_below rows(n, k);
             std::int64_t row = k;
             double best = std::fabs(pivot_column[k]);
-            const double largest = k + 1 < n ? largest_below(pivot_column, rows) : 0.0;
+            const double largest = largest_below(pivot_column, rows);
             if (largest > best) { // strict: the pivot stays where it is if it is not smaller
                 best = largest;
                 for (row = k + 1; std::fabs(pivot_column[row]) != best; ++row) {
@@ -98,8 +98,6 @@ struct elimination_kernel {
                 biggest = best;
             if (tolerance * biggest >= best)
                 return k;
-            if (k + 1 == n)
-                break;
             const vector pivot = broadcast<width>(pivot_column[k]);
             update(pivot_column, rows, [&](std::int64_t, vector value) { return value / pivot; });
             for (double* column = pivot_column + n; column != a + n * n; column += n)
