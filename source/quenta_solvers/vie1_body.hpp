@@ -64,7 +64,8 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
     const std::int64_t D = dim.D;
 
     // Looked at first: a dimension below 1 has no first value, which is fatal before anything else can be.
-    const double* const first_carried = continuous ? &y0.at(0) : nullptr;
+    if (continuous)
+        static_cast<void>(y0.at(0));
     const double h = double(S) * dt;
     const std::int32_t steps = wrapping_sum(sample_count(K, dim.D), -1) / S;
     *n_steps = steps;
@@ -99,7 +100,7 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
     history.set_kernel_provider(&context, lag_block_provider<row, dimension>);
     if (continuous) {
         B.resize((std::int64_t{steps} + 1) * D);
-        std::copy_n(first_carried, D, B.data());
+        std::copy_n(y0.slice(0, std::uint64_t(D)).pointer, D, B.data());
     }
     if (steps == 0) {
         std::fill_n(out.pointer, out.length, 0.0);
