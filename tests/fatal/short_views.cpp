@@ -70,9 +70,12 @@ bool call(kind of, dimension dim, exact_arrays& arrays) {
 
 template <int row, class dimension>
 void shorten_one_after_the_other(dimension dim, int& failures) {
+    const reference::setting& setting = reference::settings()[row];
     for (const kind of : {kind::first, kind::continuous_first, kind::second, kind::integro_differential}) {
+        if (of == kind::first && setting.indices.front() == 0) // where the equation says 0 = g(0): always singular
+            continue;
         SCOPED_TRACE(testing::Message() << "kind " << int(of) << ", row " << row << ", D = " << dim.D);
-        exact_arrays whole{of, reference::settings()[row], std::size_t(dim.D)};
+        exact_arrays whole{of, setting, std::size_t(dim.D)};
         EXPECT_TRUE((call<row>(of, dim, whole)));
         for (const auto array :
              {&exact_arrays::g, &exact_arrays::a, &exact_arrays::y0, &exact_arrays::out, &exact_arrays::coeffs}) {
@@ -100,13 +103,13 @@ void shorten_in_every_dimension(int& failures) {
     shorten_one_after_the_other<row>(quenta::run_time_dimension{9}, failures);
 }
 
-// The rows have one node, two and three.
+// The rows have one node, two, and three of which the first is at the start of a step.
 TEST(short_views, are_index_failures_at_their_end) {
     int failures = 0;
     shorten_in_every_dimension<1>(failures);
     shorten_in_every_dimension<37>(failures);
     shorten_in_every_dimension<41>(failures);
-    EXPECT_EQ(failures, 3 * 3 * (3 + 4 + 3 + 5));
+    EXPECT_EQ(failures, 3 * (2 * 3 + 3 * (4 + 3 + 5)));
 }
 
 } // namespace
