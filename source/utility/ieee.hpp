@@ -26,7 +26,7 @@ constexpr bool is_negative(double x) {
     return __builtin_copysign(1.0, x) < 0;
 }
 
-// For the compiler: the operation is left to it only where it raises nothing.
+// For the compiler, to which an invalid operation and a division by zero are errors: those are answered here.
 namespace spelled_out {
 
 constexpr double quotient(double a, double b) {

@@ -6,9 +6,9 @@ namespace quenta {
 
 processor_features detected_processor_features() {
     // The compiler's query also asks whether the system saves the wide registers.
-    return {__builtin_cpu_supports("avx2") != 0, __builtin_cpu_supports("avx512f") != 0 &&
-                                                     __builtin_cpu_supports("avx512dq") != 0 &&
-                                                     __builtin_cpu_supports("avx512vl") != 0};
+    return {bool(__builtin_cpu_supports("avx2")), __builtin_cpu_supports("avx512f") &&
+                                                      __builtin_cpu_supports("avx512dq") &&
+                                                      __builtin_cpu_supports("avx512vl")};
 }
 
 #else

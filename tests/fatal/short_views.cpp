@@ -1,5 +1,6 @@
-// The variants behind the exports look at the length of each array before they march: one that ends a single element
-// too early is an index failure at its end.
+// The variants behind the exports look at the length of each array before they use it: one that ends a single element
+// too early is an index failure at its end. The kernel has no wrong length, as it is what says how many samples there
+// are.
 #include "quenta_solvers/variant_dispatch.hpp"
 #include "quenta_solvers/vide.hpp"
 #include "quenta_solvers/vie1.hpp"
@@ -10,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <utility>
+#include <type_traits>
 #include <vector>
 
 namespace quenta_tests {
@@ -20,6 +21,13 @@ namespace {
 using quenta::view;
 
 enum class kind { first, continuous_first, second, integro_differential };
+
+// For the variants of scalars, of which the first kind has none.
+struct scalar {
+    static constexpr int D = 1;
+};
+template <class dimension>
+inline constexpr bool is_scalar = std::is_same_v<dimension, scalar>;
 
 constexpr int steps = 3;
 constexpr double dt = 0.01;
@@ -52,18 +60,16 @@ bool call(kind of, dimension dim, exact_arrays& arrays) {
     const view<const double> g = in(arrays.g), K = in(arrays.K), a = in(arrays.a), y0 = in(arrays.y0);
     const view<double> out{arrays.out.size(), arrays.out.data()}, coeffs{arrays.coeffs.size(), arrays.coeffs.data()};
     int n_steps = 0;
-    const bool solved = [&] {
-        switch (of) {
-        case kind::first:
-        case kind::continuous_first:
-            return quenta::vie1_solve<row>(g, K, dim, y0, dt, true, of == kind::continuous_first, out, coeffs,
-                                           &n_steps);
-        case kind::second:
-            return quenta::solve_vie2_vec_impl<row>(g, K, dim, dt, true, out, coeffs, &n_steps);
-        default:
-            return quenta::solve_vide_vec_impl<row>(g, K, a, dim, y0, dt, true, out, coeffs, &n_steps);
-        }
-    }();
+    bool solved = false;
+    if constexpr (is_scalar<dimension>)
+        solved = of == kind::second ? quenta::solve_vie2_impl<row>(g, K, dt, true, out, coeffs, &n_steps)
+                                    : quenta::solve_vide_impl<row>(g, K, a, y0.at(0), dt, true, out, coeffs, &n_steps);
+    else if (of == kind::second)
+        solved = quenta::solve_vie2_vec_impl<row>(g, K, dim, dt, true, out, coeffs, &n_steps);
+    else if (of == kind::integro_differential)
+        solved = quenta::solve_vide_vec_impl<row>(g, K, a, dim, y0, dt, true, out, coeffs, &n_steps);
+    else
+        solved = quenta::vie1_solve<row>(g, K, dim, y0, dt, true, of == kind::continuous_first, out, coeffs, &n_steps);
     EXPECT_EQ(n_steps, steps);
     return solved;
 }
@@ -72,6 +78,8 @@ template <int row, class dimension>
 void shorten_one_after_the_other(dimension dim, int& failures) {
     const reference::setting& setting = reference::settings()[row];
     for (const kind of : {kind::first, kind::continuous_first, kind::second, kind::integro_differential}) {
+        if (is_scalar<dimension> && (of == kind::first || of == kind::continuous_first))
+            continue;
         if (of == kind::first && setting.indices.front() == 0) // where the equation says 0 = g(0): always singular
             continue;
         SCOPED_TRACE(testing::Message() << "kind " << int(of) << ", row " << row << ", D = " << dim.D);
@@ -80,7 +88,8 @@ void shorten_one_after_the_other(dimension dim, int& failures) {
         for (const auto array :
              {&exact_arrays::g, &exact_arrays::a, &exact_arrays::y0, &exact_arrays::out, &exact_arrays::coeffs}) {
             exact_arrays arrays = whole;
-            if ((arrays.*array).empty())
+            const bool no_view = is_scalar<dimension> && array == &exact_arrays::y0;
+            if ((arrays.*array).empty() || no_view)
                 continue;
             (arrays.*array).pop_back();
             (arrays.*array).shrink_to_fit();
@@ -96,10 +105,9 @@ void shorten_one_after_the_other(dimension dim, int& failures) {
 
 template <int row>
 void shorten_in_every_dimension(int& failures) {
-    [&]<int... D>(std::integer_sequence<int, D...>) {
-        (shorten_one_after_the_other<row>(quenta::fixed_dimension<1 + D>{}, failures), ...);
-    }
-    (std::make_integer_sequence<int, 2>{});
+    shorten_one_after_the_other<row>(scalar{}, failures);
+    shorten_one_after_the_other<row>(quenta::fixed_dimension<1>{}, failures);
+    shorten_one_after_the_other<row>(quenta::fixed_dimension<2>{}, failures);
     shorten_one_after_the_other<row>(quenta::run_time_dimension{9}, failures);
 }
 
@@ -109,7 +117,7 @@ TEST(short_views, are_index_failures_at_their_end) {
     shorten_in_every_dimension<1>(failures);
     shorten_in_every_dimension<37>(failures);
     shorten_in_every_dimension<41>(failures);
-    EXPECT_EQ(failures, 3 * (2 * 3 + 3 * (4 + 3 + 5)));
+    EXPECT_EQ(failures, 3 * (3 + 4) + 3 * (2 * 3 + 3 * (4 + 3 + 5)));
 }
 
 } // namespace

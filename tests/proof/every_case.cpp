@@ -14,6 +14,7 @@
 #include "quenta_solvers/dense_kernels.hpp"
 #include "support/options.hpp"
 #include "toeplitz_history/vector_kernels.hpp"
+#include "utility/failure.hpp"
 #include "utility/instruction_sets.hpp"
 
 #include <gtest/gtest.h>
@@ -150,7 +151,7 @@ void prove(const sampled_case& given) {
     };
     ++proved;
     if (given.N < present_samples(problem.row()) && solver.accepts(problem.row())) {
-        EXPECT_THROW(solve(), std::exception);
+        EXPECT_THROW(solve(), quenta::index_failure);
         EXPECT_THROW(twin_of(solver, problem), std::logic_error);
         return;
     }
@@ -215,6 +216,19 @@ TEST(every_case, of_few_samples) {
             prove({solver.name, row, D, N, int(random.below(2)), 0, random.below(std::uint64_t{1} << 31)});
     });
     EXPECT_EQ(proved - proved_before, (4 + 4 * 3) * 56 * 41);
+}
+
+// Transforms that are too long for the nearest cache, of 4096 points and of 8192. With these data the first kind would
+// long have left the finite numbers.
+TEST(every_case, of_long_histories) {
+    random_data random{options.seed + 3};
+    const int proved_before = proved;
+    for (const sampled_solver& solver : every_solver)
+        for (const int D : {1, 2})
+            for (const int steps : {2100, 4500})
+                if (solver.kind != equation::first_kind && (D == 1 || solver.solves_systems))
+                    prove({solver.name, 1, D, steps + 1, 0, 0, random.below(std::uint64_t{1} << 31)});
+    EXPECT_EQ(proved - proved_before, (2 + 2 * 2) * 2);
 }
 
 // ---- Solvers from blocks ----
