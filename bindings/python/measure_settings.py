@@ -11,19 +11,21 @@ from __future__ import annotations
 import json
 import math
 import pathlib
+import re
 import sys
 import warnings
-from dataclasses import asdict
+from dataclasses import asdict, replace
 from typing import Any, Optional
 
+import kinked_problems
 import numpy as np
+from kinked_problems import END, PROBLEMS
 
 import quenta
-from quenta.setting_table import FORMS, Measurement, Setting
+from quenta.setting_table import FORMS, KINKED_SAMPLES, SMOOTHEST, Measurement, Setting
 
 FILE = pathlib.Path(quenta.__file__).with_name("measured_settings.json")
 COMMAND = "python3 bindings/python/measure_settings.py"
-END = 10.0
 SMALLEST_ERROR = 1e-10  # below it rounding would be measured; the first kind differentiates it
 FADED = 1e-10
 STIFF = 1e3  # rate of decay times the length of a step
@@ -82,6 +84,30 @@ def orders(form: str, setting: Setting) -> tuple[Optional[float], Optional[float
     return measured[0], measured[1]
 
 
+# ---- Problems of limited smoothness ---------------------------------------------------------------------------------
+
+
+def kinked_errors(form: str, setting: Setting) -> tuple[tuple[float, ...], ...]:
+    """For each smoothness and number of samples."""
+    return tuple(
+        tuple(kinked_error(form, setting, smoothness, count) for count in KINKED_SAMPLES)
+        for smoothness in range(SMOOTHEST + 1)
+    )
+
+
+def kinked_error(form: str, setting: Setting, smoothness: int, count: int) -> float:
+    """The geometric mean over all problems; an error of 1 is the largest, as all larger ones are equally useless."""
+    logarithms = 0.0
+    for number in range(PROBLEMS):
+        y, g, K, a = kinked_problems.samples(form.split("_")[0], smoothness, number, count)
+        try:
+            found = solve_form(form, setting, END / (count - 1), count, lambda t: g, lambda t: K, lambda t: a, y[0]).y
+        except quenta.SingularBlockError:
+            continue
+        logarithms += min(0.0, math.log(abs(found - y[: len(found)]).max() / abs(y).max()))
+    return float(f"{math.exp(logarithms / PROBLEMS):.2g}")
+
+
 # ---- Growth: what is left of a disturbance after many steps ---------------------------------------------------------
 
 
@@ -126,7 +152,9 @@ def measure(form: str, setting: Setting) -> Measurement:
         elif note == "refused":
             note = "refused, for it amplifies every error"
         return Measurement(False, None, None, None, None, None, note)
-    return Measurement(True, order, order_at_steps, error, factor, stiff, sentence(order, order_at_steps, factor, stiff))
+    note = sentence(order, order_at_steps, factor, stiff)
+    measured = Measurement(True, order, order_at_steps, error, factor, stiff, note)
+    return replace(measured, kinked_errors=kinked_errors(form, setting)) if measured.stable else measured
 
 
 def sentence(order: Optional[float], order_at_steps: Optional[float], factor: float, stiff: Optional[float]) -> str:
@@ -157,6 +185,7 @@ def main(arguments: list[str]) -> int:
             name = f"{setting.m}:{','.join(map(str, setting.nodes))}"
             measured[name] = {form: asdict(measure(form, setting)) for form in FORMS}
     text = json.dumps({"made by": COMMAND, "settings": measured}, indent=1) + "\n"
+    text = re.sub(r'\[[^{}"]*\]', lambda numbers: "".join(numbers[0].split()), text)  # lists of numbers on one line
     if arguments:
         if FILE.read_text(encoding="utf-8") != text:
             print(f"{FILE} is not what is measured now; run {COMMAND}", file=sys.stderr)

@@ -3,11 +3,11 @@
 from __future__ import annotations
 
 from dataclasses import dataclass
-from typing import Any, Optional
+from typing import Optional
 
 from .arguments import whole_number
 from .errors import SizeError
-from .setting_table import Measurement, Setting, settings
+from .setting_table import KINKED_SAMPLES, Measurement, Setting, settings
 
 _FEWEST_STEPS = 8
 
@@ -23,58 +23,70 @@ class Recommendation:
 def recommend(
     kind: str, *, smoothness: int = 3, stiff: bool = False, continuous: bool = False, samples: Optional[int] = None
 ) -> Recommendation:
-    """Picks a setting for a kind of equation, and says why.
+    """Picks the setting with the smallest measured error for a kind of equation, and says why.
 
     kind
         "vie1", "vie2" or "vide", as in `solve_vie1`, `solve_vie2` and `solve_vide`.
     smoothness
-        How many continuous derivatives g, K and a have; 0 for samples with noise, jumps or kinks.
+        How many continuous derivatives g, K and a have: 0 for samples with noise, jumps or kinks, such as measured
+        data; 5 or more for smooth functions.
     stiff
         Whether parts of the solution decay within a step or so; "vie2" and "vide" only.
     continuous
         Whether polynomials have to join; "vie1" only.
     samples
-        The number of samples, if it is known: there are to be 8 steps at least.
+        The number of samples, 1441 if nothing is said; at least 9, as there are to be 8 steps.
+
+    Errors are those of `Measurement.expected_error`: measured with problems of just this smoothness, from 41 to 1441
+    samples of a few oscillations. With m = 1 every sample is read; other settings read a part of them, which `reason`
+    states, and need samples without noise.
+
+    Raises `ValueError` for an argument that is wrong, and `SizeError`, which is one, for fewer than 9 samples.
     """
     if kind not in ("vie1", "vie2", "vide"):
-        raise ValueError(f"kind: expected 'vie1', 'vie2' or 'vide', came {kind!r}")
+        raise ValueError(f"kind: expected 'vie1', 'vie2' or 'vide', got {kind!r}")
     smoothness = whole_number("smoothness", smoothness, 0)
+    count = KINKED_SAMPLES[-1] if samples is None else whole_number("samples", samples, 0)
     if stiff and kind == "vie1":
-        raise ValueError("stiff: expected False for the first kind, which has no decay of its own; came True")
+        raise ValueError("stiff: expected False for the first kind, which has no decay of its own; got True")
     if continuous and kind != "vie1":
-        raise ValueError(f"continuous: expected False for {kind}, which has one form; came True")
-    if samples is not None and whole_number("samples", samples, 0) <= _FEWEST_STEPS:
-        raise SizeError(f"samples: expected at least {_FEWEST_STEPS + 1}, for {_FEWEST_STEPS} steps, came {samples}")
+        raise ValueError(f"continuous: expected False for {kind}, which has one form; got True")
+    if count <= _FEWEST_STEPS:
+        raise SizeError(f"samples: expected at least {_FEWEST_STEPS + 1}, for {_FEWEST_STEPS} steps, got {count}")
 
     form = "vie1_continuous" if continuous else kind
-    demands = ["whose errors do not grow"]
+    demands = ["whose errors do not grow", f"with at least {_FEWEST_STEPS} steps in {count} samples"]
     if smoothness == 0:
-        demands.append("with m = 1, since more than that is wasted on rough samples")
-    else:
-        demands.append(f"with at most {smoothness} nodes, as {smoothness} derivatives can serve no more")
+        demands.append("with m = 1, which read every sample")
     if stiff:
         demands.append("that damp what decays within a step")
-    if samples is not None:
-        demands.append(f"with at least {_FEWEST_STEPS} steps in {samples} samples")
 
     def serves(setting: Setting, measured: Measurement) -> bool:
         return (
             measured.stable
             and measured.error is not None
-            and (setting.m == 1 if smoothness == 0 else setting.count <= smoothness)
+            and (setting.m == 1 or smoothness > 0)
             and (not stiff or (measured.stiff_growth is not None and measured.stiff_growth <= 0.9))
-            and (samples is None or (samples - 1) // setting.spacings >= _FEWEST_STEPS)
+            and (count - 1) // setting.spacings >= _FEWEST_STEPS
             # A disturbance of the first kind that stays adds up with all others.
             and (kind != "vie1" or (measured.growth is not None and measured.growth <= 0.9))
         )
 
-    def error(setting: Setting) -> Any:
-        return setting.measured[form].error
+    def error(setting: Setting) -> float:
+        return setting.measured[form].expected_error(smoothness, count)
 
     candidates = [setting for setting in settings() if serves(setting, setting.measured[form])]
     best = min(candidates, key=error)
     return Recommendation(
         best,
-        f"of the {len(candidates)} settings {', '.join(demands)}, {best} has the smallest error with 1441 samples of a "
-        f"smooth problem, {error(best):.1g}; {best.measured[form].note}",
+        f"of the {len(candidates)} settings {', '.join(demands)}, {best} has the smallest error for problems with "
+        f"{smoothness} continuous {'derivative' if smoothness == 1 else 'derivatives'}, about {error(best):.1g} with {count} samples; "
+        f"{best.measured[form].note}; {_what_is_read(best)}",
     )
+
+
+def _what_is_read(setting: Setting) -> str:
+    offsets = {node * setting.m % setting.spacings for node in setting.nodes}  # of the samples of g, within a step
+    if len(offsets) == setting.spacings:
+        return "every sample is read"
+    return f"{len(offsets)} of every {setting.spacings} samples of g are read"

@@ -1,5 +1,7 @@
 """Problems with known solutions: y = 1 + sin t for the kernel exp(-t), alone and in systems."""
 
+import math
+
 import numpy as np
 
 import quenta
@@ -35,6 +37,34 @@ def arguments(kind, t):
     if kind == "vide":
         return forcing(kind, t), kernel(t), coefficient(t), 1.0
     return forcing(kind, t), kernel(t)
+
+
+def kinked_arguments(kind, t, smoothness, random):
+    """Arguments with random times where the next derivative of g and a jumps, for the kernel exp(-t) or its negative;
+    and the solution.
+    """
+    sign = random.choice([-1, 1])
+    rate, power = random.uniform(0.5, 2), smoothness + {"vie1": 0, "vie2": 1, "vide": 2}[kind]
+    wave = (np.sin(rate * t) - rate * np.cos(rate * t) + rate * np.exp(-t)) / (1 + rate**2)
+    y, slope, integral, a = 1 + np.sin(rate * t), rate * np.cos(rate * t), 1 - np.exp(-t) + wave, coefficient(t)
+    for _ in range(4):
+        height, past = random.uniform(-2, 2), t - random.uniform(0, 10)
+        y = y + height * _fading_power(past, power)
+        slope = slope + height * (_fading_power(past, power - 1) - _fading_power(past, power))
+        integral = integral + height * _fading_power(past, power + 1)
+        a = a + random.uniform(-1, 1) * _fading_power(t - random.uniform(0, 10), smoothness + 1)
+    K, integral = sign * kernel(t), sign * integral
+    if kind == "vie1":
+        return (integral, K), y
+    if kind == "vie2":
+        return (y - integral, K), y
+    return (slope - a * y - integral, K, a, y[0]), y
+
+
+def _fading_power(t, power):
+    """t^power exp(-t) / power!, from t = 0 on."""
+    t_past = np.maximum(t, 0)
+    return np.where(t >= 0, t_past ** max(power, 0) * np.exp(-t_past) / math.factorial(max(power, 0)), 0)
 
 
 def coupled_arguments(kind, t, D):

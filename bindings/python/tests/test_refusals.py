@@ -197,7 +197,7 @@ def test_a_singular_block_leaves_the_steps_before_it(D):
 # ---- Other functions ------------------------------------------------------------------------------------------------
 
 OTHERS = [
-    (ValueError, "kind: expected 'vie1', 'vie2' or 'vide', came 'x'", lambda: quenta.recommend("x")),
+    (ValueError, "kind: expected 'vie1', 'vie2' or 'vide', got 'x'", lambda: quenta.recommend("x")),
     (ValueError, "kind: expected", lambda: quenta.recommend(None)),
     (ValueError, "smoothness: expected a whole number, came 1.5", lambda: quenta.recommend("vie2", smoothness=1.5)),
     (ValueError, "smoothness: expected a number from 0 on, came -1", lambda: quenta.recommend("vie2", smoothness=-1)),
