@@ -17,7 +17,14 @@ from .block_solvers import (
 )
 from .ensembles import Ensemble, Failure, ensemble
 from .error_estimate import EstimatedSolution, with_error
-from .errors import GrowthWarning, QuentaError, SingularBlockError, SizeError, UnsupportedSettingError
+from .errors import (
+    EnsembleInterrupt,
+    GrowthWarning,
+    QuentaError,
+    SingularBlockError,
+    SizeError,
+    UnsupportedSettingError,
+)
 from .native_library import release_memory
 from .recommendation import Recommendation, recommend
 from .sampled_solvers import solve_vide, solve_vie1, solve_vie2
@@ -29,6 +36,7 @@ __version__ = "0.1.0"
 __all__ = [
     "CarriedSolution",
     "Ensemble",
+    "EnsembleInterrupt",
     "EstimatedSolution",
     "Failure",
     "GrowthWarning",

@@ -2,30 +2,31 @@
 
 from __future__ import annotations
 
-import concurrent.futures
-import queue
-import traceback
+import collections.abc
+import inspect
+import reprlib
 import warnings
 from dataclasses import dataclass
 from typing import Any, Callable, Iterable, Optional
 
 from .arguments import whole_number
+from .ensemble_executors import solve_elsewhere
+from .ensemble_members import Outcome, origin, runs_this_thread, solve_members
+from .errors import EnsembleInterrupt
 
-# What a chunk of members comes back as: for each its number, and its value or its failure.
-Outcome = tuple[int, bool, Any]
-
-_CHUNKS = 64  # so many, if nobody says otherwise: enough to share them out, few enough to send
+_MOST_MEMBERS = 10**7  # so many are kept in memory; an endless iterable ends here
 
 
 @dataclass(frozen=True)
 class Failure:
     """A member that has no value."""
 
+    #: Its place among the parameters.
     index: int
     parameter: Any
-    #: The exception in one line.
+    #: The exception in one line, or why the member was not run.
     error: str
-    #: Where it came from.
+    #: The exception with its traceback.
     details: str
 
 
@@ -54,8 +55,11 @@ def ensemble(
     """Calls solve(parameter) for every parameter, and keeps the order.
 
     solve
-        A function of one argument. For an executor with processes it has to be found by its module and name, and what
-        it returns has to travel: return what is needed, not whole solutions.
+        A function of one argument, which it does not change. For an executor with processes it has to be found by its
+        module and name, and what it returns has to travel: return what is needed, not whole solutions.
+    parameters
+        A list, an array (its rows), or anything else that ends. All are taken before the first is solved; an exception
+        from a generator passes on as it is.
     executor
         Any executor of `concurrent.futures`, or a `Client` of Dask for more machines; without one the members are
         solved here, one after the other. Solvers release the interpreter's lock, so threads serve too.
@@ -64,111 +68,128 @@ def ensemble(
     chunk
         How many members are sent at once; so many that there are about 64 chunks, where nothing is said.
 
-    A member that raises is listed under `failures`, and warned of; the others go on. So do members whose process ended:
-    Dask lets another process solve them; with an executor of `concurrent.futures`, which cannot, they are failures.
+    Returns an `Ensemble`. A member that raises anything, `SystemExit` included, is listed under its `failures`, and
+    warned of; the others go on. What members warn of in other processes is warned of here.
+
+    A member can end its process. Dask lets another process solve what was with it, and only this member is a failure.
+    An executor of `concurrent.futures` does not recover: the members in flight, which `Failure.error` names, and those
+    that have not been started are failures; what was solved before is kept.
+
+    Raises `ValueError` for an argument that is wrong, and `EnsembleInterrupt`, a `KeyboardInterrupt`, if the user
+    interrupts; its `ensemble` holds what was solved until then.
     """
-    if not callable(solve):
-        raise ValueError(f"solve: expected a function of one parameter, came {solve!r}")
+    _check_solve(solve)
     if chunk is not None:
         chunk = whole_number("chunk", chunk, 1)
-    if executor is not None and not hasattr(executor, "submit"):
-        raise ValueError(f"executor: expected one of concurrent.futures, or a Client of Dask, came {executor!r}")
-    try:
-        members = list(enumerate(parameters))
-    except TypeError:
-        raise ValueError(f"parameters: expected several, as in a list, came {parameters!r}") from None
-    gathered = _Gathered(members, progress)
+    if executor is not None:
+        _check_executor(executor)
+    gathered = _Gathered(_listed(parameters), progress)
+    members = list(enumerate(gathered.parameters))
     with gathered.bar:
-        if executor is None:
-            for member in members:
-                gathered.add(_solve_members(solve, [member]))
-        else:
-            _solve_elsewhere(solve, members, executor, chunk or 1 + len(members) // _CHUNKS, gathered)
+        try:
+            if executor is None:
+                for member in members:
+                    gathered.add(solve_members(solve, [member], origin(None)))
+            else:
+                for outcomes in solve_elsewhere(solve, members, executor, chunk):
+                    gathered.add(outcomes)
+        except KeyboardInterrupt as interrupt:
+            raise EnsembleInterrupt(gathered.ensemble()) from interrupt
+    gathered.warn()
     return gathered.ensemble()
 
 
-def _solve_members(solve: Callable[[Any], Any], members: list[tuple[int, Any]]) -> list[Outcome]:
-    outcomes: list[Outcome] = []
-    for index, parameter in members:
-        try:
-            outcomes.append((index, True, solve(parameter)))
-        except Exception as failure:
-            outcomes.append((index, False, Failure(index, parameter, _line(failure), traceback.format_exc())))
-    return outcomes
+# ---- Arguments ------------------------------------------------------------------------------------------------------
 
 
-def _line(failure: BaseException) -> str:
-    return f"{type(failure).__name__}: {failure}".strip(": ")
+def _check_solve(solve: Any) -> None:
+    if not callable(solve):
+        raise ValueError(f"solve: expected a function of one parameter, got {reprlib.repr(solve)}")
+    for function in (solve, getattr(solve, "__call__", None)):
+        if inspect.iscoroutinefunction(function) or inspect.isasyncgenfunction(function):
+            raise ValueError(f"solve: expected a function that returns its result, got an async one, {reprlib.repr(solve)}")
+        if inspect.isgeneratorfunction(function):
+            raise ValueError(f"solve: expected a function that returns its result, got one that yields, {reprlib.repr(solve)}")
 
 
-def _solve_elsewhere(
-    solve: Callable[[Any], Any], members: list[tuple[int, Any]], executor: Any, chunk: int, gathered: _Gathered
-) -> None:
-    if hasattr(executor, "get_executor"):  # a client of Dask: members may have been drawn by chance, so none is reused
-        executor = executor.get_executor(pure=False)
-    pending: dict[concurrent.futures.Future[list[Outcome]], list[tuple[int, Any]]] = {}
-    done: queue.SimpleQueue[concurrent.futures.Future[list[Outcome]]] = queue.SimpleQueue()
+def _check_executor(executor: Any) -> None:
+    if isinstance(executor, type):
+        name = executor.__name__
+        raise ValueError(f"executor: expected an executor, got the class {name}; make one, as in {name}()")
+    if not hasattr(executor, "submit"):
+        raise ValueError(
+            f"executor: expected one of concurrent.futures, or a Client of Dask, got {reprlib.repr(executor)}"
+        )
+    if runs_this_thread(executor):
+        raise ValueError("executor: expected another than that which runs this call, for it would wait for itself")
 
-    def submit(part: list[tuple[int, Any]]) -> None:
-        try:
-            future = executor.submit(_solve_members, solve, part)
-        except Exception as failure:
-            gathered.add_lost(part, failure)
-        else:
-            pending[future] = part
-            future.add_done_callback(done.put)
 
+def _listed(parameters: Any) -> list[Any]:
+    if isinstance(parameters, (str, bytes, bytearray, collections.abc.Mapping)) or hasattr(parameters, "itertuples"):
+        kind = type(parameters).__name__
+        raise ValueError(f"parameters: expected several, as in a list, got a {kind} (to pass it as one, put it in a list)")
     try:
-        for first in range(0, len(members), chunk):
-            submit(members[first : first + chunk])
-        while pending:
-            future = done.get()
-            part = pending.pop(future)
-            try:
-                outcomes = future.result()
-            except Exception as failure:
-                # The process ended, or something did not travel. Alone, only the member that is to blame fails.
-                if len(part) == 1:
-                    gathered.add_lost(part, failure)
-                else:
-                    for member in part:
-                        submit([member])
-            else:
-                gathered.add(outcomes)
-    finally:
-        for future in pending:  # after an interruption
-            future.cancel()
+        iterator = iter(parameters)
+    except TypeError:
+        raise ValueError(f"parameters: expected several, as in a list, got {reprlib.repr(parameters)}") from None
+    listed: list[Any] = []
+    try:
+        for parameter in iterator:
+            listed.append(parameter)
+            if len(listed) > _MOST_MEMBERS:
+                break
+    except Exception as failure:
+        if hasattr(failure, "add_note"):  # since Python 3.11
+            failure.add_note(f"raised by `parameters`, when it was asked for member {len(listed)}")
+        raise
+    if len(listed) > _MOST_MEMBERS:
+        raise ValueError(f"parameters: expected at most {_MOST_MEMBERS}, got more; is this endless?")
+    return listed
+
+
+# ---- Results --------------------------------------------------------------------------------------------------------
 
 
 class _Gathered:
     """The outcomes that have come; each member's once."""
 
-    def __init__(self, members: list[tuple[int, Any]], progress: bool) -> None:
-        self.parameters = [parameter for _, parameter in members]
+    def __init__(self, parameters: list[Any], progress: bool) -> None:
+        self.parameters = parameters
         self.outcomes: dict[int, Outcome] = {}
-        self.bar = _bar(len(members)) if progress else _NoBar()
+        self.bar = _bar(len(parameters)) if progress else _NoBar()
 
     def add(self, outcomes: list[Outcome]) -> None:
         for outcome in outcomes:
-            if outcome[0] in self.outcomes:
-                raise RuntimeError(f"member {outcome[0]} came twice")
-            self.outcomes[outcome[0]] = outcome
+            if outcome.number in self.outcomes:
+                raise RuntimeError(f"member {outcome.number} came twice")
+            self.outcomes[outcome.number] = outcome
         self.bar.update(len(outcomes))
 
-    def add_lost(self, members: list[tuple[int, Any]], failure: Exception) -> None:
-        details = "".join(traceback.format_exception(type(failure), failure, failure.__traceback__))
-        self.add([(index, False, Failure(index, member, _line(failure), details)) for index, member in members])
-
     def ensemble(self) -> Ensemble:
-        outcomes = [self.outcomes[index] for index in range(len(self.parameters))]
-        failures = [outcome for _, solved, outcome in outcomes if not solved]
-        if failures:
-            first = failures[0]
+        values, failures = [], []
+        for index, parameter in enumerate(self.parameters):
+            outcome = self.outcomes.get(index)
+            values.append(None if outcome is None else outcome.value)
+            if outcome is None:
+                failures.append(Failure(index, parameter, "not solved before the interruption", ""))
+            elif outcome.error is not None:
+                failures.append(Failure(index, parameter, outcome.error, outcome.details))
+        return Ensemble(self.parameters, values, failures)
+
+    def warn(self) -> None:
+        warned = {}
+        for index in sorted(self.outcomes, reverse=True):
+            warned.update({what: index for what in self.outcomes[index].warned})
+        for (category, text), index in reversed(warned.items()):
+            warnings.warn(f"member {index}, in its process: {text}", category, stacklevel=3)
+        failed = [outcome for outcome in self.outcomes.values() if outcome.error is not None]
+        if failed:
+            first = min(failed, key=lambda outcome: outcome.number)
             warnings.warn(
-                f"{len(failures)} of {len(outcomes)} members failed; the first is member {first.index}: {first.error}",
+                f"{len(failed)} of {len(self.parameters)} members failed; the first is member {first.number}: "
+                f"{first.error}",
                 stacklevel=3,
             )
-        return Ensemble(self.parameters, [value if solved else None for _, solved, value in outcomes], failures)
 
 
 class _NoBar:
@@ -186,5 +207,5 @@ def _bar(count: int) -> Any:
     try:
         from tqdm import tqdm  # type: ignore[import]
     except ImportError:
-        raise ValueError("progress: expected False, since the package tqdm is not installed; came True") from None
+        raise ValueError("progress: expected False, since the package tqdm is not installed; got True") from None
     return tqdm(total=count, unit="solve")

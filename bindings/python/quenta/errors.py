@@ -9,6 +9,7 @@ from typing import TYPE_CHECKING, Optional
 
 if TYPE_CHECKING:
     from .arguments import Array
+    from .ensembles import Ensemble
 
 
 class QuentaError(Exception):
@@ -41,6 +42,22 @@ class SingularBlockError(QuentaError, ArithmeticError):
 
     def __str__(self) -> str:
         return self.message
+
+
+class EnsembleInterrupt(KeyboardInterrupt):
+    """The user has interrupted an ensemble.
+
+    `ensemble` holds the members that were solved until then; the others are among its failures.
+    """
+
+    def __init__(self, ensemble: Ensemble) -> None:
+        super().__init__(ensemble)
+        self.ensemble = ensemble
+
+    def __str__(self) -> str:
+        count = len(self.ensemble)
+        solved = count - len(self.ensemble.failures)
+        return f"{solved} of {count} members were solved before the interruption, and are in the attribute ensemble"
 
 
 class GrowthWarning(UserWarning):

@@ -102,7 +102,7 @@ def test_an_interruption_leaves_nothing_pending():
             return future
 
     futures = []
-    with Interrupting(1) as executor, pytest.raises(KeyboardInterrupt):
+    with Interrupting(2) as executor, pytest.raises(KeyboardInterrupt):
         quenta.ensemble(last_value, RATES, executor=executor, chunk=1)
     assert len(futures) == 3 and all(future.cancelled() for future in futures)
 

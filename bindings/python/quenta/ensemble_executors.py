@@ -1,0 +1,123 @@
+"""The members of an ensemble, shared out to an executor; no member is lost or counted twice, whatever dies."""
+
+from __future__ import annotations
+
+import collections
+import concurrent.futures
+import queue
+from typing import Any, Callable, Iterator, Optional
+
+from .ensemble_members import Member, Outcome, in_detail, in_one_line, origin, solve_members
+
+_CHUNKS = 64  # so many, if nobody says otherwise: enough to share them out, few enough to send
+_SIGNAL_CHECK = 0.2  # seconds; some systems do not interrupt a thread that waits
+
+Part = list[Member]
+PartFuture = concurrent.futures.Future[list[Outcome]]
+
+
+def solve_elsewhere(
+    solve: Callable[[Any], Any], members: Part, executor: Any, chunk: Optional[int]
+) -> Iterator[list[Outcome]]:
+    """Outcomes as they come; each member's once. Members that are not started are withdrawn when this is closed."""
+    sharing = _Sharing(solve, executor)
+    size = chunk or 1 + len(members) // _CHUNKS
+    sharing.waiting.extend(members[first : first + size] for first in range(0, len(members), size))
+    try:
+        yield from sharing.outcomes()
+    finally:
+        for future in sharing.pending:
+            future.cancel()
+
+
+class _Sharing:
+    def __init__(self, solve: Callable[[Any], Any], executor: Any) -> None:
+        self.solve, self.origin = solve, origin(executor)
+        if hasattr(executor, "get_executor"):  # a Client of Dask. Members may be drawn by chance, so none is reused
+            executor = executor.get_executor(pure=False)
+        self.executor = executor
+        # A pool breaks as a whole. What it has not been given yet is not suspected of having broken it.
+        workers = getattr(executor, "_max_workers", None)
+        self.most_pending = 2 * workers if isinstance(workers, int) else None
+        self.waiting: collections.deque[Part] = collections.deque()
+        #: What was with a process that ended: each part once more, with nothing beside it.
+        self.suspects: collections.deque[Part] = collections.deque()
+        self.pending: dict[PartFuture, Part] = {}
+        self.done: queue.SimpleQueue[PartFuture] = queue.SimpleQueue()
+        self.started = False
+        self.broken: Optional[BaseException] = None
+        self.in_flight: Part = []  # when it broke
+
+    def outcomes(self) -> Iterator[list[Outcome]]:
+        while True:
+            yield from self.submit_all()
+            if not self.pending:
+                break
+            try:
+                future = self.done.get(timeout=_SIGNAL_CHECK)
+            except queue.Empty:
+                continue
+            yield from self.outcomes_of(future, self.pending.pop(future))
+        if self.broken is not None and self.in_flight:
+            numbers = ", ".join(str(index) for index, _ in sorted(self.in_flight, key=lambda member: member[0]))
+            error = f"{in_one_line(self.broken)} (in flight: {numbers})"
+            yield _lost(self.in_flight, error, in_detail(self.broken))
+
+    def submit_all(self) -> Iterator[list[Outcome]]:
+        while self.waiting and (self.most_pending is None or len(self.pending) < self.most_pending):
+            yield from self.submit(self.waiting.popleft())
+        if self.suspects and not self.pending and not self.waiting:
+            yield from self.submit(self.suspects.popleft())
+
+    def submit(self, part: Part) -> Iterator[list[Outcome]]:
+        if self.broken is not None:
+            error = f"not run, since the executor failed before: {in_one_line(self.broken)}"
+            yield _lost(part, error, in_detail(self.broken))
+            return
+        try:
+            future = self.executor.submit(solve_members, self.solve, part, self.origin)
+        except RuntimeError as failure:  # it is broken, or was shut down
+            if not self.started:
+                raise ValueError(
+                    f"executor: expected one that takes work, got one that raises {in_one_line(failure)}"
+                ) from failure
+            self.broken = failure
+            self.waiting.appendleft(part)
+        except Exception as failure:
+            yield from self.divide(part, failure, self.waiting)
+        else:
+            self.started = True
+            self.pending[future] = part
+            future.add_done_callback(self.done.put)
+
+    def outcomes_of(self, future: PartFuture, part: Part) -> Iterator[list[Outcome]]:
+        if future.cancelled():
+            yield _lost(part, "cancelled in the executor", "")
+            return
+        failure = future.exception()
+        if failure is None:
+            yield future.result()
+        elif isinstance(failure, KeyboardInterrupt):
+            raise failure
+        elif isinstance(failure, concurrent.futures.BrokenExecutor):
+            self.broken = failure
+            self.in_flight += part
+        elif type(failure).__name__ == "KilledWorker":  # of Dask, for everything that was with the process
+            alone = not self.pending and not self.waiting
+            if alone:
+                yield from self.divide(part, failure, self.suspects)
+            else:
+                self.suspects.append(part)
+        else:
+            yield from self.divide(part, failure, self.waiting)
+
+    def divide(self, part: Part, failure: BaseException, line: collections.deque[Part]) -> Iterator[list[Outcome]]:
+        """Something did not travel, or ended its process. Alone, only the member that is to blame fails."""
+        if len(part) == 1:
+            yield _lost(part, in_one_line(failure), in_detail(failure))
+        else:
+            line.extendleft([member] for member in reversed(part))
+
+
+def _lost(part: Part, error: str, details: str) -> list[Outcome]:
+    return [Outcome(index, None, error, details, []) for index, _ in part]

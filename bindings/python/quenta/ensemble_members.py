@@ -1,0 +1,132 @@
+"""Members of an ensemble, solved wherever an executor runs them. Whatever a member does comes back as its outcome."""
+
+from __future__ import annotations
+
+import os
+import sys
+import threading
+import traceback
+import warnings
+from typing import Any, Callable, NamedTuple, Optional
+
+Member = tuple[int, Any]  # number, parameter
+
+# Another process has another number; another machine, or a process that was not forked from here, another token.
+_TOKEN = os.urandom(16)
+
+
+class Origin(NamedTuple):
+    """The process that an ensemble is called in, and the executor that it is given."""
+
+    token: bytes
+    process: int
+    executor: int
+
+
+class Outcome(NamedTuple):
+    """What came of a member. Exceptions come as text, which travels between processes whatever they are."""
+
+    number: int
+    value: Any
+    #: The exception in one line; None for a member that is solved.
+    error: Optional[str]
+    details: str
+    #: What it warned of in another process, where nobody would see it.
+    warned: list[tuple[type[Warning], str]]
+
+
+class _Solving(threading.local):
+    """What this thread is solving."""
+
+    def __init__(self) -> None:
+        self.origins: list[Origin] = []
+        self.warned: Optional[list[tuple[type[Warning], str]]] = None
+
+
+_solving = _Solving()
+_show_warning = warnings.showwarning
+
+
+def origin(executor: Any) -> Origin:
+    return Origin(_TOKEN, os.getpid(), id(executor))
+
+
+def runs_this_thread(executor: Any) -> bool:
+    """Whether this call comes from a member that the executor, or the one this process was forked from, is running."""
+    return any(one.token == _TOKEN and one.executor == id(executor) for one in _solving.origins)
+
+
+def solve_members(solve: Callable[[Any], Any], members: list[Member], started_by: Origin) -> list[Outcome]:
+    if started_by[:2] != (_TOKEN, os.getpid()):
+        _record_warnings()
+        record = True
+    else:
+        record = False
+    _solving.origins.append(started_by)
+    try:
+        return [_solve_member(solve, index, parameter, record) for index, parameter in members]
+    finally:
+        _solving.origins.pop()
+
+
+def _solve_member(solve: Callable[[Any], Any], index: int, parameter: Any, record: bool) -> Outcome:
+    warned: list[tuple[type[Warning], str]] = []
+    outer = _solving.warned
+    if record:
+        _solving.warned = warned
+    try:
+        return Outcome(index, solve(parameter), None, "", warned)
+    except KeyboardInterrupt:  # of the user, who means the whole ensemble
+        raise
+    except BaseException as failure:  # SystemExit, for one
+        return Outcome(index, None, in_one_line(failure), in_detail(failure), warned)
+    finally:
+        _solving.warned = outer
+
+
+def in_one_line(failure: BaseException) -> str:
+    name = type(failure).__name__
+    try:
+        message = " ".join(str(failure).split())
+    except Exception:
+        message = "(its message cannot be shown)"
+    return f"{name}: {message}" if message else name
+
+
+def in_detail(failure: BaseException) -> str:
+    try:
+        return "".join(traceback.format_exception(type(failure), failure, failure.__traceback__))
+    except Exception:
+        return in_one_line(failure)
+
+
+# ---- Warnings of members in another process -------------------------------------------------------------------------
+
+
+def _record_warnings() -> None:
+    """From now on, warnings of a thread that is solving go to its list. `catch_warnings` would not do for threads."""
+    global _show_warning
+    if warnings.showwarning is not _show_or_record:
+        _show_warning = warnings.showwarning
+        warnings.showwarning = _show_or_record
+
+
+def _show_or_record(
+    message: Any, category: type[Warning], filename: str, lineno: int, file: Any = None, line: Optional[str] = None
+) -> None:
+    if _solving.warned is None:
+        _show_warning(message, category, filename, lineno, file, line)
+    elif _is_known_elsewhere(category):
+        _solving.warned.append((category, str(message)))
+    else:
+        _solving.warned.append((UserWarning, f"{category.__name__}: {message}"))
+
+
+def _is_known_elsewhere(category: type[Warning]) -> bool:
+    """Whether pickle finds the class by its name, and it takes a message alone."""
+    module = category.__module__
+    try:
+        category("")
+    except Exception:
+        return False
+    return module != "__main__" and getattr(sys.modules.get(module), category.__qualname__, None) is category
