@@ -7,7 +7,7 @@ import concurrent.futures
 import queue
 from typing import Any, Callable, Iterator, Optional
 
-from .ensemble_members import Member, Outcome, in_detail, in_one_line, origin, solve_members
+from .ensemble_members import Member, Outcome, in_detail, in_one_line, origin, solve_members, unpacked
 
 _CHUNKS = 64  # so many, if nobody says otherwise: enough to share them out, few enough to send
 _SIGNAL_CHECK = 0.2  # seconds; some systems do not interrupt a thread that waits
@@ -96,7 +96,7 @@ class _Sharing:
             return
         failure = future.exception()
         if failure is None:
-            yield future.result()
+            yield [unpacked(outcome) for outcome in future.result()]
         elif isinstance(failure, KeyboardInterrupt):
             raise failure
         elif isinstance(failure, concurrent.futures.BrokenExecutor):

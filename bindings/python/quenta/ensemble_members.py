@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import pickle
 import sys
 import threading
 import traceback
@@ -35,6 +36,12 @@ class Outcome(NamedTuple):
     warned: list[tuple[type[Warning], str]]
 
 
+class Packed(NamedTuple):
+    """A value on its way from another process: unpacking it can fail, which is to touch no other member."""
+
+    content: bytes
+
+
 class _Solving(threading.local):
     """What this thread is solving."""
 
@@ -57,31 +64,47 @@ def runs_this_thread(executor: Any) -> bool:
 
 
 def solve_members(solve: Callable[[Any], Any], members: list[Member], started_by: Origin) -> list[Outcome]:
-    if started_by[:2] != (_TOKEN, os.getpid()):
+    elsewhere = started_by[:2] != (_TOKEN, os.getpid())
+    if elsewhere:
         _record_warnings()
-        record = True
-    else:
-        record = False
     _solving.origins.append(started_by)
     try:
-        return [_solve_member(solve, index, parameter, record) for index, parameter in members]
+        return [_solve_member(solve, index, parameter, elsewhere) for index, parameter in members]
     finally:
         _solving.origins.pop()
 
 
-def _solve_member(solve: Callable[[Any], Any], index: int, parameter: Any, record: bool) -> Outcome:
+def _solve_member(solve: Callable[[Any], Any], index: int, parameter: Any, elsewhere: bool) -> Outcome:
     warned: list[tuple[type[Warning], str]] = []
     outer = _solving.warned
-    if record:
+    if elsewhere:
         _solving.warned = warned
     try:
-        return Outcome(index, solve(parameter), None, "", warned)
+        value = solve(parameter)
+        return Outcome(index, _packed(value) if elsewhere else value, None, "", warned)
     except KeyboardInterrupt:  # of the user, who means the whole ensemble
         raise
     except BaseException as failure:  # SystemExit, for one
         return Outcome(index, None, in_one_line(failure), in_detail(failure), warned)
     finally:
         _solving.warned = outer
+
+
+def _packed(value: Any) -> Any:
+    try:
+        return Packed(pickle.dumps(value))
+    except Exception:  # some executors have other ways
+        return value
+
+
+def unpacked(outcome: Outcome) -> Outcome:
+    if not isinstance(outcome.value, Packed):
+        return outcome
+    try:
+        return outcome._replace(value=pickle.loads(outcome.value.content))
+    except Exception as failure:
+        error = f"what solve returned does not arrive: {in_one_line(failure)}"
+        return outcome._replace(value=None, error=error, details=in_detail(failure))
 
 
 def in_one_line(failure: BaseException) -> str:

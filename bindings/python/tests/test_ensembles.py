@@ -1,7 +1,10 @@
 """Ensembles: the order is kept, failures are reported, and no member is lost or counted twice, whatever dies."""
 
+import asyncio
+import itertools
 import os
 import signal
+import sys
 import threading
 import time
 import warnings
@@ -117,6 +120,252 @@ def test_a_pool_whose_process_ends_keeps_what_was_solved_and_reports_the_rest():
     assert solved and all(found.values[index] == last_value(rates[index]) for index in solved)
 
 
+# ---- Members that raise what is unusual ------------------------------------------------------------------------------
+
+
+class Unreadable(Exception):
+    def __str__(self):
+        raise RuntimeError("no message")
+
+    __repr__ = __str__
+
+
+def raise_what_is_unusual(which):
+    if which == "exit":
+        sys.exit("enough")
+    if which == "cancelled":
+        raise asyncio.CancelledError("stopped")
+    if which == "unreadable":
+        raise Unreadable(1)
+    if which == "several lines":
+        raise ValueError("one\n  two")
+    if which == "unreadable key":
+        raise KeyError(Unreadable())
+    if which == "not picklable":
+        raise ValueError(threading.Lock())
+    if which == "a stopped generator":
+        next(iter([]))
+    return which
+
+
+UNUSUAL = ["exit", "cancelled", "unreadable", "several lines", "unreadable key", "not picklable", "a stopped generator"]
+
+
+@pytest.mark.parametrize("make", [lambda: None, lambda: ThreadPoolExecutor(2), lambda: ProcessPoolExecutor(2)])
+def test_whatever_a_member_raises_is_its_failure(make):
+    which = ["fine", *UNUSUAL, "fine too"]
+    executor = make()
+    try:
+        with pytest.warns(UserWarning, match="7 of 9 members failed; the first is member 1: SystemExit: enough"):
+            found = quenta.ensemble(raise_what_is_unusual, which, executor=executor, chunk=4)
+    finally:
+        if executor is not None:
+            executor.shutdown()
+    assert found.values == ["fine"] + [None] * 7 + ["fine too"]
+    errors = [failure.error for failure in found.failures]
+    assert errors[:4] == [
+        "SystemExit: enough",
+        "CancelledError: stopped",
+        "Unreadable: (its message cannot be shown)",
+        "ValueError: one two",
+    ]
+    assert errors[4].startswith("KeyError") and "lock" in errors[5] and errors[6] == "StopIteration"
+    assert all("raise_what_is_unusual" in failure.details for failure in found.failures)
+    assert all(failure.parameter is which[failure.index] for failure in found.failures)
+
+
+def return_what_does_not_travel(which):
+    return threading.Lock() if which == 2 else which
+
+
+def test_a_result_that_does_not_travel_is_a_failure_of_its_member():
+    with ProcessPoolExecutor(2) as executor, pytest.warns(UserWarning, match="1 of 6 .* member 2: .*pickle"):
+        found = quenta.ensemble(return_what_does_not_travel, range(6), executor=executor, chunk=3)
+    assert found.values == [0, 1, None, 3, 4, 5]
+
+
+class DoesNotArrive:
+    def __reduce__(self):
+        return int, ("x",)
+
+
+def test_a_parameter_that_does_not_travel_is_a_failure_of_its_member():
+    parameters = [0, threading.Lock(), 2]
+    with ProcessPoolExecutor(2) as executor, pytest.warns(UserWarning, match="1 of 3 .* member 1: .*pickle"):
+        found = quenta.ensemble(str, parameters, executor=executor, chunk=3)
+    assert found.values == ["0", None, "2"] and found.failures[0].parameter is parameters[1]
+
+
+def return_what_does_not_arrive(which):
+    return DoesNotArrive() if which == 2 else which
+
+
+def test_a_result_that_does_not_arrive_is_a_failure_of_its_member():
+    with ProcessPoolExecutor(2) as executor, pytest.warns(UserWarning, match="1 of 6 .* member 2: .*does not arrive: Val"):
+        found = quenta.ensemble(return_what_does_not_arrive, range(6), executor=executor, chunk=3)
+    assert found.values == [0, 1, None, 3, 4, 5]
+
+
+def test_a_pool_that_breaks_names_the_members_in_flight():
+    rates = [float(rate) for rate in range(1, 30)]
+    with ProcessPoolExecutor(1) as executor, pytest.warns(UserWarning, match="the first is member 12: BrokenProcessPool"):
+        found = quenta.ensemble(end_this_process_after_a_while, rates, executor=executor, chunk=1)
+    assert found.failures[0].error.endswith("(in flight: 12, 13)")
+    assert all(failure.error.startswith("not run, since the executor failed before: Broken") for failure in found.failures[2:])
+    assert found.values == [last_value(rate) for rate in rates[:12]] + [None] * 17
+
+
+# ---- Generators, warnings, interruptions -----------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("kind", [TypeError, ValueError, LookupError])
+def test_an_exception_of_the_generator_passes_on(kind):
+    def parameters():
+        yield 1.0
+        raise kind("from the generator")
+
+    solved = []
+    with pytest.raises(kind, match="^from the generator") as raised:
+        quenta.ensemble(solved.append, parameters())
+    assert not solved and raised.traceback[-1].name == "parameters"
+    if sys.version_info >= (3, 11):
+        assert "member 1" in raised.value.__notes__[0]
+
+
+def warn_of_growth(rate):
+    if rate > 1:
+        warnings.warn("the setting amplifies", quenta.GrowthWarning)
+    return rate
+
+
+@pytest.mark.parametrize("make", [lambda: None, lambda: ThreadPoolExecutor(1), lambda: ProcessPoolExecutor(1)])
+def test_warnings_of_members_are_not_lost(make):
+    executor = make()
+    try:
+        with pytest.warns(quenta.GrowthWarning, match="the setting amplifies"):
+            found = quenta.ensemble(warn_of_growth, [0, 1, 2], executor=executor)
+    finally:
+        if executor is not None:
+            executor.shutdown()
+    assert found.values == [0, 1, 2] and not found.failures
+
+
+def interrupt_at_3(rate):
+    if rate == 3:
+        raise KeyboardInterrupt
+    return rate
+
+
+@pytest.mark.parametrize("make", [lambda: None, lambda: ThreadPoolExecutor(1), lambda: ProcessPoolExecutor(1)])
+def test_an_interruption_keeps_what_was_solved(make):
+    executor = make()
+    try:
+        with pytest.raises(quenta.EnsembleInterrupt, match="3 of 9 members were solved") as raised:
+            quenta.ensemble(interrupt_at_3, range(9), executor=executor, chunk=1)
+    finally:
+        if executor is not None:
+            executor.shutdown()
+    kept = raised.value.ensemble
+    assert isinstance(raised.value, KeyboardInterrupt) and kept.values == [0, 1, 2] + [None] * 6
+    assert [failure.index for failure in kept.failures] == list(range(3, 9))
+    assert "not solved" in kept.failures[0].error
+
+
+def test_an_interruption_from_outside_is_answered_while_members_run():
+    released = threading.Event()
+
+    def wait(which):
+        return which if which == 0 else released.wait(20)
+
+    with ThreadPoolExecutor(1) as executor:
+        threading.Timer(0.3, signal.raise_signal, [signal.SIGINT]).start()
+        began = time.monotonic()
+        with pytest.raises(quenta.EnsembleInterrupt) as raised:
+            quenta.ensemble(wait, range(4), executor=executor, chunk=1)
+        assert time.monotonic() - began < 10
+        released.set()
+    assert raised.value.ensemble.values == [0, None, None, None]
+
+
+# ---- What is refused -------------------------------------------------------------------------------------------------
+
+
+async def solve_async(rate):
+    return rate
+
+
+def yield_one(rate):
+    yield rate
+
+
+def shut_down():
+    executor = ThreadPoolExecutor(1)
+    executor.shutdown()
+    return executor
+
+
+class Table:
+    def __iter__(self):
+        return iter(["rate"])
+
+    def itertuples(self):
+        return iter([(1.0,)])
+
+
+@pytest.mark.parametrize(
+    "words, solve, parameters, options",
+    [
+        (r"executor: .*the class ThreadPoolExecutor; make one", str, [1], {"executor": ThreadPoolExecutor}),
+        (r"executor: expected one that takes work, got .*after shutdown", str, [1], {"executor": shut_down()}),
+        ("executor: expected one of concurrent.futures", str, [1], {"executor": 4}),
+        ("solve: .* got an async one", solve_async, [1], {}),
+        ("solve: .* got one that yields", yield_one, [1], {}),
+        ("solve: expected a function of one parameter, got 1", 1, [1], {}),
+        ("parameters: .* got a dict", str, {"rate": 1}, {}),
+        ("parameters: .* got a str", str, "rate", {}),
+        ("parameters: .* got a Table", str, Table(), {}),
+        ("parameters: expected several, as in a list, got 1.0", str, 1.0, {}),
+        ("parameters: expected several, as in a list, got array", str, np.array(1.0), {}),
+    ],
+)
+def test_arguments_that_make_no_sense_are_refused(words, solve, parameters, options):
+    with pytest.raises(ValueError, match=words):
+        quenta.ensemble(solve, parameters, **options)
+
+
+def test_an_endless_iterable_is_refused(monkeypatch):
+    monkeypatch.setattr("quenta.ensembles._MOST_MEMBERS", 1000)
+    with pytest.raises(ValueError, match="parameters: expected at most 1000, got more; is this endless"):
+        quenta.ensemble(str, itertools.count())
+    assert len(quenta.ensemble(str, range(1000))) == 1000
+
+
+forked_pool = None
+
+
+def solve_an_ensemble(rate):
+    return quenta.ensemble(str, [rate, rate], executor=forked_pool).values
+
+
+def solve_an_ensemble_here(rate):
+    return quenta.ensemble(str, [rate, rate]).values
+
+
+@pytest.mark.parametrize("make", [lambda: ThreadPoolExecutor(1), lambda: ProcessPoolExecutor(1)])
+def test_an_ensemble_inside_another_does_not_wait_for_itself(make, monkeypatch):
+    with make() as executor:
+        monkeypatch.setitem(globals(), "forked_pool", executor)
+        with pytest.warns(UserWarning, match="2 of 2 .*ValueError: executor: expected another"):
+            quenta.ensemble(solve_an_ensemble, [1, 2], executor=executor)
+        assert quenta.ensemble(solve_an_ensemble_here, [1, 2], executor=executor).values == [["1", "1"], ["2", "2"]]
+
+
+def test_members_may_be_equal_and_need_no_hash():
+    with ThreadPoolExecutor(2) as executor:
+        found = quenta.ensemble(str, [[1], [1], {"a": 1}, {"a": 1}], executor=executor, chunk=100)
+    assert found.values == ["[1]", "[1]", "{'a': 1}", "{'a': 1}"]
+
+
 # ---- A local cluster of processes -----------------------------------------------------------------------------------
 
 
@@ -127,7 +376,7 @@ def client():
         distributed = pytest.importorskip("distributed")
         import dask
 
-        dask.config.set({"distributed.worker.daemon": False})
+        dask.config.set({"distributed.worker.daemon": False, "distributed.scheduler.allowed-failures": 1})
         cluster = distributed.LocalCluster(
             n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None, silence_logs=50
         )
@@ -166,3 +415,17 @@ def test_failing_members_on_a_cluster(client):
     found = quenta.ensemble(last_value_of_a_positive, rates, executor=client, chunk=4)
     assert [failure.index for failure in found.failures] == [5]
     assert [value for index, value in enumerate(found.values) if index != 5] == EXPECTED[:5] + EXPECTED[6:]
+
+
+def end_this_process_after_a_while(rate):
+    time.sleep(0.02)
+    return end_this_process(rate)
+
+
+@pytest.mark.filterwarnings("ignore")
+def test_only_the_member_that_ends_its_process_fails_on_a_cluster(client):
+    rates = [float(rate) for rate in range(1, 25)]
+    found = quenta.ensemble(end_this_process_after_a_while, rates, executor=client, chunk=2)
+    assert [failure.index for failure in found.failures] == [12]
+    assert "KilledWorker" in found.failures[0].error and found.failures[0].parameter == 13
+    assert [value for value in found.values if value is not None] == [last_value(rate) for rate in rates if rate != 13]
