@@ -5,7 +5,7 @@ from __future__ import annotations
 import collections
 import concurrent.futures
 import queue
-from typing import Any, Callable, Iterator, Optional
+from typing import Any, Callable, Generator, Iterator, Optional
 
 from .ensemble_members import Member, Outcome, in_detail, in_one_line, origin, solve_members, unpacked
 
@@ -18,7 +18,7 @@ PartFuture = concurrent.futures.Future[list[Outcome]]
 
 def solve_elsewhere(
     solve: Callable[[Any], Any], members: Part, executor: Any, chunk: Optional[int]
-) -> Iterator[list[Outcome]]:
+) -> Generator[list[Outcome], None, None]:
     """Outcomes as they come; each member's once. Members that are not started are withdrawn when this is closed."""
     sharing = _Sharing(solve, executor)
     size = chunk or 1 + len(members) // _CHUNKS
@@ -26,8 +26,10 @@ def solve_elsewhere(
     try:
         yield from sharing.outcomes()
     finally:
-        for future in sharing.pending:
-            future.cancel()
+        # Python before 3.12 can wait for ever for a pool of processes that has cancelled ones. It has been given few.
+        if not isinstance(executor, concurrent.futures.ProcessPoolExecutor):
+            for future in sharing.pending:
+                future.cancel()
 
 
 class _Sharing:

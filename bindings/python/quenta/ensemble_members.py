@@ -37,7 +37,7 @@ class Outcome(NamedTuple):
 
 
 class Packed(NamedTuple):
-    """A value on its way from another process: unpacking it can fail, which is to touch no other member."""
+    """A value on its way from another process: packing it or unpacking it can fail, which is to touch no other member."""
 
     content: bytes
 
@@ -81,20 +81,34 @@ def _solve_member(solve: Callable[[Any], Any], index: int, parameter: Any, elsew
         _solving.warned = warned
     try:
         value = solve(parameter)
-        return Outcome(index, _packed(value) if elsewhere else value, None, "", warned)
     except KeyboardInterrupt:  # of the user, who means the whole ensemble
         raise
     except BaseException as failure:  # SystemExit, for one
         return Outcome(index, None, in_one_line(failure), in_detail(failure), warned)
     finally:
         _solving.warned = outer
+    outcome = Outcome(index, value, None, "", warned)
+    return _packed(outcome) if elsewhere else outcome
 
 
-def _packed(value: Any) -> Any:
+def _packed(outcome: Outcome) -> Outcome:
     try:
-        return Packed(pickle.dumps(value))
-    except Exception:  # some executors have other ways
-        return value
+        return outcome._replace(value=Packed(_pickled(outcome.value)))
+    except Exception as failure:
+        return _without_value(outcome, "what solve returned cannot be sent", failure)
+
+
+def _pickled(value: Any) -> bytes:
+    try:
+        return pickle.dumps(value)
+    except Exception:
+        try:
+            import cloudpickle  # type: ignore[import]
+        except ImportError:
+            pass
+        else:
+            return bytes(cloudpickle.dumps(value))  # which takes functions without a name, too
+        raise
 
 
 def unpacked(outcome: Outcome) -> Outcome:
@@ -103,8 +117,11 @@ def unpacked(outcome: Outcome) -> Outcome:
     try:
         return outcome._replace(value=pickle.loads(outcome.value.content))
     except Exception as failure:
-        error = f"what solve returned does not arrive: {in_one_line(failure)}"
-        return outcome._replace(value=None, error=error, details=in_detail(failure))
+        return _without_value(outcome, "what solve returned cannot be received", failure)
+
+
+def _without_value(outcome: Outcome, what: str, failure: Exception) -> Outcome:
+    return outcome._replace(value=None, error=f"{what}: {in_one_line(failure)}", details=in_detail(failure))
 
 
 def in_one_line(failure: BaseException) -> str:

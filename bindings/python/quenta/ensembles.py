@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import collections.abc
+import contextlib
 import inspect
 import reprlib
 import warnings
@@ -91,8 +92,9 @@ def ensemble(
                 for member in members:
                     gathered.add(solve_members(solve, [member], origin(None)))
             else:
-                for outcomes in solve_elsewhere(solve, members, executor, chunk):
-                    gathered.add(outcomes)
+                with contextlib.closing(solve_elsewhere(solve, members, executor, chunk)) as parts:
+                    for outcomes in parts:
+                        gathered.add(outcomes)
         except KeyboardInterrupt as interrupt:
             raise EnsembleInterrupt(gathered.ensemble()) from interrupt
     gathered.warn()
@@ -127,7 +129,10 @@ def _check_executor(executor: Any) -> None:
 def _listed(parameters: Any) -> list[Any]:
     if isinstance(parameters, (str, bytes, bytearray, collections.abc.Mapping)) or hasattr(parameters, "itertuples"):
         kind = type(parameters).__name__
-        raise ValueError(f"parameters: expected several, as in a list, got a {kind} (to pass it as one, put it in a list)")
+        raise ValueError(
+            f"parameters: expected several, as in a list, got a {kind}; pass a list of its rows or items, or [it] for one "
+            f"member"
+        )
     try:
         iterator = iter(parameters)
     except TypeError:
