@@ -44,6 +44,7 @@ class _Sharing:
         self.waiting: collections.deque[Part] = collections.deque()
         #: What was with a process that ended: each part once more, with nothing beside it.
         self.suspects: collections.deque[Part] = collections.deque()
+        self.alone: Optional[Part] = None
         self.pending: dict[PartFuture, Part] = {}
         self.done: queue.SimpleQueue[PartFuture] = queue.SimpleQueue()
         self.started = False
@@ -69,7 +70,8 @@ class _Sharing:
         while self.waiting and (self.most_pending is None or len(self.pending) < self.most_pending):
             yield from self.submit(self.waiting.popleft())
         if self.suspects and not self.pending and not self.waiting:
-            yield from self.submit(self.suspects.popleft())
+            self.alone = self.suspects.popleft()
+            yield from self.submit(self.alone)
 
     def submit(self, part: Part) -> Iterator[list[Outcome]]:
         if self.broken is not None:
@@ -105,8 +107,7 @@ class _Sharing:
             self.broken = failure
             self.in_flight += part
         elif type(failure).__name__ == "KilledWorker":  # of Dask, for everything that was with the process
-            alone = not self.pending and not self.waiting
-            if alone:
+            if part is self.alone:
                 yield from self.divide(part, failure, self.suspects)
             else:
                 self.suspects.append(part)

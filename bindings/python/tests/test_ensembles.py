@@ -3,6 +3,7 @@
 import asyncio
 import itertools
 import os
+import queue
 import signal
 import sys
 import threading
@@ -37,6 +38,11 @@ def end_this_process(rate):
     if rate == 13:
         os.kill(os.getpid(), signal.SIGKILL)
     return last_value(rate)
+
+
+def end_this_process_after_a_while(rate):
+    time.sleep(0.02)
+    return end_this_process(rate)
 
 
 RATES = list(np.linspace(0.1, 2, 40))
@@ -367,6 +373,43 @@ def test_members_may_be_equal_and_need_no_hash():
     assert found.values == ["[1]", "[1]", "{'a': 1}", "{'a': 1}"]
 
 
+class KilledWorker(Exception):
+    """What a cluster raises for everything that was with a process when it ended."""
+
+
+class Cluster:
+    """Runs together what was submitted together; if a member ends the process, all of it is blamed."""
+
+    def __init__(self):
+        self.queued, self.runs = queue.SimpleQueue(), 0
+
+    def submit(self, function, *given):
+        future = Future()
+        self.queued.put((future, function, given))
+        if self.queued.qsize() == 1:
+            threading.Timer(0.01, self.run).start()
+        return future
+
+    def run(self):
+        together = [self.queued.get() for _ in range(self.queued.qsize())]
+        self.runs += 1
+        ended = any(parameter == 13 for _, _, (_, part, _) in together for _, parameter in part)
+        for future, function, given in together:
+            if ended:
+                future.set_exception(KilledWorker("a process ended"))
+            else:
+                future.set_result(function(*given))
+
+
+@pytest.mark.parametrize("chunk", [1, 2, 100])
+def test_only_the_member_that_ends_its_process_fails_on_a_cluster(chunk):
+    cluster = Cluster()
+    with pytest.warns(UserWarning, match="1 of 24 members failed; the first is member 12: KilledWorker"):
+        found = quenta.ensemble(str, range(1, 25), executor=cluster, chunk=chunk)
+    assert [failure.index for failure in found.failures] == [12] and cluster.runs > 2 + (chunk == 100)
+    assert found.values == [str(which) if which != 13 else None for which in range(1, 25)]
+
+
 # ---- A local cluster of processes -----------------------------------------------------------------------------------
 
 
@@ -377,7 +420,7 @@ def client():
         distributed = pytest.importorskip("distributed")
         import dask
 
-        dask.config.set({"distributed.worker.daemon": False, "distributed.scheduler.allowed-failures": 1})
+        dask.config.set({"distributed.worker.daemon": False})
         cluster = distributed.LocalCluster(
             n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None, silence_logs=50
         )
@@ -416,20 +459,6 @@ def test_failing_members_on_a_cluster(client):
     found = quenta.ensemble(last_value_of_a_positive, rates, executor=client, chunk=4)
     assert [failure.index for failure in found.failures] == [5]
     assert [value for index, value in enumerate(found.values) if index != 5] == EXPECTED[:5] + EXPECTED[6:]
-
-
-def end_this_process_after_a_while(rate):
-    time.sleep(0.02)
-    return end_this_process(rate)
-
-
-@pytest.mark.filterwarnings("ignore")
-def test_only_the_member_that_ends_its_process_fails_on_a_cluster(client):
-    rates = [float(rate) for rate in range(1, 25)]
-    found = quenta.ensemble(end_this_process_after_a_while, rates, executor=client, chunk=2)
-    assert [failure.index for failure in found.failures] == [12]
-    assert "KilledWorker" in found.failures[0].error and found.failures[0].parameter == 13
-    assert [value for value in found.values if value is not None] == [last_value(rate) for rate in rates if rate != 13]
 
 
 @pytest.mark.filterwarnings("ignore")
