@@ -6,13 +6,14 @@ never read, and may hold anything.
 
 from __future__ import annotations
 
+import warnings
 from typing import Any, NamedTuple, Optional, Union
 
 import numpy as np
 
 from . import native_library
 from .arguments import Array, address, all_finite, expect_shape, initial_value, real_array, real_number, shape_text
-from .errors import SingularBlockError, SizeError
+from .errors import GrowthWarning, SingularBlockError, SizeError
 from .native_library import LARGEST_INDEX, MOST_DIMENSIONS, MOST_POINTS, library
 
 # A NaN that no calculation makes: what it still marks after a solve was not written.
@@ -20,11 +21,15 @@ _UNWRITTEN = np.uint64(0x7FF8_5EED_0B10_C550)
 
 
 class CarriedSolution(NamedTuple):
-    """What the solvers with a value carried from step to step return."""
+    """What the solvers with a value carried from step to step return: the pair (x, y).
 
-    #: Values at the points, of shape (N, P) or (N, P, D).
+    x
+        Values at the points, an array of shape (N, P) or (N, P, D).
+    y
+        Carried values at the ends of the steps, an array of shape (N + 1,) or (N + 1, D); y[0] is y0.
+    """
+
     x: Array
-    #: Carried values at the ends of the steps, of shape (N + 1,) or (N + 1, D).
     y: Array
 
 
@@ -32,6 +37,10 @@ def solve_blocks_vie1(A: Any, b: Any, *, check_finite: bool = True) -> Array:
     """Solves sum over k = 0 .. n of A[n, :, k] x[k] = b[n] for n = 0 .. N-1: a scheme of the first kind.
 
     Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D). Returns x, of the shape of b.
+
+    Raises `SingularBlockError` if the system of a step is singular, `SizeError` for N, P or D out of range, and
+    `ValueError` for any other argument that is wrong. With `check_finite`, NaN and infinity are refused wherever they are
+    read, and a solution that overflows is warned of (`GrowthWarning`).
     """
     return _Blocks(A, b, 0, check_finite).solve("function_solve_vie1", (), (), False).x
 
@@ -40,6 +49,10 @@ def solve_blocks_vie2(A: Any, b: Any, *, check_finite: bool = True) -> Array:
     """Solves x[n] = b[n] + sum over k = 0 .. n of A[n, :, k] x[k] for n = 0 .. N-1: a scheme of the second kind.
 
     Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D). Returns x, of the shape of b.
+
+    Raises `SingularBlockError` if the system of a step is singular, `SizeError` for N, P or D out of range, and
+    `ValueError` for any other argument that is wrong. With `check_finite`, NaN and infinity are refused wherever they are
+    read, and a solution that overflows is warned of (`GrowthWarning`).
     """
     return _Blocks(A, b, 0, check_finite).solve("function_solve_vie2", (), (), False).x
 
@@ -54,6 +67,10 @@ def solve_blocks_vie1_cont(
 
     Shapes: A (N, P, N, P + 1), b (N, P), w (P,) and a number y0; or A (N, P, N, P + 1, D, D), b (N, P, D), w (P,) and
     y0 (D,). Returns x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D).
+
+    Raises `SingularBlockError` if the system of a step is singular, `SizeError` for N, P or D out of range, and
+    `ValueError` for any other argument that is wrong. With `check_finite`, NaN and infinity are refused wherever they are
+    read, and a solution that overflows is warned of (`GrowthWarning`).
     """
     blocks = _Blocks(A, b, 1, check_finite)
     weights = blocks.array("w", w, (blocks.P,), "(P,)")
@@ -72,6 +89,10 @@ def solve_blocks_vide(
 
     Shapes: A (N, P, N, P + 1), b and C (N, P), E (P, P), w (P,), h (N,) and a number y0; or A (N, P, N, P + 1, D, D),
     b (N, P, D), C (N, P, D, D) and y0 (D,). Returns x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D).
+
+    Raises `SingularBlockError` if the system of a step is singular, `SizeError` for N, P or D out of range, and
+    `ValueError` for any other argument that is wrong. With `check_finite`, NaN and infinity are refused wherever they are
+    read, and a solution that overflows is warned of (`GrowthWarning`).
     """
     blocks = _Blocks(A, b, 1, check_finite)
     N, P, D = blocks.N, blocks.P, blocks.D
@@ -132,8 +153,9 @@ class _Blocks:
         addresses = [address(value) if isinstance(value, np.ndarray) else value for value in arguments]
         status = getattr(library, function if self.D is None else function + "_vec")(*addresses)
         if status == native_library.SOLVED:
-            if self.finite and not all_finite(x):
+            if self.finite and not (all_finite(x) and (not carries or all_finite(y))):
                 self._refuse_infinite_blocks()
+                warnings.warn("the solution has left the range of numbers", GrowthWarning, stacklevel=3)
             return CarriedSolution(x, y)
         if status != native_library.SINGULAR_BLOCK:
             raise SizeError(f"b: the library refuses the sizes N, P, D = {sizes}")

@@ -108,3 +108,41 @@ def test_values_that_are_not_finite_pass_when_asked_for():
     A, b = np.eye(2).reshape(2, 1, 2, 1), np.array([[1.0], [np.nan]])
     x = quenta.solve_blocks_vie1(A, b, check_finite=False)
     assert x[0, 0] == 1 and np.isnan(x[1, 0])
+
+
+IDENTITY, ONE = np.eye(3).reshape(3, 1, 3, 1), np.ones((3, 1))
+
+
+@pytest.mark.parametrize("value", [np.inf, -np.inf, np.nan])
+@pytest.mark.parametrize("solve", [quenta.solve_blocks_vie1, quenta.solve_blocks_vie2])
+def test_blocks_that_are_not_finite_are_refused_where_they_are_read(solve, value):
+    A = IDENTITY.copy()
+    A[1, 0, 1, 0] = value
+    with pytest.raises(ValueError, match=r"A: expected finite numbers .* at index \(1, 0, 1, 0\)"):
+        solve(A, ONE)
+    A = 0.5 * IDENTITY
+    A[1, 0, 2, 0] = value  # above the diagonal
+    assert np.isfinite(solve(A, ONE)).all()
+
+
+def test_a_solution_that_overflows_is_warned_of():
+    A = 1e-300 * IDENTITY
+    with pytest.warns(quenta.GrowthWarning, match="left the range of numbers"):
+        assert not np.isfinite(quenta.solve_blocks_vie1(A, 1e300 * ONE)).any()
+    with_carried = np.concatenate([IDENTITY, 0 * IDENTITY], axis=3)[:2, :, :2]
+    with pytest.warns(quenta.GrowthWarning, match="left the range of numbers"):
+        x, y = quenta.solve_blocks_vie1_cont(with_carried, ONE[:2], [0.0], 1e200, 1.0)
+    assert np.isfinite(x).all() and np.isinf(y[-1])
+    x, y = quenta.solve_blocks_vie1_cont(with_carried, ONE[:2], [0.0], 1e200, 1.0, check_finite=False)
+    assert np.isinf(y[-1])
+    zero = np.zeros((1, 1))
+    with pytest.warns(quenta.GrowthWarning, match="left the range of numbers"):
+        x, y = quenta.solve_blocks_vide(np.zeros((1, 1, 1, 2)), 1e308 + zero, zero, zero, [1.0], [1.0], 1e308)
+    assert np.isfinite(x).all() and np.isinf(y[-1])
+
+
+def test_help_shows_the_fields_of_what_is_returned():
+    for word in ("x\n", "y\n", "(N, P, D)", "(N + 1, D)"):
+        assert word in quenta.CarriedSolution.__doc__
+    for solve in (quenta.solve_blocks_vie1, quenta.solve_blocks_vie2, quenta.solve_blocks_vie1_cont, quenta.solve_blocks_vide):
+        assert "Returns" in solve.__doc__ and "Raises `SingularBlockError`" in solve.__doc__

@@ -381,19 +381,19 @@ class Cluster:
     """Runs together what was submitted together; if a member ends the process, all of it is blamed."""
 
     def __init__(self):
-        self.queued, self.runs = queue.SimpleQueue(), 0
+        self.queued, self.runs, self.one_at_a_time = queue.SimpleQueue(), 0, threading.Lock()
 
     def submit(self, function, *given):
         future = Future()
         self.queued.put((future, function, given))
-        if self.queued.qsize() == 1:
-            threading.Timer(0.01, self.run).start()
+        threading.Timer(0.01, self.run).start()
         return future
 
     def run(self):
-        together = [self.queued.get() for _ in range(self.queued.qsize())]
-        self.runs += 1
-        ended = any(parameter == 13 for _, _, (_, part, _) in together for _, parameter in part)
+        with self.one_at_a_time:
+            together = [self.queued.get() for _ in range(self.queued.qsize())]
+        self.runs += bool(together)
+        ended = any(parameter == 13 for _, _, given in together for _, parameter in given[1])
         for future, function, given in together:
             if ended:
                 future.set_exception(KilledWorker("a process ended"))
