@@ -20,25 +20,38 @@ _MOST_MEMBERS = 10**7  # so many are kept in memory; an endless iterable ends he
 
 @dataclass(frozen=True)
 class Failure:
-    """A member that has no value."""
+    """A member that has no value.
 
-    #: Its place among the parameters.
+    index
+        Its place among the parameters.
+    parameter
+        What was passed to `solve`.
+    error
+        The exception in one line, or why the member was not run.
+    details
+        The exception with its traceback.
+    """
+
     index: int
     parameter: Any
-    #: The exception in one line, or why the member was not run.
     error: str
-    #: The exception with its traceback.
     details: str
 
 
 @dataclass(frozen=True)
 class Ensemble:
-    """The members in the order of their parameters."""
+    """The members in the order of their parameters.
+
+    parameters
+        The parameters, as a list.
+    values
+        What `solve` returned; None for a member that failed.
+    failures
+        The members that failed, as a list of `Failure`, in order.
+    """
 
     parameters: list[Any]
-    #: What `solve` returned; None for a member that failed.
     values: list[Any]
-    #: The members that failed, in order.
     failures: list[Failure]
 
     def __len__(self) -> int:

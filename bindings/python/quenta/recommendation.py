@@ -14,7 +14,13 @@ _FEWEST_STEPS = 8
 
 @dataclass(frozen=True)
 class Recommendation:
-    """A setting, and why it was chosen."""
+    """A setting, and why it was chosen.
+
+    setting
+        The `Setting`, which solvers take as their `setting`.
+    reason
+        What it was chosen from and for, and how many samples it reads, in one sentence.
+    """
 
     setting: Setting
     reason: str

@@ -142,7 +142,8 @@ def test_a_solution_that_overflows_is_warned_of():
 
 
 def test_help_shows_the_fields_of_what_is_returned():
-    for word in ("x\n", "y\n", "(N, P, D)", "(N + 1, D)"):
-        assert word in quenta.CarriedSolution.__doc__
+    for kind in (quenta.CarriedSolution, quenta.Ensemble, quenta.Failure, quenta.Recommendation):
+        for field in kind.__annotations__:
+            assert f"\n    {field}\n" in kind.__doc__, (kind, field)
     for solve in (quenta.solve_blocks_vie1, quenta.solve_blocks_vie2, quenta.solve_blocks_vie1_cont, quenta.solve_blocks_vide):
         assert "Returns" in solve.__doc__ and "Raises `SingularBlockError`" in solve.__doc__
