@@ -59,7 +59,7 @@ def solve_vie1(
 
     The first kind is ill-posed: noise in g is differentiated.
     """
-    return prepare_vie1(g, K, dt, setting, continuous, y0, t_end, check_finite).solve()
+    return _solve_and_warn(prepare_vie1(g, K, dt, setting, continuous, y0, t_end, check_finite))
 
 
 def solve_vie2(
@@ -84,7 +84,7 @@ def solve_vie2(
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
     """
-    return prepare_vie2(g, K, dt, setting, t_end, check_finite).solve()
+    return _solve_and_warn(prepare_vie2(g, K, dt, setting, t_end, check_finite))
 
 
 def solve_vide(
@@ -113,7 +113,7 @@ def solve_vide(
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
     """
-    return prepare_vide(g, K, a, y0, dt, setting, t_end, check_finite).solve()
+    return _solve_and_warn(prepare_vide(g, K, a, y0, dt, setting, t_end, check_finite))
 
 
 # ---- From arguments to a problem ------------------------------------------------------------------------------------
@@ -133,6 +133,7 @@ class SampledProblem(NamedTuple):
     check_finite: bool
 
     def solve(self) -> Solution:
+        """Calls the library. Warns of nothing."""
         return _solve(self)
 
     def coarsened(self, factor: int) -> SampledProblem:
@@ -313,7 +314,7 @@ _FUNCTIONS = {
 
 
 def _solve(problem: SampledProblem) -> Solution:
-    form, g, K, a, y0, dt, D, setting, check_finite = problem
+    form, g, K, a, y0, dt, D, setting, _ = problem
     N, count = len(g), setting.count
     steps = (N - 1) // setting.spacings
     native_library.enter_thread()
@@ -336,19 +337,29 @@ def _solve(problem: SampledProblem) -> Solution:
 
     if form in ("vie1", "vie2"):  # whose polynomials leave the last power out
         coefficients = coefficients[:, :count]
-    solution = Solution(out[: steps * setting.spacings + 1], setting.spacings * dt, coefficients, dt, setting)
-    if check_finite and not all_finite(solution.y):
+    return Solution(out[: steps * setting.spacings + 1], setting.spacings * dt, coefficients, dt, setting)
+
+
+def _solve_and_warn(problem: SampledProblem) -> Solution:
+    solution = problem.solve()
+    warn_of(problem, solution, stacklevel=4)
+    return solution
+
+
+def warn_of(problem: SampledProblem, solution: Solution, stacklevel: int) -> None:
+    """Warns of numbers that may be worthless. `stacklevel` counts from this function, as that of warnings.warn does."""
+    form, setting = problem.form, problem.setting
+    if problem.check_finite and not all_finite(solution.y):
         warnings.warn(
             f"the solution has left the range of numbers; errors may have grown from step to step under setting "
             f"{setting}",
             GrowthWarning,
-            stacklevel=4,
+            stacklevel=stacklevel,
         )
     elif form == "vie1_continuous":
         measured = setting.measured.get(form)
         if measured is not None and not measured.stable:
-            warnings.warn(f"setting {setting}, continuous: {measured.note}", GrowthWarning, stacklevel=4)
-    return solution
+            warnings.warn(f"setting {setting}, continuous: {measured.note}", GrowthWarning, stacklevel=stacklevel)
 
 
 def _refusal(status: int, problem: SampledProblem) -> Exception:
