@@ -4,14 +4,14 @@ The formula
 
     sum over k = 0 .. 6 of alpha[k] F(t_{n-k}) = dt f(t_n)
 
-gives F from its derivative f. With the first 6 values of F known, it becomes a quadrature rule: the integral of f from 0
-to t_n is dt times the sum of weights[n-j] f(t_j) over j = 6 .. n, and of start_weights[n, j] f(t_j) over j = 0 .. 5. Such
-rules are stable for all three kinds of equation, also for the first kind and for stiff ones (P. H. M. Wolkenfelt, The
-construction of reducible quadrature rules for Volterra integral and integro-differential equations, IMA Journal of
-Numerical Analysis 2, 1982, pages 131 to 152).
+gives F from its derivative f. With the first 6 values of F known, it becomes a quadrature rule: the integral of f from
+0 to t_n is dt times the sum of weights[n-j] f(t_j) over j = 6 .. n and of start_weights[n, j] f(t_j) over j = 0 .. 5.
+Such rules are stable for all three kinds of equation, also for the first kind and for stiff equations (P. H. M.
+Wolkenfelt, The construction of reducible quadrature rules for Volterra integral and integro-differential equations,
+IMA Journal of Numerical Analysis 2, 1982, pages 131 to 152).
 
 The weights depend on the lag n - j alone. So they are multiplied into the kernel, and the library's solver with the
-setting (1, [1]), which has weights of 1 at every sample, does the work.
+setting (1, [1]), which has the weight 1 at every sample, does the work.
 """
 
 from __future__ import annotations
@@ -70,12 +70,13 @@ def solve_all_samples(problem: SampledProblem) -> Array:
         D=D,
         setting=find_setting((1, (1,))),
     ).solve()
-    later = solution.polynomials[:, 0] if a is None else solution.y[1:]
-    return np.concatenate([first, later]).reshape(problem.g.shape)
+    later: Array = solution.polynomials[:, 0] if a is None else solution.y[1:]
+    everywhere: Array = np.concatenate([first, later]).reshape(problem.g.shape)
+    return everywhere
 
 
 def _first_values(form: str, g: Array, K: Array, a: Any, y0: Array, dt: float) -> Array:
-    """At the first 6 samples: polynomials of degree 5, of the solution or its derivative, that satisfy the equation there.
+    """By collocation at the first 6 samples: the solution, or its derivative, is a polynomial of degree 5.
 
     An equation of the first kind says nothing at time 0, and is imposed at the next 6 samples instead.
     """
@@ -105,7 +106,7 @@ def _solution(matrix: Array, right: Array) -> Array:
 
 @lru_cache(maxsize=None)
 def _formula() -> tuple[Array, Array, Array]:
-    """alpha, weights by lag, start_weights by sample; the last row of each of the weights stands for all that follow."""
+    """alpha, weights by lag, start_weights by sample; the last row of either stands for all that follow."""
     # alpha has the coefficients of the sum of (1 - x)^j / j over j = 1 .. 6.
     alpha, power = np.zeros(ORDER + 1), np.ones(1)
     for j in range(1, ORDER + 1):
@@ -144,5 +145,5 @@ def _lagrange(count: int) -> list[Any]:
 
 def _integral(end: int, polynomials: Callable[[Array], Any]) -> Any:
     """From 0 to end, exact for degrees up to 13."""
-    nodes, weights = np.polynomial.legendre.leggauss(ORDER + 1)
+    nodes, weights = np.polynomial.legendre.leggauss(ORDER + 1)  # type: ignore[no-untyped-call]
     return (np.array(polynomials((nodes + 1) * end / 2)) * weights).sum(axis=-1) * end / 2

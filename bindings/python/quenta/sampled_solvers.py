@@ -8,19 +8,19 @@
 from __future__ import annotations
 
 import math
-import warnings
 from ctypes import byref, c_int
 from typing import Any, Callable, NamedTuple, Optional, Union
 
 import numpy as np
 
 from . import native_library
-from .arguments import Array, address, all_finite, expect_shape, initial_value, positive_number, real_array, shape_text
-from .errors import GrowthWarning, SingularBlockError, SizeError, UnsupportedSettingError
+from .arguments import Array, address, expect_shape, initial_value, positive_number, real_array, shape_text
+from .errors import SingularBlockError, SizeError, UnsupportedSettingError
 from .machine_memory import SMALL, require_memory
 from .native_library import LARGEST_INDEX, library
 from .setting_table import NODE_ADDRESSES, Setting, SettingLike, find_setting
 from .solution import Solution
+from .solution_warnings import warn_of
 
 #: Samples of a function of time: an array, a number for a constant, or a function that is sampled here. A function
 #: receives the array of all times and returns the array of its values there, the times along the first axis.
@@ -59,7 +59,10 @@ def solve_vie1(
 
     The first kind is ill-posed: noise in g is differentiated.
     """
-    return _solve_and_warn(prepare_vie1(g, K, dt, setting, continuous, y0, t_end, check_finite))
+    problem = prepare_vie1(g, K, dt, setting, continuous, y0, t_end, check_finite)
+    solution = problem.solve()
+    warn_of(problem, solution, stacklevel=3)
+    return solution
 
 
 def solve_vie2(
@@ -84,7 +87,10 @@ def solve_vie2(
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
     """
-    return _solve_and_warn(prepare_vie2(g, K, dt, setting, t_end, check_finite))
+    problem = prepare_vie2(g, K, dt, setting, t_end, check_finite)
+    solution = problem.solve()
+    warn_of(problem, solution, stacklevel=3)
+    return solution
 
 
 def solve_vide(
@@ -113,7 +119,10 @@ def solve_vide(
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
     """
-    return _solve_and_warn(prepare_vide(g, K, a, y0, dt, setting, t_end, check_finite))
+    problem = prepare_vide(g, K, a, y0, dt, setting, t_end, check_finite)
+    solution = problem.solve()
+    warn_of(problem, solution, stacklevel=3)
+    return solution
 
 
 # ---- From arguments to a problem ------------------------------------------------------------------------------------
@@ -133,7 +142,7 @@ class SampledProblem(NamedTuple):
     check_finite: bool
 
     def solve(self) -> Solution:
-        """Calls the library. Warns of nothing."""
+        """Calls the library. What there is to warn of is left to `warn_of`."""
         return _solve(self)
 
     def coarsened(self, factor: int) -> SampledProblem:
@@ -338,28 +347,6 @@ def _solve(problem: SampledProblem) -> Solution:
     if form in ("vie1", "vie2"):  # whose polynomials leave the last power out
         coefficients = coefficients[:, :count]
     return Solution(out[: steps * setting.spacings + 1], setting.spacings * dt, coefficients, dt, setting)
-
-
-def _solve_and_warn(problem: SampledProblem) -> Solution:
-    solution = problem.solve()
-    warn_of(problem, solution, stacklevel=4)
-    return solution
-
-
-def warn_of(problem: SampledProblem, solution: Solution, stacklevel: int) -> None:
-    """Warns of numbers that may be worthless. `stacklevel` counts from this function, as that of warnings.warn does."""
-    form, setting = problem.form, problem.setting
-    if problem.check_finite and not all_finite(solution.y):
-        warnings.warn(
-            f"the solution has left the range of numbers; errors may have grown from step to step under setting "
-            f"{setting}",
-            GrowthWarning,
-            stacklevel=stacklevel,
-        )
-    elif form == "vie1_continuous":
-        measured = setting.measured.get(form)
-        if measured is not None and not measured.stable:
-            warnings.warn(f"setting {setting}, continuous: {measured.note}", GrowthWarning, stacklevel=stacklevel)
 
 
 def _refusal(status: int, problem: SampledProblem) -> Exception:

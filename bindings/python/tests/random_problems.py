@@ -7,6 +7,8 @@ The solution y and the kernel K are chosen, and the forcing follows from them. B
 with complex rates. Convolutions of such sums are such sums again.
 """
 
+import warnings
+from collections import Counter
 from math import comb, factorial, pi
 from typing import Any, NamedTuple
 
@@ -95,7 +97,9 @@ class Problem(NamedTuple):
     y: Any
 
     def estimate(self):
-        return quenta.with_error(SOLVERS[self.grid.form], *self.arguments, **self.keywords)
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore")
+            return quenta.with_error(SOLVERS[self.grid.form], *self.arguments, **self.keywords)
 
 
 # ---- Parts ----------------------------------------------------------------------------------------------------------
@@ -148,7 +152,8 @@ def first_kind_kernel(random, grid):
     frequency = smooth_frequency(random, grid)
     decay = max(random.uniform(0.5, 8) / grid.end, frequency)
     terms = [Term(1.0, 0, -random.uniform(0.1, 3) / grid.end)]
-    terms += cosine(random.uniform(0, 0.5), frequency, random.uniform(-0.5, 0.5), min(decay, smooth_frequency(random, grid)))
+    decay = min(decay, smooth_frequency(random, grid))
+    terms += cosine(random.uniform(0, 0.5), frequency, random.uniform(-0.5, 0.5), decay)
     scale = random.choice([-1, 1]) * log_uniform(random, 0.1, 10)
     return [term._replace(c=scale * term.c) for term in terms]
 
@@ -285,5 +290,34 @@ FAMILIES = {
 }
 
 
-def problem(family, number):
+def draw(family, number):
+    """The problem of this number, always the same."""
     return FAMILIES[family](np.random.default_rng([list(FAMILIES).index(family), number]))
+
+
+# ---- The judgement --------------------------------------------------------------------------------------------------
+
+
+def ratio(problem, estimate):
+    """The largest estimated error by the largest error; 1 where both are of the size that rounding may add up to."""
+    y = problem.y[: len(estimate.solution.y)]
+    rounding = 16 * np.finfo(float).eps * len(y) * abs(y).max()
+    return max(estimate.error.max(), rounding) / max(abs(estimate.solution.y - y).max(), rounding)
+
+
+def judge(family, count):
+    """How many estimates are trusted; how many of these are too small or too large; and the numbers of the worst."""
+    found = Counter(problems=count)
+    worst = []
+    for number in range(count):
+        problem = draw(family, number)
+        estimate = problem.estimate()
+        if not estimate.trusted:
+            continue
+        found["trusted"] += 1
+        share = ratio(problem, estimate)
+        for limit in (3, 10):
+            found[f"{limit} times too small"] += not share >= 1 / limit
+            found[f"{limit} times too large"] += share > limit
+        worst.append((share, number))
+    return found, [number for _, number in sorted(worst)[:3]]
