@@ -3,7 +3,7 @@
 
 usage: measure_estimates.py [COUNT]
 
-Draws COUNT problems of each kind, 2000 if it is not given; the numbers of the problems are their seeds. Fails if a trusted
+Draws COUNT problems of each kind, 2000 if it is not given; the number of a problem is its seed. Fails if a trusted
 estimate is more than 10 times too small, or if 1 percent of those of a kind are more than 3 times too small.
 """
 
@@ -25,18 +25,15 @@ def main(arguments: list[str]) -> int:
     random_problems = importlib.import_module("random_problems")
 
     missed = False
-    print(f"Of {count} problems of each kind, and in percent of the trusted:")
-    print(f"{'':12} {'trusted':>8}   {'too small by more than 10':>25} {'by more than 3':>15} {'too large by more than 3':>25}")
+    columns = ["10 times too small", "3 times too small", "3 times too large"]
+    print(f"Of {count} problems of each kind, in percent; the last columns are in percent of the trusted.")
+    print("".join(f"{title:>21}" for title in ["", "trusted", *columns]) + "  with the smallest estimates")
     for family in random_problems.FAMILIES:
         with np.errstate(all="ignore"):
-            found, worst = random_problems.judge(family, count)
-        trusted = max(found["trusted"], 1)
-        shares = [100 * found[name] / trusted for name in ("10 times too small", "3 times too small", "3 times too large")]
-        print(
-            f"{family:12} {100 * found['trusted'] / count:7.1f}%   {shares[0]:24.2f}% {shares[1]:14.2f}% {shares[2]:24.2f}%"
-            f"   smallest: {', '.join(map(str, worst))}",
-            flush=True,
-        )
+            found, smallest = random_problems.judge(family, count)
+        shares = [100 * found[column] / max(found["trusted"], 1) for column in columns]
+        numbers = "".join(f"{share:21.2f}" for share in [100 * found["trusted"] / count, *shares])
+        print(f"{family:>21}{numbers}  {', '.join(map(str, smallest))}", flush=True)
         missed |= shares[0] > 0 or shares[1] >= 1
     return int(missed)
 

@@ -33,19 +33,19 @@ _EPSILON = float(np.finfo(float).eps)
 class EstimatedSolution:
     """A solution, and what is known of its error.
 
-    Attributes
-    ----------
-    solution : Solution
-        What the solver returns for the same arguments.
-    error : array of the shape of solution.y
-        The estimated error of every value of `solution.y`, not negative; NaN if nothing is known. The largest one is an
-        estimate of the largest error. It holds at the samples; between them nothing is known.
-    order : float
+    Attributes:
+
+    solution
+        The `Solution` that the solver returns for the same arguments.
+    error
+        The estimated error of every value of `solution.y`, an array of its shape, not negative; NaN if nothing is known.
+        The largest one is an estimate of the largest error. It holds at the samples, not between them.
+    order
         The observed order of convergence: when the spacing was halved, the largest error fell by 2 to this power. NaN
         if there are too few samples, or if there is no error.
-    trusted : bool
-        Whether the estimate can be relied upon.
-    reason : str
+    trusted
+        True if the estimate can be relied upon.
+    reason
         One sentence that says why, or why not.
     """
 

@@ -248,8 +248,9 @@ def test_fewest_samples(kind, D):
 
 def test_help_shows_every_field():
     text = pydoc.render_doc(quenta.EstimatedSolution, renderer=pydoc.plaintext)
+    lines = [line.strip(" |") for line in text.split("Methods defined here")[0].splitlines()]
     for field in dataclasses.fields(quenta.EstimatedSolution):
-        assert f"{field.name} : " in text
+        assert lines.count(field.name) == 1
 
 
 def test_other_threads_keep_their_warnings():
