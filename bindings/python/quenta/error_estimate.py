@@ -38,8 +38,8 @@ class EstimatedSolution:
     solution
         The `Solution` that the solver returns for the same arguments.
     error
-        The estimated error of every value of `solution.y`, an array of its shape, not negative; NaN if nothing is known.
-        The largest one is an estimate of the largest error. It holds at the samples, not between them.
+        The estimated error of every value of `solution.y`, not negative; NaN if nothing is known. The largest one is an
+        estimate of the largest error. All this holds at the samples, not between them.
     order
         The observed order of convergence: when the spacing was halved, the largest error fell by 2 to this power. NaN
         if there are too few samples, or if there is no error.
@@ -66,10 +66,10 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
 
     1. A reference solution is computed from the same samples by backward differentiation of order 6. It reads every
        sample, also those that the setting leaves out. The reference from every second sample shows how uncertain it is.
-    2. The estimate is the sum of two differences: of the solution from the reference, and of the two references. If the
-       second is the larger one by far, a reference from every fourth sample is computed too. Where the differences of
-       the references fall as those of smooth problems do, by up to 64 with every halving of the spacing, the
-       uncertainty is taken to fall further, by an eighth of that.
+    2. The estimate is the sum of two differences: of the solution from the reference, and of the two references. The
+       second one is the uncertainty. If it is larger than half the first, a reference from every fourth sample is
+       computed too. On smooth problems the differences of the references fall by 64 when the spacing is halved; an
+       eighth of the fall that is observed, 8 at most, divides the uncertainty.
     3. The estimate is `trusted` if the uncertainty is at most half the difference from the reference. It then is within
        a factor of 3 of the error, with rare exceptions. An estimate of the size of rounding is trusted as an upper
        bound.
@@ -80,7 +80,7 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
     What no sample shows cannot be estimated: a spike between two samples, or an oscillation with fewer than two samples
     a period. Nor can the error of the samples themselves.
 
-    This takes the time of about two solves with setting (1, [1]), and of one and a half with the setting itself.
+    This takes the time of one and a half solves with the setting itself, and of about two with the setting (1, [1]).
 
     Returns an `EstimatedSolution`. Raises what `solve` raises, and `SizeError` for fewer than 13 samples. Warns as
     `solve` does; the other solutions are not warned of.
@@ -129,7 +129,7 @@ def _estimated(problem: SampledProblem, solution: Solution) -> EstimatedSolution
     if error.max() <= 16 * _EPSILON * len(y) * largest:
         return judged(True, f"{differs}, which is no more than rounding may be")
     if abs(reference).max() > _LARGER * largest:
-        return judged(False, f"{differs}, and that is much larger than the solution")
+        return judged(False, f"{differs}: it is over {_LARGER:g} times as large as the solution, and may have grown")
     if not uncertain <= _CERTAIN * apart:
         return judged(False, f"{differs} only: the samples are too few, or too rough")
     expected = problem.setting.measured[problem.form].order
