@@ -129,7 +129,7 @@ def _estimated(problem: SampledProblem, solution: Solution) -> EstimatedSolution
     if error.max() <= 16 * _EPSILON * len(y) * largest:
         return judged(True, f"{differs}, which is no more than rounding may be")
     if abs(reference).max() > _LARGER * largest:
-        return judged(False, f"{differs}: it is over {_LARGER:g} times as large as the solution, and may have grown")
+        return judged(False, f"the reference is over {_LARGER:g} times as large as the solution, and may have grown")
     if not uncertain <= _CERTAIN * apart:
         return judged(False, f"{differs} only: the samples are too few, or too rough")
     expected = problem.setting.measured[problem.form].order
