@@ -3,6 +3,7 @@
 #include "messages.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
@@ -12,8 +13,10 @@
 #include <fstream>
 #include <iostream>
 #include <istream>
+#include <iterator>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 
 namespace quenta_program {
 
@@ -35,6 +38,8 @@ public:
     ~row_splitter() { csv_free(&parser); }
     row_splitter(const row_splitter&) = delete;
     row_splitter& operator=(const row_splitter&) = delete;
+
+    void separate_at(char separator) { csv_set_delim(&parser, static_cast<unsigned char>(separator)); }
 
     // Returns false if the line breaks the rules of quoting.
     bool feed(std::string& line) {
@@ -101,6 +106,28 @@ std::string listed(const std::vector<std::string>& names) {
     return text;
 }
 
+// The character that separates the fields of a header: the most frequent outside of quotes.
+char separator_of(std::string_view header) {
+    constexpr std::array candidates{',', ';', '\t'};
+    std::array<std::size_t, candidates.size()> found{};
+    bool quoted = false;
+    for (const char character : header) {
+        quoted = quoted != (character == '"');
+        for (std::size_t i = 0; i < candidates.size(); ++i)
+            found[i] += !quoted && character == candidates[i] ? 1 : 0;
+    }
+    return candidates[static_cast<std::size_t>(std::max_element(found.begin(), found.end()) - found.begin())];
+}
+
+// What a field must hold that could not be read as a number.
+std::string_view expectation(std::string_view field) {
+    if (field.find(',') != std::string_view::npos)
+        return "expected a number, with a decimal point";
+    if (read_number(field, out_of_range::is_infinite))
+        return "expected a number below 1.8e308";
+    return "expected a number";
+}
+
 // Fills a table row by row; the first row is the header.
 class table_builder {
 public:
@@ -118,19 +145,29 @@ private:
     void take_header(std::size_t line, const std::vector<std::string>& fields) {
         table.names = choose(fields);
         table.columns.resize(table.names.size());
+        std::unordered_multimap<std::string_view, std::size_t> places;
+        for (std::size_t i = 0; i < fields.size(); ++i)
+            places.emplace(fields[i], i);
+        std::vector<bool> is_used(fields.size());
         for (const std::string& name : table.names) {
-            const auto found = std::find(fields.begin(), fields.end(), name);
-            if (found == fields.end())
+            const auto [found, end] = places.equal_range(name);
+            if (found == end)
                 throw bad_input(sentence(line_place(table.source, line), "the header has no column ", in_quotes(name),
-                                         " but ", listed(fields), "; expected ", listed(table.names)));
-            if (std::find(found + 1, fields.end(), name) != fields.end())
+                                         " but ", listed(fields), "; expected ", listed(table.names),
+                                         fields.size() == 1 ? ", separated by commas, semicolons or tabs" : ""));
+            if (std::next(found) != end)
                 throw bad_input(sentence(line_place(table.source, line), "the header names the column ",
                                          in_quotes(name), " twice; expected it once"));
-            positions.push_back(static_cast<std::size_t>(found - fields.begin()));
+            positions.push_back(found->second);
+            is_used[found->second] = true;
         }
-        for (const std::string& name : fields)
-            if (std::find(table.names.begin(), table.names.end(), name) == table.names.end())
-                note(line_place(table.source, line), "the column ", in_quotes(name), " is not used");
+        std::vector<std::string> unused;
+        for (std::size_t i = 0; i < fields.size(); ++i)
+            if (!is_used[i])
+                unused.push_back(fields[i]);
+        if (!unused.empty())
+            note(line_place(table.source, line), unused.size() == 1 ? "the column " : "the columns ", listed(unused),
+                 unused.size() == 1 ? " is not used" : " are not used");
         header = fields;
     }
 
@@ -143,7 +180,7 @@ private:
             const std::optional<double> value = read_number(field);
             if (!value)
                 throw bad_input(sentence(line_place(table.source, line), "the column ", in_quotes(table.names[i]),
-                                         " holds ", in_quotes(field), "; expected a number"));
+                                         " holds ", in_quotes(field), "; ", expectation(field)));
             table.columns[i].push_back(*value);
         }
         table.lines.push_back(line);
@@ -176,10 +213,14 @@ csv_table read_stream(std::istream& stream, std::string source, const column_cho
         ++line_number;
         if (line_number == 1 && line.starts_with("\xEF\xBB\xBF"))
             line.erase(0, 3); // the byte-order mark that some spreadsheets write
+        if (line_number == 1 && (line.starts_with("\xFF\xFE") || line.starts_with("\xFE\xFF")))
+            throw bad_input(sentence(table.source, " is encoded in UTF-16; expected UTF-8"));
         if (!splitter.inside_row()) {
             if (line.starts_with('#'))
                 continue;
             row_line = line_number;
+            if (!builder.has_header())
+                splitter.separate_at(separator_of(line));
         }
         pass_on(splitter.feed(line));
     }
@@ -194,9 +235,8 @@ csv_table read_stream(std::istream& stream, std::string source, const column_cho
 
 } // namespace
 
-// Every digit counts: the nearest double. A magnitude below the smallest double is zero to rounding and is taken; one
-// above the largest is not a number of this world.
-std::optional<double> read_number(std::string_view text) {
+// Every digit counts: the nearest double. A magnitude below the smallest double is zero to rounding and is taken.
+std::optional<double> read_number(std::string_view text, out_of_range treatment) {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
         text.remove_prefix(1);
     while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
@@ -209,7 +249,7 @@ std::optional<double> read_number(std::string_view text) {
         return std::nullopt;
     if (error == std::errc::result_out_of_range) {
         value = std::strtod(std::string(text).c_str(), nullptr);
-        if (std::isinf(value))
+        if (std::isinf(value) && treatment == out_of_range::is_refused)
             return std::nullopt;
     }
     return value;
@@ -226,10 +266,12 @@ std::string csv_table::place(std::size_t row) const {
 csv_table read_csv_table(const std::string& path, const column_choice& choose) {
     if (path == "-")
         return read_stream(std::cin, "standard input", choose);
+    if (path.empty())
+        throw bad_input("the input has the name ''; expected a file, or - for standard input");
     std::ifstream file(path, std::ios::binary);
     if (!file)
-        throw bad_input(sentence("cannot open ", path, ": ", std::strerror(errno)));
-    return read_stream(file, path, choose);
+        throw bad_input(sentence("cannot open ", printable(path), ": ", std::strerror(errno)));
+    return read_stream(file, printable(path), choose);
 }
 
 } // namespace quenta_program

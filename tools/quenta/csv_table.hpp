@@ -22,8 +22,10 @@ struct csv_table {
     std::string place(std::size_t row) const;
 };
 
-// A number in the text of a field, with nothing around it but spaces.
-std::optional<double> read_number(std::string_view text);
+// A number in the text of a field, with nothing around it but spaces. One above the largest double is refused, or
+// infinite.
+enum class out_of_range { is_refused, is_infinite };
+std::optional<double> read_number(std::string_view text, out_of_range treatment = out_of_range::is_refused);
 
 // The columns to read, once the header is known; those of an empty header are what a message asks for.
 using column_choice = std::function<std::vector<std::string>(const std::vector<std::string>& header)>;
@@ -31,7 +33,8 @@ using column_choice = std::function<std::vector<std::string>(const std::vector<s
 // Reads the chosen columns from the file at `path`, or from standard input if it is "-".
 //
 // The first line that is neither empty nor a comment (its first character is #) is the header; the order of the
-// columns is free, and further columns are passed over with a note. Every following row has as many fields as the
+// columns is free, and further columns are passed over with a note. What separates the names in it, commas, semicolons
+// or tabs, separates all fields. Every following row has as many fields as the
 // header, and a number in each column asked for: decimal, or inf or nan. Throws bad_input on anything else.
 csv_table read_csv_table(const std::string& path, const column_choice& choose);
 

@@ -1,9 +1,11 @@
 // How the program speaks: one sentence a line on standard error, and an exit code.
 #pragma once
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <concepts>
+#include <cstdio>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -30,6 +32,14 @@ inline void append_number(std::string& text, double value) {
     text.append(digits, std::to_chars(digits, digits + sizeof digits, shown).ptr);
 }
 
+// For numbers that are only estimates: two digits, or all that stand before the point.
+inline std::string two_digits(double value) {
+    char digits[32];
+    const bool is_whole = std::abs(value) >= 9.95 && std::abs(value) < 1e6;
+    std::snprintf(digits, sizeof digits, is_whole ? "%.0f" : "%.2g", value);
+    return digits;
+}
+
 inline void append_part(std::string& text, double value) {
     append_number(text, value);
 }
@@ -47,15 +57,22 @@ std::string sentence(const part&... parts) {
     return text;
 }
 
-// A text of the user's in a message: in quotes, cut to a readable length, and with nothing that a terminal would obey.
-inline std::string in_quotes(std::string_view text) {
-    constexpr std::size_t longest = 40;
-    std::string shown = "'";
-    for (const char character : text.substr(0, longest)) {
+// A text of the user's in a message, such as a path: nothing in it controls a terminal or ends the line.
+inline std::string printable(std::string_view text) {
+    std::string shown;
+    for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
         shown += byte < 0x20 || byte == 0x7F ? '?' : character;
     }
-    return shown + (text.size() > longest ? "...'" : "'");
+    return shown;
+}
+
+// The same in quotes, and cut to a readable length.
+inline std::string in_quotes(std::string_view text) {
+    std::size_t length = std::min<std::size_t>(text.size(), 40);
+    while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
+        --length; // not in the middle of a character
+    return sentence("'", printable(text.substr(0, length)), length < text.size() ? "...'" : "'");
 }
 
 inline void complain(std::string_view what) {
