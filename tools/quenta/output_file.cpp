@@ -1,6 +1,8 @@
 #include "output_file.hpp"
 
 #include "messages.hpp"
+#include "same_file.hpp"
+#include "temporary_files.hpp"
 
 #include <cerrno>
 #include <cstring>
@@ -12,17 +14,16 @@ namespace quenta_program {
 
 namespace {
 
-bad_input unwritable(const std::string& path, const char* reason) {
-    return bad_input(sentence("cannot write ", path, ": ", reason));
+bad_input unwritable(const std::string& path, const std::string& reason) {
+    return bad_input(sentence("cannot write ", printable(path), ": ", reason));
 }
 
 // A file that did not exist before, in the directory of the target, so that a rename reaches it.
 std::FILE* create_beside(const std::filesystem::path& target, std::string& created) {
     std::random_device random;
     for (int attempt = 0; attempt < 100; ++attempt) {
-        std::filesystem::path path = target;
-        path += sentence(".", random(), ".part");
-        std::FILE* const stream = std::fopen(path.string().c_str(), "wbx");
+        const std::filesystem::path path = target.parent_path() / sentence("quenta.", random(), ".part");
+        std::FILE* const stream = create_temporary_file(path.string());
         if (stream != nullptr) {
             created = path.string();
             return stream;
@@ -40,13 +41,17 @@ void output_file::closing::operator()(std::FILE* file) const {
         std::fclose(file);
 }
 
-output_file::output_file(const std::string& path) : shown(path == "-" ? "standard output" : path), target(path) {
+output_file::output_file(const std::string& path) : shown(path == "-" ? "standard output" : printable(path)) {
     if (path == "-") {
         stream.reset(stdout);
         return;
     }
-    std::error_code ignored;
-    const std::filesystem::file_status status = std::filesystem::status(path, ignored);
+    if (path.empty())
+        throw bad_input("an output has the name ''; expected a file, or - for standard output");
+    std::error_code failure;
+    const std::filesystem::file_status status = std::filesystem::status(path, failure);
+    if (!std::filesystem::status_known(status))
+        throw unwritable(path, failure.message());
     if (std::filesystem::is_directory(status))
         throw unwritable(path, "it is a directory");
     if (std::filesystem::exists(status)) {
@@ -56,19 +61,19 @@ output_file::output_file(const std::string& path) : shown(path == "-" ? "standar
             throw unwritable(path, std::strerror(errno));
         if (!std::filesystem::is_regular_file(status))
             return;
-        target = std::filesystem::canonical(path).string();
     }
+    target = without_links(path).string();
     stream.reset(create_beside(target, temporary));
     if (!stream)
         throw unwritable(path, std::strerror(errno));
     if (std::filesystem::exists(status))
-        std::filesystem::permissions(temporary, status.permissions(), ignored);
+        std::filesystem::permissions(temporary, status.permissions(), failure);
 }
 
 output_file::~output_file() {
     stream.reset();
     if (!temporary.empty())
-        std::remove(temporary.c_str());
+        remove_temporary_file(temporary);
 }
 
 void output_file::fail_writing() const {
@@ -91,7 +96,11 @@ void output_file::complete() {
 void output_file::publish() {
     if (temporary.empty())
         return;
-    std::filesystem::rename(temporary, target);
+    std::error_code failure;
+    std::filesystem::rename(temporary, target, failure);
+    if (failure)
+        throw std::runtime_error(sentence("cannot write ", shown, ": ", failure.message()));
+    forget_temporary_file(temporary);
     temporary.clear();
 }
 

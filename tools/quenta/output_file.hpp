@@ -9,8 +9,9 @@
 namespace quenta_program {
 
 // Text goes to a temporary file beside the target. `complete` has all of it written out, and `publish` then puts it in
-// the target's place; what is not published is removed with the object. "-" is standard output, and what is neither
-// absent nor a regular file (a device, a pipe) is written directly: neither can be replaced.
+// the target's place; what is not published is removed with the object, and by a signal that ends the program. "-" is
+// standard output, and what is neither absent nor a regular file (a device, a pipe) is written directly: neither can be
+// replaced.
 class output_file {
 public:
     // Throws bad_input if the target cannot be written.
@@ -32,7 +33,7 @@ private:
     [[noreturn]] void fail_writing() const;
 
     std::string shown;     // as messages call the target
-    std::string target;    // the file behind the path, behind any links
+    std::string target;    // the file at the end of the path's links, or the place where it will be
     std::string temporary; // empty once published, and if the target is written directly
     std::unique_ptr<std::FILE, closing> stream;
 };
