@@ -2,6 +2,7 @@
 
 #include "messages.hpp"
 #include "quenta_native.h"
+#include "unread_samples.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -66,6 +67,12 @@ std::string fraction(int k, int m) {
     return divisor == m ? std::to_string(k / m) : std::to_string(k / divisor) + "/" + std::to_string(m / divisor);
 }
 
+// The part of the samples of a long record that is read: that of one step among others.
+std::string part_read(const std::vector<bool>& of_three_steps, int per_step) {
+    const auto step = of_three_steps.begin() + per_step;
+    return fraction(static_cast<int>(std::count(step, step + per_step, true)), per_step);
+}
+
 template <class element, class shown>
 std::string comma_separated(const std::vector<element>& elements, const shown& show) {
     std::string text;
@@ -117,17 +124,19 @@ setting parse_setting(const std::string& text) {
 std::string settings_listing() {
     std::ostringstream listing;
     const auto line = [&](const auto& row, const auto& name, const auto& m, const auto& nodes, const auto& parameters,
-                          const auto& samples, const auto& degree) {
+                          const auto& samples, const auto& of_g, const auto& of_K, const auto& degree) {
         listing << std::right << std::setw(3) << row << "  " << std::left << std::setw(12) << name << std::setw(4) << m
                 << std::setw(12) << nodes << std::setw(21) << parameters << std::right << std::setw(16) << samples
-                << std::setw(8) << degree << '\n';
+                << std::setw(14) << of_g << std::setw(11) << of_K << std::setw(8) << degree << '\n';
     };
-    line("row", "setting", "m", "nodes k", "parameters c = k/m", "samples per step", "degree");
+    line("row", "setting", "m", "nodes k", "parameters c = k/m", "samples per step", "read of g, a", "read of K",
+         "degree");
     int row = 0;
     for (const setting& one : supported_settings())
         line(row++, one.text(), one.m, comma_separated(one.nodes, [](int k) { return std::to_string(k); }),
              comma_separated(one.nodes, [&](int k) { return fraction(k, one.m); }), one.samples_per_step(),
-             one.count() - 1);
+             part_read(read_at_nodes(one, 3), one.samples_per_step()),
+             part_read(read_at_lags(one, 3), one.samples_per_step()), one.count() - 1);
     return listing.str();
 }
 

@@ -1,0 +1,131 @@
+#include "unread_samples.hpp"
+
+#include "finite_values.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace quenta_program {
+
+namespace {
+
+// Differences below this part of the largest value are due to rounding.
+constexpr double rounding = 1e-12;
+
+// The Lagrange polynomial through the nearest samples that are read, at a sample that is not.
+class neighbour_polynomial {
+public:
+    // `following` is the index in `read` of the first sample after `row`.
+    neighbour_polynomial(const std::vector<std::size_t>& read, std::size_t following, std::size_t row) {
+        count = std::min(places.size(), read.size());
+        const std::size_t first = std::min(following - std::min<std::size_t>(following, 2), read.size() - count);
+        std::copy_n(read.begin() + static_cast<std::ptrdiff_t>(first), count, places.begin());
+        for (std::size_t j = 0; j < count; ++j) {
+            weights[j] = 1.0;
+            for (std::size_t k = 0; k < count; ++k)
+                if (k != j)
+                    weights[j] *= distance(row, places[k]) / distance(places[j], places[k]);
+        }
+    }
+
+    double value(const std::vector<double>& column) const {
+        double sum = 0.0;
+        for (std::size_t j = 0; j < count; ++j)
+            sum += weights[j] * column[places[j]];
+        return sum;
+    }
+    double sum_of_absolute_weights() const {
+        double sum = 0.0;
+        for (std::size_t j = 0; j < count; ++j)
+            sum += std::abs(weights[j]);
+        return sum;
+    }
+
+private:
+    static double distance(std::size_t from, std::size_t to) {
+        return static_cast<double>(from) - static_cast<double>(to);
+    }
+
+    std::size_t count;
+    std::array<std::size_t, 4> places{};
+    std::array<double, 4> weights{};
+};
+
+// The largest difference of two finite values, or 0.
+double range_of(std::span<const double> values) {
+    double lowest = INFINITY, highest = -INFINITY;
+    for (const double value : values)
+        if (std::isfinite(value)) {
+            lowest = std::min(lowest, value);
+            highest = std::max(highest, value);
+        }
+    return highest > lowest ? highest - lowest : 0.0;
+}
+
+} // namespace
+
+std::vector<bool> read_at_nodes(const setting& chosen, std::size_t steps) {
+    const auto m = static_cast<std::size_t>(chosen.m), per_step = m * m;
+    std::vector<bool> is_read(steps * per_step + 1);
+    for (std::size_t step = 0; step < steps; ++step)
+        for (const int k : chosen.nodes)
+            is_read[step * per_step + static_cast<std::size_t>(k) * m] = true;
+    return is_read;
+}
+
+std::vector<bool> read_at_lags(const setting& chosen, std::size_t steps) {
+    const int m = chosen.m;
+    std::vector<bool> is_read(steps * static_cast<std::size_t>(m * m) + 1);
+    for (const int k : chosen.nodes)
+        for (const int l : chosen.nodes) {
+            // In the current step the integral up to the node k has the nodes k/m of that part.
+            is_read[static_cast<std::size_t>(k * (m - l))] = true;
+            for (std::size_t distance = 1; distance < steps; ++distance)
+                is_read[distance * static_cast<std::size_t>(m * m) + static_cast<std::size_t>(k * m) -
+                        static_cast<std::size_t>(l * m)] = true;
+        }
+    return is_read;
+}
+
+std::optional<unread_difference> largest_difference(std::span<const std::vector<double>> columns,
+                                                    const std::vector<bool>& is_read) {
+    const std::size_t rows = is_read.size();
+    std::vector<std::size_t> read;
+    for (std::size_t row = 0; row < rows; ++row)
+        if (is_read[row])
+            read.push_back(row);
+    if (read.size() == rows)
+        return std::nullopt;
+
+    double largest = 0.0;
+    std::vector<double> ranges;
+    for (const std::vector<double>& column : columns) {
+        const std::span<const double> values(column.data(), rows);
+        ranges.push_back(range_of(values));
+        largest = std::max(largest, largest_magnitude(values));
+    }
+
+    std::optional<unread_difference> worst;
+    std::size_t following = 0;
+    for (std::size_t row = 0; row < rows; ++row) {
+        if (is_read[row]) {
+            ++following;
+            continue;
+        }
+        const neighbour_polynomial polynomial(read, following, row);
+        const double weight = polynomial.sum_of_absolute_weights();
+        for (std::size_t c = 0; c < columns.size(); ++c) {
+            if (ranges[c] == 0.0)
+                continue; // a constant
+            const double difference = std::abs(columns[c][row] - polynomial.value(columns[c]));
+            // Samples that are not finite are reported by themselves.
+            if (std::isfinite(difference) && difference > unread_tolerance * ranges[c] * weight + rounding * largest &&
+                (!worst || difference / ranges[c] > worst->part_of_range))
+                worst = {c, row, difference / ranges[c]};
+        }
+    }
+    return worst;
+}
+
+} // namespace quenta_program
