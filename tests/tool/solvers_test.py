@@ -164,7 +164,9 @@ class SolverChecks:
         self.assert_refused(constant_samples(9), "'5:1'", "not in the table",
                             arguments=("--setting", "5:1", *self.needed()))
         run = self.run_program(self.command, "--setting", "1:1", *self.needed(), text="t,g1,K11\n0,0,2\n1,nan,2\n")
-        self.assert_one_sentence(run.stderr, "warning", "line 3", "g1 is nan")
+        samples, solution = run.stderr.splitlines(True)
+        self.assert_one_sentence(samples, "warning", "line 3", "g1 is nan")
+        self.assert_one_sentence(solution, "warning", "not finite from t = 0 on", "y1 is nan")
         self.assertEqual(run.returncode, SOLVED)
 
     def test_singular_step_leaves_what_was_there(self):
@@ -223,9 +225,9 @@ class FirstKind(InitialValues, SolverChecks, ProgramTest):
         self.assertAlmostEqual(solution["y"][0], 1, delta=1e-12)
 
     def test_rectangle_rule_by_hand(self):
-        # U = 1, 1, 3, -1 are the differences of g; a sample inside is the mean of its neighbours.
-        text = "t,g,K\n0,0,1\n1,1,1\n2,2,1\n3,5,1\n4,4,1\n"
-        self.assertEqual(self.solve("--setting", "1:1", text=text), "t,y\n0,1\n1,1\n2,2\n3,1\n4,-1\n")
+        # U = 1, 2, 3, 4 are the differences of g; a sample inside is the mean of its neighbours.
+        text = "t,g,K\n0,0,1\n1,1,1\n2,3,1\n3,6,1\n4,10,1\n"
+        self.assertEqual(self.solve("--setting", "1:1", text=text), "t,y\n0,1\n1,1.5\n2,2.5\n3,3.5\n4,4\n")
 
     def test_every_setting_solves_or_says_why_not_and_which_do(self):
         solved, recommended = 0, set()
@@ -310,7 +312,7 @@ class IntegroDifferential(AllSettings, InitialValues, SolverChecks, ProgramTest)
     command, samples_per_step = "vide", 4
     words_of_help = ("t and K", "aDD", "a1_1", "--y0", "2:0,1,2")
     # 1 - dt (a + dt K(0)) is 0 in the third step.
-    singular_under_implicit_rectangles = "t,K,a\n0,0,0\n1,0,0\n2,0,0\n3,0,1\n4,0,0\n"
+    singular_under_implicit_rectangles = "t,K,a\n0,0,-0.5\n1,0,0\n2,0,0.5\n3,0,1\n4,0,1.5\n"
     has_coefficient = True
     orders = {1: 4}
 

@@ -11,7 +11,7 @@ struct solve_request {
     std::string input;
     std::string setting;
     std::string output;
-    std::string polynomials; // empty: not asked for
+    std::optional<std::string> polynomials; // written if asked for
 };
 
 struct vide_request : solve_request {

@@ -3,6 +3,8 @@
 #include "csv_table.hpp"
 #include "messages.hpp"
 #include "sample_grid.hpp"
+#include "sample_warnings.hpp"
+#include "unread_samples.hpp"
 
 #include <algorithm>
 #include <span>
@@ -69,7 +71,8 @@ struct equation_names {
         unknowns = vector_names('y', dimension);
         kernel = matrix_names('K', dimension, header.size());
         // A part of a term asks for all of it: with zeros in the place of the rest it would be another equation.
-        if (kind == equation_kind::integral || has(header, "g") || count_indexed(header, 'g', one_index) > 0)
+        if (kind != equation_kind::integro_differential || has(header, "g") ||
+            count_indexed(header, 'g', one_index) > 0)
             forcing = vector_names('g', dimension);
         if (kind == equation_kind::integro_differential &&
             (has(header, "a") || count_indexed(header, 'a', two_indices) > 0))
@@ -109,10 +112,18 @@ equation_samples read_equation(const std::string& input, equation_kind kind, con
     if (solved < rows)
         note("the last ", rows - solved, " of ", rows, " samples fill no whole step of ", chosen.samples_per_step(),
              " spacings and are left out");
-    warn_of_non_finite(table, {table.names.begin() + 1, table.names.end()});
 
     const std::span<const std::vector<double>> columns = table.columns;
     const std::size_t kernel = 1 + names.forcing.size(), coefficient = kernel + names.kernel.size();
+    const std::vector<bool> at_nodes = read_at_nodes(chosen, static_cast<std::size_t>(steps));
+    const std::vector<bool> at_lags = read_at_lags(chosen, static_cast<std::size_t>(steps));
+    bool reads_non_finite = false;
+    for (const sample_columns& argument : {sample_columns{"g", 1, names.forcing.size(), at_nodes},
+                                           sample_columns{"K", kernel, names.kernel.size(), at_lags},
+                                           sample_columns{"a", coefficient, names.coefficient.size(), at_nodes}}) {
+        reads_non_finite |= warn_of_non_finite(table, argument, chosen);
+        warn_of_differences(table, argument, chosen, kind == equation_kind::first);
+    }
     const bool has_coefficient = kind == equation_kind::integro_differential;
     return {table.column("t"),
             interleaved(columns.subspan(1, names.forcing.size()), rows, dimension),
@@ -121,7 +132,8 @@ equation_samples read_equation(const std::string& input, equation_kind kind, con
             names.unknowns,
             spacing,
             steps,
-            solved};
+            solved,
+            reads_non_finite};
 }
 
 } // namespace quenta_program

@@ -1,5 +1,6 @@
 #include "first_kind_trial.hpp"
 
+#include "finite_values.hpp"
 #include "messages.hpp"
 #include "quenta_native.h"
 
@@ -52,7 +53,7 @@ first_kind_trial try_first_kind(const setting& chosen, bool continuous) {
         return {first_kind_verdict::singular, 0.0};
     if (status != QUENTA_SOLVED)
         throw std::logic_error(sentence("the library refused the trial of ", chosen.text(), " with status ", status));
-    if (!std::all_of(coefficients.begin(), coefficients.end(), [](double value) { return std::isfinite(value); }))
+    if (!all_finite(coefficients))
         return {first_kind_verdict::without_basis, 0.0};
 
     const auto smaller = [](double left, double right) {

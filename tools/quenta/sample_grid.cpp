@@ -88,15 +88,4 @@ double uniform_spacing(const csv_table& table) {
     return spacing;
 }
 
-void warn_of_non_finite(const csv_table& table, const std::vector<std::string>& names) {
-    for (const std::string& name : names) {
-        const std::vector<double>& values = table.column(name);
-        const auto found =
-            std::find_if(values.begin(), values.end(), [](double value) { return !std::isfinite(value); });
-        if (found != values.end())
-            warning(table.place(static_cast<std::size_t>(found - values.begin())), name, " is ", *found,
-                    ", and the solution will not be finite where it reaches");
-    }
-}
-
 } // namespace quenta_program

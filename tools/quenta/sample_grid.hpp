@@ -1,5 +1,5 @@
-// What the samples must be before the library may see them: on one uniform grid from 0, finite or reported, and
-// neither too few nor too many for the setting.
+// What the samples must be before the library may see them: on one uniform grid from 0, and neither too few nor too
+// many for the setting.
 #pragma once
 
 #include "csv_table.hpp"
@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <string>
-#include <vector>
 
 namespace quenta_program {
 
@@ -22,8 +21,5 @@ inline constexpr double grid_tolerance = 1e-3;
 // The spacing of the column `t` of a table with two rows or more, which must run from 0 in equal steps. Throws
 // bad_input with the line where it does not.
 double uniform_spacing(const csv_table& table);
-
-// NaN and infinity are no error, but seldom meant: warns of the first such sample of each of the columns.
-void warn_of_non_finite(const csv_table& table, const std::vector<std::string>& names);
 
 } // namespace quenta_program

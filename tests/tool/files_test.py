@@ -1,0 +1,244 @@
+"""Which files the program `quenta` reads and writes, and that it spoils none: each promise a test.
+
+usage: files_test.py QUENTA
+"""
+
+import os
+import resource
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+from program_case import (BAD_INPUT, PROGRAM, SOLVED, UNEXPECTED, ProgramTest, constant_samples, samples)
+
+
+class OutputsAndInput(ProgramTest):
+    """No output may take the place of the samples, by whatever name."""
+
+    def setUp(self):
+        super().setUp()
+        self.text = samples(40)
+        self.write("samples.csv", self.text)
+        (self.directory / "symbolic.csv").symlink_to("samples.csv")
+        os.link(self.directory / "samples.csv", self.directory / "hard.csv")
+        (self.directory / "sub").mkdir()
+
+    def assert_samples_are_safe(self, *arguments, **settings):
+        before = self.listing()
+        run = self.run_program("vie2", *arguments, **settings)
+        self.assertEqual(run.returncode, BAD_INPUT, run.stderr)
+        self.assert_one_sentence(run.stderr, "the input and the output", "expected two different files")
+        self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
+        self.assertEqual(self.listing(), before)
+
+    def test_outputs_that_are_the_input_are_refused(self):
+        names = ("samples.csv", "./samples.csv", "sub/../samples.csv", "symbolic.csv", "hard.csv",
+                 str(self.directory / "samples.csv"))
+        for read in names:
+            for written in names:
+                with self.subTest(f"{read} {written}"):
+                    self.assert_samples_are_safe(read, "--output", written)
+                    self.assert_samples_are_safe(read, "--output", "y.csv", "--polynomials", written)
+
+    def test_outputs_that_are_the_file_of_standard_input_are_refused(self):
+        for option in ("--output", "--polynomials"):
+            with open(self.directory / "samples.csv") as read:
+                run = subprocess.run([PROGRAM, "vie2", option, "hard.csv"], stdin=read, capture_output=True, text=True,
+                                     cwd=self.directory)
+            self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
+            self.assert_one_sentence(run.stderr, "input", "expected two different files")
+            self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
+
+    def test_standard_output_that_is_appended_to_the_input_is_refused(self):
+        with open(self.directory / "samples.csv", "a") as appended:
+            run = subprocess.run([PROGRAM, "vie2", "samples.csv"], stdout=appended, stderr=subprocess.PIPE, text=True,
+                                 cwd=self.directory)
+        self.assertEqual(run.returncode, BAD_INPUT)
+        self.assert_one_sentence(run.stderr, "input", "expected two different files")
+        self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
+
+    def test_an_option_without_its_value_does_not_take_the_next_argument(self):
+        for option in ("--output=", "--polynomials=", "--setting=", "--y0="):
+            run = self.run_program("vide" if option == "--y0=" else "vie2", option, "samples.csv", text=self.text)
+            self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
+            self.assert_one_sentence(run.stderr, f"'{option}' has no value", "expected one")
+            self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
+
+    def test_devices_may_be_read_and_written(self):
+        run = subprocess.run([PROGRAM, "vie2", "samples.csv", "--output", "/dev/null"], capture_output=True, text=True,
+                             cwd=self.directory)
+        self.assertEqual((run.returncode, run.stderr), (SOLVED, ""))
+        with open("/dev/null", "r+") as null:
+            run = subprocess.run([PROGRAM, "vie2"], stdin=null, stdout=null, stderr=subprocess.PIPE, text=True)
+        self.assert_one_sentence(run.stderr, "standard input is empty")
+
+    def test_outputs_that_are_one_file_are_refused(self):
+        self.write("y.csv", "kept")
+        os.link(self.directory / "y.csv", self.directory / "other.csv")
+        (self.directory / "link.csv").symlink_to("new.csv")
+        for output, polynomials in (("y.csv", "other.csv"), ("link.csv", "new.csv"), ("new.csv", "sub/../link.csv"),
+                                    ("-", "/dev/stdout")):
+            before = self.listing()
+            run = self.run_program("vie2", "--output", output, "--polynomials", polynomials, text=self.text)
+            self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
+            self.assert_one_sentence(run.stderr, "both")
+            self.assertEqual(self.listing(), before)
+        self.assertEqual((self.directory / "y.csv").read_text(), "kept")
+
+
+class Outputs(ProgramTest):
+    def test_a_dangling_link_is_written_through(self):
+        (self.directory / "sub").mkdir()
+        (self.directory / "first.csv").symlink_to("second.csv")
+        (self.directory / "second.csv").symlink_to("sub/y.csv")
+        expected = self.solve(text=constant_samples(4))
+        self.solve("--output", "first.csv", text=constant_samples(4))
+        self.assertEqual((self.directory / "sub/y.csv").read_text(), expected)
+        self.assertTrue((self.directory / "first.csv").is_symlink())
+        self.assertTrue((self.directory / "second.csv").is_symlink())
+        self.assertEqual([path.name for path in (self.directory / "sub").iterdir()], ["y.csv"])
+
+    def test_links_that_lead_nowhere_are_refused(self):
+        (self.directory / "absent.csv").symlink_to("absent/y.csv")
+        (self.directory / "circle.csv").symlink_to("circle.csv")
+        for name, reason in (("absent.csv", "No such file"), ("circle.csv", "symbolic links")):
+            run = self.run_program("vie2", "--output", name, text=constant_samples(4))
+            self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""), run.stderr)
+            self.assert_one_sentence(run.stderr, "cannot write " + name, reason)
+        self.assertEqual(self.listing(), ["absent.csv", "circle.csv"])
+
+    def test_empty_names_are_refused(self):
+        for arguments in (("--output", ""), ("--polynomials", ""), ("",)):
+            run = self.run_program("vie2", *arguments, text=constant_samples(4))
+            self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
+            self.assert_one_sentence(run.stderr, "the name ''", "expected a file, or - for standard")
+        self.assertEqual(self.listing(), [])
+
+    def test_names_may_be_long_or_in_any_script(self):
+        for name in ("y" * 251 + ".csv", "Lösung β.csv", "with space", "-dash"):
+            self.solve("--output=" + name, text=constant_samples(4))
+            self.assertEqual((self.directory / name).read_text(), self.solve(text=constant_samples(4)))
+            (self.directory / name).rename(self.directory / "samples")
+            self.assertIn("'y'", self.assert_refused("", "no column 'g'", arguments=("samples",)))
+
+    def test_names_with_control_characters_do_not_control_the_terminal(self):
+        name = "a\x1b[2J\nquenta: all is well"
+        for arguments in ((name,), ("--output", name + "/y.csv")):
+            run = self.run_program("vie2", *arguments, text=constant_samples(4))
+            self.assertEqual(run.returncode, BAD_INPUT)
+            self.assert_one_sentence(run.stderr, "a?[2J?quenta")
+        self.write(name, "t,g,K\n")
+        self.assert_one_sentence(self.run_program("vie2", name).stderr, "a?[2J?quenta", "0 samples")
+
+    def test_directory_that_may_not_be_written(self):
+        (self.directory / "closed").mkdir(mode=0o555)
+        obeying = ["setpriv", "--bounding-set", "-dac_override"] if os.geteuid() == 0 else []
+        run = subprocess.run([*obeying, PROGRAM, "vie2", "--output", "closed/y.csv"], input=constant_samples(4),
+                             capture_output=True, text=True, cwd=self.directory)
+        self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""), run.stderr)
+        self.assert_one_sentence(run.stderr, "cannot write closed/y.csv", "Permission denied")
+
+    def test_limit_on_the_size_of_files_is_an_error_of_writing(self):
+        # With the signal as a shell leaves it, which would end the program.
+        run = self.run_program("vie2", "--output", "y.csv", text=samples(4000), restore_signals=True,
+                               preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (10000, 10000)))
+        self.assertEqual(run.returncode, UNEXPECTED)
+        self.assert_one_sentence(run.stderr, "cannot write y.csv", "File too large")
+        self.assertEqual(self.listing(), [])
+
+
+class Signals(ProgramTest):
+    """A signal ends the program as usual, and leaves no temporary file."""
+
+    def start(self, **settings):
+        """A program that has both temporary files open, and waits for the reader of a pipe."""
+        os.mkfifo(self.directory / "pipe")
+        program = subprocess.Popen([PROGRAM, "vie2", "--polynomials", "p.csv", "--output", "pipe"],
+                                   stdin=subprocess.PIPE, stderr=subprocess.PIPE, cwd=self.directory, **settings)
+        self.addCleanup(program.stderr.close)
+        self.addCleanup(program.wait)
+        self.addCleanup(program.kill)
+        # The pipe is opened before p.csv, and for reading too, so that nothing waits for a reader. It fills up, and the
+        # program waits with p.csv written and not yet published.
+        pipe = os.open(self.directory / "pipe", os.O_RDWR)
+        self.addCleanup(os.close, pipe)
+        program.stdin.write(samples(4000).encode())
+        program.stdin.close()
+        end = time.monotonic() + 60
+        while not any(self.directory.glob("*.part")):
+            self.assertLess(time.monotonic(), end, "the program opened no temporary file")
+            time.sleep(0.01)
+        return program
+
+    def test_temporary_files_are_removed(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT, signal.SIGXCPU):
+            with self.subTest(number):
+                program = self.start(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CORE, (0, 0)))
+                program.send_signal(number)
+                self.assertEqual(program.wait(timeout=60), -number)
+                self.assertEqual(self.listing(), ["pipe"])
+                (self.directory / "pipe").unlink()
+
+    def test_a_signal_that_is_ignored_stays_ignored(self):
+        program = self.start(preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+        program.send_signal(signal.SIGHUP)
+        time.sleep(0.2)
+        self.assertIsNone(program.poll())
+        program.send_signal(signal.SIGTERM)
+        self.assertEqual(program.wait(timeout=60), -signal.SIGTERM)
+        self.assertEqual(self.listing(), ["pipe"])
+
+
+class Separators(ProgramTest):
+    def test_semicolons_and_tabs_separate_as_commas_do(self):
+        text = samples(40)
+        expected = self.solve(text=text)
+        for separator in (";", "\t", " ; ", "\t "):
+            with self.subTest(separator):
+                self.assertEqual(self.solve(text=text.replace(",", separator)), expected)
+        self.assertEqual(self.run_program("vie2", text=self.with_remarks(text, ";", '"one, two"')).stdout, expected)
+        self.assertEqual(self.run_program("vie2", text=self.with_remarks(text, ",", '"a; b; c; d"')).stdout, expected)
+
+    @staticmethod
+    def with_remarks(text, separator, remark):
+        lines = text.replace(",", separator).splitlines()
+        return "\n".join(line + separator + remark for line in lines)
+
+    def test_decimal_commas_are_refused(self):
+        for separator in (";", "\t"):
+            text = constant_samples(4).replace(",", separator)
+            self.assert_refused(text.replace("1", "1,5"), "line 2", "'1,5'", "expected a number, with a decimal point")
+
+    def test_numbers_that_are_too_large_are_called_so(self):
+        for number in ("1e400", "-1e309", "+2e308", "9" * 400):
+            self.assert_refused(constant_samples(4, g=number), "line 2", "expected a number below 1.8e308")
+
+    def test_utf_16_is_called_so(self):
+        for encoding in ("utf-16-le", "utf-16-be"):
+            (self.directory / "wide.csv").write_bytes(("\ufeff" + samples(8)).encode(encoding))
+            self.assert_refused("", "wide.csv", "UTF-16", "expected UTF-8", arguments=("wide.csv",))
+
+
+class Headers(ProgramTest):
+    def test_many_columns_that_are_not_used_are_one_note(self):
+        names = "".join(f",x{i}" for i in range(2000))
+        text = "".join(line + (names if i == 0 else ",1" * 2000) + "\n"
+                       for i, line in enumerate(constant_samples(4).splitlines()))
+        run = self.run_program("vie2", text=text)
+        self.assertEqual(run.returncode, SOLVED)
+        self.assert_one_sentence(run.stderr, "note", "line 1", "the columns 'x0', 'x1'", "'x1999' are not used")
+        self.assertLess(len(run.stderr), 300)
+
+    def test_names_in_messages_are_cut_between_characters(self):
+        run = self.run_program("vie2", text="t,g," + "aä" * 30 + "\n")
+        self.assert_one_sentence(run.stderr, "no column 'K'")
+        self.assertNotIn("\ufffd", run.stderr)
+        name = "x" + "ä" * 30
+        run = subprocess.run([PROGRAM, "vie2"], input=f"t,g,{name}\n".encode(), capture_output=True)
+        self.assertIn("'x" + "ä" * 19 + "...'", run.stderr.decode())
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
