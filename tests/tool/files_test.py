@@ -100,6 +100,17 @@ class Outputs(ProgramTest):
         self.assertTrue((self.directory / "second.csv").is_symlink())
         self.assertEqual([path.name for path in (self.directory / "sub").iterdir()], ["y.csv"])
 
+    def test_a_file_that_is_open_already_is_appended_to(self):
+        solution = self.solve(text=constant_samples(4))
+        for name in ("/dev/stdout", "/dev/fd/1", "/proc/self/fd/1"):
+            self.write("log", "kept\n")
+            with open(self.directory / "log", "a") as log:
+                run = subprocess.run([PROGRAM, "vie2", "--output", name], input=constant_samples(4), stdout=log,
+                                     stderr=subprocess.PIPE, text=True, cwd=self.directory)
+            self.assertEqual((run.returncode, run.stderr), (SOLVED, ""))
+            self.assertEqual((self.directory / "log").read_text(), "kept\n" + solution)
+            self.assertEqual(self.listing(), ["log"])
+
     def test_links_that_lead_nowhere_are_refused(self):
         (self.directory / "absent.csv").symlink_to("absent/y.csv")
         (self.directory / "circle.csv").symlink_to("circle.csv")

@@ -34,6 +34,12 @@ std::FILE* create_beside(const std::filesystem::path& target, std::string& creat
     return nullptr;
 }
 
+// The name of a file that is open already, perhaps with something in it.
+bool names_open_file(std::string_view path) {
+    return path == "/dev/stdout" || path == "/dev/stderr" || path.starts_with("/dev/fd/") ||
+           path.starts_with("/proc/self/fd/");
+}
+
 } // namespace
 
 void output_file::closing::operator()(std::FILE* file) const {
@@ -56,10 +62,12 @@ output_file::output_file(const std::string& path) : shown(path == "-" ? "standar
         throw unwritable(path, "it is a directory");
     if (std::filesystem::exists(status)) {
         // A file is replaced only if it could also have been overwritten.
-        stream.reset(std::fopen(path.c_str(), std::filesystem::is_regular_file(status) ? "r+b" : "wb"));
+        const bool is_appended = names_open_file(path);
+        const bool is_replaced = std::filesystem::is_regular_file(status) && !is_appended;
+        stream.reset(std::fopen(path.c_str(), is_appended ? "ab" : is_replaced ? "r+b" : "wb"));
         if (!stream)
             throw unwritable(path, std::strerror(errno));
-        if (!std::filesystem::is_regular_file(status))
+        if (!is_replaced)
             return;
     }
     target = without_links(path).string();
