@@ -22,10 +22,13 @@ public:
         const std::size_t first = std::min(following - std::min<std::size_t>(following, 2), read.size() - count);
         std::copy_n(read.begin() + static_cast<std::ptrdiff_t>(first), count, places.begin());
         for (std::size_t j = 0; j < count; ++j) {
-            weights[j] = 1.0;
+            double numerator = 1.0, denominator = 1.0;
             for (std::size_t k = 0; k < count; ++k)
-                if (k != j)
-                    weights[j] *= distance(row, places[k]) / distance(places[j], places[k]);
+                if (k != j) {
+                    numerator *= distance(row, places[k]);
+                    denominator *= distance(places[j], places[k]);
+                }
+            weights[j] = numerator / denominator;
         }
     }
 
