@@ -1,7 +1,7 @@
 #include "first_kind_forcing.hpp"
 
 #include "finite_values.hpp"
-#include "lu_factors.hpp"
+#include "kernel_start.hpp"
 #include "messages.hpp"
 
 #include <algorithm>
@@ -45,18 +45,19 @@ std::optional<std::string> fault_of_forcing(const equation_samples& posed, const
         return std::nullopt;
 
     // Without an inverse of K(0) the spike has no bound, and g(0) is compared with g.
-    const lu_factors of_start(posed.kernels(0, 1), dimension);
-    if (of_start.is_singular()) {
+    const kernel_factors of_start(kernel_matrix(posed, 0));
+    if (is_singular(of_start)) {
         for (std::size_t r = 0; r < dimension; ++r)
             if (std::abs(start[r]) > largest_part * largest_component(posed.g, 0, posed.solved, r, dimension))
                 return description(posed, r, "");
         return std::nullopt;
     }
-    const std::vector<double> jump = of_start.solve(start);
+    const Eigen::VectorXd jump =
+        of_start.solve(Eigen::Map<const Eigen::VectorXd>(start.data(), static_cast<Eigen::Index>(dimension)));
     const double h = posed.spacing * static_cast<double>(per_step);
     const std::size_t after_spike = posed.steps <= 2 ? 0 : 2 * per_step + 1;
     for (std::size_t r = 0; r < dimension; ++r) {
-        const double spike = std::abs(jump[r]) / h;
+        const double spike = std::abs(jump[static_cast<Eigen::Index>(r)]) / h;
         if (spike > largest_part * largest_component(y, after_spike, posed.solved, r, dimension))
             return description(posed, r,
                                sentence(" of the order of ", two_digits(spike), " that grows as the spacing falls"));

@@ -1,7 +1,7 @@
 #include "first_kind_kernel.hpp"
 
 #include "finite_values.hpp"
-#include "lu_factors.hpp"
+#include "kernel_start.hpp"
 #include "messages.hpp"
 #include "quenta_native.h"
 
@@ -25,44 +25,21 @@ constexpr double growth_until_the_end = 1000.0;
 // The growth is measured in at most so many steps, and not in less than 4.
 constexpr std::size_t most_steps_of_trial = 40;
 
-// The spectral radius of the matrix (of K(0)) inverted times `matrix`, by the power iteration. It does not depend on
-// the units of the equations and of the unknowns.
-double relative_radius(const lu_factors& inverted, std::span<const double> matrix, std::size_t n) {
-    constexpr int skipped = 32, measured = 32;
-    std::vector<double> x(n), product(n);
-    for (std::size_t r = 0; r < n; ++r)
-        x[r] = 1.0 / static_cast<double>(r + 1); // uneven, so that it favours no eigenvector
-    double logarithm = 0.0;
-    for (int i = 0; i < skipped + measured; ++i) {
-        for (std::size_t r = 0; r < n; ++r) {
-            product[r] = 0.0;
-            for (std::size_t c = 0; c < n; ++c)
-                product[r] += matrix[r * n + c] * x[c];
-        }
-        x = inverted.solve(product);
-        if (!all_finite(x))
-            return std::numeric_limits<double>::infinity();
-        const double norm = largest_magnitude(x);
-        if (norm == 0.0)
-            return 0.0;
-        for (double& value : x)
-            value /= norm;
-        if (i >= skipped)
-            logarithm += std::log(norm);
-    }
-    return std::exp(logarithm / measured);
-}
-
-// How many times as large as K(0) the kernel becomes within the first step; infinite if K(0) is singular.
+// How many times as large as K(0) the kernel becomes within the first step: the spectral radius of the inverse of K(0)
+// times K(t), which does not depend on the units of the equations and of the unknowns. Infinite if K(0) is singular.
 double rise_of_kernel(const equation_samples& posed, std::size_t per_step) {
     if (largest_magnitude(posed.kernels(0, per_step + 1)) == 0.0)
         return 0.0;
-    const lu_factors of_start(posed.kernels(0, 1), posed.dimension());
-    if (of_start.is_singular())
+    const kernel_factors of_start(kernel_matrix(posed, 0));
+    if (is_singular(of_start))
         return std::numeric_limits<double>::infinity();
     double rise = 0.0;
-    for (std::size_t i = 1; i <= per_step; ++i)
-        rise = std::max(rise, relative_radius(of_start, posed.kernels(i, 1), posed.dimension()));
+    for (std::size_t i = 1; i <= per_step; ++i) {
+        const Eigen::MatrixXd relative = of_start.solve(kernel_matrix(posed, i));
+        if (!relative.allFinite())
+            return std::numeric_limits<double>::infinity();
+        rise = std::max(rise, relative.eigenvalues().cwiseAbs().maxCoeff());
+    }
     return rise;
 }
 
