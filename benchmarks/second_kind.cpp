@@ -17,6 +17,12 @@
 #include <string>
 #include <vector>
 
+// docs/figures/textbook_trapezoid.c, compiled to add in the order that is written there, and in any order.
+extern "C" {
+void textbook_trapezoid_in_order(const double* g, const double* K, int N, double dt, double* y);
+void textbook_trapezoid_reassociated(const double* g, const double* K, int N, double dt, double* y);
+}
+
 namespace {
 
 template <int P>
@@ -29,19 +35,6 @@ void solve(const problem& given, const setting<P>& with, std::vector<double>& ou
                                                    with.nodes.data(), P, 0, out.data(), nullptr, &steps);
     if (status != QUENTA_SOLVED)
         out.assign(out.size(), std::nan(""));
-}
-
-// The trapezoidal rule of every textbook.
-void trapezoid(const problem& given, std::vector<double>& y) {
-    const double* const K = given.K.data();
-    const double dt = given.dt;
-    y[0] = given.g[0];
-    for (int n = 1; n < given.N; ++n) {
-        double sum = K[n] * y[0] / 2.0;
-        for (int j = 1; j < n; ++j)
-            sum += K[n - j] * y[j];
-        y[n] = (given.g[n] + dt * sum) / (1.0 - dt * K[0] / 2.0);
-    }
 }
 
 // The collocation of a setting on fftw_history. The step's matrix is inverted once.
@@ -149,13 +142,15 @@ struct limited_size {
 };
 
 template <int P>
-void register_trapezoid(const std::string& name, const setting<P>& with, bool same_method) {
-    for (const limited_size size : {limited_size{1000, 1.5}, {10000, 1.0 / 4.0}, {100000, 1.0 / 20.0}})
-        register_line("vie2, " + name + " / quadratic trapezoid", size.steps, size.steps < 100000 ? 15 : 1,
-                      [=](benchmark::State& state) {
-                          compare_solvers(state, problem(with.samples(size.steps), 1), with, size.limit, same_method,
-                                          trapezoid);
-                      });
+void register_trapezoid(const std::string& name, const setting<P>& with, bool same_method,
+                        decltype(textbook_trapezoid_in_order)* loop, const std::vector<limited_size>& sizes) {
+    for (const limited_size size : sizes)
+        register_line("vie2, " + name, size.steps, size.steps < 100000 ? 15 : 1, [=](benchmark::State& state) {
+            compare_solvers(state, problem(with.samples(size.steps), 1), with, size.limit, same_method,
+                            [=](const problem& same, std::vector<double>& y) {
+                                loop(same.g.data(), same.K.data(), same.N, same.dt, y.data());
+                            });
+        });
 }
 
 template <int D, int P>
@@ -175,8 +170,12 @@ void register_growth(const std::string& name, const setting<P>& with) {
 const bool registered = [] {
     quenta_rt_init();
     // Collocation at both ends of a step of one sample is the trapezoidal rule.
-    register_trapezoid("m=1 [0,1]", both_ends, true);
-    register_trapezoid("m=1 [1]", step_end, false);
+    register_trapezoid("m=1 [0,1] / textbook loop", both_ends, true, textbook_trapezoid_in_order,
+                       {{1000, 1.5}, {3000, no_limit}, {10000, 1.0 / 4.0}, {30000, no_limit}, {100000, 1.0 / 20.0}});
+    register_trapezoid("m=1 [0,1] / reassociated loop", both_ends, true, textbook_trapezoid_reassociated,
+                       {{1000, no_limit}, {3000, no_limit}, {10000, 1.0}, {30000, no_limit}, {100000, 1.0 / 5.0}});
+    register_trapezoid("m=1 [1] / textbook loop", step_end, false, textbook_trapezoid_in_order,
+                       {{1000, 1.5}, {10000, 1.0 / 4.0}, {100000, 1.0 / 20.0}});
     register_schedule<1>("m=1 [1]", step_end, {{1000, no_limit}, {10000, no_limit}, {100000, 3.0}, {1000000, 3.0}});
     register_schedule<1>("m=2 [0,1,2]", simpson, {{1000, no_limit}, {10000, 3.0}, {100000, no_limit}});
     register_schedule<2>("m=1 [1], D=2", step_end, {{1000, 3.0}, {10000, 3.0}, {100000, 3.0}});
