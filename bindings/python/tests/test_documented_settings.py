@@ -1,0 +1,212 @@
+"""What README.md and docs/settings.md state of the settings, measured again."""
+
+import numpy as np
+import pytest
+from documented import assert_stated, described
+from problems import SOLVERS, arguments, kernel, memory, solution
+
+import quenta
+
+PAGE = "docs/settings.md"
+END = 10.0
+
+pytestmark = pytest.mark.filterwarnings("ignore")
+
+
+def grid(spacings, end=END):
+    return end * np.arange(spacings + 1) / spacings
+
+
+def largest_error(solved, exact):
+    return abs(solved.y - exact[: len(solved.y)]).max()
+
+
+# ---- The table of orders --------------------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("page", ["README.md", PAGE])
+def test_the_errors_of_orders_2_to_5(page):
+    for setting in ((1, (0, 1)), (2, (0, 1, 2)), (3, (0, 1, 2, 3)), (4, (0, 1, 2, 3, 4))):
+        errors = []
+        for spacings in (1440, 14400):
+            t = grid(spacings)
+            errors.append(largest_error(quenta.solve_vie2(*arguments("vie2", t), t[1], setting=setting), solution(t)))
+        assert_stated(page, f"| {described(setting)} | {len(setting[1])} | {{}} | {{}}", *errors)
+
+
+def test_the_ends_of_steps_are_better_by_one_order_for_an_odd_number_of_evenly_spaced_nodes():
+    better = set()
+    for setting in quenta.settings():
+        second = setting.measured["vie2"]
+        if setting.nodes[0] == 0 and setting.nodes[-1] == setting.m and second.order_at_steps > second.order + 0.5:
+            better.add(str(setting))
+    assert better == {"(2, [0, 1, 2])", "(4, [0, 2, 4])", "(4, [0, 1, 2, 3, 4])"}
+    assert_stated(PAGE, "in the second kind by one order, if the number of nodes is odd and they lie evenly")
+
+
+def test_one_node_has_order_1_and_the_midpoint_order_2_at_the_nodes():
+    for setting in quenta.settings():
+        if setting.count == 1:
+            assert setting.measured["vie2"].order == pytest.approx(1, abs=0.1), setting
+    errors = []
+    for spacings in (1440, 2880):
+        t = grid(spacings)
+        solved = quenta.solve_vie2(*arguments("vie2", t), t[1], setting=(2, [1]))
+        errors.append(abs(solved.y - solution(t))[2::4].max())
+    assert errors[0] / errors[1] == pytest.approx(4, rel=0.1)
+    assert_stated(PAGE, "**One node** gives first order, and the midpoint (m = 2, node 1) second order at the nodes alone.")
+
+
+# ---- Jumps and kinks: the worst of several positions ----------------------------------------------------------------
+
+POSITIONS = 2 + 0.31 * np.arange(16) / 16
+
+
+def rough_problem(kind, t, position):
+    """g, K and y, for a jump or a kink in g or K at that time."""
+    after = t >= position
+    late = np.where(after, t - position, 0.0)
+    if kind == "kink in g":
+        return late, kernel(t), late + late**2 / 2
+    if kind == "jump in g":
+        return np.where(after, 1.0, 0.0), kernel(t), np.where(after, 1 + late, 0.0)
+    lag = np.minimum(t, position)
+
+    def antiderivative(u):  # of exp(-u) y(t - u)
+        return -np.exp(-u) + np.exp(-u) * (np.cos(t - u) - np.sin(t - u)) / 2
+
+    if kind == "jump in K":
+        g = solution(t) - antiderivative(lag) + antiderivative(0.0)
+        return g, np.where(after, 0.0, kernel(t)), solution(t)
+    # K = exp(-u) - exp(-position): it reaches 0 with a kink.
+    constant = np.exp(-position)
+    g = solution(t) - antiderivative(lag) + antiderivative(0.0) + constant * (lag + np.cos(t - lag) - np.cos(t))
+    return g, np.where(after, 0.0, kernel(t) - constant), solution(t)
+
+
+def rough_errors(kind, setting, spacings):
+    """The largest error at all samples, and at those that are a step or more away from the jump or kink."""
+    everywhere = away = 0.0
+    for position in POSITIONS:
+        t = grid(spacings)
+        g, K, y = rough_problem(kind, t, position)
+        errors = abs(quenta.solve_vie2(g, K, t[1], setting=setting).y - y)
+        everywhere = max(everywhere, errors.max())
+        away = max(away, errors[abs(t - position) > setting[0] ** 2 * t[1]].max())
+    return everywhere, away
+
+
+@pytest.mark.parametrize("kind", ["kink in g", "kink in K", "jump in g", "jump in K"])
+def test_jumps_and_kinks(kind):
+    for setting in ((1, (0, 1)), (2, (0, 1, 2)), (4, (0, 1, 2, 3, 4))):
+        few, many = rough_errors(kind, setting, 1440), rough_errors(kind, setting, 14400)
+        assert_stated(PAGE, f"| {kind} | {described(setting)} | {{}} | {{}} | {{}} | {{}} |", few[0], many[0], few[1], many[1])
+
+
+def test_a_jump_at_the_end_of_a_step_with_the_mean_of_both_sides():
+    t, position = grid(1440), 2.5
+    g, K, y = rough_problem("jump in g", t, position)
+    at = np.argmin(abs(t - position))
+    assert t[at] == position and at % 4 == 0
+    away = abs(t - position) > 4 * t[1]
+    errors = [abs(quenta.solve_vie2(g, K, t[1]).y - y)[away].max()]
+    g[at] = 0.5
+    errors.append(abs(quenta.solve_vie2(g, K, t[1]).y - y)[away].max())
+    assert_stated(PAGE, "with m = 2 and the nodes 0 1 2, the largest error outside this step is then {} instead of {}",
+                  errors[1], errors[0])
+
+
+# ---- Where g and K start at 0 ---------------------------------------------------------------------------------------
+
+
+def gamma_renewal(t):
+    """K = g = t^2 exp(-t) / 2 and the solution, by the roots of the Laplace transform 1 / ((s + 1)^3 - 1)."""
+    roots = np.exp(2j * np.pi * np.arange(3) / 3)
+    K = t**2 * np.exp(-t) / 2
+    return K, sum(np.exp((root - 1) * t) / (3 * root**2) for root in roots).real
+
+
+def gamma_renewal_error(setting, spacings):
+    t = grid(spacings, 20.0)
+    K, y = gamma_renewal(t)
+    return largest_error(quenta.solve_vie2(K, K, t[1], setting=setting), y)
+
+
+def test_where_g_and_K_start_at_zero_the_trapezoidal_rule_is_best():
+    for setting in ((1, (0, 1)), (2, (0, 1, 2)), (3, (0, 1, 2, 3)), (4, (0, 1, 2, 3, 4))):
+        errors = [gamma_renewal_error(setting, spacings) for spacings in (400, 1600)]
+        assert_stated(PAGE, f"| {described(setting)} | {{}} | {{}} |", *errors)
+    for spacings in (400, 1600):
+        assert str(min(quenta.settings(), key=lambda setting: gamma_renewal_error(setting, spacings))) == "(1, [0, 1])"
+    ratio = gamma_renewal_error((1, (0, 1)), 400) / gamma_renewal_error((1, (0, 1)), 800)
+    assert ratio == pytest.approx(16, rel=0.05)
+    assert_stated(PAGE, "m = 1 with the nodes 0 1 then has order 4 and the smallest error of all settings")
+
+
+def test_where_only_the_values_start_at_zero_the_order_is_that_of_the_table():
+    def error(setting, spacings):  # K = g = t exp(-t); y = (1 - exp(-2 t)) / 2
+        t = grid(spacings, 20.0)
+        K = t * np.exp(-t)
+        return largest_error(quenta.solve_vie2(K, K, t[1], setting=setting), (1 - np.exp(-2 * t)) / 2)
+
+    assert error((1, (0, 1)), 400) / error((1, (0, 1)), 800) == pytest.approx(4, rel=0.05)
+    assert error((2, (0, 1, 2)), 800) < error((1, (0, 1)), 800) / 5
+    assert_stated(PAGE, "If only the values are 0, as for $K = t e^{-t}$, its order is 2 as in the table above.")
+
+
+def test_counts_of_renewals_below_zero():
+    t = grid(144)
+    lowest = [
+        quenta.solve_vie2(1 - np.exp(-(t**3)), 3 * t**2 * np.exp(-(t**3)), t[1], setting=setting).y.min()
+        for setting in ((2, (0, 1, 2)), (1, (0, 1)))
+    ]
+    assert lowest[1] == 0
+    assert_stated(PAGE, "with 145 samples on 0 .. 10 m = 2 with the nodes 0 1 2 gives counts down to {}, m = 1 with the "
+                        "nodes 0 1 none below 0", lowest[0])
+
+
+# ---- What decays within a step --------------------------------------------------------------------------------------
+
+
+def test_damping_of_what_decays_within_a_step():
+    damping_without_the_last_node, damping_with_the_first = set(), set()
+    for setting in quenta.settings():
+        first, last = setting.nodes[0] == 0, setting.nodes[-1] == setting.m
+        factor = abs(np.prod([(c - 1) / c for c in setting.parameters if 0 < c < 1]))
+        if last and not first:
+            factor = 0.0
+        elif first and not last:
+            factor = np.inf
+        for form in ("vie2", "vide"):
+            measured = setting.measured[form].stiff_growth  # at a rate of 1000 per step
+            if np.isinf(factor):
+                assert measured > 300, setting
+            else:
+                assert measured == pytest.approx(factor, rel=0.04, abs=0.001), setting
+        if factor < 0.9 and not last:
+            damping_without_the_last_node.add(str(setting))
+        if factor < 0.9 and first:
+            damping_with_the_first.add(str(setting))
+    assert damping_without_the_last_node == {"(3, [2])", "(4, [3])", "(4, [2, 3])"}
+    assert damping_with_the_first == {"(3, [0, 2, 3])", "(4, [0, 3, 4])", "(4, [0, 2, 3, 4])"}
+    assert_stated(PAGE, "m = 3 with 2; m = 4 with 3 and with 2 3; and, with both ends, m = 3 with 0 2 3, m = 4 with 0 3 4 "
+                        "and with 0 2 3 4")
+
+
+# ---- Halving the spacing --------------------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("kind, name", [("vie2", "second kind"), ("vie1", "first kind"), ("vide", "integro-differential")])
+def test_the_difference_of_two_solutions_estimates_the_error_of_the_coarser_one(kind, name):
+    settings = [(2, (1, 2)), (3, (1, 2, 3))] if kind == "vie1" else [(1, (0, 1)), (2, (0, 1, 2)), (4, (0, 1, 2, 3, 4))]
+    for setting in settings:
+        solved, errors = [], []
+        for steps in (40, 80, 160):
+            t = grid(steps * setting[0] ** 2)
+            solved.append(SOLVERS[kind](*arguments(kind, t), t[1], setting=setting))
+            errors.append(largest_error(solved[-1], solution(t)))
+        differences = [abs(fine.y[::2] - coarse.y).max() for coarse, fine in zip(solved, solved[1:])]
+        order = round(np.log2(errors[1] / errors[2]))
+        assert_stated(PAGE, f"| {name} | {described(setting)} | {order} | {{}} | {{}} | {{}} |",
+                      differences[0] / differences[1], differences[1] / errors[1],
+                      differences[1] / (2**order - 1) / errors[2])
