@@ -1,0 +1,238 @@
+"""What docs/first_kind.md states, measured again."""
+
+import numpy as np
+import pytest
+from documented import assert_stated, described
+
+import quenta
+
+PAGE = "docs/first_kind.md"
+END = 5.0
+
+pytestmark = pytest.mark.filterwarnings("ignore")
+
+USABLE = [setting for setting in quenta.settings() if setting.measured["vie1"].usable]
+
+
+def problem(spacings):
+    """The times, g and K of the problem in the page's first figure, whose solution is cos t."""
+    t = END * np.arange(spacings + 1) / spacings
+    return t, (np.cos(t) + np.sin(t) - np.exp(-t)) / 2, np.exp(-t)
+
+
+def solve(g, K, dt, setting):
+    solved = quenta.solve_vie1(g, K, dt, setting=setting)
+    return solved.y, np.cos(solved.t)
+
+
+def root_mean_square(values):
+    return np.sqrt(np.mean(np.square(values)))
+
+
+def carried(setting):
+    """The factor rho by which an error at the end of a step returns at the end of the next one."""
+    return np.prod([(c - 1) / c for c in setting.parameters])
+
+
+# ---- Noise ----------------------------------------------------------------------------------------------------------
+
+NOISE = 1e-4
+
+
+def noisy_solutions(setting, spacings, repetitions=20):
+    """The exact solution, that from exact samples, and those from noisy ones."""
+    t, g, K = problem(spacings)
+    exact_samples, exact = solve(g, K, t[1], setting)
+    random = np.random.default_rng(1)
+    noisy = [solve(g + NOISE * random.standard_normal(len(g)), K, t[1], setting)[0] for _ in range(repetitions)]
+    return exact, exact_samples, np.array(noisy)
+
+
+def amplification(setting, steps_of_16):
+    """The error that noise causes, over sigma / (dt K(0))."""
+    spacings = 144 * steps_of_16  # whole steps for every m
+    _, without, noisy = noisy_solutions(setting, spacings)
+    return root_mean_square(noisy - without) * END / spacings / NOISE
+
+
+def test_the_amplification_of_noise():
+    fading = {setting: amplification(setting, 10) for setting in USABLE if abs(carried(setting)) < 0.99}
+    assert len(fading) == 18
+    least, most = min(fading, key=fading.get), max(fading, key=fading.get)
+    assert (str(least), str(most)) == ("(4, [4])", "(1, [1])")
+    assert_stated(PAGE, "between {} (m = 4, node 4) and {} (m = 1, node 1) for the 18 settings that let errors die out",
+                  fading[least], fading[most])
+    for setting in ((2, (1, 2)), (3, (1, 2, 3)), (4, (1, 2, 3, 4))):
+        row = next(row for row in fading if (row.m, row.nodes) == setting)
+        assert amplification(row, 40) == pytest.approx(fading[row], rel=0.05)  # it is a constant
+    staying = [setting for setting in USABLE if abs(carried(setting)) > 0.99]
+    assert len(staying) == 5
+    for setting in staying:
+        assert amplification(setting, 40) > 1.5 * amplification(setting, 10)
+    assert_stated(PAGE, "For the five settings with $\\rho = \\pm 1$ it grows with the number of steps")
+
+
+def best_under_noise(setting):
+    """The smallest root mean square error over spacings, and the spacing."""
+    best = []
+    for spacings in np.geomspace(30, 1500, 24):
+        steps = max(2, round(spacings / setting[0] ** 2))
+        exact, _, noisy = noisy_solutions(setting, steps * setting[0] ** 2)
+        best.append((root_mean_square(noisy - exact), END / (steps * setting[0] ** 2)))
+    return min(best)
+
+
+def test_the_best_spacing_under_noise():
+    for setting in ((1, (1,)), (2, (1, 2)), (3, (1, 2, 3)), (4, (1, 2, 3, 4)), (4, (1, 3, 4))):
+        error, spacing = best_under_noise(setting)
+        row = next(row for row in USABLE if (row.m, row.nodes) == setting)
+        assert_stated(PAGE, f"| {described(setting)} | {{}} | {{}} | {{}} |", amplification(row, 10), error, spacing)
+
+
+def test_centred_means_serve_and_means_of_blocks_do_not():
+    k, setting = 10, (3, (1, 2, 3))
+    t, g, K = problem(6000)
+    random = np.random.default_rng(3)
+    errors = {"every k-th": [], "blocks": [], "centred": []}
+    for _ in range(20):
+        noisy = g + NOISE * random.standard_normal(len(g))
+        centred = np.convolve(noisy, np.full(k + 1, 1 / (k + 1)), mode="same")[::k]
+        centred[[0, -1]] = noisy[[0, -1]]
+        for name, samples, kernel in (("every k-th", noisy[::k], K[::k]),
+                                      ("blocks", noisy[:-1].reshape(-1, k).mean(axis=1), K[:-1:k]),
+                                      ("centred", centred, K[::k])):
+            found, exact = solve(samples, kernel, k * t[1], setting)
+            errors[name].append(found - exact)
+    assert_stated(PAGE, "With 6001 samples of the problem above, every tenth gives an error of {}, centred means of 11 "
+                        "samples {}, and means of blocks of 10 samples {}",
+                  *(root_mean_square(np.concatenate(errors[name])) for name in ("every k-th", "centred", "blocks")))
+
+
+# ---- The start ------------------------------------------------------------------------------------------------------
+
+
+def test_the_spike_of_a_g_that_does_not_start_at_zero():
+    settings = ((1, (1,)), (2, (1, 2)), (3, (1, 2, 3)), (4, (1, 2, 3, 4)))
+    factors = []
+    for setting in settings:
+        steps, offset = 2000, 0.3
+        t, g, K = problem(steps * setting[0] ** 2)
+        found, exact = solve(g + offset, K, t[1], setting)
+        errors = abs(found - (exact + offset))  # what the offset adds is offset * (delta(t) + 1)
+        factors.append(errors.max() * END / steps / offset)
+        assert errors.argmax() == 0
+        without, exact = solve(g, K, t[1], setting)
+        later = slice(setting[0] ** 2 + 1, None)
+        assert errors[later].max() < 1.5 * abs(without - exact)[later].max()
+    assert_stated(PAGE, "a spike of height $c\\, g(0) / (h K(0))$, where $h$ is the length of a step and $c$ is {} for "
+                        "m = 1 with 1, {} for m = 2 with 1 2, {} for m = 3 with 1 2 3 and {} for m = 4 with 1 2 3 4",
+                  *factors)
+
+
+def rising_kernel(t, rate=20.0):
+    """K = 1 - exp(-rate t), and g such that y = cos t; then the derivatives of both."""
+    convolved = (np.sin(t) + rate * np.cos(t) - rate * np.exp(-rate * t)) / (rate**2 + 1)
+    return (1 - np.exp(-rate * t), np.sin(t) - convolved), (rate * np.exp(-rate * t), rate * convolved)
+
+
+def test_closer_samples_are_no_cure_where_the_kernel_starts_at_zero():
+    for dt in (0.1, 0.05, 0.02, 0.005, 0.001):
+        errors = []
+        for setting, differentiated in (((3, (1, 2, 3)), 0), ((2, (1, 2)), 0), ((3, (1, 2, 3)), 1)):
+            steps = round(END / dt / setting[0] ** 2)
+            K, g = rising_kernel(dt * np.arange(steps * setting[0] ** 2 + 1))[differentiated]
+            found, exact = solve(g, K, dt, setting)
+            errors.append(abs(found - exact).max())
+        if dt == 0.001:
+            assert not np.isfinite(errors.pop(0))
+            assert_stated(PAGE, "| 0.001 | not finite | {} | {} |", *errors)
+        else:
+            assert_stated(PAGE, f"| {dt} | {{}} | {{}} | {{}} |", *errors)
+
+
+def errors_for_power(setting, power):
+    """The largest errors for K = t or t^2, y = cos t, with 401 and 801 samples; None where a system is singular."""
+    errors = []
+    for spacings in (400, 800):
+        spacings = spacings // setting.spacings * setting.spacings
+        t = END * np.arange(spacings + 1) / spacings
+        g = 1 - np.cos(t) if power == 1 else 2 * (t - np.sin(t))
+        try:
+            found, exact = solve(g, t**power, t[1], setting)
+        except quenta.SingularBlockError:
+            return None
+        errors.append(abs(found - exact).max())
+    return errors
+
+
+def test_kernels_that_start_at_zero():
+    singular, bounded = set(), set()
+    for setting in USABLE:
+        errors = errors_for_power(setting, 1)
+        if errors is None:
+            singular.add((setting.m, *setting.nodes))
+        elif errors[1] < 1:
+            bounded.add((setting.m, *setting.nodes))
+            assert errors[0] / errors[1] == pytest.approx(2, rel=0.1), setting
+        else:
+            assert not errors[1] < 1e3, setting
+        squared = errors_for_power(setting, 2)
+        assert squared is None or not squared[1] < 1e3, setting
+    assert singular == {(m, m) for m in (1, 2, 3, 4)}
+    assert bounded == {(2, 1, 2), (4, 2, 4)}
+    assert_stated(PAGE, "only m = 2 with 1 2 and m = 4 with 2 4 keep errors bounded, with order 1; if $K'(0) = 0$ too, none "
+                        "does")
+    assert_stated(PAGE, "with the node $m$ alone the system is singular")
+
+
+def test_a_small_kernel_at_the_start_needs_short_steps():
+    errors = []
+    for dt in (0.01, 0.001):
+        t = dt * np.arange(round(END / dt / 9) * 9 + 1)
+        (K, g), _ = rising_kernel(t)
+        found, exact = solve(g + 0.1 * np.sin(t), K + 0.1, dt, (3, (1, 2, 3)))
+        errors.append(abs(found - exact).max())
+    assert errors[0] > 1e20
+    assert_stated(PAGE, "With $K = 1.1 - e^{-20 t}$ and m = 3 with 1 2 3, the error is above 1e20 at $\\Delta t = 0.01$ and "
+                        "{} at 0.001", errors[1])
+
+
+# ---- The two forms --------------------------------------------------------------------------------------------------
+
+
+def test_the_table_of_carried_errors():
+    refused = {str(s) for s in quenta.settings() if s.nodes[0] > 0 and abs(carried(s)) > 1.01}
+    assert refused == {"(3, [1])", "(4, [1])", "(4, [1, 2])"}
+    assert refused == {str(s) for s in quenta.settings() if s.nodes[0] > 0 and not s.measured["vie1"].usable}
+    assert {str(s) for s in USABLE if carried(s) > 0.99} == {"(3, [1, 2])", "(4, [1, 3])"}
+    for setting in USABLE:
+        measured = setting.measured["vie1"]
+        lost = 1 if carried(setting) > 0.99 else 0
+        assert measured.order == pytest.approx(setting.count - lost, abs=0.1), setting
+        assert (carried(setting) == 0) == (setting.nodes[-1] == setting.m)
+        assert measured.growth == pytest.approx(abs(carried(setting)), abs=0.002), setting
+
+
+def test_the_jumps_of_the_discontinuous_form():
+    for setting in USABLE:
+        t, g, K = problem(100 * setting.spacings)
+        solved = quenta.solve_vie1(g, K, t[1], setting=setting)
+        jumps = abs(solved.polynomials.sum(axis=1)[:-1] - solved.polynomials[1:, 0]).max()
+        times = np.linspace(0, END, 4001)
+        error = max(abs(solved(times, side=side) - np.cos(times)).max() for side in ("left", "right"))
+        assert jumps <= 2.05 * error, setting
+    assert_stated(PAGE, "its jumps are at most twice its errors")
+
+
+def test_the_growth_of_the_continuous_form():
+    stable = {(s.m, *s.nodes) for s in USABLE if s.measured["vie1_continuous"].stable}
+    assert stable == {(1, 1), (2, 2), (3, 3), (3, 1, 2, 3), (4, 4), (4, 1, 2, 4), (4, 1, 3, 4)}
+    growth = next(s for s in USABLE if (s.m, s.nodes) == (2, (1,))).measured["vie1_continuous"].growth
+    assert growth == pytest.approx(3 + 2 * np.sqrt(2), abs=0.001)
+    assert_stated(PAGE, "gives the factor $3 + 2 \\sqrt 2 \\approx {}$ a step", growth)
+    for setting in ((2, (1,)), (4, (1, 2, 3))):  # of the figure
+        t = np.arange(30 * setting[0] ** 2 + 1) / (30 * setting[0] ** 2)
+        g = (np.cos(t) + np.sin(t) - np.exp(-t)) / 2
+        solved = quenta.solve_vie1(g, np.exp(-t), t[1], setting=setting, continuous=True, y0=1.0)
+        assert abs(solved.y - np.cos(t)).max() > 1e18
+    assert_stated(PAGE, "two settings in the continuous form grow to 1e18 and beyond")
