@@ -130,10 +130,19 @@ void against_fftw(benchmark::State& state, int steps, const setting<P>& with, do
 }
 
 template <int P>
-void growth(benchmark::State& state, int steps, const setting<P>& with) {
-    const problem given(with.samples(steps), 1);
+void growth(benchmark::State& state, int steps, int D, const setting<P>& with) {
+    const problem given(with.samples(steps), D);
     std::vector<double> out(given.g.size());
     time_alone(state, [&] { solve(given, with, out); });
+}
+
+// One more component than the library compiles for its size, beside the largest number for which it does.
+template <int P>
+void nine_against_eight(benchmark::State& state, int steps, const setting<P>& with) {
+    const problem nine(with.samples(steps), 9), eight(with.samples(steps), 8);
+    std::vector<double> out_nine(nine.g.size()), out_eight(eight.g.size());
+    compare(
+        state, no_limit, 1, [] {}, [&] { solve(nine, with, out_nine); }, [&] { solve(eight, with, out_eight); });
 }
 
 struct limited_size {
@@ -161,10 +170,17 @@ void register_schedule(const std::string& name, const setting<P>& with, const st
 }
 
 template <int P>
-void register_growth(const std::string& name, const setting<P>& with) {
-    for (const int steps : {1000, 10000, 100000, 1000000})
-        register_line("vie2, " + name + ", growth", steps, pairs_for(steps),
-                      [=](benchmark::State& state) { growth(state, steps, with); });
+void register_growth(const std::string& name, int D, const setting<P>& with, int most) {
+    for (int steps = 100; steps <= most; steps *= 10)
+        register_line("vie2, " + name + ", growth", steps, pairs_for(std::int64_t(steps) * D * D),
+                      [=](benchmark::State& state) { growth(state, steps, D, with); });
+}
+
+template <int P>
+void register_nine(const std::string& name, const setting<P>& with) {
+    for (const int steps : {100, 1000})
+        register_line("vie2, " + name + ", D=9 / D=8", steps, 31,
+                      [=](benchmark::State& state) { nine_against_eight(state, steps, with); });
 }
 
 const bool registered = [] {
@@ -185,8 +201,13 @@ const bool registered = [] {
     register_schedule<8>("m=1 [0,1], D=8", both_ends, {{1000, 3.0}, {4000, 3.0}});
     register_schedule<8>("m=2 [0,1,2], D=8", simpson, {{500, 3.0}, {1000, 3.0}});
     register_schedule<8>("m=4 [0,1,2,3,4], D=8", quartic, {{100, 3.0}, {500, 3.0}});
-    register_growth("m=1 [1]", step_end);
-    register_growth("m=2 [0,1,2]", simpson);
+    register_growth("m=1 [1]", 1, step_end, 1000000);
+    register_growth("m=1 [0,1]", 1, both_ends, 1000000);
+    register_growth("m=2 [0,1,2]", 1, simpson, 1000000);
+    register_growth("m=2 [0,1,2], D=3", 3, simpson, 10000);
+    register_growth("m=1 [0,1], D=8", 8, both_ends, 10000);
+    register_nine("m=1 [0,1]", both_ends);
+    register_nine("m=2 [0,1,2]", simpson);
     return true;
 }();
 
