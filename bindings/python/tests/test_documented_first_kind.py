@@ -185,16 +185,20 @@ def test_kernels_that_start_at_zero():
     assert_stated(PAGE, "with the node $m$ alone the system is singular")
 
 
-def test_a_small_kernel_at_the_start_needs_short_steps():
-    errors = []
+def test_a_small_kernel_at_the_start_needs_short_steps_or_the_second_kind():
+    offset, errors = 0.1, []
     for dt in (0.01, 0.001):
         t = dt * np.arange(round(END / dt / 9) * 9 + 1)
         (K, g), _ = rising_kernel(t)
-        found, exact = solve(g + 0.1 * np.sin(t), K + 0.1, dt, (3, (1, 2, 3)))
+        found, exact = solve(g + offset * np.sin(t), K + offset, dt, (3, (1, 2, 3)))
         errors.append(abs(found - exact).max())
     assert errors[0] > 1e20
     assert_stated(PAGE, "With $K = 1.1 - e^{-20 t}$ and m = 3 with 1 2 3, the error is above 1e20 at $\\Delta t = 0.01$ and "
                         "{} at 0.001", errors[1])
+    t = 0.01 * np.arange(501)
+    _, (K, g) = rising_kernel(t)
+    second = quenta.solve_vie2(np.cos(t) + g / offset, -K / offset, 0.01, setting=(2, (0, 1, 2)))
+    assert_stated(PAGE, "its error with m = 2 and the nodes 0 1 2 is {} at $\\Delta t = 0.01$", abs(second.y - np.cos(t)).max())
 
 
 # ---- The two forms --------------------------------------------------------------------------------------------------
