@@ -55,6 +55,7 @@ struct setting {
 constexpr setting<1> step_end{1, {1}};
 constexpr setting<2> both_ends{1, {0, 1}};
 constexpr setting<3> simpson{2, {0, 1, 2}};
+constexpr setting<4> cubic{3, {0, 1, 2, 3}};
 constexpr setting<5> quartic{4, {0, 1, 2, 3, 4}};
 
 // The output of a scheme of D components: value(n, r, e) at sample e = 0 .. S of step n, and the mean of the two where

@@ -136,6 +136,45 @@ void growth(benchmark::State& state, int steps, int D, const setting<P>& with) {
     time_alone(state, [&] { solve(given, with, out); });
 }
 
+// y(t) = 1 + sin t for K = exp(-t) on 0 .. 10, and the largest error of a solution.
+struct smooth_problem : problem {
+    explicit smooth_problem(int samples) : problem(samples, 1) {
+        dt = 10.0 / (samples - 1);
+        for (int i = 0; i < samples; ++i) {
+            const double t = i * dt;
+            K[i] = std::exp(-t);
+            g[i] = std::sin(t) + (std::cos(t) - std::sin(t) + K[i]) / 2.0;
+        }
+    }
+    double error(const std::vector<double>& y) const {
+        double largest = 0.0;
+        for (int i = 0; i < N; ++i)
+            largest = std::max(largest, std::fabs(y[i] - 1.0 - std::sin(i * dt)));
+        return largest;
+    }
+};
+
+// The smooth problem with as many samples as a setting takes for an error.
+template <int P>
+smooth_problem with_error(double error, const setting<P>& with) {
+    for (int steps = 10;; steps += std::max(1, steps / 50)) {
+        smooth_problem given(with.samples(steps));
+        std::vector<double> out(given.g.size());
+        solve(given, with, out);
+        if (given.error(out) <= error)
+            return given;
+    }
+}
+
+// Two settings that reach the same error.
+template <int P, int Q>
+void same_error(benchmark::State& state, double error, const setting<P>& with, const setting<Q>& peer_with) {
+    const smooth_problem given = with_error(error, with), peer_given = with_error(error, peer_with);
+    std::vector<double> out(given.g.size()), peer_out(peer_given.g.size());
+    compare(
+        state, no_limit, 10, [] {}, [&] { solve(given, with, out); }, [&] { solve(peer_given, peer_with, peer_out); });
+}
+
 // One more component than the library compiles for its size, beside the largest number for which it does.
 template <int P>
 void nine_against_eight(benchmark::State& state, int steps, const setting<P>& with) {
@@ -186,10 +225,12 @@ void register_nine(const std::string& name, const setting<P>& with) {
 const bool registered = [] {
     quenta_rt_init();
     // Collocation at both ends of a step of one sample is the trapezoidal rule.
-    register_trapezoid("m=1 [0,1] / textbook loop", both_ends, true, textbook_trapezoid_in_order,
-                       {{1000, 1.5}, {3000, no_limit}, {10000, 1.0 / 4.0}, {30000, no_limit}, {100000, 1.0 / 20.0}});
-    register_trapezoid("m=1 [0,1] / reassociated loop", both_ends, true, textbook_trapezoid_reassociated,
-                       {{1000, no_limit}, {3000, no_limit}, {10000, 1.0}, {30000, no_limit}, {100000, 1.0 / 5.0}});
+    register_trapezoid(
+        "m=1 [0,1] / textbook loop", both_ends, true, textbook_trapezoid_in_order,
+        {{300, no_limit}, {1000, 1.5}, {3000, no_limit}, {10000, 1.0 / 4.0}, {30000, no_limit}, {100000, 1.0 / 20.0}});
+    register_trapezoid(
+        "m=1 [0,1] / reassociated loop", both_ends, true, textbook_trapezoid_reassociated,
+        {{300, no_limit}, {1000, no_limit}, {3000, no_limit}, {10000, 1.0}, {30000, no_limit}, {100000, 1.0 / 5.0}});
     register_trapezoid("m=1 [1] / textbook loop", step_end, false, textbook_trapezoid_in_order,
                        {{1000, 1.5}, {10000, 1.0 / 4.0}, {100000, 1.0 / 20.0}});
     register_schedule<1>("m=1 [1]", step_end, {{1000, no_limit}, {10000, no_limit}, {100000, 3.0}, {1000000, 3.0}});
@@ -206,6 +247,9 @@ const bool registered = [] {
     register_growth("m=2 [0,1,2]", 1, simpson, 1000000);
     register_growth("m=2 [0,1,2], D=3", 3, simpson, 10000);
     register_growth("m=1 [0,1], D=8", 8, both_ends, 10000);
+    for (const int digits : {5, 7})
+        register_line("vie2, error 1e-N, m=3 [0,1,2,3] / m=1 [0,1]", digits, 15,
+                      [=](benchmark::State& state) { same_error(state, std::pow(10.0, -digits), cubic, both_ends); });
     register_nine("m=1 [0,1]", both_ends);
     register_nine("m=2 [0,1,2]", simpson);
     return true;
