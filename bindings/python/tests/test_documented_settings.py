@@ -44,6 +44,12 @@ def test_the_ends_of_steps_are_better_by_one_order_for_an_odd_number_of_evenly_s
     assert_stated(PAGE, "in the second kind by one order, if the number of nodes is odd and they lie evenly")
 
 
+def test_the_most_accurate_setting_of_the_first_kind():
+    usable = [setting for setting in quenta.settings() if setting.measured["vie1"].error is not None]
+    assert str(min(usable, key=lambda setting: setting.measured["vie1"].error)) == "(4, [1, 2, 3, 4])"
+    assert_stated(PAGE, "For the first kind, the most accurate one is m = 4 with 1 2 3 4.")
+
+
 def test_one_node_has_order_1_and_the_midpoint_order_2_at_some_places():
     for setting in quenta.settings():
         if setting.count == 1:
