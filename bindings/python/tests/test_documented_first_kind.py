@@ -280,6 +280,9 @@ def test_the_jumps_of_the_discontinuous_form():
 def test_the_growth_of_the_continuous_form():
     stable = {(s.m, *s.nodes) for s in USABLE if s.measured["vie1_continuous"].stable}
     assert stable == {(1, 1), (2, 2), (3, 3), (3, 1, 2, 3), (4, 4), (4, 1, 2, 4), (4, 1, 3, 4)}
+    for setting in USABLE:
+        if (setting.m, *setting.nodes) in stable:
+            assert setting.measured["vie1_continuous"].order == pytest.approx(setting.count, abs=0.1), setting
     growth = next(s for s in USABLE if (s.m, s.nodes) == (2, (1,))).measured["vie1_continuous"].growth
     assert growth == pytest.approx(3 + 2 * np.sqrt(2), abs=0.001)
     assert_stated(PAGE, "gives the factor $3 + 2 \\sqrt 2 \\approx {}$ a step", growth)
