@@ -177,7 +177,8 @@ def test_where_only_the_values_start_at_zero_the_order_is_that_of_the_table():
 
     assert error((1, (0, 1)), 400) / error((1, (0, 1)), 800) == pytest.approx(4, rel=0.05)
     assert error((2, (0, 1, 2)), 800) < error((1, (0, 1)), 800) / 5
-    assert_stated(PAGE, "If only the values are 0, as for $K = t e^{-t}$, its order is 2 as in the table above.")
+    assert_stated(PAGE, "If only the values are 0, as for $g = K = t e^{-t}$, the order of m = 1 with the nodes 0 1 is 2, as "
+                        "in the table above.")
 
 
 def test_counts_of_renewals_below_zero():
