@@ -210,6 +210,8 @@ def test_damping_of_what_decays_within_a_step():
                 assert measured > 300, setting
             else:
                 assert measured == pytest.approx(factor, rel=0.04, abs=0.001), setting
+        if 0 < factor < 0.9:
+            assert min(abs(factor - 1 / 3), abs(factor - 1 / 2)) < 1e-12, setting
         if factor < 0.9 and not last:
             damping_without_the_last_node.add(str(setting))
         if factor < 0.9 and first:
