@@ -12,7 +12,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 
 import numpy as np
 
-from .machine_memory import require_memory
+from .memory_account import refusal, reserve
 
 if TYPE_CHECKING:  # NumPy knows the types of elements since 1.21, which Python 3.9 need not have
     from numpy.typing import NDArray
@@ -31,16 +31,33 @@ def shape_text(shape: tuple[Union[int, str], ...]) -> str:
 
 def real_array(name: str, value: Any, finite: bool) -> Array:
     """A contiguous array of doubles, the argument itself where it is one."""
-    if type(value) is np.ndarray and value.dtype is _DOUBLE and value.flags.c_contiguous and value.flags.aligned:
-        array = value
-    else:
-        array = _converted(name, value)
+    array: Array = value if _fits_as_it_is(value) else _converted(name, value)
     if finite and not all_finite(array):
         raise _not_finite(name, array)
     return array
 
 
+def _fits_as_it_is(value: Any) -> bool:
+    return type(value) is np.ndarray and value.dtype is _DOUBLE and value.flags.c_contiguous and value.flags.aligned
+
+
+def size_of_copy(value: Any) -> int:
+    """The bytes that an array takes once more, because it has to be converted."""
+    return 0 if _fits_as_it_is(value) else _DOUBLE.itemsize * int(value.size)
+
+
+# So many numbers are looked at at once. What is made of them in between stays small, and they stay in the cache.
+_PART = 2**13
+
+
 def all_finite(array: Array) -> bool:
+    if array.size <= _PART:
+        return _part_is_finite(array)
+    flat = array.reshape(-1)
+    return all(_part_is_finite(flat[first : first + _PART]) for first in range(0, flat.size, _PART))
+
+
+def _part_is_finite(array: Array) -> bool:
     # The sum of squares is cheap, and finite only if every number is.
     return math.isfinite(np.vdot(array, array)) or bool(np.isfinite(array).all())
 
@@ -60,15 +77,19 @@ def _converted(name: str, value: Any) -> Array:
         array = np.asarray(value)
     except ValueError as failure:
         raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} ({failure})") from None
+    except MemoryError as failure:
+        raise refusal(0, f"{name} as an array") from failure
     if array.dtype.kind not in "biuf":
         raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} of dtype {array.dtype}")
-    require_memory(array.size * _DOUBLE.itemsize, f"a copy of {name}")
-    with np.errstate(over="ignore"):
+    with reserve(size_of_copy(array), f"a copy of {name}"), np.errstate(over="ignore"):
         return np.require(array, _DOUBLE, ["C", "A"])
 
 
 def _not_finite(name: str, array: Array) -> ValueError:
-    place = tuple(int(i) for i in np.argwhere(~np.isfinite(array))[0])
+    flat = array.reshape(-1)
+    first = next(first for first in range(0, flat.size, _PART) if not _part_is_finite(flat[first : first + _PART]))
+    index = first + int(np.argmin(np.isfinite(flat[first : first + _PART])))
+    place = tuple(int(i) for i in np.unravel_index(index, array.shape))
     where = f" at index {place[0] if len(place) == 1 else place}" if place else ""
     return ValueError(f"{name}: expected finite numbers, came {array[place]}{where} (check_finite=False lets it pass)")
 

@@ -157,7 +157,7 @@ def test_a_limit_of_memory_ends_no_process():
                 quenta.solve_vie2(np.ones((N, 20)), 0.01 * np.ones((20, 20)), 0.01, setting=(4, [0, 1, 2, 3, 4]))
                 solved += 1
             except quenta.SizeError as refusal:
-                assert "expected sizes that fit into memory, came" in str(refusal), refusal
+                assert "expected sizes that fit into memory, got" in str(refusal), refusal
                 refused += 1
             except MemoryError:  # of an array of NumPy's, where the limit is nearly reached
                 refused += 1
