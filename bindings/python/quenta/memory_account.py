@@ -94,9 +94,13 @@ def affords_thread() -> bool:
 
 
 def refusal(size: int, what: str, room: Optional[int] = None) -> SizeError:
-    takes = f", which takes {size / 1e9:.2f} GB" if size else ""
-    there = "" if room is None else f", where {max(room, 0) / 1e9:.2f} GB are free"
+    takes = f", which takes {_size_text(size)}" if size else ""
+    there = "" if room is None else f", where {_size_text(max(room, 0))} are free"
     return SizeError(f"g: expected sizes that fit into memory, got {what}{takes}{there}")
+
+
+def _size_text(size: int) -> str:
+    return f"{size / 1e9:.2f} GB" if size >= 1e9 else f"{size / 1e6:.1f} MB"
 
 
 class _Account:
@@ -161,7 +165,7 @@ def _trial(size: int) -> bool:
     """Whether so much can be allocated, where the system tells nothing."""
     try:
         np.empty(size + size // 8, np.uint8)
-    except MemoryError:
+    except (MemoryError, ValueError):  # the second if no address is so large
         return False
     return True
 

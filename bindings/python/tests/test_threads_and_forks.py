@@ -1,14 +1,13 @@
 """Solves from many threads at once, and in the children of a fork, give the bits of a solve alone."""
 
 import os
-import subprocess
 import sys
-import textwrap
 import threading
 from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 import pytest
+from children import run_python
 
 import quenta
 
@@ -108,14 +107,6 @@ def test_solutions_outlive_their_inputs():
 
 
 # ---- Where the library is found -------------------------------------------------------------------------------------
-
-
-def run_python(script, **environment):
-    given = {name: value for name, value in os.environ.items() if name != "QUENTA_LIBRARY"}
-    given.update(environment)
-    return subprocess.run(
-        [sys.executable, "-c", textwrap.dedent(script)], env=given, capture_output=True, text=True, timeout=120
-    )
 
 
 def test_a_library_that_is_not_there_is_said_so():
