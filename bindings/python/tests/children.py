@@ -24,5 +24,5 @@ def run_python(script, **environment):
     )
 
 
-def run_solver(script):
-    return run_python(script, QUENTA_LIBRARY=os.environ["QUENTA_LIBRARY"])
+def run_solver(script, **environment):
+    return run_python(script, QUENTA_LIBRARY=os.environ["QUENTA_LIBRARY"], **environment)

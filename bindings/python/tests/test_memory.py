@@ -22,8 +22,8 @@ on_linux = pytest.mark.skipif(not sys.platform.startswith("linux"), reason="need
 # ---- Under a limit of addresses -------------------------------------------------------------------------------------
 
 
-def run_limited(script):
-    return run_solver(LIMITS + "import numpy as np\nimport quenta\n" + textwrap.dedent(script))
+def run_limited(script, **environment):
+    return run_solver(LIMITS + "import numpy as np\nimport quenta\n" + textwrap.dedent(script), **environment)
 
 
 @on_linux
@@ -41,7 +41,7 @@ def test_results_and_working_memory_are_asked_for_together():
                 quenta.solve_vie2(g, K, 1e-7, setting=(4, [2]))
                 break
             except quenta.SizeError as refusal:
-                assert "expected sizes that fit into memory, got a solve of 52749 steps" in str(refusal), refusal
+                assert "a solve of 52749 steps with setting (4, [2]), D = 1" in str(refusal), refusal
                 refused += 1
         print(refused > 8, megabytes < 30)
         """
@@ -55,31 +55,32 @@ def test_threads_wait_where_there_is_memory_for_one():
         """
         import threading
 
-        N = 200001
+        N = 500001
         g, K = np.ones(N), np.full(N, 1e-3)
         values, started = [], threading.Barrier(5)
 
         def work():
-            started.wait()  # the threads have their stacks
+            quenta.solve_vie2(g[:1000], K[:1000], 1e-6)
+            started.wait()  # the threads have their stacks and heaps
             started.wait()  # and the process its limit
-            for _ in range(3):
-                try:
-                    values.append(quenta.solve_vie2(g, K, 1e-6, setting=(1, [1])).y[-1])
-                except quenta.SizeError as refusal:
-                    values.append(refusal)
+            try:
+                values.append(quenta.solve_vie2(g, K, 1e-6, setting=(1, [1])).y[-1])
+            except quenta.SizeError as refusal:
+                values.append(refusal)
 
         threads = [threading.Thread(target=work) for _ in range(4)]
         for thread in threads:
             thread.start()
         started.wait()
-        limit_addresses(80e6)  # a solve takes 41.6 MB
+        limit_addresses(160e6)  # a solve takes up to 104 MB, and its result 12
         started.wait()
         for thread in threads:
             thread.join()
         print(len(values), len(set(map(str, values))))
-        """
+        """,
+        MALLOC_ARENA_MAX="1",  # or the heaps of the threads have some memory to spare
     )
-    assert (ended.returncode, ended.stdout) == (0, "12 1\n"), (ended.stdout, ended.stderr)
+    assert (ended.returncode, ended.stdout) == (0, "4 1\n"), (ended.stdout, ended.stderr)
 
 
 @on_linux
@@ -96,21 +97,6 @@ def test_copies_are_asked_for_with_the_solve():
         """
     )
     assert ended.returncode == 0 and "with copies of its arguments, which takes 44." in ended.stdout, ended
-
-
-@on_linux
-def test_blocks_are_not_copied_where_memory_ends():
-    ended = run_limited(
-        """
-        A = np.zeros((800, 2, 800, 2))[::-1]
-        limit_addresses(10e6)
-        try:
-            quenta.solve_blocks_vie2(A, np.ones((800, 2)))
-        except quenta.SizeError as refusal:
-            print(refusal)
-        """
-    )
-    assert ended.returncode == 0 and "fit into memory, got a copy of A" in ended.stdout, (ended.stdout, ended.stderr)
 
 
 # ---- Functions of time ----------------------------------------------------------------------------------------------
