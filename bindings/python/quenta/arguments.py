@@ -31,19 +31,19 @@ def shape_text(shape: tuple[Union[int, str], ...]) -> str:
 
 def real_array(name: str, value: Any, finite: bool) -> Array:
     """A contiguous array of doubles, the argument itself where it is one."""
-    array: Array = value if _fits_as_it_is(value) else _converted(name, value)
+    if type(value) is np.ndarray and value.dtype is _DOUBLE and value.flags.c_contiguous and value.flags.aligned:
+        array = value
+    else:
+        array = _converted(name, value)
     if finite and not all_finite(array):
         raise _not_finite(name, array)
     return array
 
 
-def _fits_as_it_is(value: Any) -> bool:
-    return type(value) is np.ndarray and value.dtype is _DOUBLE and value.flags.c_contiguous and value.flags.aligned
-
-
-def size_of_copy(value: Any) -> int:
-    """The bytes that an array takes once more, because it has to be converted."""
-    return 0 if _fits_as_it_is(value) else _DOUBLE.itemsize * int(value.size)
+def size_of_copy(array: Any) -> int:
+    """The bytes that an array takes once more, because `real_array` has to convert it."""
+    plain = array.dtype is _DOUBLE and array.flags.c_contiguous and array.flags.aligned
+    return 0 if plain else _DOUBLE.itemsize * int(array.size)
 
 
 # So many numbers are looked at at once. What is made of them in between stays small, and they stay in the cache.
@@ -51,13 +51,9 @@ _PART = 2**13
 
 
 def all_finite(array: Array) -> bool:
-    if array.size <= _PART:
-        return _part_is_finite(array)
-    flat = array.reshape(-1)
-    return all(_part_is_finite(flat[first : first + _PART]) for first in range(0, flat.size, _PART))
-
-
-def _part_is_finite(array: Array) -> bool:
+    if array.size > _PART:
+        flat = array.reshape(-1)
+        return all(all_finite(flat[first : first + _PART]) for first in range(0, flat.size, _PART))
     # The sum of squares is cheap, and finite only if every number is.
     return math.isfinite(np.vdot(array, array)) or bool(np.isfinite(array).all())
 
@@ -87,7 +83,7 @@ def _converted(name: str, value: Any) -> Array:
 
 def _not_finite(name: str, array: Array) -> ValueError:
     flat = array.reshape(-1)
-    first = next(first for first in range(0, flat.size, _PART) if not _part_is_finite(flat[first : first + _PART]))
+    first = next(first for first in range(0, flat.size, _PART) if not all_finite(flat[first : first + _PART]))
     index = first + int(np.argmin(np.isfinite(flat[first : first + _PART])))
     place = tuple(int(i) for i in np.unravel_index(index, array.shape))
     where = f" at index {place[0] if len(place) == 1 else place}" if place else ""

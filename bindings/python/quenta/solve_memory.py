@@ -41,9 +41,7 @@ def reserve_solve(N: int, D: int, row: Setting, differential: bool, copied: int 
 
 def reserve_copies(arrays: dict[str, Any], row: Setting) -> Reservation:
     """While arrays are converted: reserves their copies, and the solve, which has to fit beside them."""
-    copied = 0
-    for array in arrays.values():
-        copied += size_of_copy(array)
+    copied = sum(map(size_of_copy, arrays.values())) if arrays["K"].size >= SMALL // 64 else 0
     if not copied:
         return NOTHING
     N, D = (*arrays["g"].shape, 1)[:2]
