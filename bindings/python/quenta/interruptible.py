@@ -8,13 +8,13 @@ does not delay the end of the process.
 
 from __future__ import annotations
 
-import _thread
 import threading
 from typing import Any, Callable, Optional
 
 from .errors import SizeError
 from .memory_account import Reservation, affords_thread
 from .native_library import enter_thread
+from .roomy_threads import start_roomy_thread, start_thread
 
 #: Seconds from which on a call is long. Another thread for it takes about a ten-thousandth of a second.
 LONG = 0.1
@@ -29,27 +29,28 @@ def call(
     """function(*arguments), which is expected to take so many seconds and reads and writes the arrays."""
     if seconds < LONG or threading.current_thread() is not threading.main_thread() or not affords_thread():
         return function(*arguments)
-    job = _Job(function, arguments, arrays, reservation)
+    for start in (start_thread, start_roomy_thread):
+        job = _Job(function, arguments, arrays, reservation)
+        if _made_elsewhere(job, start):
+            return job.outcome()
+    return function(*arguments)
+
+
+def _made_elsewhere(job: _Job, start: Callable[[Callable[[], None]], None]) -> bool:
+    """Waits for a new thread to make the call. False if there can be none, or if its stack is too small."""
     try:
-        reservation.lend()
-        _thread.start_new_thread(job.run, ())
+        job.reservation.lend()
+        start(job.run)
         while not job.finished.acquire(timeout=_PATIENCE):
             pass
     except BaseException as failure:
         if job.begun.acquire(blocking=False):  # the call is not made, and never will be
-            reservation.take_back()
-            if type(failure) is RuntimeError and "new thread" in str(failure):  # there can be no more threads
-                return function(*arguments)
+            job.reservation.take_back()
+            if type(failure) is RuntimeError and "new thread" in str(failure):
+                return False
         raise
-    reservation.take_back()
-    if job.refused:
-        return function(*arguments)
-    if job.failure is not None:
-        try:
-            raise job.failure
-        finally:
-            del job  # which the failure's frames refer to
-    return job.result
+    job.reservation.take_back()
+    return not job.refused
 
 
 class _Job:
@@ -80,3 +81,11 @@ class _Job:
             if not self.refused:
                 self.reservation.release()
             self.finished.release()
+
+    def outcome(self) -> int:
+        if self.failure is not None:
+            try:
+                raise self.failure
+            finally:
+                self.failure = None  # whose frames refer to this object
+        return self.result

@@ -13,7 +13,7 @@ import pytest
 from children import run_solver
 
 import quenta
-from quenta import block_solvers, interruptible, memory_account, sampled_solvers
+from quenta import block_solvers, interruptible, memory_account, native_library, sampled_solvers
 from quenta.interruptible import call
 from quenta.memory_account import reserve
 
@@ -141,7 +141,7 @@ def test_an_abandoned_call_keeps_its_arrays(alarm):
 
 
 def test_short_calls_and_other_threads_call_at_once(monkeypatch):
-    monkeypatch.setattr(interruptible._thread, "start_new_thread", None)
+    monkeypatch.setattr(interruptible, "start_thread", None)
     assert call(sleep, (10,), interruptible.LONG / 2, (), memory_account.NOTHING) == 0
     came = []
     thread = threading.Thread(target=lambda: came.append(call(sleep, (10,), 9.0, (), memory_account.NOTHING)))
@@ -173,22 +173,42 @@ def test_without_more_threads_the_call_is_made_at_once(monkeypatch):
         raise RuntimeError("can't start new thread")
 
     seen = []
-    monkeypatch.setattr(interruptible._thread, "start_new_thread", refuse)
+    monkeypatch.setattr(interruptible, "start_thread", refuse)
+    monkeypatch.setattr(interruptible, "start_roomy_thread", refuse)
     with reserve(2**21, "a solve") as reservation:
         assert call(where_it_ran(seen), (), 9.0, (), reservation) == 3
     assert seen == [True] and all_ended()
 
 
-def test_where_threads_have_small_stacks_the_call_is_made_at_once():
+def test_where_threads_cannot_have_large_stacks_the_call_is_made_at_once(monkeypatch):
+    def refuse():
+        raise quenta.SizeError
+
     seen = []
-    before = threading.stack_size(128 * 1024)
-    try:
-        with reserve(2**21, "a solve") as reservation:
-            assert call(where_it_ran(seen), (), 9.0, (), reservation) == 3
-        assert threading.stack_size() == 128 * 1024
-    finally:
-        threading.stack_size(before)
+    monkeypatch.setattr(interruptible, "enter_thread", refuse)
+    with reserve(2**21, "a solve") as reservation:
+        assert call(where_it_ran(seen), (), 9.0, (), reservation) == 3
     assert seen == [True] and all_ended()
+
+
+def test_the_stack_suffices_whatever_threads_have(alarm):
+    seen, sizes = [], []
+    before = threading.stack_size(64 * 1024)
+    try:
+        for _ in range(20):
+            with reserve(2**21, "a solve") as reservation:
+                assert call(where_it_ran(seen), (), 9.0, (), reservation) == 3
+                call(lambda: sizes.append(native_library._stack_size()) or 0, (), 9.0, (), reservation)
+        alarm(raises(Alarm))
+        with pytest.raises(Alarm):
+            with reserve(2**21, "a solve") as reservation:
+                call(sleep, (MICROSECONDS // 2,), 9.0, (), reservation)
+        assert not all_ended()
+        wait_until(all_ended)
+    finally:
+        left = threading.stack_size(before)
+    assert left == 64 * 1024
+    assert not any(seen) and min(sizes) >= native_library.LEAST_STACK
 
 
 @pytest.mark.parametrize("D", [None, 2])
@@ -208,15 +228,15 @@ def test_solvers_give_the_same_bits_on_another_thread(monkeypatch, D):
         return quenta.solve_vie2(g, K, 1e-4).y, quenta.solve_blocks_vie2(A, b)
 
     with monkeypatch.context() as change:
-        change.setattr(interruptible._thread, "start_new_thread", None)
+        change.setattr(interruptible, "start_thread", None)
         change.setattr(interruptible, "LONG", float("inf"))
         directly = solve()
     monkeypatch.setattr(interruptible, "LONG", 0.0)
     for module in (sampled_solvers, block_solvers):
         monkeypatch.setattr(module, "call", counted)
     starts = []
-    start = interruptible._thread.start_new_thread
-    monkeypatch.setattr(interruptible._thread, "start_new_thread", lambda *given: starts.append(1) or start(*given))
+    start = interruptible.start_thread
+    monkeypatch.setattr(interruptible, "start_thread", lambda work: starts.append(1) or start(work))
     assert all(np.array_equal(one, other) for one, other in zip(solve(), directly))
     assert len(calls) == len(starts) == 2 and all_ended()
 

@@ -10,6 +10,7 @@ import pytest
 from children import run_python
 
 import quenta
+from quenta import native_library
 
 N = 500
 T = np.arange(N) * 0.01
@@ -60,6 +61,22 @@ def test_a_thread_with_too_small_a_stack_is_refused():
     go_on.set()
     thread.join()
     assert len(raised) == 1 and "threading.stack_size: expected at least" in raised[0]
+
+
+def test_the_stack_size_of_threads_is_left_as_it_is(monkeypatch):
+    class Library:
+        def __init__(self, name):
+            raise OSError("this system names no library so")
+
+    monkeypatch.setattr(native_library.ctypes, "CDLL", Library)
+    before = threading.stack_size(2**20)
+    try:
+        thread = threading.Thread(target=solve, args=(1.0,))  # a thread that is new to the library
+        thread.start()
+        thread.join()
+    finally:
+        left = threading.stack_size(before)
+    assert left == 2**20
 
 
 @pytest.mark.skipif(not hasattr(os, "fork"), reason="this system has no fork")
