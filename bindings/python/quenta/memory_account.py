@@ -1,8 +1,8 @@
 """What the solves of this process take together: each waits until it fits into memory beside those that are running.
 
 The library has no way to say that memory has run out, except to end the process. So everything that a solve takes is
-reserved before it begins. Nothing is reserved while a function of the caller runs: it may solve, or wait for threads
-that do.
+reserved before it begins. A reservation that a function of the caller uses is different: that function may solve, or
+wait for threads that do. So others wait for it only for some seconds.
 """
 
 from __future__ import annotations
@@ -11,6 +11,7 @@ import collections
 import math
 import os
 import threading
+import time
 import weakref
 from types import TracebackType
 from typing import Optional
@@ -27,6 +28,8 @@ SMALL, _LARGE = 2**20, 2**24
 _THREAD = 2**27 + 2**24
 # Seconds. Memory may become free without a solve that ends, so it is looked at again after this time.
 _PATIENCE = 0.5
+# Seconds. So long a solve waits for functions of the caller on other threads.
+_PATIENCE_WITH_FUNCTIONS = 5.0
 
 
 class Reservation:
@@ -35,8 +38,8 @@ class Reservation:
     What the same thread asks for within the block is a part of it. A MemoryError in the block becomes a SizeError.
     """
 
-    def __init__(self, size: int, what: str) -> None:
-        self.size, self.what = size, what
+    def __init__(self, size: int, what: str, for_function: bool = False) -> None:
+        self.size, self.what, self.for_function = size, what, for_function
         self.thread: Optional[int] = threading.get_ident()
 
     def lend(self) -> None:
@@ -74,18 +77,18 @@ class _Nothing(Reservation):
 NOTHING: Reservation = _Nothing(0, "a small solve")
 
 
-def reserve(size: int, what: str) -> Reservation:
+def reserve(size: int, what: str, for_function: bool = False) -> Reservation:
     """Counts so many bytes, which `what` takes, as taken, once they can be had beside everything that is running.
 
     Raises a `SizeError` if they cannot be had although nothing is running.
     """
-    return NOTHING if size < SMALL else _account.add(size, what)
+    return NOTHING if size < SMALL else _account.add(Reservation(size, what, for_function))
 
 
 def require_memory(size: int, what: str) -> None:
     """Waits until so many bytes can be had, and reserves nothing."""
     if size >= SMALL:
-        _account.add(size, what).release()
+        _account.add(Reservation(size, what)).release()
 
 
 def affords_thread() -> bool:
@@ -112,15 +115,15 @@ class _Account:
         self.running: weakref.WeakSet[Reservation] = weakref.WeakSet()
         self.waiting: collections.deque[Reservation] = collections.deque()
 
-    def add(self, size: int, what: str) -> Reservation:
-        wanted = Reservation(size, what)
+    def add(self, wanted: Reservation) -> Reservation:
         with self.changed:
-            if any(other.thread == wanted.thread for other in self.running):
+            if any(other.thread == wanted.thread and not other.for_function for other in self.running):
                 return NOTHING
             self.waiting.append(wanted)
+            until = time.monotonic() + _PATIENCE_WITH_FUNCTIONS
             try:
                 # One after the other, so that a large solve is not overtaken for ever by small ones.
-                while self.waiting[0] is not wanted or not self._fits(wanted):
+                while self.waiting[0] is not wanted or not self._fits(wanted, time.monotonic() < until):
                     self.changed.wait(_PATIENCE)
                 self.running.add(wanted)
             finally:
@@ -133,9 +136,13 @@ class _Account:
             self.running.discard(reservation)
             self.changed.notify_all()
 
-    def _fits(self, wanted: Reservation) -> bool:
+    def _fits(self, wanted: Reservation, with_functions: bool) -> bool:
         # Of what is running, nobody knows how much has been allocated already: all counts as still to come.
-        others = [other.size for other in self.running]
+        others = [
+            other.size
+            for other in self.running
+            if not other.for_function or (with_functions and other.thread != wanted.thread)
+        ]
         total = wanted.size + sum(others)
         room = _addresses_beside(total)
         if total >= _LARGE:

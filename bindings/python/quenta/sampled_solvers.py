@@ -22,7 +22,7 @@ from .memory_account import NOTHING, refusal, reserve
 from .native_library import LARGEST_INDEX, library
 from .setting_table import NODE_ADDRESSES, Setting, SettingLike, find_setting
 from .solution import Solution
-from .solve_memory import require_function_values, require_samples, reserve_copies, reserve_solve, solve_seconds
+from .solve_memory import require_samples, reserve_copies, reserve_function_values, reserve_solve, solve_seconds
 
 #: Samples of a function of time: an array, a number for a constant, or a function that is sampled here. A function
 #: receives the array of all times and returns the array of its values there, the times along the first axis.
@@ -257,16 +257,16 @@ def _sample_all(dt: float, values: dict[str, Samples], row: Setting, t_end: Any,
     times = np.arange(count) * dt
     for name, value in values.items():
         if callable(value):
-            require_function_values(name, count, arrays)
-            try:
-                values_there = value(times)
-            except MemoryError as failure:
-                raise refusal(0, f"{count} values of the function {name}, which ran out of memory") from failure
-            except TypeError as failure:
-                raise ValueError(
-                    f"{name}: expected a function of an array of times, came one that raises {failure!r} "
-                    f"(numpy.vectorize takes functions of one number)"
-                ) from failure
+            with reserve_function_values(name, count, arrays):
+                try:
+                    values_there = value(times)
+                except TypeError as failure:
+                    raise ValueError(
+                        f"{name}: expected a function of an array of times, came one that raises {failure!r} "
+                        f"(numpy.vectorize takes functions of one number)"
+                    ) from failure
+                except MemoryError as failure:
+                    raise refusal(0, f"{count} values of the function {name}, which ran out of memory") from failure
             arrays[name] = real_array(name, values_there, finite)
             if arrays[name].ndim > 0 and len(arrays[name]) != count:
                 raise ValueError(

@@ -54,8 +54,8 @@ def require_samples(count: int, values: dict[str, Any], row: Setting) -> None:
     require_memory(size + solve_size(count, 1, row, "a" in values), f"{count} samples")
 
 
-def require_function_values(name: str, count: int, arrays: dict[str, Any]) -> None:
-    """Waits until there is memory for a function to calculate so many values of g, K or a, of the arrays' dimension."""
+def reserve_function_values(name: str, count: int, arrays: dict[str, Any]) -> Reservation:
+    """While a function calculates so many values of g, K or a: what they take, with the dimension of the arrays."""
     D = max((array.shape[-1] for array in arrays.values() if array.ndim > 1), default=1)
     size = _ARRAYS_OF_TIMES + _ARRAYS_OF_VALUES * (D if name == "g" else D * D)
-    require_memory(8 * count * size, f"{count} values of the function {name}")
+    return reserve(8 * count * size, f"{count} values of the function {name}", for_function=True)

@@ -112,6 +112,29 @@ def test_any_signal_may_raise_and_memory_stays_reserved_until_the_end(alarm, fai
     wait_until(all_ended)
 
 
+def test_signals_are_handled_while_a_solve_waits_for_memory(alarm, monkeypatch):
+    monkeypatch.setattr(memory_account, "machine_room", lambda: 2**26)
+    monkeypatch.setattr(memory_account, "_PATIENCE", 60.0)
+    holding, over = threading.Event(), threading.Event()
+
+    def hold():
+        with reserve(2**26, "a solve"):
+            holding.set()
+            over.wait(20)
+
+    thread = threading.Thread(target=hold)
+    thread.start()
+    holding.wait()
+    alarm(raises(Alarm))
+    with pytest.raises(Alarm):
+        reserve(2**26, "another solve")
+    assert thread.is_alive() and not memory_account._account.waiting
+    over.set()
+    thread.join()
+    with reserve(2**26, "another solve"):
+        pass
+
+
 def test_a_handler_that_does_not_raise_lets_the_call_go_on(alarm):
     handled = []
     alarm(lambda *_: handled.append(time.perf_counter()))

@@ -114,8 +114,8 @@ def machine(monkeypatch):
     given.asked = []
 
     class Counted(memory_account.Reservation):
-        def __init__(self, size, what):
-            super().__init__(size, what)
+        def __init__(self, size, what, *others):
+            super().__init__(size, what, *others)
             given.asked.append((what, size))
 
     monkeypatch.setattr(memory_account, "machine_room", lambda: given.room)
@@ -200,6 +200,26 @@ def test_a_reservation_waits_for_those_of_other_threads(machine):
             pass
     thread.join(20)
     assert events == ["began", "ended"]
+
+
+def test_functions_are_waited_for_but_not_for_ever(machine, monkeypatch):
+    machine.room = 100 * MEGABYTE
+    monkeypatch.setattr(memory_account, "_PATIENCE", 0.05)
+    monkeypatch.setattr(memory_account, "_PATIENCE_WITH_FUNCTIONS", 0.5)
+    events = []
+
+    def solve():
+        with reserve(90 * MEGABYTE, "a solve"):
+            events.append("solved")
+
+    with reserve(60 * MEGABYTE, "values of a function", True):
+        solve()  # by the function itself
+        thread = threading.Thread(target=solve)
+        thread.start()
+        thread.join(0.1)
+        assert events == ["solved"]  # the other thread waits
+        thread.join(20)  # as a function may do that has the thread solve for it
+        assert events == ["solved", "solved"]
 
 
 def test_what_never_fits_is_refused_at_the_end(machine):
