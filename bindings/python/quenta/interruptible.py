@@ -46,7 +46,7 @@ def _made_elsewhere(job: _Job, start: Callable[[Callable[[], None]], None]) -> b
     except BaseException as failure:
         if job.begun.acquire(blocking=False):  # the call is not made, and never will be
             job.reservation.take_back()
-            if type(failure) is RuntimeError and "new thread" in str(failure):
+            if isinstance(failure, RuntimeError) and "new thread" in str(failure):
                 return False
         raise
     job.reservation.take_back()
