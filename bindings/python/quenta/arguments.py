@@ -78,7 +78,22 @@ def _converted(name: str, value: Any) -> Array:
     if array.dtype.kind not in "biuf":
         raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} of dtype {array.dtype}")
     with reserve(size_of_copy(array), f"a copy of {name}"), np.errstate(over="ignore"):
+        return contiguous(array)
+
+
+# So many numbers are copied at once, in some hundredths of a second. Between these parts Ctrl-C is answered.
+_COPIED_AT_ONCE = 2**24
+
+
+def contiguous(array: Any) -> Array:
+    """The array itself, or a copy, as contiguous doubles."""
+    if array.size <= _COPIED_AT_ONCE or not size_of_copy(array):
         return np.require(array, _DOUBLE, ["C", "A"])
+    copy = np.empty(array.shape)
+    rows = max(1, _COPIED_AT_ONCE * len(array) // array.size)
+    for first in range(0, len(array), rows):
+        copy[first : first + rows] = array[first : first + rows]
+    return copy
 
 
 def _not_finite(name: str, array: Array) -> ValueError:

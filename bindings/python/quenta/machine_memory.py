@@ -94,7 +94,7 @@ def _group_rooms(root: pathlib.Path) -> Iterator[int]:
 
 
 def _groups(root: pathlib.Path) -> Iterator[pathlib.Path]:
-    """The directories of the groups that count this process's memory, in either version, up to where each is mounted."""
+    """The directories of the groups that count the memory of this process, up to where each tree is mounted."""
     try:
         memberships = (root / "proc/self/cgroup").read_text(encoding="utf-8").splitlines()
         mounts = (root / "proc/self/mountinfo").read_text(encoding="utf-8").splitlines()

@@ -66,6 +66,7 @@ class Reservation:
 
 
 class _Nothing(Reservation):
+    """A size that is not counted."""
 
     def lend(self) -> None:
         pass

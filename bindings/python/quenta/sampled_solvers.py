@@ -15,7 +15,17 @@ from typing import Any, Callable, NamedTuple, Optional, Union
 import numpy as np
 
 from . import native_library
-from .arguments import Array, address, all_finite, expect_shape, initial_value, positive_number, real_array, shape_text
+from .arguments import (
+    Array,
+    address,
+    all_finite,
+    contiguous,
+    expect_shape,
+    initial_value,
+    positive_number,
+    real_array,
+    shape_text,
+)
 from .errors import GrowthWarning, SingularBlockError, SizeError, UnsupportedSettingError
 from .interruptible import call
 from .memory_account import NOTHING, refusal, reserve
@@ -230,7 +240,7 @@ def _sampled(
             continue
         if D is not None and array.shape == (D, D):
             with reserve_solve(len(g), D, row, "a" in arrays, 8 * len(g) * D * D):
-                arrays[name] = np.ascontiguousarray(np.broadcast_to(array, matrices))
+                arrays[name] = contiguous(np.broadcast_to(array, matrices))
         else:
             expect_shape(name, array, matrices, "(N,), like g" if D is None else "(N, D, D) for a g of shape (N, D)")
     return dt, arrays, D

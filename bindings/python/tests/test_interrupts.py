@@ -13,7 +13,7 @@ import pytest
 from children import run_solver
 
 import quenta
-from quenta import block_solvers, interruptible, memory_account, native_library, sampled_solvers
+from quenta import arguments, block_solvers, interruptible, memory_account, native_library, sampled_solvers
 from quenta.interruptible import call
 from quenta.memory_account import reserve
 
@@ -232,6 +232,22 @@ def test_the_stack_suffices_whatever_threads_have(alarm):
         left = threading.stack_size(before)
     assert left == 64 * 1024
     assert not any(seen) and min(sizes) >= native_library.LEAST_STACK
+
+
+@pytest.mark.parametrize("array", [np.zeros(10**7, np.float32), np.broadcast_to(0.0, (10**6, 3, 3))])
+def test_signals_are_handled_while_a_large_array_is_copied(alarm, monkeypatch, array):
+    monkeypatch.setattr(arguments, "_COPIED_AT_ONCE", 9)  # so that it takes long
+    alarm(raises(Alarm))
+    with pytest.raises(Alarm) as raised:
+        arguments.contiguous(array)
+    assert raised.traceback[1].name == "contiguous"
+
+
+def test_arrays_that_are_copied_in_parts_are_the_same(monkeypatch):
+    given = np.asfortranarray(np.random.default_rng(2).normal(size=(1000, 3, 2)).astype(np.float32))
+    monkeypatch.setattr(arguments, "_COPIED_AT_ONCE", 40)
+    copied = arguments.contiguous(given)
+    assert copied.flags.c_contiguous and copied.dtype == np.float64 and np.array_equal(copied, given)
 
 
 @pytest.mark.parametrize("D", [None, 2])

@@ -340,7 +340,11 @@ def system(tmp_path):
 
 
 def v2_group(limit, used, cache=0):
-    return {"memory.max": f"{limit}\n", "memory.current": f"{used}\n", "memory.stat": f"anon 5\ninactive_file {cache}\n"}
+    return {
+        "memory.max": f"{limit}\n",
+        "memory.current": f"{used}\n",
+        "memory.stat": f"anon 5\ninactive_file {cache}\n",
+    }
 
 
 def v1_group(limit, used, cache=0):
