@@ -12,7 +12,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 
 import numpy as np
 
-from .machine_memory import require_memory
+from .memory_account import refusal, reserve
 
 if TYPE_CHECKING:  # NumPy knows the types of elements since 1.21, which Python 3.9 need not have
     from numpy.typing import NDArray
@@ -40,7 +40,20 @@ def real_array(name: str, value: Any, finite: bool) -> Array:
     return array
 
 
+def size_of_copy(array: Any) -> int:
+    """The bytes that an array takes once more, because `real_array` has to convert it."""
+    plain = array.dtype is _DOUBLE and array.flags.c_contiguous and array.flags.aligned
+    return 0 if plain else _DOUBLE.itemsize * int(array.size)
+
+
+# So many numbers are looked at at once. What is made of them in between stays small, and they stay in the cache.
+_PART = 2**13
+
+
 def all_finite(array: Array) -> bool:
+    if array.size > _PART:
+        flat = array.reshape(-1)
+        return all(all_finite(flat[first : first + _PART]) for first in range(0, flat.size, _PART))
     # The sum of squares is cheap, and finite only if every number is.
     return math.isfinite(np.vdot(array, array)) or bool(np.isfinite(array).all())
 
@@ -60,15 +73,34 @@ def _converted(name: str, value: Any) -> Array:
         array = np.asarray(value)
     except ValueError as failure:
         raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} ({failure})") from None
+    except MemoryError as failure:
+        raise refusal(0, f"{name} as an array") from failure
     if array.dtype.kind not in "biuf":
         raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} of dtype {array.dtype}")
-    require_memory(array.size * _DOUBLE.itemsize, f"a copy of {name}")
-    with np.errstate(over="ignore"):
+    with reserve(size_of_copy(array), f"a copy of {name}"), np.errstate(over="ignore"):
+        return contiguous(array)
+
+
+# So many numbers are copied at once, in some hundredths of a second. Between these parts Ctrl-C is answered.
+_COPIED_AT_ONCE = 2**24
+
+
+def contiguous(array: Any) -> Array:
+    """The array itself, or a copy, as contiguous doubles."""
+    if array.size <= _COPIED_AT_ONCE or not size_of_copy(array):
         return np.require(array, _DOUBLE, ["C", "A"])
+    copy = np.empty(array.shape)
+    rows = max(1, _COPIED_AT_ONCE * len(array) // array.size)
+    for first in range(0, len(array), rows):
+        copy[first : first + rows] = array[first : first + rows]
+    return copy
 
 
 def _not_finite(name: str, array: Array) -> ValueError:
-    place = tuple(int(i) for i in np.argwhere(~np.isfinite(array))[0])
+    flat = array.reshape(-1)
+    first = next(first for first in range(0, flat.size, _PART) if not all_finite(flat[first : first + _PART]))
+    index = first + int(np.argmin(np.isfinite(flat[first : first + _PART])))
+    place = tuple(int(i) for i in np.unravel_index(index, array.shape))
     where = f" at index {place[0] if len(place) == 1 else place}" if place else ""
     return ValueError(f"{name}: expected finite numbers, came {array[place]}{where} (check_finite=False lets it pass)")
 

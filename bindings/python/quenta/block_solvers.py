@@ -14,10 +14,15 @@ import numpy as np
 from . import native_library
 from .arguments import Array, address, all_finite, expect_shape, initial_value, real_array, real_number, shape_text
 from .errors import GrowthWarning, SingularBlockError, SizeError
+from .interruptible import call
+from .memory_account import reserve
 from .native_library import LARGEST_INDEX, MOST_DIMENSIONS, MOST_POINTS, library
 
 # A NaN that no calculation makes: what it still marks after a solve was not written.
 _UNWRITTEN = np.uint64(0x7FF8_5EED_0B10_C550)
+
+# How fast the matrix is read, where it is not in memory but in a file.
+_BYTES_PER_SECOND = 5e8
 
 
 class CarriedSolution(NamedTuple):
@@ -145,13 +150,16 @@ class _Blocks:
         carries: bool,
     ) -> CarriedSolution:
         """Calls the function with A, b, the arguments that stand before its sizes, the sizes, and those after them."""
-        x = np.full(self.b.shape, _UNWRITTEN).view(np.float64)
-        y = np.full((self.N + 1,) + self.b.shape[2:], _UNWRITTEN).view(np.float64)
         sizes = (self.N, self.P) if self.D is None else (self.N, self.P, self.D)
-        results = (x, y) if carries else (x,)
-        arguments = (self.A, self.b) + before + sizes + after + results
-        addresses = [address(value) if isinstance(value, np.ndarray) else value for value in arguments]
-        status = getattr(library, function if self.D is None else function + "_vec")(*addresses)
+        # The results, and two copies for the checks.
+        with reserve(24 * self.b.size + 16 * (self.N + 1) * (self.D or 1), f"a solve of {self.N} steps") as reservation:
+            x = np.full(self.b.shape, _UNWRITTEN).view(np.float64)
+            y = np.full((self.N + 1,) + self.b.shape[2:], _UNWRITTEN).view(np.float64)
+            results = (x, y) if carries else (x,)
+            arrays = (self.A, self.b) + before + sizes + after + results
+            arguments = tuple(address(value) if isinstance(value, np.ndarray) else value for value in arrays)
+            foreign = getattr(library, function if self.D is None else function + "_vec")
+            status = call(foreign, arguments, self.A.nbytes / _BYTES_PER_SECOND, arrays, reservation)
         if status == native_library.SOLVED:
             if self.finite and not (all_finite(x) and (not carries or all_finite(y))):
                 self._refuse_infinite_blocks()

@@ -111,7 +111,7 @@ def settings_table() -> list[list[int]]:
 
 # ---- Threads and forks ----------------------------------------------------------------------------------------------
 
-_LEAST_STACK = 512 * 1024  # a solver takes up to 128 KiB, and the interpreter is on the stack too
+LEAST_STACK = 512 * 1024  # a solver takes up to 128 KiB, and the interpreter is on the stack too
 _thread = threading.local()
 _attachment = threading.Lock()
 
@@ -139,16 +139,16 @@ def _stack_size() -> Optional[int]:
             return None
         system.pthread_attr_getstacksize(attributes, byref(size))
         system.pthread_attr_destroy(attributes)
-    except (AttributeError, OSError, TypeError):  # another system
-        return threading.stack_size() or None
+    except (AttributeError, OSError, TypeError):  # another system; threading.stack_size() would set it back to 0
+        return None
     return size.value
 
 
 def _attach() -> None:
     stack = _stack_size()
-    if stack is not None and stack < _LEAST_STACK:
+    if stack is not None and stack < LEAST_STACK:
         raise SizeError(
-            f"threading.stack_size: expected at least {_LEAST_STACK} bytes for a thread that solves, came {stack}"
+            f"threading.stack_size: expected at least {LEAST_STACK} bytes for a thread that solves, came {stack}"
         )
     with _attachment:
         # A request without nodes: the library notes the thread, refuses, and reads nothing.

@@ -14,13 +14,24 @@ from typing import Any, Callable, NamedTuple, Optional, Union
 import numpy as np
 
 from . import native_library
-from .arguments import Array, address, expect_shape, initial_value, positive_number, real_array, shape_text
+from .arguments import (
+    Array,
+    address,
+    contiguous,
+    expect_shape,
+    initial_value,
+    positive_number,
+    real_array,
+    shape_text,
+)
 from .errors import SingularBlockError, SizeError, UnsupportedSettingError
-from .machine_memory import SMALL, require_memory
+from .interruptible import call
+from .memory_account import NOTHING, refusal, reserve
 from .native_library import LARGEST_INDEX, library
 from .setting_table import NODE_ADDRESSES, Setting, SettingLike, find_setting
 from .solution import Solution
 from .solution_warnings import warn_of
+from .solve_memory import require_samples, reserve_copies, reserve_function_values, reserve_solve, solve_seconds
 
 #: Samples of a function of time: an array, a number for a constant, or a function that is sampled here. A function
 #: receives the array of all times and returns the array of its values there, the times along the first axis.
@@ -147,8 +158,10 @@ class SampledProblem(NamedTuple):
 
     def coarsened(self, factor: int) -> SampledProblem:
         """The same problem from every second (third, ...) sample."""
-        g, K = (np.ascontiguousarray(samples[::factor]) for samples in (self.g, self.K))
-        a = None if self.a is None else np.ascontiguousarray(self.a[::factor])
+        given = (self.g, self.K) if self.a is None else (self.g, self.K, self.a)
+        with reserve(sum(samples[::factor].nbytes for samples in given), f"copies of every {factor}-th sample"):
+            g, K, *coefficient = (np.ascontiguousarray(samples[::factor]) for samples in given)
+        a = coefficient[0] if coefficient else None
         return self._replace(g=g, K=K, a=a, dt=self.dt * factor)
 
 
@@ -214,7 +227,8 @@ def _sampled(
     """dt; g, K and a as arrays that fit together, and fit the row; and D."""
     dt = positive_number("dt", dt)
     if t_end is None and all(type(value) is np.ndarray and value.ndim for value in values.values()):
-        arrays = {name: real_array(name, value, finite) for name, value in values.items()}
+        with reserve_copies(values, row):
+            arrays = {name: real_array(name, value, finite) for name, value in values.items()}
     else:
         arrays = _sample_all(dt, values, row, t_end, finite)
     g = arrays["g"]
@@ -229,13 +243,13 @@ def _sampled(
             f"g: expected an array of shape (N,) for a scalar equation, or (N, D) for a system with D above 0; came "
             f"{shape_text(g.shape)}"
         )
-    _check_sizes(dt, len(g), D or 1, row, "a" in arrays)
+    _check_sizes(dt, len(g), D or 1, row)
     for name, array in arrays.items():
         if name == "g" or array.shape == matrices:
             continue
         if D is not None and array.shape == (D, D):
-            require_memory(8 * len(g) * D * D, f"{len(g)} samples of {name}")
-            arrays[name] = np.ascontiguousarray(np.broadcast_to(array, matrices))
+            with reserve_solve(len(g), D, row, "a" in arrays, 8 * len(g) * D * D):
+                arrays[name] = contiguous(np.broadcast_to(array, matrices))
         else:
             expect_shape(name, array, matrices, "(N,), like g" if D is None else "(N, D, D) for a g of shape (N, D)")
     return dt, arrays, D
@@ -258,17 +272,20 @@ def _sample_all(dt: float, values: dict[str, Samples], row: Setting, t_end: Any,
         count = len(arrays[sampled[0]])
     else:
         raise ValueError("t_end: expected the end of the interval, since no argument is an array of samples; came None")
-    require_memory(8 * count * len(values), f"{count} samples")
+    require_samples(count, values, row)
     times = np.arange(count) * dt
     for name, value in values.items():
         if callable(value):
-            try:
-                values_there = value(times)
-            except TypeError as failure:
-                raise ValueError(
-                    f"{name}: expected a function of an array of times, came one that raises {failure!r} "
-                    f"(numpy.vectorize takes functions of one number)"
-                ) from failure
+            with reserve_function_values(name, count, arrays):
+                try:
+                    values_there = value(times)
+                except TypeError as failure:
+                    raise ValueError(
+                        f"{name}: expected a function of an array of times, came one that raises {failure!r} "
+                        f"(numpy.vectorize takes functions of one number)"
+                    ) from failure
+                except MemoryError as failure:
+                    raise refusal(0, f"{count} values of the function {name}, which ran out of memory") from failure
             arrays[name] = real_array(name, values_there, finite)
             if arrays[name].ndim > 0 and len(arrays[name]) != count:
                 raise ValueError(
@@ -280,7 +297,7 @@ def _sample_all(dt: float, values: dict[str, Samples], row: Setting, t_end: Any,
     return {name: arrays[name] for name in values}
 
 
-def _check_sizes(dt: float, N: int, D: int, row: Setting, differential: bool) -> None:
+def _check_sizes(dt: float, N: int, D: int, row: Setting) -> None:
     """What the library would not check, or only by ending the process; and that there is a step to solve."""
     if N <= row.spacings:
         raise SizeError(
@@ -297,14 +314,6 @@ def _check_sizes(dt: float, N: int, D: int, row: Setting, differential: bool) ->
         raise SizeError(f"g: expected {what} to be at most {LARGEST_INDEX}, came {size} (N = {N}, D = {D})")
     if not math.isfinite(N * dt):
         raise ValueError(f"dt: expected a number whose multiples are finite, came {dt} for {N} samples")
-    # The working memory that the library's header promises not to exceed, in doubles.
-    n = row.count * D
-    if differential:
-        taken = steps * (3 * n * (n + D) + 14 * n + 14 * D) + 34 * (n + D) * (n + 7) + 1700
-    else:
-        taken = steps * (3 * n * n + 11 * n + D + 8) + 32 * n * (n + 7)
-    if taken >= SMALL // 8:
-        require_memory(8 * taken, f"a solve of {steps} steps with setting {row}, D = {D}")
 
 
 # ---- The call -------------------------------------------------------------------------------------------------------
@@ -328,19 +337,24 @@ def _solve(problem: SampledProblem) -> Solution:
     steps = (N - 1) // setting.spacings
     native_library.enter_thread()
 
-    out = np.empty(g.shape)
-    coefficients = np.empty((steps, count + 1) + g.shape[1:])
-    solved_steps = c_int()
     inputs = (address(g), address(K)) if a is None else (address(g), address(K), address(a))
     sizes = (N,) if D is None else (N, D)
     initial: tuple[Any, ...] = ()
     if form != "vie2":
         initial = (address(y0),) if isinstance(y0, np.ndarray) else (y0,)
     flags = (1, form == "vie1_continuous") if a is None and form != "vie2" else (1,)
-    results = (address(out), address(coefficients), byref(solved_steps))
-    status = _FUNCTIONS[form, D is None](
-        *inputs, *sizes, *initial, dt, setting.m, NODE_ADDRESSES[setting.row], count, *flags, *results
-    )
+    solved_steps = c_int()
+    with reserve_solve(N, D or 1, setting, a is not None) as reservation:
+        out = np.empty(g.shape)
+        coefficients = np.empty((steps, count + 1) + g.shape[1:])
+        results = (address(out), address(coefficients), byref(solved_steps))
+        arguments = (*inputs, *sizes, *initial, dt, setting.m, NODE_ADDRESSES[setting.row], count, *flags, *results)
+        function = _FUNCTIONS[form, D is None]
+        if reservation is NOTHING:
+            status = function(*arguments)
+        else:
+            seconds = solve_seconds(N, D or 1, setting, a is not None)
+            status = call(function, arguments, seconds, (problem, out, coefficients), reservation)
     if status != native_library.SOLVED:
         raise _refusal(status, problem)
 

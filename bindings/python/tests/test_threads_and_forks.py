@@ -1,16 +1,16 @@
 """Solves from many threads at once, and in the children of a fork, give the bits of a solve alone."""
 
 import os
-import subprocess
 import sys
-import textwrap
 import threading
 from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 import pytest
+from children import run_python
 
 import quenta
+from quenta import native_library
 
 N = 500
 T = np.arange(N) * 0.01
@@ -63,6 +63,22 @@ def test_a_thread_with_too_small_a_stack_is_refused():
     assert len(raised) == 1 and "threading.stack_size: expected at least" in raised[0]
 
 
+def test_the_stack_size_of_threads_is_left_as_it_is(monkeypatch):
+    class Library:
+        def __init__(self, name):
+            raise OSError("this system names no library so")
+
+    monkeypatch.setattr(native_library.ctypes, "CDLL", Library)
+    before = threading.stack_size(2**20)
+    try:
+        thread = threading.Thread(target=solve, args=(1.0,))  # a thread that is new to the library
+        thread.start()
+        thread.join()
+    finally:
+        left = threading.stack_size(before)
+    assert left == 2**20
+
+
 @pytest.mark.skipif(not hasattr(os, "fork"), reason="this system has no fork")
 @pytest.mark.filterwarnings("ignore:.*fork:DeprecationWarning")
 def test_children_of_a_fork_solve_while_threads_come_and_go():
@@ -110,14 +126,6 @@ def test_solutions_outlive_their_inputs():
 # ---- Where the library is found -------------------------------------------------------------------------------------
 
 
-def run_python(script, **environment):
-    given = {name: value for name, value in os.environ.items() if name != "QUENTA_LIBRARY"}
-    given.update(environment)
-    return subprocess.run(
-        [sys.executable, "-c", textwrap.dedent(script)], env=given, capture_output=True, text=True, timeout=120
-    )
-
-
 def test_a_library_that_is_not_there_is_said_so():
     ended = run_python("import quenta", QUENTA_LIBRARY="/nowhere/libquenta_native.so")
     assert ended.returncode == 1 and "ImportError: QUENTA_LIBRARY names no library that can be loaded" in ended.stderr
@@ -157,7 +165,7 @@ def test_a_limit_of_memory_ends_no_process():
                 quenta.solve_vie2(np.ones((N, 20)), 0.01 * np.ones((20, 20)), 0.01, setting=(4, [0, 1, 2, 3, 4]))
                 solved += 1
             except quenta.SizeError as refusal:
-                assert "expected sizes that fit into memory, came" in str(refusal), refusal
+                assert "expected sizes that fit into memory, got" in str(refusal), refusal
                 refused += 1
             except MemoryError:  # of an array of NumPy's, where the limit is nearly reached
                 refused += 1

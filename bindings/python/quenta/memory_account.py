@@ -1,0 +1,191 @@
+"""What the solves of this process take together: each waits until it fits into memory beside those that are running.
+
+The library has no way to say that memory has run out, except to end the process. So everything that a solve takes is
+reserved before it begins. A reservation that a function of the caller uses is different: that function may solve, or
+wait for threads that do. So others wait for it only for some seconds.
+"""
+
+from __future__ import annotations
+
+import collections
+import math
+import os
+import threading
+import time
+import weakref
+from types import TracebackType
+from typing import Optional
+
+import numpy as np
+
+from .errors import SizeError
+from .machine_memory import address_room, machine_room
+
+# In bytes. What every process has to spare is not counted; the machine is looked at from the second size on, which
+# costs a fraction of a millisecond.
+SMALL, _LARGE = 2**20, 2**24
+# The addresses that a new thread takes for its heap and its stack.
+_THREAD = 2**27 + 2**24
+# Seconds. Memory may become free without a solve that ends, so it is looked at again after this time.
+_PATIENCE = 0.5
+# Seconds. So long a solve waits for functions of the caller on other threads.
+_PATIENCE_WITH_FUNCTIONS = 5.0
+
+
+class Reservation:
+    """Memory that is counted as taken until the end of the `with` block, or until `release` once it has been lent.
+
+    What the same thread asks for within the block is a part of it. A MemoryError in the block becomes a SizeError.
+    """
+
+    def __init__(self, size: int, what: str, for_function: bool = False) -> None:
+        self.size, self.what, self.for_function = size, what, for_function
+        self.thread: Optional[int] = threading.get_ident()
+
+    def lend(self) -> None:
+        """From here on another thread has the memory, and releases it."""
+        self.thread = None
+
+    def take_back(self) -> None:
+        self.thread = threading.get_ident()
+
+    def release(self) -> None:
+        if self.size:
+            _account.remove(self)
+
+    def __enter__(self) -> Reservation:
+        return self
+
+    def __exit__(
+        self, kind: Optional[type[BaseException]], failure: Optional[BaseException], trace: Optional[TracebackType]
+    ) -> None:
+        if self.size and self.thread is not None:
+            self.release()
+        if failure is not None and isinstance(failure, MemoryError):
+            raise refusal(self.size, self.what) from failure
+
+
+class _Nothing(Reservation):
+    """A size that is not counted."""
+
+    def lend(self) -> None:
+        pass
+
+    take_back = lend
+
+
+#: Of a size that is not counted.
+NOTHING: Reservation = _Nothing(0, "a small solve")
+
+
+def reserve(size: int, what: str, for_function: bool = False) -> Reservation:
+    """Counts so many bytes, which `what` takes, as taken, once they can be had beside everything that is running.
+
+    Raises a `SizeError` if they cannot be had although nothing is running.
+    """
+    return NOTHING if size < SMALL else _account.add(Reservation(size, what, for_function))
+
+
+def require_memory(size: int, what: str) -> None:
+    """Waits until so many bytes can be had, and reserves nothing."""
+    if size >= SMALL:
+        _account.add(Reservation(size, what)).release()
+
+
+def affords_thread() -> bool:
+    """Whether one more thread fits beside everything that is running."""
+    return _account.affords_thread()
+
+
+def refusal(size: int, what: str, room: Optional[int] = None) -> SizeError:
+    takes = f", which takes {_size_text(size)}" if size else ""
+    there = "" if room is None else f", where {_size_text(max(room, 0))} are free"
+    return SizeError(f"g: expected sizes that fit into memory, got {what}{takes}{there}")
+
+
+def _size_text(size: int) -> str:
+    return f"{size / 1e9:.2f} GB" if size >= 1e9 else f"{size / 1e6:.1f} MB"
+
+
+class _Account:
+    """The reservations of the process, and those who wait for their turn."""
+
+    def __init__(self) -> None:
+        self.changed = threading.Condition()
+        # Weak: what an exception has kept from being released goes with the frames that knew it.
+        self.running: weakref.WeakSet[Reservation] = weakref.WeakSet()
+        self.waiting: collections.deque[Reservation] = collections.deque()
+
+    def add(self, wanted: Reservation) -> Reservation:
+        with self.changed:
+            if any(other.thread == wanted.thread and not other.for_function for other in self.running):
+                return NOTHING
+            self.waiting.append(wanted)
+            until = time.monotonic() + _PATIENCE_WITH_FUNCTIONS
+            try:
+                # One after the other, so that a large solve is not overtaken for ever by small ones.
+                while self.waiting[0] is not wanted or not self._fits(wanted, time.monotonic() < until):
+                    self.changed.wait(_PATIENCE)
+                self.running.add(wanted)
+            finally:
+                self.waiting.remove(wanted)
+                self.changed.notify_all()
+        return wanted
+
+    def remove(self, reservation: Reservation) -> None:
+        with self.changed:
+            self.running.discard(reservation)
+            self.changed.notify_all()
+
+    def _fits(self, wanted: Reservation, with_functions: bool) -> bool:
+        # Of what is running, nobody knows how much has been allocated already: all counts as still to come.
+        others = [
+            other.size
+            for other in self.running
+            if not other.for_function or (with_functions and other.thread != wanted.thread)
+        ]
+        total = wanted.size + sum(others)
+        room = _addresses_beside(total)
+        if total >= _LARGE:
+            machine = machine_room()
+            if machine is None and room is None and not others and not _trial(total):
+                raise refusal(wanted.size, wanted.what)
+            room = min((known for known in (room, machine) if known is not None), default=None)
+        fits = room is None or total <= room
+        if not fits and not others:
+            raise refusal(wanted.size, wanted.what, room)
+        return fits
+
+    def affords_thread(self) -> bool:
+        with self.changed:
+            total = sum(other.size for other in self.running)
+            room = _addresses_beside(total)
+            return room is None or total + _THREAD <= room
+
+
+def _addresses_beside(total: int) -> Optional[int]:
+    """What solves of this size may take of the addresses; not all, since allocations are rounded up."""
+    room = address_room()
+    return None if room is None else room - SMALL - total // 8
+
+
+def _trial(size: int) -> bool:
+    """Whether so much can be allocated, where the system tells nothing."""
+    try:
+        np.empty(size + size // 8, np.uint8)
+    except (MemoryError, ValueError):  # the second if no address is so large
+        return False
+    return True
+
+
+_account = _Account()
+
+
+def _forget() -> None:
+    """In the child of a fork nothing is running, and nobody would unlock what was locked."""
+    global _account
+    _account = _Account()
+
+
+if hasattr(os, "register_at_fork"):
+    os.register_at_fork(after_in_child=_forget)

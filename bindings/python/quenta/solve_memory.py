@@ -1,0 +1,61 @@
+"""What a solve from samples takes, in bytes and in seconds."""
+
+from __future__ import annotations
+
+import math
+from typing import Any
+
+from .arguments import size_of_copy
+from .memory_account import NOTHING, SMALL, Reservation, require_memory, reserve
+from .setting_table import Setting
+
+# A function makes other arrays on its way to its result, nobody knows how many: so many of the size of the times, and
+# so many of the size of the result, which is one of them.
+_ARRAYS_OF_TIMES, _ARRAYS_OF_VALUES = 4, 3
+
+
+def solve_size(N: int, D: int, row: Setting, differential: bool) -> int:
+    """The bytes that a solve allocates: its results, and the working memory that the library's header allows it."""
+    n, steps = row.count * D, (N - 1) // row.spacings
+    if differential:
+        working = steps * (3 * n * (n + D) + 14 * n + 14 * D) + 34 * (n + D) * (n + 7) + 1700
+    else:
+        working = steps * (3 * n * n + 11 * n + D + 8) + 32 * n * (n + 7)
+    return 8 * (working + N * D + steps * (n + D))
+
+
+def solve_seconds(N: int, D: int, row: Setting, differential: bool) -> float:
+    """About how long a solve takes: the history, and the dense systems, which are one alone without a coefficient."""
+    n, steps = row.count * D, (N - 1) // row.spacings
+    return 1e-9 * n * n * (1.5 * steps * math.log2(steps + 1) ** 2 + n * (steps if differential else 1))
+
+
+def reserve_solve(N: int, D: int, row: Setting, differential: bool, copied: int = 0) -> Reservation:
+    """Reserves what a solve takes, and so many bytes for copies of its arguments."""
+    size = copied + solve_size(N, D, row, differential)
+    if size < SMALL:
+        return NOTHING
+    copies = ", with copies of its arguments" if copied else ""
+    return reserve(size, f"a solve of {(N - 1) // row.spacings} steps with setting {row}, D = {D}{copies}")
+
+
+def reserve_copies(arrays: dict[str, Any], row: Setting) -> Reservation:
+    """While arrays are converted: reserves their copies, and the solve, which has to fit beside them."""
+    copied = sum(map(size_of_copy, arrays.values())) if arrays["K"].size >= SMALL // 64 else 0
+    if not copied:
+        return NOTHING
+    N, D = (*arrays["g"].shape, 1)[:2]
+    return reserve_solve(N, D, row, "a" in arrays, copied)
+
+
+def require_samples(count: int, values: dict[str, Any], row: Setting) -> None:
+    """Waits until samples at so many times can be had, and a solve with them, if it is of a scalar equation."""
+    size = 8 * count * (_ARRAYS_OF_TIMES + len(values) + _ARRAYS_OF_VALUES)
+    require_memory(size + solve_size(count, 1, row, "a" in values), f"{count} samples")
+
+
+def reserve_function_values(name: str, count: int, arrays: dict[str, Any]) -> Reservation:
+    """While a function calculates so many values of g, K or a: what they take, with the dimension of the arrays."""
+    D = max((array.shape[-1] for array in arrays.values() if array.ndim > 1), default=1)
+    size = _ARRAYS_OF_TIMES + _ARRAYS_OF_VALUES * (D if name == "g" else D * D)
+    return reserve(8 * count * size, f"{count} values of the function {name}", for_function=True)

@@ -1,0 +1,427 @@
+"""What a solve takes is asked for before it begins, and solves on several threads wait for each other."""
+
+import os
+import sys
+import textwrap
+import threading
+import tracemalloc
+
+import numpy as np
+import pytest
+from children import LIMITS, run_solver
+
+import quenta
+from quenta import machine_memory, memory_account, solve_memory
+from quenta.arguments import all_finite
+from quenta.memory_account import require_memory, reserve
+
+MEGABYTE = 2**20
+on_linux = pytest.mark.skipif(not sys.platform.startswith("linux"), reason="needs a limit of addresses that is kept")
+
+
+# ---- Under a limit of addresses -------------------------------------------------------------------------------------
+
+
+def run_limited(script, **environment):
+    return run_solver(LIMITS + "import numpy as np\nimport quenta\n" + textwrap.dedent(script), **environment)
+
+
+@on_linux
+def test_results_and_working_memory_are_asked_for_together():
+    # With limits between that for the working memory alone and that for everything, the library would be called and
+    # run out of memory.
+    ended = run_limited(
+        """
+        N = 844000
+        g, K = np.ones(N), np.full(N, 1e-3)
+        refused = 0
+        for megabytes in range(2, 40):
+            limit_addresses(megabytes * 1e6)
+            try:
+                quenta.solve_vie2(g, K, 1e-7, setting=(4, [2]))
+                break
+            except quenta.SizeError as refusal:
+                assert "a solve of 52749 steps with setting (4, [2]), D = 1" in str(refusal), refusal
+                refused += 1
+        print(refused > 8, megabytes < 30)
+        """
+    )
+    assert (ended.returncode, ended.stdout) == (0, "True True\n"), (ended.stdout, ended.stderr)
+
+
+@on_linux
+def test_threads_wait_where_there_is_memory_for_one():
+    ended = run_limited(
+        """
+        import threading
+
+        N = 500001
+        g, K = np.ones(N), np.full(N, 1e-3)
+        values, started = [], threading.Barrier(5)
+
+        def work():
+            quenta.solve_vie2(g[:1000], K[:1000], 1e-6)
+            started.wait()  # the threads have their stacks and heaps
+            started.wait()  # and the process its limit
+            try:
+                values.append(quenta.solve_vie2(g, K, 1e-6, setting=(1, [1])).y[-1])
+            except quenta.SizeError as refusal:
+                values.append(refusal)
+
+        threads = [threading.Thread(target=work) for _ in range(4)]
+        for thread in threads:
+            thread.start()
+        started.wait()
+        limit_addresses(160e6)  # a solve takes up to 104 MB, and its result 12
+        started.wait()
+        for thread in threads:
+            thread.join()
+        print(len(values), len(set(map(str, values))))
+        """,
+        MALLOC_ARENA_MAX="1",  # or the heaps of the threads have some memory to spare
+    )
+    assert (ended.returncode, ended.stdout) == (0, "4 1\n"), (ended.stdout, ended.stderr)
+
+
+@on_linux
+def test_copies_are_asked_for_with_the_solve():
+    ended = run_limited(
+        """
+        N = 500001
+        g, K = np.ones(N, np.float32), np.full(N, 1e-3, np.float32)
+        limit_addresses(45e6)  # the copies take 8 MB, the solve 36.5, and so it is refused before anything is copied
+        try:
+            quenta.solve_vie2(g, K, 1e-6, setting=(3, [1, 2, 3]))
+        except quenta.SizeError as refusal:
+            print(refusal)
+        """
+    )
+    assert ended.returncode == 0 and "with copies of its arguments, which takes 44." in ended.stdout, ended
+
+
+# ---- Functions of time ----------------------------------------------------------------------------------------------
+
+
+@pytest.fixture
+def machine(monkeypatch):
+    """Sets how much memory the machine has, and lists what was asked for."""
+
+    class Machine:
+        room = 2**40
+        asked = []
+
+    given = Machine()
+    given.asked = []
+
+    class Counted(memory_account.Reservation):
+        def __init__(self, size, what, *others):
+            super().__init__(size, what, *others)
+            given.asked.append((what, size))
+
+    monkeypatch.setattr(memory_account, "machine_room", lambda: given.room)
+    monkeypatch.setattr(memory_account, "address_room", lambda: None)
+    monkeypatch.setattr(memory_account, "Reservation", Counted)
+    return given
+
+
+@pytest.mark.parametrize("D", [None, 2])
+def test_functions_are_called_if_there_is_memory_for_what_they_do(machine, D):
+    matrix = 1.0 if D is None else np.eye(D)
+
+    def kernel(t):
+        return (np.exp(-t) * np.cos(3 * t) + np.sin(t) ** 2)[(...,) + (None,) * (2 * (D is not None))] * matrix
+
+    def solve():
+        return quenta.solve_vie2(np.ones_like if D is None else lambda t: np.ones((len(t), D)), kernel, 1e-6, t_end=1.0)
+
+    tracemalloc.start()
+    try:
+        solve()
+        _, peak = tracemalloc.get_traced_memory()  # which knows of NumPy's arrays, and not of the library's memory
+    finally:
+        tracemalloc.stop()
+    functions = [size for what, size in machine.asked if "of the function" in what]
+    assert len(functions) == 2 and max(functions) + 8e6 * (1 + (D or 1)) >= peak
+    called = []
+    machine.room = 7e7
+    with pytest.raises(quenta.SizeError, match="fit into memory, got 1000001 samples"):
+        quenta.solve_vie2(np.ones_like, lambda t: called.append(t), 1e-6, t_end=1.0)
+    assert not called
+
+
+def test_a_function_that_runs_out_of_memory_is_named():
+    def greedy(t):
+        return np.ones(2**58) * t[0]
+
+    with pytest.raises(quenta.SizeError, match="got 1001 values of the function K, which ran out of memory"):
+        quenta.solve_vie2(1.0, greedy, 1e-3, t_end=1.0)
+
+
+@pytest.mark.parametrize("value", [1e200, np.nan])
+def test_looking_for_infinities_takes_no_memory(value):
+    array = np.full(10**6, value)
+    tracemalloc.start()
+    try:
+        finite = all_finite(array)
+        if not finite:
+            with pytest.raises(ValueError, match="expected finite numbers, came nan at index 0"):
+                quenta.solve_vie2(array, array, 1e-6)
+        _, peak = tracemalloc.get_traced_memory()
+    finally:
+        tracemalloc.stop()
+    assert finite == np.isfinite(value) and peak < 2e5
+
+
+def test_the_first_infinity_is_found_in_large_arrays():
+    array = np.ones((10**5, 3))
+    array[77777, 2] = np.inf
+    with pytest.raises(ValueError, match=r"came inf at index \(77777, 2\)"):
+        quenta.solve_vie2(array, np.eye(3), 1e-6)
+
+
+# ---- The account ----------------------------------------------------------------------------------------------------
+
+
+def test_a_reservation_waits_for_those_of_other_threads(machine):
+    machine.room = 100 * MEGABYTE
+    events = []
+
+    def work():
+        with reserve(60 * MEGABYTE, "another solve"):
+            events.append("began")
+        events.append("ended")
+
+    with reserve(60 * MEGABYTE, "a solve"):
+        thread = threading.Thread(target=work)
+        thread.start()
+        thread.join(0.2)
+        assert thread.is_alive() and not events
+        with reserve(90 * MEGABYTE, "a part of it"):  # on the same thread
+            pass
+    thread.join(20)
+    assert events == ["began", "ended"]
+
+
+def test_functions_are_waited_for_but_not_for_ever(machine, monkeypatch):
+    machine.room = 100 * MEGABYTE
+    monkeypatch.setattr(memory_account, "_PATIENCE", 0.05)
+    monkeypatch.setattr(memory_account, "_PATIENCE_WITH_FUNCTIONS", 0.5)
+    events = []
+
+    def solve():
+        with reserve(90 * MEGABYTE, "a solve"):
+            events.append("solved")
+
+    with reserve(60 * MEGABYTE, "values of a function", True):
+        solve()  # by the function itself
+        thread = threading.Thread(target=solve)
+        thread.start()
+        thread.join(0.1)
+        assert events == ["solved"]  # the other thread waits
+        thread.join(20)  # as a function may do that has the thread solve for it
+        assert events == ["solved", "solved"]
+
+
+def test_what_never_fits_is_refused_at_the_end(machine):
+    machine.room = 100 * MEGABYTE
+    with pytest.raises(quenta.SizeError, match="got a solve, which takes 209.7 MB, where 104.9 MB are free"):
+        reserve(200 * MEGABYTE, "a solve")
+    raised = []
+
+    def work():
+        try:
+            require_memory(200 * MEGABYTE, "a solve")
+        except quenta.SizeError as refusal:
+            raised.append(refusal)
+
+    with reserve(20 * MEGABYTE, "another solve"):
+        thread = threading.Thread(target=work)
+        thread.start()
+        thread.join(0.2)
+        assert thread.is_alive()  # as that one ends, there may be more
+    thread.join(20)
+    assert len(raised) == 1
+
+
+def test_small_solves_do_not_overtake_a_large_one_for_ever(machine):
+    machine.room = 100 * MEGABYTE
+    order, threads = [], []
+
+    def work(name, size):
+        with reserve(size, name):
+            order.append(name)
+
+    with reserve(60 * MEGABYTE, "the first"):
+        for name, size in (("large", 90 * MEGABYTE), ("small", 20 * MEGABYTE)):
+            threads.append(threading.Thread(target=work, args=(name, size)))
+            threads[-1].start()
+            threads[-1].join(0.2)
+    for thread in threads:
+        thread.join(20)
+    assert order == ["large", "small"]
+
+
+def test_a_reservation_that_was_lost_is_no_longer_counted(machine):
+    machine.room = 100 * MEGABYTE
+    lost = reserve(60 * MEGABYTE, "a solve")
+    lost.lend()
+    del lost
+    with reserve(60 * MEGABYTE, "another solve"):
+        pass
+
+
+def test_a_memory_error_becomes_a_size_error():
+    for size in (0, 3 * MEGABYTE):
+        with pytest.raises(quenta.SizeError, match="expected sizes that fit into memory"):
+            with reserve(size, "a solve"):
+                raise MemoryError
+    assert not memory_account._account.running
+
+
+@pytest.mark.skipif(not hasattr(os, "fork"), reason="this system has no fork")
+@pytest.mark.filterwarnings("ignore:.*fork:DeprecationWarning")
+def test_nothing_is_running_in_the_child_of_a_fork(machine):
+    machine.room = 100 * MEGABYTE
+    holding, over = threading.Event(), threading.Event()
+
+    def hold():
+        with reserve(60 * MEGABYTE, "a solve"), memory_account._account.changed:
+            holding.set()
+            over.wait()
+
+    thread = threading.Thread(target=hold)
+    thread.start()
+    holding.wait()
+    try:
+        child = os.fork()
+        if child == 0:
+            import signal
+
+            signal.alarm(20)
+            with reserve(60 * MEGABYTE, "another solve"):
+                os._exit(0)
+        assert os.waitpid(child, 0)[1] == 0
+    finally:
+        over.set()
+        thread.join()
+
+
+def test_what_a_solve_takes_is_what_the_header_allows():
+    row = quenta.settings()[9]  # m = 2 with 0, 1, 2
+    assert (row.spacings, row.count) == (4, 3)
+    results = 8 * (4001 * 2 + 1000 * 4 * 2)
+    n, D = 6, 2
+    assert solve_memory.solve_size(4001, D, row, False) == results + 8 * (
+        1000 * (3 * n * n + 11 * n + D + 8) + 32 * n * (n + 7)
+    )
+    assert solve_memory.solve_size(4001, D, row, True) >= results + 8 * (
+        1000 * (3 * n * (n + D) + 11 * n + 6 * D + 8) + 34 * (n + D) * (n + 7)
+    )
+    assert solve_memory.solve_size(4001, 1, row, True) >= 8 * (4001 + 4000 + 1000 * (3 * 9 + 14 * 3 + 14) + 1700)
+
+
+# ---- Control groups -------------------------------------------------------------------------------------------------
+
+V2_MOUNT = "30 23 0:26 / /sys/fs/cgroup rw,nosuid shared:9 - cgroup2 cgroup2 rw,nsdelegate\n"
+V1_MOUNT = "36 32 0:33 {shown} /sys/fs/cgroup/memory rw - cgroup cgroup rw,memory\n"
+OTHER_MOUNT = "35 32 0:32 / /sys/fs/cgroup/cpu rw - cgroup cgroup rw,cpu\n24 0 8:1 / / rw - ext4 /dev/root rw\n"
+
+
+@pytest.fixture
+def system(tmp_path):
+    def write(files):
+        for name, text in files.items():
+            (tmp_path / name).parent.mkdir(parents=True, exist_ok=True)
+            (tmp_path / name).write_text(text)
+        return tmp_path
+
+    write({"proc/meminfo": "MemTotal: 999999 kB\nMemFree: 1 kB\nMemAvailable: 900000 kB\n"})
+    return write
+
+
+def v2_group(limit, used, cache=0):
+    return {
+        "memory.max": f"{limit}\n",
+        "memory.current": f"{used}\n",
+        "memory.stat": f"anon 5\ninactive_file {cache}\n",
+    }
+
+
+def v1_group(limit, used, cache=0):
+    return {
+        "memory.limit_in_bytes": f"{limit}\n",
+        "memory.usage_in_bytes": f"{used}\n",
+        "memory.stat": f"cache 5\ninactive_file 7\ntotal_inactive_file {cache}\n",
+    }
+
+
+def files(directory, group):
+    return {f"{directory}/{name}": text for name, text in group.items()}
+
+
+@pytest.mark.parametrize("limited", ["user.slice", "user.slice/job 7.scope", "user.slice/job 7.scope/step", ""])
+def test_limits_of_all_groups_above_count(system, limited):
+    below = "user.slice/job 7.scope/step"
+    system({"proc/self/cgroup": f"0::/{below}\n", "proc/self/mountinfo": OTHER_MOUNT + V2_MOUNT})
+    for group in ("user.slice", "user.slice/job 7.scope", below):
+        system(files(f"sys/fs/cgroup/{group}", v2_group("max", 10**6)))
+    root = system(files(f"sys/fs/cgroup/{limited}", v2_group(50_000_000, 20_000_000, 4_000_000)))
+    assert machine_memory.machine_room(root) == 34_000_000
+
+
+def test_another_group_does_not_count(system):
+    system({"proc/self/cgroup": "0::/mine\n", "proc/self/mountinfo": V2_MOUNT})
+    root = system(files("sys/fs/cgroup/other", v2_group(5000, 1000)))
+    assert machine_memory.machine_room(root) == 900_000 * 1024
+
+
+@pytest.mark.parametrize(
+    "membership, shown",
+    [("/lxc/job", "/"), ("/docker/7f/lxc/job", "/docker/7f"), ("/", "/"), ("/docker/8", "/docker/7"), ("/../8", "/")],
+)
+def test_groups_of_version_1_and_of_containers(system, membership, shown):
+    system(
+        {
+            "proc/self/cgroup": f"5:cpu,cpuacct:/elsewhere\n4:memory:{membership}\n0::{membership}\n",
+            "proc/self/mountinfo": OTHER_MOUNT + V1_MOUNT.format(shown=shown),
+        }
+    )
+    seen = "lxc/job" if membership.endswith("job") else ""
+    root = system(files(f"sys/fs/cgroup/memory/{seen}", v1_group(50_000_000, 20_000_000, 1_000_000)))
+    assert machine_memory.machine_room(root) == 31_000_000
+
+
+def test_mount_points_with_blanks(system):
+    mount = V2_MOUNT.replace("/sys/fs/cgroup", "/my\\040groups")
+    system({"proc/self/cgroup": "0::/a\n", "proc/self/mountinfo": mount})
+    assert machine_memory.machine_room(system(files("my groups/a", v2_group(3000, 1000)))) == 2000
+
+
+def test_the_machine_itself(system):
+    assert machine_memory.machine_room(system({})) == 900_000 * 1024
+    strict = {
+        "proc/meminfo": "MemAvailable: 900 kB\nCommitLimit: 800 kB\nCommitted_AS: 300 kB\n",
+        "proc/sys/vm/overcommit_memory": "2\n",
+    }
+    assert machine_memory.machine_room(system(strict)) == 500 * 1024
+
+
+def test_a_system_that_tells_nothing_is_tried(monkeypatch, tmp_path):
+    monkeypatch.setitem(sys.modules, "psutil", None)
+    assert machine_memory.machine_room(tmp_path) is None
+    monkeypatch.setattr(memory_account, "machine_room", lambda: None)
+    monkeypatch.setattr(memory_account, "address_room", lambda: None)
+    require_memory(20 * MEGABYTE, "a solve")
+    with pytest.raises(quenta.SizeError, match="fit into memory"):
+        require_memory(2**60, "a solve")
+
+
+def test_psutil_tells_where_the_system_has_no_files(monkeypatch, tmp_path):
+    class Memory:
+        available = 12345
+
+    class Psutil:
+        virtual_memory = staticmethod(Memory)
+
+    monkeypatch.setitem(sys.modules, "psutil", Psutil)
+    assert machine_memory.machine_room(tmp_path) == 12345
