@@ -12,6 +12,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 
 import numpy as np
 
+from .errors import SizeError
 from .machine_memory import require_memory
 
 if TYPE_CHECKING:  # NumPy knows the types of elements since 1.21, which Python 3.9 need not have
@@ -58,7 +59,11 @@ def _converted(name: str, value: Any) -> Array:
         raise ValueError(f"{name}: expected numbers everywhere, came an array with masked elements")
     try:
         array = np.asarray(value)
-    except ValueError as failure:
+        if array.dtype.kind == "O" and hasattr(value, "to_numpy"):  # a type of pandas that has a value for "missing"
+            array = np.asarray(value.to_numpy(dtype=_DOUBLE, na_value=np.nan))
+    except MemoryError:
+        raise SizeError(f"{name}: expected an array that fits into memory, got {_sketch(value)}") from None
+    except Exception as failure:  # from NumPy, or from what the value does to become an array
         raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} ({failure})") from None
     if array.dtype.kind not in "biuf":
         raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} of dtype {array.dtype}")
@@ -74,7 +79,10 @@ def _not_finite(name: str, array: Array) -> ValueError:
 
 
 def _sketch(value: Any) -> str:
-    text = repr(value)
+    try:
+        text = " ".join(repr(value).split())
+    except Exception:
+        text = f"an object of type {type(value).__name__} that cannot be shown"
     return text if len(text) <= 60 else f"{text[:50]} ... ({type(value).__name__})"
 
 
@@ -84,14 +92,27 @@ def real_number(name: str, value: Any, finite: bool = True) -> float:
         number = value
     else:
         try:
-            if isinstance(value, (str, bytes)) or np.ndim(value) != 0:
+            if isinstance(value, (str, bytes)) or np.ndim(value) != 0 or np.iscomplexobj(value):
                 raise TypeError
             number = float(value)
-        except (TypeError, ValueError, OverflowError):
+        except Exception:  # also from what the value does to become a number
             raise ValueError(f"{name}: expected a real number, came {_sketch(value)}") from None
     if finite and not math.isfinite(number):
         raise ValueError(f"{name}: expected a finite number, came {number}")
     return number
+
+
+def true_or_false(name: str, value: Any) -> bool:
+    if not isinstance(value, (bool, np.bool_)) and not (isinstance(value, int) and value in (0, 1)):
+        raise ValueError(f"{name}: expected True or False, got {_sketch(value)}")
+    return bool(value)
+
+
+def one_of(name: str, value: Any, choices: tuple[str, ...]) -> str:
+    if not isinstance(value, str) or value not in choices:
+        *most, last = map(repr, choices)
+        raise ValueError(f"{name}: expected {', '.join(most)} or {last}, got {_sketch(value)}")
+    return value
 
 
 def whole_number(name: str, value: Any, least: int) -> int:

@@ -20,18 +20,25 @@ _UNWRITTEN = np.uint64(0x7FF8_5EED_0B10_C550)
 
 
 class CarriedSolution(NamedTuple):
-    """What the solvers with a value carried from step to step return."""
+    """What the solvers with a value carried from step to step return.
 
-    #: Values at the points, of shape (N, P) or (N, P, D).
+    x
+        Values at the points, of shape (N, P) or (N, P, D).
+    y
+        Carried values at the ends of the steps, of shape (N + 1,) or (N + 1, D).
+    """
+
     x: Array
-    #: Carried values at the ends of the steps, of shape (N + 1,) or (N + 1, D).
     y: Array
 
 
 def solve_blocks_vie1(A: Any, b: Any, *, check_finite: bool = True) -> Array:
     """Solves sum over k = 0 .. n of A[n, :, k] x[k] = b[n] for n = 0 .. N-1: a scheme of the first kind.
 
-    Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D). Returns x, of the shape of b.
+    Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D).
+
+    Returns x, of the shape of b. Raises `SingularBlockError` at a singular step, with what was solved before it;
+    `SizeError` for sizes that are not served; `ValueError` for an argument that is wrong.
     """
     return _Blocks(A, b, 0, check_finite).solve("function_solve_vie1", (), (), False).x
 
@@ -39,7 +46,10 @@ def solve_blocks_vie1(A: Any, b: Any, *, check_finite: bool = True) -> Array:
 def solve_blocks_vie2(A: Any, b: Any, *, check_finite: bool = True) -> Array:
     """Solves x[n] = b[n] + sum over k = 0 .. n of A[n, :, k] x[k] for n = 0 .. N-1: a scheme of the second kind.
 
-    Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D). Returns x, of the shape of b.
+    Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D).
+
+    Returns x, of the shape of b. Raises `SingularBlockError` at a singular step, with what was solved before it;
+    `SizeError` for sizes that are not served; `ValueError` for an argument that is wrong.
     """
     return _Blocks(A, b, 0, check_finite).solve("function_solve_vie2", (), (), False).x
 
@@ -53,7 +63,10 @@ def solve_blocks_vie1_cont(
         y[n+1] = rho y[n] + sum over j of w[j] x[n, j],    y[0] = y0.
 
     Shapes: A (N, P, N, P + 1), b (N, P), w (P,) and a number y0; or A (N, P, N, P + 1, D, D), b (N, P, D), w (P,) and
-    y0 (D,). Returns x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D).
+    y0 (D,).
+
+    Returns a `CarriedSolution`: x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D). Raises the exceptions of
+    `solve_blocks_vie1`.
     """
     blocks = _Blocks(A, b, 1, check_finite)
     weights = blocks.array("w", w, (blocks.P,), "(P,)")
@@ -71,7 +84,10 @@ def solve_blocks_vide(
         y[n+1] = y[n] + h[n] sum over j of w[j] x[n, j],    y[0] = y0.
 
     Shapes: A (N, P, N, P + 1), b and C (N, P), E (P, P), w (P,), h (N,) and a number y0; or A (N, P, N, P + 1, D, D),
-    b (N, P, D), C (N, P, D, D) and y0 (D,). Returns x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D).
+    b (N, P, D), C (N, P, D, D) and y0 (D,).
+
+    Returns a `CarriedSolution`: x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D). Raises the exceptions of
+    `solve_blocks_vie1`.
     """
     blocks = _Blocks(A, b, 1, check_finite)
     N, P, D = blocks.N, blocks.P, blocks.D

@@ -19,24 +19,38 @@ _CHUNKS = 64  # so many, if nobody says otherwise: enough to share them out, few
 
 @dataclass(frozen=True)
 class Failure:
-    """A member that has no value."""
+    """A member that has no value.
+
+    index
+        Its place among the parameters.
+    parameter
+        Its parameter.
+    error
+        The exception in one line.
+    details
+        Where it came from.
+    """
 
     index: int
     parameter: Any
-    #: The exception in one line.
     error: str
-    #: Where it came from.
     details: str
 
 
 @dataclass(frozen=True)
 class Ensemble:
-    """The members in the order of their parameters."""
+    """The members in the order of their parameters.
+
+    parameters
+        The parameters, as a list.
+    values
+        What `solve` returned; None for a member that failed.
+    failures
+        A `Failure` for each member that failed, in order.
+    """
 
     parameters: list[Any]
-    #: What `solve` returned; None for a member that failed.
     values: list[Any]
-    #: The members that failed, in order.
     failures: list[Failure]
 
     def __len__(self) -> int:

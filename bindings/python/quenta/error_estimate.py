@@ -4,16 +4,16 @@ from __future__ import annotations
 
 import inspect
 import math
-import warnings
 from dataclasses import dataclass
 from typing import Any, Callable
 
 import numpy as np
 
 from .arguments import Array
-from .errors import GrowthWarning, SingularBlockError, SizeError
+from .errors import SingularBlockError, SizeError
 from .sampled_solvers import PREPARATIONS, SampledProblem
 from .solution import Solution
+from .solution_warnings import warn_of
 
 # By how much the observed order may differ from that of the setting, below and above.
 _LESS, _MORE = 0.5, 1.0
@@ -25,16 +25,24 @@ _ITERATIONS = 40
 
 @dataclass(frozen=True, eq=False)
 class EstimatedSolution:
-    """A solution, and what is known of its error."""
+    """A solution, and what is known of its error.
+
+    solution
+        The `Solution`.
+    error
+        The estimated error of every sample, not negative; of the shape of `solution.y`.
+    order
+        The observed order of convergence: from 4 dt to 2 dt the error fell by 2 to this power.
+    trusted
+        Whether the estimate can be relied upon.
+    reason
+        One sentence that says why, or why not.
+    """
 
     solution: Solution
-    #: The estimated error of every sample, not negative; of the shape of `solution.y`.
     error: Array
-    #: The observed order of convergence: from 4 dt to 2 dt the error fell by 2 to this power.
     order: float
-    #: Whether the estimate can be relied upon.
     trusted: bool
-    #: One sentence that says why, or why not.
     reason: str
 
 
@@ -60,10 +68,9 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
             f"g: expected at least {least} samples for an estimate with setting {problem.setting}, came {len(problem.g)}"
         )
     solution = problem.solve()
+    warn_of(problem, solution, stacklevel=3)
     try:
-        with warnings.catch_warnings():
-            warnings.simplefilter("ignore", GrowthWarning)
-            coarse, coarser = (problem.coarsened(factor).solve().y for factor in (2, 4))
+        coarse, coarser = (problem.coarsened(factor).solve().y for factor in (2, 4))
     except SingularBlockError:
         unknown = np.full_like(solution.y, np.nan)
         return EstimatedSolution(solution, unknown, math.nan, False, "a coarser grid has no solution to compare with")

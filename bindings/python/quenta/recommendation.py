@@ -5,7 +5,7 @@ from __future__ import annotations
 from dataclasses import dataclass
 from typing import Any, Optional
 
-from .arguments import whole_number
+from .arguments import one_of, true_or_false, whole_number
 from .errors import SizeError
 from .setting_table import Measurement, Setting, settings
 
@@ -14,7 +14,13 @@ _FEWEST_STEPS = 8
 
 @dataclass(frozen=True)
 class Recommendation:
-    """A setting, and why it was chosen."""
+    """A setting, and why it was chosen. The solvers take it as their `setting`.
+
+    setting
+        The `Setting`.
+    reason
+        One sentence.
+    """
 
     setting: Setting
     reason: str
@@ -35,9 +41,12 @@ def recommend(
         Whether polynomials have to join; "vie1" only.
     samples
         The number of samples, if it is known: there are to be 8 steps at least.
+
+    Returns a `Recommendation`. Raises `ValueError` for an argument that is wrong, and `SizeError` for fewer samples
+    than 8 steps take.
     """
-    if kind not in ("vie1", "vie2", "vide"):
-        raise ValueError(f"kind: expected 'vie1', 'vie2' or 'vide', came {kind!r}")
+    one_of("kind", kind, ("vie1", "vie2", "vide"))
+    stiff, continuous = true_or_false("stiff", stiff), true_or_false("continuous", continuous)
     smoothness = whole_number("smoothness", smoothness, 0)
     if stiff and kind == "vie1":
         raise ValueError("stiff: expected False for the first kind, which has no decay of its own; came True")

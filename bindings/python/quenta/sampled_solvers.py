@@ -8,23 +8,20 @@
 from __future__ import annotations
 
 import math
-import warnings
 from ctypes import byref, c_int
 from typing import Any, Callable, NamedTuple, Optional, Union
 
 import numpy as np
 
 from . import native_library
-from .arguments import Array, address, all_finite, expect_shape, initial_value, positive_number, real_array, shape_text
-from .errors import GrowthWarning, SingularBlockError, SizeError, UnsupportedSettingError
+from .arguments import Array, address, initial_value, positive_number, shape_text, true_or_false
+from .errors import SingularBlockError, SizeError, UnsupportedSettingError
 from .machine_memory import SMALL, require_memory
 from .native_library import LARGEST_INDEX, library
+from .samples import Samples, gather
 from .setting_table import NODE_ADDRESSES, Setting, SettingLike, find_setting
 from .solution import Solution
-
-#: Samples of a function of time: an array, a number for a constant, or a function that is sampled here. A function
-#: receives the array of all times and returns the array of its values there, the times along the first axis.
-Samples = Any
+from .solution_warnings import warn_of
 
 DEFAULT_SETTING: SettingLike = (2, (0, 1, 2))
 DEFAULT_FIRST_KIND_SETTING: SettingLike = (3, (1, 2, 3))
@@ -39,6 +36,7 @@ def solve_vie1(
     continuous: bool = False,
     y0: Any = None,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
     """Solves integral from 0 to t of K(t - s) y(s) ds = g(t), the equation of the first kind.
@@ -59,7 +57,10 @@ def solve_vie1(
 
     The first kind is ill-posed: noise in g is differentiated.
     """
-    return prepare_vie1(g, K, dt, setting, continuous, y0, t_end, check_finite).solve()
+    problem = prepare_vie1(g, K, dt, setting, continuous, y0, t_end, kernel_ends, check_finite)
+    solution = problem.solve()
+    warn_of(problem, solution, stacklevel=3)
+    return solution
 
 
 def solve_vie2(
@@ -69,6 +70,7 @@ def solve_vie2(
     *,
     setting: SettingLike = DEFAULT_SETTING,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
     """Solves y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds, the equation of the second kind.
@@ -84,7 +86,10 @@ def solve_vie2(
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
     """
-    return prepare_vie2(g, K, dt, setting, t_end, check_finite).solve()
+    problem = prepare_vie2(g, K, dt, setting, t_end, kernel_ends, check_finite)
+    solution = problem.solve()
+    warn_of(problem, solution, stacklevel=3)
+    return solution
 
 
 def solve_vide(
@@ -96,6 +101,7 @@ def solve_vide(
     *,
     setting: SettingLike = DEFAULT_SETTING,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
     """Solves y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s) ds, with y(0) = y0.
@@ -113,7 +119,10 @@ def solve_vide(
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
     """
-    return prepare_vide(g, K, a, y0, dt, setting, t_end, check_finite).solve()
+    problem = prepare_vide(g, K, a, y0, dt, setting, t_end, kernel_ends, check_finite)
+    solution = problem.solve()
+    warn_of(problem, solution, stacklevel=3)
+    return solution
 
 
 # ---- From arguments to a problem ------------------------------------------------------------------------------------
@@ -133,6 +142,7 @@ class SampledProblem(NamedTuple):
     check_finite: bool
 
     def solve(self) -> Solution:
+        """Calls the library. What there is to warn of is left to `warn_of`."""
         return _solve(self)
 
     def coarsened(self, factor: int) -> SampledProblem:
@@ -150,9 +160,12 @@ def prepare_vie1(
     continuous: bool = False,
     y0: Any = None,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> SampledProblem:
     row = find_setting(setting)
+    check_finite = true_or_false("check_finite", check_finite)
+    continuous = true_or_false("continuous", continuous)
     if row.nodes[0] == 0:
         raise UnsupportedSettingError(
             f"setting: expected nodes above 0 for an equation of the first kind, which says nothing of y at the start "
@@ -162,10 +175,10 @@ def prepare_vie1(
         raise ValueError("y0: expected a value to start from, since continuous was asked for; came None")
     if y0 is not None and not continuous:
         raise ValueError(f"y0: expected None without continuous=True, which alone reads it; came {y0!r}")
-    dt, arrays, D = _sampled(dt, {"g": g, "K": K}, row, t_end, check_finite)
+    dt, arrays, D = _sampled(dt, {"g": g, "K": K}, y0, row, t_end, kernel_ends, check_finite)
     initial = initial_value("y0", y0, D, check_finite) if continuous else (0.0 if D is None else np.zeros(D))
     return SampledProblem(
-        "vie1_continuous" if continuous else "vie1", arrays["g"], arrays["K"], None, initial, dt, D, row, bool(check_finite)
+        "vie1_continuous" if continuous else "vie1", arrays["g"], arrays["K"], None, initial, dt, D, row, check_finite
     )
 
 
@@ -175,11 +188,13 @@ def prepare_vie2(
     dt: float,
     setting: SettingLike = DEFAULT_SETTING,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> SampledProblem:
     row = find_setting(setting)
-    dt, arrays, D = _sampled(dt, {"g": g, "K": K}, row, t_end, check_finite)
-    return SampledProblem("vie2", arrays["g"], arrays["K"], None, 0.0, dt, D, row, bool(check_finite))
+    check_finite = true_or_false("check_finite", check_finite)
+    dt, arrays, D = _sampled(dt, {"g": g, "K": K}, None, row, t_end, kernel_ends, check_finite)
+    return SampledProblem("vie2", arrays["g"], arrays["K"], None, 0.0, dt, D, row, check_finite)
 
 
 def prepare_vide(
@@ -190,84 +205,24 @@ def prepare_vide(
     dt: float,
     setting: SettingLike = DEFAULT_SETTING,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> SampledProblem:
     row = find_setting(setting)
-    dt, arrays, D = _sampled(dt, {"g": g, "K": K, "a": a}, row, t_end, check_finite)
+    check_finite = true_or_false("check_finite", check_finite)
+    dt, arrays, D = _sampled(dt, {"g": g, "K": K, "a": a}, y0, row, t_end, kernel_ends, check_finite)
     initial = initial_value("y0", y0, D, check_finite)
-    return SampledProblem("vide", arrays["g"], arrays["K"], arrays["a"], initial, dt, D, row, bool(check_finite))
+    return SampledProblem("vide", arrays["g"], arrays["K"], arrays["a"], initial, dt, D, row, check_finite)
 
 
 def _sampled(
-    dt: Any, values: dict[str, Samples], row: Setting, t_end: Any, finite: bool
+    dt: Any, values: dict[str, Samples], y0: Any, row: Setting, t_end: Any, kernel_ends: Any, finite: bool
 ) -> tuple[float, dict[str, Array], Optional[int]]:
     """dt; g, K and a as arrays that fit together, and fit the row; and D."""
     dt = positive_number("dt", dt)
-    if t_end is None and all(type(value) is np.ndarray and value.ndim for value in values.values()):
-        arrays = {name: real_array(name, value, finite) for name, value in values.items()}
-    else:
-        arrays = _sample_all(dt, values, row, t_end, finite)
-    g = arrays["g"]
-    if g.ndim == 1:
-        D = None
-        matrices: tuple[int, ...] = g.shape
-    elif g.ndim == 2 and g.shape[1] > 0:
-        D = g.shape[1]
-        matrices = (len(g), D, D)
-    else:
-        raise ValueError(
-            f"g: expected an array of shape (N,) for a scalar equation, or (N, D) for a system with D above 0; came "
-            f"{shape_text(g.shape)}"
-        )
-    _check_sizes(dt, len(g), D or 1, row, "a" in arrays)
-    for name, array in arrays.items():
-        if name == "g" or array.shape == matrices:
-            continue
-        if D is not None and array.shape == (D, D):
-            require_memory(8 * len(g) * D * D, f"{len(g)} samples of {name}")
-            arrays[name] = np.ascontiguousarray(np.broadcast_to(array, matrices))
-        else:
-            expect_shape(name, array, matrices, "(N,), like g" if D is None else "(N, D, D) for a g of shape (N, D)")
-    return dt, arrays, D
-
-
-def _sample_all(dt: float, values: dict[str, Samples], row: Setting, t_end: Any, finite: bool) -> dict[str, Array]:
-    """Arrays of samples, where some arguments are functions or numbers."""
-    arrays = {name: real_array(name, value, finite) for name, value in values.items() if not callable(value)}
-    sampled = [name for name, array in arrays.items() if array.ndim > 0]
-    if t_end is not None:
-        sampled = [name for name in sampled if name == "g" or arrays[name].ndim != 2]  # the others are constant
-        if sampled:
-            raise ValueError(f"t_end: expected None, since {sampled[0]} has samples and tells the end; came {t_end!r}")
-        spacings = positive_number("t_end", t_end) / dt
-        if spacings > LARGEST_INDEX - row.spacings:
-            raise SizeError(f"t_end: expected at most {LARGEST_INDEX} spacings dt, came {t_end!r} / {dt!r}")
-        # Enough whole steps, but for what rounding adds.
-        count = math.ceil(spacings / row.spacings * (1 - 1e-12)) * row.spacings + 1
-    elif sampled:
-        count = len(arrays[sampled[0]])
-    else:
-        raise ValueError("t_end: expected the end of the interval, since no argument is an array of samples; came None")
-    require_memory(8 * count * len(values), f"{count} samples")
-    times = np.arange(count) * dt
-    for name, value in values.items():
-        if callable(value):
-            try:
-                values_there = value(times)
-            except TypeError as failure:
-                raise ValueError(
-                    f"{name}: expected a function of an array of times, came one that raises {failure!r} "
-                    f"(numpy.vectorize takes functions of one number)"
-                ) from failure
-            arrays[name] = real_array(name, values_there, finite)
-            if arrays[name].ndim > 0 and len(arrays[name]) != count:
-                raise ValueError(
-                    f"{name}: expected a function that returns its values at {count} times along the first axis, "
-                    f"came an array of shape {shape_text(arrays[name].shape)}"
-                )
-        if arrays[name].ndim == 0:
-            arrays[name] = np.full(count, arrays[name])
-    return {name: arrays[name] for name in values}
+    gathered = gather(dt, values, y0, row.spacings, t_end, true_or_false("kernel_ends", kernel_ends), finite)
+    _check_sizes(dt, gathered.N, gathered.D or 1, row, "a" in values)
+    return dt, gathered.spread(), gathered.D
 
 
 def _check_sizes(dt: float, N: int, D: int, row: Setting, differential: bool) -> None:
@@ -336,19 +291,7 @@ def _solve(problem: SampledProblem) -> Solution:
 
     if form in ("vie1", "vie2"):  # whose polynomials leave the last power out
         coefficients = coefficients[:, :count]
-    solution = Solution(out[: steps * setting.spacings + 1], setting.spacings * dt, coefficients, dt, setting)
-    if check_finite and not all_finite(solution.y):
-        warnings.warn(
-            f"the solution has left the range of numbers; errors may have grown from step to step under setting "
-            f"{setting}",
-            GrowthWarning,
-            stacklevel=4,
-        )
-    elif form == "vie1_continuous":
-        measured = setting.measured.get(form)
-        if measured is not None and not measured.stable:
-            warnings.warn(f"setting {setting}, continuous: {measured.note}", GrowthWarning, stacklevel=4)
-    return solution
+    return Solution(out[: steps * setting.spacings + 1], setting.spacings * dt, coefficients, dt, setting)
 
 
 def _refusal(status: int, problem: SampledProblem) -> Exception:
