@@ -17,7 +17,17 @@ from .block_solvers import (
 )
 from .ensembles import Ensemble, Failure, ensemble
 from .error_estimate import EstimatedSolution, with_error
-from .errors import GrowthWarning, QuentaError, SingularBlockError, SizeError, UnsupportedSettingError
+from .errors import (
+    DroppedSamplesWarning,
+    GrowthWarning,
+    IllPosedWarning,
+    QuentaError,
+    QuentaWarning,
+    SingularBlockError,
+    SizeError,
+    UnreadSamplesWarning,
+    UnsupportedSettingError,
+)
 from .native_library import release_memory
 from .recommendation import Recommendation, recommend
 from .sampled_solvers import solve_vide, solve_vie1, solve_vie2
@@ -28,17 +38,21 @@ __version__ = "0.1.0"
 
 __all__ = [
     "CarriedSolution",
+    "DroppedSamplesWarning",
     "Ensemble",
     "EstimatedSolution",
     "Failure",
     "GrowthWarning",
+    "IllPosedWarning",
     "Measurement",
     "QuentaError",
+    "QuentaWarning",
     "Recommendation",
     "Setting",
     "SingularBlockError",
     "SizeError",
     "Solution",
+    "UnreadSamplesWarning",
     "UnsupportedSettingError",
     "ensemble",
     "recommend",

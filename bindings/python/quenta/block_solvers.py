@@ -11,7 +11,17 @@ from typing import Any, NamedTuple, Optional, Union
 import numpy as np
 
 from . import native_library
-from .arguments import Array, address, all_finite, expect_shape, initial_value, real_array, real_number, shape_text
+from .arguments import (
+    Array,
+    address,
+    all_finite,
+    expect_shape,
+    initial_value,
+    real_array,
+    real_number,
+    shape_text,
+    true_or_false,
+)
 from .errors import SingularBlockError, SizeError
 from .native_library import LARGEST_INDEX, MOST_DIMENSIONS, MOST_POINTS, library
 
@@ -70,7 +80,7 @@ def solve_blocks_vie1_cont(
     """
     blocks = _Blocks(A, b, 1, check_finite)
     weights = blocks.array("w", w, (blocks.P,), "(P,)")
-    rho = real_number("rho", rho, check_finite)
+    rho = real_number("rho", rho, blocks.finite)
     return blocks.solve("function_solve_vie1_cont", (), (weights, rho, blocks.initial(y0)), True)
 
 
@@ -105,7 +115,7 @@ class _Blocks:
     """A and b, with the sizes that they have in common. A step has P slots, and `carried` more."""
 
     def __init__(self, A: Any, b: Any, carried: int, finite: bool) -> None:
-        self.finite = finite
+        self.finite = finite = true_or_false("check_finite", finite)
         self.others: dict[str, Array] = {}
         self.b = real_array("b", b, finite)
         if self.b.ndim not in (2, 3):

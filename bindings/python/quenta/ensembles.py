@@ -80,6 +80,8 @@ def ensemble(
 
     A member that raises is listed under `failures`, and warned of; the others go on. So do members whose process ended:
     Dask lets another process solve them; with an executor of `concurrent.futures`, which cannot, they are failures.
+
+    Returns an `Ensemble`. Raises `ValueError` for an argument that is wrong.
     """
     if not callable(solve):
         raise ValueError(f"solve: expected a function of one parameter, came {solve!r}")

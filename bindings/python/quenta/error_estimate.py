@@ -56,6 +56,9 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
     for two steps of the coarsest grid, 8 m * m + 1. On smooth problems the estimate is right within a factor of 3. It
     is not `trusted` if the error does not fall as the order of the setting demands, as with rough samples, or if the
     form amplifies errors from step to step.
+
+    Returns an `EstimatedSolution`. Raises the exceptions of the solver, and `SizeError` for too few samples; warns of
+    what the solver warns of.
     """
     try:
         prepare = PREPARATIONS[solve]

@@ -157,6 +157,9 @@ def _attach() -> None:
 
 
 def release_memory() -> None:
-    """Gives memory of finished solves that the process still holds back to the system, where that is possible."""
+    """Gives memory of finished solves that the process still holds back to the system, where that is possible.
+
+    Returns nothing, and raises nothing.
+    """
     enter_thread()
     library.quenta_gc_collect()

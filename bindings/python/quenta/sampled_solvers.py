@@ -43,19 +43,33 @@ def solve_vie1(
 
     g, K
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; numbers for constants, (D, D) for a constant matrix; or functions of an array of times, which are
-        sampled here.
+        system; constants, as a number, a vector (D,) for g or a matrix (D, D) for K; or functions of an array of times,
+        which are sampled here. In a system, a scalar K stands for that multiple of the identity, and a number g for
+        all components.
     setting
-        A pair (m, nodes) or one of `settings()`. Settings with the node 0 do not serve the first kind.
+        A pair (m, nodes), a text "m:nodes" such as "3:1,2,3", one of `settings()` or a `Recommendation`. Settings with
+        the node 0 do not serve the first kind.
     continuous
         Join the polynomials of adjacent steps, from y0 on: a number, or an array of shape (D,). With many settings
         errors then grow from step to step; this is warned of.
     t_end
-        Where no argument is an array: the time that the last step reaches.
+        Where no argument has samples: the solution covers 0 to t_end. The last step ends there if t_end is a multiple
+        of the step m * m * dt, otherwise after it; functions are sampled up to that end.
+    kernel_ends
+        K has fewer samples than g, and is zero after its last one.
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
 
-    The first kind is ill-posed: noise in g is differentiated.
+    The first kind is ill-posed: noise in g is differentiated. g(0) must be zero and K(0) must not, nor be small beside K
+    within the first step; `IllPosedWarning` tells of both.
+
+    The default setting (3, [1, 2, 3]) has a high order for smooth samples, and reads a third of those of g and of K.
+    Where the others contradict them, this is warned of; (1, [1]) reads every sample but the first of g.
+
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
+    solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
+    that are not read and contradict those that are (`UnreadSamplesWarning`), of samples past the last whole step
+    (`DroppedSamplesWarning`), and of errors that grow (`GrowthWarning`).
     """
     problem = prepare_vie1(g, K, dt, setting, continuous, y0, t_end, kernel_ends, check_finite)
     solution = problem.solve()
@@ -77,14 +91,26 @@ def solve_vie2(
 
     g, K
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; numbers for constants, (D, D) for a constant matrix; or functions of an array of times, which are
-        sampled here.
+        system; constants, as a number, a vector (D,) for g or a matrix (D, D) for K; or functions of an array of times,
+        which are sampled here. In a system, a scalar K stands for that multiple of the identity, and a number g for
+        all components.
     setting
-        A pair (m, nodes) or one of `settings()`.
+        A pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a `Recommendation`.
     t_end
-        Where no argument is an array: the time that the last step reaches.
+        Where no argument has samples: the solution covers 0 to t_end. The last step ends there if t_end is a multiple
+        of the step m * m * dt, otherwise after it; functions are sampled up to that end.
+    kernel_ends
+        K has fewer samples than g, and is zero after its last one.
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
+
+    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of those of g and of K.
+    Where the others contradict them, this is warned of; (1, [0, 1]) reads every sample.
+
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
+    solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
+    that are not read and contradict those that are (`UnreadSamplesWarning`), of samples past the last whole step
+    (`DroppedSamplesWarning`), and of a solution that is not finite (`GrowthWarning`).
     """
     problem = prepare_vie2(g, K, dt, setting, t_end, kernel_ends, check_finite)
     solution = problem.solve()
@@ -108,16 +134,28 @@ def solve_vide(
 
     g, K, a
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) for a scalar equation; (N, D), (N, D, D) and (N, D, D) for a
-        system; numbers for constants, (D, D) for a constant matrix; or functions of an array of times, which are
-        sampled here.
+        system; constants, as a number, a vector (D,) for g or a matrix (D, D) for K and a; or functions of an array of
+        times, which are sampled here. In a system, a scalar K or a stands for that multiple of the identity, and a
+        number g for all components.
     y0
         A number, or an array of shape (D,).
     setting
-        A pair (m, nodes) or one of `settings()`.
+        A pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a `Recommendation`.
     t_end
-        Where no argument is an array: the time that the last step reaches.
+        Where no argument has samples: the solution covers 0 to t_end. The last step ends there if t_end is a multiple
+        of the step m * m * dt, otherwise after it; functions are sampled up to that end.
+    kernel_ends
+        K has fewer samples than g, and is zero after its last one.
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
+
+    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of those of g, K and a.
+    Where the others contradict them, this is warned of; (1, [0, 1]) reads every sample.
+
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
+    solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
+    that are not read and contradict those that are (`UnreadSamplesWarning`), of samples past the last whole step
+    (`DroppedSamplesWarning`), and of a solution that is not finite (`GrowthWarning`).
     """
     problem = prepare_vide(g, K, a, y0, dt, setting, t_end, kernel_ends, check_finite)
     solution = problem.solve()

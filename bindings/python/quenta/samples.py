@@ -79,8 +79,11 @@ def gather(
     arrays = {name: _finite_array(name, value, finite) for name, value in values.items() if not callable(value)}
     if kernel_ends and ("K" not in arrays or arrays["K"].ndim not in (1, 3)):
         raise ValueError("kernel_ends: expected False, since K is not an array of samples; got True")
-    with_matrices = any(array.ndim > 1 for name, array in arrays.items() if name != "g")
-    constant_g = "g" in arrays and arrays["g"].ndim == 1 and (with_matrices or t_end is not None)
+    # A g of one dimension is a vector that does not change, if the other arguments belong to a system. Those that are
+    # functions tell later.
+    constant_g = "g" in arrays and arrays["g"].ndim == 1 and (
+        _has_matrices(arrays) or (t_end is not None and (_is_vector(y0) or any(map(callable, values.values()))))
+    )
     sampled = {
         name: len(array)
         for name, array in arrays.items()
@@ -92,29 +95,47 @@ def gather(
     for name, function in functions.items():
         arrays[name] = _sample(name, function, dt, count, len(functions) > 1, finite)
     arrays = {name: arrays[name] for name in values}
+    if constant_g and not _has_matrices(arrays) and not _is_vector(y0):
+        raise _needless_end("g", t_end)
     return Gathered(arrays, count, _dimension(arrays, constant_g, y0), kernel_ends)
 
 
+def _has_matrices(arrays: dict[str, Array]) -> bool:
+    return any(array.ndim > 1 for name, array in arrays.items() if name != "g")
+
+
+def _is_vector(y0: Any) -> bool:
+    try:
+        return np.ndim(y0) == 1
+    except Exception:  # it is no array of numbers, and refused later
+        return False
+
+
 def _dimension(arrays: dict[str, Array], constant_g: bool, y0: Any) -> Optional[int]:
-    g = arrays["g"]
-    matrices = [(name, array) for name, array in arrays.items() if name != "g" and array.ndim > 1]
-    if g.ndim > 2 or (g.ndim == 2 and g.shape[1] == 0):
+    shapes = {name: array.shape for name, array in arrays.items()}
+    g = shapes["g"]
+    if len(g) > 2 or (len(g) == 2 and g[1] == 0):
         raise ValueError(
             f"g: expected an array of shape (N,) for a scalar equation, or (N, D) for a system with D above 0; came "
-            f"{shape_text(g.shape)}"
+            f"{shape_text(g)}"
         )
-    if g.ndim == 2:
-        return g.shape[1]
-    name, shape = "g", g.shape
-    if matrices:
-        name, shape = matrices[0][0], matrices[0][1].shape
-    elif not constant_g:
-        if g.ndim > 0 or not isinstance(y0, (np.ndarray, list, tuple)) or np.ndim(y0) != 1:
-            return None
+    if len(g) == 2:
+        return g[1]
+    if _has_matrices(arrays):
+        name, shape = next((name, shape) for name, shape in shapes.items() if name != "g" and len(shape) > 1)
+    elif constant_g:
+        name, shape = "g", g
+    elif g == () and _is_vector(y0):
         name, shape = "y0", np.shape(y0)
+    else:
+        return None
     if shape[-1] == 0:
-        raise ValueError(f"{name}: expected a system with D above 0, got {shape_text(shape)}")
+        raise ValueError(f"{name}: expected a system with D above 0, got an array of shape {shape_text(shape)}")
     return shape[-1]
+
+
+def _needless_end(name: str, t_end: Any) -> ValueError:
+    return ValueError(f"t_end: expected None, since {name} has samples and tells the end; came {t_end!r}")
 
 
 def _count(dt: float, sampled: dict[str, int], spacings: int, t_end: Any) -> int:
@@ -122,7 +143,7 @@ def _count(dt: float, sampled: dict[str, int], spacings: int, t_end: Any) -> int
     if sampled:
         name, count = next(iter(sampled.items()))
         if t_end is not None:
-            raise ValueError(f"t_end: expected None, since {name} has samples and tells the end; came {t_end!r}")
+            raise _needless_end(name, t_end)
         return count
     if t_end is None:
         raise ValueError("t_end: expected the end of the interval, since no argument has samples; came None")

@@ -136,7 +136,7 @@ NODE_ADDRESSES = tuple(ctypes.addressof(nodes) for nodes in NODE_ARRAYS)
 
 
 def settings() -> list[Setting]:
-    """All 56 collocation settings, in the order of the library's table, with what was measured of them."""
+    """Returns all 56 collocation settings, in the order of the library's table, with what was measured of them."""
     return list(_SETTINGS)
 
 
@@ -159,11 +159,11 @@ def find_setting(setting: SettingLike) -> Setting:
     except (TypeError, ValueError):
         raise ValueError(
             f"setting: expected a pair (m, nodes) such as (2, [0, 1, 2]), a text such as '2:0,1,2', one of "
-            f"quenta.settings() or a quenta.Recommendation, got {setting!r}"
+            f"quenta.settings() or a quenta.Recommendation, came {setting!r}"
         ) from None
     if found is None:
         raise UnsupportedSettingError(
-            f"setting: expected m from 1 to 4 and ascending nodes out of 0 .. m, got ({m}, {list(nodes)})"
+            f"setting: expected m from 1 to 4 and ascending nodes out of 0 .. m, came ({m}, {list(nodes)})"
         )
     return found
 

@@ -18,7 +18,7 @@ if TYPE_CHECKING:
 
 
 def warn_of(problem: SampledProblem, solution: Solution, stacklevel: int) -> None:
-    """Warns of what makes the solution doubtful. `stacklevel` is that of a warning given by the caller itself."""
+    """Warns of what makes the solution doubtful. `stacklevel` counts from this function, as that of warnings.warn."""
 
     def warn(text: Optional[str], category: type[QuentaWarning]) -> None:
         if text is not None:

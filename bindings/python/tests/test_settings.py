@@ -68,7 +68,7 @@ def test_recommendations_heed_what_is_asked_for():
 
 
 def test_stiff_settings_stay_bounded_where_others_overflow():
-    g, K = np.ones(401), np.full(401, -1e5)
+    g, K = np.ones(433), np.full(433, -1e5)
     stiff = quenta.recommend("vie2", stiff=True).setting
     assert abs(quenta.solve_vie2(g, K, 0.01, setting=stiff).y[-50:]).max() < 1e-3
     with pytest.warns(quenta.GrowthWarning):
