@@ -62,11 +62,11 @@ def _converted(name: str, value: Any) -> Array:
         if array.dtype.kind == "O" and hasattr(value, "to_numpy"):  # a type of pandas that has a value for "missing"
             array = np.asarray(value.to_numpy(dtype=_DOUBLE, na_value=np.nan))
     except MemoryError:
-        raise SizeError(f"{name}: expected an array that fits into memory, got {_sketch(value)}") from None
+        raise SizeError(f"{name}: expected an array that fits into memory, got {sketch(value)}") from None
     except Exception as failure:  # from NumPy, or from what the value does to become an array
-        raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} ({failure})") from None
+        raise ValueError(f"{name}: expected an array of real numbers, came {sketch(value)} ({' '.join(str(failure).split())})") from None
     if array.dtype.kind not in "biuf":
-        raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} of dtype {array.dtype}")
+        raise ValueError(f"{name}: expected an array of real numbers, came {sketch(value)} of dtype {array.dtype}")
     require_memory(array.size * _DOUBLE.itemsize, f"a copy of {name}")
     with np.errstate(over="ignore"):
         return np.require(array, _DOUBLE, ["C", "A"])
@@ -78,7 +78,8 @@ def _not_finite(name: str, array: Array) -> ValueError:
     return ValueError(f"{name}: expected finite numbers, came {array[place]}{where} (check_finite=False lets it pass)")
 
 
-def _sketch(value: Any) -> str:
+def sketch(value: Any) -> str:
+    """A value in a few words, on one line, for a message."""
     try:
         text = " ".join(repr(value).split())
     except Exception:
@@ -96,7 +97,7 @@ def real_number(name: str, value: Any, finite: bool = True) -> float:
                 raise TypeError
             number = float(value)
         except Exception:  # also from what the value does to become a number
-            raise ValueError(f"{name}: expected a real number, came {_sketch(value)}") from None
+            raise ValueError(f"{name}: expected a real number, came {sketch(value)}") from None
     if finite and not math.isfinite(number):
         raise ValueError(f"{name}: expected a finite number, came {number}")
     return number
@@ -104,14 +105,14 @@ def real_number(name: str, value: Any, finite: bool = True) -> float:
 
 def true_or_false(name: str, value: Any) -> bool:
     if not isinstance(value, (bool, np.bool_)) and not (isinstance(value, int) and value in (0, 1)):
-        raise ValueError(f"{name}: expected True or False, got {_sketch(value)}")
+        raise ValueError(f"{name}: expected True or False, got {sketch(value)}")
     return bool(value)
 
 
 def one_of(name: str, value: Any, choices: tuple[str, ...]) -> str:
     if not isinstance(value, str) or value not in choices:
         *most, last = map(repr, choices)
-        raise ValueError(f"{name}: expected {', '.join(most)} or {last}, got {_sketch(value)}")
+        raise ValueError(f"{name}: expected {', '.join(most)} or {last}, got {sketch(value)}")
     return value
 
 
@@ -119,7 +120,7 @@ def whole_number(name: str, value: Any, least: int) -> int:
     try:
         number = operator.index(value)
     except TypeError:
-        raise ValueError(f"{name}: expected a whole number, came {_sketch(value)}") from None
+        raise ValueError(f"{name}: expected a whole number, came {sketch(value)}") from None
     if number < least:
         raise ValueError(f"{name}: expected a number from {least} on, came {number}")
     return number

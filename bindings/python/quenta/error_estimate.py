@@ -9,7 +9,7 @@ from typing import Any, Callable
 
 import numpy as np
 
-from .arguments import Array
+from .arguments import Array, sketch
 from .errors import SingularBlockError, SizeError
 from .sampled_solvers import PREPARATIONS, SampledProblem
 from .solution import Solution
@@ -63,7 +63,7 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
     try:
         prepare = PREPARATIONS[solve]
     except (KeyError, TypeError):
-        raise ValueError(f"solve: expected solve_vie1, solve_vie2 or solve_vide, came {solve!r}") from None
+        raise ValueError(f"solve: expected solve_vie1, solve_vie2 or solve_vide, came {sketch(solve)}") from None
     problem = prepare(**inspect.signature(solve).bind(*arguments, **keywords).arguments)
     least = 8 * problem.setting.spacings + 1
     if len(problem.g) < least:

@@ -14,7 +14,7 @@ from typing import Any, Callable, NamedTuple, Optional, Union
 import numpy as np
 
 from . import native_library
-from .arguments import Array, address, initial_value, positive_number, shape_text, true_or_false
+from .arguments import Array, address, initial_value, positive_number, shape_text, sketch, true_or_false
 from .errors import SingularBlockError, SizeError, UnsupportedSettingError
 from .machine_memory import SMALL, require_memory
 from .native_library import LARGEST_INDEX, library
@@ -212,7 +212,7 @@ def prepare_vie1(
     if continuous and y0 is None:
         raise ValueError("y0: expected a value to start from, since continuous was asked for; came None")
     if y0 is not None and not continuous:
-        raise ValueError(f"y0: expected None without continuous=True, which alone reads it; came {y0!r}")
+        raise ValueError(f"y0: expected None without continuous=True, which alone reads it; came {sketch(y0)}")
     dt, arrays, D = _sampled(dt, {"g": g, "K": K}, y0, row, t_end, kernel_ends, check_finite)
     initial = initial_value("y0", y0, D, check_finite) if continuous else (0.0 if D is None else np.zeros(D))
     return SampledProblem(
@@ -337,7 +337,7 @@ def _refusal(status: int, problem: SampledProblem) -> Exception:
         return SingularBlockError(
             f"the system of a step is singular under setting {problem.setting} and dt = {problem.dt:g}: "
             + (
-                "K is zero, or nearly, at the start"
+                "K is zero, or nearly, at the start; differentiate the equation"
                 if problem.form.startswith("vie1")
                 else "another dt or setting may serve"
             )

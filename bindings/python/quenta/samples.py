@@ -14,7 +14,7 @@ from typing import Any, Callable, NamedTuple, Optional
 
 import numpy as np
 
-from .arguments import Array, all_finite, expect_shape, positive_number, real_array, shape_text
+from .arguments import Array, all_finite, expect_shape, positive_number, real_array, shape_text, sketch
 from .errors import SizeError
 from .machine_memory import require_memory
 from .native_library import LARGEST_INDEX
@@ -135,7 +135,7 @@ def _dimension(arrays: dict[str, Array], constant_g: bool, y0: Any) -> Optional[
 
 
 def _needless_end(name: str, t_end: Any) -> ValueError:
-    return ValueError(f"t_end: expected None, since {name} has samples and tells the end; came {t_end!r}")
+    return ValueError(f"t_end: expected None, since {name} has samples and tells the end; came {sketch(t_end)}")
 
 
 def _count(dt: float, sampled: dict[str, int], spacings: int, t_end: Any) -> int:
@@ -168,7 +168,7 @@ def _sample(
         raise _singular(name, "a division by zero") from None
     except TypeError as failure:
         raise ValueError(
-            f"{name}: expected a function of an array of times, came one that raises {failure!r} "
+            f"{name}: expected a function of an array of times, came one that raises {sketch(failure)} "
             f"(numpy.vectorize takes functions of one number)"
         ) from failure
     array = _finite_array(name, values, finite)

@@ -10,6 +10,7 @@ from dataclasses import dataclass, field
 from typing import Any, Optional, Protocol, Sequence, Union
 
 from . import native_library
+from .arguments import sketch
 from .errors import UnsupportedSettingError
 
 #: The forms of the sampled solvers, as measurements are listed under.
@@ -159,7 +160,7 @@ def find_setting(setting: SettingLike) -> Setting:
     except (TypeError, ValueError):
         raise ValueError(
             f"setting: expected a pair (m, nodes) such as (2, [0, 1, 2]), a text such as '2:0,1,2', one of "
-            f"quenta.settings() or a quenta.Recommendation, came {setting!r}"
+            f"quenta.settings() or a quenta.Recommendation, came {sketch(setting)}"
         ) from None
     if found is None:
         raise UnsupportedSettingError(
