@@ -76,6 +76,10 @@ def gather(
     dt: float, values: dict[str, Samples], y0: Any, spacings: int, t_end: Any, kernel_ends: bool, finite: bool
 ) -> Gathered:
     """g, K and a with the number of samples and the dimension; functions are sampled. A step has so many spacings."""
+    if t_end is None and not kernel_ends:
+        ready = _gather_arrays(values, finite)
+        if ready is not None:
+            return ready
     arrays = {name: _finite_array(name, value, finite) for name, value in values.items() if not callable(value)}
     if kernel_ends and ("K" not in arrays or arrays["K"].ndim not in (1, 3)):
         raise ValueError("kernel_ends: expected False, since K is not an array of samples; got True")
@@ -98,6 +102,20 @@ def gather(
     if constant_g and not _has_matrices(arrays) and not _is_vector(y0):
         raise _needless_end("g", t_end)
     return Gathered(arrays, count, _dimension(arrays, constant_g, y0), kernel_ends)
+
+
+def _gather_arrays(values: dict[str, Samples], finite: bool) -> Optional[Gathered]:
+    """The arguments themselves, if all are arrays of samples that fit together."""
+    g = values["g"]
+    shape: tuple[int, ...] = getattr(g, "shape", ())
+    if type(g) is not np.ndarray or not (len(shape) == 1 or (len(shape) == 2 and shape[1] > 0)):
+        return None
+    of_others = shape + shape[1:]
+    for name, value in values.items():
+        if type(value) is not np.ndarray or (name != "g" and value.shape != of_others):
+            return None
+    arrays = {name: _finite_array(name, value, finite) for name, value in values.items()}
+    return Gathered(arrays, shape[0], shape[1] if len(shape) == 2 else None, False)
 
 
 def _has_matrices(arrays: dict[str, Array]) -> bool:

@@ -6,6 +6,8 @@ import math
 import warnings
 from typing import TYPE_CHECKING, Optional
 
+import numpy as np
+
 from . import first_kind_start
 from .arguments import all_finite
 from .errors import DroppedSamplesWarning, GrowthWarning, IllPosedWarning, QuentaWarning, UnreadSamplesWarning
@@ -25,12 +27,13 @@ def warn_of(problem: SampledProblem, solution: Solution, stacklevel: int) -> Non
             warnings.warn(text, category, stacklevel + 1)
 
     warn(_of_dropped_samples(problem, solution), DroppedSamplesWarning)
-    for name, samples in (("g", problem.g), ("K", problem.K), ("a", problem.a)):
-        if samples is not None:
-            warn(_of_unread_samples(name, samples, problem), UnreadSamplesWarning)
-    if problem.form.startswith("vie1"):
-        warn(first_kind_start.fault_of_kernel(problem), IllPosedWarning)
-        warn(first_kind_start.fault_of_forcing(problem, solution), IllPosedWarning)
+    with np.errstate(all="ignore"):
+        for name, samples in (("g", problem.g), ("K", problem.K), ("a", problem.a)):
+            if samples is not None:
+                warn(_of_unread_samples(name, samples, problem), UnreadSamplesWarning)
+        if problem.form.startswith("vie1"):
+            warn(first_kind_start.fault_of_kernel(problem), IllPosedWarning)
+            warn(first_kind_start.fault_of_forcing(problem, solution), IllPosedWarning)
     warn(_of_growth(problem, solution), GrowthWarning)
 
 

@@ -58,34 +58,35 @@ def read_samples(setting: Setting, of_kernel: bool, steps: int) -> list[int]:
 
 
 def find_disagreement(samples: Array, of_kernel: bool, setting: Setting) -> Optional[Disagreement]:
-    """The worst sample that contradicts those that are read, if any does. Samples stand along the first axis."""
+    """The worst sample that contradicts those that are read, if any does. Samples stand along the first axis.
+
+    Floating-point errors are ignored by the caller.
+    """
     if setting.m == 1 and setting.count == 2:  # every sample is read
         return None
     steps = (len(samples) - 1) // setting.spacings
     count = steps * setting.spacings + 1
-    long = count > _FEW_SAMPLES
-    stencils = _stencils(setting, of_kernel, _BOTH_ENDS if long else steps)
-    if not long and samples.ndim == 1 and stencils.agrees(samples[:count]):
+    values = samples[:count]
+    usual = _stencils(setting, of_kernel, min(steps, _BOTH_ENDS))
+    if _are_smooth(values, usual.smooth):
         return None
-    with np.errstate(all="ignore"):
-        values = samples[:count].reshape(count, -1)
-        low, high = values.min(axis=0), values.max(axis=0)
-        worst = _Worst(high - low, ROUNDING * max(high.max(), -low.min()))
-        if long:
-            stencils.compare_long(values, worst)
-        else:
-            stencils.compare(values, worst)
-        finite = math.isfinite(float(worst.range.sum()))
-    if not finite:
-        return _find_not_finite(samples[:count], read_samples(setting, of_kernel, steps), stencils)
+    values = values.reshape(count, -1)
+    low, high = values.min(axis=0), values.max(axis=0)
+    worst = _Worst(high - low, ROUNDING * max(high.max(), -low.min()))
+    if count > _FEW_SAMPLES:
+        usual.compare_long(values, worst)
+    else:
+        _stencils(setting, of_kernel, steps).compare(values, worst)
+    if not math.isfinite(float(worst.range.sum())):
+        return _find_not_finite(samples[:count], read_samples(setting, of_kernel, steps))
     if worst.place is None:
         return None
     row, component = worst.place
     place = (row, *map(int, np.unravel_index(component, samples.shape[1:])))
-    return Disagreement(stencils.count_unread(steps), count, place, worst.fraction)
+    return Disagreement(usual.count_unread(steps), count, place, worst.fraction)
 
 
-def _find_not_finite(samples: Array, read: list[int], stencils: _Stencils) -> Optional[Disagreement]:
+def _find_not_finite(samples: Array, read: list[int]) -> Optional[Disagreement]:
     lost = ~np.isfinite(samples)
     lost[read] = False
     if not lost.any():
@@ -97,6 +98,26 @@ def _find_not_finite(samples: Array, read: list[int], stencils: _Stencils) -> Op
 def _surely_within(values: Array, bound: float) -> bool:
     """Whether no value is larger than the bound, as far as the sum of their squares tells. It is quick to get."""
     return 1e-300 < bound * bound < math.inf and bool(np.vdot(values, values) <= bound * bound)
+
+
+def _are_smooth(samples: Array, bound: float) -> bool:
+    """Whether all fourth differences are below this part of the range, and so no sample contradicts others.
+
+    It is quick to see, for most samples. The first and the last one stand for the range.
+    """
+    if bound == 0.0:  # too few samples are read
+        return False
+    differences = samples
+    for _ in range(4):
+        differences = differences[1:] - differences[:-1]
+    if samples.ndim == 1:
+        largest = abs(float(samples[-1]) - float(samples[0])) * bound
+        # The sum of squares is quick to get, and nowhere near the limits of numbers here.
+        if 1e-140 < largest < 1e140:
+            return bool(np.vdot(differences, differences) <= largest * largest)
+        return not differences.any() and float(samples[0]) == float(samples[-1])
+    scale = abs(samples[-1] - samples[0]) * bound
+    return bool((abs(differences).max(axis=0, initial=0.0) <= scale).all())
 
 
 class _Worst:
@@ -151,9 +172,17 @@ class _Stencils:
         self.lebesgue = abs(weights).sum(axis=1)
         self.places = np.column_stack([nearest, self.unread])
         self.weights = np.column_stack([weights, -np.ones(len(weights))]) / self.lebesgue[:, np.newaxis]
-        self.rounding = ROUNDING / float(self.lebesgue.max())
+        self.smooth = TOLERANCE / self._largest_sum() if len(read) >= _WIDTH else 0.0
         if steps == _BOTH_ENDS:
             self._find_groups(read, nearest, weights)
+
+    def _largest_sum(self) -> float:
+        """The largest residual of samples whose fourth differences are at most 1: by summation by parts."""
+        functionals = np.zeros((len(self.unread), self.steps * self.spacings + 1))
+        np.put_along_axis(functionals, self.places, self.weights, axis=1)
+        for _ in range(4):
+            functionals = np.cumsum(functionals, axis=1)
+        return float(abs(functionals).sum(axis=1).max())
 
     def _find_groups(self, read: Indices, nearest: Indices, weights: Array) -> None:
         begin = _ENDS * self.spacings
@@ -181,12 +210,6 @@ class _Stencils:
         """How many samples of so many steps are not read."""
         in_step = np.count_nonzero((self.unread > self.spacings) & (self.unread <= 2 * self.spacings))
         return len(self.unread) + (steps - self.steps) * in_step
-
-    def agrees(self, values: Array) -> bool:
-        """Whether a single component can be seen to agree without more ado: otherwise it has to be compared."""
-        first = float(values[0])
-        bound = max(TOLERANCE * abs(float(values[-1]) - first), self.rounding * abs(first))
-        return _surely_within(np.einsum("ij,ij->i", values[self.places], self.weights), bound) or not values.any()
 
     def compare(self, values: Array, worst: _Worst, rows: slice = slice(None), added: int = 0) -> None:
         """Compares the samples of some rows, which come so much later than in so few steps."""
