@@ -30,7 +30,10 @@ _SPIKE = 0.01
 
 def fault_of_kernel(problem: SampledProblem) -> Optional[str]:
     """What there is to say of K(0), if anything."""
-    first_step = _matrices(problem.K[: problem.setting.spacings + 1])
+    samples = problem.K[: problem.setting.spacings + 1]
+    if problem.D is None and float(abs(samples).max()) < _LARGER * abs(float(samples[0])):
+        return None
+    first_step = _matrices(samples)
     if not np.isfinite(first_step).all():
         return None
     larger = _largest_ratio(first_step)
@@ -62,6 +65,8 @@ def fault_of_kernel(problem: SampledProblem) -> Optional[str]:
 def fault_of_forcing(problem: SampledProblem, solution: Solution) -> Optional[str]:
     """What there is to say of g(0), if anything."""
     g, spacings = problem.g, problem.setting.spacings
+    if problem.D is None and float(g[0]) == 0.0:
+        return None
     start = np.atleast_1d(g[0])
     if not start.any() or not np.isfinite(start).all():
         return None

@@ -1,7 +1,9 @@
 """What is passed as g, K and a: constants, functions of time, systems, kernels that end, arrays of other packages."""
 
 import math
+import pickle
 import warnings
+from concurrent.futures import ProcessPoolExecutor
 
 import numpy as np
 import pytest
@@ -217,3 +219,27 @@ def test_help_shows_every_field_and_every_function_says_what_it_returns_and_rais
 def test_warnings_have_one_base():
     for name in ("GrowthWarning", "UnreadSamplesWarning", "DroppedSamplesWarning", "IllPosedWarning"):
         assert issubclass(getattr(quenta, name), quenta.QuentaWarning) and issubclass(quenta.QuentaWarning, UserWarning)
+
+
+def test_exceptions_and_warnings_travel_between_processes():
+    for name in quenta.__all__:
+        kind = getattr(quenta, name)
+        if isinstance(kind, type) and issubclass(kind, Exception):
+            copy = pickle.loads(pickle.dumps(kind("what was wrong")))
+            assert type(copy) is kind and str(copy) == "what was wrong"
+
+
+def impulse(place):
+    g = np.zeros(101)
+    g[place] = 1.0
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        return float(quenta.solve_vie2(g, np.ones(101), 0.05).y[-1])
+
+
+def test_warnings_that_are_errors_come_back_from_other_processes():
+    with ProcessPoolExecutor(1) as executor, warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        found = quenta.ensemble(impulse, [37, 53], executor=executor)
+    assert [failure.index for failure in found.failures] == [0, 1]
+    assert found.failures[0].error.startswith("UnreadSamplesWarning: g: setting (2, [0, 1, 2]) does not read 50 of 101")
