@@ -196,7 +196,8 @@ def _sample(
             f"came an array of shape {shape_text(array.shape)}"
         )
     # Functions may return the same memory, each its own values.
-    return array.copy() if several and array is values else array
+    shared = several and isinstance(values, np.ndarray) and np.may_share_memory(array, values)
+    return array.copy() if shared else array
 
 
 def _finite_array(name: str, value: Any, finite: bool) -> Array:

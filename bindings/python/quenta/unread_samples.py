@@ -34,7 +34,7 @@ _WIDTH = 4  # samples that are read around one that is not
 # Stencils repeat in every step except in the first and the last few. Both ends are seen in so many steps.
 _ENDS, _BOTH_ENDS = 4, 9
 _FEW_SAMPLES = 1000  # for so many, all stencils are kept
-_PERIODS = 4096  # that are compared at a time, divided by the number of components
+_AT_ONCE = 2**14  # samples, so that what is made of them stays small
 
 
 class Disagreement(NamedTuple):
@@ -107,17 +107,20 @@ def _are_smooth(samples: Array, bound: float) -> bool:
     """
     if bound == 0.0:  # too few samples are read
         return False
-    differences = samples
-    for _ in range(4):
-        differences = differences[1:] - differences[:-1]
-    if samples.ndim == 1:
-        largest = abs(float(samples[-1]) - float(samples[0])) * bound
-        # The sum of squares is quick to get, and nowhere near the limits of numbers here.
-        if 1e-140 < largest < 1e140:
-            return bool(np.vdot(differences, differences) <= largest * largest)
-        return not differences.any() and float(samples[0]) == float(samples[-1])
     scale = abs(samples[-1] - samples[0]) * bound
-    return bool((abs(differences).max(axis=0, initial=0.0) <= scale).all())
+    at_once = max(_AT_ONCE // samples[0].size, 1)
+    for begin in range(0, len(samples) - 4, at_once):
+        differences = samples[begin : begin + at_once + 4]
+        for _ in range(4):
+            differences = differences[1:] - differences[:-1]
+        if samples.ndim == 1 and 1e-140 < scale < 1e140:
+            # The sum of squares is quick to get, and nowhere near the limits of numbers here.
+            within = np.vdot(differences, differences) <= scale * scale
+        else:
+            within = (abs(differences).max(axis=0) <= scale).all()
+        if not within:
+            return False
+    return True
 
 
 class _Worst:
@@ -222,7 +225,7 @@ class _Stencils:
         self.compare(values, worst, self.early)
         self.compare(values, worst, self.late, len(values) - 1 - self.steps * self.spacings)
         periods = (len(values) - 1 - 2 * begin) // self.period
-        at_once = max(_PERIODS // values.shape[1], 1)
+        at_once = max(_AT_ONCE // (self.period * values.shape[1]), 1)
         for first in range(0, periods, at_once):
             self._compare_periods(values, begin + first * self.period, min(at_once, periods - first), worst)
 

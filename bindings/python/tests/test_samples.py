@@ -35,7 +35,19 @@ def test_functions_that_work_in_place_do_not_disturb_each_other():
 def test_functions_that_return_the_same_memory():
     memory = np.empty(101)
     found = quenta.solve_vie2(lambda t: np.cos(t, out=memory), lambda t: np.sin(t, out=memory), 0.05, t_end=5)
-    same(found, quenta.solve_vie2(np.cos, np.sin, 0.05, t_end=5))
+    expected = quenta.solve_vie2(np.cos, np.sin, 0.05, t_end=5)
+    same(found, expected)
+    view = memory.view(np.recarray)
+
+    def cosine(t):
+        np.cos(t, out=memory)
+        return view
+
+    def sine(t):
+        np.sin(t, out=memory)
+        return view
+
+    same(quenta.solve_vie2(cosine, sine, 0.05, t_end=5), expected)
 
 
 def test_a_function_that_is_infinite_at_zero():
