@@ -178,7 +178,7 @@ def main(arguments: list[str]) -> int:
     if arguments not in ([], ["--check"]):
         print(__doc__, file=sys.stderr)
         return 2
-    warnings.simplefilter("ignore", quenta.GrowthWarning)
+    warnings.simplefilter("ignore", quenta.QuentaWarning)
     measured = {}
     with np.errstate(all="ignore"):
         for setting in quenta.settings():

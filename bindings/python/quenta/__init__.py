@@ -18,11 +18,15 @@ from .block_solvers import (
 from .ensembles import Ensemble, Failure, ensemble
 from .error_estimate import EstimatedSolution, with_error
 from .errors import (
+    DroppedSamplesWarning,
     EnsembleInterrupt,
     GrowthWarning,
+    IllPosedWarning,
     QuentaError,
+    QuentaWarning,
     SingularBlockError,
     SizeError,
+    UnreadSamplesWarning,
     UnsupportedSettingError,
 )
 from .native_library import release_memory
@@ -35,18 +39,22 @@ __version__ = "0.1.0"
 
 __all__ = [
     "CarriedSolution",
+    "DroppedSamplesWarning",
     "Ensemble",
     "EnsembleInterrupt",
     "EstimatedSolution",
     "Failure",
     "GrowthWarning",
+    "IllPosedWarning",
     "Measurement",
     "QuentaError",
+    "QuentaWarning",
     "Recommendation",
     "Setting",
     "SingularBlockError",
     "SizeError",
     "Solution",
+    "UnreadSamplesWarning",
     "UnsupportedSettingError",
     "ensemble",
     "recommend",

@@ -68,15 +68,18 @@ def address(array: Array) -> int:
 
 def _converted(name: str, value: Any) -> Array:
     if isinstance(value, np.ma.MaskedArray) and np.ma.getmaskarray(value).any():  # type: ignore[no-untyped-call]
-        raise ValueError(f"{name}: expected numbers everywhere, came an array with masked elements")
+        raise ValueError(f"{name}: expected numbers everywhere, got an array with masked elements")
     try:
         array = np.asarray(value)
-    except ValueError as failure:
-        raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} ({failure})") from None
+        if array.dtype.kind == "O" and hasattr(value, "to_numpy"):  # a type of pandas that has a value for "missing"
+            array = np.asarray(value.to_numpy(dtype=_DOUBLE, na_value=np.nan))
     except MemoryError as failure:
         raise refusal(0, f"{name} as an array") from failure
+    except Exception as failure:  # from NumPy, or from what the value does to become an array
+        reason = " ".join(str(failure).split())
+        raise ValueError(f"{name}: expected an array of real numbers, got {sketch(value)} ({reason})") from None
     if array.dtype.kind not in "biuf":
-        raise ValueError(f"{name}: expected an array of real numbers, came {_sketch(value)} of dtype {array.dtype}")
+        raise ValueError(f"{name}: expected an array of real numbers, got {sketch(value)} of dtype {array.dtype}")
     with reserve(size_of_copy(array), f"a copy of {name}"), np.errstate(over="ignore"):
         return contiguous(array)
 
@@ -102,11 +105,15 @@ def _not_finite(name: str, array: Array) -> ValueError:
     index = first + int(np.argmin(np.isfinite(flat[first : first + _PART])))
     place = tuple(int(i) for i in np.unravel_index(index, array.shape))
     where = f" at index {place[0] if len(place) == 1 else place}" if place else ""
-    return ValueError(f"{name}: expected finite numbers, came {array[place]}{where} (check_finite=False lets it pass)")
+    return ValueError(f"{name}: expected finite numbers, got {array[place]}{where} (check_finite=False lets it pass)")
 
 
-def _sketch(value: Any) -> str:
-    text = repr(value)
+def sketch(value: Any) -> str:
+    """A value in a few words, on one line, for a message."""
+    try:
+        text = " ".join(repr(value).split())
+    except Exception:
+        text = f"an object of type {type(value).__name__} that cannot be shown"
     return text if len(text) <= 60 else f"{text[:50]} ... ({type(value).__name__})"
 
 
@@ -116,37 +123,50 @@ def real_number(name: str, value: Any, finite: bool = True) -> float:
         number = value
     else:
         try:
-            if isinstance(value, (str, bytes)) or np.ndim(value) != 0:
+            if isinstance(value, (str, bytes)) or np.ndim(value) != 0 or np.iscomplexobj(value):
                 raise TypeError
             number = float(value)
-        except (TypeError, ValueError, OverflowError):
-            raise ValueError(f"{name}: expected a real number, came {_sketch(value)}") from None
+        except Exception:  # also from what the value does to become a number
+            raise ValueError(f"{name}: expected a real number, got {sketch(value)}") from None
     if finite and not math.isfinite(number):
-        raise ValueError(f"{name}: expected a finite number, came {number}")
+        raise ValueError(f"{name}: expected a finite number, got {number}")
     return number
+
+
+def true_or_false(name: str, value: Any) -> bool:
+    if not isinstance(value, (bool, np.bool_)) and not (isinstance(value, int) and value in (0, 1)):
+        raise ValueError(f"{name}: expected True or False, got {sketch(value)}")
+    return bool(value)
+
+
+def one_of(name: str, value: Any, choices: tuple[str, ...]) -> str:
+    if not isinstance(value, str) or value not in choices:
+        *most, last = map(repr, choices)
+        raise ValueError(f"{name}: expected {', '.join(most)} or {last}, got {sketch(value)}")
+    return value
 
 
 def whole_number(name: str, value: Any, least: int) -> int:
     try:
         number = operator.index(value)
     except TypeError:
-        raise ValueError(f"{name}: expected a whole number, came {_sketch(value)}") from None
+        raise ValueError(f"{name}: expected a whole number, got {sketch(value)}") from None
     if number < least:
-        raise ValueError(f"{name}: expected a number from {least} on, came {number}")
+        raise ValueError(f"{name}: expected a number from {least} on, got {number}")
     return number
 
 
 def positive_number(name: str, value: Any) -> float:
     number = real_number(name, value)
     if number <= 0:
-        raise ValueError(f"{name}: expected a number above 0, came {number}")
+        raise ValueError(f"{name}: expected a number above 0, got {number}")
     return number
 
 
 def expect_shape(name: str, array: Array, shape: tuple[int, ...], meaning: Optional[str] = None) -> None:
     if array.shape != shape:
         text = shape_text(shape) + (f", that is {meaning}," if meaning else "")
-        raise ValueError(f"{name}: expected an array of shape {text} came {shape_text(array.shape)}")
+        raise ValueError(f"{name}: expected an array of shape {text} got {shape_text(array.shape)}")
 
 
 def initial_value(name: str, value: Any, dimension: Optional[int], finite: bool) -> Union[float, Array]:

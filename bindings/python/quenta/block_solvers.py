@@ -12,7 +12,17 @@ from typing import Any, NamedTuple, Optional, Union
 import numpy as np
 
 from . import native_library
-from .arguments import Array, address, all_finite, expect_shape, initial_value, real_array, real_number, shape_text
+from .arguments import (
+    Array,
+    address,
+    all_finite,
+    expect_shape,
+    initial_value,
+    real_array,
+    real_number,
+    shape_text,
+    true_or_false,
+)
 from .errors import GrowthWarning, SingularBlockError, SizeError
 from .interruptible import call
 from .memory_account import reserve
@@ -79,7 +89,7 @@ def solve_blocks_vie1_cont(
     """
     blocks = _Blocks(A, b, 1, check_finite)
     weights = blocks.array("w", w, (blocks.P,), "(P,)")
-    rho = real_number("rho", rho, check_finite)
+    rho = real_number("rho", rho, blocks.finite)
     return blocks.solve("function_solve_vie1_cont", (), (weights, rho, blocks.initial(y0)), True)
 
 
@@ -115,19 +125,19 @@ class _Blocks:
     """A and b, with the sizes that they have in common. A step has P slots, and `carried` more."""
 
     def __init__(self, A: Any, b: Any, carried: int, finite: bool) -> None:
-        self.finite = finite
+        self.finite = finite = true_or_false("check_finite", finite)
         self.others: dict[str, Array] = {}
         self.b = real_array("b", b, finite)
         if self.b.ndim not in (2, 3):
             raise ValueError(
-                f"b: expected an array of shape (N, P) for a scalar or (N, P, D) for vectors, came "
+                f"b: expected an array of shape (N, P) for a scalar or (N, P, D) for vectors, got "
                 f"{shape_text(self.b.shape)}"
             )
         self.N, self.P = self.b.shape[:2]
         self.D: Optional[int] = self.b.shape[2] if self.b.ndim == 3 else None
         for name, size, most in (("N", self.N, LARGEST_INDEX), ("P", self.P, MOST_POINTS), ("D", self.D, MOST_DIMENSIONS)):
             if size is not None and not 1 <= size <= most:
-                raise SizeError(f"b: expected {name} from 1 to {most}, came {size} in the shape {shape_text(self.b.shape)}")
+                raise SizeError(f"b: expected {name} from 1 to {most}, got {size} in the shape {shape_text(self.b.shape)}")
         # Infinities and NaN may stand where A is not read. Where it is read they show in the result.
         self.A = real_array("A", A, finite=False)
         shape = (self.N, self.P, self.N, self.P + carried) + (() if self.D is None else (self.D, self.D))
@@ -180,6 +190,6 @@ class _Blocks:
             if not all_finite(read):
                 i, *rest = (int(place) for place in np.argwhere(~np.isfinite(read))[0])
                 raise ValueError(
-                    f"A: expected finite numbers where it is read, came {self.A[(n, i, *rest)]} at index "
+                    f"A: expected finite numbers where it is read, got {self.A[(n, i, *rest)]} at index "
                     f"{(n, i, *rest)} (check_finite=False lets it pass)"
                 )

@@ -25,7 +25,7 @@ class Origin(NamedTuple):
 
 
 class Outcome(NamedTuple):
-    """What came of a member. Exceptions come as text, which travels between processes whatever they are."""
+    """What became of a member. Exceptions come as text, which travels between processes whatever they are."""
 
     number: int
     value: Any

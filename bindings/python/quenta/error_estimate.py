@@ -9,7 +9,7 @@ from typing import Any, Callable
 
 import numpy as np
 
-from .arguments import Array
+from .arguments import Array, sketch
 from .backward_differences import LEAST, ORDER, solve_all_samples
 from .errors import SingularBlockError, SizeError
 from .sampled_solvers import PREPARATIONS, SampledProblem
@@ -88,7 +88,7 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
     try:
         prepare = PREPARATIONS[solve]
     except (KeyError, TypeError):
-        raise ValueError(f"solve: expected solve_vie1, solve_vie2 or solve_vide, got {solve!r}") from None
+        raise ValueError(f"solve: expected solve_vie1, solve_vie2 or solve_vide, got {sketch(solve)}") from None
     problem = prepare(**inspect.signature(solve).bind(*arguments, **keywords).arguments)
     if len(problem.g) < _FEWEST:
         raise SizeError(f"g: expected at least {_FEWEST} samples for an estimate, got {len(problem.g)}")

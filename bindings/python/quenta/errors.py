@@ -1,6 +1,6 @@
-"""The exceptions and the warning of this package.
+"""The exceptions and the warnings of this package.
 
-An argument that is wrong in itself raises `ValueError`, which names it and says what was expected and what came.
+An argument that is wrong in itself raises `ValueError`, which names it and says what was expected and what was given.
 """
 
 from __future__ import annotations
@@ -60,5 +60,21 @@ class EnsembleInterrupt(KeyboardInterrupt):
         return f"{solved} of {count} members were solved before the interruption, and are in the attribute ensemble"
 
 
-class GrowthWarning(UserWarning):
+class QuentaWarning(UserWarning):
+    """What the warnings of this package have in common. They come before the solution is returned."""
+
+
+class GrowthWarning(QuentaWarning):
     """The setting amplifies errors from step to step, or the solution has left the range of numbers."""
+
+
+class UnreadSamplesWarning(QuentaWarning):
+    """Samples that the setting does not read contradict those that it reads, or are not finite."""
+
+
+class DroppedSamplesWarning(QuentaWarning):
+    """The samples do not end with a whole step: those past the last one are not used."""
+
+
+class IllPosedWarning(QuentaWarning):
+    """An equation of the first kind with K(0) zero or nearly, or with g(0) not zero."""

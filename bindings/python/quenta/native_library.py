@@ -148,7 +148,7 @@ def _attach() -> None:
     stack = _stack_size()
     if stack is not None and stack < LEAST_STACK:
         raise SizeError(
-            f"threading.stack_size: expected at least {LEAST_STACK} bytes for a thread that solves, came {stack}"
+            f"threading.stack_size: expected at least {LEAST_STACK} bytes for a thread that solves, got {stack}"
         )
     with _attachment:
         # A request without nodes: the library notes the thread, refuses, and reads nothing.
@@ -157,6 +157,9 @@ def _attach() -> None:
 
 
 def release_memory() -> None:
-    """Gives memory of finished solves that the process still holds back to the system, where that is possible."""
+    """Gives memory of finished solves that the process still holds back to the system, where that is possible.
+
+    Returns nothing, and raises nothing.
+    """
     enter_thread()
     library.quenta_gc_collect()

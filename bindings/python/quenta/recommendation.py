@@ -5,7 +5,7 @@ from __future__ import annotations
 from dataclasses import dataclass
 from typing import Optional
 
-from .arguments import whole_number
+from .arguments import one_of, true_or_false, whole_number
 from .errors import SizeError
 from .setting_table import KINKED_SAMPLES, Measurement, Setting, settings
 
@@ -47,10 +47,11 @@ def recommend(
     samples of a few oscillations. With m = 1 every sample is read; other settings read a part of them, which `reason`
     states, and need samples without noise.
 
-    Raises `ValueError` for an argument that is wrong, and `SizeError`, which is one, for fewer than 9 samples.
+    Returns a `Recommendation`. Raises `ValueError` for an argument that is wrong, and `SizeError`, which is one, for
+    fewer than 9 samples.
     """
-    if kind not in ("vie1", "vie2", "vide"):
-        raise ValueError(f"kind: expected 'vie1', 'vie2' or 'vide', got {kind!r}")
+    one_of("kind", kind, ("vie1", "vie2", "vide"))
+    stiff, continuous = true_or_false("stiff", stiff), true_or_false("continuous", continuous)
     smoothness = whole_number("smoothness", smoothness, 0)
     count = KINKED_SAMPLES[-1] if samples is None else whole_number("samples", samples, 0)
     if stiff and kind == "vie1":

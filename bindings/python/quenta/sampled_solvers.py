@@ -14,28 +14,16 @@ from typing import Any, Callable, NamedTuple, Optional, Union
 import numpy as np
 
 from . import native_library
-from .arguments import (
-    Array,
-    address,
-    contiguous,
-    expect_shape,
-    initial_value,
-    positive_number,
-    real_array,
-    shape_text,
-)
+from .arguments import Array, address, initial_value, positive_number, shape_text, sketch, true_or_false
 from .errors import SingularBlockError, SizeError, UnsupportedSettingError
 from .interruptible import call
-from .memory_account import NOTHING, refusal, reserve
+from .memory_account import NOTHING, reserve
 from .native_library import LARGEST_INDEX, library
+from .samples import Samples, gather
 from .setting_table import NODE_ADDRESSES, Setting, SettingLike, find_setting
 from .solution import Solution
 from .solution_warnings import warn_of
-from .solve_memory import require_samples, reserve_copies, reserve_function_values, reserve_solve, solve_seconds
-
-#: Samples of a function of time: an array, a number for a constant, or a function that is sampled here. A function
-#: receives the array of all times and returns the array of its values there, the times along the first axis.
-Samples = Any
+from .solve_memory import reserve_solve, solve_seconds
 
 DEFAULT_SETTING: SettingLike = (2, (0, 1, 2))
 DEFAULT_FIRST_KIND_SETTING: SettingLike = (3, (1, 2, 3))
@@ -50,27 +38,42 @@ def solve_vie1(
     continuous: bool = False,
     y0: Any = None,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
     """Solves integral from 0 to t of K(t - s) y(s) ds = g(t), the equation of the first kind.
 
     g, K
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; numbers for constants, (D, D) for a constant matrix; or functions of an array of times, which are
-        sampled here.
+        system; constants, as a number, a vector (D,) for g or a matrix (D, D) for K; or functions of an array of times,
+        which are sampled here. In a system, a scalar K stands for that multiple of the identity, and a number g for
+        all components.
     setting
-        A pair (m, nodes) or one of `settings()`. Settings with the node 0 do not serve the first kind.
+        A pair (m, nodes), a text "m:nodes" such as "3:1,2,3", one of `settings()` or a `Recommendation`. Settings with
+        the node 0 do not serve the first kind.
     continuous
         Join the polynomials of adjacent steps, from y0 on: a number, or an array of shape (D,). With many settings
         errors then grow from step to step; this is warned of.
     t_end
-        Where no argument is an array: the time that the last step reaches.
+        Where no argument has samples: the solution covers 0 to t_end. The last step ends there if t_end is a multiple
+        of the step m * m * dt, otherwise after it; functions are sampled up to that end.
+    kernel_ends
+        K has fewer samples than g, and is zero after its last one.
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
 
-    The first kind is ill-posed: noise in g is differentiated.
+    The first kind is ill-posed: noise in g is differentiated. g(0) must be zero and K(0) must not, nor be small beside K
+    within the first step; `IllPosedWarning` tells of both.
+
+    The default setting (3, [1, 2, 3]) has a high order for smooth samples, and reads a third of those of g and of K.
+    Where the others contradict them, this is warned of; (1, [1]) reads every sample but the first of g.
+
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
+    solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
+    that are not read and contradict those that are (`UnreadSamplesWarning`), of samples past the last whole step
+    (`DroppedSamplesWarning`), and of errors that grow (`GrowthWarning`).
     """
-    problem = prepare_vie1(g, K, dt, setting, continuous, y0, t_end, check_finite)
+    problem = prepare_vie1(g, K, dt, setting, continuous, y0, t_end, kernel_ends, check_finite)
     solution = problem.solve()
     warn_of(problem, solution, stacklevel=3)
     return solution
@@ -83,22 +86,35 @@ def solve_vie2(
     *,
     setting: SettingLike = DEFAULT_SETTING,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
     """Solves y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds, the equation of the second kind.
 
     g, K
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; numbers for constants, (D, D) for a constant matrix; or functions of an array of times, which are
-        sampled here.
+        system; constants, as a number, a vector (D,) for g or a matrix (D, D) for K; or functions of an array of times,
+        which are sampled here. In a system, a scalar K stands for that multiple of the identity, and a number g for
+        all components.
     setting
-        A pair (m, nodes) or one of `settings()`.
+        A pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a `Recommendation`.
     t_end
-        Where no argument is an array: the time that the last step reaches.
+        Where no argument has samples: the solution covers 0 to t_end. The last step ends there if t_end is a multiple
+        of the step m * m * dt, otherwise after it; functions are sampled up to that end.
+    kernel_ends
+        K has fewer samples than g, and is zero after its last one.
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
+
+    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of those of g and of K.
+    Where the others contradict them, this is warned of; (1, [0, 1]) reads every sample.
+
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
+    solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
+    that are not read and contradict those that are (`UnreadSamplesWarning`), of samples past the last whole step
+    (`DroppedSamplesWarning`), and of a solution that is not finite (`GrowthWarning`).
     """
-    problem = prepare_vie2(g, K, dt, setting, t_end, check_finite)
+    problem = prepare_vie2(g, K, dt, setting, t_end, kernel_ends, check_finite)
     solution = problem.solve()
     warn_of(problem, solution, stacklevel=3)
     return solution
@@ -113,24 +129,37 @@ def solve_vide(
     *,
     setting: SettingLike = DEFAULT_SETTING,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
     """Solves y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s) ds, with y(0) = y0.
 
     g, K, a
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) for a scalar equation; (N, D), (N, D, D) and (N, D, D) for a
-        system; numbers for constants, (D, D) for a constant matrix; or functions of an array of times, which are
-        sampled here.
+        system; constants, as a number, a vector (D,) for g or a matrix (D, D) for K and a; or functions of an array of
+        times, which are sampled here. In a system, a scalar K or a stands for that multiple of the identity, and a
+        number g for all components.
     y0
         A number, or an array of shape (D,).
     setting
-        A pair (m, nodes) or one of `settings()`.
+        A pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a `Recommendation`.
     t_end
-        Where no argument is an array: the time that the last step reaches.
+        Where no argument has samples: the solution covers 0 to t_end. The last step ends there if t_end is a multiple
+        of the step m * m * dt, otherwise after it; functions are sampled up to that end.
+    kernel_ends
+        K has fewer samples than g, and is zero after its last one.
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
+
+    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of those of g, K and a.
+    Where the others contradict them, this is warned of; (1, [0, 1]) reads every sample.
+
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
+    solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
+    that are not read and contradict those that are (`UnreadSamplesWarning`), of samples past the last whole step
+    (`DroppedSamplesWarning`), and of a solution that is not finite (`GrowthWarning`).
     """
-    problem = prepare_vide(g, K, a, y0, dt, setting, t_end, check_finite)
+    problem = prepare_vide(g, K, a, y0, dt, setting, t_end, kernel_ends, check_finite)
     solution = problem.solve()
     warn_of(problem, solution, stacklevel=3)
     return solution
@@ -173,22 +202,25 @@ def prepare_vie1(
     continuous: bool = False,
     y0: Any = None,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> SampledProblem:
     row = find_setting(setting)
+    check_finite = true_or_false("check_finite", check_finite)
+    continuous = true_or_false("continuous", continuous)
     if row.nodes[0] == 0:
         raise UnsupportedSettingError(
             f"setting: expected nodes above 0 for an equation of the first kind, which says nothing of y at the start "
-            f"of a step; came {row}"
+            f"of a step; got {row}"
         )
     if continuous and y0 is None:
-        raise ValueError("y0: expected a value to start from, since continuous was asked for; came None")
+        raise ValueError("y0: expected a value to start from, since continuous was asked for; got None")
     if y0 is not None and not continuous:
-        raise ValueError(f"y0: expected None without continuous=True, which alone reads it; came {y0!r}")
-    dt, arrays, D = _sampled(dt, {"g": g, "K": K}, row, t_end, check_finite)
+        raise ValueError(f"y0: expected None without continuous=True, which alone reads it; got {sketch(y0)}")
+    dt, arrays, D = _sampled(dt, {"g": g, "K": K}, y0, row, t_end, kernel_ends, check_finite)
     initial = initial_value("y0", y0, D, check_finite) if continuous else (0.0 if D is None else np.zeros(D))
     return SampledProblem(
-        "vie1_continuous" if continuous else "vie1", arrays["g"], arrays["K"], None, initial, dt, D, row, bool(check_finite)
+        "vie1_continuous" if continuous else "vie1", arrays["g"], arrays["K"], None, initial, dt, D, row, check_finite
     )
 
 
@@ -198,11 +230,13 @@ def prepare_vie2(
     dt: float,
     setting: SettingLike = DEFAULT_SETTING,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> SampledProblem:
     row = find_setting(setting)
-    dt, arrays, D = _sampled(dt, {"g": g, "K": K}, row, t_end, check_finite)
-    return SampledProblem("vie2", arrays["g"], arrays["K"], None, 0.0, dt, D, row, bool(check_finite))
+    check_finite = true_or_false("check_finite", check_finite)
+    dt, arrays, D = _sampled(dt, {"g": g, "K": K}, None, row, t_end, kernel_ends, check_finite)
+    return SampledProblem("vie2", arrays["g"], arrays["K"], None, 0.0, dt, D, row, check_finite)
 
 
 def prepare_vide(
@@ -213,95 +247,31 @@ def prepare_vide(
     dt: float,
     setting: SettingLike = DEFAULT_SETTING,
     t_end: Optional[float] = None,
+    kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> SampledProblem:
     row = find_setting(setting)
-    dt, arrays, D = _sampled(dt, {"g": g, "K": K, "a": a}, row, t_end, check_finite)
+    check_finite = true_or_false("check_finite", check_finite)
+    dt, arrays, D = _sampled(dt, {"g": g, "K": K, "a": a}, y0, row, t_end, kernel_ends, check_finite)
     initial = initial_value("y0", y0, D, check_finite)
-    return SampledProblem("vide", arrays["g"], arrays["K"], arrays["a"], initial, dt, D, row, bool(check_finite))
+    return SampledProblem("vide", arrays["g"], arrays["K"], arrays["a"], initial, dt, D, row, check_finite)
 
 
 def _sampled(
-    dt: Any, values: dict[str, Samples], row: Setting, t_end: Any, finite: bool
+    dt: Any, values: dict[str, Samples], y0: Any, row: Setting, t_end: Any, kernel_ends: Any, finite: bool
 ) -> tuple[float, dict[str, Array], Optional[int]]:
     """dt; g, K and a as arrays that fit together, and fit the row; and D."""
     dt = positive_number("dt", dt)
-    if t_end is None and all(type(value) is np.ndarray and value.ndim for value in values.values()):
-        with reserve_copies(values, row):
-            arrays = {name: real_array(name, value, finite) for name, value in values.items()}
-    else:
-        arrays = _sample_all(dt, values, row, t_end, finite)
-    g = arrays["g"]
-    if g.ndim == 1:
-        D = None
-        matrices: tuple[int, ...] = g.shape
-    elif g.ndim == 2 and g.shape[1] > 0:
-        D = g.shape[1]
-        matrices = (len(g), D, D)
-    else:
-        raise ValueError(
-            f"g: expected an array of shape (N,) for a scalar equation, or (N, D) for a system with D above 0; came "
-            f"{shape_text(g.shape)}"
-        )
-    _check_sizes(dt, len(g), D or 1, row)
-    for name, array in arrays.items():
-        if name == "g" or array.shape == matrices:
-            continue
-        if D is not None and array.shape == (D, D):
-            with reserve_solve(len(g), D, row, "a" in arrays, 8 * len(g) * D * D):
-                arrays[name] = contiguous(np.broadcast_to(array, matrices))
-        else:
-            expect_shape(name, array, matrices, "(N,), like g" if D is None else "(N, D, D) for a g of shape (N, D)")
-    return dt, arrays, D
-
-
-def _sample_all(dt: float, values: dict[str, Samples], row: Setting, t_end: Any, finite: bool) -> dict[str, Array]:
-    """Arrays of samples, where some arguments are functions or numbers."""
-    arrays = {name: real_array(name, value, finite) for name, value in values.items() if not callable(value)}
-    sampled = [name for name, array in arrays.items() if array.ndim > 0]
-    if t_end is not None:
-        sampled = [name for name in sampled if name == "g" or arrays[name].ndim != 2]  # the others are constant
-        if sampled:
-            raise ValueError(f"t_end: expected None, since {sampled[0]} has samples and tells the end; came {t_end!r}")
-        spacings = positive_number("t_end", t_end) / dt
-        if spacings > LARGEST_INDEX - row.spacings:
-            raise SizeError(f"t_end: expected at most {LARGEST_INDEX} spacings dt, came {t_end!r} / {dt!r}")
-        # Enough whole steps, but for what rounding adds.
-        count = math.ceil(spacings / row.spacings * (1 - 1e-12)) * row.spacings + 1
-    elif sampled:
-        count = len(arrays[sampled[0]])
-    else:
-        raise ValueError("t_end: expected the end of the interval, since no argument is an array of samples; came None")
-    require_samples(count, values, row)
-    times = np.arange(count) * dt
-    for name, value in values.items():
-        if callable(value):
-            with reserve_function_values(name, count, arrays):
-                try:
-                    values_there = value(times)
-                except TypeError as failure:
-                    raise ValueError(
-                        f"{name}: expected a function of an array of times, came one that raises {failure!r} "
-                        f"(numpy.vectorize takes functions of one number)"
-                    ) from failure
-                except MemoryError as failure:
-                    raise refusal(0, f"{count} values of the function {name}, which ran out of memory") from failure
-            arrays[name] = real_array(name, values_there, finite)
-            if arrays[name].ndim > 0 and len(arrays[name]) != count:
-                raise ValueError(
-                    f"{name}: expected a function that returns its values at {count} times along the first axis, "
-                    f"came an array of shape {shape_text(arrays[name].shape)}"
-                )
-        if arrays[name].ndim == 0:
-            arrays[name] = np.full(count, arrays[name])
-    return {name: arrays[name] for name in values}
+    gathered = gather(dt, values, y0, row, t_end, true_or_false("kernel_ends", kernel_ends), finite)
+    _check_sizes(dt, gathered.N, gathered.D or 1, row)
+    return dt, gathered.spread(), gathered.D
 
 
 def _check_sizes(dt: float, N: int, D: int, row: Setting) -> None:
     """What the library would not check, or only by ending the process; and that there is a step to solve."""
     if N <= row.spacings:
         raise SizeError(
-            f"g: expected at least {row.spacings + 1} samples, for one step of setting {row}, came {N}"
+            f"g: expected at least {row.spacings + 1} samples, for one step of setting {row}, got {N}"
         )
     width, steps = (row.count + 1) * D, (N - 1) // row.spacings
     sizes = N * D * D, width * steps, width * width
@@ -311,9 +281,9 @@ def _check_sizes(dt: float, N: int, D: int, row: Setting) -> None:
             for what, size in zip(("N * D * D", "(nodes + 1) * D * steps", "((nodes + 1) * D) ** 2"), sizes)
             if size > LARGEST_INDEX
         )
-        raise SizeError(f"g: expected {what} to be at most {LARGEST_INDEX}, came {size} (N = {N}, D = {D})")
+        raise SizeError(f"g: expected {what} to be at most {LARGEST_INDEX}, got {size} (N = {N}, D = {D})")
     if not math.isfinite(N * dt):
-        raise ValueError(f"dt: expected a number whose multiples are finite, came {dt} for {N} samples")
+        raise ValueError(f"dt: expected a number whose multiples are finite, got {dt} for {N} samples")
 
 
 # ---- The call -------------------------------------------------------------------------------------------------------
@@ -368,15 +338,15 @@ def _refusal(status: int, problem: SampledProblem) -> Exception:
         return SingularBlockError(
             f"the system of a step is singular under setting {problem.setting} and dt = {problem.dt:g}: "
             + (
-                "K is zero, or nearly, at the start"
+                "K is zero, or nearly, at the start; differentiate the equation"
                 if problem.form.startswith("vie1")
                 else "another dt or setting may serve"
             )
         )
     if status == native_library.SIZE_OVERFLOW:
-        return SizeError(f"g: expected sizes within {LARGEST_INDEX}, came an array of shape {shape_text(problem.g.shape)}")
+        return SizeError(f"g: expected sizes within {LARGEST_INDEX}, got an array of shape {shape_text(problem.g.shape)}")
     return UnsupportedSettingError(
-        f"setting: expected one that does not amplify every error of an equation of the first kind, came "
+        f"setting: expected one that does not amplify every error of an equation of the first kind, got "
         f"{problem.setting}"
         if problem.form.startswith("vie1")
         else f"setting: the library refuses {problem.setting}"

@@ -8,9 +8,10 @@ import math
 import operator
 import pathlib
 from dataclasses import dataclass, field
-from typing import Any, Optional, Sequence, Union
+from typing import Any, Optional, Protocol, Sequence, Union
 
 from . import native_library
+from .arguments import sketch
 from .errors import UnsupportedSettingError
 
 #: The forms of the sampled solvers, as measurements are listed under.
@@ -21,31 +22,52 @@ KINKED_SAMPLES = (41, 145, 1441)
 #: ... and with 0, 1, ... and so many continuous derivatives.
 SMOOTHEST = 5
 
-SettingLike = Union["Setting", Sequence[Any]]
+
+class HasSetting(Protocol):
+    """A `Recommendation`, for instance, or a `Solution`."""
+
+    @property
+    def setting(self) -> Setting: ...
+
+
+#: A `Setting`, a pair (m, nodes), a text such as "2:0,1,2", or something that has a setting.
+SettingLike = Union["Setting", HasSetting, str, Sequence[Any]]
+
 
 _MEASUREMENTS = pathlib.Path(__file__).with_name("measured_settings.json")
 
 
 @dataclass(frozen=True)
 class Measurement:
-    """What `measure_settings.py` found for one setting in one form, on smooth problems with known solutions."""
+    """What `measure_settings.py` found for one setting in one form, on smooth problems with known solutions.
 
-    #: Whether the form has a solution with this setting at all.
+    usable
+        Whether the form has a solution with this setting at all. If not, the numbers below are None.
+    order
+        Order of convergence: the largest error over all samples goes like dt to this power.
+    order_at_steps
+        The same of the errors at the ends of the steps, which can be of a higher order.
+    error
+        Largest error with 1441 samples of a smooth problem on 0 .. 10, relative to the solution.
+    growth
+        The factor by which a disturbance grows in every step, in the long run; above 1 the form is unstable.
+    stiff_growth
+        The same when the solution decays within a small part of a step; only for `vie2` and `vide`.
+    note
+        One sentence that says what this means.
+    kinked_errors
+        For problems whose g, K and a have 0, 1, ... 5 continuous derivatives: the errors from 41, 145 and 1441 samples
+        on 0 .. 10, relative to the solution; the geometric mean over several problems. None where the form is not
+        stable.
+    """
+
     usable: bool
-    #: Order of convergence: the largest error over all samples goes like dt to this power. None if not usable.
     order: Optional[float]
-    #: The same of the errors at the ends of the steps, which can be of a higher order.
     order_at_steps: Optional[float]
-    #: Largest error with 1441 samples of a smooth problem on 0 .. 10, relative to the solution.
     error: Optional[float]
-    #: The factor by which a disturbance grows with every step, in the long run; above 1 the form is unstable.
     growth: Optional[float]
-    #: The same when the solution decays within a small part of a step; only for `vie2` and `vide`.
     stiff_growth: Optional[float]
-    #: One sentence that says what this means.
     note: str
-    #: For problems whose g, K and a have 0, 1, ... 5 continuous derivatives: the errors from 41, 145 and 1441 samples on
-    #: 0 .. 10, relative to the solution; the geometric mean over several problems. None where the form is not stable.
     kinked_errors: Optional[tuple[tuple[float, ...], ...]] = None
 
     @property
@@ -69,12 +91,21 @@ class Measurement:
 
 @dataclass(frozen=True)
 class Setting:
-    """A row of the table: a step spans m * m spacings, and its polynomial lives on the nodes k / m of the step."""
+    """A row of the table: a step spans m * m spacings, and its polynomial lives on the nodes k / m of the step.
+
+    row
+        Its number in the table of the library, from 0 to 55.
+    m
+        From 1 to 4.
+    nodes
+        Ascending numbers k out of 0 .. m.
+    measured
+        A `Measurement` for each form: "vie1", "vie1_continuous", "vie2", "vide".
+    """
 
     row: int
     m: int
     nodes: tuple[int, ...]
-    #: Measurements by form: "vie1", "vie1_continuous", "vie2", "vide".
     measured: dict[str, Measurement] = field(repr=False)
 
     @property
@@ -86,6 +117,17 @@ class Setting:
     def spacings(self) -> int:
         """The number of sample spacings in a step."""
         return self.m * self.m
+
+    @property
+    def fraction_of_g_read(self) -> float:
+        """The fraction of the samples of g, and of a, that are read."""
+        return len({k * self.m % self.spacings for k in self.nodes}) / self.spacings
+
+    @property
+    def fraction_of_K_read(self) -> float:
+        """The fraction of the samples of K that are read."""
+        lags = {(k - other) * self.m % self.spacings for k in self.nodes for other in self.nodes}
+        return len(lags) / self.spacings
 
     @property
     def parameters(self) -> tuple[float, ...]:
@@ -124,24 +166,39 @@ NODE_ADDRESSES = tuple(ctypes.addressof(nodes) for nodes in NODE_ARRAYS)
 
 
 def settings() -> list[Setting]:
-    """All 56 collocation settings, in the order of the library's table, with what was measured of them."""
+    """Returns all 56 collocation settings, in the order of the library's table, with what was measured of them."""
     return list(_SETTINGS)
 
 
 def find_setting(setting: SettingLike) -> Setting:
-    """The row for a `Setting` or a pair (m, nodes) such as `(2, [0, 1, 2])`."""
+    """The row for a `Setting`, something that has one, a pair such as `(2, [0, 1, 2])`, or a text: `"2:0,1,2"`."""
     itself = _BY_IDENTITY.get(id(setting))
     if itself is not None:
         return itself
+    given: Any = setting
+    if isinstance(getattr(setting, "setting", None), Setting):
+        given = given.setting
     try:
-        m, nodes = (setting.m, setting.nodes) if isinstance(setting, Setting) else setting
+        if isinstance(given, Setting):
+            m, nodes = given.m, given.nodes
+        elif isinstance(given, str):
+            m, nodes = _read_text(given)
+        else:
+            m, nodes = given
         found = _BY_NAME.get((operator.index(m), tuple(map(operator.index, nodes))))
     except (TypeError, ValueError):
         raise ValueError(
-            f"setting: expected a pair (m, nodes) such as (2, [0, 1, 2]), or one of quenta.settings(), came {setting!r}"
+            f"setting: expected a pair (m, nodes) such as (2, [0, 1, 2]), a text such as '2:0,1,2', one of "
+            f"quenta.settings() or a quenta.Recommendation, got {sketch(setting)}"
         ) from None
     if found is None:
         raise UnsupportedSettingError(
-            f"setting: expected m from 1 to 4 and ascending nodes out of 0 .. m, came ({m}, {list(nodes)})"
+            f"setting: expected m from 1 to 4 and ascending nodes out of 0 .. m, got ({m}, {list(nodes)})"
         )
     return found
+
+
+def _read_text(text: str) -> tuple[int, tuple[int, ...]]:
+    """m and the nodes of a text, as the program `quenta` takes it."""
+    m, nodes = text.split(":")
+    return int(m), tuple(int(node) for node in nodes.split(","))

@@ -7,7 +7,7 @@ from typing import Any
 
 import numpy as np
 
-from .arguments import Array, real_array, shape_text
+from .arguments import Array, one_of, real_array, shape_text
 from .setting_table import Setting
 
 _SIDES = ("mean", "left", "right")
@@ -15,22 +15,28 @@ _SIDES = ("mean", "left", "right")
 
 @dataclass(frozen=True, eq=False)
 class Solution:
-    """The solution on the samples' grid, and the polynomial of every step.
+    """The solution on the grid of the samples, and the polynomial of every step.
 
     Samples past the last whole step are not solved for, and do not occur here.
+
+    y
+        The solution at the times `t`, an array of shape (n,) or, for a system, (n, D). At the ends of steps it is the
+        mean of the two one-sided values.
+    step
+        The length of a step, `setting.spacings * dt`.
+    polynomials
+        Coefficients in ascending powers of s = (t - n * step) / step, from 0 to 1, of every step n: an array of shape
+        (steps, degree + 1) or, for a system, (steps, degree + 1, D).
+    dt
+        The spacing of the samples.
+    setting
+        The collocation setting, a `Setting`.
     """
 
-    #: The solution at the times `t`, of shape (n,) or, for a system, (n, D). At the ends of steps it is the mean of the
-    #: two one-sided values.
     y: Array
-    #: The length of a step, setting.spacings * dt.
     step: float
-    #: Coefficients in ascending powers of s = (t - n * step) / step, from 0 to 1, of every step n: of shape
-    #: (steps, degree + 1) or, for a system, (steps, degree + 1, D).
     polynomials: Array
-    #: The spacing of the samples.
     dt: float
-    #: The collocation setting.
     setting: Setting
 
     @property
@@ -51,29 +57,35 @@ class Solution:
     def __call__(self, t: Any, side: str = "mean") -> Array:
         """The solution at any times from 0 to `end`.
 
-        The polynomials of adjacent steps need not join. Where two meet, `side` picks the one before ("left"), the one
-        after ("right"), or their mean, as in `y`. The result has the shape of t, with (D,) behind it for a system.
+        t
+            A number or an array of any shape.
+        side
+            The polynomials of adjacent steps need not join. Where two meet, `side` picks the one before ("left"), the
+            one after ("right"), or their mean ("mean"), as in `y`.
+
+        Returns an array of the shape of t, followed by (D,) for a system. Raises `ValueError` for times outside.
         """
         return self._evaluate(self.polynomials, t, side)
 
     def derivative(self, t: Any, side: str = "mean") -> Array:
-        """The derivative of the polynomials, at times and sides as above."""
+        """The derivative of the polynomials. Arguments, result and exceptions are those of evaluating the solution."""
         degree = self.polynomials.shape[1] - 1
         powers = np.arange(1.0, degree + 1) / self.step
         slopes = self.polynomials[:, 1:] * powers.reshape((1, degree) + (1,) * (self.polynomials.ndim - 2))
         return self._evaluate(slopes, t, side)
 
     def _evaluate(self, polynomials: Array, t: Any, side: str) -> Array:
-        if side not in _SIDES:
-            raise ValueError(f"side: expected one of {', '.join(_SIDES)}, came {side!r}")
-        position = real_array("t", t, finite=False) / self.step
+        one_of("side", side, _SIDES)
+        times = real_array("t", t, finite=False)
+        position = times / self.step
         boundary = np.rint(position)
         # As far as numbers of this size can tell, at the end of a step.
         at_boundary = abs(position - boundary) <= 1e-15 * np.maximum(position, 1.0)
         position = np.where(at_boundary, boundary, position)
         outside = ~((position >= 0) & (position <= self.steps))  # NaN too
         if outside.any():
-            raise ValueError(f"t: expected times from 0 to {self.end:g}, came {np.asarray(t)[outside].flat[0]:g}")
+            first = float(times[outside].flat[0])
+            raise ValueError(f"t: expected times from 0 to {float(self.end)!r}, got {first!r}")
         after = np.floor(position)
         before = np.where(at_boundary, after - 1, after)
         if side == "left":

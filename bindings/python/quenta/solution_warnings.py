@@ -1,29 +1,88 @@
-"""What there is to warn of in a solution."""
+"""What is to be said of a solution before it is handed out: why its numbers may be worth less than they look."""
 
 from __future__ import annotations
 
+import math
 import warnings
-from typing import TYPE_CHECKING
+from typing import TYPE_CHECKING, Optional
 
+import numpy as np
+
+from . import first_kind_start
 from .arguments import all_finite
-from .errors import GrowthWarning
-from .solution import Solution
+from .errors import DroppedSamplesWarning, GrowthWarning, IllPosedWarning, QuentaWarning, UnreadSamplesWarning
+from .unread_samples import TOLERANCE, find_disagreement
 
 if TYPE_CHECKING:
+    from .arguments import Array
     from .sampled_solvers import SampledProblem
+    from .solution import Solution
 
 
 def warn_of(problem: SampledProblem, solution: Solution, stacklevel: int) -> None:
-    """Warns of numbers that may be worthless. `stacklevel` counts from this function, as that of warnings.warn does."""
+    """Warns of what makes the solution doubtful. `stacklevel` counts from this function, as that of warnings.warn."""
+
+    def warn(text: Optional[str], category: type[QuentaWarning]) -> None:
+        if text is not None:
+            warnings.warn(text, category, stacklevel + 1)
+
+    warn(_of_dropped_samples(problem, solution), DroppedSamplesWarning)
+    with np.errstate(all="ignore"):
+        for name, samples in (("g", problem.g), ("K", problem.K), ("a", problem.a)):
+            if samples is not None:
+                warn(_of_unread_samples(name, samples, problem), UnreadSamplesWarning)
+        if problem.form.startswith("vie1"):
+            warn(first_kind_start.fault_of_kernel(problem), IllPosedWarning)
+            warn(first_kind_start.fault_of_forcing(problem, solution), IllPosedWarning)
+    warn(_of_growth(problem, solution), GrowthWarning)
+
+
+def _of_dropped_samples(problem: SampledProblem, solution: Solution) -> Optional[str]:
+    N, spacings = len(problem.g), problem.setting.spacings
+    used = len(solution.y)
+    if used == N:
+        return None
+    return (
+        f"g: expected a number of samples k * {spacings} + 1, for whole steps of setting {problem.setting}, got {N}: "
+        f"the last {N - used} are not used, and the solution ends at t = {solution.end!r}"
+    )
+
+
+def _of_unread_samples(name: str, samples: Array, problem: SampledProblem) -> Optional[str]:
+    setting = problem.setting
+    found = find_disagreement(samples, name == "K", setting)
+    if found is None:
+        return None
+    text = f"{name}: setting {setting} does not read {found.unread} of {found.samples} samples, and "
+    where = f"{name}[{', '.join(map(str, found.place))}]"
+    if math.isnan(found.fraction):
+        return text + f"of these {where} is {samples[found.place]}; expected finite numbers"
+    return text + (
+        f"they contradict the samples that it reads: {where} is {samples[found.place]:.6g} and differs from the "
+        f"polynomial through its neighbours by {_percent(found.fraction)} of the range; expected at most "
+        f"{_percent(TOLERANCE)}. {_setting_that_reads_all(problem)}"
+    )
+
+
+def _percent(fraction: float) -> str:
+    return f"{100 * fraction:.0f} percent" if fraction >= 0.1 else f"{100 * fraction:.2g} percent"
+
+
+def _setting_that_reads_all(problem: SampledProblem) -> str:
+    if not problem.form.startswith("vie1"):
+        return "Setting (1, [0, 1]) reads every sample"
+    if problem.setting.m == 1:
+        return "No setting reads the first sample of g, or the last of K, in an equation of the first kind"
+    return "Setting (1, [1]) reads every sample but the first of g"
+
+
+def _of_growth(problem: SampledProblem, solution: Solution) -> Optional[str]:
     setting = problem.setting
     if problem.check_finite and not all_finite(solution.y):
-        warnings.warn(
-            f"the solution has left the range of numbers; errors may have grown from step to step under setting "
-            f"{setting}",
-            GrowthWarning,
-            stacklevel=stacklevel,
+        return (
+            f"the solution has left the range of numbers; errors may have grown from step to step under setting {setting}"
         )
-    elif problem.form == "vie1_continuous":
-        measured = setting.measured.get(problem.form)
-        if measured is not None and not measured.stable:
-            warnings.warn(f"setting {setting}, continuous: {measured.note}", GrowthWarning, stacklevel=stacklevel)
+    measured = setting.measured.get(problem.form)
+    if problem.form == "vie1_continuous" and measured is not None and not measured.stable:
+        return f"setting {setting}, continuous: {measured.note}"
+    return None

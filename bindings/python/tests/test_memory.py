@@ -164,7 +164,7 @@ def test_looking_for_infinities_takes_no_memory(value):
     try:
         finite = all_finite(array)
         if not finite:
-            with pytest.raises(ValueError, match="expected finite numbers, came nan at index 0"):
+            with pytest.raises(ValueError, match="expected finite numbers, got nan at index 0"):
                 quenta.solve_vie2(array, array, 1e-6)
         _, peak = tracemalloc.get_traced_memory()
     finally:
@@ -175,7 +175,7 @@ def test_looking_for_infinities_takes_no_memory(value):
 def test_the_first_infinity_is_found_in_large_arrays():
     array = np.ones((10**5, 3))
     array[77777, 2] = np.inf
-    with pytest.raises(ValueError, match=r"came inf at index \(77777, 2\)"):
+    with pytest.raises(ValueError, match=r"got inf at index \(77777, 2\)"):
         quenta.solve_vie2(array, np.eye(3), 1e-6)
 
 

@@ -19,15 +19,15 @@ class NoArray:
 
 # Each is: the exception, what its text has to say, and the call.
 SAMPLED = [
-    (ValueError, r"g: expected .* \(N, D\) .* came \(21, 2, 2\)", lambda: quenta.solve_vie2(SYSTEM[1], SYSTEM[1], 0.1)),
-    (ValueError, r"g: expected .* came \(21, 0\)", lambda: quenta.solve_vie2(np.ones((21, 0)), SYSTEM[1], 0.1)),
-    (ValueError, r"K: expected .* \(21,\).* came \(20,\)", lambda: quenta.solve_vie2(ONES, ONES[1:], 0.1)),
-    (ValueError, r"K: expected .* \(21, 2, 2\).* came \(21, 2\)", lambda: quenta.solve_vie2(SYSTEM[0], SYSTEM[0], 0.1)),
-    (ValueError, r"K: expected .* came \(21, 3, 3\)", lambda: quenta.solve_vie2(SYSTEM[0], np.ones((21, 3, 3)), 0.1)),
-    (ValueError, r"a: expected .* came \(20,\)", lambda: quenta.solve_vide(ONES, ONES, ONES[1:], 1.0, 0.1)),
-    (ValueError, "a: expected an array of real numbers, came None", lambda: quenta.solve_vide(ONES, ONES, None, 1, 0.1)),
-    (ValueError, "g: expected finite numbers, came nan at index 7", lambda: quenta.solve_vie2(HOLED, ONES, 0.1)),
-    (ValueError, r"K: expected finite numbers, came inf at index \(0, 0, 0\)",
+    (ValueError, r"g: expected .* \(N, D\) .* got \(21, 2, 2\)", lambda: quenta.solve_vie2(SYSTEM[1], SYSTEM[1], 0.1)),
+    (ValueError, r"g: expected .* got \(21, 0\)", lambda: quenta.solve_vie2(np.ones((21, 0)), SYSTEM[1], 0.1)),
+    (ValueError, r"K: expected .* \(21,\).* got \(20,\)", lambda: quenta.solve_vie2(ONES, ONES[1:], 0.1)),
+    (ValueError, r"K: expected .* \(21, 2, 2\).* got \(21, 2\)", lambda: quenta.solve_vie2(SYSTEM[0], SYSTEM[0], 0.1)),
+    (ValueError, r"K: expected .* got \(21, 3, 3\)", lambda: quenta.solve_vie2(SYSTEM[0], np.ones((21, 3, 3)), 0.1)),
+    (ValueError, r"a: expected .* got \(20,\)", lambda: quenta.solve_vide(ONES, ONES, ONES[1:], 1.0, 0.1)),
+    (ValueError, "a: expected an array of real numbers, got None", lambda: quenta.solve_vide(ONES, ONES, None, 1, 0.1)),
+    (ValueError, "g: expected finite numbers, got nan at index 7", lambda: quenta.solve_vie2(HOLED, ONES, 0.1)),
+    (ValueError, r"K: expected finite numbers, got inf at index \(0, 0, 0\)",
      lambda: quenta.solve_vie2(SYSTEM[0], SYSTEM[1] * np.inf, 0.1)),
     (ValueError, "g: expected an array of real numbers.*complex", lambda: quenta.solve_vie2(ONES * 1j, ONES, 0.1)),
     (ValueError, "g: expected an array of real numbers.*<U", lambda: quenta.solve_vie2("ones", ONES, 0.1)),
@@ -35,21 +35,21 @@ SAMPLED = [
     (ValueError, "K: expected an array of real numbers", lambda: quenta.solve_vie2(ONES, [[1.0], [1.0, 2.0]], 0.1)),
     (ValueError, "K: expected an array of real numbers", lambda: quenta.solve_vie2(ONES, NoArray(), 0.1)),
     (ValueError, "K: expected .* masked", lambda: quenta.solve_vie2(ONES, np.ma.masked_less(ONES, 2), 0.1)),
-    (ValueError, "dt: expected a number above 0, came 0.0", lambda: quenta.solve_vie2(ONES, ONES, 0)),
-    (ValueError, "dt: expected a number above 0, came -0.1", lambda: quenta.solve_vie2(ONES, ONES, -0.1)),
-    (ValueError, "dt: expected a finite number, came nan", lambda: quenta.solve_vie2(ONES, ONES, float("nan"))),
+    (ValueError, "dt: expected a number above 0, got 0.0", lambda: quenta.solve_vie2(ONES, ONES, 0)),
+    (ValueError, "dt: expected a number above 0, got -0.1", lambda: quenta.solve_vie2(ONES, ONES, -0.1)),
+    (ValueError, "dt: expected a finite number, got nan", lambda: quenta.solve_vie2(ONES, ONES, float("nan"))),
     (ValueError, "dt: expected .* multiples are finite", lambda: quenta.solve_vie2(ONES, ONES, 1e307)),
-    (ValueError, "dt: expected a real number, came 'x'", lambda: quenta.solve_vie2(ONES, ONES, "x")),
-    (ValueError, "dt: expected a real number, came '0.1'", lambda: quenta.solve_vie2(ONES, ONES, "0.1")),
+    (ValueError, "dt: expected a real number, got 'x'", lambda: quenta.solve_vie2(ONES, ONES, "x")),
+    (ValueError, "dt: expected a real number, got '0.1'", lambda: quenta.solve_vie2(ONES, ONES, "0.1")),
     (ValueError, "dt: expected a real number", lambda: quenta.solve_vie2(ONES, ONES, ONES)),
     (ValueError, "dt: expected a real number", lambda: quenta.solve_vie2(ONES, ONES, 10**400)),
-    (ValueError, "y0: expected a real number, came None", lambda: quenta.solve_vide(ONES, ONES, ONES, None, 0.1)),
-    (ValueError, r"y0: expected .* \(2,\).* came \(3,\)",
+    (ValueError, "y0: expected a real number, got None", lambda: quenta.solve_vide(ONES, ONES, ONES, None, 0.1)),
+    (ValueError, r"y0: expected .* \(2,\).* got \(3,\)",
      lambda: quenta.solve_vide(*SYSTEM, SYSTEM[1], np.ones(3), 0.1)),
-    (ValueError, "y0: expected .* came None", lambda: quenta.solve_vie1(ONES, ONES, 0.1, continuous=True)),
+    (ValueError, "y0: expected .* got None", lambda: quenta.solve_vie1(ONES, ONES, 0.1, continuous=True)),
     (ValueError, "y0: expected None without continuous", lambda: quenta.solve_vie1(ONES, ONES, 0.1, y0=1.0)),
     (ValueError, "t_end: expected None, since g has samples", lambda: quenta.solve_vie2(ONES, 1.0, 0.1, t_end=1)),
-    (ValueError, "t_end: expected .* came None", lambda: quenta.solve_vie2(1.0, np.cos, 0.1)),
+    (ValueError, "t_end: expected .* got None", lambda: quenta.solve_vie2(1.0, np.cos, 0.1)),
     (ValueError, "t_end: expected a number above 0", lambda: quenta.solve_vie2(1.0, np.cos, 0.1, t_end=-1)),
     (quenta.SizeError, "t_end: expected at most", lambda: quenta.solve_vie2(1.0, np.cos, 1e-300, t_end=1e300)),
     (quenta.SizeError, "fit into memory", lambda: quenta.solve_vie2(1.0, np.cos, 1.0, t_end=2e9)),
@@ -57,9 +57,9 @@ SAMPLED = [
     (ValueError, "K: expected an array of real numbers", lambda: quenta.solve_vie2(1.0, lambda t: None, 0.1, t_end=1)),
     (ValueError, "K: expected a function of an array of times.*numpy.vectorize",
      lambda: quenta.solve_vie2(1.0, math.exp, 0.1, t_end=1)),
-    (quenta.SizeError, "g: expected at least 5 samples.* came 4", lambda: quenta.solve_vie2(ONES[:4], ONES[:4], 0.1)),
-    (quenta.SizeError, "g: expected at least 5 samples.* came 0", lambda: quenta.solve_vie2(ONES[:0], ONES[:0], 0.1)),
-    (quenta.SizeError, "g: expected at least 2 samples.* came 1",
+    (quenta.SizeError, "g: expected at least 5 samples.* got 4", lambda: quenta.solve_vie2(ONES[:4], ONES[:4], 0.1)),
+    (quenta.SizeError, "g: expected at least 5 samples.* got 0", lambda: quenta.solve_vie2(ONES[:0], ONES[:0], 0.1)),
+    (quenta.SizeError, "g: expected at least 2 samples.* got 1",
      lambda: quenta.solve_vie2(ONES[:1], ONES[:1], 0.1, setting=(1, [0]))),
     (quenta.SizeError, r"g: expected N \* D \* D to be at most 2147483647",
      lambda: quenta.solve_vie2(np.ones((1000, 2000)), np.ones((2000, 2000)), 0.1)),
@@ -69,15 +69,15 @@ SAMPLED = [
      lambda: quenta.solve_vie2(np.ones((230, 3000)), np.ones((3000, 3000)), 0.1)),
     (quenta.SizeError, "fit into memory, got a copy of g",
      lambda: quenta.solve_vie2(np.broadcast_to(1.0, (2**31, 2**10)), 1.0, 0.1)),
-    (quenta.UnsupportedSettingError, r"m from 1 to 4 .* came \(2, \[2, 1\]\)",
+    (quenta.UnsupportedSettingError, r"m from 1 to 4 .* got \(2, \[2, 1\]\)",
      lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(2, [2, 1]))),
-    (quenta.UnsupportedSettingError, r"came \(0, \[0\]\)", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(0, [0]))),
-    (quenta.UnsupportedSettingError, r"came \(65536, \[0\]\)",
+    (quenta.UnsupportedSettingError, r"got \(0, \[0\]\)", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(0, [0]))),
+    (quenta.UnsupportedSettingError, r"got \(65536, \[0\]\)",
      lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(65536, [0]))),
-    (quenta.UnsupportedSettingError, r"came \(2, \[\]\)", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(2, []))),
-    (quenta.UnsupportedSettingError, r"nodes above 0 .* came \(2, \[0, 1, 2\]\)",
+    (quenta.UnsupportedSettingError, r"got \(2, \[\]\)", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(2, []))),
+    (quenta.UnsupportedSettingError, r"nodes above 0 .* got \(2, \[0, 1, 2\]\)",
      lambda: quenta.solve_vie1(ONES, ONES, 0.1, setting=(2, [0, 1, 2]))),
-    (quenta.UnsupportedSettingError, r"amplify .* came \(3, \[1\]\)",
+    (quenta.UnsupportedSettingError, r"amplify .* got \(3, \[1\]\)",
      lambda: quenta.solve_vie1(ONES, ONES, 0.1, setting=(3, [1]))),
     (ValueError, r"setting: expected a pair", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=2)),
     (ValueError, r"setting: expected a pair", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(2, "012"))),
@@ -126,14 +126,14 @@ def test_times_outside_are_refused():
     found = quenta.solve_vie2(ONES, ONES, 0.1)
     for call in (found, found.derivative):
         for t in (-1e-9, 2.0001, [0.0, 3.0], np.array([[5.0]])):
-            with pytest.raises(ValueError, match="t: expected times from 0 to 2"):
+            with pytest.raises(ValueError, match=r"t: expected times from 0 to 2\.0, got "):
                 call(t)
-        with pytest.raises(ValueError, match="t: expected times from 0 to 2, came nan"):
+        with pytest.raises(ValueError, match="t: expected times from 0 to 2.0, got nan"):
             call([1.0, np.nan])
         for t in ("x", None):
             with pytest.raises(ValueError, match="t: expected"):
                 call(t)
-        with pytest.raises(ValueError, match="side: expected one of mean, left, right, came 'top'"):
+        with pytest.raises(ValueError, match="side: expected 'mean', 'left' or 'right', got 'top'"):
             call(1.0, "top")
     assert found([]).shape == (0,)
 
@@ -144,8 +144,8 @@ A, B = np.eye(6).reshape(3, 2, 3, 2), np.ones((3, 2))
 CARRIED = np.ones((3, 2, 3, 3))
 W, H, C, E = np.ones(2), np.ones(3), np.zeros((3, 2)), np.zeros((2, 2))
 BLOCKS = [
-    (ValueError, r"b: expected .* \(N, P\) .* came \(6,\)", lambda: quenta.solve_blocks_vie1(A, B.ravel())),
-    (ValueError, r"A: expected .* \(3, 2, 3, 2\).* came \(6, 6\)", lambda: quenta.solve_blocks_vie1(A.reshape(6, 6), B)),
+    (ValueError, r"b: expected .* \(N, P\) .* got \(6,\)", lambda: quenta.solve_blocks_vie1(A, B.ravel())),
+    (ValueError, r"A: expected .* \(3, 2, 3, 2\).* got \(6, 6\)", lambda: quenta.solve_blocks_vie1(A.reshape(6, 6), B)),
     (ValueError, r"A: expected .* \(3, 2, 3, 3\)", lambda: quenta.solve_blocks_vie1_cont(A, B, W, 1.0, 0.0)),
     (ValueError, r"A: expected .* \(3, 2, 3, 2, 1, 1\)", lambda: quenta.solve_blocks_vie2(A, B[:, :, None])),
     (ValueError, r"w: expected .* \(2,\)", lambda: quenta.solve_blocks_vie1_cont(CARRIED, B, H, 1.0, 0.0)),
@@ -156,13 +156,13 @@ BLOCKS = [
     (ValueError, r"h: expected", lambda: quenta.solve_blocks_vide(CARRIED, B, C, E, W, W, 0.0)),
     (ValueError, r"y0: expected", lambda: quenta.solve_blocks_vide(CARRIED, B, C, E, W, H, "x")),
     (ValueError, "b: expected finite", lambda: quenta.solve_blocks_vie2(A, B * np.nan)),
-    (ValueError, r"A: expected finite .* came nan at index \(0, 0, 0, 0\)", lambda: quenta.solve_blocks_vie2(A * np.nan, B)),
-    (ValueError, r"A: expected finite .* came inf", lambda: quenta.solve_blocks_vie1(A + np.inf, B)),
+    (ValueError, r"A: expected finite .* got nan at index \(0, 0, 0, 0\)", lambda: quenta.solve_blocks_vie2(A * np.nan, B)),
+    (ValueError, r"A: expected finite .* got inf", lambda: quenta.solve_blocks_vie1(A + np.inf, B)),
     (quenta.SizeError, "b: expected N from 1", lambda: quenta.solve_blocks_vie1(np.ones((0, 2, 0, 2)), np.ones((0, 2)))),
-    (quenta.SizeError, "b: expected P from 1 to 5, came 6", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 6)))),
-    (quenta.SizeError, "b: expected P from 1 to 5, came 0", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 0)))),
-    (quenta.SizeError, "b: expected D from 1 to 8, came 9", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 1, 9)))),
-    (quenta.SizeError, "b: expected D from 1 to 8, came 0", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 1, 0)))),
+    (quenta.SizeError, "b: expected P from 1 to 5, got 6", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 6)))),
+    (quenta.SizeError, "b: expected P from 1 to 5, got 0", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 0)))),
+    (quenta.SizeError, "b: expected D from 1 to 8, got 9", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 1, 9)))),
+    (quenta.SizeError, "b: expected D from 1 to 8, got 0", lambda: quenta.solve_blocks_vie1(A, np.ones((1, 1, 0)))),
 ]
 
 
@@ -199,8 +199,8 @@ def test_a_singular_block_leaves_the_steps_before_it(D):
 OTHERS = [
     (ValueError, "kind: expected 'vie1', 'vie2' or 'vide', got 'x'", lambda: quenta.recommend("x")),
     (ValueError, "kind: expected", lambda: quenta.recommend(None)),
-    (ValueError, "smoothness: expected a whole number, came 1.5", lambda: quenta.recommend("vie2", smoothness=1.5)),
-    (ValueError, "smoothness: expected a number from 0 on, came -1", lambda: quenta.recommend("vie2", smoothness=-1)),
+    (ValueError, "smoothness: expected a whole number, got 1.5", lambda: quenta.recommend("vie2", smoothness=1.5)),
+    (ValueError, "smoothness: expected a number from 0 on, got -1", lambda: quenta.recommend("vie2", smoothness=-1)),
     (ValueError, "stiff: expected", lambda: quenta.recommend("vie1", stiff=True)),
     (ValueError, "continuous: expected", lambda: quenta.recommend("vie2", continuous=True)),
     (quenta.SizeError, "samples: expected at least 9", lambda: quenta.recommend("vie2", samples=8)),
@@ -211,7 +211,7 @@ OTHERS = [
     (quenta.SizeError, "g: expected at least 13 samples .* got 12",
      lambda: quenta.with_error(quenta.solve_vie2, ONES[:12], ONES[:12], 0.1)),
     (ValueError, "solve: expected a function", lambda: quenta.ensemble(3, [1])),
-    (ValueError, "chunk: expected a number from 1 on, came 0", lambda: quenta.ensemble(abs, [1], chunk=0)),
+    (ValueError, "chunk: expected a number from 1 on, got 0", lambda: quenta.ensemble(abs, [1], chunk=0)),
     (ValueError, "chunk: expected a whole number", lambda: quenta.ensemble(abs, [1], chunk="x")),
     (ValueError, "parameters: expected", lambda: quenta.ensemble(abs, 7)),
     (ValueError, "executor: expected", lambda: quenta.ensemble(abs, [7], executor=7)),

@@ -74,6 +74,7 @@ FORMS = [("vie1", False), ("vie1", True), ("vie2", False), ("vide", False)]
 
 @pytest.mark.parametrize("samples", [20, 60, 145, 1441])
 @pytest.mark.parametrize("kind, continuous", FORMS)
+@pytest.mark.filterwarnings("ignore::quenta.QuentaWarning")  # settings read different samples
 def test_no_other_setting_is_much_better_than_the_recommended_one(kind, continuous, samples):
     """For problems that have just so many continuous derivatives: within a factor of 2 in the median."""
     t = np.linspace(0, 10, samples)
@@ -98,6 +99,7 @@ def test_no_other_setting_is_much_better_than_the_recommended_one(kind, continuo
         assert len(behind) == 7 and np.median(behind) <= 2, (smoothness, str(chosen), behind)
 
 
+@pytest.mark.filterwarnings("ignore::quenta.UnreadSamplesWarning")
 def test_recommendations_say_how_many_samples_are_read():
     told = set()
     for smoothness, samples in [(0, None), (1, 145), (1, None), (2, None), (5, None)]:
@@ -116,7 +118,7 @@ def test_recommendations_say_how_many_samples_are_read():
 
 
 def test_stiff_settings_stay_bounded_where_others_overflow():
-    g, K = np.ones(401), np.full(401, -1e5)
+    g, K = np.ones(433), np.full(433, -1e5)
     stiff = quenta.recommend("vie2", stiff=True).setting
     assert abs(quenta.solve_vie2(g, K, 0.01, setting=stiff).y[-50:]).max() < 1e-3
     with pytest.warns(quenta.GrowthWarning):

@@ -12,7 +12,7 @@ from children import run_python
 import quenta
 from quenta import native_library
 
-N = 500
+N = 501
 T = np.arange(N) * 0.01
 
 
@@ -160,7 +160,7 @@ def test_a_limit_of_memory_ends_no_process():
         used = int(open("/proc/self/statm").read().split()[0]) * resource.getpagesize()
         resource.setrlimit(resource.RLIMIT_AS, (used + 2**26, used + 2**26))
         solved = refused = 0
-        for N in range(100, 20000, 400):  # at last the kernel alone is larger than what is left
+        for N in range(97, 20000, 400):  # at last the kernel alone is larger than what is left
             try:
                 quenta.solve_vie2(np.ones((N, 20)), 0.01 * np.ones((20, 20)), 0.01, setting=(4, [0, 1, 2, 3, 4]))
                 solved += 1

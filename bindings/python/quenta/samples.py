@@ -1,0 +1,232 @@
+"""Samples of g, K and a: from arrays, constants and functions of time to arrays that fit together.
+
+The equation is a system of D equations if g has the shape (N, D), if K or a is a matrix, or if y0 is a vector. Then
+
+    g   is an array (N, D), a constant vector (D,), or a number for all components;
+    K   is an array (N, D, D), a constant matrix (D, D), or a scalar, constant or in samples (N,): that multiple of
+    a   the identity.
+"""
+
+from __future__ import annotations
+
+import math
+from typing import Any, Callable, NamedTuple, Optional
+
+import numpy as np
+
+from .arguments import Array, all_finite, contiguous, expect_shape, positive_number, real_array, shape_text, sketch
+from .errors import SizeError
+from .memory_account import refusal
+from .native_library import LARGEST_INDEX
+from .setting_table import Setting
+from .solve_memory import require_samples, reserve_copies, reserve_function_values, reserve_solve
+
+#: Samples of a function of time: an array, a number for a constant, or a function that is sampled here. A function
+#: receives the array of all times and returns the array of its values there, the times along the first axis.
+Samples = Any
+
+
+class Gathered(NamedTuple):
+    """Samples whose number and dimension are known. Constants have one value only, and K may end early."""
+
+    arrays: dict[str, Array]
+    N: int
+    #: None for a scalar equation.
+    D: Optional[int]
+    row: Setting
+    kernel_ends: bool
+
+    def spread(self) -> dict[str, Array]:
+        """All samples of all arguments."""
+        return {name: self._spread(name, array) for name, array in self.arrays.items()}
+
+    def _spread(self, name: str, array: Array) -> Array:
+        N, D = self.N, self.D
+        square = () if D is None else (D,) if name == "g" else (D, D)
+        shape = (N, *square)
+        if array.shape == shape:
+            return array
+        ends = name == "K" and self.kernel_ends and array.ndim > 0 and len(array) < N
+        scalar = array.ndim == 0 or array.shape == (N,) or (ends and array.ndim == 1)
+        if not (array.shape == square or (scalar and name != "g") or array.ndim == 0):
+            if not (ends and array.shape[1:] == square):
+                self._refuse(name, array, shape)
+        # Of a scalar in samples there is one copy more, on the way.
+        copied = 8 * math.prod(shape) * (1 if array.ndim != 1 or D is None else 2)
+        with reserve_solve(N, D or 1, self.row, "a" in self.arrays, copied):
+            if scalar and D is not None and name != "g":
+                array = array[..., np.newaxis, np.newaxis] * np.eye(D)
+            if not ends:
+                return contiguous(np.broadcast_to(array, shape))
+            longer = np.zeros(shape)
+            longer[: len(array)] = array
+            return longer
+
+    def _refuse(self, name: str, array: Array, shape: tuple[int, ...]) -> None:
+        if name == "g":
+            raise ValueError(
+                f"g: expected an array of shape {shape_text(shape)}, or {shape_text(shape[1:])} for a constant vector, "
+                f"since the equation is a system of {self.D}, got {shape_text(array.shape)}"
+            )
+        meaning = "(N,), like g" if self.D is None else "(N, D, D) for a g of shape (N, D)"
+        try:
+            expect_shape(name, array, shape, meaning)
+        except ValueError as refusal:
+            if name == "K" and not self.kernel_ends and array.shape[1:] == shape[1:] and len(array) < self.N:
+                raise ValueError(f"{refusal} (kernel_ends=True: K is zero after its last sample)") from None
+            raise
+
+
+def gather(
+    dt: float, values: dict[str, Samples], y0: Any, row: Setting, t_end: Any, kernel_ends: bool, finite: bool
+) -> Gathered:
+    """g, K and a with the number of samples and the dimension; functions are sampled."""
+    if t_end is None and not kernel_ends:
+        ready = _gather_arrays(values, row, finite)
+        if ready is not None:
+            return ready
+    arrays = {name: _finite_array(name, value, finite) for name, value in values.items() if not callable(value)}
+    if kernel_ends and ("K" not in arrays or arrays["K"].ndim not in (1, 3)):
+        raise ValueError("kernel_ends: expected False, since K is not an array of samples; got True")
+    # A g of one dimension is a vector that does not change, if the other arguments belong to a system. Those that are
+    # functions tell later.
+    constant_g = "g" in arrays and arrays["g"].ndim == 1 and (
+        _has_matrices(arrays) or (t_end is not None and (_is_vector(y0) or any(map(callable, values.values()))))
+    )
+    sampled = {
+        name: len(array)
+        for name, array in arrays.items()
+        if (array.ndim > 0 and not constant_g if name == "g" else array.ndim % 2 == 1)
+        and not (name == "K" and kernel_ends)
+    }
+    count = _count(dt, sampled, row.spacings, t_end)
+    require_samples(count, values, row)
+    functions = {name: value for name, value in values.items() if callable(value)}
+    for name, function in functions.items():
+        arrays[name] = _sample(name, function, dt, count, arrays, len(functions) > 1, finite)
+    arrays = {name: arrays[name] for name in values}
+    if constant_g and not _has_matrices(arrays) and not _is_vector(y0):
+        raise _needless_end("g", t_end)
+    return Gathered(arrays, count, _dimension(arrays, constant_g, y0), row, kernel_ends)
+
+
+def _gather_arrays(values: dict[str, Samples], row: Setting, finite: bool) -> Optional[Gathered]:
+    """The arguments themselves, if all are arrays of samples that fit together."""
+    g = values["g"]
+    shape: tuple[int, ...] = getattr(g, "shape", ())
+    if type(g) is not np.ndarray or not (len(shape) == 1 or (len(shape) == 2 and shape[1] > 0)):
+        return None
+    of_others = shape + shape[1:]
+    for name, value in values.items():
+        if type(value) is not np.ndarray or (name != "g" and value.shape != of_others):
+            return None
+    with reserve_copies(values, row):
+        arrays = {name: _finite_array(name, value, finite) for name, value in values.items()}
+    return Gathered(arrays, shape[0], shape[1] if len(shape) == 2 else None, row, False)
+
+
+def _has_matrices(arrays: dict[str, Array]) -> bool:
+    return any(array.ndim > 1 for name, array in arrays.items() if name != "g")
+
+
+def _is_vector(y0: Any) -> bool:
+    try:
+        return np.ndim(y0) == 1
+    except Exception:  # it is no array of numbers, and refused later
+        return False
+
+
+def _dimension(arrays: dict[str, Array], constant_g: bool, y0: Any) -> Optional[int]:
+    shapes = {name: array.shape for name, array in arrays.items()}
+    g = shapes["g"]
+    if len(g) > 2 or (len(g) == 2 and g[1] == 0):
+        raise ValueError(
+            f"g: expected an array of shape (N,) for a scalar equation, or (N, D) for a system with D above 0; got "
+            f"{shape_text(g)}"
+        )
+    if len(g) == 2:
+        return g[1]
+    if _has_matrices(arrays):
+        name, shape = next((name, shape) for name, shape in shapes.items() if name != "g" and len(shape) > 1)
+    elif constant_g:
+        name, shape = "g", g
+    elif g == () and _is_vector(y0):
+        name, shape = "y0", np.shape(y0)
+    else:
+        return None
+    if shape[-1] == 0:
+        raise ValueError(f"{name}: expected a system with D above 0, got an array of shape {shape_text(shape)}")
+    return shape[-1]
+
+
+def _needless_end(name: str, t_end: Any) -> ValueError:
+    return ValueError(f"t_end: expected None, since {name} has samples and tells the end; got {sketch(t_end)}")
+
+
+def _count(dt: float, sampled: dict[str, int], spacings: int, t_end: Any) -> int:
+    """The number of samples: that of the first array that has some, or enough for whole steps that cover 0 to t_end."""
+    if sampled:
+        name, count = next(iter(sampled.items()))
+        if t_end is not None:
+            raise _needless_end(name, t_end)
+        return count
+    if t_end is None:
+        raise ValueError("t_end: expected the end of the interval, since no argument has samples; got None")
+    length = positive_number("t_end", t_end) / dt
+    if length > LARGEST_INDEX - spacings:
+        raise SizeError(f"t_end: expected at most {LARGEST_INDEX} spacings dt, got {t_end!r} / {dt!r}")
+    # Enough whole steps, but for what rounding adds.
+    return math.ceil(length / spacings * (1 - 1e-12)) * spacings + 1
+
+
+def _sample(
+    name: str,
+    function: Callable[[Array], Any],
+    dt: float,
+    count: int,
+    arrays: dict[str, Array],
+    several: bool,
+    finite: bool,
+) -> Array:
+    """The values of a function at all times. The other arrays tell the dimension, if one of them has it."""
+    # What is infinite is refused, with its place. So NumPy need not warn of it, unless it is to pass.
+    errors: Any = {"divide": "ignore", "invalid": "ignore"} if finite else {}
+    with reserve_function_values(name, count, arrays), np.errstate(**errors):
+        try:
+            values = function(np.arange(count) * dt)  # an array of its own, since a function may work in place
+        except ZeroDivisionError:
+            raise _singular(name, "a division by zero") from None
+        except MemoryError as failure:
+            raise refusal(0, f"{count} values of the function {name}, which ran out of memory") from failure
+        except TypeError as failure:
+            raise ValueError(
+                f"{name}: expected a function of an array of times, got one that raises {sketch(failure)} "
+                f"(numpy.vectorize takes functions of one number)"
+            ) from failure
+    array = _finite_array(name, values, finite)
+    if array.ndim > 0 and len(array) != count:
+        raise ValueError(
+            f"{name}: expected a function that returns its values at {count} times along the first axis, "
+            f"got an array of shape {shape_text(array.shape)}"
+        )
+    # Functions may return the same memory, each its own values.
+    shared = several and isinstance(values, np.ndarray) and np.may_share_memory(array, values)
+    return array.copy() if shared else array
+
+
+def _finite_array(name: str, value: Any, finite: bool) -> Array:
+    array = real_array(name, value, finite=False)
+    if finite and not all_finite(array):
+        constant = array.ndim == 0 or (name != "g" and array.ndim == 2)
+        if not constant and len(array) > 1 and np.isinf(array[0]).any() and np.isfinite(array[1:]).all():
+            raise _singular(name, f"{array[0][np.isinf(array[0])].flat[0]}" if array.ndim > 1 else f"{array[0]}")
+        real_array(name, array, finite)
+    return array
+
+
+def _singular(name: str, value: str) -> ValueError:
+    what = "a singular kernel" if name == "K" else "a function that is singular at 0"
+    return ValueError(
+        f"{name}: expected a finite value at t = 0, got {value}: {what} cannot be sampled there; integrate it exactly "
+        f"in the blocks of a collocation scheme, for quenta.solve_blocks_vie2 and its neighbours"
+    )
