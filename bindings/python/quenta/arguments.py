@@ -104,6 +104,13 @@ def whole_number(name: str, value: Any, least: int) -> int:
     return number
 
 
+def flag(name: str, value: Any) -> bool:
+    """True or False, or 1 or 0. Nothing else: an array has no truth value, and the text "False" would count as true."""
+    if isinstance(value, (bool, np.bool_)) or (isinstance(value, int) and value in (0, 1)):
+        return bool(value)
+    raise ValueError(f"{name}: expected True or False, got {_sketch(value)}")
+
+
 def positive_number(name: str, value: Any) -> float:
     number = real_number(name, value)
     if number <= 0:

@@ -11,7 +11,7 @@ from typing import Any, NamedTuple, Optional, Union
 import numpy as np
 
 from . import native_library
-from .arguments import Array, address, all_finite, expect_shape, initial_value, real_array, real_number, shape_text
+from .arguments import Array, address, all_finite, expect_shape, flag, initial_value, real_array, real_number, shape_text
 from .errors import SingularBlockError, SizeError
 from .native_library import LARGEST_INDEX, MOST_DIMENSIONS, MOST_POINTS, library
 
@@ -89,7 +89,7 @@ class _Blocks:
     """A and b, with the sizes that they have in common. A step has P slots, and `carried` more."""
 
     def __init__(self, A: Any, b: Any, carried: int, finite: bool) -> None:
-        self.finite = finite
+        self.finite = finite = flag("check_finite", finite)
         self.others: dict[str, Array] = {}
         self.b = real_array("b", b, finite)
         if self.b.ndim not in (2, 3):

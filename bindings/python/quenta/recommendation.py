@@ -5,7 +5,7 @@ from __future__ import annotations
 from dataclasses import dataclass
 from typing import Any, Optional
 
-from .arguments import whole_number
+from .arguments import flag, whole_number
 from .errors import SizeError
 from .setting_table import Measurement, Setting, settings
 
@@ -36,9 +36,10 @@ def recommend(
     samples
         The number of samples, if it is known: there are to be 8 steps at least.
     """
-    if kind not in ("vie1", "vie2", "vide"):
+    if not isinstance(kind, str) or kind not in ("vie1", "vie2", "vide"):
         raise ValueError(f"kind: expected 'vie1', 'vie2' or 'vide', came {kind!r}")
     smoothness = whole_number("smoothness", smoothness, 0)
+    stiff, continuous = flag("stiff", stiff), flag("continuous", continuous)
     if stiff and kind == "vie1":
         raise ValueError("stiff: expected False for the first kind, which has no decay of its own; came True")
     if continuous and kind != "vie1":

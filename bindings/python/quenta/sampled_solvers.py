@@ -15,7 +15,17 @@ from typing import Any, Callable, NamedTuple, Optional, Union
 import numpy as np
 
 from . import native_library
-from .arguments import Array, address, all_finite, expect_shape, initial_value, positive_number, real_array, shape_text
+from .arguments import (
+    Array,
+    address,
+    all_finite,
+    expect_shape,
+    flag,
+    initial_value,
+    positive_number,
+    real_array,
+    shape_text,
+)
 from .errors import GrowthWarning, SingularBlockError, SizeError, UnsupportedSettingError
 from .machine_memory import SMALL, require_memory
 from .native_library import LARGEST_INDEX, library
@@ -153,11 +163,13 @@ def prepare_vie1(
     check_finite: bool = True,
 ) -> SampledProblem:
     row = find_setting(setting)
+    check_finite = flag("check_finite", check_finite)
     if row.nodes[0] == 0:
         raise UnsupportedSettingError(
             f"setting: expected nodes above 0 for an equation of the first kind, which says nothing of y at the start "
             f"of a step; came {row}"
         )
+    continuous = flag("continuous", continuous)
     if continuous and y0 is None:
         raise ValueError("y0: expected a value to start from, since continuous was asked for; came None")
     if y0 is not None and not continuous:
@@ -165,7 +177,7 @@ def prepare_vie1(
     dt, arrays, D = _sampled(dt, {"g": g, "K": K}, row, t_end, check_finite)
     initial = initial_value("y0", y0, D, check_finite) if continuous else (0.0 if D is None else np.zeros(D))
     return SampledProblem(
-        "vie1_continuous" if continuous else "vie1", arrays["g"], arrays["K"], None, initial, dt, D, row, bool(check_finite)
+        "vie1_continuous" if continuous else "vie1", arrays["g"], arrays["K"], None, initial, dt, D, row, check_finite
     )
 
 
@@ -178,8 +190,9 @@ def prepare_vie2(
     check_finite: bool = True,
 ) -> SampledProblem:
     row = find_setting(setting)
+    check_finite = flag("check_finite", check_finite)
     dt, arrays, D = _sampled(dt, {"g": g, "K": K}, row, t_end, check_finite)
-    return SampledProblem("vie2", arrays["g"], arrays["K"], None, 0.0, dt, D, row, bool(check_finite))
+    return SampledProblem("vie2", arrays["g"], arrays["K"], None, 0.0, dt, D, row, check_finite)
 
 
 def prepare_vide(
@@ -193,9 +206,10 @@ def prepare_vide(
     check_finite: bool = True,
 ) -> SampledProblem:
     row = find_setting(setting)
+    check_finite = flag("check_finite", check_finite)
     dt, arrays, D = _sampled(dt, {"g": g, "K": K, "a": a}, row, t_end, check_finite)
     initial = initial_value("y0", y0, D, check_finite)
-    return SampledProblem("vide", arrays["g"], arrays["K"], arrays["a"], initial, dt, D, row, bool(check_finite))
+    return SampledProblem("vide", arrays["g"], arrays["K"], arrays["a"], initial, dt, D, row, check_finite)
 
 
 def _sampled(
