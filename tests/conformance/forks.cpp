@@ -17,13 +17,6 @@
 #include <utility>
 #include <vector>
 
-#if defined(__SANITIZE_THREAD__)
-// A child of a process with several threads may start threads of its own.
-extern "C" const char* __tsan_default_options() {
-    return "die_after_fork=0";
-}
-#endif
-
 namespace quenta {
 
 namespace {
@@ -182,12 +175,7 @@ TEST_F(forks, work_by_the_thousand_while_threads_attach_and_collect_and_solve_an
                     EXPECT_TRUE(each.works()) << each.name;
                 }}.join();
         });
-#if defined(__SANITIZE_THREAD__)
-    constexpr int children = 100;
-#else
-    constexpr int children = 1000;
-#endif
-    expect_children_of_both_kinds_of_threads_that_work(children);
+    expect_children_of_both_kinds_of_threads_that_work(1000);
     over = true;
     for (std::thread& each : busy)
         each.join();
