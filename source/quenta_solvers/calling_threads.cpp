@@ -1,4 +1,4 @@
-// The start of the library, the list of attached threads, and reclamation.
+// The start of the library, the list of attached threads, reclamation, and the state after a fork.
 #include "quenta_solvers/calling_threads.hpp"
 
 #include "quenta_solvers/calling_threads_state.hpp"
@@ -8,6 +8,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -25,26 +26,42 @@ constinit thread_local thread_record* record_of_this_thread = nullptr;
 // which the attachments it waits for still need.
 std::atomic<int> reclamation_suspensions{0};
 
+// The share of this thread, which is all that is left of the count in the child of a fork.
+constinit thread_local int suspensions_of_this_thread = 0;
+
 struct suspended_reclamation {
-    suspended_reclamation() { ++reclamation_suspensions; }
-    ~suspended_reclamation() { --reclamation_suspensions; }
+    suspended_reclamation() {
+        ++suspensions_of_this_thread;
+        ++reclamation_suspensions;
+    }
+    ~suspended_reclamation() {
+        --reclamation_suspensions;
+        --suspensions_of_this_thread;
+    }
     suspended_reclamation(const suspended_reclamation&) = delete;
     suspended_reclamation& operator=(const suspended_reclamation&) = delete;
 };
+
+bool handles_forks = false;
+
+// A new lock in the place of one that may be held by a thread that does not exist in this process.
+void renew(std::mutex& lock) {
+    new (&lock) std::mutex;
+}
 
 } // namespace
 
 void attached_thread_list::enter(std::unique_ptr<thread_record> record) {
     const std::lock_guard guard{lock};
-    record->next = first;
+    record->next = first.load();
     first = record.release();
 }
 
 bool attached_thread_list::take_out(const thread_record* record) {
     const std::lock_guard guard{lock};
-    for (thread_record** link = &first; *link != nullptr; link = &(*link)->next)
+    for (std::atomic<thread_record*>* link = &first; *link != nullptr; link = &link->load()->next)
         if (*link == record) {
-            *link = record->next;
+            *link = record->next.load();
             return true;
         }
     return false;
@@ -56,6 +73,10 @@ int attached_thread_list::size() {
     for (const thread_record* record = first; record != nullptr; record = record->next)
         ++count;
     return count;
+}
+
+void attached_thread_list::renew_lock() {
+    renew(lock);
 }
 
 void attach_calling_thread() {
@@ -84,11 +105,21 @@ void detach_thread_record(void* slot_value) {
     delete record;
 }
 
+void forget_other_threads() {
+    if (library_lock != nullptr)
+        renew(*library_lock);
+    attached_threads.renew_lock();
+    reclamation_suspensions = suspensions_of_this_thread;
+}
+
 } // namespace quenta
 
 int quenta_rt_init() {
     using namespace quenta;
-    // There is no runtime layer of the library's own to start, and so nothing that could fail.
+    if (!handles_forks)
+        handles_forks = platform::call_in_forked_child(forget_other_threads);
+    if (!handles_forks)
+        return 0;
     if (library_lock == nullptr)
         library_lock = new std::mutex; // never destroyed: there is no shutdown
     if (thread_exit_slot == platform::no_slot)

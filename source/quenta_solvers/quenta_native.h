@@ -4,6 +4,12 @@
  * number of threads at once. A thread needs no preparation of its own, and there is nothing to shut down. The
  * functions that only report limits or settings need no start at all.
  *
+ * Fork: in the child, every function may be called, whatever other threads were doing in the library at the time of the
+ * fork. A library that has been started stays started there. If the fork came before the start, or during it, the child
+ * calls quenta_rt_init itself. A solve that was running on another thread does not exist in the child, but its memory
+ * stays allocated. A handler of pthread_atfork may call the library in the child if it was registered after the start.
+ * vfork, _Fork and clone run no such handlers: after these, the child may only call exec.
+ *
  * Rules for all arguments
  *   1. Order: input arrays, then sizes, then scalars and the setting, then flags, then output arrays. Solvers from
  *      blocks have their sizes where it is said below.
@@ -24,12 +30,20 @@
  *   is written unless the status is QUENTA_SOLVED, but by solvers from blocks, which leave the steps before a singular
  *   one. The library is fully usable after every status.
  *
+ *   The dense system of a step is eliminated with partial pivoting. It is singular to rounding if a pivot is at most
+ *   n * 2^-52 times the largest pivot so far, itself included, where n is the order of the system. The scale of later
+ *   unknowns does not count, so that the result depends on the order of the unknowns: the block diag(1, 1e-17) is
+ *   singular, the block diag(1e-17, 1) is not.
+ *
  * What is no status
  *   Arguments that contradict each other are fatal: a C++ exception leaves through the function, which ends a
- *   process that does not catch it. It derives from std::exception, whose what() tells the place in the library, the
- *   index and the length. So does std::bad_alloc when memory runs out; no memory is lost on the way. A setting with
- *   m = 0 (or any m whose square is 0 in 32 bits) ends the process by the platform's arithmetic fault. In both cases
- *   the output is undefined. Null pointers are not tested, but where a function says so.
+ *   process that does not catch it. It derives from std::exception. If an array is too short, what() gives the index,
+ *   the length and the place in the library. The other exceptions give no place: that of a negative N in
+ *   quenta_solve_vie2 and quenta_solve_vide, std::length_error for most negative D, and std::bad_alloc when memory runs
+ *   out. No memory is lost on the way. In the solvers for vectors, a negative N has no defined result if N*D in 32 bits
+ *   is above 0. A setting with m = 0 (or any m whose square is 0 in 32 bits) ends the process by the platform's
+ *   arithmetic fault. After an exception or a fault the output is undefined. Null pointers are not checked unless a
+ *   function says so.
  */
 #ifndef QUENTA_NATIVE_H
 #define QUENTA_NATIVE_H

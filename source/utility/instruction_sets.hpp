@@ -6,7 +6,8 @@
 #pragma once
 
 #include <array>
-#include <span>
+#include <atomic>
+#include <cstddef>
 
 namespace quenta {
 
@@ -35,26 +36,42 @@ struct processor_features {
 
 processor_features detected_processor_features();
 
-// Every table that a processor with these features can run, the widest last. Nothing is allocated, since there are
-// solvers that promise as much; and to ask a set for its table takes none of its instructions.
+// Tables of one kind, the widest last.
 template <class table>
-std::span<const table* const> runnable_tables(processor_features features = detected_processor_features()) {
+struct table_list {
+    std::array<const table*, 3> tables;
+    std::size_t count;
+
+    const table* const* begin() const { return tables.data(); }
+    const table* const* end() const { return tables.data() + count; }
+    const table* back() const { return tables[count - 1]; }
+};
+
+// Every table that a processor with these features can run. Nothing is allocated, since there are solvers that promise
+// as much; and to ask a set for its table takes none of its instructions.
+template <class table>
+table_list<table> runnable_tables(processor_features features = detected_processor_features()) {
 #if defined(__x86_64__)
-    static const std::array tables{&table::template of<baseline>(), &table::template of<avx2>(),
-                                   &table::template of<avx512>()};
-    return std::span{tables}.first(features.avx512 ? 3 : features.avx2 ? 2 : 1);
+    const std::size_t count = features.avx512 ? 3 : features.avx2 ? 2 : 1;
+    return {{&table::template of<baseline>(), &table::template of<avx2>(), &table::template of<avx512>()}, count};
 #else
     static_cast<void>(features);
-    static const std::array tables{&table::template of<baseline>()};
-    return tables;
+    return {{&table::template of<baseline>()}, 1};
 #endif
 }
 
-// The table that solvers use: the widest one that the processor at hand can run.
+// The table that solvers use: the widest one that the processor at hand can run. Threads that ask for it first at the
+// same time all find the same one. There is no lock here, not even that of a local variable's initialization: in the
+// child of a fork it could be held for ever.
 template <class table>
 const table& widest_table() {
-    static const table& widest = *runnable_tables<table>().back();
-    return widest;
+    static constinit std::atomic<const table*> widest{nullptr};
+    const table* known = widest.load(std::memory_order_relaxed);
+    if (known == nullptr) {
+        known = runnable_tables<table>().back();
+        widest.store(known, std::memory_order_relaxed);
+    }
+    return *known;
 }
 
 } // namespace quenta

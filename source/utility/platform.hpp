@@ -1,5 +1,6 @@
-// What the platform gives: a per-thread slot with a destructor, the heap's free memory back to the system, and the
-// arithmetic fault. One source file a platform: platform_posix.cpp, platform_windows.cpp.
+// What the platform gives: a per-thread slot with a destructor, the heap's free memory back to the system, a call in
+// every child of a fork, and the arithmetic fault. One source file a platform: platform_posix.cpp,
+// platform_windows.cpp.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +19,10 @@ void set_thread_slot(std::uint32_t slot, void* value);
 
 // Gives the heap's free pages back to the system, where that is offered. Memory in use stays where it is.
 void release_free_memory();
+
+// Has `handler` called in every later child of a fork, on the child's only thread, before fork returns there. False if
+// the platform has no memory for it. A platform without fork never calls it.
+bool call_in_forked_child(void (*handler)());
 
 // Ends the process as an integer division by zero does.
 [[noreturn]] void raise_arithmetic_fault();

@@ -1,4 +1,4 @@
-// POSIX: a thread-specific key with a destructor, and SIGFPE.
+// POSIX: a thread-specific key with a destructor, pthread_atfork, and SIGFPE.
 #include "utility/platform.hpp"
 
 #include <csignal>
@@ -28,6 +28,10 @@ void release_free_memory() {
 #if defined(__GLIBC__)
     malloc_trim(0);
 #endif
+}
+
+bool call_in_forked_child(void (*handler)()) {
+    return pthread_atfork(nullptr, nullptr, handler) == 0;
 }
 
 void raise_arithmetic_fault() {

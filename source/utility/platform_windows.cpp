@@ -38,6 +38,10 @@ void release_free_memory() {
     _heapmin(); // the heap of malloc, which may be another than that of the process
 }
 
+bool call_in_forked_child(void (*)()) {
+    return true; // there is no fork
+}
+
 void raise_arithmetic_fault() {
     RaiseException(EXCEPTION_INT_DIVIDE_BY_ZERO, EXCEPTION_NONCONTINUABLE, 0, nullptr);
     std::abort();

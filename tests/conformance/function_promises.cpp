@@ -96,6 +96,9 @@ TEST(function_solve, the_smallest_problems_of_the_first_kind) {
         expect_solution(block({1.0, 0.0, 0.0, 1e-15}), {1.0, 2.0 / 1e-15});
         expect_solution(block({1e-16, 0.0, 0.0, 1e-16}), {1.0 / 1e-16, 2.0 / 1e-16});
         expect_solution(block({0.0, 2.0, 4.0, 0.0}), {0.5, 0.5});
+        // The scale is that of the pivots so far, so that the order of the unknowns counts.
+        expect_singular(block({1.0, 0.0, 0.0, 1e-17}));
+        expect_solution(block({1e-17, 0.0, 0.0, 1.0}), {1.0 / 1e-17, 2.0});
     }
 }
 

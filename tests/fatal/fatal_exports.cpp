@@ -183,6 +183,45 @@ TEST_P(fatal, is_an_exception_for_a_host_that_catches_and_the_next_call_works) {
 INSTANTIATE_TEST_SUITE_P(request, fatal, ::testing::ValuesIn(fatal_requests),
                          [](const auto& instance) { return std::string{instance.param.name}; });
 
+// Says whether the text of a failure gives a place in the library.
+bool gives_a_place(const std::string& text) {
+    return std::regex_search(text, std::regex{", at .*[a-z_]+\\.[ch]pp:[0-9]+$"});
+}
+
+// What an action throws, or an empty text.
+template <class action>
+std::string thrown_by(const action& call) {
+    try {
+        call();
+    } catch (const std::exception& failure) {
+        return failure.what();
+    }
+    return "";
+}
+
+TEST(text_of_a_failure, gives_the_place_where_an_array_is_too_short_and_only_there) {
+    int without_a_place = 0;
+    for (const fatal_request& request : fatal_requests) {
+        const std::string text = thrown_by([&] { call(request); });
+        const bool scalar = request.called == second_kind || request.called == derivative;
+        if (scalar && request.N < 0) {
+            EXPECT_EQ(text, "Conversion positive overflow") << request.name;
+            ++without_a_place;
+        } else {
+            EXPECT_TRUE(gives_a_place(text)) << request.name << ": " << text;
+        }
+    }
+    EXPECT_GT(without_a_place, 5);
+}
+
+TEST(text_of_a_failure, of_a_negative_dimension_gives_no_place) {
+    for (const solver called : {second_kind_system, discontinuous, derivative_system}) {
+        const std::string text = thrown_by([&] { call({"", 5, {2, {1}}, false, "", called, -1}); });
+        EXPECT_NE(text, "");
+        EXPECT_FALSE(gives_a_place(text)) << text;
+    }
+}
+
 struct called_with {
     solver called;
     int D;
@@ -211,6 +250,23 @@ TEST(not_fatal, null_coeffs_with_a_singular_block) {
     EXPECT_EQ(quenta_solve_vie2(samples, samples, 2, 1.0, 1, list, 1, 1, out, nullptr, &n_steps),
               QUENTA_SINGULAR_BLOCK);
     EXPECT_EQ(call({"", 5, {2, {0}}, true, "", discontinuous, 2}), QUENTA_SINGULAR_BLOCK);
+}
+
+TEST(no_step, is_fatal_in_the_15_settings_that_read_the_kernel_at_the_end_of_the_first_step) {
+    for (const auto& [called, D] : every_call) {
+        int fatal_settings = 0;
+        for (const setting& row : reference::settings()) {
+            const std::vector<int>& nodes = row.indices;
+            const bool both_ends = nodes.front() == 0 && nodes.back() == row.m;
+            const auto solve = [&, called = called, D = D] {
+                const int status = call({"", row.m * row.m, row, false, "", called, D});
+                EXPECT_TRUE(status == QUENTA_SOLVED || status == QUENTA_UNSUPPORTED_SETTING) << status;
+            };
+            EXPECT_EQ(thrown_by(solve) != "", both_ends) << "m = " << row.m << ", " << nodes.size() << " nodes";
+            fatal_settings += both_ends;
+        }
+        EXPECT_EQ(fatal_settings, 15);
+    }
 }
 
 // ---- Division by m * m = 0, whatever the host does with the signal ----

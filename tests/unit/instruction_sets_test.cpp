@@ -1,13 +1,20 @@
 #include "utility/instruction_sets.hpp"
 
+#if defined(__unix__)
+#include "support/forked_child.hpp"
+#include "support/latch.hpp"
+#endif
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace quenta {
@@ -66,6 +73,38 @@ TEST(instruction_sets, features_are_those_that_the_system_lists) {
 TEST(instruction_sets, the_widest_table_is_the_last_that_the_processor_at_hand_can_run) {
     EXPECT_EQ(widest_table<named_table>().name, runnable_names(detected_processor_features()).back());
 }
+
+#if defined(__unix__)
+// A table that takes its time to be found.
+struct slow_table {
+    template <class set>
+    static const slow_table& of() {
+        static constexpr slow_table table;
+        if (std::this_thread::get_id() == slow) {
+            entered->count_down();
+            over->wait();
+        }
+        return table;
+    }
+    static inline std::atomic<std::thread::id> slow;
+    static inline quenta_tests::latch *entered, *over;
+};
+
+TEST(instruction_sets, the_widest_table_is_found_in_the_child_of_a_fork_while_another_thread_looks_for_it) {
+    quenta_tests::latch entered{1}, over{1};
+    slow_table::entered = &entered;
+    slow_table::over = &over;
+    std::thread looking{[] {
+        slow_table::slow = std::this_thread::get_id();
+        widest_table<slow_table>();
+    }};
+    entered.wait();
+    EXPECT_TRUE(quenta_tests::works_in_forked_child(
+        [] { return &widest_table<slow_table>() == runnable_tables<slow_table>().back(); }));
+    over.count_down();
+    looking.join();
+}
+#endif
 
 } // namespace
 } // namespace quenta

@@ -134,6 +134,7 @@ def real_number(name: str, value: Any, finite: bool = True) -> float:
 
 
 def true_or_false(name: str, value: Any) -> bool:
+    """True or False, or 1 or 0. Nothing else: an array has no truth value, and the text "False" would count as true."""
     if not isinstance(value, (bool, np.bool_)) and not (isinstance(value, int) and value in (0, 1)):
         raise ValueError(f"{name}: expected True or False, got {sketch(value)}")
     return bool(value)

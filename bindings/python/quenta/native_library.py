@@ -109,24 +109,16 @@ def settings_table() -> list[list[int]]:
     return [[number for number in row if number >= 0] for row in rows]
 
 
-# ---- Threads and forks ----------------------------------------------------------------------------------------------
+# ---- Threads --------------------------------------------------------------------------------------------------------
 
 LEAST_STACK = 512 * 1024  # a solver takes up to 128 KiB, and the interpreter is on the stack too
 _thread = threading.local()
-_attachment = threading.Lock()
-
-# The library takes a lock of its own while a thread enters for the first time. A child of a fork would inherit it
-# locked, with nobody to unlock it; so no process forks while a thread is entering.
-if hasattr(os, "register_at_fork"):
-    os.register_at_fork(
-        before=_attachment.acquire, after_in_parent=_attachment.release, after_in_child=_attachment.release
-    )
 
 
 def enter_thread() -> None:
-    """To be called before every solve: on a thread's first one it makes the thread known to the library."""
-    if not hasattr(_thread, "attached"):
-        _attach()
+    """To be called before every solve: on a thread's first one it checks that the stack is large enough."""
+    if not hasattr(_thread, "has_enough_stack"):
+        _check_stack()
 
 
 def _stack_size() -> Optional[int]:
@@ -144,16 +136,13 @@ def _stack_size() -> Optional[int]:
     return size.value
 
 
-def _attach() -> None:
+def _check_stack() -> None:
     stack = _stack_size()
     if stack is not None and stack < LEAST_STACK:
         raise SizeError(
             f"threading.stack_size: expected at least {LEAST_STACK} bytes for a thread that solves, got {stack}"
         )
-    with _attachment:
-        # A request without nodes: the library notes the thread, refuses, and reads nothing.
-        library.quenta_solve_vie2(None, None, 1, 1.0, 1, None, 0, 0, None, None, None)
-    _thread.attached = True
+    _thread.has_enough_stack = True
 
 
 def release_memory() -> None:

@@ -199,6 +199,7 @@ def test_a_singular_block_leaves_the_steps_before_it(D):
 OTHERS = [
     (ValueError, "kind: expected 'vie1', 'vie2' or 'vide', got 'x'", lambda: quenta.recommend("x")),
     (ValueError, "kind: expected", lambda: quenta.recommend(None)),
+    (ValueError, "kind: expected", lambda: quenta.recommend(ONES)),
     (ValueError, "smoothness: expected a whole number, got 1.5", lambda: quenta.recommend("vie2", smoothness=1.5)),
     (ValueError, "smoothness: expected a number from 0 on, got -1", lambda: quenta.recommend("vie2", smoothness=-1)),
     (ValueError, "stiff: expected", lambda: quenta.recommend("vie1", stiff=True)),
@@ -216,6 +217,28 @@ OTHERS = [
     (ValueError, "parameters: expected", lambda: quenta.ensemble(abs, 7)),
     (ValueError, "executor: expected", lambda: quenta.ensemble(abs, [7], executor=7)),
 ]
+
+
+# An array has no truth value, and a text such as "False" would count as true.
+@pytest.mark.parametrize("value", [np.ones(2), "False", None, 2])
+def test_flags_are_true_or_false(value):
+    for name, call in (
+        ("check_finite", lambda: quenta.solve_vie2(ONES, ONES, 0.1, check_finite=value)),
+        ("check_finite", lambda: quenta.solve_vide(ONES, ONES, ONES, 1.0, 0.1, check_finite=value)),
+        ("check_finite", lambda: quenta.solve_vie1(ONES, ONES, 0.1, check_finite=value)),
+        ("continuous", lambda: quenta.solve_vie1(ONES, ONES, 0.1, continuous=value, y0=1.0)),
+        ("check_finite", lambda: quenta.solve_blocks_vie2(A, B, check_finite=value)),
+        ("check_finite", lambda: quenta.solve_blocks_vie1_cont(CARRIED, B, W, 1.0, 0.0, check_finite=value)),
+        ("stiff", lambda: quenta.recommend("vie2", stiff=value)),
+        ("continuous", lambda: quenta.recommend("vie1", continuous=value)),
+    ):
+        with pytest.raises(ValueError, match=f"^{name}: expected True or False, got "):
+            call()
+
+
+def test_flags_of_numpy_are_flags():
+    assert quenta.solve_vie2(ONES, ONES, 0.1, check_finite=np.True_).y.shape == (21,)
+    assert quenta.recommend("vie1", continuous=np.False_).setting == quenta.recommend("vie1").setting
 
 
 @pytest.mark.parametrize("case", range(len(OTHERS)))

@@ -1,6 +1,7 @@
 """Solves from many threads at once, and in the children of a fork, give the bits of a solve alone."""
 
 import os
+import signal
 import sys
 import threading
 from concurrent.futures import ThreadPoolExecutor
@@ -79,36 +80,64 @@ def test_the_stack_size_of_threads_is_left_as_it_is(monkeypatch):
     assert left == 2**20
 
 
-@pytest.mark.skipif(not hasattr(os, "fork"), reason="this system has no fork")
-@pytest.mark.filterwarnings("ignore:.*fork:DeprecationWarning")
-def test_children_of_a_fork_solve_while_threads_come_and_go():
-    expected, over, children = solve(1.0), threading.Event(), 40
+def assert_children_work(works, children, while_others):
+    """Forks again and again while three threads repeat an action; `works` runs in each child."""
+    over = threading.Event()
 
-    def come_and_go():
+    def repeat():
         while not over.is_set():
-            thread = threading.Thread(target=solve, args=(1.0,))
-            thread.start()
-            thread.join()
+            while_others()
 
-    busy = [threading.Thread(target=come_and_go) for _ in range(3)]
+    busy = [threading.Thread(target=repeat) for _ in range(3)]
     for thread in busy:
         thread.start()
+    endings = []
     try:
-        endings = []
-        for _ in range(children):
+        while len(endings) < children and not any(endings):
             child = os.fork()
             if child == 0:
-                same = np.array_equal(solve(1.0), expected)
-                thread = threading.Thread(target=solve, args=(1.0,))  # a thread that is new to the library
-                thread.start()
-                thread.join(20)
-                os._exit(0 if same and not thread.is_alive() else 1)
+                ending = 1
+                try:
+                    signal.alarm(20)  # ends a child that waits for ever
+                    ending = 0 if works() else 1
+                finally:
+                    os._exit(ending)
             endings.append(os.waitpid(child, 0)[1])
     finally:
         over.set()
         for thread in busy:
             thread.join()
     assert endings == [0] * children
+
+
+@pytest.mark.skipif(not hasattr(os, "fork"), reason="this system has no fork")
+@pytest.mark.filterwarnings("ignore:.*fork:DeprecationWarning")
+def test_children_of_a_fork_solve_while_threads_come_and_go():
+    expected = solve(1.0)
+
+    def come_and_go():
+        thread = threading.Thread(target=solve, args=(1.0,))
+        thread.start()
+        thread.join()
+
+    def works():
+        come_and_go()  # a thread that is new to the library
+        return np.array_equal(solve(1.0), expected)
+
+    assert_children_work(works, 40, while_others=come_and_go)
+
+
+@pytest.mark.skipif(not hasattr(os, "fork"), reason="this system has no fork")
+@pytest.mark.filterwarnings("ignore:.*fork:DeprecationWarning")
+def test_children_of_a_fork_release_memory_while_other_threads_release_memory():
+    def works():
+        quenta.release_memory()
+        thread = threading.Thread(target=quenta.release_memory)  # a thread that is new to the library
+        thread.start()
+        thread.join()
+        return True
+
+    assert_children_work(works, 200, while_others=quenta.release_memory)
 
 
 def test_solutions_outlive_their_inputs():

@@ -1,0 +1,24 @@
+// The angles at which the transforms call `cos` and `sin`.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace quenta_tests {
+
+// Those of all transforms of up to n points, in one direction: `turn` is a full turn with its sign. n is a power of
+// two. None occurs twice.
+inline std::vector<double> transform_angles(std::int64_t n, double turn) {
+    std::vector<double> angles;
+    // Between two twiddles of a stage.
+    for (std::int64_t length = 2; length <= n; length *= 2)
+        angles.push_back(turn / double(length));
+    // Where a run of twiddles starts anew. Those of the longest stage are also those of the shorter ones, and those
+    // that are a power of two are among the above.
+    for (std::int64_t first = 32; first < n / 2; first += 32)
+        if ((first & (first - 1)) != 0)
+            angles.push_back(double(first) * (turn / double(n)));
+    return angles;
+}
+
+} // namespace quenta_tests
