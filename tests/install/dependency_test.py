@@ -150,6 +150,12 @@ class PartOfAnotherBuild(Case):
         self.assertRegex(self.link_command(), r" -l?pthread\b")
 
 
+class WholeProject(Case):
+    def test_a_generator_of_many_configurations_takes_it(self):
+        configure(ROOT, self.build, generator="Ninja Multi-Config")
+        self.assertGreater(len(compile_commands(self.build)), 100)
+
+
 class PkgConfig(Case):
     def test_directories_may_be_absolute(self):
         for libraries, headers in (("lib", "include"), ("lib/of/many", "include/quenta"), ("{place}/lib", "include"),
