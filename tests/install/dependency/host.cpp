@@ -5,4 +5,6 @@
 #error "headers of the inside of the library are found"
 #endif
 
-int main() { return quenta_rt_init() ? 0 : 1; }
+int main() {
+    return quenta_rt_init() ? 0 : 1;
+}
