@@ -1,6 +1,7 @@
-# What `cmake --install` puts in place: the header, the library, and what finds them for CMake and for pkg-config.
+# What `cmake --install` puts in place: the header, the library, what finds them for CMake and for pkg-config, and the
+# program with its manual pages and its completion.
 #
-# Two components: `library` is what a program needs that runs, `development` what a program needs that is built.
+# Three components: `library` is needed to run programs, `development` to build them, and `program` is quenta itself.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -22,8 +23,30 @@ write_basic_package_version_file(${package_file}-version.cmake COMPATIBILITY Sam
 install(FILES ${package_file}.cmake ${package_file}-version.cmake DESTINATION ${package_directory}
     COMPONENT development)
 
-# The prefix is where the file is found, so that the installed tree may be moved.
+# quenta_native.pc finds the prefix from its own place, so that the installed tree may be moved; what has an absolute
+# directory stays there.
 set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${pkgconfig_directory} /prefix)
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+    set(pkgconfig_prefix ${CMAKE_INSTALL_PREFIX})
+else()
+    file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${pkgconfig_directory} /prefix)
+    set(pkgconfig_prefix "\${pcfiledir}/${prefix_from_pkgconfig}")
+endif()
+foreach(directory LIBDIR INCLUDEDIR)
+    set(pkgconfig_${directory} "\${prefix}")
+    cmake_path(APPEND pkgconfig_${directory} ${CMAKE_INSTALL_${directory}}) # which an absolute one replaces
+endforeach()
 configure_file(cmake/quenta_native.pc.in quenta_native.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quenta_native.pc DESTINATION ${pkgconfig_directory} COMPONENT development)
+
+if(QUENTA_BUILD_TOOLS)
+    if(UNIX AND NOT APPLE)
+        # The program finds the library from its own place, too.
+        file(RELATIVE_PATH libraries_from_programs ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+        set_target_properties(quenta PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries_from_programs}")
+    endif()
+    install(TARGETS quenta RUNTIME COMPONENT program)
+    install(FILES ${QUENTA_MANUAL_PAGES} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
+    install(FILES tools/completion/quenta DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions
+        COMPONENT program)
+endif()

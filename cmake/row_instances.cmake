@@ -1,6 +1,6 @@
 # What short marches gain by -O3, without what makes half as much code again of them, in half as much time again. Loops
 # over many numbers have units of their own.
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT QUENTA_SANITIZE)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_FLAGS_RELEASE MATCHES "-O3" AND NOT QUENTA_SANITIZE)
     set(quenta_options_of_rows "$<$<CONFIG:Release>:-O2;-fvect-cost-model=dynamic;-fpeel-loops>")
 endif()
 

@@ -45,7 +45,7 @@ class ExampleTest(unittest.TestCase):
         printed = [line for line in self.made.stdout.splitlines() if not line.startswith("written: ")]
         self.assertEqual(len(printed), 4)
         for line in printed:
-            self.assertIn("    " + line + "\n", readme)
+            self.assertIn("\n" + line + "\n", readme)
 
     def test_files_are_there_and_no_others(self):
         picture = EXAMPLE.name + ".png"

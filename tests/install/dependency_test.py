@@ -1,0 +1,187 @@
+"""The library as a part of other builds, under flags that they choose, and as pkg-config finds it.
+
+usage: dependency_test.py CHECKOUT LIBRARY COMPILER
+
+Nothing of the library is compiled but single units. LIBRARY is a built one, which stands for what an installation has.
+"""
+
+import json
+import os
+import pathlib
+import shlex
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT, LIBRARY = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+COMPILER = sys.argv[3]
+HERE = pathlib.Path(__file__).resolve().parent
+ON_X86 = os.uname().machine == "x86_64"
+LAST = "-ffp-contract=off"
+
+
+def output_of(command, **options):
+    ran = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **options)
+    if ran.returncode != 0:
+        raise AssertionError(f"this failed: {shlex.join(map(str, command))}\n{ran.stdout}")
+    return ran.stdout
+
+
+def configure(source, build, *options, generator="Ninja"):
+    return output_of(["cmake", "-S", source, "-B", build, "-G", generator, f"-DCMAKE_CXX_COMPILER={COMPILER}", *options])
+
+
+def compile_commands(build):
+    """{(object, source): words of the command}"""
+    entries = json.loads((build / "compile_commands.json").read_text())
+    commands = [(pathlib.Path(entry["file"]), shlex.split(entry["command"])) for entry in entries]
+    return {(words[words.index("-o") + 1], file): words for file, words in commands}
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.place = pathlib.Path(directory.name)
+        self.build = self.place / "build"
+
+
+class PartOfAnotherBuild(Case):
+    def configure_host(self, *options, how="add_subdirectory", **others):
+        """The command that compiles the host, and those of the library's units."""
+        configure(HERE / "dependency", self.build, f"-DQUENTA={ROOT}", f"-DHOW={how}", *options, **others)
+        commands = compile_commands(self.build)
+        host = [words for (_, file), words in commands.items() if file.name == "host.cpp"]
+        units = {key: words for key, words in commands.items() if key[1].name != "host.cpp"}
+        self.assertGreater(len(units), 10)
+        return host[0], units
+
+    def command_of(self, units, name):
+        (command,) = [words for (_, file), words in units.items() if file.name == name]
+        return command
+
+    def link_command(self):
+        commands = output_of(["ninja", "-C", self.build, "-t", "commands", "quenta_native"]).splitlines()
+        (linked,) = [line for line in commands if " -shared " in line]
+        return linked
+
+    def test_only_the_library_comes_in(self):
+        for how in ("add_subdirectory", "FetchContent"):
+            with self.subTest(how):
+                self.build = self.place / how
+                self.configure_host(how=how)  # the host's CMakeLists.txt compares before and after
+                self.assertFalse((self.build / "CPackConfig.cmake").exists())
+                output_of(["cmake", "--install", self.build, "--prefix", self.place / "prefix"])
+                self.assertFalse((self.place / "prefix").exists(), "something of the library was installed")
+
+    def test_the_host_is_compiled_as_before(self):
+        host, _ = self.configure_host("-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS=-ffast-math")
+        options = [word for word in host[1:host.index("-o")] if not word.startswith("-I")]
+        self.assertEqual(options, ["-ffast-math", "-O3", "-DNDEBUG", "-Wold-style-cast", "-std=gnu++11", "-Werror"])
+        output_of([*host, "-fsyntax-only"], cwd=self.build)
+
+    def test_flags_of_the_build_are_kept_and_those_of_the_arithmetic_stand_last(self):
+        _, units = self.configure_host("-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS=-ffp-contract=fast -g3",
+                                       "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DOF_THE_HOST")
+        for (_, file), words in units.items():
+            self.assertEqual([word for word in words if word.startswith("-O")], ["-O1"], file)
+            self.assertLessEqual({"-g3", "-DOF_THE_HOST"}, set(words))
+            self.assertEqual([word for word in words if word[:2] in ("-f", "-m")][-1], LAST, file)
+            self.assertNotIn("-Werror", words)
+
+    def test_no_build_type_means_no_optimisation(self):
+        _, units = self.configure_host()
+        for (_, file), words in units.items():
+            self.assertEqual([word for word in words if word.startswith("-O")], [], file)
+
+    def test_all_configurations(self):
+        _, units = self.configure_host("-DCMAKE_CONFIGURATION_TYPES=Debug;Release;RelWithDebInfo;MinSizeRel",
+                                       "-DCMAKE_CXX_FLAGS=-Werror",  # and the host warns of old-style casts
+                                       generator="Ninja Multi-Config")
+        compiled = 0
+        for configuration, levels in {"Debug": [], "Release": ["-O3"], "RelWithDebInfo": ["-O2"],
+                                      "MinSizeRel": ["-Os"]}.items():
+            of_it = {key: words for key, words in units.items() if f"/{configuration}/" in key[0]}
+            self.assertGreater(len(of_it), 10)
+            for (_, file), words in of_it.items():
+                # Rows of the settings table come with less than the rest of a release.
+                rows = configuration == "Release" and "_rows_" in file.name and "-O2" in words
+                self.assertEqual([word for word in words if word.startswith("-O")], levels + rows * ["-O2"], file)
+                self.assertEqual([word for word in words if word[:2] in ("-f", "-m")][-1], LAST, file)
+            (target,) = [key[0] for key in of_it if key[1].name == "vector_kernels_baseline.cpp"]
+            output_of(["ninja", "-C", self.build, "-f", f"build-{configuration}.ninja", target])
+            compiled += 1
+        self.assertEqual(compiled, 4)
+
+    def machine_code(self, command, *more):
+        """What the unit of a command compiles to, with more options before the first of its own."""
+        target = self.place / "unit.o"
+        words = [command[0], *more, *command[1:]]
+        words[words.index("-o") + 1] = str(target)
+        output_of(words, cwd=self.build)
+        return output_of(["objdump", "-d", "--no-show-raw-insn", target]).split("\n", 3)[-1]
+
+    def test_fast_math_and_contraction_change_no_instruction(self):
+        fused = ["-mfma"] if ON_X86 else []
+        _, units = self.configure_host("-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O2")
+        ours = self.command_of(units, "fft.cpp")
+        expected = self.machine_code(ours, *fused)
+        for options in (["-ffast-math"], ["-Ofast"], ["-funsafe-math-optimizations"], ["-ffp-contract=fast"],
+                        ["-fassociative-math", "-fno-signed-zeros", "-fno-trapping-math", "-freciprocal-math"]):
+            self.assertEqual(self.machine_code(ours, *fused, *options), expected, options)
+        # The options do something where ours do not stand behind them.
+        alone = [word for word in ours if word != LAST]
+        self.assertNotEqual(self.machine_code(alone, *fused, "-ffp-contract=fast"), expected)
+
+    def test_loading_the_library_leaves_the_mode_of_the_process(self):
+        for option in ("-ffast-math", "-Ofast", "-funsafe-math-optimizations"):
+            for where in ("CMAKE_CXX_FLAGS", "CMAKE_CXX_FLAGS_RELEASE"):
+                shutil.rmtree(self.build, ignore_errors=True)
+                self.configure_host("-DCMAKE_BUILD_TYPE=Release", f"-D{where}={option}")
+                linked = self.link_command().removeprefix(": && ").removesuffix(" && :")
+                said = output_of([*shlex.split(linked), "-###"], cwd=self.build)
+                self.assertIn("crti.o", said) # it says what is linked
+                self.assertNotIn("crtfastmath.o", said, option)
+
+    def test_threads_are_linked_where_they_are_a_library_of_their_own(self):
+        self.configure_host("-DCMAKE_HAVE_LIBC_PTHREAD=OFF")
+        self.assertRegex(self.link_command(), r" -l?pthread\b")
+
+
+class WholeProject(Case):
+    def test_a_generator_of_many_configurations_takes_it(self):
+        configure(ROOT, self.build, generator="Ninja Multi-Config")
+        self.assertGreater(len(compile_commands(self.build)), 100)
+
+
+class PkgConfig(Case):
+    def test_directories_may_be_absolute(self):
+        for libraries, headers in (("lib", "include"), ("lib/of/many", "include/quenta"), ("{place}/lib", "include"),
+                                   ("lib", "{place}/headers"), ("{place}/far/lib", "{place}/headers")):
+            libraries, headers = (directory.format(place=self.place) for directory in (libraries, headers))
+            with self.subTest(libraries=libraries, headers=headers):
+                prefix = self.place / "prefix"
+                configure(ROOT, self.build, "-DQUENTA_BUILD_TESTS=OFF", "-DQUENTA_BUILD_TOOLS=OFF",
+                          f"-DCMAKE_INSTALL_PREFIX={prefix}", f"-DCMAKE_INSTALL_LIBDIR={libraries}",
+                          f"-DCMAKE_INSTALL_INCLUDEDIR={headers}")
+                # As the installation puts them: an absolute directory replaces the prefix.
+                libdir, includedir = prefix / libraries, prefix / headers
+                for directory in (libdir / "pkgconfig", includedir):
+                    directory.mkdir(parents=True, exist_ok=True)
+                shutil.copy(self.build / "quenta_native.pc", libdir / "pkgconfig")
+                shutil.copy(ROOT / "source/quenta_solvers/quenta_native.h", includedir)
+                for name in LIBRARY.parent.glob("libquenta_native.so*"):
+                    shutil.copy(name, libdir, follow_symlinks=False)
+                environment = {**os.environ, "PKG_CONFIG_PATH": str(libdir / "pkgconfig")}
+                flags = output_of(["pkg-config", "--cflags", "--libs", "quenta_native"], env=environment).split()
+                program = self.place / "host"
+                output_of([COMPILER, HERE / "dependency/host.cpp", *flags, "-o", program])
+                output_of([program], env={**os.environ, "LD_LIBRARY_PATH": str(libdir)})
+                for directory in (libdir, includedir):
+                    shutil.rmtree(directory)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
