@@ -37,8 +37,8 @@
  *
  * What is no status
  *   Arguments that contradict each other are fatal: a C++ exception leaves through the function, which ends a
- *   process that does not catch it. It derives from std::exception. If an array is too short, what() gives the index,
- *   the length and the place in the library. The other exceptions give no place: that of a negative N in
+ *   process that does not catch it. It derives from std::exception. If N is too small for the setting, what() gives the
+ *   index, the length and the place in the library. The other exceptions give no place: that of a negative N in
  *   quenta_solve_vie2 and quenta_solve_vide, std::length_error for most negative D, and std::bad_alloc when memory runs
  *   out. No memory is lost on the way. In the solvers for vectors, a negative N has no defined result if N*D in 32 bits
  *   is above 0. A setting with m = 0 (or any m whose square is 0 in 32 bits) ends the process by the platform's

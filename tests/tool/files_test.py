@@ -102,7 +102,7 @@ class Outputs(ProgramTest):
 
     def test_a_file_that_is_open_already_is_appended_to(self):
         solution = self.solve(text=constant_samples(4))
-        for name in ("/dev/stdout", "/dev/fd/1", "/proc/self/fd/1"):
+        for name in ("/dev/stdout", "/dev/fd/1", "/proc/self/fd/1", "/dev/../dev/stdout", "log"):
             self.write("log", "kept\n")
             with open(self.directory / "log", "a") as log:
                 run = subprocess.run([PROGRAM, "vie2", "--output", name], input=constant_samples(4), stdout=log,
@@ -110,6 +110,17 @@ class Outputs(ProgramTest):
             self.assertEqual((run.returncode, run.stderr), (SOLVED, ""))
             self.assertEqual((self.directory / "log").read_text(), "kept\n" + solution)
             self.assertEqual(self.listing(), ["log"])
+
+    def test_the_file_of_standard_input_is_not_replaced(self):
+        self.write("samples.csv", constant_samples(4))
+        self.write("other.csv", "kept\n")
+        for name in ("/dev/stdin", "other.csv"):
+            with open(self.directory / "other.csv") as other:
+                run = subprocess.run([PROGRAM, "vie2", "samples.csv", "--output", name], stdin=other,
+                                     capture_output=True, text=True, cwd=self.directory)
+            self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""), run.stderr)
+            self.assert_one_sentence(run.stderr, "cannot write " + name, "standard input is read from it")
+            self.assertEqual((self.directory / "other.csv").read_text(), "kept\n")
 
     def test_links_that_lead_nowhere_are_refused(self):
         (self.directory / "absent.csv").symlink_to("absent/y.csv")

@@ -106,7 +106,7 @@ std::string listed(const std::vector<std::string>& names) {
     return text;
 }
 
-// The character that separates the fields of a header: the most frequent outside of quotes.
+// The character that separates the fields of a header: the most frequent outside of quotes; a comma if as frequent.
 char separator_of(std::string_view header) {
     constexpr std::array candidates{',', ';', '\t'};
     std::array<std::size_t, candidates.size()> found{};

@@ -25,6 +25,15 @@ double largest_component(const std::vector<double>& values, std::size_t first, s
     return largest;
 }
 
+// How many times as high as g(0) / (h K(0)) the spike is. The integral of the first polynomial is 0 at the start of the
+// step, and must be g(0) at every node k / m.
+double relative_height(const setting& chosen) {
+    double sum = 0.0;
+    for (const int k : chosen.nodes)
+        sum += static_cast<double>(chosen.m) / k;
+    return sum;
+}
+
 std::string description(const equation_samples& posed, std::size_t unknown, const std::string& height) {
     const auto end = posed.g.begin() + static_cast<std::ptrdiff_t>(posed.dimension());
     const auto worst = std::max_element(posed.g.begin(), end,
@@ -54,10 +63,10 @@ std::optional<std::string> fault_of_forcing(const equation_samples& posed, const
     }
     const Eigen::VectorXd jump =
         of_start.solve(Eigen::Map<const Eigen::VectorXd>(start.data(), static_cast<Eigen::Index>(dimension)));
-    const double h = posed.spacing * static_cast<double>(per_step);
+    const double h = posed.spacing * static_cast<double>(per_step), height = relative_height(chosen);
     const std::size_t after_spike = posed.steps <= 2 ? 0 : 2 * per_step + 1;
     for (std::size_t r = 0; r < dimension; ++r) {
-        const double spike = std::abs(jump[static_cast<Eigen::Index>(r)]) / h;
+        const double spike = height * std::abs(jump[static_cast<Eigen::Index>(r)]) / h;
         if (spike > largest_part * largest_component(y, after_spike, posed.solved, r, dimension))
             return description(posed, r,
                                sentence(" of the order of ", two_digits(spike), " that grows as the spacing falls"));

@@ -28,8 +28,6 @@ constexpr std::size_t most_steps_of_trial = 40;
 // How many times as large as K(0) the kernel becomes within the first step: the spectral radius of the inverse of K(0)
 // times K(t), which does not depend on the units of the equations and of the unknowns. Infinite if K(0) is singular.
 double rise_of_kernel(const equation_samples& posed, std::size_t per_step) {
-    if (largest_magnitude(posed.kernels(0, per_step + 1)) == 0.0)
-        return 0.0;
     const kernel_factors of_start(kernel_matrix(posed, 0));
     if (is_singular(of_start))
         return std::numeric_limits<double>::infinity();
@@ -87,14 +85,15 @@ kernel_fault description(const equation_samples& posed, double rise, double grow
     if (largest_magnitude(posed.kernels(0, 1)) == 0.0) {
         fault.start = "K(0) is 0";
         fault.cure = "expected another K(0): differentiate the equation, and solve it with K' and g' in the place of K "
-                     "and g";
+                     "and g; once more if K'(0) is 0 too";
     } else if (std::isinf(rise) && !scalar) {
         fault.start = "the matrix K(0) is singular";
         fault.cure = "expected a regular one: differentiate the equations, or the combinations of them, in which K(0) "
                      "is 0";
     } else {
-        fault.start = sentence(scalar ? sentence("K(0) is small (", posed.K[0], ")") : "the matrix K(0) is small",
-                               ": the kernel becomes ", two_digits(rise), " times as large within the first step");
+        fault.start = scalar ? sentence("K(0) is small (", posed.K[0], ")") : "the matrix K(0) is small";
+        if (std::isfinite(rise))
+            fault.start += sentence(": the kernel becomes ", two_digits(rise), " times as large within the first step");
         fault.cure = "expected a larger K(0): differentiate the equation, and solve y(t) = g'(t)/K(0) - integral of "
                      "K'(t - s)/K(0) y(s) ds with vie2";
     }

@@ -42,7 +42,7 @@ constexpr const char* example_of_vide =
     "Example: y'(t) = -integral from 0 to t of y(s) ds, y(0) = 1, whose solution is cos(t)\n"
     "  printf 't,K\\n0,-1\\n0.25,-1\\n0.5,-1\\n0.75,-1\\n1,-1\\n' | quenta vide --y0=1\n";
 constexpr const char* example_of_settings =
-    "Example: the settings that read every sample of g, and how much they read of K\n"
+    "Example: the settings that read all of g but its first or last sample, and how much of K\n"
     "  quenta settings | awk '$7 == 1 { print $2, $8 }'\n";
 
 constexpr const char* about_the_table =

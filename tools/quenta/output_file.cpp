@@ -34,9 +34,9 @@ std::FILE* create_beside(const std::filesystem::path& target, std::string& creat
     return nullptr;
 }
 
-// The name of a file that is open already, perhaps with something in it.
-bool names_open_file(std::string_view path) {
-    return path == "/dev/stdout" || path == "/dev/stderr" || path.starts_with("/dev/fd/") ||
+// Whether the file is open already, perhaps with something in it.
+bool is_open_file(const std::string& path) {
+    return same_file("/dev/stdout", path) || same_file("/dev/stderr", path) || path.starts_with("/dev/fd/") ||
            path.starts_with("/proc/self/fd/");
 }
 
@@ -60,9 +60,11 @@ output_file::output_file(const std::string& path) : shown(path == "-" ? "standar
         throw unwritable(path, failure.message());
     if (std::filesystem::is_directory(status))
         throw unwritable(path, "it is a directory");
+    if (same_file("/dev/stdin", path))
+        throw unwritable(path, "standard input is read from it");
     if (std::filesystem::exists(status)) {
         // A file is replaced only if it could also have been overwritten.
-        const bool is_appended = names_open_file(path);
+        const bool is_appended = is_open_file(path);
         const bool is_replaced = std::filesystem::is_regular_file(status) && !is_appended;
         stream.reset(std::fopen(path.c_str(), is_appended ? "ab" : is_replaced ? "r+b" : "wb"));
         if (!stream)

@@ -62,7 +62,7 @@ void warn_of_differences(const csv_table& table, const sample_columns& checked, 
             ", and they contradict the samples that it reads: at t = ", table.columns[0][found->row], " ",
             table.names[checked.first + found->column], " is ", columns[found->column][found->row],
             ", which differs from the polynomial through its neighbours by ", percent(found->part_of_range),
-            " of the range; expected at most ", percent(unread_tolerance), ", and ", cure(chosen, first_kind));
+            " of the range; expected at most ", percent(found->allowed), ", and ", cure(chosen, first_kind));
 }
 
 } // namespace quenta_program

@@ -13,14 +13,15 @@ namespace {
 // Differences below this part of the largest value are due to rounding.
 constexpr double rounding = 1e-12;
 
-// The Lagrange polynomial through the nearest samples that are read, at a sample that is not.
+constexpr std::size_t width = 4;
+
+// The Lagrange polynomial through the nearest ones of other samples, at a sample that is not read.
 class neighbour_polynomial {
 public:
-    // `following` is the index in `read` of the first sample after `row`.
-    neighbour_polynomial(const std::vector<std::size_t>& read, std::size_t following, std::size_t row) {
-        count = std::min(places.size(), read.size());
-        const std::size_t first = std::min(following - std::min<std::size_t>(following, 2), read.size() - count);
-        std::copy_n(read.begin() + static_cast<std::ptrdiff_t>(first), count, places.begin());
+    // `following` is the index in `others` of the first sample after `row`.
+    neighbour_polynomial(const std::vector<std::size_t>& others, std::size_t following, std::size_t row) {
+        const std::size_t first = std::min(following - std::min<std::size_t>(following, 2), others.size() - count);
+        std::copy_n(others.begin() + static_cast<std::ptrdiff_t>(first), count, places.begin());
         for (std::size_t j = 0; j < count; ++j) {
             double numerator = 1.0, denominator = 1.0;
             for (std::size_t k = 0; k < count; ++k)
@@ -50,10 +51,23 @@ private:
         return static_cast<double>(from) - static_cast<double>(to);
     }
 
-    std::size_t count;
-    std::array<std::size_t, 4> places{};
-    std::array<double, 4> weights{};
+    static constexpr std::size_t count = width;
+    std::array<std::size_t, count> places{};
+    std::array<double, count> weights{};
 };
+
+// The polynomial at `row`, which lies between `read[following - 1]` and `read[following]`. Outside of the samples that
+// are read, and where they are few, it passes through the nearest samples, read or not.
+neighbour_polynomial polynomial_at(std::size_t row, const std::vector<std::size_t>& read, std::size_t following,
+                                   std::size_t rows) {
+    if (read.size() >= width && following > 0 && following < read.size())
+        return {read, following, row};
+    std::vector<std::size_t> others;
+    for (std::size_t other = row - std::min(row, width); other < std::min(row + width + 1, rows); ++other)
+        if (other != row)
+            others.push_back(other);
+    return {others, std::min(row, width), row};
+}
 
 // The largest difference of two finite values, or 0.
 double range_of(std::span<const double> values) {
@@ -98,7 +112,7 @@ std::optional<unread_difference> largest_difference(std::span<const std::vector<
     for (std::size_t row = 0; row < rows; ++row)
         if (is_read[row])
             read.push_back(row);
-    if (read.size() == rows)
+    if (read.size() == rows || rows <= width)
         return std::nullopt;
 
     double largest = 0.0;
@@ -116,7 +130,7 @@ std::optional<unread_difference> largest_difference(std::span<const std::vector<
             ++following;
             continue;
         }
-        const neighbour_polynomial polynomial(read, following, row);
+        const neighbour_polynomial polynomial = polynomial_at(row, read, following, rows);
         const double weight = polynomial.sum_of_absolute_weights();
         for (std::size_t c = 0; c < columns.size(); ++c) {
             if (ranges[c] == 0.0)
@@ -125,7 +139,7 @@ std::optional<unread_difference> largest_difference(std::span<const std::vector<
             // Samples that are not finite are reported by themselves.
             if (std::isfinite(difference) && difference > unread_tolerance * ranges[c] * weight + rounding * largest &&
                 (!worst || difference / ranges[c] > worst->part_of_range))
-                worst = {c, row, difference / ranges[c]};
+                worst = {c, row, difference / ranges[c], unread_tolerance * weight};
         }
     }
     return worst;

@@ -22,12 +22,13 @@ inline constexpr double unread_tolerance = 0.01;
 
 struct unread_difference {
     std::size_t column, row;
-    double part_of_range;
+    double part_of_range, allowed;
 };
 
-// Compares the samples that are not read with the polynomials through the nearest samples that are read, two on each
-// side. Of those that differ by more than the tolerance, returns the one that differs most, in parts of its column's
-// range.
+// Compares the samples that are not read with the polynomials through the nearest four that are read, two on each side.
+// Those outside of all that are read, or where fewer than four are read, are compared with the nearest four of all. Of
+// those that differ by more than the tolerance times the sum of the absolute weights, returns the one that differs
+// most, in parts of its column's range.
 std::optional<unread_difference> largest_difference(std::span<const std::vector<double>> columns,
                                                     const std::vector<bool>& is_read);
 

@@ -71,7 +71,8 @@ def _converted(name: str, value: Any) -> Array:
         raise ValueError(f"{name}: expected numbers everywhere, got an array with masked elements")
     try:
         array = np.asarray(value)
-        if array.dtype.kind == "O" and hasattr(value, "to_numpy"):  # a type of pandas that has a value for "missing"
+        # A type of pandas that has a value for "missing". Texts and such are not numbers, though pandas would convert them.
+        if array.dtype.kind == "O" and hasattr(value, "to_numpy") and _may_be_numbers(array):
             array = np.asarray(value.to_numpy(dtype=_DOUBLE, na_value=np.nan))
     except MemoryError as failure:
         raise refusal(0, f"{name} as an array") from failure
@@ -82,6 +83,10 @@ def _converted(name: str, value: Any) -> Array:
         raise ValueError(f"{name}: expected an array of real numbers, got {sketch(value)} of dtype {array.dtype}")
     with reserve(size_of_copy(array), f"a copy of {name}"), np.errstate(over="ignore"):
         return contiguous(array)
+
+
+def _may_be_numbers(array: Any) -> bool:
+    return not any(isinstance(item, (str, bytes)) for item in array.flat)
 
 
 # So many numbers are copied at once, in some hundredths of a second. Between these parts Ctrl-C is answered.
@@ -171,9 +176,11 @@ def expect_shape(name: str, array: Array, shape: tuple[int, ...], meaning: Optio
 
 
 def initial_value(name: str, value: Any, dimension: Optional[int], finite: bool) -> Union[float, Array]:
-    """A number for a scalar equation, an array of shape (D,) for a system."""
+    """A number for a scalar equation; for a system an array of shape (D,), or a number for all components."""
     if dimension is None:
         return real_number(name, value, finite)
     array = real_array(name, value, finite)
+    if array.ndim == 0:
+        return np.full(dimension, float(array))
     expect_shape(name, array, (dimension,), "(D,)")
     return array

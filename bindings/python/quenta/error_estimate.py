@@ -80,7 +80,7 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
     What no sample shows cannot be estimated: a spike between two samples, or an oscillation with fewer than two samples
     a period. Nor can the error of the samples themselves.
 
-    This takes the time of one and a half solves with the setting itself, and of about two with the setting (1, [1]).
+    This takes 2.4 to 9 times as long as the solve from 20,000 samples on, and some milliseconds for 1,000 or fewer.
 
     Returns an `EstimatedSolution`. Raises what `solve` raises, and `SizeError` for fewer than 13 samples. Warns as
     `solve` does; the other solutions are not warned of.

@@ -54,7 +54,8 @@ def fault_of_kernel(problem: SampledProblem) -> Optional[str]:
     if growth >= _GROWING:
         errors = f"errors grow by a factor of about {growth:.3g} in every step" if growth < math.inf else "errors overflow"
     cure = (
-        "solve the differentiated equation, of the first kind with K' and g' for K and g"
+        "solve the differentiated equation, of the first kind with K' and g' for K and g, differentiated again if K' is 0 "
+        "there too"
         if what == "is 0"
         else "solve the differentiated equation K(0) y(t) + integral from 0 to t of K'(t - s) y(s) ds = g'(t); divided by "
         "K(0), if that is regular, it is of the second kind"
@@ -77,7 +78,9 @@ def fault_of_forcing(problem: SampledProblem, solution: Solution) -> Optional[st
     if scaled is None:
         spike, least, height = abs(start), _SPIKE * _largest(g[: len(solution.y)]), ""
     else:
-        spike = abs(scaled[:, 0]) / solution.step
+        # The integral of the first polynomial is 0 at the start, and as large as makes g(0) at every node k / m.
+        setting = problem.setting
+        spike = abs(scaled[:, 0]) * sum(setting.m / k for k in setting.nodes) / solution.step
         least = _SPIKE * _largest(solution.y[2 * spacings + 1 :] if solution.steps > 2 else solution.y)
         height = f" of height about {spike.max():.3g}"
     if not (spike > least).any():

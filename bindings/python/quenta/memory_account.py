@@ -8,7 +8,6 @@ wait for threads that do. So others wait for it only for some seconds.
 from __future__ import annotations
 
 import collections
-import math
 import os
 import threading
 import time

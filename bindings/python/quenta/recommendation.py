@@ -64,7 +64,7 @@ def recommend(
     form = "vie1_continuous" if continuous else kind
     demands = ["whose errors do not grow", f"with at least {_FEWEST_STEPS} steps in {count} samples"]
     if smoothness == 0:
-        demands.append("with m = 1, which read every sample")
+        demands.append("with m = 1")
     if stiff:
         demands.append("that damp what decays within a step")
 
@@ -84,16 +84,17 @@ def recommend(
 
     candidates = [setting for setting in settings() if serves(setting, setting.measured[form])]
     best = min(candidates, key=error)
+    among = f"of the {len(candidates)} settings" if len(candidates) > 1 else "of the settings"
+    derivatives = "derivative" if smoothness == 1 else "derivatives"
     return Recommendation(
         best,
-        f"of the {len(candidates)} settings {', '.join(demands)}, {best} has the smallest error for problems with "
-        f"{smoothness} continuous {'derivative' if smoothness == 1 else 'derivatives'}, about {error(best):.1g} with {count} samples; "
-        f"{best.measured[form].note}; {_what_is_read(best)}",
+        f"{among} {', '.join(demands)}, {best} has the smallest error for problems with {smoothness} continuous "
+        f"{derivatives}, about {error(best):.1g} with {count} samples; {best.measured[form].note}; {_what_is_read(best)}",
     )
 
 
 def _what_is_read(setting: Setting) -> str:
-    offsets = {node * setting.m % setting.spacings for node in setting.nodes}  # of the samples of g, within a step
-    if len(offsets) == setting.spacings:
-        return "every sample is read"
-    return f"{len(offsets)} of every {setting.spacings} samples of g are read"
+    read = round(setting.fraction_of_g_read * setting.spacings)
+    if read < setting.spacings:
+        return f"{read} of every {setting.spacings} samples of g are read"
+    return "every sample is read" if setting.count > 1 else "every sample of g is read except one at an end"

@@ -66,7 +66,8 @@ def solve_vie1(
     within the first step; `IllPosedWarning` tells of both.
 
     The default setting (3, [1, 2, 3]) has a high order for smooth samples, and reads a third of those of g and of K.
-    Where the others contradict them, this is warned of; (1, [1]) reads every sample but the first of g.
+    Where the others contradict them, this is warned of; (1, [1]) reads every sample except the first of g and
+    the last of K.
 
     Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
     solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
@@ -140,7 +141,7 @@ def solve_vide(
         times, which are sampled here. In a system, a scalar K or a stands for that multiple of the identity, and a
         number g for all components.
     y0
-        A number, or an array of shape (D,).
+        A number, or for a system an array of shape (D,); there a number counts for all components.
     setting
         A pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a `Recommendation`.
     t_end

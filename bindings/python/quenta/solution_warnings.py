@@ -11,7 +11,7 @@ import numpy as np
 from . import first_kind_start
 from .arguments import all_finite
 from .errors import DroppedSamplesWarning, GrowthWarning, IllPosedWarning, QuentaWarning, UnreadSamplesWarning
-from .unread_samples import TOLERANCE, find_disagreement
+from .unread_samples import find_disagreement
 
 if TYPE_CHECKING:
     from .arguments import Array
@@ -42,9 +42,10 @@ def _of_dropped_samples(problem: SampledProblem, solution: Solution) -> Optional
     used = len(solution.y)
     if used == N:
         return None
+    last = "sample is" if N - used == 1 else f"{N - used} are"
     return (
         f"g: expected a number of samples k * {spacings} + 1, for whole steps of setting {problem.setting}, got {N}: "
-        f"the last {N - used} are not used, and the solution ends at t = {solution.end!r}"
+        f"the last {last} not used, and the solution ends at t = {solution.end!r}"
     )
 
 
@@ -60,7 +61,7 @@ def _of_unread_samples(name: str, samples: Array, problem: SampledProblem) -> Op
     return text + (
         f"they contradict the samples that it reads: {where} is {samples[found.place]:.6g} and differs from the "
         f"polynomial through its neighbours by {_percent(found.fraction)} of the range; expected at most "
-        f"{_percent(TOLERANCE)}. {_setting_that_reads_all(problem)}"
+        f"{_percent(found.allowed)}. {_setting_that_reads_all(problem)}"
     )
 
 
@@ -73,12 +74,12 @@ def _setting_that_reads_all(problem: SampledProblem) -> str:
         return "Setting (1, [0, 1]) reads every sample"
     if problem.setting.m == 1:
         return "No setting reads the first sample of g, or the last of K, in an equation of the first kind"
-    return "Setting (1, [1]) reads every sample but the first of g"
+    return "Setting (1, [1]) reads every sample except the first of g and the last of K"
 
 
 def _of_growth(problem: SampledProblem, solution: Solution) -> Optional[str]:
     setting = problem.setting
-    if problem.check_finite and not all_finite(solution.y):
+    if not all_finite(solution.y) and (problem.check_finite or _is_finite(problem)):
         return (
             f"the solution has left the range of numbers; errors may have grown from step to step under setting {setting}"
         )
@@ -86,3 +87,8 @@ def _of_growth(problem: SampledProblem, solution: Solution) -> Optional[str]:
     if problem.form == "vie1_continuous" and measured is not None and not measured.stable:
         return f"setting {setting}, continuous: {measured.note}"
     return None
+
+
+def _is_finite(problem: SampledProblem) -> bool:
+    arrays = (problem.g, problem.K, problem.a, np.atleast_1d(problem.y0))
+    return all(array is None or all_finite(array) for array in arrays)

@@ -1,9 +1,10 @@
 """Whether the samples that a setting does not read agree with those that it reads.
 
-A sample that is not read is compared with the polynomial through the (up to) four samples nearest to it that are read,
-two on each side where there are two. Let Lambda be the sum of the absolute weights of that polynomial at the sample:
-1.25 in the middle of four equally spaced samples, 15 one spacing outside of them. The sample contradicts those that
-are read if
+A sample between others that are read is compared with the polynomial through the four of these nearest to it, two on
+each side where there are two. One before the first or after the last that is read, and every one where fewer than four
+are read, is compared with the polynomial through the four nearest samples, read or not; with four samples or fewer there
+is no comparison. Let Lambda be the sum of the absolute weights of that polynomial at the sample: 1.25 in the middle of
+four equally spaced samples, 15 one spacing outside of them. The sample contradicts the others if
 
     |sample - polynomial| > TOLERANCE * range * Lambda + ROUNDING * (largest |sample|),
 
@@ -30,7 +31,8 @@ if TYPE_CHECKING:
 TOLERANCE = 0.01
 ROUNDING = 1e-12
 
-_WIDTH = 4  # samples that are read around one that is not
+_WIDTH = 4  # samples around one that is not read
+_FOURTH_DIFFERENCE = np.array([1.0, -4.0, 6.0, -4.0, 1.0])
 # Stencils repeat in every step except in the first and the last few. Both ends are seen in so many steps.
 _ENDS, _BOTH_ENDS = 4, 9
 _FEW_SAMPLES = 1000  # for so many, all stencils are kept
@@ -45,6 +47,8 @@ class Disagreement(NamedTuple):
     #: Where it is, and by how much of the range of its component it differs; NaN if it is not finite.
     place: tuple[int, ...]
     fraction: float
+    #: The fraction that is allowed there: TOLERANCE * Lambda.
+    allowed: float
 
 
 def read_samples(setting: Setting, of_kernel: bool, steps: int) -> list[int]:
@@ -67,6 +71,8 @@ def find_disagreement(samples: Array, of_kernel: bool, setting: Setting) -> Opti
     steps = (len(samples) - 1) // setting.spacings
     count = steps * setting.spacings + 1
     values = samples[:count]
+    if count <= _WIDTH:
+        return _find_not_finite(values, read_samples(setting, of_kernel, steps))
     usual = _stencils(setting, of_kernel, min(steps, _BOTH_ENDS))
     if _are_smooth(values, usual.smooth):
         return None
@@ -83,7 +89,7 @@ def find_disagreement(samples: Array, of_kernel: bool, setting: Setting) -> Opti
         return None
     row, component = worst.place
     place = (row, *map(int, np.unravel_index(component, samples.shape[1:])))
-    return Disagreement(usual.count_unread(steps), count, place, worst.fraction)
+    return Disagreement(usual.count_unread(steps), count, place, worst.fraction, worst.allowed)
 
 
 def _find_not_finite(samples: Array, read: list[int]) -> Optional[Disagreement]:
@@ -92,7 +98,7 @@ def _find_not_finite(samples: Array, read: list[int]) -> Optional[Disagreement]:
     if not lost.any():
         return None
     place = tuple(map(int, np.argwhere(lost)[0]))
-    return Disagreement(len(samples) - len(read), len(samples), place, math.nan)
+    return Disagreement(len(samples) - len(read), len(samples), place, math.nan, math.nan)
 
 
 def _surely_within(values: Array, bound: float) -> bool:
@@ -105,18 +111,18 @@ def _are_smooth(samples: Array, bound: float) -> bool:
 
     It is quick to see, for most samples. The first and the last one stand for the range.
     """
-    if bound == 0.0:  # too few samples are read
-        return False
     scale = abs(samples[-1] - samples[0]) * bound
     at_once = max(_AT_ONCE // samples[0].size, 1)
     for begin in range(0, len(samples) - 4, at_once):
-        differences = samples[begin : begin + at_once + 4]
-        for _ in range(4):
-            differences = differences[1:] - differences[:-1]
+        part = samples[begin : begin + at_once + 4]
         if samples.ndim == 1 and 1e-140 < scale < 1e140:
             # The sum of squares is quick to get, and nowhere near the limits of numbers here.
-            within = np.vdot(differences, differences) <= scale * scale
+            differences = np.correlate(part, _FOURTH_DIFFERENCE)
+            within = differences.dot(differences) <= scale * scale
         else:
+            differences = part
+            for _ in range(4):
+                differences = differences[1:] - differences[:-1]
             within = (abs(differences).max(axis=0) <= scale).all()
         if not within:
             return False
@@ -131,7 +137,7 @@ class _Worst:
         self.scale = np.where(ranges > 0, ranges, np.inf)  # constants contradict nothing
         self.bound = TOLERANCE * float(self.scale.min())
         self.rounding = rounding
-        self.fraction = 0.0
+        self.fraction = self.allowed = 0.0
         self.place: Optional[tuple[int, int]] = None
 
     def compare(self, residuals: Array, lebesgue: Array, rows: Union[Indices, range]) -> None:
@@ -148,6 +154,7 @@ class _Worst:
         at, component = np.unravel_index(np.argmax(fractions), fractions.shape)
         if fractions[at, component] > self.fraction:
             self.fraction = float(fractions[at, component])
+            self.allowed = TOLERANCE * float(np.broadcast_to(lebesgue, fractions.shape)[at, component])
             self.place = int(rows[int(at)]), int(component)
 
 
@@ -171,11 +178,11 @@ class _Stencils:
         self.steps, self.spacings = steps, setting.spacings
         read = np.array(read_samples(setting, of_kernel, steps))
         self.unread = np.setdiff1d(np.arange(steps * self.spacings + 1), read)
-        nearest, weights = _nearest(self.unread, read)
+        nearest, weights = _nearest(self.unread, read, steps * self.spacings + 1)
         self.lebesgue = abs(weights).sum(axis=1)
         self.places = np.column_stack([nearest, self.unread])
         self.weights = np.column_stack([weights, -np.ones(len(weights))]) / self.lebesgue[:, np.newaxis]
-        self.smooth = TOLERANCE / self._largest_sum() if len(read) >= _WIDTH else 0.0
+        self.smooth = TOLERANCE / self._largest_sum()
         if steps == _BOTH_ENDS:
             self._find_groups(read, nearest, weights)
 
@@ -244,14 +251,17 @@ class _Stencils:
                 worst.compare(predicted[row], group.lebesgue[row : row + 1], rows)
 
 
-def _nearest(unread: Indices, read: Indices) -> tuple[Indices, Array]:
-    """For every sample that is not read, those that are read around it, and the weights of the polynomial there."""
-    width = min(_WIDTH, len(read))
-    first = np.clip(np.searchsorted(read, unread) - _WIDTH // 2, 0, len(read) - width)
-    nearest = read[first[:, np.newaxis] + np.arange(width)]
+def _nearest(unread: Indices, read: Indices, count: int) -> tuple[Indices, Array]:
+    """For every sample that is not read, those that it is compared with, and the weights of the polynomial there."""
+    nearest = np.empty((len(unread), _WIDTH), np.intp)
+    for row, place in enumerate(unread):
+        between = len(read) >= _WIDTH and read[0] < place < read[-1]
+        others = read if between else np.delete(np.arange(count), place)
+        first = min(max(int(np.searchsorted(others, place)) - _WIDTH // 2, 0), len(others) - _WIDTH)
+        nearest[row] = others[first : first + _WIDTH]
     weights = np.ones(nearest.shape)
-    for j in range(width):
-        for other in range(width):
+    for j in range(_WIDTH):
+        for other in range(_WIDTH):
             if other != j:
                 weights[:, j] *= (unread - nearest[:, other]) / (nearest[:, j] - nearest[:, other])
     return nearest, weights

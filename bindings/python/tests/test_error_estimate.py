@@ -7,8 +7,6 @@ import pydoc
 import threading
 import warnings
 
-import warnings
-
 import numpy as np
 import pytest
 from problems import KINDS, SOLVERS, arguments, coupled_arguments, solution

@@ -1,5 +1,6 @@
 """Equations of the first kind with K(0) zero or nearly, or with g(0) not zero, are warned of; others are not."""
 
+import re
 import warnings
 
 import numpy as np
@@ -79,10 +80,13 @@ def test_an_offset_of_g():
     found, texts = solve(lambda t: 1 + np.sin(t), lambda t: np.exp(-t))
     assert len(texts) == 1 and texts[0].startswith("g: expected g(0) = 0, as the integral is, got 1:") and "spike" in texts[0]
     assert abs(found.y).max() > 10 * abs(found.y[20:]).max()
+    stated = float(re.search("of height about ([0-9.]+)", texts[0])[1])
+    assert abs(found.y[0] - 1) == pytest.approx(stated, rel=0.05)
     _, texts = solve(lambda t: np.stack([np.sin(t), 0.1 + np.sin(t)], axis=1), np.eye(2))
     assert len(texts) == 1 and "got [0.  0.1]" in texts[0]
     assert not solve(lambda t: 1e-5 + np.sin(t), lambda t: np.exp(-t))[1]
-    assert len(solve(lambda t: 1e-2 + np.sin(t), lambda t: np.exp(-t))[1]) == 1
+    for offset in (1e-2, 1e-3):
+        assert len(solve(lambda t: offset + np.sin(t), lambda t: np.exp(-t))[1]) == 1
 
 
 def test_what_is_not_finite_is_left_to_others():

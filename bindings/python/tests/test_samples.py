@@ -256,3 +256,16 @@ def test_warnings_that_are_errors_come_back_from_other_processes():
         found = quenta.ensemble(impulse, [37, 53], executor=executor)
     assert [failure.index for failure in found.failures] == [0, 1]
     assert found.failures[0].error.startswith("UnreadSamplesWarning: g: setting (2, [0, 1, 2]) does not read 50 of 101")
+
+
+def test_a_number_is_the_initial_value_of_all_components():
+    g, K = np.stack([np.sin(T), np.cos(T)], axis=1), np.exp(-T)
+    same(
+        quenta.solve_vide(g, K, -1, 2, 0.05, setting=(1, [0, 1])),
+        quenta.solve_vide(g, K, -1, [2, 2], 0.05, setting=(1, [0, 1])),
+    )
+
+
+def test_finite_samples_whose_solution_overflows_are_warned_of_in_any_case():
+    with pytest.warns(quenta.GrowthWarning, match="left the range of numbers"):
+        quenta.solve_vie2(np.ones(3001), np.full(3001, 10.0), 0.05, setting=(1, [0, 1]), check_finite=False)
