@@ -1,7 +1,7 @@
 # cmake -DCOMMANDS=<compile_commands.json> -DSOURCE=<source directory> -DBINARY=<its build directory>
 #       -P no_contraction.cmake
 #
-# On every compile line of the library, -ffp-contract=off stands behind all other options that could turn contraction
+# On every compile line of the project, -ffp-contract=off stands behind all other options that could turn contraction
 # on again.
 cmake_minimum_required(VERSION 3.25)
 
@@ -26,5 +26,5 @@ foreach(i RANGE ${last})
 endforeach()
 message(STATUS "${checked} compile lines")
 if(checked LESS 10)
-    message(SEND_ERROR "only ${checked} compile lines of the library were found")
+    message(SEND_ERROR "only ${checked} compile lines of the project were found")
 endif()
