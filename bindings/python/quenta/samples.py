@@ -203,12 +203,14 @@ def _sample(
                 f"{name}: expected a function of an array of times, got one that raises {sketch(failure)} "
                 f"(numpy.vectorize takes functions of one number)"
             ) from failure
-    array = _finite_array(name, values, finite)
+    array = real_array(name, values, finite=False)
     if array.ndim > 0 and len(array) != count:
         raise ValueError(
             f"{name}: expected a function that returns its values at {count} times along the first axis, "
             f"got an array of shape {shape_text(array.shape)}"
         )
+    if finite and not all_finite(array):
+        raise _not_finite_in_time(name, array, dt)
     # Functions may return the same memory, each its own values.
     shared = several and isinstance(values, np.ndarray) and np.may_share_memory(array, values)
     return array.copy() if shared else array
@@ -222,6 +224,20 @@ def _finite_array(name: str, value: Any, finite: bool) -> Array:
             raise _singular(name, f"{array[0][np.isinf(array[0])].flat[0]}" if array.ndim > 1 else f"{array[0]}")
         real_array(name, array, finite)
     return array
+
+
+def _not_finite_in_time(name: str, array: Array, dt: float) -> ValueError:
+    """Why a function is refused of whose values some are not finite."""
+    values = array.reshape(max(len(np.atleast_1d(array)), 1), -1)
+    finite = np.isfinite(values).all(axis=1)
+    first = int(np.argmin(finite))
+    value = float(values[first][~np.isfinite(values[first])][0])
+    if first == 0 and len(values) > 1 and finite[1:].all() and math.isinf(value):
+        return _singular(name, str(value))
+    return ValueError(
+        f"{name}: expected a function that is finite from 0 to the end of the last step, {(len(values) - 1) * dt!r}, "
+        f"got {value} at t = {first * dt!r} (check_finite=False lets it pass)"
+    )
 
 
 def _singular(name: str, value: str) -> ValueError:

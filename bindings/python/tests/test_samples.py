@@ -269,3 +269,11 @@ def test_a_number_is_the_initial_value_of_all_components():
 def test_finite_samples_whose_solution_overflows_are_warned_of_in_any_case():
     with pytest.warns(quenta.GrowthWarning, match="left the range of numbers"):
         quenta.solve_vie2(np.ones(3001), np.full(3001, 10.0), 0.05, setting=(1, [0, 1]), check_finite=False)
+
+
+def test_a_function_that_is_not_finite_is_refused_with_the_time():
+    with pytest.raises(ValueError, match=r"g: .* the end of the last step, 1.08, got nan at t = 1.02"):
+        with np.errstate(invalid="ignore"):
+            quenta.solve_vie2(lambda t: np.sqrt(1 - t), lambda t: np.exp(-t), 0.03, t_end=1)
+    with pytest.raises(ValueError, match=r"K: .* got nan at t = 0.0 "):
+        quenta.solve_vie2(1.0, lambda t: np.sin(t) / t, 0.03, t_end=1)
