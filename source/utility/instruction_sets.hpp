@@ -61,8 +61,8 @@ table_list<table> runnable_tables(processor_features features = detected_process
 }
 
 // The table that solvers use: the widest one that the processor at hand can run. Threads that ask for it first at the
-// same time all find the same one. There is no lock here, not even that of a local variable's initialization: in the
-// child of a fork it could be held for ever.
+// same time all find the same one. There is no lock here, not even the guard of a static local
+// variable: in the child of a fork it might never be released.
 template <class table>
 const table& widest_table() {
     static constinit std::atomic<const table*> widest{nullptr};

@@ -61,7 +61,7 @@ read_row(documented "libraries, beside the loader")
 list(SORT documented)
 expect_equal("libraries that the library needs" "${documented}" "${needed}")
 
-# A local variable with an initialization at run time has a lock, which the child of a fork could find held for ever.
+# A static local variable that is initialized at run time has a lock, which may never be released in the child of a fork.
 run(symbols "${NM}" -D --undefined-only "${LIBRARY}")
 if(symbols MATCHES "__cxa_guard_acquire")
     message(SEND_ERROR "the library takes the lock of a static local variable")

@@ -14,7 +14,7 @@ namespace quenta_tests {
 
 inline constexpr unsigned seconds_of_a_child = 30;
 
-// Forks, and runs `works()` in the child. A child that waits for ever is ended by its alarm, and fails.
+// Forks, and runs `works()` in the child. A child that hangs is ended by its alarm and counts as failed.
 template <class action>
 ::testing::AssertionResult works_in_forked_child(const action& works) {
     const pid_t child = fork();

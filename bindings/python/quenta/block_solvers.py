@@ -31,7 +31,7 @@ from .native_library import LARGEST_INDEX, MOST_DIMENSIONS, MOST_POINTS, library
 # A NaN that no calculation makes: what it still marks after a solve was not written.
 _UNWRITTEN = np.uint64(0x7FF8_5EED_0B10_C550)
 
-# How fast the matrix is read, where it is not in memory but in a file.
+# Assumed rate of reading A, in bytes per second. A may be mapped from a file.
 _BYTES_PER_SECOND = 5e8
 
 

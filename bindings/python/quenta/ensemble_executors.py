@@ -1,4 +1,4 @@
-"""The members of an ensemble, shared out to an executor; no member is lost or counted twice, whatever dies."""
+"""The members of an ensemble, distributed over an executor. No member is lost or counted twice, even if workers die."""
 
 from __future__ import annotations
 
@@ -9,7 +9,7 @@ from typing import Any, Callable, Generator, Iterator, Optional
 
 from .ensemble_members import Member, Outcome, in_detail, in_one_line, origin, solve_members, unpacked
 
-_CHUNKS = 64  # so many, if nobody says otherwise: enough to share them out, few enough to send
+_CHUNKS = 64  # the default: enough to balance the load, few enough to keep the overhead low
 _SIGNAL_CHECK = 0.2  # seconds; some systems do not interrupt a thread that waits
 
 Part = list[Member]
@@ -19,14 +19,14 @@ PartFuture = concurrent.futures.Future[list[Outcome]]
 def solve_elsewhere(
     solve: Callable[[Any], Any], members: Part, executor: Any, chunk: Optional[int]
 ) -> Generator[list[Outcome], None, None]:
-    """Outcomes as they come; each member's once. Members that are not started are withdrawn when this is closed."""
+    """Yields outcomes in the order of completion, one per member. Closing it cancels members that have not started."""
     sharing = _Sharing(solve, executor)
     size = chunk or 1 + len(members) // _CHUNKS
     sharing.waiting.extend(members[first : first + size] for first in range(0, len(members), size))
     try:
         yield from sharing.outcomes()
     finally:
-        # Python before 3.12 can wait for ever for a pool of processes that has cancelled ones. It has been given few.
+        # Before Python 3.12, shutting down a process pool can hang if futures were cancelled. Few are pending here.
         if not isinstance(executor, concurrent.futures.ProcessPoolExecutor):
             for future in sharing.pending:
                 future.cancel()
@@ -42,7 +42,7 @@ class _Sharing:
         workers = getattr(executor, "_max_workers", None)
         self.most_pending = 2 * workers if isinstance(workers, int) else None
         self.waiting: collections.deque[Part] = collections.deque()
-        #: What was with a process that ended: each part once more, with nothing beside it.
+        #: Parts that were running when a worker died. Each is run again, alone.
         self.suspects: collections.deque[Part] = collections.deque()
         self.alone: Optional[Part] = None
         self.pending: dict[PartFuture, Part] = {}

@@ -19,12 +19,12 @@ if TYPE_CHECKING:
     from .sampled_solvers import SampledProblem
     from .solution import Solution
 
-# K within the first step, beside K(0): so large is too large; below the smaller one errors do not grow.
+# Ratio of K within the first step to K(0): above the first, warn; below the second, errors do not grow.
 _TOO_LARGE, _LARGER = 10.0, 1.1
 # Errors may grow by so much in a step if they stay below the other in all steps.
 _GROWING, _MOST_GROWTH = 1.1, 1000.0
 _TRIAL_STEPS, _FEWEST_TRIAL_STEPS = 40, 4
-# The height of the spike that g(0) makes, beside the solution past the first two steps.
+# Largest height of the spike from g(0), relative to the solution after the first two steps.
 _SPIKE = 0.01
 
 
@@ -125,7 +125,7 @@ def _largest_ratio(first_step: Array) -> float:
 
 
 def _solved(matrix: Array, right: Array) -> Optional[Array]:
-    """matrix^-1 right, or None if a pivot is 0. LAPACK may wait for ever where a limit of memory refuses it buffers."""
+    """matrix^-1 right, or None if a pivot is 0. Avoids LAPACK, which can hang if a memory limit denies it buffers."""
     D = len(matrix)
     rows = np.concatenate([matrix, right], axis=1)
     for column in range(D):

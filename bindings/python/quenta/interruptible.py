@@ -26,7 +26,7 @@ _PATIENCE = 0.2
 def call(
     function: Callable[..., int], arguments: tuple[Any, ...], seconds: float, arrays: Any, reservation: Reservation
 ) -> int:
-    """function(*arguments), which is expected to take so many seconds and reads and writes the arrays."""
+    """Returns function(*arguments). `seconds` is the expected duration; `arrays` are kept alive during the call."""
     if seconds < LONG or threading.current_thread() is not threading.main_thread() or not affords_thread():
         return function(*arguments)
     for start in (start_thread, start_roomy_thread):
@@ -60,7 +60,7 @@ class _Job:
         self, function: Callable[..., int], arguments: tuple[Any, ...], arrays: Any, reservation: Reservation
     ) -> None:
         self.function, self.arguments, self.arrays, self.reservation = function, arguments, arrays, reservation
-        # Whoever takes the first lock decides whether the call is made. The second one is released when it has ended.
+        # The thread that acquires `begun` decides whether the call is made. `finished` is released when the call ends.
         self.begun, self.finished = threading.Lock(), threading.Lock()
         self.finished.acquire()
         self.refused = False

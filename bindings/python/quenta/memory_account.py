@@ -1,4 +1,4 @@
-"""What the solves of this process take together: each waits until it fits into memory beside those that are running.
+"""What the solves of this process take together: each waits until it fits into memory in addition to the running ones.
 
 The library has no way to say that memory has run out, except to end the process. So everything that a solve takes is
 reserved before it begins. A reservation that a function of the caller uses is different: that function may solve, or
@@ -78,7 +78,7 @@ NOTHING: Reservation = _Nothing(0, "a small solve")
 
 
 def reserve(size: int, what: str, for_function: bool = False) -> Reservation:
-    """Counts so many bytes, which `what` takes, as taken, once they can be had beside everything that is running.
+    """Reserves `size` bytes for `what` as soon as they fit in addition to all running solves.
 
     Raises a `SizeError` if they cannot be had although nothing is running.
     """
@@ -86,13 +86,13 @@ def reserve(size: int, what: str, for_function: bool = False) -> Reservation:
 
 
 def require_memory(size: int, what: str) -> None:
-    """Waits until so many bytes can be had, and reserves nothing."""
+    """Waits until `size` bytes are available. Reserves nothing."""
     if size >= SMALL:
         _account.add(Reservation(size, what)).release()
 
 
 def affords_thread() -> bool:
-    """Whether one more thread fits beside everything that is running."""
+    """Whether memory suffices for one more thread in addition to all running solves."""
     return _account.affords_thread()
 
 
@@ -122,7 +122,7 @@ class _Account:
             self.waiting.append(wanted)
             until = time.monotonic() + _PATIENCE_WITH_FUNCTIONS
             try:
-                # One after the other, so that a large solve is not overtaken for ever by small ones.
+                # First come, first served: small solves cannot starve a large one.
                 while self.waiting[0] is not wanted or not self._fits(wanted, time.monotonic() < until):
                     self.changed.wait(_PATIENCE)
                 self.running.add(wanted)
@@ -137,7 +137,7 @@ class _Account:
             self.changed.notify_all()
 
     def _fits(self, wanted: Reservation, with_functions: bool) -> bool:
-        # Of what is running, nobody knows how much has been allocated already: all counts as still to come.
+        # How much the running solves have allocated already is unknown, so all of it counts as still to come.
         others = [
             other.size
             for other in self.running
@@ -169,7 +169,7 @@ def _addresses_beside(total: int) -> Optional[int]:
 
 
 def _trial(size: int) -> bool:
-    """Whether so much can be allocated, where the system tells nothing."""
+    """Whether this many bytes can be allocated. Used where the system reports no limits."""
     try:
         np.empty(size + size // 8, np.uint8)
     except (MemoryError, ValueError):  # the second if no address is so large
@@ -181,7 +181,7 @@ _account = _Account()
 
 
 def _forget() -> None:
-    """In the child of a fork nothing is running, and nobody would unlock what was locked."""
+    """Resets the account in the child of a fork: no solve is running there, and held locks would never be released."""
     global _account
     _account = _Account()
 

@@ -111,7 +111,7 @@ def settings_table() -> list[list[int]]:
 
 # ---- Threads --------------------------------------------------------------------------------------------------------
 
-LEAST_STACK = 512 * 1024  # a solver takes up to 128 KiB, and the interpreter is on the stack too
+LEAST_STACK = 512 * 1024  # bytes: up to 128 KiB for a solver, the rest for the interpreter
 _thread = threading.local()
 
 

@@ -62,8 +62,8 @@ def solve_vie1(
     check_finite
         Refuse NaN and infinity. Without it they go through to the solution.
 
-    The first kind is ill-posed: noise in g is differentiated. g(0) must be zero and K(0) must not, nor be small beside K
-    within the first step; `IllPosedWarning` tells of both.
+    The first kind is ill-posed: noise in g is differentiated. g(0) must be zero. K(0) must be neither zero nor small
+    compared with K in the first step. `IllPosedWarning` reports violations of either condition.
 
     The default setting (3, [1, 2, 3]) has a high order for smooth samples, and reads a third of those of g and of K.
     Where the others contradict them, this is warned of; (1, [1]) reads every sample except the first of g and

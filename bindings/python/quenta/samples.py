@@ -160,7 +160,7 @@ def _dimension(arrays: dict[str, Array], constant_g: bool, y0: Any) -> Optional[
 
 
 def _needless_end(name: str, t_end: Any) -> ValueError:
-    return ValueError(f"t_end: expected None, since {name} has samples and tells the end; got {sketch(t_end)}")
+    return ValueError(f"t_end: expected None, since the samples of {name} determine the end; got {sketch(t_end)}")
 
 
 def _count(dt: float, sampled: dict[str, int], spacings: int, t_end: Any) -> int:
@@ -175,7 +175,7 @@ def _count(dt: float, sampled: dict[str, int], spacings: int, t_end: Any) -> int
     length = positive_number("t_end", t_end) / dt
     if length > LARGEST_INDEX - spacings:
         raise SizeError(f"t_end: expected at most {LARGEST_INDEX} spacings dt, got {t_end!r} / {dt!r}")
-    # Enough whole steps, but for what rounding adds.
+    # The fewest whole steps that cover 0 to t_end. The factor absorbs rounding errors.
     return math.ceil(length / spacings * (1 - 1e-12)) * spacings + 1
 
 
@@ -188,7 +188,7 @@ def _sample(
     several: bool,
     finite: bool,
 ) -> Array:
-    """The values of a function at all times. The other arrays tell the dimension, if one of them has it."""
+    """The values of a function at all times. The other arrays give the dimension, if known."""
     # What is infinite is refused, with its place. So NumPy need not warn of it, unless it is to pass.
     errors: Any = {"divide": "ignore", "invalid": "ignore"} if finite else {}
     with reserve_function_values(name, count, arrays), np.errstate(**errors):

@@ -102,7 +102,7 @@ def _find_not_finite(samples: Array, read: list[int]) -> Optional[Disagreement]:
 
 
 def _surely_within(values: Array, bound: float) -> bool:
-    """Whether no value is larger than the bound, as far as the sum of their squares tells. It is quick to get."""
+    """A cheap sufficient test: True only if no absolute value exceeds the bound (from the sum of squares)."""
     return 1e-300 < bound * bound < math.inf and bool(np.vdot(values, values) <= bound * bound)
 
 
@@ -170,8 +170,7 @@ class _Group(NamedTuple):
 class _Stencils:
     """The stencils of a setting in so many steps: residuals, divided by Lambda, from samples.
 
-    Sums are left to einsum: the BLAS that NumPy may call instead waits for ever where a limit of memory refuses it its
-    buffers.
+    Sums use einsum, because BLAS can hang if a memory limit denies it buffers.
     """
 
     def __init__(self, setting: Setting, of_kernel: bool, steps: int) -> None:

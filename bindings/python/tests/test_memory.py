@@ -72,7 +72,7 @@ def test_threads_wait_where_there_is_memory_for_one():
         for thread in threads:
             thread.start()
         started.wait()
-        limit_addresses(160e6)  # a solve takes up to 104 MB, and its result 12
+        limit_addresses(160e6)  # a solve uses up to 104 MB, plus 12 MB for the result
         started.wait()
         for thread in threads:
             thread.join()

@@ -98,7 +98,7 @@ def assert_children_work(works, children, while_others):
             if child == 0:
                 ending = 1
                 try:
-                    signal.alarm(20)  # ends a child that waits for ever
+                    signal.alarm(20)  # ends a child that hangs
                     ending = 0 if works() else 1
                 finally:
                     os._exit(ending)
