@@ -13,8 +13,8 @@ inline std::vector<double> transform_angles(std::int64_t n, double turn) {
     // Between two twiddles of a stage.
     for (std::int64_t length = 2; length <= n; length *= 2)
         angles.push_back(turn / double(length));
-    // Where a run of twiddles starts anew. Those of the longest stage are also those of the shorter ones, and those
-    // that are a power of two are among the above.
+    // The starts of runs of twiddles. The longest stage includes those of the shorter stages. Powers of two are already
+    // in the list.
     for (std::int64_t first = 32; first < n / 2; first += 32)
         if ((first & (first - 1)) != 0)
             angles.push_back(double(first) * (turn / double(n)));

@@ -48,7 +48,7 @@ SAMPLED = [
      lambda: quenta.solve_vide(*SYSTEM, SYSTEM[1], np.ones(3), 0.1)),
     (ValueError, "y0: expected .* got None", lambda: quenta.solve_vie1(ONES, ONES, 0.1, continuous=True)),
     (ValueError, "y0: expected None without continuous", lambda: quenta.solve_vie1(ONES, ONES, 0.1, y0=1.0)),
-    (ValueError, "t_end: expected None, since g has samples", lambda: quenta.solve_vie2(ONES, 1.0, 0.1, t_end=1)),
+    (ValueError, "t_end: expected None, since the samples of g determine the end", lambda: quenta.solve_vie2(ONES, 1.0, 0.1, t_end=1)),
     (ValueError, "t_end: expected .* got None", lambda: quenta.solve_vie2(1.0, np.cos, 0.1)),
     (ValueError, "t_end: expected a number above 0", lambda: quenta.solve_vie2(1.0, np.cos, 0.1, t_end=-1)),
     (quenta.SizeError, "t_end: expected at most", lambda: quenta.solve_vie2(1.0, np.cos, 1e-300, t_end=1e300)),

@@ -100,8 +100,8 @@ def test_a_scalar_kernel_in_a_system_is_a_multiple_of_the_identity():
 REFUSED = [
     (r"g: expected an array of shape \(101, 2\), or \(2,\) for a constant vector, .* a system of 2, got \(101,\)",
      lambda: quenta.solve_vie2(np.ones(101), MATRIX * np.ones((101, 1, 1)), 0.05)),
-    ("t_end: expected None, since g has samples", lambda: quenta.solve_vie2(np.ones(101), np.cos, 0.05, t_end=1)),
-    ("t_end: expected None, since g has samples", lambda: quenta.solve_vie2(np.ones(101), 1.0, 0.05, t_end=1)),
+    ("t_end: expected None, since the samples of g determine the end", lambda: quenta.solve_vie2(np.ones(101), np.cos, 0.05, t_end=1)),
+    ("t_end: expected None, since the samples of g determine the end", lambda: quenta.solve_vie2(np.ones(101), 1.0, 0.05, t_end=1)),
     ("t_end: expected the end", lambda: quenta.solve_vie2([1.0, 2.0], MATRIX, 0.05)),
     ("y0: expected a real number", lambda: quenta.solve_vide(np.ones(101), np.ones(101), np.ones(101), [1.0, 2.0], 0.05)),
     ("K: expected a system with D above 0", lambda: quenta.solve_vie2(1.0, np.ones((0, 0)), 0.05, t_end=1)),
