@@ -15,14 +15,14 @@ namespace quenta_program {
 
 namespace {
 
-// K(0) counts as nearly 0 if the kernel is so many times as large somewhere in the first step ...
+// K(0) counts as nearly 0 if the kernel grows by this factor within the first step ...
 constexpr double steep_rise = 10.0;
 // ... or if it rises at all, and a disturbance of the first step grows by more than this factor in every step, and by
 // more than that until the end. The default scheme's errors begin to grow where the kernel has risen to about 6 K(0).
 constexpr double least_rise = 1.1;
 constexpr double growth_in_a_step = 1.1;
 constexpr double growth_until_the_end = 1000.0;
-// The growth is measured in at most so many steps, and not in less than 4.
+// The growth is measured over at most this many steps, and over at least 4.
 constexpr std::size_t most_steps_of_trial = 40;
 
 // How many times as large as K(0) the kernel becomes within the first step: the spectral radius of the inverse of K(0)

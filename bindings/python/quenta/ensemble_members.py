@@ -1,4 +1,4 @@
-"""Members of an ensemble, solved wherever an executor runs them. Whatever a member does comes back as its outcome."""
+"""Members of an ensemble, solved wherever an executor runs them. Whatever a member does is returned as its outcome."""
 
 from __future__ import annotations
 
@@ -25,14 +25,14 @@ class Origin(NamedTuple):
 
 
 class Outcome(NamedTuple):
-    """What became of a member. Exceptions come as text, which travels between processes whatever they are."""
+    """The outcome of a member. Exceptions are stored as text, which can always be sent between processes."""
 
     number: int
     value: Any
     #: The exception in one line; None for a member that is solved.
     error: Optional[str]
     details: str
-    #: What it warned of in another process, where nobody would see it.
+    #: Warnings issued in another process, to be repeated in this one.
     warned: list[tuple[type[Warning], str]]
 
 

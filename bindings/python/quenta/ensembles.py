@@ -15,7 +15,7 @@ from .ensemble_executors import solve_elsewhere
 from .ensemble_members import Outcome, origin, runs_this_thread, solve_members
 from .errors import EnsembleInterrupt
 
-_MOST_MEMBERS = 10**7  # so many are kept in memory; an endless iterable ends here
+_MOST_MEMBERS = 10**7  # a limit that catches endless iterables
 
 
 @dataclass(frozen=True)

@@ -148,7 +148,7 @@ def _further_fall(problem: SampledProblem, coarse: Array, doubt: float, count: i
 
     A kink or a jump between two samples makes an error of order 2 or 1 in the reference, and one at least twice as
     large in the coarser one, wherever it is. So their difference bounds the error. With smooth samples the error is of
-    order 6, and the difference is larger than the error by 2^6. An eighth of what is observed is relied upon.
+    order 6, and the difference is larger than the error by 2^6. Only an eighth of the observed fall is used.
     """
     if len(problem.g) < 4 * (LEAST - 1) + 1:
         return 1.0

@@ -1,4 +1,4 @@
-"""Threads that nobody waits for at the end of the process, with the stack of all threads, or with a large one.
+"""Threads that do not delay the end of the process, with the default stack or with a larger one.
 
 `threading.stack_size` is one setting for all threads, and even to ask for it changes it. So a large stack is asked for
 from the system.

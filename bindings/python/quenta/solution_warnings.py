@@ -1,4 +1,4 @@
-"""What is to be said of a solution before it is handed out: why its numbers may be worth less than they look."""
+"""The warnings that are issued before a solution is returned: reasons to doubt its numbers."""
 
 from __future__ import annotations
 

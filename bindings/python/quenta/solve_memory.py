@@ -9,8 +9,8 @@ from .arguments import size_of_copy
 from .memory_account import NOTHING, SMALL, Reservation, require_memory, reserve
 from .setting_table import Setting
 
-# A function makes other arrays on its way to its result, nobody knows how many: so many of the size of the times, and
-# so many of the size of the result, which is one of them.
+# The number of temporary arrays that a function of time makes is unknown. These are the assumed numbers of arrays of the
+# size of the times, and of the size of the result, including the result.
 _ARRAYS_OF_TIMES, _ARRAYS_OF_VALUES = 4, 3
 
 
@@ -31,7 +31,7 @@ def solve_seconds(N: int, D: int, row: Setting, differential: bool) -> float:
 
 
 def reserve_solve(N: int, D: int, row: Setting, differential: bool, copied: int = 0) -> Reservation:
-    """Reserves what a solve takes, and so many bytes for copies of its arguments."""
+    """Reserves the memory of a solve, plus `copied` bytes for copies of its arguments."""
     size = copied + solve_size(N, D, row, differential)
     if size < SMALL:
         return NOTHING
@@ -40,7 +40,7 @@ def reserve_solve(N: int, D: int, row: Setting, differential: bool, copied: int 
 
 
 def reserve_copies(arrays: dict[str, Any], row: Setting) -> Reservation:
-    """While arrays are converted: reserves their copies, and the solve, which has to fit beside them."""
+    """Reserves the memory for converted copies of the arrays, plus that of the solve."""
     copied = sum(map(size_of_copy, arrays.values())) if arrays["K"].size >= SMALL // 64 else 0
     if not copied:
         return NOTHING

@@ -33,9 +33,9 @@ ROUNDING = 1e-12
 
 _WIDTH = 4  # samples around one that is not read
 _FOURTH_DIFFERENCE = np.array([1.0, -4.0, 6.0, -4.0, 1.0])
-# Stencils repeat in every step except in the first and the last few. Both ends are seen in so many steps.
+# Stencils repeat in every step except the first and last _ENDS steps. _BOTH_ENDS steps contain both ends.
 _ENDS, _BOTH_ENDS = 4, 9
-_FEW_SAMPLES = 1000  # for so many, all stencils are kept
+_FEW_SAMPLES = 1000  # up to this number, all stencils are stored
 _AT_ONCE = 2**14  # samples, so that what is made of them stays small
 
 
@@ -52,7 +52,7 @@ class Disagreement(NamedTuple):
 
 
 def read_samples(setting: Setting, of_kernel: bool, steps: int) -> list[int]:
-    """The indices of the samples that so many steps read: of K, or of g and a."""
+    """The indices of the samples that `steps` steps read: of K, or of g and a."""
     nodes, m, spacings = setting.nodes, setting.m, setting.spacings
     if not of_kernel:
         return sorted({n * spacings + k * m for n in range(steps) for k in nodes})
@@ -130,7 +130,7 @@ def _are_smooth(samples: Array, bound: float) -> bool:
 
 
 class _Worst:
-    """The sample that contradicts those that are read, and differs most from them beside the range."""
+    """The contradicting sample with the largest difference relative to the range."""
 
     def __init__(self, ranges: Array, rounding: float) -> None:
         self.range = ranges
@@ -216,7 +216,7 @@ class _Stencils:
             )
 
     def count_unread(self, steps: int) -> int:
-        """How many samples of so many steps are not read."""
+        """The number of samples that are not read in `steps` steps."""
         in_step = np.count_nonzero((self.unread > self.spacings) & (self.unread <= 2 * self.spacings))
         return len(self.unread) + (steps - self.steps) * in_step
 
