@@ -1,6 +1,7 @@
 """Ensembles: the order is kept, failures are reported, and no member is lost or counted twice, whatever dies."""
 
 import asyncio
+import contextlib
 import itertools
 import os
 import queue
@@ -15,6 +16,10 @@ import numpy as np
 import pytest
 
 import quenta
+
+with_and_without_executors = pytest.mark.parametrize(
+    "make", [contextlib.nullcontext, lambda: ThreadPoolExecutor(2), lambda: ProcessPoolExecutor(2)]
+)
 
 T = np.arange(101) * 0.05
 
@@ -50,27 +55,18 @@ EXPECTED = [last_value(rate) for rate in RATES]
 
 
 @pytest.mark.parametrize("chunk", [None, 1, 7, 1000])
-@pytest.mark.parametrize("make", [lambda: None, lambda: ThreadPoolExecutor(2), lambda: ProcessPoolExecutor(2)])
+@with_and_without_executors
 def test_every_executor_gives_the_same(make, chunk):
-    executor = make()
-    try:
+    with make() as executor:
         found = quenta.ensemble(last_value, iter(RATES), executor=executor, chunk=chunk)
-    finally:
-        if executor is not None:
-            executor.shutdown()
     assert found.values == EXPECTED and found.parameters == RATES and not found.failures and len(found) == 40
 
 
-@pytest.mark.parametrize("make", [lambda: None, lambda: ThreadPoolExecutor(2), lambda: ProcessPoolExecutor(2)])
+@with_and_without_executors
 def test_failing_members_are_reported_and_the_rest_finish(make):
     rates = [-rate if index in (3, 17) else rate for index, rate in enumerate(RATES)]
-    executor = make()
-    try:
-        with pytest.warns(UserWarning, match="2 of 40 members failed; the first is member 3: ArithmeticError"):
-            found = quenta.ensemble(last_value_of_a_positive, rates, executor=executor, chunk=5)
-    finally:
-        if executor is not None:
-            executor.shutdown()
+    with make() as executor, pytest.warns(UserWarning, match="2 of 40 members failed; the first is member 3: ArithmeticError"):
+        found = quenta.ensemble(last_value_of_a_positive, rates, executor=executor, chunk=5)
     assert [failure.index for failure in found.failures] == [3, 17]
     assert found.failures[0].parameter == rates[3] and "is negative" in found.failures[0].error
     assert "last_value_of_a_positive" in found.failures[0].details
@@ -157,16 +153,11 @@ def raise_what_is_unusual(which):
 UNUSUAL = ["exit", "cancelled", "unreadable", "several lines", "unreadable key", "not picklable", "a stopped generator"]
 
 
-@pytest.mark.parametrize("make", [lambda: None, lambda: ThreadPoolExecutor(2), lambda: ProcessPoolExecutor(2)])
+@with_and_without_executors
 def test_whatever_a_member_raises_is_its_failure(make):
     which = ["fine", *UNUSUAL, "fine too"]
-    executor = make()
-    try:
-        with pytest.warns(UserWarning, match="7 of 9 members failed; the first is member 1: SystemExit: enough"):
-            found = quenta.ensemble(raise_what_is_unusual, which, executor=executor, chunk=4)
-    finally:
-        if executor is not None:
-            executor.shutdown()
+    with make() as executor, pytest.warns(UserWarning, match="7 of 9 members failed; the first is member 1: SystemExit: enough"):
+        found = quenta.ensemble(raise_what_is_unusual, which, executor=executor, chunk=4)
     assert found.values == ["fine"] + [None] * 7 + ["fine too"]
     errors = [failure.error for failure in found.failures]
     assert errors[:4] == [
@@ -245,15 +236,10 @@ def warn_of_growth(rate):
     return rate
 
 
-@pytest.mark.parametrize("make", [lambda: None, lambda: ThreadPoolExecutor(1), lambda: ProcessPoolExecutor(1)])
+@pytest.mark.parametrize("make", [contextlib.nullcontext, lambda: ThreadPoolExecutor(1), lambda: ProcessPoolExecutor(1)])
 def test_warnings_of_members_are_not_lost(make):
-    executor = make()
-    try:
-        with pytest.warns(quenta.GrowthWarning, match="the setting amplifies"):
-            found = quenta.ensemble(warn_of_growth, [0, 1, 2], executor=executor)
-    finally:
-        if executor is not None:
-            executor.shutdown()
+    with make() as executor, pytest.warns(quenta.GrowthWarning, match="the setting amplifies"):
+        found = quenta.ensemble(warn_of_growth, [0, 1, 2], executor=executor)
     assert found.values == [0, 1, 2] and not found.failures
 
 
@@ -263,15 +249,10 @@ def interrupt_at_3(rate):
     return rate
 
 
-@pytest.mark.parametrize("make", [lambda: None, lambda: ThreadPoolExecutor(1), lambda: ProcessPoolExecutor(1)])
+@pytest.mark.parametrize("make", [contextlib.nullcontext, lambda: ThreadPoolExecutor(1), lambda: ProcessPoolExecutor(1)])
 def test_an_interruption_keeps_what_was_solved(make):
-    executor = make()
-    try:
-        with pytest.raises(quenta.EnsembleInterrupt, match="3 of 9 members were solved") as raised:
-            quenta.ensemble(interrupt_at_3, range(9), executor=executor, chunk=1)
-    finally:
-        if executor is not None:
-            executor.shutdown()
+    with make() as executor, pytest.raises(quenta.EnsembleInterrupt, match="3 of 9 members were solved") as raised:
+        quenta.ensemble(interrupt_at_3, range(9), executor=executor, chunk=1)
     kept = raised.value.ensemble
     assert isinstance(raised.value, KeyboardInterrupt) and kept.values == [0, 1, 2] + [None] * 6
     assert [failure.index for failure in kept.failures] == list(range(3, 9))
