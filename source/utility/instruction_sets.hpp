@@ -6,7 +6,6 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstddef>
 
 namespace quenta {
@@ -60,18 +59,11 @@ table_list<table> runnable_tables(processor_features features = detected_process
 #endif
 }
 
-// The table that solvers use: the widest one that the processor at hand can run. Threads that ask for it first at the
-// same time all find the same one. There is no lock here, not even the guard of a static local
-// variable: in the child of a fork it might never be released.
+// The table that solvers use: the widest one that the processor at hand can run. The choice is not remembered, so that
+// there is no state and no lock; the features of the processor were found when the library was loaded.
 template <class table>
 const table& widest_table() {
-    static constinit std::atomic<const table*> widest{nullptr};
-    const table* known = widest.load(std::memory_order_relaxed);
-    if (known == nullptr) {
-        known = runnable_tables<table>().back();
-        widest.store(known, std::memory_order_relaxed);
-    }
-    return *known;
+    return *runnable_tables<table>().back();
 }
 
 } // namespace quenta
