@@ -10,10 +10,14 @@ int quenta_max_coll_params() {
     return quenta::max_nodes;
 }
 
-// The same number under its name in the other family.
+// The same function under its name in the other family.
+#if defined(__APPLE__) // where compilers have no aliases: two functions
 int function_solve_max_p() {
-    return quenta::max_nodes;
+    return quenta_max_coll_params();
 }
+#else
+extern "C" int function_solve_max_p() __attribute__((alias("quenta_max_coll_params")));
+#endif
 
 int function_solve_max_d() {
     return 8;
