@@ -15,6 +15,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <numeric>
 #include <utility>
 
 namespace quenta {
@@ -41,8 +42,11 @@ inline constexpr int largest_straight_order = 8;
 template <int n>
 class dense_factors {
 public:
-    // A forgotten cell shows in the result.
-    dense_factors() { cells.fill(ieee::quiet_nan); }
+    // A forgotten cell shows in the result. Until the elimination, no row is swapped.
+    dense_factors() {
+        cells.fill(ieee::quiet_nan);
+        std::iota(pivots.begin(), pivots.end(), 0);
+    }
 
     double& at(int i, int j) { return cells[column_major ? i + j * n : i * n + j]; }
 
@@ -51,6 +55,12 @@ public:
 
     // Replaces b by the solution.
     void substitute(std::array<double, n>& b) const;
+
+    // Makes the swaps of the elimination, which are the first part of the substitution.
+    void swap_rows(std::array<double, n>& b) const {
+        for (int k = 0; k < n; ++k)
+            std::swap(b[k], b[pivots[k]]);
+    }
 
 private:
     static constexpr bool column_major = n > largest_straight_order;
@@ -101,8 +111,7 @@ void dense_factors<n>::substitute(std::array<double, n>& b) const {
         substitute_in_place({cells.size(), cells.data()}, n, {pivots.size(), pivots.data()}, {b.size(), b.data()});
         return;
     }
-    for (int k = 0; k < n; ++k)
-        std::swap(b[k], b[pivots[k]]);
+    swap_rows(b);
     for (int i = 1; i < n; ++i)
         for (int j = 0; j < i; ++j)
             b[i] -= cell(i, j) * b[j];
@@ -116,17 +125,27 @@ void dense_factors<n>::substitute(std::array<double, n>& b) const {
 template <int n>
 using square_matrix = std::array<std::array<double, n>, n>;
 
-// Solves a x = b for a row-major matrix of known order. `ok` tells whether it was regular; if it was not, what is
-// returned is of no use.
+// Solves a x = b for a row-major matrix of known order in one call, as solve_dense_in_place does for any order. a is
+// replaced by its multipliers and U, and b by the solution, which is also returned. `ok` tells whether the matrix was
+// regular. If it was not, a and b hold what the elimination had come to; b has only been permuted.
+//
+// The solvers call neither of the two. Where the matrix is the same in every step, they eliminate it once. Where it is
+// not, they fill dense_factors in the layout in which it is eliminated, which saves the copies that are made here.
 template <int n>
-std::array<double, n> solve_dense_fixed(const square_matrix<n>& a, std::array<double, n> b, bool& ok) {
+std::array<double, n> solve_dense_fixed(square_matrix<n>& a, std::array<double, n>& b, bool& ok) {
     dense_factors<n> factors;
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
-            factors.at(i, j) = a[i][j];
+    const auto exchange = [&](const auto& move) {
+        for (int i = 0; i < n; ++i)
+            for (int j = 0; j < n; ++j)
+                move(a[i][j], factors.at(i, j));
+    };
+    exchange([](double given, double& factor) { factor = given; });
     ok = factors.eliminate();
     if (ok)
         factors.substitute(b);
+    else
+        factors.swap_rows(b);
+    exchange([](double& taken, double factor) { taken = factor; });
     return b;
 }
 

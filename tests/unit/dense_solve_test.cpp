@@ -104,17 +104,23 @@ solution solve_by_forms_of_any_order(const linear_system& system) {
     return expected.solved ? solution{expected.b} : std::nullopt;
 }
 
+// What the fixed form leaves must be what the reference leaves, too.
 template <int n>
 solution solve_fixed_order(const linear_system& system) {
     square_matrix<n> a;
     std::array<double, n> b;
-    for (std::size_t i = 0; i < n; ++i) {
-        b[i] = system.b[i];
-        for (std::size_t j = 0; j < n; ++j)
-            a[i][j] = system.a[i * n + j];
-    }
+    std::copy_n(system.a.begin(), n * n, a.front().begin());
+    std::copy_n(system.b.begin(), n, b.begin());
     bool ok = false;
     const std::array<double, n> x = solve_dense_fixed<n>(a, b, ok);
+
+    linear_system expected = system;
+    std::vector<int> pivots(n);
+    EXPECT_EQ(reference::solve_dense(matrix_order::row_major, n, expected.a, expected.b, pivots), ok) << "n " << n;
+    const double* const left = a.front().data();
+    EXPECT_TRUE(equal_bits(expected.a, std::vector<double>(left, left + n * n))) << "n " << n;
+    EXPECT_TRUE(equal_bits(expected.b, std::vector<double>(b.begin(), b.end()))) << "n " << n;
+    EXPECT_TRUE(equal_bits(expected.b, std::vector<double>(x.begin(), x.end()))) << "n " << n;
     return ok ? solution{{x.begin(), x.end()}} : std::nullopt;
 }
 
