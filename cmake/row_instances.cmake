@@ -8,9 +8,6 @@ endif()
 # adds them to a target. They are made from a template of a few lines, which receives the first and the last row and
 # the text of the instantiations.
 #
-# Where the declaration has DIMENSION in it, there is one instantiation for every fixed dimension, and one for the
-# dimension that is known at run time.
-#
 #   quenta_add_row_instances(<target> <template.cpp.in> <rows per unit> <declaration with ROW in place of the number>...)
 function(quenta_add_row_instances target template rows_per_unit)
     set(last_of_table 55)
@@ -25,13 +22,6 @@ function(quenta_add_row_instances target template rows_per_unit)
         foreach(row RANGE ${first_row} ${last_row})
             foreach(declaration IN LISTS ARGN)
                 string(REPLACE "ROW" "${row}" of_row "${declaration}")
-                if(of_row MATCHES "DIMENSION")
-                    foreach(dimension RANGE 1 8)
-                        string(REPLACE "DIMENSION" "fixed_dimension<${dimension}>" instantiation "${of_row}")
-                        string(APPEND instantiations "template ${instantiation}\;\n")
-                    endforeach()
-                    string(REPLACE "DIMENSION" "run_time_dimension" of_row "${of_row}")
-                endif()
                 string(APPEND instantiations "template ${of_row}\;\n")
             endforeach()
         endforeach()

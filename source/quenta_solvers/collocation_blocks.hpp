@@ -1,4 +1,4 @@
-// From kernel samples to the blocks of a collocation scheme for systems, whatever the dimension.
+// From samples to the blocks and right-hand sides of a collocation scheme for systems, whatever the dimension.
 //
 // The unknowns of a step are numbered component first: component a at node i is a * P + i, for rows and columns alike.
 // The entry (a, b) of a kernel sample keeps its orientation: it belongs to row component a and column component b.
@@ -9,9 +9,7 @@
 #include "utility/integers.hpp"
 #include "utility/view.hpp"
 
-#include <cstddef>
 #include <cstdint>
-#include <vector>
 
 namespace quenta {
 
@@ -24,33 +22,50 @@ inline std::int32_t sample_count(view<const double> K, std::int32_t D, code_posi
     return samples;
 }
 
-// The kernel samples that the present step reads, as a bare array.
+// The kernel samples that the present step reads, as a bare array. Where some are missing, the failure names the
+// element that the sums over the points c_i * c_q come to first.
 template <int row>
 const double* present_samples(view<const double> K, std::int64_t D) {
-    return K.slice(0, std::uint64_t(row_tables<row>::present_samples * D * D)).pointer;
+    using tables = row_tables<row>;
+    const auto needed = std::uint64_t(tables::present_samples * D * D);
+    if (K.length < needed)
+        for (std::int64_t r = 0; r < D; ++r)
+            for (const auto& rule : tables::present)
+                for (std::int64_t c = 0; c < D; ++c)
+                    for (const int lag : rule.lag)
+                        static_cast<void>(K.at(std::uint64_t((lag * D + r) * D + c)));
+    return K.slice(0, needed).pointer;
 }
 
 // The sum over q of (K[k_i (m - k_q)](a, b) * (c_i * b_q)) * (basis polynomial l at c_i * c_q), terms ascending from
 // 0.0, for every basis polynomial: row-major, in row a * P + i and column b * basis size + l. Factors of zero are
 // factors like any other. It is built once a solve, by code that the dimensions share.
 template <int row, class basis>
-[[gnu::noinline]] std::vector<double> present_block(view<const double> K, std::int64_t D) {
+[[gnu::noinline]] void diagonal_block(view<const double> K, std::int64_t D, view<double> block) {
     using tables = row_tables<row>;
     constexpr int basis_size = basis::basis_size;
     const double* const samples = present_samples<row>(K, D);
-    std::vector<double> block(std::size_t(tables::P * D * D * basis_size));
+    double* cell = block.slice(0, std::uint64_t(tables::P * D * D * basis_size)).pointer;
     for (std::int64_t a = 0; a < D; ++a)
-        for (std::int64_t b = 0; b < D; ++b)
-            for (int i = 0; i < tables::P; ++i)
+        for (int i = 0; i < tables::P; ++i)
+            for (std::int64_t b = 0; b < D; ++b)
                 for (int l = 0; l < basis_size; ++l) {
                     double sum = 0.0;
                     for (int q = 0; q < tables::P; ++q) {
                         const double sample = samples[(tables::present[i].lag[q] * D + a) * D + b];
                         sum += (sample * tables::present[i].weight[q]) * basis::at_point(i, q, l);
                     }
-                    block[((a * tables::P + i) * D + b) * basis_size + l] = sum;
+                    *cell++ = sum;
                 }
-    return block;
+}
+
+// The forcing at the nodes of a step, of which `forcing` is the first sample, in the order of the unknowns.
+template <int row>
+void gather_node_forcing(const double* forcing, std::int64_t D, double* rhs) {
+    using tables = row_tables<row>;
+    for (std::int64_t a = 0; a < D; ++a)
+        for (int i = 0; i < tables::P; ++i)
+            rhs[a * tables::P + i] = forcing[tables::m * tables::k[i] * D + a];
 }
 
 // What the provider of the lag blocks needs for the length of a solve.
@@ -70,9 +85,9 @@ const double* lag_samples(view<const double> K, std::int64_t D, std::int32_t j) 
     return K.slice(std::uint64_t(first * D * D), std::uint64_t((2 * reach + 1) * D * D)).pointer + reach * D * D;
 }
 
-// h * (K[j S + (k_i - k_l) m](a, b) * b_l): the block of lag j in the history, row-major.
+// The provider of a history whose block of lag j is h * (K[j S + (k_i - k_l) m](a, b) * b_l), row-major.
 template <int row, class dimension>
-void lag_block_provider(void* context, std::int32_t j, ToeplitzHistory& history) {
+void lag_block(void* context, std::int32_t j, ToeplitzHistory& history) {
     using tables = row_tables<row>;
     constexpr int P = tables::P;
     const auto& [K, h, dim] = *static_cast<const lag_block_context<dimension>*>(context);

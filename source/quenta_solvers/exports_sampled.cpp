@@ -1,7 +1,7 @@
 // The exports that solve from samples.
 #include "quenta_solvers/quenta_native.h"
 #include "quenta_solvers/sampled_entry.hpp"
-#include "quenta_solvers/variant_dispatch.hpp"
+#include "quenta_solvers/variants.hpp"
 #include "quenta_solvers/vide.hpp"
 #include "quenta_solvers/vie1.hpp"
 #include "quenta_solvers/vie2.hpp"
@@ -22,6 +22,13 @@ bool grows_in_the_first_kind(const sampled_request& request) {
     return is(3, {1}) || is(4, {1}) || is(4, {1, 2});
 }
 
+// The bodies of each solver, by row of the settings table.
+constexpr auto vie1_rows = of_every_row([]<int row>() { return vie1_solve_row<row>; });
+constexpr auto vie2_rows = of_every_row([]<int row>() { return solve_vie2_impl<row>; });
+constexpr auto vie2_vec_rows = of_every_row([]<int row>() { return solve_vie2_vec_row<row>; });
+constexpr auto vide_rows = of_every_row([]<int row>() { return solve_vide_impl<row>; });
+constexpr auto vide_vec_rows = of_every_row([]<int row>() { return solve_vide_vec_row<row>; });
+
 } // namespace
 
 int quenta_solve_vie1_vec(const double* g, const double* K, int N, int D, const double* y0, double dt, int m,
@@ -30,14 +37,10 @@ int quenta_solve_vie1_vec(const double* g, const double* K, int N, int D, const 
     const sampled_request request{N, D, m, list, count};
     return run_sampled_solver(request, grows_in_the_first_kind, n_steps, [&](const sampled_sizes& sizes, int* steps) {
         // A dimension below 1 has no initial value.
-        const view<const double> initial{std::uint64_t(std::max(D, 0)), y0};
-        return dispatch_row(sizes.row, [&]<int row>() {
-            return dispatch_dimension(D, [&](auto dimension) {
-                return vie1_solve<row>({sizes.vectors, g}, {sizes.matrices, K}, dimension, initial, dt,
-                                       want_coeffs != 0, continuous != 0, {sizes.vectors, out},
-                                       coefficient_view(coeffs, sizes), steps);
-            });
-        });
+        const vie1_arguments arguments{
+            {sizes.vectors, g}, {sizes.matrices, K},  {std::uint64_t(std::max(D, 0)), y0}, dt,   want_coeffs != 0,
+            continuous != 0,    {sizes.vectors, out}, coefficient_view(coeffs, sizes),     steps};
+        return vie1_rows[sizes.row](arguments, D);
     });
 }
 
@@ -50,13 +53,14 @@ int quenta_solve_vie2_vec(const double* g, const double* K, int N, int D, double
                           int want_coeffs, double* out, double* coeffs, int* n_steps) {
     const sampled_request request{N, D, m, list, count};
     return run_sampled_solver(request, accept_all_rows, n_steps, [&](const sampled_sizes& sizes, int* steps) {
-        return dispatch_row(sizes.row, [&]<int row>() {
-            return dispatch_dimension(D, [&](auto dimension) {
-                return solve_vie2_vec_impl<row>({sizes.vectors, g}, {sizes.matrices, K}, dimension, dt,
-                                                want_coeffs != 0, {sizes.vectors, out}, coefficient_view(coeffs, sizes),
-                                                steps);
-            });
-        });
+        const vie2_arguments arguments{{sizes.vectors, g},
+                                       {sizes.matrices, K},
+                                       dt,
+                                       want_coeffs != 0,
+                                       {sizes.vectors, out},
+                                       coefficient_view(coeffs, sizes),
+                                       steps};
+        return vie2_vec_rows[sizes.row](arguments, D);
     });
 }
 
@@ -64,10 +68,14 @@ int quenta_solve_vie2(const double* g, const double* K, int N, double dt, int m,
                       int want_coeffs, double* out, double* coeffs, int* n_steps) {
     const sampled_request request{N, 1, m, list, count};
     return run_sampled_solver(request, accept_all_rows, n_steps, [&](const sampled_sizes& sizes, int* steps) {
-        return dispatch_row(sizes.row, [&]<int row>() {
-            return solve_vie2_impl<row>({sizes.vectors, g}, {sizes.vectors, K}, dt, want_coeffs != 0,
-                                        {sizes.vectors, out}, coefficient_view(coeffs, sizes), steps);
-        });
+        const vie2_arguments arguments{{sizes.vectors, g},
+                                       {sizes.vectors, K},
+                                       dt,
+                                       want_coeffs != 0,
+                                       {sizes.vectors, out},
+                                       coefficient_view(coeffs, sizes),
+                                       steps};
+        return vie2_rows[sizes.row](arguments);
     });
 }
 
@@ -76,13 +84,16 @@ int quenta_solve_vide_vec(const double* g, const double* K, const double* a, int
                           int* n_steps) {
     const sampled_request request{N, D, m, list, count};
     return run_sampled_solver(request, accept_all_rows, n_steps, [&](const sampled_sizes& sizes, int* steps) {
-        return dispatch_row(sizes.row, [&]<int row>() {
-            return dispatch_dimension(D, [&](auto dimension) {
-                return solve_vide_vec_impl<row>({sizes.vectors, g}, {sizes.matrices, K}, {sizes.matrices, a}, dimension,
-                                                {extended_length(D), y0}, dt, want_coeffs != 0, {sizes.vectors, out},
-                                                coefficient_view(coeffs, sizes), steps);
-            });
-        });
+        const vide_arguments arguments{{sizes.vectors, g},
+                                       {sizes.matrices, K},
+                                       {sizes.matrices, a},
+                                       {extended_length(D), y0},
+                                       dt,
+                                       want_coeffs != 0,
+                                       {sizes.vectors, out},
+                                       coefficient_view(coeffs, sizes),
+                                       steps};
+        return vide_vec_rows[sizes.row](arguments, D);
     });
 }
 
@@ -90,9 +101,15 @@ int quenta_solve_vide(const double* g, const double* K, const double* a, int N, 
                       const int* list, int count, int want_coeffs, double* out, double* coeffs, int* n_steps) {
     const sampled_request request{N, 1, m, list, count};
     return run_sampled_solver(request, accept_all_rows, n_steps, [&](const sampled_sizes& sizes, int* steps) {
-        return dispatch_row(sizes.row, [&]<int row>() {
-            return solve_vide_impl<row>({sizes.vectors, g}, {sizes.vectors, K}, {sizes.vectors, a}, y0, dt,
-                                        want_coeffs != 0, {sizes.vectors, out}, coefficient_view(coeffs, sizes), steps);
-        });
+        const vide_arguments arguments{{sizes.vectors, g},
+                                       {sizes.vectors, K},
+                                       {sizes.vectors, a},
+                                       {1, &y0},
+                                       dt,
+                                       want_coeffs != 0,
+                                       {sizes.vectors, out},
+                                       coefficient_view(coeffs, sizes),
+                                       steps};
+        return vide_rows[sizes.row](arguments);
     });
 }

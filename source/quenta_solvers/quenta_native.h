@@ -282,7 +282,7 @@ QUENTA_API int quenta_solve_vide(const double* g, const double* K, const double*
  *      QUENTA_UNSUPPORTED_SETTING if (m, list) is no row of the table;
  *      QUENTA_SINGULAR_BLOCK as above.
  * Takes, for n = count * D, up to 3 n*(n + D) + 11 n + 6 D + 8 doubles of memory for every step, 34 (n + D)*(n + 7)
- *      beside, and 64 KiB of stack.
+ *      beside, and 128 KiB of stack.
  * Any number of threads may call at once. Needs quenta_rt_init.
  */
 QUENTA_API int quenta_solve_vide_vec(const double* g, const double* K, const double* a, int N, int D, const double* y0,

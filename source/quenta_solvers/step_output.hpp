@@ -8,11 +8,14 @@
 
 namespace quenta {
 
-// value(j, b, e): component b of the polynomial of step j at its sample e = 0 .. S. Adjacent steps both have a value at
-// their common sample; the samples between report the mean of the two.
-template <int S, class polynomial_value>
-void write_samples(std::int64_t steps, std::int64_t D, view<double> out, const polynomial_value& value) {
+inline void clear_samples(view<double> out) {
     std::fill_n(out.pointer, out.length, 0.0);
+}
+
+// value(j, b, e): component b of the polynomial of step j at its sample e = 0 .. S, added to cleared samples. Adjacent
+// steps both have a value at their common sample; the samples between report the mean of the two.
+template <int S, class polynomial_value>
+void add_samples(std::int64_t steps, std::int64_t D, view<double> out, const polynomial_value& value) {
     double* const to = out.slice(0, std::uint64_t((steps * S + 1) * D)).pointer;
     for (std::int64_t j = 0; j < steps; ++j)
         for (std::int64_t b = 0; b < D; ++b)
@@ -34,6 +37,29 @@ void write_coefficients(std::int64_t steps, std::int64_t D, int slots, int power
         for (std::int64_t b = 0; b < D; ++b)
             for (int e = 0; e < powers; ++e)
                 to[(slots * j + e) * D + b] = coefficient(j, b, e);
+}
+
+// What comes first. Where `coeffs` is too short, it shows in `out`.
+enum class output_order { cleared_samples, coefficients };
+
+struct output_arrays {
+    std::int64_t steps, D;
+    bool want_coeffs;
+    view<double> out, coeffs;
+    output_order first;
+};
+
+// Both outputs, of polynomials with `powers` coefficients in `slots` places.
+template <int S, class polynomial_coefficient, class polynomial_value>
+void write_output(const output_arrays& to, int slots, int powers, const polynomial_coefficient& coefficient,
+                  const polynomial_value& value) {
+    if (to.first == output_order::cleared_samples)
+        clear_samples(to.out);
+    if (to.want_coeffs)
+        write_coefficients(to.steps, to.D, slots, powers, to.coeffs, coefficient);
+    if (to.first != output_order::cleared_samples)
+        clear_samples(to.out);
+    add_samples<S>(to.steps, to.D, to.out, value);
 }
 
 } // namespace quenta

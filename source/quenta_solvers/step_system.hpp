@@ -7,7 +7,7 @@
 #pragma once
 
 #include "quenta_solvers/dense_solve.hpp"
-#include "quenta_solvers/variant_dispatch.hpp"
+#include "quenta_solvers/variants.hpp"
 #include "utility/ieee.hpp"
 
 #include <array>

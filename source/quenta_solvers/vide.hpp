@@ -6,15 +6,28 @@
 
 namespace quenta {
 
-// The bodies of quenta_solve_vide and of quenta_solve_vide_vec for one row of the settings table, and the latter for
-// one dimension, `fixed_dimension` or `run_time_dimension`. `n_steps` receives the number of steps even where the
-// system of a step turns out singular, which is what `false` says; out and coeffs are then untouched.
+struct vide_arguments {
+    view<const double> g, K, a, y0;
+    double dt;
+    bool want_coeffs;
+    view<double> out, coeffs;
+    int* n_steps; // receives the number of steps even where the system of a step turns out singular
+};
+
+// The body of quenta_solve_vide for one row of the settings table. False: the system of a step is singular; out and
+// coeffs are then untouched.
 template <int row>
-bool solve_vide_impl(view<const double> g, view<const double> K, view<const double> a, double y0, double dt,
-                     bool want_coeffs, view<double> out, view<double> coeffs, int* n_steps);
-template <int row, class dimension>
-bool solve_vide_vec_impl(view<const double> g, view<const double> K, view<const double> a, dimension dim,
-                         view<const double> y0, double dt, bool want_coeffs, view<double> out, view<double> coeffs,
-                         int* n_steps);
+bool solve_vide_impl(const vide_arguments& arguments);
+
+// Those of quenta_solve_vide_vec: one for each dimension that is known when the library is built, and one for all
+// others.
+template <int row, int D>
+bool solve_vide_vec_impl(const vide_arguments& arguments);
+template <int row>
+bool solve_vide_vec_any_impl(const vide_arguments& arguments, int D);
+
+// Calls the variant for this dimension.
+template <int row>
+bool solve_vide_vec_row(const vide_arguments& arguments, int D);
 
 } // namespace quenta

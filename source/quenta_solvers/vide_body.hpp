@@ -37,24 +37,20 @@ struct scalar_rounding {
     static double matrix_entry(double e, double W, double Ba, double h) { return e - (W * h + Ba) * h; }
     static constexpr double end_weight(double, double B_at_end) { return B_at_end; }
 };
-template <class dimension>
 struct vector_rounding {
     static double y_coefficient(double a, double sum, double c, double h) { return sum * (c * h) + a; }
     static double matrix_entry(double e, double W, double Ba, double h) { return e - ((h * h) * W + h * Ba); }
     static constexpr double end_weight(double b, double) { return b; }
 };
-template <>
-struct vector_rounding<run_time_dimension> {
-    static double y_coefficient(double a, double sum, double c, double h) { return sum * (c * h) + a; }
+struct any_dimension_rounding : vector_rounding {
     static double matrix_entry(double e, double W, double Ba, double h) { return (e - h * Ba) - (h * h) * W; }
-    static constexpr double end_weight(double b, double) { return b; }
 };
 
-// The block of lag d in the history, row-major. With x_l = K[d S + (k_i - k_l) m](r, c) * b_l, the entry for row r, i
-// is (h * h) * (sum over l of x_l * B_j(c_l)) in the column of Z component c at node j, and h * (sum over l of x_l) in
-// that of y component c; these come last.
+// The provider of a history, whose block of lag d is row-major. With x_l = K[d S + (k_i - k_l) m](r, c) * b_l, the
+// entry for row r, i is (h * h) * (sum over l of x_l * B_j(c_l)) in the column of Z component c at node j, and h * (sum
+// over l of x_l) in that of y component c; these come last.
 template <int row, class dimension>
-void vide_lag_block_provider(void* context, std::int32_t d, ToeplitzHistory& history) {
+void vide_history_provider(void* context, std::int32_t d, ToeplitzHistory& history) {
     using tables = row_tables<row>;
     constexpr int P = tables::P;
     const auto& [K, h, dim] = *static_cast<const lag_block_context<dimension>*>(context);
@@ -82,52 +78,52 @@ void vide_lag_block_provider(void* context, std::int32_t d, ToeplitzHistory& his
         }
 }
 
-// [r * P + i][c]: the sum over l of K[k_i (m - k_l)](r, c) * b_l, which is the same in every step.
+// What the kernel adds to Ya, the same in every step: [r * P + i][c] is the sum over l of K[k_i (m - k_l)](r, c) * b_l.
 template <int row>
-[[gnu::noinline]] std::vector<double> present_kernel_sums(view<const double> K, std::int64_t D) {
+[[gnu::noinline]] void vide_present_y_block(view<const double> K, std::int64_t D, view<double> block) {
     using tables = row_tables<row>;
     const double* const samples = present_samples<row>(K, D);
-    std::vector<double> sums(tables::P * D * D);
-    double* sum = sums.data();
+    double* cell = block.slice(0, std::uint64_t(tables::P * D * D)).pointer;
     for (std::int64_t r = 0; r < D; ++r)
         for (int i = 0; i < tables::P; ++i)
-            for (std::int64_t c = 0; c < D; ++c, ++sum)
+            for (std::int64_t c = 0; c < D; ++c) {
+                double sum = 0.0;
                 for (int l = 0; l < tables::P; ++l)
-                    *sum += samples[(tables::present[i].lag[l] * D + r) * D + c] * tables::b[l];
-    return sums;
+                    sum += samples[(tables::present[i].lag[l] * D + r) * D + c] * tables::b[l];
+                *cell++ = sum;
+            }
 }
 
 // `solution` holds Z[n], then y[n], for every step.
 template <int row>
-[[gnu::noinline]] void write_vide(std::int64_t steps, std::int64_t D, double h, const std::vector<double>& solution,
-                                  bool want_coeffs, view<double> out, view<double> coeffs) {
+[[gnu::noinline]] void write_vide(const output_arrays& to, double h, const double* solution) {
     using integrals = integrated_tables<row>;
     constexpr int P = row_tables<row>::P;
-    const auto y = [&](std::int64_t n, std::int64_t r) {
+    const std::int64_t D = to.D;
+    const auto y = [=](std::int64_t n, std::int64_t r) {
         return solution[n * (P + 1) * D + P * D + r];
     };
     // The polynomial of a step, or one of its coefficients: the sum over j of h * Z[n][j] times a value or a
     // coefficient of B_j, on top of what `sum` is.
-    const auto weighted_sum = [&](double sum, std::int64_t n, std::int64_t r, const auto& weight) {
-        const double* const Z = solution.data() + n * (P + 1) * D + r * P;
+    const auto weighted_sum = [=](double sum, std::int64_t n, std::int64_t r, const auto& weight) {
+        const double* const Z = solution + n * (P + 1) * D + r * P;
         for (int j = 0; j < P; ++j)
             sum += (h * Z[j]) * weight(j);
         return sum;
     };
-    if (want_coeffs)
-        write_coefficients(steps, D, P + 1, P + 1, coeffs, [&](std::int64_t n, std::int64_t r, int power) {
-            return weighted_sum(power == 0 ? y(n, r) : 0.0, n, r, [power](int j) { return integrals::beta[j][power]; });
-        });
-    write_samples<row_tables<row>::S>(steps, D, out, [&](std::int64_t n, std::int64_t r, int e) {
+    const auto vide_step_polynomial = [&](std::int64_t n, std::int64_t r, int power) {
+        return weighted_sum(power == 0 ? y(n, r) : 0.0, n, r, [power](int j) { return integrals::beta[j][power]; });
+    };
+    const auto vide_step_value = [&](std::int64_t n, std::int64_t r, int e) {
         return weighted_sum(y(n, r), n, r, [e](int j) { return integrals::sample_value[e][j]; });
-    });
+    };
+    write_output<row_tables<row>::S>(to, P + 1, P + 1, vide_step_polynomial, vide_step_value);
 }
 
 // From `samples` samples, and everything else from the arrays as they come.
 template <int row, class rounding, class dimension>
-bool march_vide(std::int32_t samples, view<const double> g, view<const double> K, view<const double> a, dimension dim,
-                view<const double> y0, double dt, bool want_coeffs, view<double> out, view<double> coeffs,
-                int* n_steps) {
+bool march_vide(std::int32_t samples, const vide_arguments& arguments, dimension dim, output_order first) {
+    const auto& [g, K, a, y0, dt, want_coeffs, out, coeffs, n_steps] = arguments;
     using tables = row_tables<row>;
     using integrals = integrated_tables<row>;
     constexpr int P = tables::P;
@@ -142,8 +138,10 @@ bool march_vide(std::int32_t samples, view<const double> g, view<const double> K
     // anything else is decided, so that a kernel too short for them is fatal even where there is no step.
     step_system<P, dimension> system{dim};
     const std::int64_t n_sys = system.n_sys;
-    const std::vector<double> W = present_block<row, integrals>(K, D);
-    const std::vector<double> kernel_sums = present_kernel_sums<row>(K, D);
+    auto W = make_blocks<P * P>(dim);
+    diagonal_block<row, integrals>(K, D, whole(W));
+    auto kernel_sums = make_blocks<P>(dim);
+    vide_present_y_block<row>(K, D, whole(kernel_sums));
 
     // What the history is given of each step: Z[n], then y[n]. The last block is there for the y alone.
     const std::int64_t width = n_sys + D;
@@ -157,10 +155,10 @@ bool march_vide(std::int32_t samples, view<const double> g, view<const double> K
     lag_block_context<dimension> context{K, h, dim};
     ToeplitzHistory history;
     history.init(steps, static_cast<std::int32_t>(n_sys), static_cast<std::int32_t>(width));
-    history.set_kernel_provider(&context, vide_lag_block_provider<row, dimension>);
+    history.set_kernel_provider(&context, vide_history_provider<row, dimension>);
     std::copy_n(y0.slice(0, D).pointer, D, y(0));
     if (steps == 0) {
-        std::fill_n(out.pointer, out.length, 0.0);
+        clear_samples(out);
         return true;
     }
 
@@ -168,13 +166,13 @@ bool march_vide(std::int32_t samples, view<const double> g, view<const double> K
     const double* coefficient = a.slice(0, std::uint64_t((std::int64_t{steps} * S + 1) * D * D)).pointer;
     double* const rhs = system.rhs();
     for (std::int32_t n = 0; n < steps; ++n, forcing += S * D, coefficient += S * D * D) {
+        gather_node_forcing<row>(forcing, D, rhs);
         const double* const Q = history.history_at(n).pointer;
         for (int r = 0; r < D; ++r)
             for (int i = 0; i < P; ++i) {
-                const std::int64_t sample = tables::m * tables::k[i];
-                const double* const a_row = coefficient + (sample * D + r) * D;
+                const double* const a_row = coefficient + (tables::m * tables::k[i] * D + r) * D;
                 const int R = r * P + i;
-                double right_side = forcing[sample * D + r] + Q[R];
+                double right_side = rhs[R] + Q[R];
                 for (int c = 0; c < D; ++c) {
                     right_side += rounding::y_coefficient(a_row[c], kernel_sums[R * D + c], tables::c[i], h) * y(n)[c];
                     for (int j = 0; j < P; ++j) {
@@ -199,23 +197,32 @@ bool march_vide(std::int32_t samples, view<const double> g, view<const double> K
         history.push({std::uint64_t(width), Z(n, 0)});
     }
 
-    write_vide<row>(steps, D, h, solution, want_coeffs, out, coeffs);
+    write_vide<row>({steps, D, want_coeffs, out, coeffs, first}, h, solution.data());
     return true;
 }
 
 template <int row>
-bool solve_vide_impl(view<const double> g, view<const double> K, view<const double> a, double y0, double dt,
-                     bool want_coeffs, view<double> out, view<double> coeffs, int* n_steps) {
-    return march_vide<row, scalar_rounding>(guarded_int(K.length), g, K, a, fixed_dimension<1>{}, {1, &y0}, dt,
-                                            want_coeffs, out, coeffs, n_steps);
+bool solve_vide_impl(const vide_arguments& arguments) {
+    return march_vide<row, scalar_rounding>(guarded_int(arguments.K.length), arguments, fixed_dimension<1>{},
+                                            output_order::cleared_samples);
 }
 
-template <int row, class dimension>
-bool solve_vide_vec_impl(view<const double> g, view<const double> K, view<const double> a, dimension dim,
-                         view<const double> y0, double dt, bool want_coeffs, view<double> out, view<double> coeffs,
-                         int* n_steps) {
-    return march_vide<row, vector_rounding<dimension>>(sample_count(K, dim.D), g, K, a, dim, y0, dt, want_coeffs, out,
-                                                       coeffs, n_steps);
+template <int row, int D>
+bool solve_vide_vec_impl(const vide_arguments& arguments) {
+    return march_vide<row, vector_rounding>(sample_count(arguments.K, D), arguments, fixed_dimension<D>{},
+                                            output_order::coefficients);
+}
+
+template <int row>
+bool solve_vide_vec_any_impl(const vide_arguments& arguments, int D) {
+    return march_vide<row, any_dimension_rounding>(sample_count(arguments.K, D), arguments, run_time_dimension{D},
+                                                   output_order::coefficients);
+}
+
+template <int row>
+bool solve_vide_vec_row(const vide_arguments& arguments, int D) {
+    constexpr auto own = of_every_dimension([]<int own_D>() { return solve_vide_vec_impl<row, own_D>; });
+    return has_own_variant(D) ? own[D - 1](arguments) : solve_vide_vec_any_impl<row>(arguments, D);
 }
 
 } // namespace quenta

@@ -5,11 +5,23 @@
 
 namespace quenta {
 
-// The body of quenta_solve_vie1_vec for one row of the settings table and one dimension, `fixed_dimension` or
-// `run_time_dimension`. `n_steps` receives the number of steps even where the block turns out singular, which is what
-// `false` says; out and coeffs are then untouched.
-template <int row, class dimension>
-bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<const double> y0, double dt,
-                bool want_coeffs, bool continuous, view<double> out, view<double> coeffs, int* n_steps);
+struct vie1_arguments {
+    view<const double> g, K, y0;
+    double dt;
+    bool want_coeffs, continuous;
+    view<double> out, coeffs;
+    int* n_steps; // receives the number of steps even where the block turns out singular
+};
+
+// The bodies of quenta_solve_vie1_vec for one row of the settings table: one for each dimension that is known when the
+// library is built, and one for all others. False: the block is singular; out and coeffs are then untouched.
+template <int row, int D>
+bool vie1_solve(const vie1_arguments& arguments);
+template <int row>
+bool vie1_solve(const vie1_arguments& arguments, int D);
+
+// Calls the variant for this dimension.
+template <int row>
+bool vie1_solve_row(const vie1_arguments& arguments, int D);
 
 } // namespace quenta

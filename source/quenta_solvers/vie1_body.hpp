@@ -24,40 +24,40 @@
 
 namespace quenta {
 
-struct vie1_solution {
-    std::int64_t steps, D;
-    const double* U; // U_j at j * P * D
-    const double* B; // B_j at j * D, in the continuous form
-};
+// C0 of the continuous form, from the present-step block of its basis: row-major, n_sys by D.
+template <int row>
+void start_value_block(view<const double> raw, std::int64_t D, view<double> block) {
+    constexpr int P = row_tables<row>::P;
+    for (std::int64_t cell = 0; cell < P * D * D; ++cell)
+        block.pointer[cell] = -raw.pointer[cell * (P + 1)]; // the polynomial of the carried value stands first
+}
 
+// U_j stands at j * P * D, and in the continuous form B_j at j * D.
 template <int row, class basis>
-[[gnu::noinline]] void write_vie1(const vie1_solution& solution, bool want_coeffs, view<double> out,
-                                  view<double> coeffs) {
+[[gnu::noinline]] void write_vie1(const output_arrays& to, const double* U, const double* B) {
     constexpr int P = row_tables<row>::P;
     constexpr int terms = int(basis::lambda.size());
     constexpr int carried = terms - P; // the polynomial goes through B_j, then through U_j
-    const std::int64_t steps = solution.steps, D = solution.D;
-    const double *const U = solution.U, *const B = solution.B;
     // A value of the polynomial of step j, or one of its coefficients. The sum starts from its first term.
-    const auto weighted_sum = [=](std::int64_t j, std::int64_t b, const auto& weight) {
+    const auto weighted_sum = [=, D = to.D](std::int64_t j, std::int64_t b, const auto& weight) {
         const double* const values = U + (j * D + b) * P;
         double sum = weight(0) * (carried ? B[j * D + b] : values[0]);
         for (int l = 1; l < terms; ++l)
             sum += weight(l) * values[l - carried];
         return sum;
     };
-    if (want_coeffs)
-        write_coefficients(steps, D, P + 1, terms, coeffs, [&](std::int64_t j, std::int64_t b, int power) {
-            return weighted_sum(j, b, [power](int l) { return basis::lambda[l][power]; });
-        });
-    write_samples<row_tables<row>::S>(steps, D, out, [&](std::int64_t j, std::int64_t b, int e) {
+    const auto coefficient = [&](std::int64_t j, std::int64_t b, int power) {
+        return weighted_sum(j, b, [power](int l) { return basis::lambda[l][power]; });
+    };
+    const auto value = [&](std::int64_t j, std::int64_t b, int e) {
         return weighted_sum(j, b, [e](int l) { return basis::sample_value[e][l]; });
-    });
+    };
+    write_output<row_tables<row>::S>(to, P + 1, terms, coefficient, value);
 }
 
 template <int row, class dimension>
-bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<const double> y0, double dt,
-                bool want_coeffs, bool continuous, view<double> out, view<double> coeffs, int* n_steps) {
+bool march_vie1(const vie1_arguments& arguments, dimension dim) {
+    const auto& [g, K, y0, dt, want_coeffs, continuous, out, coeffs, n_steps] = arguments;
     using tables = row_tables<row>;
     constexpr int P = tables::P;
     constexpr int S = tables::S;
@@ -74,19 +74,20 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
     // there is no step.
     step_system<P, dimension> system{dim};
     const std::int64_t n_sys = system.n_sys;
-    std::vector<double> start_block; // h * C0, row-major, n_sys by D
+    auto start_block = make_blocks<P>(dim, continuous); // h * C0
     if (continuous) {
-        const std::vector<double> raw = present_block<row, continuous_tables<row>>(K, D);
-        start_block.resize(n_sys * D);
+        auto raw = make_blocks<P*(P + 1)>(dim);
+        diagonal_block<row, continuous_tables<row>>(K, D, whole(raw));
         for (std::int64_t r = 0; r < n_sys; ++r)
-            for (std::int64_t b = 0; b < D; ++b) {
-                const double* const of_basis = &raw[(r * D + b) * (P + 1)]; // the carried value's polynomial first
-                start_block[r * D + b] = h * -of_basis[0];
+            for (std::int64_t b = 0; b < D; ++b)
                 for (int l = 0; l < P; ++l)
-                    system.at(int(r), int(b * P + l)) = h * of_basis[l + 1];
-            }
+                    system.at(int(r), int(b * P + l)) = h * raw[(r * D + b) * (P + 1) + l + 1];
+        start_value_block<row>(whole(raw), D, whole(start_block));
+        for (double& cell : start_block)
+            cell = h * cell;
     } else {
-        const std::vector<double> raw = present_block<row, tables>(K, D);
+        auto raw = make_blocks<P * P>(dim);
+        diagonal_block<row, tables>(K, D, whole(raw));
         for (std::int64_t r = 0; r < n_sys; ++r)
             for (std::int64_t c = 0; c < n_sys; ++c)
                 system.at(int(r), int(c)) = h * raw[r * n_sys + c];
@@ -97,13 +98,13 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
     lag_block_context<dimension> context{K, h, dim};
     ToeplitzHistory history;
     history.init(steps, static_cast<std::int32_t>(n_sys), static_cast<std::int32_t>(n_sys));
-    history.set_kernel_provider(&context, lag_block_provider<row, dimension>);
+    history.set_kernel_provider(&context, lag_block<row, dimension>);
     if (continuous) {
         B.resize((std::int64_t{steps} + 1) * D);
         std::copy_n(y0.slice(0, std::uint64_t(D)).pointer, D, B.data());
     }
     if (steps == 0) {
-        std::fill_n(out.pointer, out.length, 0.0);
+        clear_samples(out);
         return true;
     }
 
@@ -112,9 +113,7 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
     const double* forcing = g.slice(0, std::uint64_t((std::int64_t{steps} * S + 1) * D)).pointer;
     double* const rhs = system.rhs();
     for (std::int32_t j = 0; j < steps; ++j, forcing += S * D) {
-        for (int b = 0; b < D; ++b)
-            for (int i = 0; i < P; ++i)
-                rhs[b * P + i] = forcing[tables::m * tables::k[i] * D + b];
+        gather_node_forcing<row>(forcing, D, rhs);
         const double* const past = history.history_at(j).pointer;
         for (std::int64_t r = 0; r < n_sys; ++r) {
             rhs[r] -= past[r];
@@ -136,12 +135,28 @@ bool vie1_solve(view<const double> g, view<const double> K, dimension dim, view<
             }
     }
 
-    const vie1_solution solution{steps, D, U.data(), B.data()};
+    const output_arrays to{steps, D, want_coeffs, out, coeffs, output_order::coefficients};
     if (continuous)
-        write_vie1<row, continuous_tables<row>>(solution, want_coeffs, out, coeffs);
+        write_vie1<row, continuous_tables<row>>(to, U.data(), B.data());
     else
-        write_vie1<row, tables>(solution, want_coeffs, out, coeffs);
+        write_vie1<row, tables>(to, U.data(), nullptr);
     return true;
+}
+
+template <int row, int D>
+bool vie1_solve(const vie1_arguments& arguments) {
+    return march_vie1<row>(arguments, fixed_dimension<D>{});
+}
+
+template <int row>
+bool vie1_solve(const vie1_arguments& arguments, int D) {
+    return march_vie1<row>(arguments, run_time_dimension{D});
+}
+
+template <int row>
+bool vie1_solve_row(const vie1_arguments& arguments, int D) {
+    constexpr auto own = of_every_dimension([]<int own_D>() { return vie1_solve<row, own_D>; });
+    return has_own_variant(D) ? own[D - 1](arguments) : vie1_solve<row>(arguments, D);
 }
 
 } // namespace quenta

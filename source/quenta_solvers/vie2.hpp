@@ -6,14 +6,28 @@
 
 namespace quenta {
 
-// The bodies of quenta_solve_vie2 and of quenta_solve_vie2_vec for one row of the settings table, and the latter for
-// one dimension, `fixed_dimension` or `run_time_dimension`. `n_steps` receives the number of steps even where the block
-// turns out singular, which is what `false` says; out and coeffs are then untouched.
+struct vie2_arguments {
+    view<const double> g, K;
+    double dt;
+    bool want_coeffs;
+    view<double> out, coeffs;
+    int* n_steps; // receives the number of steps even where the block turns out singular
+};
+
+// The body of quenta_solve_vie2 for one row of the settings table. False: the block is singular; out and coeffs are
+// then untouched.
 template <int row>
-bool solve_vie2_impl(view<const double> g, view<const double> K, double dt, bool want_coeffs, view<double> out,
-                     view<double> coeffs, int* n_steps);
-template <int row, class dimension>
-bool solve_vie2_vec_impl(view<const double> g, view<const double> K, dimension dim, double dt, bool want_coeffs,
-                         view<double> out, view<double> coeffs, int* n_steps);
+bool solve_vie2_impl(const vie2_arguments& arguments);
+
+// Those of quenta_solve_vie2_vec: one for each dimension that is known when the library is built, and one for all
+// others.
+template <int row, int D>
+bool solve_vie2_vec_impl(const vie2_arguments& arguments);
+template <int row>
+bool solve_vie2_vec_any_impl(const vie2_arguments& arguments, int D);
+
+// Calls the variant for this dimension.
+template <int row>
+bool solve_vie2_vec_row(const vie2_arguments& arguments, int D);
 
 } // namespace quenta

@@ -33,4 +33,10 @@ struct view {
     constexpr operator view<const element>() const requires(!std::is_const_v<element>) { return {length, pointer}; }
 };
 
+// An array with its length.
+template <class array>
+constexpr view<typename array::value_type> whole(array& elements) {
+    return {elements.size(), elements.data()};
+}
+
 } // namespace quenta

@@ -107,7 +107,7 @@ inline constexpr sampled_solver every_solver[] = {
     {"vie2", equation::second_kind, false, false, 64, solve_vie2},
     {"vie2_vec", equation::second_kind, true, false, 128, solve_vie2_vec},
     {"vide", equation::derivative, false, true, 64, solve_vide},
-    {"vide_vec", equation::derivative, true, true, 64, solve_vide_vec},
+    {"vide_vec", equation::derivative, true, true, 128, solve_vide_vec},
 };
 
 inline const sampled_solver& solver_named(std::string_view name) {

@@ -1,58 +1,42 @@
-// What surrounds every solver body, in its vector form: the checks in their order, and the dispatch by row and D. The
+// What surrounds every solver body: the checks in their order, and the row and the lengths that it is called with. The
 // body here only tells how it was called.
 #include "quenta_solvers/sampled_entry.hpp"
 
 #include "quenta_solvers/quenta_native.h"
-#include "quenta_solvers/variant_dispatch.hpp"
+#include "quenta_solvers/variants.hpp"
 #include "reference/settings.hpp"
 
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <optional>
-#include <type_traits>
 
 namespace quenta {
 
 namespace {
 
-struct body_call {
-    int row;
-    bool fixed;
-    int D;
-    sampled_sizes sizes;
-};
-
 struct entry_answer {
     int status;
     int n_steps;
-    std::optional<body_call> call;
+    std::optional<sampled_sizes> call;
 };
 
 constexpr int untouched_steps = -77;
-
-template <int row, class dimension>
-bool record_call(std::optional<body_call>& call, const sampled_sizes& sizes, dimension D) {
-    call = body_call{row, !std::is_same_v<dimension, run_time_dimension>, D.D, sizes};
-    return true;
-}
 
 entry_answer enter(const sampled_request& request, refusal refuses = accept_all_rows, bool solved = true) {
     quenta_rt_init();
     entry_answer answer{-1, untouched_steps, {}};
     answer.status = run_sampled_solver(request, refuses, &answer.n_steps, [&](const sampled_sizes& sizes, int* steps) {
         *steps = 17;
-        return dispatch_row(sizes.row, [&]<int row>() {
-            return dispatch_dimension(request.D,
-                                      [&](auto D) { return record_call<row>(answer.call, sizes, D) && solved; });
-        });
+        answer.call = sizes;
+        return solved;
     });
     return answer;
 }
 
 constexpr int two_nodes[] = {0, 1};
 
-TEST(sampled_entry, every_row_reaches_its_own_variant) {
+TEST(sampled_entry, the_body_gets_the_row_of_its_setting) {
     const std::vector<reference::setting>& rows = reference::settings();
     ASSERT_EQ(rows.size(), 56u);
     for (int row = 0; row < 56; ++row) {
@@ -60,51 +44,49 @@ TEST(sampled_entry, every_row_reaches_its_own_variant) {
         const entry_answer answer = enter({100, 3, setting.m, setting.indices.data(), int(setting.indices.size())});
         ASSERT_EQ(answer.status, QUENTA_SOLVED) << row;
         EXPECT_EQ(answer.call->row, row);
-        EXPECT_EQ(answer.call->sizes.row, row);
     }
 }
 
-TEST(sampled_entry, dimensions_1_to_8_are_fixed_and_all_others_known_at_run_time) {
-    for (int D = 1; D <= 8; ++D) {
-        const entry_answer answer = enter({100, D, 1, two_nodes, 2});
-        ASSERT_EQ(answer.status, QUENTA_SOLVED) << D;
-        EXPECT_TRUE(answer.call->fixed) << D;
-        EXPECT_EQ(answer.call->D, D);
-    }
-    for (const int D : {9, 10, 16, 1000, 0, -1, -8, -1000}) {
-        const entry_answer answer = enter({100, D, 1, two_nodes, 2});
-        ASSERT_EQ(answer.status, QUENTA_SOLVED) << D;
-        EXPECT_FALSE(answer.call->fixed) << D;
-        EXPECT_EQ(answer.call->D, D);
-    }
+TEST(variants, there_is_one_for_every_row) {
+    constexpr auto numbers = of_every_row([]<int row>() { return row; });
+    ASSERT_EQ(numbers.size(), 56u);
+    for (int row = 0; row < 56; ++row)
+        EXPECT_EQ(numbers[std::size_t(row)], row);
+}
+
+TEST(variants, dimensions_1_to_8_have_their_own) {
+    for (int D = 1; D <= 8; ++D)
+        EXPECT_TRUE(has_own_variant(D)) << D;
+    for (const int D : {9, 10, 16, 1000, 0, -1, -8, -1000})
+        EXPECT_FALSE(has_own_variant(D)) << D;
 }
 
 TEST(sampled_entry, the_body_gets_the_lengths_of_its_arrays) {
     for (const int D : {1, 2, 3, 8, 9, 100}) {
         const entry_answer answer = enter({101, D, 2, two_nodes, 2});
         ASSERT_EQ(answer.status, QUENTA_SOLVED) << D;
-        EXPECT_EQ(answer.call->sizes.vectors, 101u * unsigned(D));
-        EXPECT_EQ(answer.call->sizes.matrices, 101u * unsigned(D * D));
-        EXPECT_EQ(answer.call->sizes.coefficients, 3u * unsigned(D) * 25u);
+        EXPECT_EQ(answer.call->vectors, 101u * unsigned(D));
+        EXPECT_EQ(answer.call->matrices, 101u * unsigned(D * D));
+        EXPECT_EQ(answer.call->coefficients, 3u * unsigned(D) * 25u);
     }
 }
 
 TEST(sampled_entry, without_a_dimension_all_arrays_are_empty) {
-    const sampled_sizes sizes = enter({101, 0, 2, two_nodes, 2}).call->sizes;
+    const sampled_sizes sizes = enter({101, 0, 2, two_nodes, 2}).call.value();
     EXPECT_EQ(sizes.vectors, 0u);
     EXPECT_EQ(sizes.matrices, 0u);
     EXPECT_EQ(sizes.coefficients, 0u);
 }
 
 TEST(sampled_entry, a_negative_number_of_samples_makes_arrays_of_impossible_length) {
-    const sampled_sizes sizes = enter({-5, 1, 1, two_nodes, 2}).call->sizes;
+    const sampled_sizes sizes = enter({-5, 1, 1, two_nodes, 2}).call.value();
     EXPECT_EQ(sizes.vectors, std::uint64_t(-5));
     EXPECT_EQ(sizes.matrices, std::uint64_t(-5));
     EXPECT_EQ(sizes.coefficients, std::uint64_t(-18)); // 3 * (-6 / 1)
 }
 
 TEST(sampled_entry, a_null_coeffs_is_an_empty_array) {
-    const sampled_sizes sizes = enter({101, 3, 2, two_nodes, 2}).call->sizes;
+    const sampled_sizes sizes = enter({101, 3, 2, two_nodes, 2}).call.value();
     double coeffs = 0.0;
     EXPECT_EQ(coefficient_view(nullptr, sizes).length, 0u);
     EXPECT_EQ(coefficient_view(&coeffs, sizes).length, sizes.coefficients);

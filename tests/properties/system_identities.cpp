@@ -1,7 +1,7 @@
 // What must hold between solutions of systems, whatever the data, in every kind of equation.
 #include "properties/random_system.hpp"
 #include "quenta_solvers/collocation_settings.hpp"
-#include "quenta_solvers/variant_dispatch.hpp"
+#include "quenta_solvers/variants.hpp"
 #include "quenta_solvers/vide.hpp"
 #include "quenta_solvers/vie1.hpp"
 #include "quenta_solvers/vie2.hpp"
@@ -40,28 +40,29 @@ quenta::view<double> view_of(fenced_array& array) {
     return {array.values().size(), array.data()};
 }
 
+// The bodies for a dimension known at run time, also for those that have a variant of their own.
+constexpr auto first_kind_rows = quenta::of_every_row(
+    []<int row>() { return static_cast<bool (*)(const quenta::vie1_arguments&, int)>(quenta::vie1_solve<row>); });
+constexpr auto second_kind_rows = quenta::of_every_row([]<int row>() { return quenta::solve_vie2_vec_any_impl<row>; });
+constexpr auto derivative_rows = quenta::of_every_row([]<int row>() { return quenta::solve_vide_vec_any_impl<row>; });
+
 template <bool continuous>
 bool first_kind_body(int row, const system_samples& data, sampled_answer& answer) {
-    return quenta::dispatch_row(row, [&]<int number>() {
-        return quenta::vie1_solve<number>(view_of(data.g), view_of(data.K), quenta::run_time_dimension{data.D},
-                                          view_of(data.y0), dt, true, continuous, view_of(answer.out),
-                                          view_of(answer.coeffs), &answer.n_steps);
-    });
+    return first_kind_rows[row]({view_of(data.g), view_of(data.K), view_of(data.y0), dt, true, continuous,
+                                 view_of(answer.out), view_of(answer.coeffs), &answer.n_steps},
+                                data.D);
 }
+
 bool second_kind_body(int row, const system_samples& data, sampled_answer& answer) {
-    return quenta::dispatch_row(row, [&]<int number>() {
-        return quenta::solve_vie2_vec_impl<number>(view_of(data.g), view_of(data.K), quenta::run_time_dimension{data.D},
-                                                   dt, true, view_of(answer.out), view_of(answer.coeffs),
-                                                   &answer.n_steps);
-    });
+    return second_kind_rows[row](
+        {view_of(data.g), view_of(data.K), dt, true, view_of(answer.out), view_of(answer.coeffs), &answer.n_steps},
+        data.D);
 }
 
 bool derivative_body(int row, const system_samples& data, sampled_answer& answer) {
-    return quenta::dispatch_row(row, [&]<int number>() {
-        return quenta::solve_vide_vec_impl<number>(view_of(data.g), view_of(data.K), view_of(data.a),
-                                                   quenta::run_time_dimension{data.D}, view_of(data.y0), dt, true,
-                                                   view_of(answer.out), view_of(answer.coeffs), &answer.n_steps);
-    });
+    return derivative_rows[row]({view_of(data.g), view_of(data.K), view_of(data.a), view_of(data.y0), dt, true,
+                                 view_of(answer.out), view_of(answer.coeffs), &answer.n_steps},
+                                data.D);
 }
 
 constexpr system_solver system_solvers[] = {
