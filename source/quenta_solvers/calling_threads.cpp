@@ -6,40 +6,40 @@
 #include "utility/platform.hpp"
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
-#include <utility>
 
 namespace quenta {
 
 std::mutex* library_lock = nullptr;
-std::uint32_t thread_exit_slot = platform::no_slot;
+std::atomic<std::uint32_t> thread_exit_slot{platform::no_slot};
 attached_thread_list attached_threads;
 
 namespace {
 
-constinit thread_local thread_record* record_of_this_thread = nullptr;
-
-// Reclamation does not start while this is above 0. It is a count and not a lock: a collection holds library_lock,
-// which the attachments it waits for still need.
-std::atomic<int> reclamation_suspensions{0};
-
-// The share of this thread, which is all that is left of the count in the child of a fork.
-constinit thread_local int suspensions_of_this_thread = 0;
+// Reclamation does not start while threads are being attached. The lower half counts them. It is a count and not a
+// lock: a collection holds library_lock, which the attachments it waits for still need.
+// The upper half counts the forks that led to this process. The child of a fork starts with no suspensions, so an
+// attachment that a fork from a handler of a signal has interrupted must not subtract its own there. One word holds
+// both, since such a fork may come between any two steps.
+std::atomic<std::uint64_t> reclamation_suspensions{0};
+constexpr std::uint64_t one_fork = std::uint64_t{1} << 32;
 
 struct suspended_reclamation {
-    suspended_reclamation() {
-        ++suspensions_of_this_thread;
-        ++reclamation_suspensions;
-    }
+    suspended_reclamation() = default;
     ~suspended_reclamation() {
-        --reclamation_suspensions;
-        --suspensions_of_this_thread;
+        std::uint64_t now = reclamation_suspensions;
+        while (now / one_fork == forks && !reclamation_suspensions.compare_exchange_weak(now, now - 1)) {
+        }
     }
     suspended_reclamation(const suspended_reclamation&) = delete;
     suspended_reclamation& operator=(const suspended_reclamation&) = delete;
+
+private:
+    const std::uint64_t forks = reclamation_suspensions++ / one_fork;
 };
 
 bool handles_forks = false;
@@ -51,10 +51,10 @@ void renew(std::mutex& lock) {
 
 } // namespace
 
-void attached_thread_list::enter(std::unique_ptr<thread_record> record) {
+thread_record* attached_thread_list::enter(std::unique_ptr<thread_record> record) {
     const std::lock_guard guard{lock};
     record->next = first.load();
-    first = record.release();
+    return first = record.release();
 }
 
 bool attached_thread_list::take_out(const thread_record* record) {
@@ -80,19 +80,19 @@ void attached_thread_list::renew_lock() {
 }
 
 void attach_calling_thread() {
-    if (record_of_this_thread != nullptr)
+    if (platform::thread_value(thread_exit_slot) != nullptr)
         return;
     const suspended_reclamation suspended;
+    thread_record* record = nullptr;
     {
         const std::lock_guard guard{*library_lock};
-        auto record = std::make_unique<thread_record>();
-        thread_record* const entered = record.get();
-        attached_threads.enter(std::move(record));
-        record_of_this_thread = entered;
+        record = attached_threads.enter(std::make_unique<thread_record>());
     }
     // Without a slot the record stays for the life of the process.
-    if (thread_exit_slot != platform::no_slot)
-        platform::set_thread_slot(thread_exit_slot, record_of_this_thread);
+    if (!platform::set_thread_value(thread_exit_slot, record)) {
+        detach_thread_record(record);
+        throw std::bad_alloc{};
+    }
 }
 
 void detach_thread_record(void* slot_value) {
@@ -100,8 +100,8 @@ void detach_thread_record(void* slot_value) {
     if (record == nullptr || !attached_threads.take_out(record))
         return;
     // Destructors of other slots may still call a solver on this thread, which then has to attach anew.
-    if (record_of_this_thread == record)
-        record_of_this_thread = nullptr;
+    if (platform::thread_value(thread_exit_slot) == record)
+        platform::set_thread_value(thread_exit_slot, nullptr);
     delete record;
 }
 
@@ -109,7 +109,7 @@ void forget_other_threads() {
     if (library_lock != nullptr)
         renew(*library_lock);
     attached_threads.renew_lock();
-    reclamation_suspensions = suspensions_of_this_thread;
+    reclamation_suspensions = (reclamation_suspensions / one_fork + 1) * one_fork;
 }
 
 } // namespace quenta
@@ -133,7 +133,7 @@ void quenta_gc_collect() {
     for (;;) {
         {
             const std::lock_guard guard{*library_lock};
-            if (reclamation_suspensions == 0) {
+            if (reclamation_suspensions % one_fork == 0) {
                 // A solve releases its memory on every way out, so what is left is what the heap holds back.
                 platform::release_free_memory();
                 return;

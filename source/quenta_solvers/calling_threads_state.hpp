@@ -13,7 +13,7 @@
 namespace quenta {
 
 // The entry of a calling thread in the list of attached threads. It lives from the thread's first attachment until
-// the thread ends.
+// the thread ends. On a platform with fibers, each fiber counts as a thread.
 struct thread_record {
     std::atomic<thread_record*> next{nullptr};
 };
@@ -21,7 +21,7 @@ struct thread_record {
 // The attached threads, under a short lock of their own.
 class attached_thread_list {
 public:
-    void enter(std::unique_ptr<thread_record> record);
+    thread_record* enter(std::unique_ptr<thread_record> record);
     // Whether the record was in the list. A record that is not there is not looked at.
     bool take_out(const thread_record* record);
     int size();
@@ -37,8 +37,8 @@ private:
 // Serialises the attachment of a thread and the reclamation of memory. Absent until quenta_rt_init.
 extern std::mutex* library_lock;
 
-// The slot in which an attached thread keeps its record.
-extern std::uint32_t thread_exit_slot;
+// The slot in which an attached thread keeps its record. Solvers read it while a further quenta_rt_init may set it.
+extern std::atomic<std::uint32_t> thread_exit_slot;
 
 extern attached_thread_list attached_threads;
 

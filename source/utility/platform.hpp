@@ -1,4 +1,4 @@
-// What the platform gives: a per-thread slot with a destructor, the heap's free memory back to the system, a call in
+// What the platform gives: a value per thread with a destructor, the heap's free memory back to the system, a call in
 // every child of a fork, and the arithmetic fault. One source file a platform: platform_posix.cpp,
 // platform_windows.cpp.
 #pragma once
@@ -10,12 +10,17 @@ namespace quenta::platform {
 // All bits set: no slot.
 inline constexpr std::uint32_t no_slot = 0xFFFFFFFF;
 
-// A new per-thread slot, or `no_slot` if the platform has none left. When a thread ends with a value other than null
-// in the slot, `destructor` is called with that value, on that thread.
+// A new slot for the library's value per thread, or `no_slot` if the platform has none left. When a thread ends with a
+// value other than null, `destructor` is called with that value, on that thread. On a platform with fibers, each fiber
+// has a value of its own, wherever it runs.
 std::uint32_t allocate_thread_slot(void (*destructor)(void*));
 
-// Stores a value in the calling thread's slot.
-void set_thread_slot(std::uint32_t slot, void* value);
+// The value of the calling thread, at first null. One read of per-thread state, without an allocation or a lock.
+void* thread_value(std::uint32_t slot);
+
+// Sets the value of the calling thread. False if the platform has no memory for it: the value is then null. Without a
+// slot the thread has its value all the same, but no destructor is called.
+bool set_thread_value(std::uint32_t slot, void* value);
 
 // Gives the heap's free pages back to the system, where that is offered. Memory in use stays where it is.
 void release_free_memory();

@@ -1,4 +1,4 @@
-// POSIX: a thread-specific key with a destructor, pthread_atfork, and SIGFPE.
+// POSIX: a thread-local variable and a key with a destructor, pthread_atfork, and SIGFPE.
 #include "utility/platform.hpp"
 
 #include <csignal>
@@ -8,6 +8,18 @@
 #if defined(__GLIBC__)
 #include <malloc.h>
 #endif
+
+namespace {
+
+// By default, glibc allocates the thread-local variables of a library that is opened at run time when a thread first
+// uses them, and ends the process if it cannot. In this model every thread has them from the start. Other C libraries
+// may refuse to open a library with this model.
+#if defined(__GLIBC__)
+[[gnu::tls_model("initial-exec")]]
+#endif
+constinit thread_local void* value_of_this_thread = nullptr;
+
+} // namespace
 
 namespace quenta::platform {
 
@@ -20,8 +32,16 @@ std::uint32_t allocate_thread_slot(void (*destructor)(void*)) {
     return static_cast<std::uint32_t>(key);
 }
 
-void set_thread_slot(std::uint32_t slot, void* value) {
-    pthread_setspecific(static_cast<pthread_key_t>(slot), value);
+void* thread_value(std::uint32_t) {
+    return value_of_this_thread;
+}
+
+bool set_thread_value(std::uint32_t slot, void* value) {
+    value_of_this_thread = value;
+    if (slot == no_slot || pthread_setspecific(static_cast<pthread_key_t>(slot), value) == 0)
+        return true;
+    value_of_this_thread = nullptr;
+    return false;
 }
 
 void release_free_memory() {

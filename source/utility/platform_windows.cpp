@@ -1,6 +1,7 @@
-// Windows: a fibre-local slot with a destructor, and the exception of an integer division by zero.
+// Windows: a fiber-local slot with a destructor, and the exception of an integer division by zero.
 #include "utility/platform.hpp"
 
+#include <atomic>
 #include <cstdlib>
 
 #include <malloc.h>
@@ -9,6 +10,11 @@
 namespace {
 
 void (*slot_destructor)(void*) = nullptr;
+
+// For values that are set while there is no slot. It is not read before there are any: the compiler allocates it for
+// each thread that reads it, and ends the process if it cannot.
+constinit thread_local void* value_without_slot = nullptr;
+std::atomic<bool> has_values_without_slot{false};
 
 // The platform's calling convention differs from the library's own on 32-bit machines.
 VOID WINAPI run_slot_destructor(PVOID value) {
@@ -30,8 +36,17 @@ std::uint32_t allocate_thread_slot(void (*destructor)(void*)) {
     return FlsAlloc(run_slot_destructor);
 }
 
-void set_thread_slot(std::uint32_t slot, void* value) {
-    FlsSetValue(slot, value);
+void* thread_value(std::uint32_t slot) {
+    void* const value = FlsGetValue(slot); // null without a slot
+    return value == nullptr && has_values_without_slot ? value_without_slot : value;
+}
+
+bool set_thread_value(std::uint32_t slot, void* value) {
+    if (slot != no_slot)
+        return FlsSetValue(slot, value) != 0;
+    has_values_without_slot = true;
+    value_without_slot = value;
+    return true;
 }
 
 void release_free_memory() {

@@ -55,7 +55,7 @@ endif()
 
 string(REGEX MATCHALL "NEEDED[^\n]*\\[[^]]*\\]" needed "${dynamic}")
 list(TRANSFORM needed REPLACE ".*\\[([^.]*)\\.so\\.[0-9]+\\]" "\\1")
-list(FILTER needed EXCLUDE REGEX "^ld-linux") # the C library's own loader, which serves thread-local variables
+list(FILTER needed EXCLUDE REGEX "^ld-linux") # the C library's own loader
 list(SORT needed)
 read_row(documented "libraries, beside the loader")
 list(SORT documented)
@@ -65,6 +65,12 @@ expect_equal("libraries that the library needs" "${documented}" "${needed}")
 run(symbols "${NM}" -D --undefined-only "${LIBRARY}")
 if(symbols MATCHES "__cxa_guard_acquire")
     message(SEND_ERROR "the library takes the lock of a static local variable")
+endif()
+
+# A thread-local variable that is found at run time may be allocated then, and the process ends if it cannot.
+run(relocations "${READELF}" -r -W "${LIBRARY}")
+if(symbols MATCHES "__tls_get_addr" OR relocations MATCHES "DTPMOD|TLSDESC")
+    message(SEND_ERROR "the library has a thread-local variable that is allocated when it is first used")
 endif()
 
 # The mathematical functions that it calls.

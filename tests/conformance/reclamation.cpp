@@ -1,19 +1,26 @@
-// quenta_gc_collect waits for threads that are being attached, and really gives the heap's free memory back, where the
-// platform offers that.
+// quenta_gc_collect waits for threads that are being attached, holds the lock of the library, and really gives the
+// heap's free memory back. It also does so after an attachment that failed, or that a fork interrupted.
 #include "quenta_native.h"
+#include "quenta_solvers/calling_threads_state.hpp"
+#include "support/forked_child.hpp"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <mutex>
+#include <new>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -21,9 +28,14 @@
 
 namespace {
 
-// A thread can be held up where it is in the list of attached threads, but its attachment has not come to its end.
-thread_local bool hold_up = false;
-std::atomic<bool> is_held_up{false}, collection_waits{false}, collection_is_over{false};
+// Called once by the next attachment of this thread, between its entry into the list and its end. A result other than 0
+// is the error with which the last step of the attachment fails.
+thread_local int (*in_an_attachment)() = nullptr;
+
+// Called once by the next collection, while it gives memory back.
+void (*in_a_collection)() = nullptr;
+
+std::atomic<bool> collection_waits{false};
 
 template <class condition>
 void wait_until(const condition& holds) {
@@ -33,14 +45,12 @@ void wait_until(const condition& holds) {
 
 } // namespace
 
-// The last thing that an attachment does, and what a collection does while it waits. The library finds these, and not
-// those of the platform.
+// The last step of an attachment, what a collection does while it waits, and how it gives memory back. The library
+// calls these functions instead of the platform's.
 [[gnu::visibility("default")]] int pthread_setspecific(pthread_key_t key, const void* value) noexcept {
-    if (hold_up) {
-        hold_up = false;
-        is_held_up = true;
-        wait_until([] { return collection_waits || collection_is_over; });
-    }
+    if (in_an_attachment != nullptr)
+        if (const int error = std::exchange(in_an_attachment, nullptr)(); error != 0)
+            return error;
     static const auto of_the_platform =
         reinterpret_cast<decltype(&pthread_setspecific)>(dlsym(RTLD_NEXT, "pthread_setspecific"));
     return of_the_platform(key, value);
@@ -51,21 +61,94 @@ void wait_until(const condition& holds) {
     return int(syscall(SYS_sched_yield));
 }
 
+[[gnu::visibility("default")]] int malloc_trim(std::size_t kept) noexcept {
+    if (in_a_collection != nullptr)
+        std::exchange(in_a_collection, nullptr)();
+    static const auto of_the_platform = reinterpret_cast<decltype(&malloc_trim)>(dlsym(RTLD_NEXT, "malloc_trim"));
+    return of_the_platform(kept);
+}
+
+namespace quenta {
+
 namespace {
 
-TEST(reclamation, waits_for_a_thread_that_is_being_attached) {
-    ASSERT_EQ(quenta_rt_init(), 1);
-    quenta_gc_collect(); // attaches this thread
+class reclamation : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(quenta_rt_init(), 1);
+        quenta_gc_collect(); // attaches this thread
+        attached_before = attached_threads.size();
+    }
+    int attached_before = 0;
+};
+
+// Whether a collection of this thread waits while another is being attached.
+bool collection_waits_for_a_newcomer() {
+    static std::atomic<bool> is_held_up, collection_is_over;
+    is_held_up = collection_waits = collection_is_over = false;
     std::thread newcomer{[] {
-        hold_up = true;
+        in_an_attachment = [] {
+            is_held_up = true;
+            wait_until([] { return collection_waits || collection_is_over; });
+            return 0;
+        };
         quenta_gc_collect();
     }};
     wait_until([] { return is_held_up.load(); });
-    EXPECT_FALSE(collection_waits);
+    const bool waited_before = collection_waits;
     quenta_gc_collect();
     collection_is_over = true;
     newcomer.join();
-    EXPECT_TRUE(collection_waits);
+    return !waited_before && collection_waits;
+}
+
+TEST_F(reclamation, waits_for_a_thread_that_is_being_attached) {
+    EXPECT_TRUE(collection_waits_for_a_newcomer());
+}
+
+// As in a handler of a signal that comes during an attachment. The child collects in the handler. Then the attachment
+// goes on there.
+TEST_F(reclamation, goes_on_in_the_child_of_a_fork_that_has_interrupted_an_attachment) {
+    std::thread{[this] {
+        static pid_t child;
+        in_an_attachment = [] {
+            child = quenta_tests::fork_child();
+            if (child == 0)
+                quenta_gc_collect();
+            return 0;
+        };
+        quenta_gc_collect();
+        if (child == 0)
+            _exit(attached_threads.size() == attached_before + 1 && collection_waits_for_a_newcomer() ? 0 : 1);
+        EXPECT_TRUE(quenta_tests::child_works(child));
+    }}.join();
+    EXPECT_TRUE(collection_waits_for_a_newcomer());
+}
+
+TEST_F(reclamation, goes_on_after_an_attachment_without_memory_which_leaves_the_thread_unknown) {
+    std::thread{[this] {
+        in_an_attachment = [] {
+            return ENOMEM;
+        };
+        EXPECT_THROW(quenta_gc_collect(), std::bad_alloc);
+        EXPECT_EQ(attached_threads.size(), attached_before);
+        quenta_gc_collect();
+        EXPECT_EQ(attached_threads.size(), attached_before + 1);
+    }}.join();
+    EXPECT_EQ(attached_threads.size(), attached_before);
+}
+
+TEST_F(reclamation, gives_memory_back_under_the_lock_of_the_library) {
+    static bool others_can_lock;
+    others_can_lock = true;
+    in_a_collection = [] {
+        std::thread{[] {
+            const std::unique_lock guard{*library_lock, std::try_to_lock};
+            others_can_lock = guard.owns_lock();
+        }}.join();
+    };
+    quenta_gc_collect();
+    EXPECT_FALSE(others_can_lock);
 }
 
 constexpr long mebibyte = 1024 * 1024;
@@ -78,9 +161,7 @@ long resident() {
     return pages * sysconf(_SC_PAGESIZE);
 }
 
-TEST(reclamation, returns_free_pages_below_memory_in_use) {
-    ASSERT_EQ(quenta_rt_init(), 1);
-    quenta_gc_collect();
+TEST_F(reclamation, returns_free_pages_below_memory_in_use) {
     const long at_first = resident();
     // Small blocks, of which the last one stays: the heap cannot shrink from its end.
     constexpr std::size_t size = 4000;
@@ -97,3 +178,5 @@ TEST(reclamation, returns_free_pages_below_memory_in_use) {
 }
 
 } // namespace
+
+} // namespace quenta

@@ -1,6 +1,7 @@
 // The start of the library, and that it serves the children of forks. It starts in the first test.
 #include "quenta_native.h"
 #include "quenta_solvers/calling_threads_state.hpp"
+#include "support/every_key_taken.hpp"
 #include "support/forked_child.hpp"
 #include "support/latch.hpp"
 #include "utility/platform.hpp"
@@ -54,6 +55,23 @@ TEST(start, registers_one_handler_of_forks_however_often_it_is_called) {
     for (int start = 0; start < 3; ++start)
         EXPECT_EQ(quenta_rt_init(), 1);
     EXPECT_EQ(registered_handlers, 1);
+}
+
+TEST(start, succeeds_without_a_key_left_and_the_next_one_tries_again) {
+    thread_exit_slot = platform::no_slot; // where an earlier test has started the library
+    const int attached_before = attached_threads.size();
+    {
+        const quenta_tests::every_key_taken no_key_is_left;
+        EXPECT_EQ(quenta_rt_init(), 1);
+        EXPECT_NE(library_lock, nullptr);
+        EXPECT_EQ(thread_exit_slot, platform::no_slot);
+        std::thread{quenta_gc_collect}.join();
+        EXPECT_EQ(attached_threads.size(), attached_before + 1) << "nothing notices the end of a thread";
+    }
+    EXPECT_EQ(quenta_rt_init(), 1);
+    EXPECT_NE(thread_exit_slot, platform::no_slot);
+    std::thread{quenta_gc_collect}.join();
+    EXPECT_EQ(attached_threads.size(), attached_before + 1);
 }
 
 TEST(start, in_a_child_of_a_fork_serves_the_children_of_that_child) {

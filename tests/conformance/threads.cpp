@@ -16,6 +16,14 @@
 #include <thread>
 #include <utility>
 
+#if !defined(_WIN32)
+#include "support/forked_child.hpp"
+
+#include <csignal>
+
+#include <pthread.h>
+#endif
+
 namespace quenta {
 
 namespace {
@@ -159,37 +167,43 @@ TEST_F(threads, a_collection_attaches_a_thread_that_has_never_solved) {
     EXPECT_EQ(attached_threads.size(), attached_before);
 }
 
-TEST_F(threads, a_request_that_is_refused_attaches_all_the_same) {
-    using request = int (*)(int* n_steps);
-    constexpr request requests[] = {
-        [](int* n_steps) {
-            return quenta_solve_vie1(nullptr, nullptr, 2, 1.0, 1.0, 5, nullptr, 0, 0, 0, nullptr, nullptr, n_steps);
-        },
-        [](int* n_steps) {
-            return quenta_solve_vie1_vec(nullptr, nullptr, 2, 2, nullptr, 1.0, 5, nullptr, 0, 0, 0, nullptr, nullptr,
-                                         n_steps);
-        },
-        [](int* n_steps) {
-            return quenta_solve_vie2(nullptr, nullptr, 2, 1.0, 5, nullptr, 0, 0, nullptr, nullptr, n_steps);
-        },
-        [](int* n_steps) {
-            return quenta_solve_vie2_vec(nullptr, nullptr, 2, 2, 1.0, 5, nullptr, 0, 0, nullptr, nullptr, n_steps);
-        },
-        [](int* n_steps) {
-            return quenta_solve_vide(nullptr, nullptr, nullptr, 2, 1.0, 1.0, 5, nullptr, 0, 0, nullptr, nullptr,
+// A request with `count` nodes and m = 5, of which the table has no row.
+using request = int (*)(int count, int* n_steps);
+constexpr request requests[] = {
+    [](int count, int* n_steps) {
+        return quenta_solve_vie1(nullptr, nullptr, 2, 1.0, 1.0, 5, nullptr, count, 0, 0, nullptr, nullptr, n_steps);
+    },
+    [](int count, int* n_steps) {
+        return quenta_solve_vie1_vec(nullptr, nullptr, 2, 2, nullptr, 1.0, 5, nullptr, count, 0, 0, nullptr, nullptr,
                                      n_steps);
-        },
-        [](int* n_steps) {
-            return quenta_solve_vide_vec(nullptr, nullptr, nullptr, 2, 2, nullptr, 1.0, 5, nullptr, 0, 0, nullptr,
-                                         nullptr, n_steps);
-        },
-    };
-    for (const request& refused : requests)
-        std::thread{[&] {
-            int n_steps = 0;
-            EXPECT_EQ(refused(&n_steps), QUENTA_UNSUPPORTED_SETTING);
-            EXPECT_EQ(attached_threads.size(), attached_before + 1);
-        }}.join();
+    },
+    [](int count, int* n_steps) {
+        return quenta_solve_vie2(nullptr, nullptr, 2, 1.0, 5, nullptr, count, 0, nullptr, nullptr, n_steps);
+    },
+    [](int count, int* n_steps) {
+        return quenta_solve_vie2_vec(nullptr, nullptr, 2, 2, 1.0, 5, nullptr, count, 0, nullptr, nullptr, n_steps);
+    },
+    [](int count, int* n_steps) {
+        return quenta_solve_vide(nullptr, nullptr, nullptr, 2, 1.0, 1.0, 5, nullptr, count, 0, nullptr, nullptr,
+                                 n_steps);
+    },
+    [](int count, int* n_steps) {
+        return quenta_solve_vide_vec(nullptr, nullptr, nullptr, 2, 2, nullptr, 1.0, 5, nullptr, count, 0, nullptr,
+                                     nullptr, n_steps);
+    },
+};
+
+TEST_F(threads, a_request_that_is_refused_attaches_all_the_same) {
+    constexpr struct {
+        int count, status;
+    } refusals[] = {{0, QUENTA_UNSUPPORTED_SETTING}, {65536, QUENTA_SIZE_OVERFLOW}};
+    for (const auto& refusal : refusals)
+        for (const request& refused : requests)
+            std::thread{[&] {
+                int n_steps = 0;
+                EXPECT_EQ(refused(refusal.count, &n_steps), refusal.status);
+                EXPECT_EQ(attached_threads.size(), attached_before + 1);
+            }}.join();
 }
 
 TEST_F(threads, limits_and_settings_attach_nothing) {
@@ -234,6 +248,53 @@ TEST_F(threads, a_first_attachment_waits_for_the_library_lock) {
     thread.join();
     EXPECT_TRUE(solved);
 }
+
+#if !defined(_WIN32)
+
+TEST_F(threads, a_request_that_divides_by_zero_attaches_all_the_same) {
+    EXPECT_TRUE(quenta_tests::works_in_forked_child([this] {
+        static int attached_once_more;
+        attached_once_more = attached_before + 1;
+        std::signal(SIGFPE, [](int) { _exit(attached_threads.size() == attached_once_more ? 0 : 1); });
+        std::thread{[] {
+            int n_steps = 0;
+            quenta_solve_vie2(nullptr, nullptr, 2, 1.0, 0, nullptr, 0, 0, nullptr, nullptr, &n_steps);
+        }}.join();
+        return false;
+    }));
+}
+
+// A host's key whose destructor solves in its second round, after the library's destructor has run in the first.
+struct late_solve {
+    pthread_key_t key{};
+    int rounds = 0, attached_before = -1, attached_after = -1;
+
+    static void destroy(void* value) {
+        auto& late = *static_cast<late_solve*>(value);
+        if (++late.rounds == 1) {
+            pthread_setspecific(late.key, value);
+            return;
+        }
+        late.attached_before = attached_threads.size();
+        solve_a_little();
+        late.attached_after = attached_threads.size();
+    }
+};
+
+TEST_F(threads, a_thread_that_solves_after_it_was_detached_is_attached_anew) {
+    late_solve late;
+    ASSERT_EQ(pthread_key_create(&late.key, late_solve::destroy), 0);
+    std::thread{[&] {
+        EXPECT_EQ(solve_a_little(), QUENTA_SOLVED);
+        EXPECT_EQ(pthread_setspecific(late.key, &late), 0);
+    }}.join();
+    EXPECT_EQ(late.attached_before, attached_before);
+    EXPECT_EQ(late.attached_after, attached_before + 1);
+    EXPECT_EQ(attached_threads.size(), attached_before) << "it was not detached again";
+    EXPECT_EQ(pthread_key_delete(late.key), 0);
+}
+
+#endif
 
 TEST_F(threads, no_record_and_an_unknown_record_are_left_alone) {
     detach_thread_record(nullptr);

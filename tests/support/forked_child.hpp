@@ -14,14 +14,16 @@ namespace quenta_tests {
 
 inline constexpr unsigned seconds_of_a_child = 30;
 
-// Forks, and runs `works()` in the child. A child that hangs is ended by its alarm and counts as failed.
-template <class action>
-::testing::AssertionResult works_in_forked_child(const action& works) {
+// Forks. A child that hangs is ended by its alarm.
+inline pid_t fork_child() {
     const pid_t child = fork();
-    if (child == 0) {
+    if (child == 0)
         alarm(seconds_of_a_child);
-        _exit(works() ? 0 : 1);
-    }
+    return child;
+}
+
+// Waits for the end of a child, which is to exit with 0.
+inline ::testing::AssertionResult child_works(pid_t child) {
     if (child < 0)
         return ::testing::AssertionFailure() << "fork failed: " << std::strerror(errno);
     int ending = 0;
@@ -35,6 +37,15 @@ template <class action>
     if (WEXITSTATUS(ending) != 0)
         return ::testing::AssertionFailure() << "the child of a fork gives another result";
     return ::testing::AssertionSuccess();
+}
+
+// Forks, and runs `works()` in the child.
+template <class action>
+::testing::AssertionResult works_in_forked_child(const action& works) {
+    const pid_t child = fork_child();
+    if (child == 0)
+        _exit(works() ? 0 : 1);
+    return child_works(child);
 }
 
 } // namespace quenta_tests

@@ -11,7 +11,9 @@
 #include <exception>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,7 +27,7 @@ namespace {
 // ---- What the library asks of the system, noted on the way ----
 
 std::atomic<int> disabled_notifications, allocated_slots;
-std::atomic<bool> no_slot_is_left;
+std::atomic<bool> no_slot_is_left, slot_has_no_memory;
 HMODULE disabled_for;
 DWORD slot;
 PFLS_CALLBACK_FUNCTION destructor;
@@ -64,11 +66,15 @@ DWORD WINAPI note_allocation(PFLS_CALLBACK_FUNCTION given) {
 }
 
 BOOL WINAPI note_storing(DWORD index, void* record) {
-    {
+    if (slot_has_no_memory)
+        return FALSE;
+    if (record != nullptr) {
         const std::lock_guard guard{records_lock};
         ++stored[record];
     }
-    return system_function<BOOL WINAPI(DWORD, void*)>("FlsSetValue")(index, record);
+    // Looked up at the first call, since a later one may come from a destructor, with locks of the system held.
+    static const auto store = system_function<BOOL WINAPI(DWORD, void*)>("FlsSetValue");
+    return store(index, record);
 }
 
 int total(const std::map<void*, int>& counts) {
@@ -83,7 +89,7 @@ class loaded_library : public ::testing::Test {
 protected:
     loaded_library() {
         disabled_notifications = allocated_slots = 0;
-        no_slot_is_left = false;
+        no_slot_is_left = slot_has_no_memory = false;
         stored.clear();
         destroyed.clear();
         dll.redirect("DisableThreadLibraryCalls", reinterpret_cast<void*>(note_disabling));
@@ -169,7 +175,7 @@ TEST_F(loaded_library, runs_without_a_slot_and_tries_again_at_the_next_start) {
     EXPECT_EQ(total(destroyed), 1);
 }
 
-// ---- Threads and fibres ----
+// ---- Threads and fibers ----
 
 TEST_F(loaded_library, attaches_a_thread_once_and_its_end_runs_the_destructor) {
     start();
@@ -191,6 +197,18 @@ TEST_F(loaded_library, attaches_a_thread_once_and_its_end_runs_the_destructor) {
     EXPECT_LE(handles_after, handles_before + 5) << "a thread leaves handles behind";
 }
 
+TEST_F(loaded_library, throws_where_there_is_no_memory_for_the_slot_and_attaches_at_the_next_call) {
+    start();
+    std::thread{[&] {
+        slot_has_no_memory = true;
+        EXPECT_THROW(solve(), std::bad_alloc);
+        slot_has_no_memory = false;
+        EXPECT_EQ(solve(), QUENTA_SOLVED);
+        EXPECT_EQ(total(stored), 1);
+    }}.join();
+    EXPECT_EQ(stored, destroyed);
+}
+
 TEST_F(loaded_library, solves_on_many_threads_at_once) {
     start();
     constexpr int thread_count = 32, solves = 50;
@@ -208,7 +226,7 @@ TEST_F(loaded_library, solves_on_many_threads_at_once) {
     EXPECT_EQ(stored, destroyed);
 }
 
-// A fibre that does one thing each time it is entered, and goes back to the fibre that entered it.
+// A fiber that does one thing each time it is entered, and goes back to the fiber that entered it.
 class fiber {
 public:
     explicit fiber(std::function<void()> given) : task{std::move(given)}, address{CreateFiber(0, run, this)} {}
@@ -234,7 +252,7 @@ private:
     void* entered_from = nullptr;
 };
 
-// Runs a task on a thread of its own, as its first fibre.
+// Runs a task on a thread of its own, as its first fiber.
 void on_thread_of_fibers(const std::function<void()>& task) {
     std::thread{[&] {
         ASSERT_NE(ConvertThreadToFiber(nullptr), nullptr);
@@ -261,20 +279,35 @@ TEST_F(loaded_library, detaches_at_the_end_of_the_fiber_that_attached_and_attach
     EXPECT_EQ(stored, destroyed);
 }
 
-TEST_F(loaded_library, knows_a_thread_in_all_of_its_fibers) {
+TEST_F(loaded_library, attaches_each_fiber_of_a_thread_for_itself) {
     start();
+    constexpr int fibers = 10;
     on_thread_of_fibers([&] {
         EXPECT_EQ(solve(), QUENTA_SOLVED);
-        for (int number = 0; number < 10; ++number) {
+        for (int number = 0; number < fibers; ++number) {
             fiber solving{[&] {
                 EXPECT_EQ(solve(), QUENTA_SOLVED);
             }};
             solving.enter();
+            EXPECT_EQ(total(stored), 1 + number + 1);
         }
+        EXPECT_EQ(total(destroyed), fibers);
+        EXPECT_EQ(solve(), QUENTA_SOLVED);
+        EXPECT_EQ(total(stored), 1 + fibers);
+    });
+    EXPECT_EQ(stored, destroyed);
+}
+
+TEST_F(loaded_library, knows_a_fiber_on_every_thread_that_runs_it) {
+    start();
+    auto solving = std::make_unique<fiber>([&] { EXPECT_EQ(solve(), QUENTA_SOLVED); });
+    for (int thread = 0; thread < 3; ++thread) {
+        on_thread_of_fibers([&] { solving->enter(); });
         EXPECT_EQ(total(stored), 1);
         EXPECT_EQ(total(destroyed), 0);
-    });
-    EXPECT_EQ(total(destroyed), 1);
+    }
+    solving.reset();
+    EXPECT_EQ(stored, destroyed);
 }
 
 TEST_F(loaded_library, lets_a_fiber_end_on_another_thread) {
@@ -289,6 +322,7 @@ TEST_F(loaded_library, lets_a_fiber_end_on_another_thread) {
         }}.join();
         EXPECT_EQ(total(destroyed), 2);
         EXPECT_EQ(solve(), QUENTA_SOLVED);
+        EXPECT_EQ(total(stored), 3) << "it took the record of the fiber for its own";
     });
     EXPECT_EQ(stored, destroyed);
 }
