@@ -1,5 +1,5 @@
 # cmake -DLIBRARY=<shared library> -DHEADER=<public header> -DDOCUMENT=<layout> -DNM=<program> -DREADELF=<program>
-#       -DCOMPILER=<program> -P exported_symbols.cmake
+#       -DOBJDUMP=<program> -DCOMPILER=<program> -P exported_symbols.cmake
 #
 # The shared library (ELF) exports the functions of the header, the variants of three kinds of block solvers, and nothing
 # else; it names its version; it needs nothing but the compiler's and the C library, and of the mathematical functions
@@ -72,6 +72,15 @@ run(relocations "${READELF}" -r -W "${LIBRARY}")
 if(symbols MATCHES "__tls_get_addr" OR relocations MATCHES "DTPMOD|TLSDESC")
     message(SEND_ERROR "the library has a thread-local variable that is allocated when it is first used")
 endif()
+
+# What can change while the library is loaded: the start and the list of threads, and nothing that a solver writes.
+run(symbols "${OBJDUMP}" -t --demangle "${LIBRARY}")
+string(REGEX MATCHALL "[^\n]* \\.t?(bss|data)[\t ][^\n]*::[^\n]*" variables "${symbols}")
+list(TRANSFORM variables REPLACE "^.*::" "")
+list(SORT variables)
+expect_equal("variables of the library"
+    "attached_threads;handles_forks;library_lock;reclamation_suspensions;thread_exit_slot;value_of_this_thread"
+    "${variables}")
 
 # The mathematical functions that it calls.
 run(libm "${COMPILER}" -print-file-name=libm.so.6)
