@@ -1,7 +1,11 @@
 #include "toeplitz_history/toeplitz_history.hpp"
 
+#include "utility/integers.hpp"
+
 #include <algorithm>
 #include <bit>
+#include <limits>
+#include <stdexcept>
 #include <utility>
 
 namespace quenta {
@@ -11,9 +15,20 @@ namespace {
 // From this block size, and this number of targets, the transform is cheaper than direct sums.
 constexpr std::int64_t transform_threshold = 32;
 
-// A view of a vector, for a checked slice.
-view<double> whole(aligned_vector& array) {
-    return {array.size(), array.data()};
+// The length of an array of a * b * c doubles. A length that no array can have is an error.
+std::size_t array_length(std::int64_t a, std::int64_t b, std::int64_t c = 1) {
+    const int128 length = int128{a} * b * c;
+    if (std::min({a, b, c}) < 0 || length > std::numeric_limits<std::ptrdiff_t>::max() / std::int64_t{sizeof(double)})
+        throw std::length_error{"ToeplitzHistory: expected sizes of at least 0 with arrays of less than 2^63 bytes"};
+    return static_cast<std::size_t>(length);
+}
+
+// Part `index` of an array that has `parts` parts of `width` doubles.
+view<double> part(double* array, std::int64_t index, std::int64_t parts, std::int64_t width,
+                  code_position where = code_position::here()) {
+    if (std::uint64_t(index) >= std::uint64_t(parts)) // a negative index is larger than any other
+        fail_index(index, parts, where);
+    return {std::uint64_t(width), array + index * width};
 }
 
 // Replaces arrays that are too short. Nothing of the old content is kept.
@@ -29,13 +44,19 @@ void grow(aligned_vector& re, aligned_vector& im, std::int64_t length) {
 } // namespace
 
 void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
+    try {
+        kernel.assign(array_length(n_, p_, q_), 0.0);
+        sums.assign(array_length(n_, p_), 0.0);
+        pushed.assign(array_length(n_, q_), 0.0);
+        const std::int64_t near_lags = p_ == 1 && q_ == 1 ? 0 : std::min<std::int64_t>(transform_threshold, n_);
+        near_columns.assign(array_length(near_lags, q_, padded_rows(p_)), 0.0);
+    } catch (...) {
+        *this = ToeplitzHistory{};
+        throw;
+    }
     n = n_;
     p = p_;
     q = q_;
-    const std::int64_t steps = n;
-    kernel.assign(steps * p * q, 0.0);
-    sums.assign(steps * p, 0.0);
-    pushed.assign(steps * q, 0.0);
     count = 0;
     provider_context = nullptr;
     provider = nullptr;
@@ -44,7 +65,6 @@ void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     cache_im.clear();
     cache_tried.clear();
     cache_budget = 2 * kernel.size();
-    near_columns.assign(p == 1 && q == 1 ? 0 : std::min(transform_threshold, steps) * q * padded_rows(p), 0.0);
     kept_lags = 1;
 }
 
@@ -55,20 +75,19 @@ void ToeplitzHistory::set_kernel_provider(void* context, kernel_provider functio
 }
 
 view<double> ToeplitzHistory::history_at(std::int32_t t) {
-    return whole(sums).slice(std::int64_t{t} * p, p);
+    return part(sums.data(), t, n, p);
 }
 
 view<double> ToeplitzHistory::kernel_block(std::int32_t d) {
-    const std::int64_t size = std::int64_t{p} * q;
-    return whole(kernel).slice(d * size, size);
+    return part(kernel.data(), d, n, std::int64_t{p} * q);
 }
 
 view<double> ToeplitzHistory::kernel_row(std::int32_t d, std::int32_t r) {
-    return kernel_block(d).slice(std::int64_t{r} * q, q);
+    return part(kernel_block(d).pointer, r, p, q);
 }
 
 void ToeplitzHistory::push(view<const double> values) {
-    const view<double> place = whole(pushed).slice(std::int64_t{count} * q, q);
+    const view<double> place = part(pushed.data(), count, n, q);
     std::copy_n(values.slice(0, q).pointer, q, place.pointer);
     const std::int64_t i = ++count;
     if (i >= n)
@@ -83,6 +102,8 @@ void ToeplitzHistory::push(view<const double> values) {
         for (; next_block <= last_lag; ++next_block)
             provider(provider_context, next_block, *this);
 
+    if (p == 0 || q == 0)
+        return; // every dot product is 0.0, and so are the sums
     if (transform)
         convolve_fft(block);
     else

@@ -25,11 +25,14 @@ class ToeplitzHistory;
 using kernel_provider = void (*)(void* context, std::int32_t lag, ToeplitzHistory& history);
 
 // A plain value that one solve keeps on one thread. The calling order is init, set_kernel_provider, and then for each
-// step t: history_at(t), solve, push. An access out of range is an index failure. After an exception out of push the
-// object may only be destroyed, or begin anew with init.
+// step t: history_at(t), solve, push. An access out of range is an index failure.
+//
+// If the provider throws, or memory runs out, push has stored and counted the value, but has not added all of its
+// block of sums. The next lag to be asked for is the one at which the provider threw. Correct sums need a new init.
 class ToeplitzHistory {
 public:
-    // n steps, blocks of p rows and q columns. Everything is zero, and there is no provider.
+    // n steps, blocks of p rows and q columns. Everything is zero, and there is no provider. Sizes may be 0. Those that
+    // no array can have are a std::length_error. An init that fails leaves the object empty, like a new one.
     void init(std::int32_t n, std::int32_t p, std::int32_t q);
 
     // The provider is asked once for each lag from 1 on, in ascending order, when a block of targets first needs it.
