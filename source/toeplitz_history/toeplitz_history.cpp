@@ -23,6 +23,20 @@ std::size_t array_length(std::int64_t a, std::int64_t b, std::int64_t c = 1) {
     return static_cast<std::size_t>(length);
 }
 
+// How many blocks near_columns has room for in a march of n steps: those of the lags below n/4 and below 32, which are
+// kept, or a single one.
+//
+// A lag from 2^k to 2^(k+1) - 1 is read by all direct blocks of 2^k, 2^(k+1), .. 16 sources, about n * (2^-k - 2^-5)
+// times, and at most once more by a longer block that the end of the march clips. So every lag that is kept is read at
+// least 3 times, and every other at most 6 times.
+//
+// The copies are not paid from cache_budget: for n = 64, 192, 448, .. the cached levels take all of it.
+std::int64_t near_places(std::int64_t n, std::int64_t p, std::int64_t q) {
+    if (n < 2 || p * q < 2) // no lag is read, or none by columns
+        return 0;
+    return std::clamp(n / 4, std::int64_t{1}, transform_threshold);
+}
+
 // Part `index` of an array that has `parts` parts of `width` doubles.
 view<double> part(double* array, std::int64_t index, std::int64_t parts, std::int64_t width,
                   code_position where = code_position::here()) {
@@ -48,8 +62,8 @@ void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
         kernel.assign(array_length(n_, p_, q_), 0.0);
         sums.assign(array_length(n_, p_), 0.0);
         pushed.assign(array_length(n_, q_), 0.0);
-        const std::int64_t near_lags = p_ == 1 && q_ == 1 ? 0 : std::min<std::int64_t>(transform_threshold, n_);
-        near_columns.assign(array_length(near_lags, q_, padded_rows(p_)), 0.0);
+        near_lags = near_places(n_, p_, q_);
+        near_columns = aligned_vector(array_length(near_lags, q_, padded_rows(p_)));
     } catch (...) {
         *this = ToeplitzHistory{};
         throw;
@@ -126,25 +140,22 @@ void ToeplitzHistory::convolve_direct(const dyadic_block& block) {
     }
 }
 
-// The block of a lag in the order in which the products read it. Those that whole blocks of sources reach are kept. A
-// block that the end of the march clips may reach further, but there are few of these.
+// The block of a lag in the order in which the products read it. Without a provider the kernel may change between
+// pushes, and no copy is kept.
 const double* ToeplitzHistory::columns_of_lag(std::int64_t lag) {
-    if (lag < transform_threshold) {
+    if (lag >= kept_lags) {
+        if (provider == nullptr || lag >= near_lags) {
+            copy_columns(lag, 0);
+            return near_columns.data();
+        }
         for (; kept_lags <= lag; ++kept_lags)
             copy_columns(kept_lags, kept_lags);
-        return near_columns.data() + lag * q * padded_rows(p);
     }
-    copy_columns(lag, 0); // lag 0 has no block of its own
-    return near_columns.data();
+    return near_columns.data() + lag * q * padded_rows(p);
 }
 
 void ToeplitzHistory::copy_columns(std::int64_t lag, std::int64_t place) {
-    const std::int64_t stride = padded_rows(p);
-    const double* const rows = kernel.data() + lag * p * q;
-    double* const columns = near_columns.data() + place * q * stride;
-    for (std::int64_t r = 0; r < p; ++r)
-        for (std::int64_t c = 0; c < q; ++c)
-            columns[c * stride + r] = rows[r * q + c];
+    kernels->copy_columns(near_columns.data() + place * q * padded_rows(p), kernel.data() + lag * p * q, p, q);
 }
 
 void ToeplitzHistory::convolve_fft(const dyadic_block& block) {

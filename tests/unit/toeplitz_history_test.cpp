@@ -428,6 +428,23 @@ TEST(toeplitz_history, without_a_provider_the_kernel_is_read_as_it_stands) {
     }
 }
 
+TEST(toeplitz_history, without_a_provider_the_kernel_may_change_between_pushes) {
+    random_data data(64);
+    for (const auto& [n, p, q] : {std::tuple{2, 2, 3}, {31, 5, 2}, {64, 2, 2}, {100, 2, 3}, {130, 1, 1}, {130, 9, 2}}) {
+        reference::toeplitz_history expected(n, p, q);
+        ToeplitzHistory history;
+        history.init(n, p, q);
+        for (int t = 0; t < n; ++t) {
+            const std::vector<double> kernel = data.uniform(history.kernel.size()), x = data.uniform(size(q));
+            expected.kernel = kernel;
+            std::copy(kernel.begin(), kernel.end(), history.kernel.begin());
+            expected.push(x);
+            history.push(view_of(x));
+        }
+        EXPECT_TRUE(equal_bits(expected.sums, history.sums)) << "n " << n << ", p " << p << ", q " << q;
+    }
+}
+
 // The value is stored and counted before the provider is asked, and the block of sums comes after it.
 TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_asked_for_again_by_a_later_push) {
     constexpr int n = 130, p = 2, q = 3;
@@ -560,6 +577,45 @@ std::size_t doubles_of_blocks(const ToeplitzHistory& history) {
 std::size_t doubles_of(const ToeplitzHistory& history) {
     return doubles_of_blocks(history) + doubles_of({&history.sums, &history.pushed, &history.x_re, &history.x_im,
                                                     &history.k_re, &history.k_im, &history.acc_re, &history.acc_im});
+}
+
+TEST(toeplitz_history, copies_for_direct_sums_take_a_quarter_of_the_kernel_or_one_block) {
+    random_data data(67);
+    for (const int n : {0, 1, 2, 3, 4, 7, 8, 15, 16, 31, 32, 63, 64, 100, 127, 128, 200, 1000})
+        for (const auto& [p, q] : {std::pair{1, 1}, {1, 2}, {2, 1}, {4, 4}, {8, 8}, {9, 3}, {24, 32}}) {
+            ToeplitzHistory history;
+            march(make_input(data, n, p, q, uniform), widest_table<vector_kernels>(), history);
+            const std::size_t most = n < 2 || p * q == 1 ? 0 : size(std::max(1, n / 4) * q) * size(int(padded_rows(p)));
+            EXPECT_LE(history.near_columns.capacity(), most) << "n " << n << ", p " << p << ", q " << q;
+            EXPECT_EQ(history.near_columns.capacity() == 0, most == 0) << "n " << n << ", p " << p << ", q " << q;
+            const std::size_t cached =
+                doubles_of_blocks(history) - doubles_of({&history.kernel, &history.near_columns});
+            EXPECT_EQ(cached + history.cache_budget, 2 * size(n * p * q));
+            if (n < 64) { // no transform
+                EXPECT_LE(doubles_of(history), size(n * (p * q + p + q)) + most);
+            }
+        }
+}
+
+// The Python package states the same numbers in test_memory.py.
+TEST(toeplitz_history, its_blocks_take_these_doubles) {
+    random_data data(68);
+    for (const auto& [n, p, q, doubles] : {std::tuple{0, 3, 3, 0},
+                                           {1, 3, 3, 9},
+                                           {2, 3, 3, 30},
+                                           {31, 200, 200, 1520000},
+                                           {31, 1, 1, 31},
+                                           {63, 9, 10, 8070},
+                                           {64, 3, 4, 2560},
+                                           {64, 1, 1, 192},
+                                           {100, 2, 3, 1668},
+                                           {200, 8, 9, 44352},
+                                           {1000, 5, 5, 74280},
+                                           {1000, 1, 1, 2920}}) {
+        ToeplitzHistory history;
+        march(make_input(data, n, p, q, uniform), widest_table<vector_kernels>(), history);
+        EXPECT_EQ(doubles_of_blocks(history), size(doubles)) << "n " << n << ", p " << p << ", q " << q;
+    }
 }
 
 TEST(toeplitz_history, more_than_q_values_may_be_handed_over) {
