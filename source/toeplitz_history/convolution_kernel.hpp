@@ -5,6 +5,7 @@
 #include "utility/lanes.hpp"
 
 #include <cstdint>
+#include <utility>
 
 namespace quenta {
 
@@ -125,6 +126,43 @@ struct convolution_kernel {
             add_products<(width < 4 ? width : 4), together>(sums, block, x, pairs, p, q);
         else
             add_products<width, together>(sums, block, x, pairs, p, q);
+    }
+
+    template <int lane_count, int... lane>
+    [[gnu::always_inline]] static lanes<lane_count> gathered(const double* const (&row)[lane_count], std::int64_t c,
+                                                             std::integer_sequence<int, lane...>) {
+        return lanes<lane_count>{row[lane][c]...};
+    }
+
+    // Every store is a whole register, as the loads above are: the products follow at once. The last columns, which are
+    // no square, are gathered. The padding repeats the last row.
+    template <int lane_count>
+    static void copy_by_registers(double* columns, const double* rows, std::int64_t p, std::int64_t q) {
+        const std::int64_t stride = padded_rows(p);
+        for (std::int64_t r = 0; r < p; r += lane_count) {
+            const double* row[lane_count] = {rows + r * q};
+            for (int i = 1; i < lane_count; ++i)
+                row[i] = row[i - 1] + (r + i < p ? q : 0);
+            std::int64_t c = 0;
+            for (; c + lane_count <= q; c += lane_count) {
+                lanes<lane_count> square[lane_count];
+                for (int i = 0; i < lane_count; ++i)
+                    square[i] = load<lane_count>(row[i] + c);
+                transpose<lane_count>(square);
+                for (int i = 0; i < lane_count; ++i)
+                    store<lane_count>(columns + (c + i) * stride + r, square[i]);
+            }
+            for (; c < q; ++c)
+                store<lane_count>(columns + c * stride + r,
+                                  gathered<lane_count>(row, c, std::make_integer_sequence<int, lane_count>{}));
+        }
+    }
+
+    static void copy_columns(double* columns, const double* rows, std::int64_t p, std::int64_t q) {
+        if (p <= 4)
+            copy_by_registers<(width < 4 ? width : 4)>(columns, rows, p, q);
+        else
+            copy_by_registers<width>(columns, rows, p, q);
     }
 
     // ---- Products of spectra -------------------------------------------------------------------------------------

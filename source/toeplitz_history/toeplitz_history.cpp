@@ -1,7 +1,11 @@
 #include "toeplitz_history/toeplitz_history.hpp"
 
+#include "utility/integers.hpp"
+
 #include <algorithm>
 #include <bit>
+#include <limits>
+#include <stdexcept>
 #include <utility>
 
 namespace quenta {
@@ -11,9 +15,34 @@ namespace {
 // From this block size, and this number of targets, the transform is cheaper than direct sums.
 constexpr std::int64_t transform_threshold = 32;
 
-// A view of a vector, for a checked slice.
-view<double> whole(aligned_vector& array) {
-    return {array.size(), array.data()};
+// The length of an array of a * b * c doubles. A length that no array can have is an error.
+std::size_t array_length(std::int64_t a, std::int64_t b, std::int64_t c = 1) {
+    const int128 length = int128{a} * b * c;
+    if (std::min({a, b, c}) < 0 || length > std::numeric_limits<std::ptrdiff_t>::max() / std::int64_t{sizeof(double)})
+        throw std::length_error{"ToeplitzHistory: expected sizes of at least 0 with arrays of less than 2^63 bytes"};
+    return static_cast<std::size_t>(length);
+}
+
+// How many blocks near_columns has room for in a march of n steps: those of the lags below n/4 and below 32, which are
+// kept, or a single one.
+//
+// A lag from 2^k to 2^(k+1) - 1 is read by all direct blocks of 2^k, 2^(k+1), .. 16 sources, about n * (2^-k - 2^-5)
+// times, and at most once more by a longer block that the end of the march clips. So every lag that is kept is read at
+// least 3 times, and every other at most 6 times.
+//
+// The copies are not paid from cache_budget: for n = 64, 192, 448, .. the cached levels take all of it.
+std::int64_t near_places(std::int64_t n, std::int64_t p, std::int64_t q) {
+    if (n < 2 || p * q < 2) // no lag is read, or none by columns
+        return 0;
+    return std::clamp(n / 4, std::int64_t{1}, transform_threshold);
+}
+
+// Part `index` of an array that has `parts` parts of `width` doubles.
+view<double> part(double* array, std::int64_t index, std::int64_t parts, std::int64_t width,
+                  code_position where = code_position::here()) {
+    if (std::uint64_t(index) >= std::uint64_t(parts)) // a negative index is larger than any other
+        fail_index(index, parts, where);
+    return {std::uint64_t(width), array + index * width};
 }
 
 // Replaces arrays that are too short. Nothing of the old content is kept.
@@ -29,13 +58,19 @@ void grow(aligned_vector& re, aligned_vector& im, std::int64_t length) {
 } // namespace
 
 void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
+    try {
+        kernel.assign(array_length(n_, p_, q_), 0.0);
+        sums.assign(array_length(n_, p_), 0.0);
+        pushed.assign(array_length(n_, q_), 0.0);
+        near_lags = near_places(n_, p_, q_);
+        near_columns = aligned_vector(array_length(near_lags, q_, padded_rows(p_)));
+    } catch (...) {
+        *this = ToeplitzHistory{};
+        throw;
+    }
     n = n_;
     p = p_;
     q = q_;
-    const std::int64_t steps = n;
-    kernel.assign(steps * p * q, 0.0);
-    sums.assign(steps * p, 0.0);
-    pushed.assign(steps * q, 0.0);
     count = 0;
     provider_context = nullptr;
     provider = nullptr;
@@ -44,7 +79,6 @@ void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     cache_im.clear();
     cache_tried.clear();
     cache_budget = 2 * kernel.size();
-    near_columns.assign(p == 1 && q == 1 ? 0 : std::min(transform_threshold, steps) * q * padded_rows(p), 0.0);
     kept_lags = 1;
 }
 
@@ -55,20 +89,19 @@ void ToeplitzHistory::set_kernel_provider(void* context, kernel_provider functio
 }
 
 view<double> ToeplitzHistory::history_at(std::int32_t t) {
-    return whole(sums).slice(std::int64_t{t} * p, p);
+    return part(sums.data(), t, n, p);
 }
 
 view<double> ToeplitzHistory::kernel_block(std::int32_t d) {
-    const std::int64_t size = std::int64_t{p} * q;
-    return whole(kernel).slice(d * size, size);
+    return part(kernel.data(), d, n, std::int64_t{p} * q);
 }
 
 view<double> ToeplitzHistory::kernel_row(std::int32_t d, std::int32_t r) {
-    return kernel_block(d).slice(std::int64_t{r} * q, q);
+    return part(kernel_block(d).pointer, r, p, q);
 }
 
 void ToeplitzHistory::push(view<const double> values) {
-    const view<double> place = whole(pushed).slice(std::int64_t{count} * q, q);
+    const view<double> place = part(pushed.data(), count, n, q);
     std::copy_n(values.slice(0, q).pointer, q, place.pointer);
     const std::int64_t i = ++count;
     if (i >= n)
@@ -83,6 +116,8 @@ void ToeplitzHistory::push(view<const double> values) {
         for (; next_block <= last_lag; ++next_block)
             provider(provider_context, next_block, *this);
 
+    if (p == 0 || q == 0)
+        return; // every dot product is 0.0, and so are the sums
     if (transform)
         convolve_fft(block);
     else
@@ -105,25 +140,22 @@ void ToeplitzHistory::convolve_direct(const dyadic_block& block) {
     }
 }
 
-// The block of a lag in the order in which the products read it. Those that whole blocks of sources reach are kept. A
-// block that the end of the march clips may reach further, but there are few of these.
+// The block of a lag in the order in which the products read it. Without a provider the kernel may change between
+// pushes, and no copy is kept.
 const double* ToeplitzHistory::columns_of_lag(std::int64_t lag) {
-    if (lag < transform_threshold) {
+    if (lag >= kept_lags) {
+        if (provider == nullptr || lag >= near_lags) {
+            copy_columns(lag, 0);
+            return near_columns.data();
+        }
         for (; kept_lags <= lag; ++kept_lags)
             copy_columns(kept_lags, kept_lags);
-        return near_columns.data() + lag * q * padded_rows(p);
     }
-    copy_columns(lag, 0); // lag 0 has no block of its own
-    return near_columns.data();
+    return near_columns.data() + lag * q * padded_rows(p);
 }
 
 void ToeplitzHistory::copy_columns(std::int64_t lag, std::int64_t place) {
-    const std::int64_t stride = padded_rows(p);
-    const double* const rows = kernel.data() + lag * p * q;
-    double* const columns = near_columns.data() + place * q * stride;
-    for (std::int64_t r = 0; r < p; ++r)
-        for (std::int64_t c = 0; c < q; ++c)
-            columns[c * stride + r] = rows[r * q + c];
+    kernels->copy_columns(near_columns.data() + place * q * padded_rows(p), kernel.data() + lag * p * q, p, q);
 }
 
 void ToeplitzHistory::convolve_fft(const dyadic_block& block) {

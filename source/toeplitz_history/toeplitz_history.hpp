@@ -25,15 +25,21 @@ class ToeplitzHistory;
 using kernel_provider = void (*)(void* context, std::int32_t lag, ToeplitzHistory& history);
 
 // A plain value that one solve keeps on one thread. The calling order is init, set_kernel_provider, and then for each
-// step t: history_at(t), solve, push. An access out of range is an index failure. After an exception out of push the
-// object may only be destroyed, or begin anew with init.
+// step t: history_at(t), solve, push. An access out of range is an index failure.
+//
+// If the provider throws, or memory runs out, push has stored and counted the value, but has not added all of its
+// block of sums. The next lag to be asked for is the one at which the provider threw. Correct sums need a new init.
+//
+// Memory, in doubles: n * (p*q + p + q) in kernel, sums and pushed; max(1, n/4) * q * padded_rows(p) at most in
+// near_columns; 2 * n * p * q at most in the caches; and scratch.
 class ToeplitzHistory {
 public:
-    // n steps, blocks of p rows and q columns. Everything is zero, and there is no provider.
+    // n steps, blocks of p rows and q columns. Everything is zero, and there is no provider. Sizes may be 0. Those that
+    // no array can have are a std::length_error. An init that fails leaves the object empty, like a new one.
     void init(std::int32_t n, std::int32_t p, std::int32_t q);
 
     // The provider is asked once for each lag from 1 on, in ascending order, when a block of targets first needs it.
-    // Without a provider, `kernel` is read as it stands.
+    // Without a provider, `kernel` is read at each push as it stands.
     void set_kernel_provider(void* context, kernel_provider function);
 
     // The p doubles of H[t], complete as soon as t values have been pushed.
@@ -67,8 +73,10 @@ public:
     std::vector<bool> cache_tried;
     std::uint64_t cache_budget = 0; // doubles that caches may still take
 
-    // The blocks of the lags that direct sums read again and again, by columns.
+    // Blocks by columns, for the direct sums. Place d keeps lag d, for the small lags that are read often; place 0 has
+    // whichever other lag is being read. Blocks of one element need none.
     aligned_vector near_columns;
+    std::int64_t near_lags = 0; // its places
     std::int64_t kept_lags = 0; // those below are in place
 
     void* provider_context = nullptr;

@@ -36,9 +36,12 @@ struct vector_kernels {
     // sums[u] += block * x[u] for `pairs` pairs of a target and a source that are one lag apart; the dot product of a
     // row with x[u] is formed first, columns ascending, and then added. Targets and sources stand one behind the other,
     // p and q doubles each. Element (r, c) of the block stands at c * padded_rows(p) + r; what its columns are padded
-    // with is read, and plays no part.
+    // with is read, and plays no part. p and q are at least 1.
     void (*add_block_products)(double* sums, const double* block, const double* x, std::int64_t pairs, std::int64_t p,
                                std::int64_t q);
+
+    // Copies a row-major block of p rows and q columns into that order, with padding as far as it is read.
+    void (*copy_columns)(double* columns, const double* rows, std::int64_t p, std::int64_t q);
 
     // acc[r][f] += sum over c of kernel[r][c][f] * x[c][f] in complex numbers, columns ascending, for all frequencies f
     // below `length`, a multiple of the tile's. With `from_zero` the old content of acc counts as 0.0. Rows of acc and

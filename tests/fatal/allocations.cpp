@@ -175,10 +175,11 @@ public:
         return q + carried + p * q + p + q;
     }
 
-    // Of the first 32 steps, the kernel's blocks are kept once more, in columns of 4 rows or a multiple of 8.
+    // A quarter of the kernel's blocks, up to 32 and one at least, are kept once more, in columns of 4 rows or a
+    // multiple of 8. A single step reads no lag.
     std::size_t doubles_of_near_blocks() const {
-        const std::size_t p = rows(), q = columns(), near = std::min<std::size_t>(std::size_t(steps), 32);
-        return p == 1 && q == 1 ? 0 : near * q * (p <= 4 ? 4 : (p + 7) / 8 * 8);
+        const std::size_t p = rows(), q = columns(), near = std::size_t(std::clamp(steps / 4, 1, 32));
+        return steps < 2 || (p == 1 && q == 1) ? 0 : near * q * (p <= 4 ? 4 : (p + 7) / 8 * 8);
     }
 
     // What the header says that a call takes at most, in doubles: of every step, and beside.

@@ -1,5 +1,7 @@
-// A history in which any allocation fails can begin anew, and then gives the sums of one in which none has failed.
+// A history in which any allocation fails can begin anew, and then gives the sums of one in which none has failed. One
+// whose init fails is empty.
 #include "support/bits.hpp"
+#include "support/failures.hpp"
 #include "support/random_data.hpp"
 #include "support/replaced_new.hpp"
 #include "toeplitz_history/toeplitz_history.hpp"
@@ -67,6 +69,38 @@ TEST(history, begins_anew_after_any_failing_allocation) {
                 << "p = " << p << ", failed allocation " << failures;
         }
         EXPECT_GT(failures, 20);
+    }
+}
+
+TEST(history, is_empty_after_an_init_that_fails) {
+    for (const int p : {1, 3}) {
+        int failures = 0;
+        for (bool failed = true; failed; ++failures) {
+            ToeplitzHistory history;
+            history.init(40, 1, 1);
+            history.set_kernel_provider(&history, [](void*, std::int32_t, ToeplitzHistory&) {});
+            allocations_left = failures;
+            failed = quenta_tests::failure_of<std::bad_alloc>([&] { history.init(2000, p, p); }).has_value();
+            allocations_left = without_end;
+            if (!failed)
+                break;
+            SCOPED_TRACE(::testing::Message() << "p = " << p << ", failed allocation " << failures);
+            EXPECT_EQ(history.n, 0);
+            EXPECT_EQ(history.p, 0);
+            EXPECT_EQ(history.q, 0);
+            EXPECT_EQ(history.count, 0);
+            EXPECT_EQ(history.provider, nullptr);
+            EXPECT_TRUE(history.kernel.empty() && history.sums.empty() && history.pushed.empty());
+            const std::vector<double> x(std::size_t(p), 1.0);
+            for (int push = 0; push < 40; ++push)
+                EXPECT_TRUE(quenta_tests::failure_of<index_failure>([&] { history.push({x.size(), x.data()}); }));
+            EXPECT_TRUE(quenta_tests::failure_of<index_failure>([&] { history.history_at(0); }));
+            EXPECT_TRUE(quenta_tests::failure_of<index_failure>([&] { history.kernel_block(0); }));
+            const std::vector<double> kernel(std::size_t(2 * p * p), 3.0);
+            march(history, 2, p, kernel, std::vector<double>(std::size_t(2 * p), 1.0));
+            EXPECT_EQ(history.history_at(1).at(0), 3.0 * p);
+        }
+        EXPECT_GT(failures, 2);
     }
 }
 

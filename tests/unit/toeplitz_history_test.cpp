@@ -13,8 +13,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <limits>
 #include <span>
+#include <stdexcept>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -347,6 +349,27 @@ TEST(toeplitz_history, blocks_clipped_below_32_targets_are_summed_directly) {
     }
 }
 
+// Entry (r, c) of a cached level is the transform of that entry of all lags but 0, in tiles of frequencies.
+void expect_transformed_kernel(const ToeplitzHistory& history, const march_input& input, int level) {
+    const std::size_t m = std::size_t{64} << level, tile = std::size_t(spectrum_tile),
+                      entries = size(input.p * input.q);
+    ASSERT_EQ(history.cache_re.at(size(level)).size(), m * entries);
+    ASSERT_EQ(history.cache_im.at(size(level)).size(), m * entries);
+    for (std::size_t entry = 0; entry < entries; ++entry) {
+        std::vector<double> re(m), im(m);
+        for (std::size_t u = 1; u < m; ++u)
+            re[u] = input.kernel[u * entries + entry];
+        reference::fft(re.data(), im.data(), m, false);
+        for (std::size_t f = 0; f < m; f += tile) {
+            const std::size_t first = f * entries + entry * tile;
+            EXPECT_TRUE(equal_bits(std::span{re}.subspan(f, tile),
+                                   std::span{history.cache_re[size(level)]}.subspan(first, tile)));
+            EXPECT_TRUE(equal_bits(std::span{im}.subspan(f, tile),
+                                   std::span{history.cache_im[size(level)]}.subspan(first, tile)));
+        }
+    }
+}
+
 TEST(toeplitz_history, the_cache_takes_the_levels_that_fit_its_budget_and_refuses_the_next_for_good) {
     constexpr int n = 100, p = 2, q = 3;
     random_data data(59);
@@ -369,17 +392,21 @@ TEST(toeplitz_history, the_cache_takes_the_levels_that_fit_its_budget_and_refuse
             EXPECT_TRUE(history.cache_re[1].empty() && history.cache_im[1].empty());
         }
     }
-    // Row q*r + c of a level is the transform of entry (r, c), with lag 0 left out.
-    for (int r = 0; r < p; ++r)
-        for (int c = 0; c < q; ++c) {
-            std::vector<double> re(64), im(64);
-            for (int u = 1; u < 64; ++u)
-                re[size(u)] = input.block(u)[size(r * q + c)];
-            reference::fft(re.data(), im.data(), 64, false);
-            const std::size_t first = size(q * r + c) * 64;
-            EXPECT_TRUE(equal_bits(re, std::span{history.cache_re[0]}.subspan(first, 64)));
-            EXPECT_TRUE(equal_bits(im, std::span{history.cache_im[0]}.subspan(first, 64)));
+    expect_transformed_kernel(history, input, 0);
+}
+
+TEST(toeplitz_history, every_cached_level_is_the_transformed_kernel_in_tiles) {
+    random_data data(69);
+    for (const auto& [n, p, q, levels] : {std::tuple{192, 2, 3, 2}, {448, 3, 5, 3}, {960, 1, 1, 4}, {960, 9, 1, 4}}) {
+        const march_input input = make_input(data, n, p, q, uniform);
+        ToeplitzHistory history;
+        march(input, widest_table<vector_kernels>(), history);
+        ASSERT_EQ(history.cache_budget, 0u);
+        for (int level = 0; level < levels; ++level) {
+            SCOPED_TRACE(::testing::Message() << "n " << n << ", level " << level);
+            expect_transformed_kernel(history, input, level);
         }
+    }
 }
 
 TEST(toeplitz_history, without_a_provider_the_kernel_is_read_as_it_stands) {
@@ -399,6 +426,95 @@ TEST(toeplitz_history, without_a_provider_the_kernel_is_read_as_it_stands) {
         EXPECT_TRUE(equal_bits(expected.sums, history.sums)) << "n " << n;
         EXPECT_EQ(history.next_block, n);
     }
+}
+
+TEST(toeplitz_history, without_a_provider_the_kernel_may_change_between_pushes) {
+    random_data data(64);
+    for (const auto& [n, p, q] : {std::tuple{2, 2, 3}, {31, 5, 2}, {64, 2, 2}, {100, 2, 3}, {130, 1, 1}, {130, 9, 2}}) {
+        reference::toeplitz_history expected(n, p, q);
+        ToeplitzHistory history;
+        history.init(n, p, q);
+        for (int t = 0; t < n; ++t) {
+            const std::vector<double> kernel = data.uniform(history.kernel.size()), x = data.uniform(size(q));
+            expected.kernel = kernel;
+            std::copy(kernel.begin(), kernel.end(), history.kernel.begin());
+            expected.push(x);
+            history.push(view_of(x));
+        }
+        EXPECT_TRUE(equal_bits(expected.sums, history.sums)) << "n " << n << ", p " << p << ", q " << q;
+    }
+}
+
+// The value is stored and counted before the provider is asked, and the block of sums comes after it.
+TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_asked_for_again_by_a_later_push) {
+    constexpr int n = 130, p = 2, q = 3;
+    struct broken_off {};
+    struct failing_provider {
+        noting_provider provider;
+        int fails_at;
+
+        void note(int lag) {
+            if (lag != fails_at)
+                return;
+            fails_at = 0; // once
+            provider.asked.push_back(lag);
+            throw broken_off{};
+        }
+    };
+    random_data data(65);
+    const march_input input = make_input(data, n, p, q, uniform);
+    reference::toeplitz_history undisturbed(n, p, q);
+    const march_record again = march_by_reference(input, undisturbed);
+    for (const int lag : {1, 2, 5, 31, 32, 40, 63, 64, 100, 129}) {
+        SCOPED_TRACE(::testing::Message() << "lag " << lag);
+        failing_provider ours{{&input, {}}, lag}, theirs = ours;
+        ToeplitzHistory history;
+        history.init(n, p, q);
+        history.set_kernel_provider(&ours, [](void* context, std::int32_t asked, ToeplitzHistory& self) {
+            static_cast<failing_provider*>(context)->note(asked);
+            noting_provider::provide(&static_cast<failing_provider*>(context)->provider, asked, self);
+        });
+        reference::toeplitz_history twin(n, p, q);
+        twin.set_kernel_provider([&](int asked, reference::toeplitz_history& self) {
+            theirs.note(asked);
+            theirs.provider.asked.push_back(asked);
+            std::copy_n(input.block(asked).begin(), p * q, &self.kernel_at(asked, 0, 0));
+        });
+        int failures = 0;
+        for (int t = 0; t < n; ++t) {
+            const bool fails = failure_of<broken_off>([&] { history.push(view_of(input.value(t))); }).has_value();
+            EXPECT_EQ(fails, failure_of<broken_off>([&] { twin.push(input.value(t)); }).has_value());
+            failures += fails;
+            ASSERT_EQ(history.count, t + 1);
+            ASSERT_EQ(history.next_block, twin.next_block);
+            EXPECT_TRUE(!fails || history.next_block == lag);
+            ASSERT_TRUE(equal_bits(twin.pushed, history.pushed));
+            ASSERT_TRUE(equal_bits(twin.sums, history.sums)) << "after push " << t + 1;
+        }
+        EXPECT_EQ(failures, 1);
+        EXPECT_EQ(ours.provider.asked, theirs.provider.asked);
+        const march_record record = march(input, widest_table<vector_kernels>(), history);
+        EXPECT_TRUE(equal_bits(again.history, record.history));
+        EXPECT_EQ(again.asked, record.asked);
+    }
+}
+
+// The sums stay 0.0, and the provider is asked all the same.
+TEST(toeplitz_history, blocks_without_rows_or_columns_add_nothing) {
+    random_data data(66);
+    for (const auto& [p, q] : {std::pair{3, 0}, {0, 3}, {0, 0}, {1, 0}, {0, 1}})
+        for (const int n : {1, 2, 40, 100, 300}) {
+            const march_input input = make_input(data, n, p, q, uniform);
+            reference::toeplitz_history twin(n, p, q);
+            const march_record expected = march_by_reference(input, twin);
+            for (const vector_kernels* kernels : runnable_tables<vector_kernels>()) {
+                ToeplitzHistory history;
+                const march_record record = march(input, *kernels, history);
+                EXPECT_TRUE(equal_bits(std::vector<double>(size(n * p)), record.sums));
+                EXPECT_TRUE(equal_bits(expected.history, record.history));
+                EXPECT_EQ(expected.asked, record.asked);
+            }
+        }
 }
 
 TEST(toeplitz_history, starts_at_zero_and_can_be_started_again) {
@@ -439,6 +555,66 @@ TEST(toeplitz_history, the_scratch_has_the_size_of_the_largest_transform) {
         ASSERT_EQ(history.k_im.size(), kernel_points) << i;
         ASSERT_EQ(history.acc_re.size(), points * p) << i;
         ASSERT_EQ(history.acc_im.size(), points * p) << i;
+    }
+}
+
+std::size_t doubles_of(std::initializer_list<const aligned_vector*> arrays) {
+    std::size_t doubles = 0;
+    for (const aligned_vector* array : arrays)
+        doubles += array->capacity();
+    return doubles;
+}
+
+// Of the kernel, and of what is made of its blocks.
+std::size_t doubles_of_blocks(const ToeplitzHistory& history) {
+    std::size_t doubles = doubles_of({&history.kernel, &history.near_columns});
+    for (const std::vector<aligned_vector>* cache : {&history.cache_re, &history.cache_im})
+        for (const aligned_vector& level : *cache)
+            doubles += level.capacity();
+    return doubles;
+}
+
+std::size_t doubles_of(const ToeplitzHistory& history) {
+    return doubles_of_blocks(history) + doubles_of({&history.sums, &history.pushed, &history.x_re, &history.x_im,
+                                                    &history.k_re, &history.k_im, &history.acc_re, &history.acc_im});
+}
+
+TEST(toeplitz_history, copies_for_direct_sums_take_a_quarter_of_the_kernel_or_one_block) {
+    random_data data(67);
+    for (const int n : {0, 1, 2, 3, 4, 7, 8, 15, 16, 31, 32, 63, 64, 100, 127, 128, 200, 1000})
+        for (const auto& [p, q] : {std::pair{1, 1}, {1, 2}, {2, 1}, {4, 4}, {8, 8}, {9, 3}, {24, 32}}) {
+            ToeplitzHistory history;
+            march(make_input(data, n, p, q, uniform), widest_table<vector_kernels>(), history);
+            const std::size_t most = n < 2 || p * q == 1 ? 0 : size(std::max(1, n / 4) * q) * size(int(padded_rows(p)));
+            EXPECT_LE(history.near_columns.capacity(), most) << "n " << n << ", p " << p << ", q " << q;
+            EXPECT_EQ(history.near_columns.capacity() == 0, most == 0) << "n " << n << ", p " << p << ", q " << q;
+            const std::size_t cached =
+                doubles_of_blocks(history) - doubles_of({&history.kernel, &history.near_columns});
+            EXPECT_EQ(cached + history.cache_budget, 2 * size(n * p * q));
+            if (n < 64) { // no transform
+                EXPECT_LE(doubles_of(history), size(n * (p * q + p + q)) + most);
+            }
+        }
+}
+
+// The Python package states the same numbers in test_memory.py.
+TEST(toeplitz_history, its_blocks_take_these_doubles) {
+    random_data data(68);
+    for (const auto& [n, p, q, doubles] : {std::tuple{0, 3, 3, 0},
+                                           {1, 3, 3, 9},
+                                           {2, 3, 3, 30},
+                                           {31, 200, 200, 1520000},
+                                           {31, 1, 1, 31},
+                                           {63, 9, 10, 8070},
+                                           {64, 3, 4, 2560},
+                                           {64, 1, 1, 192},
+                                           {100, 2, 3, 1668},
+                                           {200, 8, 9, 44352},
+                                           {1000, 5, 5, 74280},
+                                           {1000, 1, 1, 2920}}) {
+        ToeplitzHistory history;
+        march(make_input(data, n, p, q, uniform), widest_table<vector_kernels>(), history);
+        EXPECT_EQ(doubles_of_blocks(history), size(doubles)) << "n " << n << ", p " << p << ", q " << q;
     }
 }
 
@@ -492,6 +668,68 @@ TEST(toeplitz_history, an_access_out_of_range_is_an_index_failure) {
     for (const int outside : {-1, p, p + 1, lowest, largest})
         for (int d = 0; d < n; ++d)
             EXPECT_TRUE(failure_of<index_failure>([&] { history.kernel_row(d, outside); })) << outside;
+}
+
+TEST(toeplitz_history, a_lag_or_step_out_of_range_is_an_index_failure_also_where_blocks_are_empty) {
+    constexpr int n = 4, largest = std::numeric_limits<int>::max();
+    for (const auto& [p, q] : {std::pair{2, 0}, {0, 2}, {0, 0}}) {
+        ToeplitzHistory history;
+        history.init(n, p, q);
+        for (const int outside : {-1, n, largest}) {
+            EXPECT_TRUE(failure_of<index_failure>([&] { history.history_at(outside); }));
+            EXPECT_TRUE(failure_of<index_failure>([&] { history.kernel_block(outside); }));
+        }
+        EXPECT_TRUE(failure_of<index_failure>([&] { history.kernel_row(0, history.p); }));
+        const std::vector<double> x(2);
+        for (int t = 0; t < n; ++t)
+            history.push(view_of(x));
+        EXPECT_TRUE(failure_of<index_failure>([&] { history.push(view_of(x)); }));
+    }
+}
+
+// With no step there is no array, and blocks may have any size.
+TEST(toeplitz_history, without_a_step_every_access_is_an_index_failure) {
+    constexpr int largest = std::numeric_limits<int>::max();
+    for (const int side : {0, 1, largest}) {
+        ToeplitzHistory history;
+        history.init(0, side, side);
+        for (const int any : {-1, 0, largest}) {
+            EXPECT_TRUE(failure_of<index_failure>([&] { history.history_at(any); }));
+            EXPECT_TRUE(failure_of<index_failure>([&] { history.kernel_block(any); }));
+            EXPECT_TRUE(failure_of<index_failure>([&] { history.kernel_row(any, any); }));
+        }
+        EXPECT_TRUE(failure_of<index_failure>([&] { history.push({}); }));
+    }
+}
+
+TEST(toeplitz_history, sizes_that_no_array_has_are_a_length_error_and_leave_it_empty) {
+    constexpr int lowest = std::numeric_limits<int>::min(), largest = std::numeric_limits<int>::max();
+    for (const auto& [n, p, q] : {std::tuple{largest, largest, largest},
+                                  {2, largest, largest},
+                                  {1 << 30, 1 << 30, 1 << 4},
+                                  {1 << 22, 1 << 21, 1 << 21},
+                                  {-1, 1, 1},
+                                  {1, -1, 1},
+                                  {1, 1, -1},
+                                  {-1, -1, 1},
+                                  {1, -1, -1},
+                                  {-1, -1, -1},
+                                  {-1, 0, 0},
+                                  {0, -1, 0},
+                                  {0, 0, -1},
+                                  {lowest, lowest, lowest},
+                                  {lowest, lowest, 0},
+                                  {lowest, 1, largest}}) {
+        SCOPED_TRACE(::testing::Message() << "n " << n << ", p " << p << ", q " << q);
+        ToeplitzHistory history;
+        history.init(40, 1, 1);
+        EXPECT_THROW(history.init(n, p, q), std::length_error);
+        EXPECT_EQ(history.n, 0);
+        EXPECT_EQ(history.p, 0);
+        EXPECT_EQ(history.q, 0);
+        EXPECT_EQ(doubles_of(history), 0u);
+        EXPECT_TRUE(failure_of<index_failure>([&] { history.push({}); }));
+    }
 }
 
 TEST(toeplitz_history, too_few_values_or_too_many_pushes_are_index_failures) {

@@ -10,8 +10,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace quenta {
@@ -77,6 +79,28 @@ TEST(vector_kernels, products_of_blocks_have_the_bits_of_the_formula) {
                     expect_block_products(*kernels, data, pairs, p, q, (p + q + pairs) % 4 == 0);
 }
 
+TEST(vector_kernels, a_block_is_copied_into_columns_padding_included) {
+    random_data data(46);
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
+        for (std::size_t p = 1; p <= 48; ++p)
+            for (std::size_t q = 1; q <= 48; q += q < 17 ? 1 : 5) {
+                const auto stride = std::size_t(padded_rows(std::int64_t(p)));
+                // The padding is read up to a whole register.
+                const auto lanes = std::size_t(kernels == &vector_kernels::of<baseline>() ? 2 : 4);
+                const std::vector<double> rows = data.uniform(p * q);
+                std::vector<double> columns(q * stride, std::numeric_limits<double>::quiet_NaN());
+                kernels->copy_columns(columns.data(), rows.data(), std::int64_t(p), std::int64_t(q));
+                for (std::size_t c = 0; c < q; ++c) {
+                    for (std::size_t r = 0; r < p; ++r)
+                        ASSERT_TRUE(equal_bits(rows[r * q + c], columns[c * stride + r]))
+                            << kernels->name << ", p " << p << ", q " << q << ", row " << r << ", column " << c;
+                    for (std::size_t r = p; r % lanes != 0; ++r)
+                        ASSERT_FALSE(std::isnan(columns[c * stride + r]))
+                            << kernels->name << ", p " << p << ", q " << q;
+                }
+            }
+}
+
 TEST(vector_kernels, direct_sums_of_scalars_have_the_bits_of_the_formula) {
     random_data data(42);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
@@ -131,7 +155,7 @@ TEST(vector_kernels, products_of_spectra_have_the_bits_of_the_formula) {
 
 // A table that hands every call on and counts the work in it.
 struct work {
-    std::size_t direct_pairs, transformed_rows, spectrum_points;
+    std::size_t direct_pairs, copied_blocks, transformed_rows, spectrum_points;
 };
 work counted;
 const vector_kernels* inspected = nullptr;
@@ -149,6 +173,10 @@ constexpr vector_kernels counting_kernels{
     [](double* sums, const double* block, const double* x, std::int64_t pairs, std::int64_t p, std::int64_t q) {
         counted.direct_pairs += std::size_t(pairs);
         inspected->add_block_products(sums, block, x, pairs, p, q);
+    },
+    [](double* columns, const double* rows, std::int64_t p, std::int64_t q) {
+        ++counted.copied_blocks;
+        inspected->copy_columns(columns, rows, p, q);
     },
     [](double* acc_re, double* acc_im, const double* kernel_re, const double* kernel_im, const double* x_re,
        const double* x_im, std::int64_t length, std::int64_t p, std::int64_t q, bool from_zero) {
@@ -189,6 +217,23 @@ TEST(vector_kernels, a_history_does_all_its_work_through_its_table) {
             EXPECT_GT(counted.direct_pairs, 0u);
             EXPECT_EQ(counted.transformed_rows > 0, n >= 64);
         }
+}
+
+TEST(vector_kernels, of_256_steps_every_block_is_copied_once_with_a_provider_and_for_each_read_without_one) {
+    inspected = &widest_table<vector_kernels>();
+    for (const bool with_provider : {false, true}) {
+        counted = {};
+        ToeplitzHistory history;
+        history.kernels = &counting_kernels;
+        history.init(256, 2, 3);
+        if (with_provider)
+            history.set_kernel_provider(nullptr, [](void*, std::int32_t, ToeplitzHistory&) {});
+        const std::array<double, 3> x{};
+        for (int t = 0; t < 256; ++t)
+            history.push({x.size(), x.data()});
+        // 256 / (2 s) blocks of s = 1, 2, .. 16 sources read 2 s - 1 lags each.
+        EXPECT_EQ(counted.copied_blocks, with_provider ? 31u : 128u + 64 * 3 + 32 * 7 + 16 * 15 + 8 * 31);
+    }
 }
 
 } // namespace

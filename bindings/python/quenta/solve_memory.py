@@ -15,13 +15,26 @@ _ARRAYS_OF_TIMES, _ARRAYS_OF_VALUES = 4, 3
 
 
 def solve_size(N: int, D: int, row: Setting, differential: bool) -> int:
-    """The bytes that a solve allocates: its results, and the working memory that the library's header allows it."""
+    """The bytes that a solve allocates: results, matrices, and as many vectors as the library's header allows."""
     n, steps = row.count * D, (N - 1) // row.spacings
-    if differential:
-        working = steps * (3 * n * (n + D) + 14 * n + 14 * D) + 34 * (n + D) * (n + 7) + 1700
-    else:
-        working = steps * (3 * n * n + 11 * n + D + 8) + 32 * n * (n + 7)
-    return 8 * (working + N * D + steps * (n + D))
+    results = N * D + steps * (n + D)
+    vectors = steps * (14 * n + 14 * D if differential else 11 * n + D + 8)
+    matrices = 4 * n * (n + D + 2) + history_blocks(steps, n, n + D if differential else n)
+    return 8 * (results + vectors + matrices)
+
+
+def history_blocks(n: int, p: int, q: int) -> int:
+    """The doubles that the history of n steps allocates for blocks of p rows and q columns and what is made of them."""
+    blocks = n * p * q
+    # The transformed blocks of the transforms of 64, 128, ... points, as long as they fit their budget.
+    transformed = 0
+    points = 64
+    while points // 2 + 32 <= n and transformed + 2 * points * p * q <= 2 * blocks:
+        transformed += 2 * points * p * q
+        points *= 2
+    # Copies by columns, which are padded, of a quarter of the blocks, 32 at most.
+    copies = 0 if n < 2 or p * q == 1 else min(max(n // 4, 1), 32)
+    return blocks + transformed + copies * q * (4 if p <= 4 else -(-p // 8) * 8)
 
 
 def solve_seconds(N: int, D: int, row: Setting, differential: bool) -> float:

@@ -1,0 +1,122 @@
+// Histories whose arrays have more than 2^31 elements: an index that does not fit 32 bits would find another element,
+// or none. The arrays are pages of zeros that take no memory until they are written; large pages, since all of the
+// kernel is read.
+//
+// No spectrum is that long here. To transform as many elements would take minutes.
+#include "reference/toeplitz_history.hpp"
+#include "support/bits.hpp"
+#include "support/mapped_doubles.hpp"
+#include "support/random_data.hpp"
+#include "support/replaced_new.hpp"
+#include "toeplitz_history/toeplitz_history.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace {
+
+std::array<std::optional<quenta_tests::mapped_doubles>, 4> large_blocks;
+
+} // namespace
+
+void* quenta_tests::allocate_block(std::size_t bytes, std::size_t alignment) {
+    if (bytes < std::size_t{1} << 20)
+        return heap_block(bytes, alignment);
+    for (auto& block : large_blocks)
+        if (!block && block.emplace(bytes / sizeof(double), MADV_HUGEPAGE).start != nullptr)
+            return block->start;
+    throw std::bad_alloc{};
+}
+
+void quenta_tests::release_block(void* block) noexcept {
+    for (auto& large : large_blocks)
+        if (large && large->start == block)
+            return large.reset();
+    release_heap_block(block);
+}
+
+namespace quenta {
+
+namespace {
+
+using quenta_tests::equal_bits;
+using quenta_tests::random_data;
+
+constexpr std::size_t many = std::size_t{1} << 31;
+
+// The push that makes `count` equal to i, with its s = i AND -i sources and so many targets, gives the sums of a
+// history in which this block is the first of its size.
+void expect_sums_of_first_block(ToeplitzHistory& history, random_data& data, std::int32_t i, int targets) {
+    const int s = i & -i, p = history.p, q = history.q;
+    SCOPED_TRACE(::testing::Message() << "i " << i << ", s " << s << ", targets " << targets);
+    const std::vector<double> x = data.uniform(std::size_t(s * q));
+    reference::toeplitz_history twin(s + targets, p, q);
+    std::copy_n(history.kernel.begin(), twin.kernel.size(), twin.kernel.begin());
+    for (int j = 0; j < s; ++j)
+        twin.push({x.begin() + j * q, x.begin() + (j + 1) * q});
+
+    const std::size_t first_source = std::size_t(i - s) * std::size_t(q), first_sum = std::size_t(i) * std::size_t(p);
+    ASSERT_GT(std::min(first_source, first_sum), many);
+    std::copy(x.begin(), x.end() - q, history.pushed.begin() + std::ptrdiff_t(first_source));
+    std::fill_n(history.sums.begin() + std::ptrdiff_t(first_sum), targets * p, 0.0);
+    history.count = i - 1;
+    history.push({std::size_t(q), x.data() + (s - 1) * q});
+    EXPECT_TRUE(equal_bits(x, std::span{history.pushed}.subspan(first_source, x.size())));
+    for (int t = 0; t < targets; ++t) {
+        const view<double> sum = history.history_at(i + t);
+        EXPECT_TRUE(
+            equal_bits(std::span{twin.sums}.subspan(std::size_t((s + t) * p), sum.length), {sum.pointer, sum.length}));
+    }
+}
+
+TEST(history_memory, more_than_2_31_elements_of_sums_and_values) {
+    constexpr int n = (1 << 30) - 1, p = 3, q = 4, lags = 64;
+    random_data data{20261122};
+    ToeplitzHistory history;
+    history.init(lags, p, q);
+    const std::vector<double> kernel = data.uniform(history.kernel.size());
+    std::copy(kernel.begin(), kernel.end(), history.kernel.begin()); // longer lags are not read
+    history.n = n;
+    history.sums.resize(std::size_t{n} * p);
+    history.pushed.resize(std::size_t{n} * q);
+    expect_sums_of_first_block(history, data, n - 95, 32); // transformed
+    EXPECT_FALSE(history.cache_re.at(0).empty());
+    expect_sums_of_first_block(history, data, n - 15, 15);
+    expect_sums_of_first_block(history, data, n - 1, 1);
+}
+
+TEST(history_memory, more_than_2_31_elements_of_the_kernel) {
+    constexpr int s = 1 << 22, n = s + 1, p = 8, q = 72;
+    ToeplitzHistory history;
+    history.init(2, p, q); // and the place of one block by columns
+    history.n = n;
+    for (const auto& [array, length] : {std::pair{&history.kernel, p * q}, {&history.sums, p}, {&history.pushed, q}})
+        array->resize(std::size_t{n} * std::size_t(length));
+    ASSERT_GT(history.kernel.size(), many);
+
+    // One target, to which every value contributes by a lag of its own; all but a few contribute nothing.
+    double sum = 0.0;
+    for (const int lag : {1, s / 3, s - 77, s - 1, s}) {
+        history.kernel_row(lag, p - 1).at(q - 2) = lag;
+        history.pushed[std::size_t(s - lag) * q + q - 2] = 3.0;
+        sum += 3.0 * lag;
+    }
+    history.count = s - 1;
+    const std::vector<double> last(history.pushed.end() - 2 * q, history.pushed.end() - q);
+    history.push({last.size(), last.data()});
+    const view<double> sums = history.history_at(s);
+    for (int r = 0; r < p; ++r)
+        EXPECT_EQ(sums.at(std::uint64_t(r)), r == p - 1 ? sum : 0.0) << "row " << r;
+}
+
+} // namespace
+
+} // namespace quenta
