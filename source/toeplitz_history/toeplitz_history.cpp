@@ -41,7 +41,7 @@ std::int64_t near_places(std::int64_t n, std::int64_t p, std::int64_t q) {
 view<double> part(double* array, std::int64_t index, std::int64_t parts, std::int64_t width,
                   code_position where = code_position::here()) {
     if (std::uint64_t(index) >= std::uint64_t(parts)) // a negative index is larger than any other
-        fail_index(index, parts, where);
+        fail_index(std::uint64_t(index) * std::uint64_t(width), std::uint64_t(parts) * std::uint64_t(width), where);
     return {std::uint64_t(width), array + index * width};
 }
 
@@ -58,28 +58,20 @@ void grow(aligned_vector& re, aligned_vector& im, std::int64_t length) {
 } // namespace
 
 void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
-    try {
-        kernel.assign(array_length(n_, p_, q_), 0.0);
-        sums.assign(array_length(n_, p_), 0.0);
-        pushed.assign(array_length(n_, q_), 0.0);
-        near_lags = near_places(n_, p_, q_);
-        near_columns = aligned_vector(array_length(near_lags, q_, padded_rows(p_)));
-    } catch (...) {
-        *this = ToeplitzHistory{};
-        throw;
-    }
-    n = n_;
-    p = p_;
-    q = q_;
-    count = 0;
-    provider_context = nullptr;
-    provider = nullptr;
-    next_block = n; // without a provider, no block is ever asked for
-    cache_re.clear();
-    cache_im.clear();
-    cache_tried.clear();
-    cache_budget = 2 * kernel.size();
-    kept_lags = 1;
+    ToeplitzHistory begun;
+    begun.kernels = kernels;
+    *this = ToeplitzHistory{}; // what is left if there is no memory
+    begun.kernel.assign(array_length(n_, p_, q_), 0.0);
+    begun.sums.assign(array_length(n_, p_), 0.0);
+    begun.pushed.assign(array_length(n_, q_), 0.0);
+    begun.near_lags = near_places(n_, p_, q_);
+    begun.near_columns = aligned_vector(array_length(begun.near_lags, q_, padded_rows(p_)));
+    begun.n = n_;
+    begun.p = p_;
+    begun.q = q_;
+    begun.next_block = n_; // without a provider, no block is ever asked for
+    begun.cache_budget = 2 * begun.kernel.size();
+    *this = std::move(begun);
 }
 
 void ToeplitzHistory::set_kernel_provider(void* context, kernel_provider function) {
