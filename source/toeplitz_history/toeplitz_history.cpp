@@ -71,6 +71,7 @@ void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     begun.q = q_;
     begun.next_block = n_; // without a provider, no block is ever asked for
     begun.cache_budget = 2 * begun.kernel.size();
+    begun.kept_lags = 1; // lag 0 has no copy
     *this = std::move(begun);
 }
 
