@@ -1,4 +1,4 @@
-// The two other loops of a history by lanes: the direct sums of small blocks, and the products of spectra.
+// The other loops of a history by lanes: direct sums, copies of blocks by columns, and products of spectra.
 #pragma once
 
 #include "toeplitz_history/vector_kernels.hpp"

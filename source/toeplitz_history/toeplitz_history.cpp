@@ -60,7 +60,7 @@ void grow(aligned_vector& re, aligned_vector& im, std::int64_t length) {
 void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     ToeplitzHistory begun;
     begun.kernels = kernels;
-    *this = ToeplitzHistory{}; // what is left if there is no memory
+    *this = begun; // what is left if there is no memory
     begun.kernel.assign(array_length(n_, p_, q_), 0.0);
     begun.sums.assign(array_length(n_, p_), 0.0);
     begun.pushed.assign(array_length(n_, q_), 0.0);
@@ -71,7 +71,6 @@ void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     begun.q = q_;
     begun.next_block = n_; // without a provider, no block is ever asked for
     begun.cache_budget = 2 * begun.kernel.size();
-    begun.kept_lags = 1; // lag 0 has no copy
     *this = std::move(begun);
 }
 
@@ -79,6 +78,7 @@ void ToeplitzHistory::set_kernel_provider(void* context, kernel_provider functio
     provider_context = context;
     provider = function;
     next_block = 1; // lag 0 belongs to the present step
+    kept_lags = 1;
 }
 
 view<double> ToeplitzHistory::history_at(std::int32_t t) {

@@ -40,7 +40,7 @@ struct vector_kernels {
     void (*add_block_products)(double* sums, const double* block, const double* x, std::int64_t pairs, std::int64_t p,
                                std::int64_t q);
 
-    // Copies a row-major block of p rows and q columns into that order, with padding as far as it is read.
+    // Copies a row-major block of p rows and q columns into that order, and fills the padding that is read.
     void (*copy_columns)(double* columns, const double* rows, std::int64_t p, std::int64_t q);
 
     // acc[r][f] += sum over c of kernel[r][c][f] * x[c][f] in complex numbers, columns ascending, for all frequencies f

@@ -15,7 +15,7 @@ inline constexpr std::uint32_t no_slot = 0xFFFFFFFF;
 // has a value of its own, wherever it runs.
 std::uint32_t allocate_thread_slot(void (*destructor)(void*));
 
-// The value of the calling thread, at first null. One read of per-thread state, without an allocation or a lock.
+// The value of the calling thread, at first null. With a slot this neither allocates nor takes a lock.
 void* thread_value(std::uint32_t slot);
 
 // Sets the value of the calling thread. False if the platform has no memory for it: the value is then null. Without a

@@ -67,7 +67,7 @@ void expect_large_problem_solved(block_kind kind, int P, int D) {
     ASSERT_GT(shape.matrix_length(), std::size_t(1) << 31);
     // Large pages are read sooner; where every row has an element that is written, they would take memory.
     const bool has_diagonal = kind == block_kind::vie1 || kind == block_kind::vie1_cont;
-    const mapped_doubles A{shape.matrix_length(), has_diagonal ? MADV_NOHUGEPAGE : MADV_HUGEPAGE};
+    const mapped_doubles A{shape.matrix_length(), has_diagonal ? page_size::small : page_size::large};
     if (A.start == nullptr)
         GTEST_SKIP() << "no address space for A";
     const int N = problem.N, components = int(shape.D);

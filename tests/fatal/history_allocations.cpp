@@ -75,12 +75,13 @@ TEST(history, begins_anew_after_any_failing_allocation) {
 TEST(history, is_empty_after_an_init_that_fails) {
     for (const int p : {1, 3}) {
         int failures = 0;
-        for (bool failed = true; failed; ++failures) {
+        for (;; ++failures) {
             ToeplitzHistory history;
+            const vector_kernels* const chosen = history.kernels = &vector_kernels::of<baseline>();
             history.init(40, 1, 1);
             history.set_kernel_provider(&history, [](void*, std::int32_t, ToeplitzHistory&) {});
             allocations_left = failures;
-            failed = quenta_tests::failure_of<std::bad_alloc>([&] { history.init(2000, p, p); }).has_value();
+            const bool failed = quenta_tests::failure_of<std::bad_alloc>([&] { history.init(2000, p, p); }).has_value();
             allocations_left = without_end;
             if (!failed)
                 break;
@@ -90,6 +91,7 @@ TEST(history, is_empty_after_an_init_that_fails) {
             EXPECT_EQ(history.q, 0);
             EXPECT_EQ(history.count, 0);
             EXPECT_EQ(history.provider, nullptr);
+            EXPECT_EQ(history.kernels, chosen);
             EXPECT_TRUE(history.kernel.empty() && history.sums.empty() && history.pushed.empty());
             const std::vector<double> x(std::size_t(p), 1.0);
             for (int push = 0; push < 40; ++push)

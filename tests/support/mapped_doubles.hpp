@@ -2,21 +2,25 @@
 #pragma once
 
 #include <cstddef>
+#include <fstream>
 
 #include <sys/mman.h>
 
 namespace quenta_tests {
 
+enum class page_size { small, large };
+
 class mapped_doubles {
 public:
-    // A written element takes a small page, unless another advice is given.
-    explicit mapped_doubles(std::size_t doubles, int advice = MADV_NOHUGEPAGE) : bytes{doubles * sizeof(double)} {
+    // Large pages are read sooner. A written element takes a whole one.
+    explicit mapped_doubles(std::size_t doubles, page_size size = page_size::small) : bytes{doubles * sizeof(double)} {
         void* const address =
             mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (address == MAP_FAILED)
             return;
         start = static_cast<double*>(address);
-        madvise(address, bytes, advice);
+        madvise(address, bytes,
+                size == page_size::large && zeros_share_a_large_page() ? MADV_HUGEPAGE : MADV_NOHUGEPAGE);
     }
     ~mapped_doubles() {
         if (start != nullptr)
@@ -28,6 +32,13 @@ public:
     double* start = nullptr;
 
 private:
+    // Where they do not, large pages take memory even if they are only read.
+    static bool zeros_share_a_large_page() {
+        char shared = '0';
+        std::ifstream{"/sys/kernel/mm/transparent_hugepage/use_zero_page"} >> shared;
+        return shared == '1';
+    }
+
     std::size_t bytes;
 };
 

@@ -15,7 +15,7 @@ _ARRAYS_OF_TIMES, _ARRAYS_OF_VALUES = 4, 3
 
 
 def solve_size(N: int, D: int, row: Setting, differential: bool) -> int:
-    """The bytes that a solve allocates: results, matrices, and as many vectors as the library's header allows."""
+    """The bytes that a solve may allocate: results, matrices, and no fewer vectors than the library's header allows."""
     n, steps = row.count * D, (N - 1) // row.spacings
     results = N * D + steps * (n + D)
     vectors = steps * (14 * n + 14 * D if differential else 11 * n + D + 8)
@@ -24,7 +24,7 @@ def solve_size(N: int, D: int, row: Setting, differential: bool) -> int:
 
 
 def history_blocks(n: int, p: int, q: int) -> int:
-    """The doubles that the history of n steps allocates for blocks of p rows and q columns and what is made of them."""
+    """The doubles that the history of n steps allocates for its blocks of p rows and q columns, their transforms and copies."""
     blocks = n * p * q
     # The transformed blocks of the transforms of 64, 128, ... points, as long as they fit their budget.
     transformed = 0

@@ -330,7 +330,7 @@ def test_the_blocks_of_a_history_take_these_doubles(n, p, q, doubles):
 
 @on_linux
 @pytest.mark.parametrize("equation", ["vie1", "vie2", "vide"])
-@pytest.mark.parametrize("D, steps", [(120, 31), (60, 100), (40, 400), (1, 300000)])
+@pytest.mark.parametrize("D, steps", [(300, 31), (60, 100), (40, 400), (1, 300000)])
 def test_a_solve_takes_what_is_reserved_for_it(equation, D, steps):
     ended = run_limited(
         f"""
