@@ -60,7 +60,8 @@ void grow(aligned_vector& re, aligned_vector& im, std::int64_t length) {
 void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     ToeplitzHistory begun;
     begun.kernels = kernels;
-    *this = begun; // what is left if there is no memory
+    *this = ToeplitzHistory{}; // what is left if there is no memory
+    kernels = begun.kernels;
     begun.kernel.assign(array_length(n_, p_, q_), 0.0);
     begun.sums.assign(array_length(n_, p_), 0.0);
     begun.pushed.assign(array_length(n_, q_), 0.0);
