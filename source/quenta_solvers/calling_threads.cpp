@@ -23,8 +23,8 @@ namespace {
 // Reclamation does not start while threads are being attached. The lower half counts them. It is a count and not a
 // lock: a collection holds library_lock, which the attachments it waits for still need.
 // The upper half counts the forks that led to this process. The child of a fork starts with no suspensions, so an
-// attachment that a fork from a handler of a signal has interrupted must not subtract its own there. One word holds
-// both, since such a fork may come between any two steps.
+// attachment that was interrupted by a signal handler that forks must not subtract its own there. One word holds both
+// counts, because such a fork can happen between any two instructions.
 std::atomic<std::uint64_t> reclamation_suspensions{0};
 constexpr std::uint64_t one_fork = std::uint64_t{1} << 32;
 

@@ -22,8 +22,8 @@ inline std::int32_t sample_count(view<const double> K, std::int32_t D, code_posi
     return samples;
 }
 
-// The kernel samples that the present step reads, as a bare array. Where some are missing, the failure names the
-// element that the sums over the points c_i * c_q come to first.
+// The kernel samples that the current step reads, as a pointer. If some are missing, the failure reports the first
+// missing element in the order in which the sums over the points c_i * c_q access them.
 template <int row>
 const double* present_samples(view<const double> K, std::int64_t D) {
     using tables = row_tables<row>;
@@ -59,7 +59,8 @@ template <int row, class basis>
                 }
 }
 
-// The forcing at the nodes of a step, of which `forcing` is the first sample, in the order of the unknowns.
+// Copies the forcing at the nodes of a step to `rhs`, in the order of the unknowns. `forcing` points to the first
+// sample of the step.
 template <int row>
 void gather_node_forcing(const double* forcing, std::int64_t D, double* rhs) {
     using tables = row_tables<row>;
@@ -85,7 +86,7 @@ const double* lag_samples(view<const double> K, std::int64_t D, std::int32_t j) 
     return K.slice(std::uint64_t(first * D * D), std::uint64_t((2 * reach + 1) * D * D)).pointer + reach * D * D;
 }
 
-// The provider of a history whose block of lag j is h * (K[j S + (k_i - k_l) m](a, b) * b_l), row-major.
+// Kernel provider: the block of lag j is h * (K[j S + (k_i - k_l) m](a, b) * b_l), row-major.
 template <int row, class dimension>
 void lag_block(void* context, std::int32_t j, ToeplitzHistory& history) {
     using tables = row_tables<row>;

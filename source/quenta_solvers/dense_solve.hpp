@@ -42,7 +42,7 @@ inline constexpr int largest_straight_order = 8;
 template <int n>
 class dense_factors {
 public:
-    // A forgotten cell shows in the result. Until the elimination, no row is swapped.
+    // NaN makes a cell that was not filled visible in the result. The pivots are the identity until eliminate().
     dense_factors() {
         cells.fill(ieee::quiet_nan);
         std::iota(pivots.begin(), pivots.end(), 0);
@@ -56,7 +56,7 @@ public:
     // Replaces b by the solution.
     void substitute(std::array<double, n>& b) const;
 
-    // Makes the swaps of the elimination, which are the first part of the substitution.
+    // Applies the row swaps of the elimination to b, the first part of the substitution.
     void swap_rows(std::array<double, n>& b) const {
         for (int k = 0; k < n; ++k)
             std::swap(b[k], b[pivots[k]]);
@@ -125,12 +125,12 @@ void dense_factors<n>::substitute(std::array<double, n>& b) const {
 template <int n>
 using square_matrix = std::array<std::array<double, n>, n>;
 
-// Solves a x = b for a row-major matrix of known order in one call, as solve_dense_in_place does for any order. a is
-// replaced by its multipliers and U, and b by the solution, which is also returned. `ok` tells whether the matrix was
-// regular. If it was not, a and b hold what the elimination had come to; b has only been permuted.
+// Solves a x = b for a row-major matrix of known order, as solve_dense_in_place does for any order. The multipliers and
+// U overwrite a. The solution overwrites b and is also returned. `ok` is false if the matrix is singular; a is then
+// partly eliminated, and b is only permuted.
 //
-// The solvers call neither of the two. Where the matrix is the same in every step, they eliminate it once. Where it is
-// not, they fill dense_factors in the layout in which it is eliminated, which saves the copies that are made here.
+// The solvers do not call these two functions. If the matrix is the same in every step, they eliminate it once.
+// Otherwise they fill dense_factors directly, which avoids the copies made here.
 template <int n>
 std::array<double, n> solve_dense_fixed(square_matrix<n>& a, std::array<double, n>& b, bool& ok) {
     dense_factors<n> factors;

@@ -39,7 +39,7 @@ void write_coefficients(std::int64_t steps, std::int64_t D, int slots, int power
                 to[(slots * j + e) * D + b] = coefficient(j, b, e);
 }
 
-// What comes first. Where `coeffs` is too short, it shows in `out`.
+// The order is visible to the caller only if `coeffs` is too short.
 enum class output_order { cleared_samples, coefficients };
 
 struct output_arrays {

@@ -22,7 +22,7 @@ struct run_time_dimension {
     int D;
 };
 
-// Dimensions 1 to 8 have variants of their own; fewer are enough to try a change.
+// Dimensions 1 to 8 have variants of their own. A smaller number shortens the build during development.
 #if !defined(QUENTA_OWN_DIMENSIONS)
 #define QUENTA_OWN_DIMENSIONS 8
 #endif
@@ -50,8 +50,8 @@ constexpr auto of_every_dimension(const variant_of& variant) {
     return variants_of<1, most_own_dimensions>(variant);
 }
 
-// `cells` D by D blocks of a solver: for a fixed dimension in the frame, where a cell that is forgotten shows in the
-// result; for others allocated, if they are needed.
+// `cells` D by D blocks. For a fixed dimension they are on the stack and hold NaN, so that a cell that was not filled
+// is visible in the result. For a run-time dimension they are allocated if `needed`.
 template <int cells, int D>
 std::array<double, std::size_t{cells} * D * D> make_blocks(fixed_dimension<D>, bool = true) {
     std::array<double, std::size_t{cells} * D * D> blocks;

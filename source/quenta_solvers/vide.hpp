@@ -19,8 +19,7 @@ struct vide_arguments {
 template <int row>
 bool solve_vide_impl(const vide_arguments& arguments);
 
-// Those of quenta_solve_vide_vec: one for each dimension that is known when the library is built, and one for all
-// others.
+// The bodies of quenta_solve_vide_vec: one for each fixed dimension, and one for all other dimensions.
 template <int row, int D>
 bool solve_vide_vec_impl(const vide_arguments& arguments);
 template <int row>

@@ -46,7 +46,7 @@ struct any_dimension_rounding : vector_rounding {
     static double matrix_entry(double e, double W, double Ba, double h) { return (e - h * Ba) - (h * h) * W; }
 };
 
-// The provider of a history, whose block of lag d is row-major. With x_l = K[d S + (k_i - k_l) m](r, c) * b_l, the
+// Kernel provider: the block of lag d, row-major. With x_l = K[d S + (k_i - k_l) m](r, c) * b_l, the
 // entry for row r, i is (h * h) * (sum over l of x_l * B_j(c_l)) in the column of Z component c at node j, and h * (sum
 // over l of x_l) in that of y component c; these come last.
 template <int row, class dimension>

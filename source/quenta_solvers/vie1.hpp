@@ -13,8 +13,8 @@ struct vie1_arguments {
     int* n_steps; // receives the number of steps even where the block turns out singular
 };
 
-// The bodies of quenta_solve_vie1_vec for one row of the settings table: one for each dimension that is known when the
-// library is built, and one for all others. False: the block is singular; out and coeffs are then untouched.
+// The bodies of quenta_solve_vie1_vec for one row of the settings table: one for each fixed dimension, and one for all
+// other dimensions. False: the block is singular; out and coeffs are then untouched.
 template <int row, int D>
 bool vie1_solve(const vie1_arguments& arguments);
 template <int row>

@@ -19,8 +19,7 @@ struct vie2_arguments {
 template <int row>
 bool solve_vie2_impl(const vie2_arguments& arguments);
 
-// Those of quenta_solve_vie2_vec: one for each dimension that is known when the library is built, and one for all
-// others.
+// The bodies of quenta_solve_vie2_vec: one for each fixed dimension, and one for all other dimensions.
 template <int row, int D>
 bool solve_vie2_vec_impl(const vie2_arguments& arguments);
 template <int row>

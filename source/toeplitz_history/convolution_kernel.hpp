@@ -134,8 +134,8 @@ struct convolution_kernel {
         return lanes<lane_count>{row[lane][c]...};
     }
 
-    // Every store is a whole register, as the loads above are: the products follow at once. The last columns, which are
-    // no square, are gathered. The padding repeats the last row.
+    // Whole registers are stored because the products that follow load whole registers; narrower stores would stall
+    // them. The columns left over from the squares are gathered. The padding repeats the last row.
     template <int lane_count>
     static void copy_by_registers(double* columns, const double* rows, std::int64_t p, std::int64_t q) {
         const std::int64_t stride = padded_rows(p);

@@ -15,7 +15,7 @@ namespace {
 // From this block size, and this number of targets, the transform is cheaper than direct sums.
 constexpr std::int64_t transform_threshold = 32;
 
-// The length of an array of a * b * c doubles. A length that no array can have is an error.
+// The length of an array of a * b * c doubles. Throws std::length_error if no array can have this length.
 std::size_t array_length(std::int64_t a, std::int64_t b, std::int64_t c = 1) {
     const int128 length = int128{a} * b * c;
     if (std::min({a, b, c}) < 0 || length > std::numeric_limits<std::ptrdiff_t>::max() / std::int64_t{sizeof(double)})
@@ -23,14 +23,14 @@ std::size_t array_length(std::int64_t a, std::int64_t b, std::int64_t c = 1) {
     return static_cast<std::size_t>(length);
 }
 
-// How many blocks near_columns has room for in a march of n steps: those of the lags below n/4 and below 32, which are
-// kept, or a single one.
+// The number of blocks in near_columns for n steps: the lags below n/4 and below 32 are kept; at least one block is
+// needed as scratch.
 //
 // A lag from 2^k to 2^(k+1) - 1 is read by all direct blocks of 2^k, 2^(k+1), .. 16 sources, about n * (2^-k - 2^-5)
 // times, and at most once more by a longer block that the end of the march clips. So every lag that is kept is read at
 // least 3 times, and every other at most 6 times.
 //
-// The copies are not paid from cache_budget: for n = 64, 192, 448, .. the cached levels take all of it.
+// The copies do not count against cache_budget: for n = 64, 192, 448, .. the cached levels use all of it.
 std::int64_t near_places(std::int64_t n, std::int64_t p, std::int64_t q) {
     if (n < 2 || p * q < 2) // no lag is read, or none by columns
         return 0;
@@ -60,7 +60,7 @@ void grow(aligned_vector& re, aligned_vector& im, std::int64_t length) {
 void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     ToeplitzHistory begun;
     begun.kernels = kernels;
-    *this = ToeplitzHistory{}; // what is left if there is no memory
+    *this = ToeplitzHistory{}; // empty if an allocation below fails
     kernels = begun.kernels;
     begun.kernel.assign(array_length(n_, p_, q_), 0.0);
     begun.sums.assign(array_length(n_, p_), 0.0);
@@ -134,8 +134,7 @@ void ToeplitzHistory::convolve_direct(const dyadic_block& block) {
     }
 }
 
-// The block of a lag in the order in which the products read it. Without a provider the kernel may change between
-// pushes, and no copy is kept.
+// The block of a lag by columns. Without a provider no copy is kept, because the kernel may change between pushes.
 const double* ToeplitzHistory::columns_of_lag(std::int64_t lag) {
     if (lag >= kept_lags) {
         if (provider == nullptr || lag >= near_lags) {

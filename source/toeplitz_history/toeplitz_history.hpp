@@ -34,12 +34,12 @@ using kernel_provider = void (*)(void* context, std::int32_t lag, ToeplitzHistor
 // near_columns; 2 * n * p * q at most in the caches; and scratch.
 class ToeplitzHistory {
 public:
-    // n steps, blocks of p rows and q columns. Everything is zero, and there is no provider. Sizes may be 0. Those that
-    // no array can have are a std::length_error. An init that fails leaves the object empty, like a new one.
+    // n steps, blocks of p rows and q columns. Everything is zero, and there is no provider. Sizes may be 0. Throws
+    // std::length_error if the arrays would be too large. After a failed init the object is empty, like a new one.
     void init(std::int32_t n, std::int32_t p, std::int32_t q);
 
     // The provider is asked once for each lag from 1 on, in ascending order, when a block of targets first needs it.
-    // Without a provider, `kernel` is read at each push as it stands.
+    // Without a provider, each push reads the current contents of `kernel`.
     void set_kernel_provider(void* context, kernel_provider function);
 
     // The p doubles of H[t], complete as soon as t values have been pushed.
@@ -73,8 +73,8 @@ public:
     std::vector<bool> cache_tried;
     std::uint64_t cache_budget = 0; // doubles that caches may still take
 
-    // Blocks by columns, for the direct sums. Place d keeps lag d, for the small lags that are read often; place 0 has
-    // whichever other lag is being read. Blocks of one element need none.
+    // Blocks by columns, for the direct sums. Place d keeps lag d, for the small lags that are read often. Place 0 is
+    // scratch for the other lags. Blocks of one element need no copies.
     aligned_vector near_columns;
     std::int64_t near_lags = 0; // its places
     std::int64_t kept_lags = 0; // those below are in place

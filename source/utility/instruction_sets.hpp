@@ -59,8 +59,8 @@ table_list<table> runnable_tables(processor_features features = detected_process
 #endif
 }
 
-// The table that solvers use: the widest one that the processor at hand can run. The choice is not remembered, so that
-// there is no state and no lock; the features of the processor were found when the library was loaded.
+// The table that solvers use: the widest one that the processor supports. The choice is made at each call, from
+// features that were detected when the library was loaded, so it needs neither state nor a lock.
 template <class table>
 const table& widest_table() {
     return *runnable_tables<table>().back();

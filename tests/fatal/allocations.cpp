@@ -470,7 +470,7 @@ TEST(allocations, before_the_march_grow_by_what_is_kept_of_a_step_and_by_nothing
         if (problem.steps == recorded_steps[0])
             beside = bytes;
         EXPECT_EQ(bytes, beside);
-        // The blocks of a step are in the frame, but for dimensions that are known at run time.
+        // The variants of fixed dimensions keep the blocks of a step on the stack.
         const auto most = long((problem.rows() + std::size_t(problem.D)) * sizeof(double));
         if (problem.D <= 8) {
             EXPECT_LE(bytes, most);

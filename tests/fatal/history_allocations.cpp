@@ -1,5 +1,5 @@
-// A history in which any allocation fails can begin anew, and then gives the sums of one in which none has failed. One
-// whose init fails is empty.
+// After a failed allocation, a history can be initialized again and then gives the correct sums. After a failed init it
+// is empty.
 #include "support/bits.hpp"
 #include "support/failures.hpp"
 #include "support/random_data.hpp"

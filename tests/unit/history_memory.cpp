@@ -58,10 +58,10 @@ void expect_sums_of_first_block(ToeplitzHistory& history, random_data& data, std
     const int s = i & -i, p = history.p, q = history.q;
     SCOPED_TRACE(::testing::Message() << "i " << i << ", s " << s << ", targets " << targets);
     const std::vector<double> x = data.uniform(std::size_t(s * q));
-    reference::toeplitz_history twin(s + targets, p, q);
-    std::copy_n(history.kernel.begin(), twin.kernel.size(), twin.kernel.begin());
+    reference::toeplitz_history reference_history(s + targets, p, q);
+    std::copy_n(history.kernel.begin(), reference_history.kernel.size(), reference_history.kernel.begin());
     for (int j = 0; j < s; ++j)
-        twin.push({x.begin() + j * q, x.begin() + (j + 1) * q});
+        reference_history.push({x.begin() + j * q, x.begin() + (j + 1) * q});
 
     const std::size_t first_source = std::size_t(i - s) * std::size_t(q), first_sum = std::size_t(i) * std::size_t(p);
     ASSERT_GT(std::min(first_source, first_sum), many);
@@ -72,8 +72,8 @@ void expect_sums_of_first_block(ToeplitzHistory& history, random_data& data, std
     EXPECT_TRUE(equal_bits(x, std::span{history.pushed}.subspan(first_source, x.size())));
     for (int t = 0; t < targets; ++t) {
         const view<double> sum = history.history_at(i + t);
-        EXPECT_TRUE(
-            equal_bits(std::span{twin.sums}.subspan(std::size_t((s + t) * p), sum.length), {sum.pointer, sum.length}));
+        EXPECT_TRUE(equal_bits(std::span{reference_history.sums}.subspan(std::size_t((s + t) * p), sum.length),
+                               {sum.pointer, sum.length}));
     }
 }
 

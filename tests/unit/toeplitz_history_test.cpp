@@ -145,8 +145,8 @@ void expect_same_cache(const reference::toeplitz_history& expected, const Toepli
 // The same march by the reference and by every instruction set.
 void expect_reference_bits(const march_input& input) {
     SCOPED_TRACE(::testing::Message() << "n " << input.n << ", p " << input.p << ", q " << input.q);
-    reference::toeplitz_history twin(input.n, input.p, input.q);
-    const march_record expected = march_by_reference(input, twin);
+    reference::toeplitz_history reference_history(input.n, input.p, input.q);
+    const march_record expected = march_by_reference(input, reference_history);
     ASSERT_TRUE(equal_bits(expected.history, expected.sums)) << "the reference changed a sum after its time";
     int tables = 0;
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>()) {
@@ -157,9 +157,9 @@ void expect_reference_bits(const march_input& input) {
         EXPECT_TRUE(equal_bits(expected.sums, record.sums)) << "sums at the end, " << kernels->name;
         EXPECT_TRUE(equal_bits(expected.kernel, record.kernel)) << "kernel at the end, " << kernels->name;
         EXPECT_EQ(expected.asked, record.asked) << kernels->name;
-        EXPECT_EQ(history.next_block, twin.next_block) << kernels->name;
+        EXPECT_EQ(history.next_block, reference_history.next_block) << kernels->name;
         EXPECT_EQ(history.count, input.n);
-        expect_same_cache(twin, history);
+        expect_same_cache(reference_history, history);
     }
     EXPECT_GE(tables, 1);
 }
@@ -445,7 +445,7 @@ TEST(toeplitz_history, without_a_provider_the_kernel_may_change_between_pushes) 
     }
 }
 
-// What the first provider wrote is not kept: the kernel that another one writes is read, or, without one, as it stands.
+// After a change of the provider, blocks written by the new provider are read; without a provider, the current kernel.
 TEST(toeplitz_history, forgets_its_copies_when_the_provider_changes) {
     struct provided {
         std::vector<double> kernel;
@@ -511,8 +511,8 @@ TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_asked_for_again_by_
             static_cast<failing_provider*>(context)->note(asked);
             noting_provider::provide(&static_cast<failing_provider*>(context)->provider, asked, self);
         });
-        reference::toeplitz_history twin(n, p, q);
-        twin.set_kernel_provider([&](int asked, reference::toeplitz_history& self) {
+        reference::toeplitz_history reference_history(n, p, q);
+        reference_history.set_kernel_provider([&](int asked, reference::toeplitz_history& self) {
             theirs.note(asked);
             theirs.provider.asked.push_back(asked);
             std::copy_n(input.block(asked).begin(), p * q, &self.kernel_at(asked, 0, 0));
@@ -520,13 +520,13 @@ TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_asked_for_again_by_
         int failures = 0;
         for (int t = 0; t < n; ++t) {
             const bool fails = failure_of<broken_off>([&] { history.push(view_of(input.value(t))); }).has_value();
-            EXPECT_EQ(fails, failure_of<broken_off>([&] { twin.push(input.value(t)); }).has_value());
+            EXPECT_EQ(fails, failure_of<broken_off>([&] { reference_history.push(input.value(t)); }).has_value());
             failures += fails;
             ASSERT_EQ(history.count, t + 1);
-            ASSERT_EQ(history.next_block, twin.next_block);
+            ASSERT_EQ(history.next_block, reference_history.next_block);
             EXPECT_TRUE(!fails || history.next_block == lag);
-            ASSERT_TRUE(equal_bits(twin.pushed, history.pushed));
-            ASSERT_TRUE(equal_bits(twin.sums, history.sums)) << "after push " << t + 1;
+            ASSERT_TRUE(equal_bits(reference_history.pushed, history.pushed));
+            ASSERT_TRUE(equal_bits(reference_history.sums, history.sums)) << "after push " << t + 1;
         }
         EXPECT_EQ(failures, 1);
         EXPECT_EQ(ours.provider.asked, theirs.provider.asked);
@@ -542,8 +542,8 @@ TEST(toeplitz_history, blocks_without_rows_or_columns_add_nothing) {
     for (const auto& [p, q] : {std::pair{3, 0}, {0, 3}, {0, 0}, {1, 0}, {0, 1}})
         for (const int n : {1, 2, 40, 100, 300}) {
             const march_input input = make_input(data, n, p, q, uniform);
-            reference::toeplitz_history twin(n, p, q);
-            const march_record expected = march_by_reference(input, twin);
+            reference::toeplitz_history reference_history(n, p, q);
+            const march_record expected = march_by_reference(input, reference_history);
             for (const vector_kernels* kernels : runnable_tables<vector_kernels>()) {
                 ToeplitzHistory history;
                 const march_record record = march(input, *kernels, history);
@@ -569,8 +569,8 @@ TEST(toeplitz_history, starts_at_zero_and_can_be_started_again) {
     EXPECT_TRUE(equal_bits(std::vector<double>(200), history.sums));
     EXPECT_TRUE(equal_bits(std::vector<double>(300), history.pushed));
     EXPECT_TRUE(history.x_re.empty() && history.k_re.empty() && history.acc_re.empty());
-    reference::toeplitz_history twin(100, 2, 3);
-    const march_record expected = march_by_reference(second, twin);
+    reference::toeplitz_history reference_history(100, 2, 3);
+    const march_record expected = march_by_reference(second, reference_history);
     EXPECT_TRUE(equal_bits(expected.sums, march(second, widest_table<vector_kernels>(), history).sums));
 }
 
