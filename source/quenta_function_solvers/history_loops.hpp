@@ -2,6 +2,7 @@
 #pragma once
 
 #include "quenta_function_solvers/history_sums.hpp"
+#include "utility/instruction_sets.hpp"
 
 #include <utility>
 
@@ -79,5 +80,15 @@ struct history_loops {
         return {add_history<history<form::scalar>, 1>, add_history<history<form::vector>, 1 + D>...};
     }
 };
+
+template <class set>
+const history_kernels& history_kernels::of() {
+    using loops = history_loops<set>;
+    static constexpr history_kernels table{set::name, loops::template all_forms<first_kind_history>(),
+                                           loops::template all_forms<continuous_first_kind_history>(),
+                                           loops::template all_forms<second_kind_history>(),
+                                           loops::template all_forms<integro_differential_history>()};
+    return table;
+}
 
 } // namespace quenta

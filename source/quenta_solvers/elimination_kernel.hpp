@@ -2,7 +2,9 @@
 // still receives its products one by one, in ascending order of the pivot.
 #pragma once
 
+#include "quenta_solvers/dense_kernels.hpp"
 #include "quenta_solvers/dense_solve.hpp"
+#include "utility/instruction_sets.hpp"
 #include "utility/lanes.hpp"
 
 #include <cmath>
@@ -128,5 +130,12 @@ struct elimination_kernel {
         }
     }
 };
+
+template <class set>
+const dense_kernels& dense_kernels::of() {
+    static constexpr dense_kernels table{set::name, elimination_kernel<set>::eliminate,
+                                         elimination_kernel<set>::substitute};
+    return table;
+}
 
 } // namespace quenta

@@ -18,7 +18,7 @@ struct vie1_arguments {
 template <int row, int D>
 bool vie1_solve(const vie1_arguments& arguments);
 template <int row>
-bool vie1_solve(const vie1_arguments& arguments, int D);
+bool vie1_solve_any(const vie1_arguments& arguments, int D);
 
 // Calls the variant for this dimension.
 template <int row>

@@ -149,14 +149,14 @@ bool vie1_solve(const vie1_arguments& arguments) {
 }
 
 template <int row>
-bool vie1_solve(const vie1_arguments& arguments, int D) {
+bool vie1_solve_any(const vie1_arguments& arguments, int D) {
     return march_vie1<row>(arguments, run_time_dimension{D});
 }
 
 template <int row>
 bool vie1_solve_row(const vie1_arguments& arguments, int D) {
     constexpr auto own = of_every_dimension([]<int own_D>() { return vie1_solve<row, own_D>; });
-    return has_own_variant(D) ? own[D - 1](arguments) : vie1_solve<row>(arguments, D);
+    return has_own_variant(D) ? own[D - 1](arguments) : vie1_solve_any<row>(arguments, D);
 }
 
 } // namespace quenta

@@ -41,8 +41,7 @@ quenta::view<double> view_of(fenced_array& array) {
 }
 
 // The bodies for a dimension known at run time, also for those that have a variant of their own.
-constexpr auto first_kind_rows = quenta::of_every_row(
-    []<int row>() { return static_cast<bool (*)(const quenta::vie1_arguments&, int)>(quenta::vie1_solve<row>); });
+constexpr auto first_kind_rows = quenta::of_every_row([]<int row>() { return quenta::vie1_solve_any<row>; });
 constexpr auto second_kind_rows = quenta::of_every_row([]<int row>() { return quenta::solve_vie2_vec_any_impl<row>; });
 constexpr auto derivative_rows = quenta::of_every_row([]<int row>() { return quenta::solve_vide_vec_any_impl<row>; });
 

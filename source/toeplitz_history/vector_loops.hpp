@@ -1,4 +1,6 @@
-// The loops of a history, for one instruction set.
+// The loops of a history for one instruction set.
+#pragma once
+
 #include "toeplitz_history/convolution_kernel.hpp"
 #include "toeplitz_history/transform_kernel.hpp"
 #include "toeplitz_history/vector_kernels.hpp"
@@ -6,10 +8,10 @@
 
 namespace quenta {
 
-template <>
-const vector_kernels& vector_kernels::of<@instruction_set@>() {
-    using set = @instruction_set@;
-    static constexpr vector_kernels table{set::name, transform_kernel<set>::transform_rows,
+template <class set>
+const vector_kernels& vector_kernels::of() {
+    static constexpr vector_kernels table{set::name,
+                                          transform_kernel<set>::transform_rows,
                                           convolution_kernel<set>::add_scalar_sums,
                                           convolution_kernel<set>::add_block_products,
                                           convolution_kernel<set>::copy_columns,

@@ -5,12 +5,12 @@
 //            x[k,j]),
 //
 // and y[n+1] = y[n] + h[n] times the sum over j of w[j] x[n,j]. The two forms group these products in their own ways.
+#pragma once
+
 #include "quenta_function_solvers/forward_recursion.hpp"
 #include "quenta_function_solvers/function_solvers.hpp"
 
 namespace quenta {
-
-namespace {
 
 template <int P, int D, form F>
 struct integro_differential : block_equation<P, D, integro_differential_history<F>> {
@@ -67,8 +67,6 @@ struct integro_differential : block_equation<P, D, integro_differential_history<
     const double* y0;
 };
 
-} // namespace
-
 template <int P>
 bool function_solve_vide_impl(view<const double> A, view<const double> b, view<const double> C, view<const double> E,
                               view<const double> w, view<const double> h, double y0, int N, view<double> x,
@@ -83,5 +81,4 @@ bool function_solve_vide_vec_impl(view<const double> A, view<const double> b, vi
     return solve_forward(integro_differential<P, D, form::vector>{A, b, C, E, w, h, y0, N, x, y}, N);
 }
 
-@instantiations@
 } // namespace quenta

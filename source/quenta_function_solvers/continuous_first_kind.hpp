@@ -1,11 +1,11 @@
 // First kind with a carried value: a step's equations see its points, in slots 0 .. P-1 of the step, and the value y[n]
 // at its left end, in slot P; y[n+1] is a weighted sum of y[n] and of the new points.
+#pragma once
+
 #include "quenta_function_solvers/forward_recursion.hpp"
 #include "quenta_function_solvers/function_solvers.hpp"
 
 namespace quenta {
-
-namespace {
 
 template <int P, int D, form F>
 struct continuous_first_kind : block_equation<P, D, continuous_first_kind_history<F>> {
@@ -45,8 +45,6 @@ struct continuous_first_kind : block_equation<P, D, continuous_first_kind_histor
     const double* y0;
 };
 
-} // namespace
-
 template <int P>
 bool function_solve_vie1_cont_impl(view<const double> A, view<const double> b, int N, view<const double> w, double rho,
                                    double y0, view<double> x, view<double> y) {
@@ -59,5 +57,4 @@ bool function_solve_vie1_cont_vec_impl(view<const double> A, view<const double> 
     return solve_forward(continuous_first_kind<P, D, form::vector>{A, b, N, w, rho, y0, x, y}, N);
 }
 
-@instantiations@
 } // namespace quenta

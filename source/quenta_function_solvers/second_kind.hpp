@@ -1,10 +1,10 @@
 // Second kind: x[n] is b[n] + the sum over k = 0 .. n of A[n,k] x[k].
+#pragma once
+
 #include "quenta_function_solvers/forward_recursion.hpp"
 #include "quenta_function_solvers/function_solvers.hpp"
 
 namespace quenta {
-
-namespace {
 
 template <int P, int D, form F>
 struct second_kind : block_equation<P, D, second_kind_history<F>> {
@@ -22,8 +22,6 @@ struct second_kind : block_equation<P, D, second_kind_history<F>> {
     const double* b;
 };
 
-} // namespace
-
 template <int P>
 bool function_solve_vie2_impl(view<const double> A, view<const double> b, int N, view<double> x) {
     return solve_forward(second_kind<P, 1, form::scalar>{A, b, N, x}, N);
@@ -34,5 +32,4 @@ bool function_solve_vie2_vec_impl(view<const double> A, view<const double> b, in
     return solve_forward(second_kind<P, D, form::vector>{A, b, N, x}, N);
 }
 
-@instantiations@
 } // namespace quenta

@@ -1,10 +1,10 @@
 // First kind: the sum over k = 0 .. n of A[n,k] x[k] is b[n].
+#pragma once
+
 #include "quenta_function_solvers/forward_recursion.hpp"
 #include "quenta_function_solvers/function_solvers.hpp"
 
 namespace quenta {
-
-namespace {
 
 template <int P, int D, form F>
 struct first_kind : block_equation<P, D, first_kind_history<F>> {
@@ -18,8 +18,6 @@ struct first_kind : block_equation<P, D, first_kind_history<F>> {
     const double* b;
 };
 
-} // namespace
-
 template <int P>
 bool function_solve_vie1_impl(view<const double> A, view<const double> b, int N, view<double> x) {
     return solve_forward(first_kind<P, 1, form::scalar>{A, b, N, x}, N);
@@ -30,5 +28,4 @@ bool function_solve_vie1_vec_impl(view<const double> A, view<const double> b, in
     return solve_forward(first_kind<P, D, form::vector>{A, b, N, x}, N);
 }
 
-@instantiations@
 } // namespace quenta

@@ -1,0 +1,80 @@
+# Generates translation units that instantiate the templates of a header, and adds them to a target. All of them are
+# made from instances.cpp.in.
+
+# quenta_add_instances(<target> <name of the unit> <header> <options of the compiler> <instance>...)
+#
+# An instance is a function with its template arguments. Its type is the template's, and is not written here again.
+function(quenta_add_instances target unit header options)
+    set(instantiations "")
+    foreach(instance IN LISTS ARGN)
+        string(APPEND instantiations "template decltype(${instance}) ${instance};\n")
+    endforeach()
+    set(file "${CMAKE_CURRENT_BINARY_DIR}/instances/${unit}.cpp")
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/instances.cpp.in "${file}" @ONLY)
+    target_sources(${target} PRIVATE "${file}")
+    set_source_files_properties("${file}" PROPERTIES COMPILE_OPTIONS "${options}")
+endfunction()
+
+# Solver bodies, for every row of the settings table, a few rows to a unit:
+# quenta_add_row_instances(<target> <name of the units> <header> <rows per unit> <instance with ROW in it>...)
+
+# What short marches gain by -O3, without what makes half as much code again of them, in half as much time again. Loops
+# over many numbers have units of their own.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_FLAGS_RELEASE MATCHES "-O3" AND NOT QUENTA_SANITIZE)
+    set(quenta_options_of_rows "$<$<CONFIG:Release>:-O2;-fvect-cost-model=dynamic;-fpeel-loops>")
+endif()
+function(quenta_add_row_instances target name header rows_per_unit)
+    set(last_row 55)
+    foreach(first RANGE 0 ${last_row} ${rows_per_unit})
+        math(EXPR last "${first} + ${rows_per_unit} - 1")
+        set(instances "")
+        foreach(row RANGE ${first} ${last})
+            if(NOT row GREATER last_row)
+                list(TRANSFORM ARGN REPLACE "ROW" "${row}" OUTPUT_VARIABLE of_row)
+                list(APPEND instances ${of_row})
+            endif()
+        endforeach()
+        quenta_add_instances(${target} ${name}_${first} ${header} "${quenta_options_of_rows}" ${instances})
+    endforeach()
+endfunction()
+
+# A block solver, for every number of points and every dimension, in one unit:
+# quenta_add_block_instances(<target> <name of the unit> <header> <name of the function, without _impl>)
+function(quenta_add_block_instances target name header function)
+    set(instances "")
+    foreach(P RANGE 1 5)
+        list(APPEND instances "${function}_impl<${P}>")
+        foreach(D RANGE 1 8)
+            list(APPEND instances "${function}_vec_impl<${P}, ${D}>")
+        endforeach()
+    endforeach()
+    quenta_add_instances(${target} ${name} ${header} "" ${instances})
+endfunction()
+
+# A table of vector loops, for every instruction set, each in a unit that is compiled with the options of its set.
+# `utility/instruction_sets.hpp` has the sets, and the choice among the tables.
+# quenta_add_instruction_set_instances(<target> <name of the table> <header>)
+
+# The same question that the sources ask.
+include(CheckCXXSymbolExists)
+check_cxx_symbol_exists(__x86_64__ "cstddef" QUENTA_X86_64)
+
+set(quenta_options_of_baseline "")
+set(quenta_options_of_avx2 -mavx2)
+set(quenta_options_of_avx512 -mavx512f -mavx512dq -mavx512vl -mprefer-vector-width=512)
+
+function(quenta_add_instruction_set_instances target table header)
+    set(sets baseline)
+    if(QUENTA_X86_64)
+        list(APPEND sets avx2 avx512)
+    endif()
+    foreach(instruction_set IN LISTS sets)
+        set(options ${quenta_options_of_${instruction_set}})
+        if(WIN32 AND NOT instruction_set STREQUAL "baseline")
+            # The platform aligns the stack to 16 bytes only, which the compiler forgets when it saves a wide register.
+            list(APPEND options "-Wa,-muse-unaligned-vector-move")
+        endif()
+        quenta_add_instances(${target} ${table}_${instruction_set} ${header} "${options}"
+            "${table}::of<${instruction_set}>")
+    endforeach()
+endfunction()
