@@ -7,14 +7,14 @@
 
 namespace reference {
 
-// All subsets of the positions first .. n-1 that have `size` elements, in lexicographic order of their sorted
+// All subsets of the positions first .. count - 1 that have `size` elements, in lexicographic order of their sorted
 // positions.
-inline std::vector<std::vector<std::size_t>> subsets(std::size_t n, std::size_t size, std::size_t first = 0) {
+inline std::vector<std::vector<std::size_t>> subsets(std::size_t count, std::size_t size, std::size_t first = 0) {
     if (size == 0)
         return {{}};
     std::vector<std::vector<std::size_t>> all;
-    for (std::size_t smallest = first; smallest + size <= n; ++smallest)
-        for (const std::vector<std::size_t>& rest : subsets(n, size - 1, smallest + 1)) {
+    for (std::size_t smallest = first; smallest + size <= count; ++smallest)
+        for (const std::vector<std::size_t>& rest : subsets(count, size - 1, smallest + 1)) {
             std::vector<std::size_t> subset{smallest};
             subset.insert(subset.end(), rest.begin(), rest.end());
             all.push_back(subset);
@@ -24,11 +24,10 @@ inline std::vector<std::vector<std::size_t>> subsets(std::size_t n, std::size_t 
 
 // The coefficients r of L_j(s) = sum over p of r[p] s^p.
 inline std::vector<double> lagrange_coefficients(const std::vector<double>& nodes, std::size_t j) {
-    const std::size_t n = nodes.size();
-    if (n == 1)
+    if (nodes.size() == 1)
         return {1.0};
     std::vector<double> others;
-    for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t i = 0; i < nodes.size(); ++i)
         if (i != j)
             others.push_back(nodes[i]);
 
@@ -36,10 +35,10 @@ inline std::vector<double> lagrange_coefficients(const std::vector<double>& node
     for (std::size_t i = 1; i < others.size(); ++i)
         denominator = (nodes[j] - others[i]) * denominator;
 
-    std::vector<double> r(n);
-    for (std::size_t p = 0; p < n; ++p) {
+    std::vector<double> r(nodes.size());
+    for (std::size_t p = 0; p < r.size(); ++p) {
         double sum = 0.0;
-        for (const std::vector<std::size_t>& subset : subsets(others.size(), n - 1 - p)) {
+        for (const std::vector<std::size_t>& subset : subsets(others.size(), others.size() - p)) {
             double product = 1.0;
             for (const std::size_t position : subset)
                 product = product * -others[position];
