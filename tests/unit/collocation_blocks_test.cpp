@@ -229,7 +229,7 @@ TEST(lag_block, reads_no_sample_after_the_last_one_that_its_nodes_need) {
     EXPECT_ANY_THROW((provided_block<8, 1>(kernel(10, 1), 1.0, 2)));
 }
 
-// So the comparisons with entries calculated by hand detect a transposed block.
+// Otherwise the comparisons with entries calculated by hand would accept a transposed block.
 TEST(diagonal_block, differs_from_its_transpose) {
     const std::vector<double> block = discontinuous_block<4>(kernel(2, 2), 2);
     EXPECT_EQ(block, (std::vector{0.5 * sample(1, 0, 0), 0.5 * sample(1, 0, 1), //

@@ -134,7 +134,7 @@ TEST(lagrange, an_index_outside_the_list_raises_an_index_failure) {
 TEST(lagrange, coefficients_and_weights_equal_those_calculated_by_hand) {
     using list = std::vector<double>;
     EXPECT_TRUE(equal_bits(list{1, -1}, lagrange_coefficients(node_list<2>{0, 1}, 0)));
-    EXPECT_TRUE(equal_bits(list{0, 1}, lagrange_coefficients(node_list<2>{0, 1}, 1))); // +0, as 0 + (-0) is
+    EXPECT_TRUE(equal_bits(list{0, 1}, lagrange_coefficients(node_list<2>{0, 1}, 1))); // 0 + (-0) is +0
     EXPECT_TRUE(equal_bits(list{1, -2}, lagrange_coefficients(node_list<2>{0, 0.5}, 0)));
     EXPECT_TRUE(equal_bits(list{0, 2}, lagrange_coefficients(node_list<2>{0, 0.5}, 1)));
     EXPECT_TRUE(equal_bits(list{1, -3, 2}, lagrange_coefficients(node_list<3>{0, 0.5, 1}, 0)));

@@ -38,7 +38,7 @@ view<const double> view_of(const std::vector<double>& values) {
     return {values.size(), values.data()};
 }
 
-// The input of a time stepping: the kernel blocks of all lags, and the values that the steps push.
+// The input of a run: the kernel blocks of all lags, and the values that the steps push.
 struct march_input {
     int n, p, q;
     std::vector<double> kernel; // in the layout of the history
@@ -59,7 +59,7 @@ march_input make_input(random_data& data, int n, int p, int q, const generator& 
     return {n, p, q, values(data, size(n) * size(p * q)), values(data, size(n) * size(q))};
 }
 
-// What a time stepping reads from its history.
+// What a run reads from its history.
 struct march_record {
     std::vector<std::vector<int>> asked; // [step]: the lags that the push of this step requested
     std::vector<double> history;         // the sums of step t, read before step t is pushed
@@ -588,7 +588,7 @@ TEST(toeplitz_history, the_scratch_has_the_size_of_the_largest_transform_so_far)
         const std::size_t points = i < 32 ? 0 : i < 64 ? 64 : i < 128 ? 128 : i < 256 ? 256 : 512;
         ASSERT_EQ(history.x_re.size(), points * q) << i;
         ASSERT_EQ(history.x_im.size(), points * q) << i;
-        // A level that is cached transforms eight entries of the kernel at a time, and the larger levels one.
+        // Eight entries of the kernel are transformed at a time for a cached level, and one for the larger levels.
         const std::size_t kernel_points = 8 * std::min<std::size_t>(points, 128);
         ASSERT_EQ(history.k_re.size(), kernel_points) << i;
         ASSERT_EQ(history.k_im.size(), kernel_points) << i;

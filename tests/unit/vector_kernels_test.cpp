@@ -217,7 +217,7 @@ TEST(vector_kernels, a_history_does_the_work_of_the_reference_through_its_table)
                 history.push({x.size(), x.data()});
             }
             EXPECT_TRUE(equal_bits(expected.sums, history.sums)) << kernels->name << ", n " << n;
-            // A block needs q + p transforms, and p q for the kernel, once for a level that is cached.
+            // A block needs q + p transforms. The kernel needs p q, once per cached level and otherwise once per block.
             EXPECT_EQ(counted.direct_pairs, expected.direct_pairs) << kernels->name << ", n " << n;
             EXPECT_EQ(counted.transformed_rows, expected.transformed_rows) << kernels->name << ", n " << n;
             EXPECT_EQ(counted.spectrum_points, expected.spectrum_points) << kernels->name << ", n " << n;
