@@ -1,5 +1,5 @@
 // What the reference implementations of the sample-based solvers share: the numbers of a collocation scheme, access to
-// samples of a matrix, and the mean at the step boundaries.
+// samples of a matrix, and the result.
 #pragma once
 
 #include "reference/lagrange.hpp"
@@ -26,19 +26,24 @@ struct collocation_scheme {
         return samples.at(sample * D * D + a * D + b);
     }
 
-    solution empty_solution(std::size_t out_size, int meaningful_of_a_step) const {
-        return {.steps = steps,
-                .out = std::vector<double>(out_size),
-                .coefficients = std::vector<double>(steps * (P + 1) * D),
-                .coefficients_of_a_step = (P + 1) * D,
-                .meaningful_of_a_step = meaningful_of_a_step};
-    }
-
-    // The sample between two steps holds the sum of the values of both. Its result is their mean.
-    void average_step_boundaries(std::vector<double>& out) const {
+    // The solution, from write_step(n, result) of every step, which adds the values of step n to `out`. A sample
+    // between two steps receives a value from both, and the result is their mean.
+    template <class writer>
+    solution assemble(bool solved, std::size_t out_size, int meaningful_of_a_step, const writer& write_step) const {
+        solution result{.steps = steps,
+                        .solved = solved,
+                        .out = std::vector<double>(out_size),
+                        .coefficients = std::vector<double>(steps * (P + 1) * D),
+                        .coefficients_of_a_step = (P + 1) * D,
+                        .meaningful_of_a_step = meaningful_of_a_step};
+        if (!solved)
+            return result;
+        for (int n = 0; n < steps; ++n)
+            write_step(n, result);
         for (int n = 1; n < steps; ++n)
             for (int a = 0; a < D; ++a)
-                out[n * S * D + a] = out[n * S * D + a] * 0.5;
+                result.out[n * S * D + a] = result.out[n * S * D + a] * 0.5;
+        return result;
     }
 
     int m, S, P, D, n_sys, steps;

@@ -20,8 +20,8 @@ namespace reference {
 enum class vide_body { scalar, fixed_dimension, any_dimension };
 
 // An entry of the step matrix, identity - h Ba - h^2 W.
-inline double step_entry(vide_body body, double identity, double W, double Ba, double h) {
-    switch (body) {
+inline double step_entry(vide_body variant, double identity, double W, double Ba, double h) {
+    switch (variant) {
     case vide_body::scalar:
         return identity - (W * h + Ba) * h;
     case vide_body::fixed_dimension:
@@ -33,21 +33,21 @@ inline double step_entry(vide_body body, double identity, double W, double Ba, d
 }
 
 // The coefficient of y(t_n) in the equation of node c. `sum` is the weighted sum of the kernel.
-inline double start_coefficient(vide_body body, double coefficient, double sum, double c, double h) {
-    return body == vide_body::scalar ? coefficient + (sum * c) * h : sum * (c * h) + coefficient;
+inline double start_coefficient(vide_body variant, double coefficient, double sum, double c, double h) {
+    return variant == vide_body::scalar ? coefficient + (sum * c) * h : sum * (c * h) + coefficient;
 }
 
 // The contribution of an unknown to y(t_n + h) - y(t_n): by its integral up to s = 1, or by the weight of its node.
-inline double end_increment(vide_body body, double unknown, double integral_at_1, double weight, double h) {
-    return body == vide_body::scalar ? integral_at_1 * (unknown * h) : (h * unknown) * weight;
+inline double end_increment(vide_body variant, double unknown, double integral_at_1, double weight, double h) {
+    return variant == vide_body::scalar ? integral_at_1 * (unknown * h) : (h * unknown) * weight;
 }
 
 class vide_solver : collocation_scheme {
 public:
-    vide_solver(vide_body which_body, const std::vector<double>& forcing, const std::vector<double>& kernel,
+    vide_solver(vide_body which, const std::vector<double>& forcing, const std::vector<double>& kernel,
                 const std::vector<double>& matrices, int dimension, const std::vector<double>& initial_value, double dt,
                 const setting& row)
-        : collocation_scheme{row, dimension, dt, kernel.size()}, body{which_body}, g{forcing}, K{kernel},
+        : collocation_scheme{row, dimension, dt, kernel.size()}, variant{which}, g{forcing}, K{kernel},
           coefficient{matrices}, B{initial_value} {
         for (int j = 0; j < P; ++j) {
             beta.push_back({0.0});
@@ -60,14 +60,7 @@ public:
     }
 
     solution solve() {
-        solution result = empty_solution(g.size(), (P + 1) * D);
-        result.solved = march();
-        if (!result.solved)
-            return result;
-        for (int n = 0; n < steps; ++n)
-            write_step(n, result);
-        average_step_boundaries(result.out);
-        return result;
+        return assemble(march(), g.size(), (P + 1) * D, [this](int n, solution& result) { write_step(n, result); });
     }
 
 private:
@@ -127,9 +120,9 @@ private:
                         const int C = b * P + j;
                         const double integral = at_node[j][i] - at_sample[j][0];
                         A[R * n_sys + C] =
-                            step_entry(body, R == C ? 1.0 : 0.0, W[R * n_sys + C], coefficient_ab * integral, h);
+                            step_entry(variant, R == C ? 1.0 : 0.0, W[R * n_sys + C], coefficient_ab * integral, h);
                     }
-                    const double of_start = start_coefficient(body, coefficient_ab, V[R * D + b], c[i], h);
+                    const double of_start = start_coefficient(variant, coefficient_ab, V[R * D + b], c[i], h);
                     rhs[R] = rhs[R] + of_start * B[n][b];
                 }
             }
@@ -139,7 +132,7 @@ private:
         std::vector<double> end = B[n];
         for (int a = 0; a < D; ++a)
             for (int j = 0; j < P; ++j)
-                end[a] = end[a] + end_increment(body, U[n][a * P + j], at_sample[j][S], weight[j], h);
+                end[a] = end[a] + end_increment(variant, U[n][a * P + j], at_sample[j][S], weight[j], h);
         return end;
     }
 
@@ -180,7 +173,7 @@ private:
         }
     }
 
-    const vide_body body;
+    const vide_body variant;
     const std::vector<double>&g, &K, &coefficient;
 
     // beta[j][p] is the coefficient of s^p of the integral of L_j from 0 to s, and the others are values of that
@@ -192,10 +185,10 @@ private:
     std::vector<std::vector<double>> B; // B[n][a]: component a of y(t_n)
 };
 
-inline solution solve_vide(vide_body body, const std::vector<double>& g, const std::vector<double>& K,
+inline solution solve_vide(vide_body variant, const std::vector<double>& g, const std::vector<double>& K,
                            const std::vector<double>& a, int D, const std::vector<double>& y0, double dt,
                            const setting& row) {
-    return vide_solver{body, g, K, a, D, y0, dt, row}.solve();
+    return vide_solver{variant, g, K, a, D, y0, dt, row}.solve();
 }
 
 } // namespace reference

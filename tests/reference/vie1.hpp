@@ -38,15 +38,10 @@ public:
     }
 
     solution solve() {
-        solution result = empty_solution(g.size(), int(basis.size()) * D);
-        result.solved = march();
-        if (!result.solved)
-            return result;
-        for (int n = 0; n < steps; ++n)
+        return assemble(march(), g.size(), int(basis.size()) * D, [this](int n, solution& result) {
             for (int a = 0; a < D; ++a)
                 write_component(n, a, result);
-        average_step_boundaries(result.out);
-        return result;
+        });
     }
 
 private:

@@ -25,14 +25,7 @@ public:
     }
 
     solution solve() {
-        solution result = empty_solution(g.size(), P * D);
-        result.solved = march();
-        if (!result.solved)
-            return result;
-        for (int n = 0; n < steps; ++n)
-            write_step(n, result);
-        average_step_boundaries(result.out);
-        return result;
+        return assemble(march(), g.size(), P * D, [this](int n, solution& result) { write_step(n, result); });
     }
 
 private:
