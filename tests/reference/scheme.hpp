@@ -26,8 +26,8 @@ struct collocation_scheme {
         return samples.at(sample * D * D + a * D + b);
     }
 
-    // The solution, from write_step(n, result) of every step, which adds the values of step n to `out`. A sample
-    // between two steps receives a value from both, and the result is their mean.
+    // Builds the result. write_step(n, result) writes the coefficients of step n and adds its values to `out`. A sample
+    // between two steps receives a value from both steps. It becomes their mean.
     template <class writer>
     solution assemble(bool solved, std::size_t out_size, int meaningful_of_a_step, const writer& write_step) const {
         solution result{.steps = steps,

@@ -35,11 +35,11 @@ struct history_problem {
     history_problem(random_data& random, kind of_kind, int dimension, int points_of_a_step, int sums,
                     std::int64_t first_step, std::int64_t end_step)
         : equation{of_kind}, D{dimension}, points{points_of_a_step}, count{sums}, first{first_step}, end{end_step} {
-        const int d = components();
-        row = end * slots() * d * d + 5; // the elements after the last step of a row are not read
-        A = random.uniform(std::size_t((count + d - 1) / d * row));
-        x = random.uniform(std::size_t(end * points * d));
-        y = random.uniform(std::size_t(end * d));
+        const int width = components();
+        row = end * slots() * width * width + 5; // the elements after the last step of a row are not read
+        A = random.uniform(std::size_t((count + width - 1) / width * row));
+        x = random.uniform(std::size_t(end * points * width));
+        y = random.uniform(std::size_t(end * width));
         h = random.uniform(std::size_t(end));
     }
 
@@ -55,12 +55,13 @@ struct history_problem {
     }
 
     double row_product(int index, std::int64_t slot, const double* values) const {
-        const int d = components();
-        const double* const entries = &A[std::size_t(index / d * row + slot * d * d + index % d * d)];
+        const int width = components();
+        const double* const entries =
+            &A[std::size_t(index / width * row + slot * width * width + index % width * width)];
         if (D == 0)
             return entries[0] * values[0];
         double sum = 0.0;
-        for (int b = 0; b < d; ++b)
+        for (int b = 0; b < width; ++b)
             sum += entries[b] * values[b];
         return sum;
     }
@@ -106,7 +107,7 @@ TEST(history_kernels, every_instruction_set_gives_the_bits_of_the_plain_sums) {
         for (const kind equation : {first_kind, continuous_first_kind, second_kind, integro_differential})
             for (int D = 0; D <= most_dimensions; ++D)
                 for (int points = 1; points <= most_points; ++points) {
-                    const int d = D == 0 ? 1 : D, step = points * d;
+                    const int step = points * (D == 0 ? 1 : D);
                     for (const auto& [first, end] :
                          {std::pair<std::int64_t, std::int64_t>{0, 1}, {0, 2}, {1, 2}, {0, 7}, {3, 40}, {0, 129}}) {
                         // The solvers ask for the sums of whole steps.
