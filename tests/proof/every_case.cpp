@@ -3,7 +3,7 @@
 //
 //   --full               all numbers of steps and kinds of data, instead of a random choice
 //   --seed=N
-//   --instruction-set=S  baseline, avx2 or avx512 is the widest that is used; the default is that of the processor
+//   --instruction-set=S  uses at most baseline, avx2 or avx512 (default: the widest of the processor)
 //   --manifest=FILE      writes the hashes; results with transforms have hashes of their own
 //   --hashes-only        does not compare with the reference implementation, which takes long in a slow build
 //
@@ -198,11 +198,11 @@ TEST(every_case, sample_based_solvers_are_bit_identical_to_the_reference) {
                 for (const int steps : boundary_steps)
                     for (std::size_t data = 0; data < std::size(data_kinds); ++data)
                         prove_drawn(steps, data);
-            else { // two with ordinary data, with and without transforms, and one with any data
+            else { // two cases with ordinary data, of few and of many steps, and one with any data
                 prove_drawn(int(random.below(33)), 0);
                 prove_drawn(boundary_steps[4 + random.below(boundary_steps.size() - 4)], 0);
-                const std::size_t data =
-                    random.below(std::size(data_kinds)); // before the call: the order of arguments is unspecified
+                // The order in which arguments are evaluated is unspecified.
+                const std::size_t data = random.below(std::size(data_kinds));
                 prove_drawn(boundary_steps[random.below(5)], data);
             }
         });
@@ -219,7 +219,7 @@ TEST(every_case, sample_based_solvers_are_bit_identical_to_the_reference_for_few
     EXPECT_EQ(proved - proved_before, (4 + 4 * 3) * 56 * 41);
 }
 
-// The transforms have 4096 and 8192 points and do not fit the nearest cache. The first kind is left out because its
+// The transforms have 4096 and 8192 points and do not fit the first-level cache. The first kind is left out because its
 // solution would overflow.
 TEST(every_case, sample_based_solvers_are_bit_identical_to_the_reference_for_long_histories) {
     random_data random{options.seed + 3};

@@ -1,4 +1,4 @@
-// A stack for a thread that is filled with a known byte, so that its use can be measured. The memory below it cannot be
+// A thread stack that is filled with a known byte, so that its use can be measured. The memory below it cannot be
 // accessed, so that a thread that needs more ends the process.
 #pragma once
 
