@@ -1,6 +1,6 @@
 # cmake -DMANIFEST=<hashes> -DDOCUMENT=<other machines> -DFIGURES=<figures of the assurance> -P documented_hashes.cmake
 #
-# The numbers of hashes in the documents are those of the hashes that every_case writes.
+# Checks that the documents state the number of hashes that every_case writes.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -15,11 +15,11 @@ function(expect_number file pattern number)
     file(READ "${file}" text)
     string(REGEX REPLACE "[ \n]+" " " text "${text}")
     if(NOT text MATCHES "([0-9,]+) ${pattern}")
-        message(FATAL_ERROR "${file} has no number of ${pattern}")
+        message(FATAL_ERROR "${file}: expected a number of ${pattern}, got none")
     endif()
     string(REPLACE "," "" documented "${CMAKE_MATCH_1}")
     if(NOT documented EQUAL number)
-        message(SEND_ERROR "${file}: ${documented} ${pattern}, but there are ${number}")
+        message(SEND_ERROR "${file}: expected ${number} ${pattern}, got ${documented}")
     endif()
 endfunction()
 expect_number("${DOCUMENT}" "hashes of results by direct sums and blocks" ${others})
