@@ -43,14 +43,14 @@ TEST(first_solves, are_right_on_several_threads_at_once) {
     std::vector<std::function<void()>> solves;
     for (const block_kind kind : block_kinds) {
         const block_problem problem = random_blocks(random, kind, 40, 2, 3);
-        solves.push_back([=, expected = block_twin(problem)] {
-            EXPECT_TRUE(answers_as_the_twin(problem, call_block_solver(problem), expected));
+        solves.push_back([=, expected = block_reference(problem)] {
+            EXPECT_TRUE(matches_reference(problem, call_block_solver(problem), expected));
         });
     }
     for (const char* name : {"vie1_vec_discontinuous", "vie2_vec", "vide_vec"}) {
         const sampled_solver& solver = solver_named(name);
         const sampled_problem problem = random_problem(random, 1, 9, 401);
-        solves.push_back([&solver, problem, expected = twin_of(solver, problem)] {
+        solves.push_back([&solver, problem, expected = reference_of(solver, problem)] {
             expect_equal(expected, solver.solve(problem.data, problem.dt, problem.row(), 1), true);
         });
     }

@@ -33,7 +33,7 @@ TEST(mutation_probe, solvers_from_samples_equal_their_twins) {
                         const sampled_problem problem = random_problem(random, row, D, std::size_t(N), kind);
                         const int want_coeffs = int(random.below(2));
                         SCOPED_TRACE(std::string{solver.name} + ", " + problem.text());
-                        expect_equal(twin_of(solver, problem),
+                        expect_equal(reference_of(solver, problem),
                                      solver.solve(problem.data, problem.dt, setting, want_coeffs), want_coeffs != 0);
                         if (HasFatalFailure())
                             return;
@@ -56,7 +56,7 @@ TEST(mutation_probe, solvers_from_blocks_equal_their_twins) {
                                 for (int c = 0; c < std::max(D, 1); ++c)
                                     problem.A[problem.entry(N - 1, P - 1, r, N - 1, j, c)] =
                                         std::numeric_limits<double>::infinity();
-                    ASSERT_TRUE(answers_as_the_twin(problem, call_block_solver(problem), block_twin(problem)));
+                    ASSERT_TRUE(matches_reference(problem, call_block_solver(problem), block_reference(problem)));
                     ++compared;
                 }
     EXPECT_EQ(compared, 4 * 4 * 5 * 5);

@@ -106,7 +106,7 @@ TEST_P(every_scheme, satisfies_its_equation_at_every_node) {
                         rest.add(data.g[x * D + r]);
                         rest.add(-u.value(n, c[i], r));
                         break;
-                    case equation::derivative:
+                    case equation::integro_differential:
                         rest.add(data.g[x * D + r]);
                         for (int s = 0; s < D; ++s)
                             rest.add(data.a[(x * D + r) * D + s] * u.value(n, c[i], s));

@@ -109,7 +109,7 @@ TEST_P(every_solution, keeps_every_bit_when_time_is_scaled_by_a_power_of_two) {
         for (const double factor : {2.0, -1.0, 0x1p-40}) {
             system_samples scaled = data;
             scaled.K = times(factor, data.K);
-            if (GetParam().kind == equation::derivative) {
+            if (GetParam().kind == equation::integro_differential) {
                 scaled.K = times(factor, scaled.K);
                 scaled.a = times(factor, data.a);
                 scaled.g = times(factor, data.g);

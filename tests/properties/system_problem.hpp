@@ -70,7 +70,7 @@ private:
         for (int r = 0; r < D; ++r) {
             rest.push_back(kind == equation::second_kind ? y(t, r) : (lambda(r) * std::exp(lambda(r) * t)).real());
             rest.back() -= integral[std::size_t(r)];
-            for (int b = 0; kind == equation::derivative && b < D; ++b)
+            for (int b = 0; kind == equation::integro_differential && b < D; ++b)
                 rest.back() -= a(t, r, b) * y(t, b);
         }
         return rest;

@@ -76,7 +76,7 @@ solved_problem exponential_of_a_matrix() {
 
 // With a coefficient that changes in time.
 solved_problem manufactured(const char* name, int D) {
-    const system_problem problem{D, equation::derivative};
+    const system_problem problem{D, equation::integro_differential};
     const auto solve = [problem](const setting& row, int N, double dt) {
         const system_samples& data = problem.sampled(N, dt * (N - 1));
         return call_vide_vec(data.g, data.K, data.a, data.D, data.y0, dt, row);
