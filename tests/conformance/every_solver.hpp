@@ -16,8 +16,8 @@
 
 namespace quenta_tests {
 
-// The samples of a system, for every kind of equation. If N is given, they are made by formulas: nothing is symmetric, and
-// every block is regular except where the setting makes it singular.
+// The samples of a system, for every kind of equation. If N is given, they are made by formulas: nothing is symmetric,
+// and every block is regular except where the setting makes it singular.
 struct system_samples {
     explicit system_samples(int dimension) : D{dimension} {}
 

@@ -1,4 +1,5 @@
-// In the child of a fork every function works, whatever other threads were doing in the library at the time of the fork.
+// In the child of a fork every function works, whatever other threads were doing in the library at the time of the
+// fork.
 #include "conformance/every_solver.hpp"
 #include "conformance/function_call.hpp"
 #include "quenta_solvers/calling_threads_state.hpp"

@@ -1,5 +1,5 @@
-// The block solvers are bit-identical to their reference implementations, for every number of points and every dimension.
-// Entries of A that must not be read are NaN.
+// The block solvers are bit-identical to their reference implementations, for every number of points and every
+// dimension. Entries of A that must not be read are NaN.
 #include "conformance/function_call.hpp"
 
 #include <gtest/gtest.h>

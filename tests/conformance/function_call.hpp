@@ -33,7 +33,9 @@ struct block_problem {
         const std::size_t points = std::size_t(P);
         return {std::size_t(N), points, D == 0 ? 1 : std::size_t(D), carries() ? points + 1 : points, D != 0};
     }
-    std::size_t entry(int n, int i, int a, int k, int j, int b) const { return shape().entry(n, i, a, k, j, b); }
+    std::size_t entry(int n, int i, int row, int k, int j, int column) const {
+        return shape().entry(n, i, row, k, j, column);
+    }
     std::string text() const {
         constexpr std::array names{"vie1", "vie1_cont", "vie2", "vide"};
         return std::string("function_solve_") + names[std::size_t(kind)] +

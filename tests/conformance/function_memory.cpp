@@ -49,7 +49,8 @@ TEST(function_memory, only_blocks_on_and_below_the_diagonal_are_read) {
         const int n_sys = P * std::max(D, 1);
         for (const int N : {1, 2, 150 / n_sys + 1, 600 / n_sys + 1})
             for (const bool at_the_end : {false, true}) {
-                expect_same_answer_with_protected_pages(random_blocks(random, kind, N, P, D), at_the_end, protected_pages);
+                expect_same_answer_with_protected_pages(random_blocks(random, kind, N, P, D), at_the_end,
+                                                        protected_pages);
                 ++problems;
             }
     });

@@ -262,8 +262,8 @@ TEST(function_solve, a_step_of_length_zero_leaves_the_solution_unchanged) {
     }
 }
 
-// The vector form of one component gives the same bits as the scalar form, provided that no sum is zero: the sign of a zero
-// may differ. The integro-differential forms agree to rounding.
+// The vector form of one component gives the same bits as the scalar form, provided that no sum is zero: the sign of a
+// zero may differ. The integro-differential forms agree to rounding.
 TEST(function_solve, the_vector_form_of_one_component_equals_the_scalar_form) {
     random_data random{20260314};
     int compared = 0;

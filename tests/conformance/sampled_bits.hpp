@@ -1,5 +1,5 @@
-// Shared by the comparisons of sample-based solvers with their reference implementations: what must agree, the numbers of
-// steps, the data, and the calls of the reference implementations.
+// Shared by the comparisons of sample-based solvers with their reference implementations: what must agree, the numbers
+// of steps, the data, and the calls of the reference implementations.
 #pragma once
 
 #include "conformance/every_solver.hpp"
@@ -77,8 +77,9 @@ inline void expect_equal(const reference::solution& expected, const sampled_answ
 // No step, a few, and both sides of the lengths at which the history changes its algorithm.
 inline constexpr std::array boundary_steps{0, 1, 2, 3, 33, 64, 65, 66, 67, 68, 69, 70, 130};
 
-// Calls visit(row number, number of samples) for every row. Two rows of three have samples past the last whole step. There
-// are always enough samples for the kernel of the first step, so rows with nodes at both ends have at least one step.
+// Calls visit(row number, number of samples) for every row. Two rows of three have samples past the last whole step.
+// There are always enough samples for the kernel of the first step, so rows with nodes at both ends have at least one
+// step.
 template <class visitor>
 void for_each_row(int steps, const visitor& visit) {
     for (std::size_t row = 0; row < reference::settings().size(); ++row) {
@@ -139,8 +140,8 @@ inline void PrintTo(const data_kind& kind, std::ostream* stream) {
     *stream << kind.name;
 }
 
-// If the spacing is a power of two or much smaller than 1, the results do not depend on the order of products with it. So
-// several spacings are neither.
+// If the spacing is a power of two or much smaller than 1, the results do not depend on the order of products with it.
+// So several spacings are neither.
 inline constexpr data_kind data_kinds[] = {
     {"ordinary", 0.05, ordinary, ordinary},
     {"growing", 0.2, positive, positive},
@@ -195,8 +196,8 @@ inline reference::solution reference_of(const sampled_solver& solver, const samp
     }
     constexpr int largest_fixed_dimension = 8;
     const reference::vide_body variant = !solver.solves_systems         ? reference::vide_body::scalar
-                                      : D <= largest_fixed_dimension ? reference::vide_body::fixed_dimension
-                                                                     : reference::vide_body::any_dimension;
+                                         : D <= largest_fixed_dimension ? reference::vide_body::fixed_dimension
+                                                                        : reference::vide_body::any_dimension;
     return reference::solve_vide(variant, g, K, a, D, y0, problem.dt, problem.row());
 }
 

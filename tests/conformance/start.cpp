@@ -66,7 +66,8 @@ TEST(start, succeeds_when_no_key_is_left_and_the_next_start_requests_one_again) 
         EXPECT_NE(library_lock, nullptr);
         EXPECT_EQ(thread_exit_slot, platform::no_slot);
         std::thread{quenta_gc_collect}.join();
-        EXPECT_EQ(attached_threads.size(), attached_before + 1) << "expected the record to stay, since without a key the library cannot detect the end of a thread";
+        EXPECT_EQ(attached_threads.size(), attached_before + 1)
+            << "expected the record to stay, since without a key the library cannot detect the end of a thread";
     }
     EXPECT_EQ(quenta_rt_init(), 1);
     EXPECT_NE(thread_exit_slot, platform::no_slot);

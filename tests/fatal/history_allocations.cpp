@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr long without_end = std::numeric_limits<long>::max();
-long allocations_left = without_end;
+constexpr long no_limit = std::numeric_limits<long>::max();
+long allocations_left = no_limit;
 
 } // namespace
 
@@ -41,19 +41,19 @@ namespace {
 void march(ToeplitzHistory& history, int n, int p, const std::vector<double>& kernel, const std::vector<double>& x) {
     history.init(n, p, p);
     std::copy(kernel.begin(), kernel.end(), history.kernel.begin());
-    for (int t = 0; t < n; ++t)
-        history.push({std::uint64_t(p), x.data() + t * p});
+    for (int step = 0; step < n; ++step)
+        history.push({std::uint64_t(p), x.data() + step * p});
 }
 
-TEST(history, begins_anew_after_any_failing_allocation) {
+TEST(history, can_be_initialized_again_after_any_failing_allocation) {
     quenta_tests::random_data random{20260811};
-    constexpr int n = 300; // transforms of several sizes, with and without room for their kernels
+    constexpr int n = 300; // transforms of several sizes, with cached kernels and without
     for (const int p : {1, 2, 5}) {
         const std::vector<double> kernel = random.uniform(std::size_t(n * p * p)),
                                   x = random.uniform(std::size_t(n * p));
-        ToeplitzHistory undisturbed;
-        march(undisturbed, n, p, kernel, x);
-        const std::vector<double> expected(undisturbed.sums.begin(), undisturbed.sums.end());
+        ToeplitzHistory reference;
+        march(reference, n, p, kernel, x);
+        const std::vector<double> expected(reference.sums.begin(), reference.sums.end());
         int failures = 0;
         for (bool failed = true; failed; ++failures) {
             ToeplitzHistory history;
@@ -63,7 +63,7 @@ TEST(history, begins_anew_after_any_failing_allocation) {
                 failed = false;
             } catch (const std::bad_alloc&) {
             }
-            allocations_left = without_end;
+            allocations_left = no_limit;
             march(history, n, p, kernel, x);
             ASSERT_TRUE(quenta_tests::equal_bits(expected, {history.sums.data(), history.sums.size()}))
                 << "p = " << p << ", failed allocation " << failures;
@@ -82,7 +82,7 @@ TEST(history, is_empty_after_an_init_that_fails) {
             history.set_kernel_provider(&history, [](void*, std::int32_t, ToeplitzHistory&) {});
             allocations_left = failures;
             const bool failed = quenta_tests::failure_of<std::bad_alloc>([&] { history.init(2000, p, p); }).has_value();
-            allocations_left = without_end;
+            allocations_left = no_limit;
             if (!failed)
                 break;
             SCOPED_TRACE(::testing::Message() << "p = " << p << ", failed allocation " << failures);
