@@ -1,5 +1,5 @@
-# Shared by the checks of exports. Include it with HEADER set. It sets `declared`, the functions of the public header, and
-# `variants`, the exported C++ functions, demangled.
+# Shared by the checks of exports. Include it with HEADER set. It sets `declared`, the functions of the public header,
+# and `variants`, the exported C++ functions, demangled.
 
 function(run output)
     execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)

@@ -1,10 +1,10 @@
 # cmake -DLIBRARY=<shared library> -DHEADER=<public header> -DDOCUMENT=<layout> -DNM=<program> -DREADELF=<program>
 #       -DOBJDUMP=<program> -DCOMPILER=<program> -P exported_symbols.cmake
 #
-# The shared library (ELF) exports the functions of the header, the variants of three kinds of block solvers, and nothing
-# else. Its soname has the version. It needs only the run-time libraries of the compiler and the C library, and calls only
-# the mathematical functions whose results are specified. The table in the section "The border" of the document says the
-# same.
+# The shared library (ELF) exports the functions of the header, the variants of three kinds of block solvers, and
+# nothing else. Its soname has the version. It needs only the run-time libraries of the compiler and the C library, and
+# calls only the mathematical functions whose results are specified. The table in the section "The border" of the
+# document says the same.
 
 cmake_minimum_required(VERSION 3.25)
 

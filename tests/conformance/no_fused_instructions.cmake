@@ -1,8 +1,8 @@
 # cmake -DOBJECT_LIST=<file, an object a line> -DOBJDUMP=<program> -DCOMPILER=<C++ compiler> -DOPTIONS=<for it>
 #       -P no_fused_instructions.cmake
 #
-# The machine code of the library has no fused multiply-add instruction. To check that the search works, the compiler first
-# generates one, with the given options.
+# The machine code of the library has no fused multiply-add instruction. To check that the search works, the compiler
+# first generates one, with the given options.
 cmake_minimum_required(VERSION 3.25)
 
 # x86-64, and aarch64.

@@ -400,8 +400,8 @@ public:
             pair_of(transform * block_columns);
             pair_of(transform * block_rows);
             std::size_t entries = 1;
-            if (budget >= 2 * entries_of_a_block *
-                              transform) { // the cached transform of the kernel, computed for a few entries at a time
+            // The cached transform of the kernel, if it fits. It is computed for a few entries at a time.
+            if (budget >= 2 * entries_of_a_block * transform) {
                 budget -= 2 * entries_of_a_block * transform;
                 pair_of(entries_of_a_block * transform);
                 entries = std::min<std::size_t>(entries_of_a_block, 8);

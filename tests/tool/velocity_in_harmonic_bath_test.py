@@ -1,4 +1,4 @@
-"""The example runs, leaves what it says, and its autocorrelations are those of a harmonic chain.
+"""The example runs and writes its files, and its autocorrelations are those of a harmonic chain.
 
 usage: velocity_in_harmonic_bath_test.py QUENTA EXAMPLE_DIRECTORY
 """
@@ -12,7 +12,7 @@ MASSES = (1, 2, 20)
 
 
 def bessel(order, t):
-    """By the power series, which loses no more than exp(t) times the rounding."""
+    """By the power series. Its rounding error is at most about exp(t) times the machine epsilon."""
     terms = [(-1)**k * (t / 2)**(2 * k + order) / (math.factorial(k) * math.factorial(k + order)) for k in range(60)]
     return math.fsum(terms)
 
@@ -23,16 +23,16 @@ class Example(example_test.ExampleTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        cls.K = {mass: cls.read(cls.left / f"samples_{mass}.csv")["K"] for mass in MASSES}
-        solutions = [cls.read(cls.left / f"solution_{mass}.csv") for mass in MASSES]
+        cls.K = {mass: cls.read(cls.directory / f"samples_{mass}.csv")["K"] for mass in MASSES}
+        solutions = [cls.read(cls.directory / f"solution_{mass}.csv") for mass in MASSES]
         cls.t, cls.C = solutions[0]["t"], {mass: solution["y"] for mass, solution in zip(MASSES, solutions)}
 
-    def test_checks_of_the_script_are_met(self):
+    def test_the_checks_of_the_script_pass(self):
         for pattern in (r"M = 1 m: within ([\d.e-]+)", r"M = 2 m: within ([\d.e-]+)", r"masses: within ([\d.e-]+)"):
             self.assertLess(self.printed(pattern), 1e-6)
         self.assertTrue(0.01 < self.printed(r"M = 20 m: within ([\d.e-]+)") < 0.1)
 
-    def test_kernel_and_solutions_are_the_bessel_functions(self):
+    def test_kernel_and_solutions_are_bessel_functions(self):
         checked = range(40, 801, 40)
         self.assertEqual(self.t[checked[-1]], 20)
         for i in checked:
@@ -42,8 +42,8 @@ class Example(example_test.ExampleTest):
             self.assertAlmostEqual(self.C[1][i], bessel(0, t), delta=1e-6)
             self.assertAlmostEqual(self.C[2][i], 2 * bessel(1, t) / t, delta=1e-6)
 
-    def test_atom_like_its_neighbours_moves_as_one_of_a_ring(self):
-        # Until waves have gone round, a ring of equal atoms is an endless chain; its modes are known.
+    def test_atom_of_equal_mass_moves_as_in_a_ring_of_equal_atoms(self):
+        # The modes of a ring are known. Until waves have gone around it, it behaves as an infinite chain.
         atoms = 200
         for i in range(0, len(self.t), 60):
             modes = (math.cos(self.t[i] * math.sin(math.pi * k / atoms)) for k in range(atoms))
