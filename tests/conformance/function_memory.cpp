@@ -28,9 +28,9 @@ void expect_same_answer_with_protected_pages(const block_problem& problem, bool 
 
     std::vector<bool> needed(pages);
     const std::size_t row_length = shape.N * shape.slots * shape.D * shape.D;
-    for (std::size_t R = 0; R < shape.N * shape.P; ++R) {
-        const std::size_t begin = first + R * row_length;
-        const std::size_t end = begin + (R / shape.P + 1) * shape.slots * shape.D * shape.D;
+    for (std::size_t point = 0; point < shape.N * shape.P; ++point) {
+        const std::size_t begin = first + point * row_length;
+        const std::size_t end = begin + (point / shape.P + 1) * shape.slots * shape.D * shape.D;
         std::fill(needed.begin() + std::ptrdiff_t(begin / page), needed.begin() + std::ptrdiff_t((end - 1) / page + 1),
                   true);
     }

@@ -112,11 +112,11 @@ TEST_F(threads, concurrent_solves_are_correct_while_another_thread_collects) {
         } while (solving);
     }};
     std::vector<std::thread> solvers;
-    for (std::size_t i = 0; i < thread_count; ++i)
-        solvers.emplace_back([&, i] {
+    for (std::size_t number = 0; number < thread_count; ++number)
+        solvers.emplace_back([&, number] {
             all_ready.arrive_and_wait();
             for (int repetition = 0; repetition < solves_per_thread; ++repetition)
-                actual[i].push_back(problems[i].solve());
+                actual[number].push_back(problems[number].solve());
         });
     for (std::thread& solver : solvers)
         solver.join();
@@ -125,14 +125,14 @@ TEST_F(threads, concurrent_solves_are_correct_while_another_thread_collects) {
 
     EXPECT_GT(collections, 0);
     EXPECT_EQ(attached_threads.size(), attached_before);
-    for (std::size_t i = 0; i < thread_count; ++i) {
-        ASSERT_EQ(actual[i].size(), std::size_t(solves_per_thread));
-        for (const quenta_tests::sampled_answer& each : actual[i]) {
-            SCOPED_TRACE(problems[i].solver.name);
+    for (std::size_t number = 0; number < thread_count; ++number) {
+        ASSERT_EQ(actual[number].size(), std::size_t(solves_per_thread));
+        for (const quenta_tests::sampled_answer& each : actual[number]) {
+            SCOPED_TRACE(problems[number].solver.name);
             EXPECT_EQ(each.status, QUENTA_SOLVED);
             EXPECT_EQ(each.n_steps, steps);
-            EXPECT_TRUE(quenta_tests::equal_bits(expected[i].out.values(), each.out.values()));
-            EXPECT_TRUE(quenta_tests::equal_bits(expected[i].coeffs.values(), each.coeffs.values()));
+            EXPECT_TRUE(quenta_tests::equal_bits(expected[number].out.values(), each.out.values()));
+            EXPECT_TRUE(quenta_tests::equal_bits(expected[number].coeffs.values(), each.coeffs.values()));
         }
     }
 }

@@ -34,9 +34,9 @@ inline bool has_node_0(const reference::setting& row) {
 // There is no node 0, and the product of (1 - c) / c over the nodes exceeds 1.
 inline bool refused_by_vie1(const reference::setting& row) {
     int above = 1, below = 1;
-    for (const int k : row.indices) {
-        above *= row.m - k;
-        below *= k;
+    for (const int k_i : row.indices) {
+        above *= row.m - k_i;
+        below *= k_i;
     }
     return !has_node_0(row) && above > below;
 }

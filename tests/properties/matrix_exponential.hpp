@@ -18,9 +18,9 @@ inline square_matrix product(const square_matrix& left, const square_matrix& rig
     const std::size_t order = left.order;
     square_matrix result{order, std::vector<double>(order * order, 0.0)};
     for (std::size_t a = 0; a < order; ++a)
-        for (std::size_t c = 0; c < order; ++c)
+        for (std::size_t inner = 0; inner < order; ++inner)
             for (std::size_t b = 0; b < order; ++b)
-                result.entries[a * order + b] += left.at(a, c) * right.at(c, b);
+                result.entries[a * order + b] += left.at(a, inner) * right.at(inner, b);
     return result;
 }
 

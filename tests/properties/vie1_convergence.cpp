@@ -23,8 +23,8 @@ using reference::setting;
 
 double rho(const setting& row) {
     double product = 1.0;
-    for (const int k : row.indices)
-        product *= -double(row.m - k) / k;
+    for (const int k_i : row.indices)
+        product *= -double(row.m - k_i) / k_i;
     return product;
 }
 

@@ -48,12 +48,12 @@ inline double value(const polynomial& coefficients, double t) {
     return sum;
 }
 
-// The convolution of t^p and t^q is t^(p+q+1) * p! q! / (p+q+1)!.
+// The convolution of t^v and t^w is t^(v+w+1) * v! w! / (v+w+1)!.
 inline polynomial convolution(const polynomial& K, const polynomial& y) {
     polynomial result(K.size() + y.size(), 0.0);
-    for (std::size_t p = 0; p < K.size(); ++p)
-        for (std::size_t q = 0; q < y.size(); ++q)
-            result[p + q + 1] += K[p] * y[q] * std::beta(double(p + 1), double(q + 1));
+    for (std::size_t of_K = 0; of_K < K.size(); ++of_K)
+        for (std::size_t of_y = 0; of_y < y.size(); ++of_y)
+            result[of_K + of_y + 1] += K[of_K] * y[of_y] * std::beta(double(of_K + 1), double(of_y + 1));
     return result;
 }
 

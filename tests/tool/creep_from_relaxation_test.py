@@ -44,8 +44,8 @@ class Example(example_test.ExampleTest):
         spacing, J, G = self.samples["t"][1], self.solution["y"], self.samples["K"]
         checked = range(1500, len(J), 4500)
         self.assertGreater(len(checked), 5)
-        for i in checked:
-            self.assertAlmostEqual(convolved(G, J, i, spacing) / self.samples["g"][i], 1, delta=1e-4)
+        for n in checked:
+            self.assertAlmostEqual(convolved(G, J, n, spacing) / self.samples["g"][n], 1, delta=1e-4)
 
 
 if __name__ == "__main__":

@@ -54,9 +54,9 @@ class ExampleTest(unittest.TestCase):
         self.assertEqual((self.directory / picture).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
 
 
-def convolved(kernel, y, i, spacing):
-    """The integral of K(t - s) y(s) ds from 0 to t at sample i, by the trapezoidal rule."""
-    terms = [kernel[i - j] * y[j] for j in range(i + 1)]
+def convolved(kernel, y, n, spacing):
+    """The integral of K(t - s) y(s) ds from 0 to t at sample n, by the trapezoidal rule."""
+    terms = [kernel[n - k] * y[k] for k in range(n + 1)]
     return spacing * (sum(terms) - (terms[0] + terms[-1]) / 2)
 
 

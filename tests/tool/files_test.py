@@ -182,8 +182,8 @@ class Signals(ProgramTest):
         self.addCleanup(program.stderr.close)
         self.addCleanup(program.wait)
         self.addCleanup(program.kill)
-        # The pipe is opened here for reading and writing, so that the program can open it at once. Nothing reads from it.
-        # It fills up, and the program waits with p.csv written but not yet renamed.
+        # The pipe is opened here for reading and writing, so that the program can open it at once. Nothing reads from
+        # it. It fills up, and the program waits with p.csv written but not yet renamed.
         pipe = os.open(self.directory / "pipe", os.O_RDWR)
         self.addCleanup(os.close, pipe)
         program.stdin.write(samples(4000).encode())
@@ -245,9 +245,9 @@ class Separators(ProgramTest):
 
 class Headers(ProgramTest):
     def test_many_unused_columns_give_one_short_note(self):
-        names = "".join(f",x{i}" for i in range(2000))
-        text = "".join(line + (names if i == 0 else ",1" * 2000) + "\n"
-                       for i, line in enumerate(constant_samples(4).splitlines()))
+        names = "".join(f",x{column}" for column in range(2000))
+        text = "".join(line + (names if number == 0 else ",1" * 2000) + "\n"
+                       for number, line in enumerate(constant_samples(4).splitlines()))
         run = self.run_program("vie2", text=text)
         self.assertEqual(run.returncode, SOLVED)
         self.assert_one_sentence(run.stderr, "note", "line 1", "the columns 'x0', 'x1'", "'x1999' are not used")

@@ -5,19 +5,19 @@ from fractions import Fraction as F
 
 
 def multiplied(left, right):
-    return [[sum(a * b for a, b in zip(row, column)) for column in zip(*right)] for row in left]
+    return [[sum(x * y for x, y in zip(row, column)) for column in zip(*right)] for row in left]
 
 
 def inverse(matrix):
     size = len(matrix)
     rows = [row[:] + [F(int(i == j)) for j in range(size)] for i, row in enumerate(matrix)]
-    for k in range(size):
-        pivot = next(i for i in range(k, size) if rows[i][k])
-        rows[k], rows[pivot] = rows[pivot], rows[k]
-        rows[k] = [value / rows[k][k] for value in rows[k]]
+    for j in range(size):
+        pivot = next(i for i in range(j, size) if rows[i][j])
+        rows[j], rows[pivot] = rows[pivot], rows[j]
+        rows[j] = [entry / rows[j][j] for entry in rows[j]]
         for i in range(size):
-            if i != k:
-                rows[i] = [a - rows[i][k] * b for a, b in zip(rows[i], rows[k])]
+            if i != j:
+                rows[i] = [entry - rows[i][j] * of_pivot for entry, of_pivot in zip(rows[i], rows[j])]
     return [row[size:] for row in rows]
 
 

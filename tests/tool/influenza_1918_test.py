@@ -48,8 +48,8 @@ class Example(example_test.ExampleTest):
         spacing, y = samples["t"][1], solution["y"]
         checked = range(0, len(y), 97)
         self.assertGreater(len(checked), 10)
-        for i in checked:
-            self.assertAlmostEqual(y[i] / (samples["g"][i] + convolved(samples["K"], y, i, spacing)), 1, delta=1e-3)
+        for n in checked:
+            self.assertAlmostEqual(y[n] / (samples["g"][n] + convolved(samples["K"], y, n, spacing)), 1, delta=1e-3)
 
 
 if __name__ == "__main__":

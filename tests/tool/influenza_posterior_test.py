@@ -27,13 +27,13 @@ def log_posterior(cases, R0, mean):
         return math.erfc(-z(x) / math.sqrt(2)) / 2 if x > 0 else 0.0
 
     count = round(len(DAYS) / SPACING) + 1
-    kernel = [R0 * density(i * SPACING) for i in range(count)]
-    seed = [R0 * sum(cases[day] * (distribution(i * SPACING + 7 - day) - distribution(i * SPACING + 6 - day))
-                     for day in range(7)) for i in range(count)]
+    kernel = [R0 * density(n * SPACING) for n in range(count)]
+    seed = [R0 * sum(cases[day] * (distribution(n * SPACING + 7 - day) - distribution(n * SPACING + 6 - day))
+                     for day in range(7)) for n in range(count)]
     y = []
-    for i in range(count):  # the kernel is 0 at lag 0, so each value follows from the previous ones
-        weights = sum(kernel[i - j] * y[j] for j in range(1, i)) + (kernel[i] * y[0] / 2 if i else 0.0)
-        y.append(seed[i] + SPACING * weights)
+    for n in range(count):  # the kernel is 0 at lag 0, so each value follows from the previous ones
+        weights = sum(kernel[n - k] * y[k] for k in range(1, n)) + (kernel[n] * y[0] / 2 if n else 0.0)
+        y.append(seed[n] + SPACING * weights)
     samples_per_day = round(1 / SPACING)
     deviance = 0.0
     for number, day in enumerate(DAYS):

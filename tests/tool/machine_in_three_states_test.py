@@ -60,10 +60,10 @@ class Example(example_test.ExampleTest):
         self.assertEqual(len(checked), 9)
         for state in STATES:
             samples, solution = self.samples[state], self.solution[state]
-            for i in checked:
+            for n in checked:
                 for a in STARTS:
-                    integral = sum(convolved(samples[f"K{a}{b}"], solution[f"y{b}"], i, self.t[1]) for b in STARTS)
-                    self.assertAlmostEqual(solution[f"y{a}"][i], samples[f"g{a}"][i] + integral, delta=1e-4)
+                    integral = sum(convolved(samples[f"K{a}{b}"], solution[f"y{b}"], n, self.t[1]) for b in STARTS)
+                    self.assertAlmostEqual(solution[f"y{a}"][n], samples[f"g{a}"][n] + integral, delta=1e-4)
 
 
 if __name__ == "__main__":

@@ -19,7 +19,7 @@ FORCING = lambda t: SOLUTION(t) - INTEGRAL(t)
 
 
 def grid(spacings, end=2.0):
-    return [end * i / spacings for i in range(spacings + 1)]
+    return [end * sample / spacings for sample in range(spacings + 1)]
 
 
 def samples(spacings, end=2.0):
@@ -27,12 +27,12 @@ def samples(spacings, end=2.0):
 
 
 def constant_samples(spacings, g=1, K=1, spacing=1):
-    return "t,g,K\n" + "".join(f"{i * spacing},{g},{K}\n" for i in range(spacings + 1))
+    return "t,g,K\n" + "".join(f"{sample * spacing},{g},{K}\n" for sample in range(spacings + 1))
 
 
 def columns(text):
     rows = list(csv.reader(text.splitlines()))
-    return {name: [float(row[i]) for row in rows[1:]] for i, name in enumerate(rows[0])}
+    return {name: [float(row[position]) for row in rows[1:]] for position, name in enumerate(rows[0])}
 
 
 class ProgramTest(unittest.TestCase):
@@ -63,7 +63,7 @@ class ProgramTest(unittest.TestCase):
             self.assertIn(fragment, message)
 
     def assert_refused(self, text, *fragments, arguments=None, code=BAD_INPUT):
-        """The program refuses the text in one sentence with these fragments, and writes no file. Returns the sentence."""
+        """Checks that the text is refused in one sentence with these fragments and no output. Returns the sentence."""
         before = self.listing()
         run = self.run_program(self.command, *(self.needed() if arguments is None else arguments), "--output",
                                "refused.csv", "--polynomials", "p.csv", text=text)

@@ -124,7 +124,7 @@ class BadInput(ProgramTest):
         rows = constant_samples(30).splitlines()
         self.assert_refused("\n".join(rows[:11] + rows[12:]), "line 12", "t is 11", "expected 10", "0.001")
         self.assert_refused("t,g,K\n0,1,1\n0.5,1,1\n1.5,1,1\n2.5,1,1\n3.5,1,1\n", "line 3", "expected 1,")
-        drifting = "t,g,K\n" + "".join(f"{i * (1 + 1e-5 * i)!r},1,1\n" for i in range(401))
+        drifting = "t,g,K\n" + "".join(f"{sample * (1 + 1e-5 * sample)!r},1,1\n" for sample in range(401))
         self.assert_refused(drifting, "line ", "expected ", "equally spaced")
 
     def test_times_that_do_not_ascend_are_refused(self):
@@ -317,7 +317,7 @@ class Tables(ProgramTest):
             # The fractions for many steps: those of samples at a node, and of lags between two nodes.
             self.assertEqual(fractions.Fraction(of_g), fractions.Fraction(len({k % m for k in nodes}), m * m))
             self.assertEqual(fractions.Fraction(of_K),
-                             fractions.Fraction(len({(k - l) % m for k in nodes for l in nodes}), m * m))
+                             fractions.Fraction(len({(k_i - k_j) % m for k_i in nodes for k_j in nodes}), m * m))
 
 
 class Help(ProgramTest):

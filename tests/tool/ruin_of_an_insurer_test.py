@@ -10,7 +10,7 @@ from example_test import convolved
 
 SHARE = 0.8
 TAILS = {
-    "gamma": lambda x: sum((3 * x)**k / math.factorial(k) for k in range(3)) * math.exp(-3 * x),
+    "gamma": lambda x: sum((3 * x)**term / math.factorial(term) for term in range(3)) * math.exp(-3 * x),
     "exponential": lambda x: math.exp(-x),
     "Pareto": lambda x: (1 + x / 1.5)**-2.5,
 }
@@ -47,10 +47,10 @@ class Example(example_test.ExampleTest):
         for name, tail in TAILS.items():
             y = self.table[name]
             kernel = [SHARE * tail(x) for x in self.u[:1500]]
-            for i in checked:
+            for n in checked:
                 # By the equation, this difference is the integral of the tail, whose slope is minus the tail.
-                left, right = (y[at] - convolved(kernel, y, at, spacing) for at in (i, i + 2))
-                self.assertAlmostEqual((left - right) / (2 * spacing), kernel[i + 1], delta=2e-3)
+                left, right = (y[at] - convolved(kernel, y, at, spacing) for at in (n, n + 2))
+                self.assertAlmostEqual((left - right) / (2 * spacing), kernel[n + 1], delta=2e-3)
 
     def test_required_capital_has_the_accepted_probability(self):
         for name in TAILS:

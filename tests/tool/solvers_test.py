@@ -122,7 +122,8 @@ class SolverChecks:
         p = columns((self.directory / "p.csv").read_text())
         steps, h = (len(y["t"]) - 1) // samples_per_step, samples_per_step * y["t"][1]
         prefixes = ["" if name == "y" else name + "_" for name in unknowns]
-        self.assertEqual(list(p), ["step", "t_start", "h"] + [f"{n}a{e}" for n in prefixes for e in range(powers)])
+        coefficients = [f"{prefix}a{power}" for prefix in prefixes for power in range(powers)]
+        self.assertEqual(list(p), ["step", "t_start", "h", *coefficients])
         self.assertEqual(p["step"], list(range(steps)))
         for n in range(steps):
             self.assertAlmostEqual(p["t_start"][n], n * h, delta=1e-14)
@@ -130,9 +131,9 @@ class SolverChecks:
         for name, prefix in zip(unknowns, prefixes, strict=True):
             reached = [[] for _ in y["t"]]
             for n in range(steps):
-                for i in range(n * samples_per_step, (n + 1) * samples_per_step + 1):
-                    s = (y["t"][i] - p["t_start"][n]) / h
-                    reached[i].append(sum(p[f"{prefix}a{power}"][n] * s**power for power in range(powers)))
+                for sample in range(n * samples_per_step, (n + 1) * samples_per_step + 1):
+                    s = (y["t"][sample] - p["t_start"][n]) / h
+                    reached[sample].append(sum(p[f"{prefix}a{power}"][n] * s**power for power in range(powers)))
             for value, one_sided in zip(y[name], reached, strict=True):
                 self.assertAlmostEqual(value, sum(one_sided) / len(one_sided), delta=1e-12)
 

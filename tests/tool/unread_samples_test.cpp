@@ -51,9 +51,9 @@ TEST(unread_samples, are_those_for_which_nan_does_not_change_the_solution) {
             const std::size_t samples = at_nodes.size();
             ASSERT_EQ(at_lags.size(), samples);
             equation whole{std::vector<double>(samples), std::vector<double>(samples), std::vector<double>(samples)};
-            for (std::size_t i = 0; i < samples; ++i) {
-                whole.g[i] = std::sin(0.1 * static_cast<double>(i));
-                whole.K[i] = whole.a[i] = std::exp(-0.1 * static_cast<double>(i));
+            for (std::size_t sample = 0; sample < samples; ++sample) {
+                whole.g[sample] = std::sin(0.1 * static_cast<double>(sample));
+                whole.K[sample] = whole.a[sample] = std::exp(-0.1 * static_cast<double>(sample));
             }
             const std::vector<double> expected = solved(kind, whole, chosen);
             if (expected.empty())
@@ -65,14 +65,15 @@ TEST(unread_samples, are_those_for_which_nan_does_not_change_the_solution) {
             if (kind == 'd')
                 arguments.push_back({&equation::a, &at_nodes});
             for (const auto& [argument, is_read] : arguments)
-                for (std::size_t i = 0; i < samples; ++i) {
-                    if (!(*is_read)[i]) {
-                        (without.*argument)[i] = NAN;
+                for (std::size_t sample = 0; sample < samples; ++sample) {
+                    if (!(*is_read)[sample]) {
+                        (without.*argument)[sample] = NAN;
                         continue;
                     }
                     equation spoiled = whole;
-                    (spoiled.*argument)[i] = NAN;
-                    EXPECT_FALSE(all_finite(solved(kind, spoiled, chosen))) << kind << " " << chosen.text() << " " << i;
+                    (spoiled.*argument)[sample] = NAN;
+                    EXPECT_FALSE(all_finite(solved(kind, spoiled, chosen)))
+                        << kind << " " << chosen.text() << " " << sample;
                     ++solves;
                 }
             EXPECT_EQ(solved(kind, without, chosen), expected) << kind << " " << chosen.text();
@@ -83,9 +84,9 @@ TEST(unread_samples, are_those_for_which_nan_does_not_change_the_solution) {
 // Samples of a cubic, which is interpolated exactly between four samples.
 std::vector<double> cubic(std::size_t samples) {
     std::vector<double> values(samples);
-    for (std::size_t i = 0; i < samples; ++i) {
-        const double t = static_cast<double>(i) / static_cast<double>(samples - 1);
-        values[i] = 1.0 - 2.0 * t + 3.0 * t * t * t;
+    for (std::size_t sample = 0; sample < samples; ++sample) {
+        const double t = static_cast<double>(sample) / static_cast<double>(samples - 1);
+        values[sample] = 1.0 - 2.0 * t + 3.0 * t * t * t;
     }
     return values;
 }
@@ -98,15 +99,15 @@ TEST(unread_samples, of_a_cubic_agree_and_a_deviating_sample_is_found) {
         EXPECT_FALSE(largest_difference(smooth, is_read)) << chosen.text();
         const double range = *std::max_element(smooth[0].begin(), smooth[0].end()) -
                              *std::min_element(smooth[0].begin(), smooth[0].end());
-        for (std::size_t i = 5; i + 5 < is_read.size(); ++i) {
+        for (std::size_t sample = 5; sample + 5 < is_read.size(); ++sample) {
             std::vector<std::vector<double>> changed = smooth;
-            changed[0][i] += 0.5 * range;
+            changed[0][sample] += 0.5 * range;
             const auto found = largest_difference(changed, is_read);
-            ASSERT_TRUE(is_read[i] || found) << chosen.text() << " " << i;
-            if (is_read[i])
+            ASSERT_TRUE(is_read[sample] || found) << chosen.text() << " " << sample;
+            if (is_read[sample])
                 continue;
             EXPECT_EQ(found->column, 0U);
-            EXPECT_EQ(found->row, i);
+            EXPECT_EQ(found->row, sample);
             ++deviations;
         }
     }
@@ -119,8 +120,8 @@ TEST(unread_samples, may_deviate_by_one_percent_times_the_sum_of_the_interpolati
     for (const double part : {0.0124, 0.0126}) {
         const std::vector<double> column{0.0, 0.0, 0.0, part, 0.0, 0.0, 0.0};
         std::vector<double> ramp(7);
-        for (std::size_t i = 0; i < 7; ++i)
-            ramp[i] = static_cast<double>(i) / 6.0 + column[i];
+        for (std::size_t sample = 0; sample < 7; ++sample)
+            ramp[sample] = static_cast<double>(sample) / 6.0 + column[sample];
         const std::vector<std::vector<double>> columns{ramp};
         EXPECT_EQ(largest_difference(columns, is_read).has_value(), part > 0.0125) << part;
     }

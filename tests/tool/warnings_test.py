@@ -14,8 +14,8 @@ from program_case import SINGULAR, SOLVED, ProgramTest, columns, constant_sample
 def table(names, count, spacing, *functions):
     """Samples of functions of t."""
     rows = ["t," + names]
-    rows += [",".join(repr(value) for value in (i * spacing, *(f(i * spacing) for f in functions)))
-             for i in range(count)]
+    rows += [",".join(repr(value) for value in (sample * spacing, *(f(sample * spacing) for f in functions)))
+             for sample in range(count)]
     return "\n".join(rows) + "\n"
 
 
@@ -141,12 +141,12 @@ class FirstKind(WarningTest):
     """Kernels that are 0 or nearly 0 at the start, and forcings that are not."""
 
     def equation(self, kernel, spacing, g=None):
-        """Samples of the kernel. By default g is the integral of the kernel, so that y = 1, to the accuracy needed here."""
+        """Samples of g and the kernel. By default g is the integral of the kernel, so that y is close to 1."""
         count = 9 * max(4, round(2 / (9 * spacing))) + 1
         if g is None:
-            finer = [kernel((i + 0.5) * spacing / 8) * spacing / 8 for i in range(8 * count)]
-            sums = [sum(finer[8 * i:8 * i + 8]) for i in range(count)]
-            running = [math.fsum(sums[:i]) for i in range(count)]
+            finer = [kernel((sample + 0.5) * spacing / 8) * spacing / 8 for sample in range(8 * count)]
+            sums = [sum(finer[8 * sample:8 * sample + 8]) for sample in range(count)]
+            running = [math.fsum(sums[:sample]) for sample in range(count)]
             g = lambda t: running[round(t / spacing)]
         return table("g,K", count, spacing, g, kernel)
 
@@ -187,7 +187,7 @@ class FirstKind(WarningTest):
                 self.assertRegex(found[0], "grow by a factor of about [0-9.]+ in every step")
 
     def test_well_posed_problems_give_no_warning(self):
-        moduli = lambda t: sum(10**(5 - i) * math.exp(-t / 10.0**(i - 2)) for i in range(3, 6))
+        moduli = lambda t: sum(10**(5 - term) * math.exp(-t / 10.0**(term - 2)) for term in range(3, 6))
         for kernel in (lambda t: math.exp(-t), math.cos, lambda t: 1.0 + t, lambda t: math.exp(t), lambda t: 1.0,
                        lambda t: 1 - t, math.cosh, moduli, lambda t: -1e-9 * math.exp(-t), lambda t: math.cos(5 * t),
                        lambda t: 1e9 * (1 + t)):
