@@ -23,7 +23,7 @@ namespace quenta {
 namespace {
 
 using namespace quenta_tests;
-using quenta_tests::random_data; // the C library has one too
+using quenta_tests::random_data; // the C library also declares this name
 
 // A call of the library, and the check of its result.
 struct entry {

@@ -1,4 +1,4 @@
-# cmake -DOBJECT_LIST=<file, an object a line> -DOBJDUMP=<program> -DCOMPILER=<C++ compiler> -DOPTIONS=<for it>
+# cmake -DOBJECT_LIST=<file, one object per line> -DOBJDUMP=<program> -DCOMPILER=<C++ compiler> -DOPTIONS=<for it>
 #       -P no_fused_instructions.cmake
 #
 # The machine code of the library has no fused multiply-add instruction. To check that the search works, the compiler

@@ -1,5 +1,5 @@
-// The code in front of every sample-based solver: the order of its checks, and the row and the lengths that it passes
-// to the implementation. The implementation here only records its arguments.
+// The code that runs before every sample-based solver: the order of its checks, and the row and the lengths that it
+// passes to the implementation. The implementation here only records its arguments.
 #include "quenta_solvers/sampled_entry.hpp"
 
 #include "quenta_solvers/quenta_native.h"

@@ -34,8 +34,8 @@ inline square_matrix exponential(const square_matrix& A, double t) {
         for (std::size_t a = 0; a < matrix.order; ++a)
             matrix.entries[a * matrix.order + a] += 1.0;
     };
-    // exp(X) - 1 = X (1 + X/2 (1 + X/3 (..))), and (1 + E)^2 - 1 = E (2 + E). So the identity is added to a small
-    // matrix only at the end, which would lose digits earlier.
+    // exp(X) - 1 = X (1 + X/2 (1 + X/3 (..))), and (1 + E)^2 - 1 = E (2 + E). Computing exp(X) - 1 keeps the digits
+    // that adding 1 to small entries would lose.
     square_matrix excess{A.order, std::vector<double>(A.order * A.order, 0.0)};
     for (int term = terms; term > 0; --term) {
         add_identity(excess);

@@ -26,7 +26,7 @@ struct system_solver {
     const char* name;
     const char* scalar_solver;
     bool (*run_time_dimension)(int row, const system_samples& data, sampled_answer& answer);
-    bool same_bits; // from all three
+    bool same_bits; // from all three implementations
 };
 
 void PrintTo(const system_solver& solver, std::ostream* stream) {
