@@ -70,7 +70,7 @@ void expect_large_problem_solved(block_kind kind, int P, int D) {
     const bool has_diagonal = kind == block_kind::vie1 || kind == block_kind::vie1_cont;
     const mapped_doubles A{shape.matrix_length(), has_diagonal ? page_size::small : page_size::large};
     if (A.start == nullptr)
-        GTEST_SKIP() << "no address space for A";
+        GTEST_SKIP() << "not enough address space for A";
     const int N = problem.N, components = int(shape.D);
     if (has_diagonal)
         for (int n = 0; n < N; ++n)

@@ -118,7 +118,7 @@ TEST_P(every_solver_bits, equals_the_reference_with_any_sample_not_finite) {
                 }
             });
     EXPECT_GT(counts.solved, 2000);
-    EXPECT_GT(counts.singular, 10) << "an infinite pivot counts as singular";
+    EXPECT_GT(counts.singular, 10) << "expected infinite pivots to count as singular";
 }
 
 TEST_P(every_solver_bits, equals_the_reference_for_extreme_spacings) {
