@@ -40,8 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         EXPECT_TRUE(refused.untouched());
     } else if (N < present_samples(setting)) {
         EXPECT_THROW(solve(), std::exception);
-        EXPECT_THROW(twin_of(solver, problem), std::logic_error);
+        EXPECT_THROW(reference_of(solver, problem), std::logic_error);
     } else
-        expect_equal(twin_of(solver, problem), solve(), want_coeffs != 0);
+        expect_equal(reference_of(solver, problem), solve(), want_coeffs != 0);
     return 0;
 }

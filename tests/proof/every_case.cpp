@@ -152,7 +152,7 @@ void prove(const sampled_case& given) {
     ++proved;
     if (given.N < present_samples(problem.row()) && solver.accepts(problem.row())) {
         EXPECT_THROW(solve(), quenta::index_failure);
-        EXPECT_THROW(twin_of(solver, problem), std::logic_error);
+        EXPECT_THROW(reference_of(solver, problem), std::logic_error);
         return;
     }
     const sampled_answer answer = solve();
@@ -169,7 +169,7 @@ void prove(const sampled_case& given) {
         ASSERT_EQ(answer.status, QUENTA_UNSUPPORTED_SETTING);
         ASSERT_TRUE(answer.untouched());
     } else if (!options.hashes_only) {
-        expect_equal(twin_of(solver, problem), answer, given.want_coeffs != 0);
+        expect_equal(reference_of(solver, problem), answer, given.want_coeffs != 0);
     }
 }
 
@@ -260,7 +260,7 @@ void prove(const block_case& given) {
     results.add(answer.y.values());
     ++proved;
     if (!options.hashes_only) {
-        ASSERT_TRUE(answers_as_the_twin(problem, answer, block_twin(problem)));
+        ASSERT_TRUE(matches_reference(problem, answer, block_reference(problem)));
     }
 }
 

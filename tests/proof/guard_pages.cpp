@@ -132,7 +132,7 @@ TEST_P(guard_pages, are_not_accessed_by_the_sample_based_solvers) {
                         const reference::setting with_its_list = copy.row();
                         return solver.solve(copy.data, copy.dt, with_its_list, 1);
                     });
-                    expect_equal(twin_of(solver, problem), answer, true);
+                    expect_equal(reference_of(solver, problem), answer, true);
                     ++solved;
                 });
     EXPECT_EQ(solved, 2 * ((4 * 4) * 56 + 4 * 56 - (2 * 4 + 2) * 3));
@@ -147,7 +147,7 @@ TEST_P(guard_pages, are_not_accessed_by_the_block_solvers) {
             const block_problem problem = random_blocks(random, kind, N, P, D);
             const block_answer answer =
                 guarded(problem, [](const block_problem& copy) { return call_block_solver(copy); });
-            ASSERT_TRUE(answers_as_the_twin(problem, answer, block_twin(problem)));
+            ASSERT_TRUE(matches_reference(problem, answer, block_reference(problem)));
             ++solved;
         }
     });
