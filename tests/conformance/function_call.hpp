@@ -72,7 +72,7 @@ inline int call_block_solver(const block_problem& problem, const double* A, doub
 
 inline block_answer call_block_solver(const block_problem& problem, const double* A) {
     const reference::block_shape shape = problem.shape();
-    block_answer answer{-1, fenced_array{shape.N * shape.M()},
+    block_answer answer{-1, fenced_array{shape.N * shape.n_sys()},
                         fenced_array{problem.carries() ? (shape.N + 1) * shape.D : 0}};
     answer.status = call_block_solver(problem, A, answer.x.data(), answer.y.data());
     return answer;

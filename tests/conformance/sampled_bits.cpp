@@ -174,13 +174,13 @@ INSTANTIATE_TEST_SUITE_P(solver, every_solver_bits, ::testing::ValuesIn(every_so
 
 // Otherwise the comparisons above could not detect that a solver uses the wrong one of the three.
 TEST(vide_reference, has_three_variants_that_round_differently) {
-    using enum reference::vide_body;
+    using enum reference::vide_variant;
     random_data random{20260207};
     int scalar_and_fixed = 0, fixed_and_any = 0, any_and_scalar = 0;
     for_each_row(10, [&](std::size_t row, std::size_t N) {
         const sampled_problem problem = random_problem(random, row, 2, N);
         const auto& [D, g, K, a, y0] = problem.data;
-        const auto out = [&, D = D, &g = g, &K = K, &a = a, &y0 = y0](reference::vide_body variant) {
+        const auto out = [&, D = D, &g = g, &K = K, &a = a, &y0 = y0](reference::vide_variant variant) {
             return reference::solve_vide(variant, g, K, a, D, y0, problem.dt, problem.row()).out;
         };
         scalar_and_fixed += !equal_bits(out(scalar), out(fixed_dimension));

@@ -195,9 +195,9 @@ inline reference::solution reference_of(const sampled_solver& solver, const samp
         break;
     }
     constexpr int largest_fixed_dimension = 8;
-    const reference::vide_body variant = !solver.solves_systems         ? reference::vide_body::scalar
-                                         : D <= largest_fixed_dimension ? reference::vide_body::fixed_dimension
-                                                                        : reference::vide_body::any_dimension;
+    const reference::vide_variant variant = !solver.solves_systems         ? reference::vide_variant::scalar
+                                            : D <= largest_fixed_dimension ? reference::vide_variant::fixed_dimension
+                                                                           : reference::vide_variant::any_dimension;
     return reference::solve_vide(variant, g, K, a, D, y0, problem.dt, problem.row());
 }
 

@@ -21,7 +21,7 @@ struct block_shape {
     std::size_t slots; // matrices per step in a row of A: one per point, and one for the carried value
     bool vector_form;  // a row product starts from 0.0
 
-    std::size_t M() const { return P * D; }
+    std::size_t n_sys() const { return P * D; }
     std::size_t matrix_length() const { return N * P * N * slots * D * D; }
 
     // Entry (a, b) of the matrix for point i of step n and slot j of step k.
@@ -56,7 +56,7 @@ inline bool append_block_solution(std::size_t n_sys, std::vector<double> matrix,
 inline block_solution function_solve_vie1(std::size_t N, std::size_t P, std::size_t D, bool vector_form,
                                           std::span<const double> A, std::span<const double> forcing) {
     const block_shape shape{N, P, D, P, vector_form};
-    const std::size_t n_sys = shape.M();
+    const std::size_t n_sys = shape.n_sys();
     block_solution solution;
     for (std::size_t n = 0; n < N; ++n) {
         std::vector<double> rhs(n_sys), matrix(n_sys * n_sys);
@@ -82,7 +82,7 @@ inline block_solution function_solve_vie1(std::size_t N, std::size_t P, std::siz
 inline block_solution function_solve_vie2(std::size_t N, std::size_t P, std::size_t D, bool vector_form,
                                           std::span<const double> A, std::span<const double> forcing) {
     const block_shape shape{N, P, D, P, vector_form};
-    const std::size_t n_sys = shape.M();
+    const std::size_t n_sys = shape.n_sys();
     block_solution solution;
     for (std::size_t n = 0; n < N; ++n) {
         std::vector<double> rhs(n_sys), matrix(n_sys * n_sys);
@@ -110,7 +110,7 @@ inline block_solution function_solve_vie1_cont(std::size_t N, std::size_t P, std
                                                std::span<const double> A, std::span<const double> forcing,
                                                std::span<const double> w, double rho, std::span<const double> y0) {
     const block_shape shape{N, P, D, P + 1, vector_form};
-    const std::size_t n_sys = shape.M();
+    const std::size_t n_sys = shape.n_sys();
     block_solution solution;
     std::vector<double>&x = solution.x, &y = solution.y;
     y.assign(y0.begin(), y0.end());
@@ -184,7 +184,7 @@ inline block_solution function_solve_vide(std::size_t N, std::size_t P, const vi
 inline block_solution function_solve_vide_vec(std::size_t N, std::size_t P, std::size_t D, const vide_blocks& given) {
     const auto& [A, forcing, coefficient, E, w, h, y0] = given;
     const block_shape shape{N, P, D, P + 1, true};
-    const std::size_t n_sys = shape.M();
+    const std::size_t n_sys = shape.n_sys();
     block_solution solution;
     std::vector<double>&x = solution.x, &y = solution.y;
     y.assign(y0.begin(), y0.end());

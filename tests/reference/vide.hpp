@@ -17,34 +17,34 @@
 
 namespace reference {
 
-enum class vide_body { scalar, fixed_dimension, any_dimension };
+enum class vide_variant { scalar, fixed_dimension, any_dimension };
 
 // An entry of the step matrix, identity - h Ba - h^2 W.
-inline double step_entry(vide_body variant, double identity, double W, double Ba, double h) {
+inline double step_entry(vide_variant variant, double identity, double W, double Ba, double h) {
     switch (variant) {
-    case vide_body::scalar:
+    case vide_variant::scalar:
         return identity - (W * h + Ba) * h;
-    case vide_body::fixed_dimension:
+    case vide_variant::fixed_dimension:
         return identity - ((h * h) * W + h * Ba);
-    case vide_body::any_dimension:
+    case vide_variant::any_dimension:
         return (identity - h * Ba) - (h * h) * W;
     }
     return NAN;
 }
 
 // The coefficient of y(t_n) in the equation of node c. `sum` is the weighted sum of the kernel.
-inline double start_coefficient(vide_body variant, double coefficient, double sum, double c, double h) {
-    return variant == vide_body::scalar ? coefficient + (sum * c) * h : sum * (c * h) + coefficient;
+inline double start_coefficient(vide_variant variant, double coefficient, double sum, double c, double h) {
+    return variant == vide_variant::scalar ? coefficient + (sum * c) * h : sum * (c * h) + coefficient;
 }
 
 // The contribution of an unknown to y(t_n + h) - y(t_n): by its integral up to s = 1, or by the weight of its node.
-inline double end_increment(vide_body variant, double unknown, double integral_at_1, double weight, double h) {
-    return variant == vide_body::scalar ? integral_at_1 * (unknown * h) : (h * unknown) * weight;
+inline double end_increment(vide_variant variant, double unknown, double integral_at_1, double weight, double h) {
+    return variant == vide_variant::scalar ? integral_at_1 * (unknown * h) : (h * unknown) * weight;
 }
 
 class vide_solver : collocation_scheme {
 public:
-    vide_solver(vide_body which, const std::vector<double>& forcing, const std::vector<double>& kernel,
+    vide_solver(vide_variant which, const std::vector<double>& forcing, const std::vector<double>& kernel,
                 const std::vector<double>& matrices, int dimension, const std::vector<double>& initial_value, double dt,
                 const setting& row)
         : collocation_scheme{row, dimension, dt, kernel.size()}, variant{which}, g{forcing}, K{kernel},
@@ -173,7 +173,7 @@ private:
         }
     }
 
-    const vide_body variant;
+    const vide_variant variant;
     const std::vector<double>&g, &K, &coefficient;
 
     // beta[j][p] is the coefficient of s^p of the integral of L_j from 0 to s, and the others are values of that
@@ -185,7 +185,7 @@ private:
     std::vector<std::vector<double>> B; // B[n][a]: component a of y(t_n)
 };
 
-inline solution solve_vide(vide_body variant, const std::vector<double>& g, const std::vector<double>& K,
+inline solution solve_vide(vide_variant variant, const std::vector<double>& g, const std::vector<double>& K,
                            const std::vector<double>& a, int D, const std::vector<double>& y0, double dt,
                            const setting& row) {
     return vide_solver{variant, g, K, a, D, y0, dt, row}.solve();
