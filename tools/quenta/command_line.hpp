@@ -3,8 +3,7 @@
 
 namespace quenta_program {
 
-// Parses the arguments and runs the command. Returns the exit code; throws bad_input on arguments that it does not
-// take.
+// Parses the arguments, runs the command and returns its exit code. Throws bad_input on wrong arguments.
 int run_command_line(int argc, char** argv);
 
 } // namespace quenta_program

@@ -93,7 +93,7 @@ kernel_fault description(const equation_samples& equation, double rise, double g
     if (largest_magnitude(equation.kernels(0, 1)) == 0.0) {
         fault.start = "K(0) is 0";
         fault.cure =
-            "expected another K(0): differentiate the equation, and solve it with K' and g' in place of K and g; "
+            "expected a nonzero K(0): differentiate the equation, and solve it with K' and g' in place of K and g; "
             "differentiate again if K'(0) is 0 too";
     } else if (std::isinf(rise) && !scalar) {
         fault.start = "the matrix K(0) is singular";

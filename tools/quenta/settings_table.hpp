@@ -8,7 +8,7 @@ namespace quenta_program {
 
 struct setting {
     int m;
-    std::vector<int> nodes; // k_i, ascending: node i is at c_i = k_i / m
+    std::vector<int> nodes; // k_i: node i is at c_i = k_i / m
 
     int count() const { return static_cast<int>(nodes.size()); }
     int samples_per_step() const { return m * m; }
