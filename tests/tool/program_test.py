@@ -102,7 +102,7 @@ class BadInput(ProgramTest):
                             "commas, semicolons or tabs")
 
     def test_a_column_named_twice_is_refused(self):
-        self.assert_refused("t,g,K,g\n0,1,1,2\n", "line 1", "'g'", "twice")
+        self.assert_refused("t,g,K,g\n0,1,1,2\n", "line 1", "expected one column 'g', got 2")
 
     def test_a_field_that_is_not_a_number_is_refused(self):
         for field in ("x", "", "1,5", "1.0.0", "0x10", "1e999", "--1", "+-1", "1 2", "one\ttwo"):
@@ -110,8 +110,8 @@ class BadInput(ProgramTest):
                 self.assert_refused(f't,g,K\n0,1,1\n# between\n1,"{field}",1\n', "line 4", "'g'", "expected a number")
 
     def test_a_line_with_another_number_of_fields_is_refused(self):
-        self.assert_refused("t,g,K\n0,1,1\n1,1\n", "line 3", "2 fields", "expected 3")
-        self.assert_refused("t,g,K\n0,1,1\n1,1,1,1\n", "line 3", "4 fields", "expected 3")
+        self.assert_refused("t,g,K\n0,1,1\n1,1\n", "line 3", "expected 3 fields", "got 2")
+        self.assert_refused("t,g,K\n0,1,1\n1,1,1,1\n", "line 3", "expected 3 fields", "got 4")
 
     def test_unbalanced_quotes_are_refused(self):
         self.assert_refused('t,g,K\n0,1,1\n1,"1,1\n2,1,1\n', "line 3", "quotes")
@@ -122,40 +122,41 @@ class BadInput(ProgramTest):
 
     def test_a_grid_that_is_not_uniform_is_refused(self):
         rows = constant_samples(30).splitlines()
-        self.assert_refused("\n".join(rows[:11] + rows[12:]), "line 12", "t is 11", "expected 10", "0.001")
-        self.assert_refused("t,g,K\n0,1,1\n0.5,1,1\n1.5,1,1\n2.5,1,1\n3.5,1,1\n", "line 3", "expected 1,")
-        drifting = "t,g,K\n" + "".join(f"{sample * (1 + 1e-5 * sample)!r},1,1\n" for sample in range(401))
-        self.assert_refused(drifting, "line ", "expected ", "equally spaced")
+        self.assert_refused("\n".join(rows[:11] + rows[12:]), "line 12", "expected t = 10,", "0.001", "got 11")
+        self.assert_refused("t,g,K\n0,1,1\n0.5,1,1\n1.5,1,1\n2.5,1,1\n3.5,1,1\n", "line 3", "expected t = 1,")
+        drifting = "t,g,K\n" + "".join(f"{i * (1 + 1e-5 * i)!r},1,1\n" for i in range(401))
+        self.assert_refused(drifting, "line ", "expected t = ", "equally spaced")
 
     def test_times_that_do_not_ascend_are_refused(self):
-        self.assert_refused("t,g,K\n0,1,1\n1,1,1\n1,1,1\n2,1,1\n3,1,1\n", "line 4", "t is 1 after 1", "ascend")
-        self.assert_refused("t,g,K\n0,1,1\n-1,1,1\n-2,1,1\n-3,1,1\n-4,1,1\n", "line 3", "ascend")
+        self.assert_refused("t,g,K\n0,1,1\n1,1,1\n1,1,1\n2,1,1\n3,1,1\n", "line 4", "expected t to increase, got 1 after 1")
+        self.assert_refused("t,g,K\n0,1,1\n-1,1,1\n-2,1,1\n-3,1,1\n-4,1,1\n", "line 3", "expected t to increase, got -1 after 0")
 
     def test_a_grid_that_does_not_start_at_0_is_refused(self):
-        self.assert_refused("t,g,K\n1,1,1\n2,1,1\n3,1,1\n4,1,1\n5,1,1\n", "line 2", "starts at 1", "expected 0", "lag")
+        self.assert_refused("t,g,K\n1,1,1\n2,1,1\n3,1,1\n4,1,1\n5,1,1\n", "line 2", "expected t to start at 0", "lag",
+                            "got 1")
 
     def test_a_time_that_is_not_finite_is_refused(self):
         for time in ("nan", "inf"):
-            self.assert_refused(f"t,g,K\n0,1,1\n1,1,1\n2,1,1\n3,1,1\n{time},1,1\n", "line 6", "t is " + time)
+            self.assert_refused(f"t,g,K\n0,1,1\n1,1,1\n2,1,1\n3,1,1\n{time},1,1\n", "line 6", "expected a finite t, got " + time)
 
     def test_a_setting_that_is_not_in_the_table_is_refused_with_the_nearest_ones(self):
-        for setting, nearest in {"2:2,1": "2:1,2", "2:0,3": "2:0 and", "5:0,4": "4:0,4", "3:1,1": "3:1 and",
+        for setting, nearest in {"2:2,1": "2:1,2", "2:0,3": "2:0 or", "5:0,4": "4:0,4", "3:1,1": "3:1 or",
                                  "1:0,1,2,3,4,5": "1:0,1", "0:0": "1:0", "-1:0": "1:0"}.items():
             with self.subTest(setting):
-                self.assert_refused(constant_samples(40), f"'{setting}'", "not in the table", nearest,
+                self.assert_refused(constant_samples(40), f"got '{setting}'", "quenta settings", nearest,
                                     arguments=("--setting=" + setting,))
 
     def test_a_setting_with_a_syntax_error_is_refused(self):
         for setting in ("x", "2", "2:", "2:0,", "2:,0", ":0", "2:0 1", "2;0", "99999999999:0", "", "2:0,1.0"):
             with self.subTest(setting):
-                self.assert_refused(constant_samples(40), f"'{setting}'", "expected m:k1,k2",
+                self.assert_refused(constant_samples(40), f"got '{setting}'", "expected a setting m:k1,k2",
                                     arguments=("--setting", setting))
 
     def test_too_few_samples_for_a_step_are_refused(self):
         for setting, least in (("1:0", 2), ("2:0,1,2", 5), ("3:3", 10), ("4:4", 17)):
             for rows in range(least):
                 text = "".join(constant_samples(40).splitlines(True)[: rows + 1])
-                self.assert_refused(text, f" {rows} sample", f"at least {least}", setting,
+                self.assert_refused(text, f"got {rows}\n", f"expected at least {least} samples", setting,
                                     arguments=("--setting", setting))
             self.solve("--setting", setting, text=constant_samples(least - 1, K=0))
 
@@ -197,11 +198,11 @@ class BadInput(ProgramTest):
         for output, polynomials in (("y.csv", "y.csv"), ("y.csv", "./y.csv"), ("-", "-")):
             run = self.run_program("vie2", "--output", output, "--polynomials", polynomials, text=constant_samples(4))
             self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
-            self.assert_one_sentence(run.stderr, "both")
+            self.assert_one_sentence(run.stderr, "expected two different files for --output and --polynomials")
         self.assertEqual(self.listing(), [])
 
     def test_an_invalid_command_line_is_refused(self):
-        for arguments, fragment in (((), "vie1, vie2, vide or settings"), (("vie3",), "vie3"),
+        for arguments, fragment in (((), "expected a command: vie1, vie2, vide or settings"), (("vie3",), "vie3"),
                                     (("vie2", "--what"), "--what"), (("vie2", "a.csv", "b.csv"), "b.csv"),
                                     (("vie2", "--setting"), "--setting"), (("settings", "x"), "x")):
             with self.subTest(arguments):
@@ -226,7 +227,7 @@ class NonFiniteSamples(ProgramTest):
         self.assertIn("warning: standard input, line 4: g is nan", messages[0])
         self.assertIn("warning: standard input, line 6: g is inf, and the setting 1:0 does not read", messages[1])
         self.assertIn("warning: standard input, line 5: K is -inf", messages[2])
-        self.assertIn("not finite from t = 2 on: y is nan, since samples are not finite", messages[3])
+        self.assertIn("not finite from t = 2 on: y is nan, because samples are not finite", messages[3])
         y = columns(run.stdout)["y"]
         self.assertEqual(y[:2], [1, 1])
         self.assertTrue(all(math.isnan(value) for value in y[2:]))

@@ -125,7 +125,7 @@ class SolutionsThatAreNotFinite(WarningTest):
         text = table("g,K", 2001, 0.5, lambda t: 1.0, lambda t: 1.0)
         for command, arguments in (("vie2", ()), ("vide", ("--y0=1",))):
             message = self.assert_warned(command, text, *arguments, of=("the solution is not finite from t = ",
-                                                                        "although all samples are", "setting"))
+                                                                        "although all samples are finite", "setting"))
             t = float(re.search("from t = ([0-9.]+) on", message)[1])
             found = columns(self.numbers)
             self.assertTrue(all(math.isfinite(y) == (at < t) for at, y in zip(found["t"], found["y"])))
@@ -134,7 +134,7 @@ class SolutionsThatAreNotFinite(WarningTest):
         samples, solution = self.warnings("vie2", changed(SMOOTH, 74, 1, "inf"))
         self.assertIn("line 74: g is inf", samples)
         self.assertIn("the solution is not finite from t = 0.94", solution)
-        self.assertIn("since samples are not finite", solution)
+        self.assertIn("because samples are not finite", solution)
 
 
 class FirstKind(WarningTest):
@@ -175,7 +175,7 @@ class FirstKind(WarningTest):
 
     def test_a_subnormal_kernel_at_the_start_is_reported(self):
         found = self.warnings("vie1", self.equation(lambda t: t if t > 0 else 1e-320, 0.02))[0]
-        self.assertIn("K(0) is small (1e-320), and under", found)
+        self.assertIn("K(0) is small (1e-320), and with", found)
 
     def test_the_warning_depends_on_the_growth_under_the_chosen_setting(self):
         kernel = lambda t: 0.2 + math.sqrt(t) * math.exp(-t)
@@ -222,7 +222,7 @@ class FirstKind(WarningTest):
     def test_the_error_of_a_singular_step_gives_the_reason(self):
         run = self.run_program("vie1", "--setting", "1:1", text=self.equation(lambda t: t, 0.05))
         self.assertEqual((run.returncode, run.stdout), (SINGULAR, ""))
-        self.assert_one_sentence(run.stderr.splitlines(True)[-1], "is singular under the setting 1:1", "K(0) is 0",
+        self.assert_one_sentence(run.stderr.splitlines(True)[-1], "is singular with the setting 1:1", "K(0) is 0",
                                  "differentiate")
 
     def test_a_forcing_that_does_not_start_at_0_is_reported(self):
