@@ -60,7 +60,7 @@ TEST(failure_types, a_negative_number_of_samples_throws_a_conversion_failure_for
             const auto failure = failure_of<conversion_failure>(N, row);
             ASSERT_TRUE(failure);
             EXPECT_STREQ(failure->what(), "Conversion positive overflow");
-            expect_place(*failure, "vie2_body");
+            expect_place(*failure, "vie2_scheme");
         }
 }
 

@@ -1,4 +1,4 @@
-"""The solvers from samples: their arguments, their checks, and the call.
+"""The sample-based solvers: their arguments, their checks, and the call.
 
     vie1   integral from 0 to t of K(t - s) y(s) ds = g(t)
     vie2   y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds
