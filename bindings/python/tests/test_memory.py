@@ -223,7 +223,7 @@ def test_solves_wait_for_functions_for_a_limited_time(machine, monkeypatch):
 
 def test_what_does_not_fit_is_refused_when_nothing_else_is_running(machine):
     machine.room = 100 * MEGABYTE
-    with pytest.raises(quenta.SizeError, match="got a solve, which takes 209.7 MB, where 104.9 MB are free"):
+    with pytest.raises(quenta.SizeError, match="got a solve, which takes 209.7 MB; 104.9 MB are free"):
         reserve(200 * MEGABYTE, "a solve")
     raised = []
 
