@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Measures what the package adds to the time of the library, and what two threads gain.
+"""Measures the overhead of the package over the library, and the speedup with two threads.
 
 usage: benchmark_calls.py [--quick]
 
-The library's own time is that of the foreign call, less that of the same call refused at its door (no nodes), which
-leaves out what it costs to get there. The overhead is the time of the Python function less the library's own. The
-calls are timed in turn, so that whatever else the machine does meets all of them; every figure is a median.
+The time of the library is that of the foreign call, minus that of the same call with no nodes, which the library refuses
+at once. So it does not include the cost of a foreign call. The overhead is the time of the Python function minus that
+time. The calls are timed alternately, so that other work on the machine affects all of them. All results are medians.
 """
 
 from __future__ import annotations
@@ -23,7 +23,7 @@ import quenta
 from quenta.native_library import library
 from quenta.setting_table import NODE_ADDRESSES
 
-SAMPLES = 109  # whole steps of both settings
+SAMPLES, DT = 109, 0.01  # whole steps of both settings
 CALLS = 50
 
 
@@ -34,36 +34,47 @@ def seconds(call: Callable[[], object], calls: int) -> float:
     return (time.process_time() - started) / calls
 
 
-def overhead(kind: str, D: Optional[int], rounds: int) -> tuple[float, float, float]:
-    """Medians, in microseconds, of the library's own time, of the Python function, and of their difference."""
-    dt = 0.01
-    t = np.arange(SAMPLES) * dt
-    g, K, y0 = np.sin(t), np.exp(-t), np.zeros(D or 1)
-    if D is not None:
-        g, K = np.sin(t)[:, None] * np.ones(D), np.exp(-t)[:, None, None] * np.eye(D)
-    a = -K
-    setting = quenta.settings()[23 if kind == "vie1" else 9]
-    solve: Callable[[], object] = {
-        "vie1": lambda: quenta.solve_vie1(g, K, dt, setting=setting),
-        "vie2": lambda: quenta.solve_vie2(g, K, dt, setting=setting),
-        "vide": lambda: quenta.solve_vide(g, K, a, 0.0 if D is None else y0, dt, setting=setting),
-    }[kind]
+class Calls:
+    """The same solve as a call of the Python function and as a foreign call."""
 
-    out, coefficients, steps = np.empty_like(g), np.empty(g.size * 4), ctypes.c_int()
+    def __init__(self, kind: str, D: Optional[int]) -> None:
+        self.kind, self.D = kind, D
+        t = np.arange(SAMPLES) * DT
+        self.g, self.K, self.y0 = np.sin(t), np.exp(-t), np.zeros(D or 1)
+        if D is not None:
+            self.g, self.K = np.sin(t)[:, None] * np.ones(D), np.exp(-t)[:, None, None] * np.eye(D)
+        self.a = -self.K
+        self.setting = quenta.settings()[23 if kind == "vie1" else 9]
+        self.results = np.empty_like(self.g), np.empty(self.g.size * 4), ctypes.c_int()
 
-    def foreign(count: int) -> Callable[[], object]:
-        start = {
-            "vie1": [g.ctypes.data, K.ctypes.data, SAMPLES],
-            "vie2": [g.ctypes.data, K.ctypes.data, SAMPLES],
-            "vide": [g.ctypes.data, K.ctypes.data, a.ctypes.data, SAMPLES],
-        }[kind] + ([] if D is None else [D])
-        initial: list[object] = [] if kind == "vie2" else [0.0 if D is None else y0.ctypes.data]
-        end = [dt, setting.m, NODE_ADDRESSES[setting.row], count, 1] + ([0] if kind == "vie1" else [])
-        given = (*start, *initial, *end, out.ctypes.data, coefficients.ctypes.data, ctypes.byref(steps))
+    def python(self) -> Callable[[], object]:
+        g, K, a, y0, setting = self.g, self.K, self.a, 0.0 if self.D is None else self.y0, self.setting
+        if self.kind == "vide":
+            return lambda: quenta.solve_vide(g, K, a, y0, DT, setting=setting)
+        solve = getattr(quenta, f"solve_{self.kind}")
+        return lambda: solve(g, K, DT, setting=setting)
+
+    def foreign(self, count: int) -> Callable[[], object]:
+        """The foreign call with the first `count` nodes of the setting."""
+        kind, D, setting = self.kind, self.D, self.setting
+        arrays = (self.g, self.K, self.a) if kind == "vide" else (self.g, self.K)
+        sizes = (SAMPLES,) if D is None else (SAMPLES, D)
+        initial: list[object] = [] if kind == "vie2" else [0.0 if D is None else self.y0.ctypes.data]
+        flags = (1, 0) if kind == "vie1" else (1,)
+        out, coefficients, steps = self.results
+        given = (
+            *(array.ctypes.data for array in arrays),
+            *(*sizes, *initial, DT, setting.m, NODE_ADDRESSES[setting.row], count, *flags),
+            *(out.ctypes.data, coefficients.ctypes.data, ctypes.byref(steps)),
+        )
         function = getattr(library, f"quenta_solve_{kind}" + ("" if D is None else "_vec"))
         return lambda: function(*given)
 
-    solving, refused = foreign(setting.count), foreign(0)
+
+def overhead(kind: str, D: Optional[int], rounds: int) -> tuple[float, float, float]:
+    """Medians in microseconds of the time of the library, of the Python function, and of their difference."""
+    calls = Calls(kind, D)
+    solving, refused, solve = calls.foreign(calls.setting.count), calls.foreign(0), calls.python()
     assert solving() == 0 and refused() == 1
     times = []
     for _ in range(rounds):
@@ -75,7 +86,10 @@ def overhead(kind: str, D: Optional[int], rounds: int) -> tuple[float, float, fl
 
 
 def run_threads(threads: int, N: int, solves: int) -> tuple[float, float]:
-    """Of threads that each solve so often, from when all have started: solves a second, and processors kept busy."""
+    """Runs threads that each make `solves` solves. Returns solves per second, and the average number of busy processors.
+
+    The time begins after all threads have started.
+    """
     t = np.arange(N) * 0.01
     g, K = np.ones(N), np.exp(-t)
     start = threading.Barrier(threads + 1)
@@ -98,9 +112,9 @@ def run_threads(threads: int, N: int, solves: int) -> tuple[float, float]:
 
 
 def thread_gain(N: int, solves: int, rounds: int) -> tuple[float, float, float, float]:
-    """Solves a second with one thread, by how much two are faster, and the processors that either kept busy.
+    """Solves per second with one thread, the speedup with two, and the busy processors in both cases.
 
-    Medians over pairs that ran in turn. On a machine with other work to do, the gain is that of the processors it gave.
+    The results are medians over alternating runs. Other work on the machine reduces the speedup and the busy processors.
     """
     pairs = [(*run_threads(1, N, solves), *run_threads(2, N, solves)) for _ in range(rounds)]
     one, gain, busy, both_busy = (

@@ -1,7 +1,7 @@
 """Problems of limited smoothness with known solutions, for `measure_settings.py`.
 
-y, K and a are smooth functions and waves that begin at random times. A wave t^p exp(-rate t) / p! from t = 0 on has
-p - 1 continuous derivatives; the next one jumps there. Complex rates make cosines and sines.
+y, K and a are sums of smooth functions and of waves that start at random times. A wave is t^p exp(-rate t) / p! for
+t >= 0 and 0 for t < 0: its derivative of order p jumps at 0. Complex rates result in cosines and sines.
 """
 
 from __future__ import annotations
@@ -13,7 +13,7 @@ from typing import Any, NamedTuple
 import numpy as np
 
 END = 10.0
-PROBLEMS = 8  # for each kind and smoothness; which is best differs from one to the next
+PROBLEMS = 8  # per kind and smoothness; the best setting differs between problems
 
 
 class Wave(NamedTuple):
@@ -32,10 +32,10 @@ class Samples(NamedTuple):
 
 @functools.lru_cache(maxsize=None)
 def samples(kind: str, smoothness: int, number: int, count: int) -> Samples:
-    """`count` samples on 0 .. END of problem `number`, whose g, K and a have so many continuous derivatives."""
+    """`count` samples on 0 .. END of problem `number`, whose g, K and a have `smoothness` continuous derivatives."""
     random_numbers = random.Random(1000 * smoothness + number)
     uniform = random_numbers.uniform
-    # The first kind integrates y, and the integro-differential equation differentiates it.
+    # For a g of this smoothness: equations of the first kind integrate y, integro-differential ones differentiate it.
     power = smoothness + {"vie1": 0, "vie2": 1, "vide": 2}[kind]
     t = np.linspace(0, END, count)
     y = [Wave(1, 0, 0, 0), Wave(-1j, 0, -1j * uniform(0.5, 2), 0)]  # 1 + sin
@@ -76,7 +76,7 @@ def _slopes(waves: list[Wave], t: Any) -> Any:
 
 
 def _convolution(waves: list[Wave], others: list[Wave], t: Any) -> Any:
-    """The integral from 0 to t of the one sum at t - s times the other at s."""
+    """The convolution of two sums of waves."""
     total = sum(
         one.height * other.height * _convolved(one, other, t - one.start - other.start)
         for one in waves
@@ -86,7 +86,7 @@ def _convolution(waves: list[Wave], others: list[Wave], t: Any) -> Any:
 
 
 def _convolved(one: Wave, other: Wave, t: Any) -> Any:
-    """Of two waves, by the partial fractions of their Laplace transforms
+    """The convolution of two waves, by partial fractions of the Laplace transforms
 
         F(p, q) = 1 / ((z + one.rate)^p (z + other.rate)^q) = (F(p-1, q) - F(p, q-1)) / (one.rate - other.rate).
     """

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""Measures the error estimates of `quenta.with_error` on random problems with known solutions.
+"""Measures the accuracy of the error estimates of `quenta.with_error` on random problems with known solutions.
 
 usage: measure_estimates.py [COUNT]
 
-Draws COUNT problems of each kind, 2000 if it is not given; the number of a problem is its seed. Fails if a trusted
-estimate is more than 10 times too small, or if 1 percent of those of a kind are more than 3 times too small.
+Draws COUNT problems of each kind, 2000 by default. The number of a problem is its seed. Fails if a trusted estimate is
+more than 10 times too small, or if at least 1 percent of those of a kind are more than 3 times too small.
 """
 
 from __future__ import annotations
@@ -26,8 +26,8 @@ def main(arguments: list[str]) -> int:
 
     missed = False
     columns = ["10 times too small", "3 times too small", "3 times too large"]
-    print(f"Of {count} problems of each kind, in percent; the last columns are in percent of the trusted.")
-    print("".join(f"{title:>21}" for title in ["", "trusted", *columns]) + "  with the smallest estimates")
+    print(f"{count} problems of each kind. Trusted: percent of all problems; other columns: percent of the trusted ones.")
+    print("".join(f"{title:>21}" for title in ["", "trusted", *columns]) + "  problems with the smallest estimates")
     for family in random_problems.FAMILIES:
         with np.errstate(all="ignore"):
             found, smallest = random_problems.judge(family, count)

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""Measures every collocation setting in every form, and writes what `quenta.settings()` tells of them.
+"""Measures all collocation settings in all forms. `quenta.settings()` returns the results.
 
 usage: measure_settings.py [--check]
 
-Writes quenta/measured_settings.json beside this script; with --check it only compares with what is there.
+Writes quenta/measured_settings.json. With --check, compares with the existing file instead.
 """
 
 from __future__ import annotations
@@ -13,7 +13,6 @@ import math
 import pathlib
 import re
 import sys
-import warnings
 from dataclasses import asdict, replace
 from typing import Any, Optional
 
@@ -22,38 +21,41 @@ import numpy as np
 from kinked_problems import END, PROBLEMS
 
 import quenta
+from quenta.sampled_solvers import prepare_vide, prepare_vie1, prepare_vie2
 from quenta.setting_table import FORMS, KINKED_SAMPLES, SMOOTHEST, Measurement, Setting
 
 FILE = pathlib.Path(quenta.__file__).with_name("measured_settings.json")
 COMMAND = "python3 bindings/python/measure_settings.py"
-SMALLEST_ERROR = 1e-10  # below it rounding would be measured; the first kind differentiates it
-FADED = 1e-10
-STIFF = 1e3  # rate of decay times the length of a step
+SMALLEST_ERROR = 1e-10  # smaller errors are affected by rounding, which first-kind equations differentiate
+FADED = 1e-10  # disturbances below this fraction of the largest one are not used
+STIFF = 1e3  # decay rate times the length of a step
 
 
 def solve_form(form: str, setting: Setting, dt: float, count: int, g: Any, K: Any, a: Any, y0: float) -> quenta.Solution:
+    """Solves without computing warnings, which would take most of the time."""
     t = np.arange(count) * dt
     g, K, a = (values(t) if callable(values) else np.full(count, values) for values in (g, K, a))
     options: dict[str, Any] = {"setting": setting, "check_finite": False}
     if form == "vie2":
-        return quenta.solve_vie2(g, K, dt, **options)
+        return prepare_vie2(g, K, dt, **options).solve()
     if form == "vide":
-        return quenta.solve_vide(g, K, a, y0, dt, **options)
+        return prepare_vide(g, K, a, y0, dt, **options).solve()
     if form == "vie1_continuous":
         options.update(continuous=True, y0=y0)
-    return quenta.solve_vie1(g, K, dt, **options)
+    return prepare_vie1(g, K, dt, **options).solve()
 
 
 # ---- Order: y = 1 + sin t, K = exp(-t), a = -1 - t / 10 -------------------------------------------------------------
 
 
 def smooth_errors(form: str, setting: Setting, dt: float, count: int) -> tuple[float, float]:
-    """The largest error over all samples, and over the ends of the steps."""
+    """The largest error over all samples, and the largest error over the ends of the steps."""
 
     def solution(t: Any) -> Any:
         return 1 + np.sin(t)
 
-    def memory(t: Any) -> Any:  # integral from 0 to t of exp(s - t) y(s) ds
+    def memory(t: Any) -> Any:
+        """The integral from 0 to t of exp(s - t) y(s) ds."""
         return 1 - np.exp(-t) + (np.sin(t) - np.cos(t) + np.exp(-t)) / 2
 
     def coefficient(t: Any) -> Any:
@@ -71,7 +73,7 @@ def smooth_errors(form: str, setting: Setting, dt: float, count: int) -> tuple[f
 
 
 def orders(form: str, setting: Setting) -> tuple[Optional[float], Optional[float]]:
-    """Of both errors: log2 of the last ratio at which the step is halved before rounding shows."""
+    """The orders of both errors: log2 of their ratio at the last halving of the step that rounding does not affect."""
     measured: list[Optional[float]] = [None, None]
     before = (math.nan, math.nan)
     for steps in (20, 40, 80, 160, 320, 640):
@@ -88,7 +90,7 @@ def orders(form: str, setting: Setting) -> tuple[Optional[float], Optional[float
 
 
 def kinked_errors(form: str, setting: Setting) -> tuple[tuple[float, ...], ...]:
-    """For each smoothness and number of samples."""
+    """The errors for each smoothness and number of samples."""
     return tuple(
         tuple(kinked_error(form, setting, smoothness, count) for count in KINKED_SAMPLES)
         for smoothness in range(SMOOTHEST + 1)
@@ -96,7 +98,7 @@ def kinked_errors(form: str, setting: Setting) -> tuple[tuple[float, ...], ...]:
 
 
 def kinked_error(form: str, setting: Setting, smoothness: int, count: int) -> float:
-    """The geometric mean over all problems; an error of 1 is the largest, as all larger ones are equally useless."""
+    """The geometric mean of the relative errors over all problems. Errors above 1 count as 1."""
     logarithms = 0.0
     for number in range(PROBLEMS):
         y, g, K, a = kinked_problems.samples(form.split("_")[0], smoothness, number, count)
@@ -108,16 +110,16 @@ def kinked_error(form: str, setting: Setting, smoothness: int, count: int) -> fl
     return float(f"{math.exp(logarithms / PROBLEMS):.2g}")
 
 
-# ---- Growth: what is left of a disturbance after many steps ---------------------------------------------------------
+# ---- Growth of a disturbance over many steps ------------------------------------------------------------------------
 
 
 def growth(form: str, setting: Setting, stiff: bool) -> float:
-    """The factor by step, of the first kind for K = 1, of the others for decay at rate 1 or, stiff, within a step."""
+    """The growth factor per step: for K = 1 in the first kind, else for decay with rate 1, or STIFF per step if stiff."""
     steps, dt = 61, 1e-3 / setting.spacings
     count = steps * setting.spacings + 1
     rate = STIFF / (setting.spacings * dt) if stiff else 1.0
     if form == "vie1":
-        # The equation is disturbed in its first step.
+        # Only the first step is disturbed.
         g: Any = np.zeros(count)
         g[1 : setting.spacings + 1] = dt * np.cos(np.arange(setting.spacings))
         found = solve_form(form, setting, dt, count, lambda t: g, 1.0, 0.0, 0.0)
@@ -148,9 +150,9 @@ def measure(form: str, setting: Setting) -> Measurement:
     except quenta.QuentaError as refusal:
         note = "refused" if isinstance(refusal, quenta.UnsupportedSettingError) else "singular"
         if setting.nodes[0] == 0:
-            note = "the first kind says nothing of a node 0"
+            note = "at the node 0 an equation of the first kind contains no unknown"
         elif note == "refused":
-            note = "refused, for it amplifies every error"
+            note = "refused because it amplifies all errors"
         return Measurement(False, None, None, None, None, None, note)
     note = sentence(order, order_at_steps, factor, stiff)
     measured = Measurement(True, order, order_at_steps, error, factor, stiff, note)
@@ -159,18 +161,18 @@ def measure(form: str, setting: Setting) -> Measurement:
 
 def sentence(order: Optional[float], order_at_steps: Optional[float], factor: float, stiff: Optional[float]) -> str:
     if factor > 1.01:
-        return f"errors grow by a factor of {factor:.3g} in every step, until they overflow"
-    parts = ["no order was seen" if order is None else f"order {order:.0f}"]
+        return f"errors grow by a factor of {factor:.3g} per step until they overflow"
+    parts = ["no order observed" if order is None else f"order {order:.0f}"]
     if order is not None and order_at_steps is not None and order_at_steps > order + 0.5:
         parts[0] += f", {order_at_steps:.0f} at the ends of the steps"
     if stiff is None:
-        parts.append("a disturbance " + ("stays, and does not grow" if factor > 0.99 else "fades"))
+        parts.append("disturbances " + ("neither grow nor decay" if factor > 0.99 else "decay"))
     elif stiff > 1.01:
-        parts.append("what decays within a step overflows: take short steps")
+        parts.append("components that decay within a step overflow: use short steps")
     elif stiff > 0.9:
-        parts.append("what decays within a step is not damped")
+        parts.append("components that decay within a step are not damped")
     else:
-        parts.append("serves stiff problems too")
+        parts.append("suitable for stiff problems")
     return "; ".join(parts)
 
 
@@ -178,7 +180,6 @@ def main(arguments: list[str]) -> int:
     if arguments not in ([], ["--check"]):
         print(__doc__, file=sys.stderr)
         return 2
-    warnings.simplefilter("ignore", quenta.QuentaWarning)
     measured = {}
     with np.errstate(all="ignore"):
         for setting in quenta.settings():
@@ -188,7 +189,7 @@ def main(arguments: list[str]) -> int:
     text = re.sub(r'\[[^{}"]*\]', lambda numbers: "".join(numbers[0].split()), text)  # lists of numbers on one line
     if arguments:
         if FILE.read_text(encoding="utf-8") != text:
-            print(f"{FILE} is not what is measured now; run {COMMAND}", file=sys.stderr)
+            print(f"{FILE}: expected the values measured now, got others; run {COMMAND}", file=sys.stderr)
             return 1
         return 0
     FILE.write_text(text, encoding="utf-8")

@@ -1,4 +1,4 @@
-"""The wheel holds the shared library, so it is one for a platform; it is none for a version of Python."""
+"""The wheel contains the shared library, so it depends on the platform, but not on the version of Python."""
 
 from setuptools import setup
 from setuptools.dist import Distribution

@@ -1,11 +1,11 @@
-"""Solvers for linear Volterra equations: NumPy arrays in, piecewise polynomials out.
+"""Solvers for linear Volterra equations. They take NumPy arrays and return piecewise polynomials.
 
-    solve_vie1, solve_vie2, solve_vide            from samples of a convolution kernel
-    solve_blocks_vie1, _vie1_cont, _vie2, _vide   from assembled blocks of a collocation scheme
-    settings, recommend                           the collocation settings, what was measured of them, and a choice
+    solve_vie1, solve_vie2, solve_vide            sample-based solvers, for convolution kernels
+    solve_blocks_vie1, _vie1_cont, _vie2, _vide   block solvers, for assembled blocks of a collocation scheme
+    settings, recommend                           the collocation schemes, their measured errors, and a recommendation
     with_error                                    a solution with an estimate of its error
-    ensemble                                      many solves, on one machine or on many
-    release_memory                                gives memory of finished solves back to the system
+    ensemble                                      many solves, on one machine or several
+    release_memory                                returns memory of finished solves to the system
 """
 
 from .block_solvers import (

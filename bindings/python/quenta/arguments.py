@@ -1,6 +1,6 @@
-"""What users pass, turned into what the library takes: contiguous arrays of doubles of the right shape.
+"""Converts arguments to the types that the library takes: contiguous arrays of doubles of the right shape.
 
-Arrays that are so already are passed as they are; nothing is copied.
+Arrays that already have this form are not copied.
 """
 
 from __future__ import annotations
@@ -14,7 +14,7 @@ import numpy as np
 
 from .memory_account import refusal, reserve
 
-if TYPE_CHECKING:  # NumPy knows the types of elements since 1.21, which Python 3.9 need not have
+if TYPE_CHECKING:  # numpy.typing.NDArray needs NumPy 1.21; the package supports 1.19
     from numpy.typing import NDArray
 
     Array = NDArray[np.float64]
@@ -25,12 +25,12 @@ _DOUBLE = np.dtype(np.float64)
 
 
 def shape_text(shape: tuple[Union[int, str], ...]) -> str:
-    """(3, 2) or (N, D), as Python writes it."""
+    """A shape as Python writes a tuple, such as (3, 2) or (N, D)."""
     return "(" + ", ".join(map(str, shape)) + ("," if len(shape) == 1 else "") + ")"
 
 
 def real_array(name: str, value: Any, finite: bool) -> Array:
-    """A contiguous array of doubles, the argument itself where it is one."""
+    """A contiguous array of doubles: the argument itself if it is one, otherwise a copy."""
     if type(value) is np.ndarray and value.dtype is _DOUBLE and value.flags.c_contiguous and value.flags.aligned:
         array = value
     else:
@@ -41,12 +41,12 @@ def real_array(name: str, value: Any, finite: bool) -> Array:
 
 
 def size_of_copy(array: Any) -> int:
-    """The bytes that an array takes once more, because `real_array` has to convert it."""
+    """The bytes of the copy that `real_array` makes of an array, or 0 if it makes none."""
     plain = array.dtype is _DOUBLE and array.flags.c_contiguous and array.flags.aligned
     return 0 if plain else _DOUBLE.itemsize * int(array.size)
 
 
-# So many numbers are looked at at once. What is made of them in between stays small, and they stay in the cache.
+# Numbers checked at once. Temporary arrays stay small, and the part stays in the cache.
 _PART = 2**13
 
 
@@ -54,12 +54,12 @@ def all_finite(array: Array) -> bool:
     if array.size > _PART:
         flat = array.reshape(-1)
         return all(all_finite(flat[first : first + _PART]) for first in range(0, flat.size, _PART))
-    # The sum of squares is cheap, and finite only if every number is.
+    # The sum of squares is cheap to compute, and finite only if all numbers are.
     return math.isfinite(np.vdot(array, array)) or bool(np.isfinite(array).all())
 
 
 def address(array: Array) -> int:
-    """Where a contiguous array begins."""
+    """The address of the first element of a contiguous array."""
     try:
         return ctypes.addressof(ctypes.c_char.from_buffer(array))  # type: ignore[arg-type]
     except (TypeError, ValueError):  # read-only, or empty
@@ -71,12 +71,12 @@ def _converted(name: str, value: Any) -> Array:
         raise ValueError(f"{name}: expected numbers everywhere, got an array with masked elements")
     try:
         array = np.asarray(value)
-        # A type of pandas that has a value for "missing". Texts and such are not numbers, though pandas would convert them.
+        # Nullable types of pandas. Strings are excluded, since pandas would convert them.
         if array.dtype.kind == "O" and hasattr(value, "to_numpy") and _may_be_numbers(array):
             array = np.asarray(value.to_numpy(dtype=_DOUBLE, na_value=np.nan))
     except MemoryError as failure:
         raise refusal(0, f"{name} as an array") from failure
-    except Exception as failure:  # from NumPy, or from what the value does to become an array
+    except Exception as failure:  # from NumPy, or from a conversion method of the value
         reason = " ".join(str(failure).split())
         raise ValueError(f"{name}: expected an array of real numbers, got {sketch(value)} ({reason})") from None
     if array.dtype.kind not in "biuf":
@@ -89,12 +89,12 @@ def _may_be_numbers(array: Any) -> bool:
     return not any(isinstance(item, (str, bytes)) for item in array.flat)
 
 
-# So many numbers are copied at once, in some hundredths of a second. Between these parts Ctrl-C is answered.
+# Numbers copied at once, in some hundredths of a second. Signals are handled between the parts.
 _COPIED_AT_ONCE = 2**24
 
 
 def contiguous(array: Any) -> Array:
-    """The array itself, or a copy, as contiguous doubles."""
+    """The array as contiguous doubles: itself if possible, otherwise a copy."""
     if array.size <= _COPIED_AT_ONCE or not size_of_copy(array):
         return np.require(array, _DOUBLE, ["C", "A"])
     copy = np.empty(array.shape)
@@ -110,11 +110,11 @@ def _not_finite(name: str, array: Array) -> ValueError:
     index = first + int(np.argmin(np.isfinite(flat[first : first + _PART])))
     place = tuple(int(i) for i in np.unravel_index(index, array.shape))
     where = f" at index {place[0] if len(place) == 1 else place}" if place else ""
-    return ValueError(f"{name}: expected finite numbers, got {array[place]}{where} (check_finite=False lets it pass)")
+    return ValueError(f"{name}: expected finite numbers, got {array[place]}{where} (check_finite=False accepts it)")
 
 
 def sketch(value: Any) -> str:
-    """A value in a few words, on one line, for a message."""
+    """A short text for a value, on one line, for messages."""
     try:
         text = " ".join(repr(value).split())
     except Exception:
@@ -123,7 +123,7 @@ def sketch(value: Any) -> str:
 
 
 def real_number(name: str, value: Any, finite: bool = True) -> float:
-    """A number, also one in an array without dimensions."""
+    """The value as a float. Arrays without dimensions are accepted."""
     if type(value) is float:
         number = value
     else:
@@ -131,7 +131,7 @@ def real_number(name: str, value: Any, finite: bool = True) -> float:
             if isinstance(value, (str, bytes)) or np.ndim(value) != 0 or np.iscomplexobj(value):
                 raise TypeError
             number = float(value)
-        except Exception:  # also from what the value does to become a number
+        except Exception:  # includes those from a conversion method of the value
             raise ValueError(f"{name}: expected a real number, got {sketch(value)}") from None
     if finite and not math.isfinite(number):
         raise ValueError(f"{name}: expected a finite number, got {number}")
@@ -139,7 +139,7 @@ def real_number(name: str, value: Any, finite: bool = True) -> float:
 
 
 def true_or_false(name: str, value: Any) -> bool:
-    """True or False, or 1 or 0. Nothing else: an array has no truth value, and the text "False" would count as true."""
+    """The value as a bool. Only True, False, 1 and 0 are accepted: the text "False" would otherwise count as true."""
     if not isinstance(value, (bool, np.bool_)) and not (isinstance(value, int) and value in (0, 1)):
         raise ValueError(f"{name}: expected True or False, got {sketch(value)}")
     return bool(value)
@@ -156,27 +156,28 @@ def whole_number(name: str, value: Any, least: int) -> int:
     try:
         number = operator.index(value)
     except TypeError:
-        raise ValueError(f"{name}: expected a whole number, got {sketch(value)}") from None
+        raise ValueError(f"{name}: expected an integer, got {sketch(value)}") from None
     if number < least:
-        raise ValueError(f"{name}: expected a number from {least} on, got {number}")
+        raise ValueError(f"{name}: expected an integer of at least {least}, got {number}")
     return number
 
 
 def positive_number(name: str, value: Any) -> float:
     number = real_number(name, value)
     if number <= 0:
-        raise ValueError(f"{name}: expected a number above 0, got {number}")
+        raise ValueError(f"{name}: expected a positive number, got {number}")
     return number
 
 
-def expect_shape(name: str, array: Array, shape: tuple[int, ...], meaning: Optional[str] = None) -> None:
+def expect_shape(name: str, array: Array, shape: tuple[int, ...], meaning: str) -> None:
     if array.shape != shape:
-        text = shape_text(shape) + (f", that is {meaning}," if meaning else "")
-        raise ValueError(f"{name}: expected an array of shape {text} got {shape_text(array.shape)}")
+        raise ValueError(
+            f"{name}: expected an array of shape {shape_text(shape)}, that is {meaning}, got {shape_text(array.shape)}"
+        )
 
 
 def initial_value(name: str, value: Any, dimension: Optional[int], finite: bool) -> Union[float, Array]:
-    """A number for a scalar equation; for a system an array of shape (D,), or a number for all components."""
+    """A number for a scalar equation, an array of shape (D,) for a system. There a number applies to all components."""
     if dimension is None:
         return real_number(name, value, finite)
     array = real_array(name, value, finite)

@@ -1,4 +1,4 @@
-"""A second solution of a sampled problem, from all its samples: the backward differentiation formula of order 6.
+"""A second solution of a sampled problem, which uses all samples: the backward differentiation formula of order 6.
 
 The formula
 
@@ -10,8 +10,8 @@ Such rules are stable for all three kinds of equation, also for the first kind a
 Wolkenfelt, The construction of reducible quadrature rules for Volterra integral and integro-differential equations,
 IMA Journal of Numerical Analysis 2, 1982, pages 131 to 152).
 
-The weights depend on the lag n - j alone. So they are multiplied into the kernel, and the library's solver with the
-setting (1, [1]), which has the weight 1 at every sample, does the work.
+The weights depend only on the lag n - j. They are multiplied into the kernel, and the library solves the equation with
+the setting (1, [1]), whose quadrature rule has the weight 1 at every sample.
 """
 
 from __future__ import annotations
@@ -26,9 +26,9 @@ from .sampled_solvers import SampledProblem
 from .setting_table import find_setting
 
 ORDER = 6
-#: The fewest samples that have a solution.
+#: The smallest number of samples.
 LEAST = ORDER + 1
-# The weights converge like 0.87^lag; from this lag on the last one stands for all.
+# The weights converge like 0.87^lag. For larger lags than this the last weight is used.
 _LAGS = 300
 
 
@@ -42,7 +42,7 @@ def solve_all_samples(problem: SampledProblem) -> Array:
     a = None if problem.a is None else problem.a.reshape(N, D, D)
     first = _first_values(problem.form, g, K, a, np.reshape(problem.y0, -1), dt)
 
-    # The solver's sample 0 is the last of the first samples; it solves for those from 1 on.
+    # Sample 0 of the solver is the last of the first values. The solver computes its samples 1, 2, ...
     count = N - ORDER + 1
     alpha, weights, start_weights = _formula()
     weighted = K[:count] * _continued(weights, count)[:, np.newaxis, np.newaxis]
@@ -51,7 +51,8 @@ def solve_all_samples(problem: SampledProblem) -> Array:
         products = K[ORDER - j : N - j] @ first[j]
         known[1:] += dt * _continued(start_weights[ORDER:, j], count - 1)[:, np.newaxis] * products
     if a is not None:
-        # The solver takes (y_n - y_{n-1}) / dt for the derivative. What the formula has more goes into the kernel.
+        # The solver approximates the derivative by (y_n - y_{n-1}) / dt. The other terms of the formula are added to
+        # the kernel.
         excess = alpha.copy()
         excess[:2] -= 1.0, -1.0
         lags = min(ORDER + 1, count)
@@ -76,12 +77,13 @@ def solve_all_samples(problem: SampledProblem) -> Array:
 
 
 def _first_values(form: str, g: Array, K: Array, a: Any, y0: Array, dt: float) -> Array:
-    """By collocation at the first 6 samples: the solution, or its derivative, is a polynomial of degree 5.
+    """The first 6 values, by collocation: the solution, or its derivative, is a polynomial of degree 5.
 
-    An equation of the first kind says nothing at time 0, and is imposed at the next 6 samples instead.
+    The equation is imposed at the first 6 samples. At time 0 an equation of the first kind contains no unknown, so it
+    is imposed at the 6 samples after it.
     """
     D = g.shape[1]
-    memory = dt * np.einsum("nkl,kij->nilj", _products(), K[: ORDER + 1])  # of values at the first 6 samples
+    memory = dt * np.einsum("nkl,kij->nilj", _products(), K[: ORDER + 1])  # acts on values at the first 6 samples
     identity = np.einsum("nl,ij->nilj", np.eye(ORDER), np.eye(D))
     if form.startswith("vie1"):
         return _solution(memory[1:], g[1 : ORDER + 1])
@@ -97,7 +99,7 @@ def _first_values(form: str, g: Array, K: Array, a: Any, y0: Array, dt: float) -
 
 
 def _solution(matrix: Array, right: Array) -> Array:
-    """Of the system whose unknowns are vectors at samples: matrix[n, i, l, j] is for component j at sample l."""
+    """Solves a system whose unknowns are vectors at samples: matrix[n, i, l, j] multiplies component j at sample l."""
     return np.linalg.solve(matrix.reshape(right.size, right.size), right.ravel()).reshape(right.shape)
 
 
@@ -106,13 +108,13 @@ def _solution(matrix: Array, right: Array) -> Array:
 
 @lru_cache(maxsize=None)
 def _formula() -> tuple[Array, Array, Array]:
-    """alpha, weights by lag, start_weights by sample; the last row of either stands for all that follow."""
-    # alpha has the coefficients of the sum of (1 - x)^j / j over j = 1 .. 6.
+    """alpha, weights[lag] and start_weights[n, j]. For larger lags and n than computed, the last row applies."""
+    # alpha: the coefficients of the sum of (1 - x)^j / j over j = 1 .. 6.
     alpha, power = np.zeros(ORDER + 1), np.ones(1)
     for j in range(1, ORDER + 1):
         power = np.convolve(power, [1.0, -1.0])
         alpha[: j + 1] += power / j
-    # Column j has the integrals of the function that is 1 at sample j, and 0 at all others.
+    # Column j: the integrals of the function that is 1 at sample j and 0 at all others.
     integrals = np.zeros((ORDER + _LAGS, ORDER + 1))
     integrals[:ORDER, :ORDER] = [_integral(n, lambda s: [p(s) for p in _lagrange(ORDER)]) for n in range(ORDER)]
     for n in range(ORDER, len(integrals)):
@@ -138,12 +140,12 @@ def _products() -> Array:
 
 
 def _lagrange(count: int) -> list[Any]:
-    """The polynomials that are 1 at one of the nodes 0 .. count - 1, and 0 at the others."""
+    """The Lagrange polynomials on the nodes 0 .. count - 1."""
     products = [np.poly1d([node for node in range(count) if node != k], r=True) for k in range(count)]
     return [product / product(k) for k, product in enumerate(products)]
 
 
 def _integral(end: int, polynomials: Callable[[Array], Any]) -> Any:
-    """From 0 to end, exact for degrees up to 13."""
+    """The integrals of polynomials from 0 to end, by Gauss quadrature; exact up to degree 13."""
     nodes, weights = np.polynomial.legendre.leggauss(ORDER + 1)  # type: ignore[no-untyped-call]
     return (np.array(polynomials((nodes + 1) * end / 2)) * weights).sum(axis=-1) * end / 2

@@ -1,7 +1,7 @@
-"""The solvers from assembled blocks: shapes checked, and the call.
+"""The block solvers: checks of the arguments, and the calls of the library.
 
-N steps with P points each (1 to 5); vectors have D components (1 to 8), and one axis more. Blocks of steps k > n are
-never read, and may hold anything.
+There are N steps with P points each, P from 1 to 5. In systems vectors have D components, D from 1 to 8, along one more
+axis. Blocks with k > n are never read and may contain anything.
 """
 
 from __future__ import annotations
@@ -28,7 +28,7 @@ from .interruptible import call
 from .memory_account import reserve
 from .native_library import LARGEST_INDEX, MOST_DIMENSIONS, MOST_POINTS, library
 
-# A NaN that no calculation makes: what it still marks after a solve was not written.
+# A NaN that no calculation produces. After a solve it marks the values that were not written.
 _UNWRITTEN = np.uint64(0x7FF8_5EED_0B10_C550)
 
 # Assumed rate of reading A, in bytes per second. A may be mapped from a file.
@@ -36,7 +36,7 @@ _BYTES_PER_SECOND = 5e8
 
 
 class CarriedSolution(NamedTuple):
-    """What the solvers with a value carried from step to step return: the pair (x, y).
+    """The result (x, y) of a block solver that carries a value from step to step.
 
     x
         Values at the points, an array of shape (N, P) or (N, P, D).
@@ -49,25 +49,25 @@ class CarriedSolution(NamedTuple):
 
 
 def solve_blocks_vie1(A: Any, b: Any, *, check_finite: bool = True) -> Array:
-    """Solves sum over k = 0 .. n of A[n, :, k] x[k] = b[n] for n = 0 .. N-1: a scheme of the first kind.
+    """Solves a scheme of the first kind: sum over k = 0 .. n of A[n, :, k] x[k] = b[n] for n = 0 .. N-1.
 
-    Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D). Returns x, of the shape of b.
+    Shapes: A (N, P, N, P) and b (N, P); for a system A (N, P, N, P, D, D) and b (N, P, D). Returns x with the shape of b.
 
-    Raises `SingularBlockError` if the system of a step is singular, `SizeError` for N, P or D out of range, and
-    `ValueError` for any other argument that is wrong. With `check_finite`, NaN and infinity are refused wherever they are
-    read, and a solution that overflows is warned of (`GrowthWarning`).
+    Raises `SingularBlockError` if the system of a step is singular, `SizeError` if N, P or D is out of range, and
+    `ValueError` for any other invalid argument. With `check_finite`, NaN and infinity are refused where they are read,
+    and a solution that overflows causes a `GrowthWarning`.
     """
     return _Blocks(A, b, 0, check_finite).solve("function_solve_vie1", (), (), False).x
 
 
 def solve_blocks_vie2(A: Any, b: Any, *, check_finite: bool = True) -> Array:
-    """Solves x[n] = b[n] + sum over k = 0 .. n of A[n, :, k] x[k] for n = 0 .. N-1: a scheme of the second kind.
+    """Solves a scheme of the second kind: x[n] = b[n] + sum over k = 0 .. n of A[n, :, k] x[k] for n = 0 .. N-1.
 
-    Shapes: A (N, P, N, P) and b (N, P); or A (N, P, N, P, D, D) and b (N, P, D). Returns x, of the shape of b.
+    Shapes: A (N, P, N, P) and b (N, P); for a system A (N, P, N, P, D, D) and b (N, P, D). Returns x with the shape of b.
 
-    Raises `SingularBlockError` if the system of a step is singular, `SizeError` for N, P or D out of range, and
-    `ValueError` for any other argument that is wrong. With `check_finite`, NaN and infinity are refused wherever they are
-    read, and a solution that overflows is warned of (`GrowthWarning`).
+    Raises `SingularBlockError` if the system of a step is singular, `SizeError` if N, P or D is out of range, and
+    `ValueError` for any other invalid argument. With `check_finite`, NaN and infinity are refused where they are read,
+    and a solution that overflows causes a `GrowthWarning`.
     """
     return _Blocks(A, b, 0, check_finite).solve("function_solve_vie2", (), (), False).x
 
@@ -75,17 +75,17 @@ def solve_blocks_vie2(A: Any, b: Any, *, check_finite: bool = True) -> Array:
 def solve_blocks_vie1_cont(
     A: Any, b: Any, w: Any, rho: float, y0: Any, *, check_finite: bool = True
 ) -> CarriedSolution:
-    """Solves a scheme of the first kind with a value carried from step to step: for n = 0 .. N-1
+    """Solves a scheme of the first kind that carries a value from step to step: for n = 0 .. N-1
 
         sum over k = 0 .. n of (A[n, :, k, :P] x[k] + A[n, :, k, P] y[k]) = b[n],
         y[n+1] = rho y[n] + sum over j of w[j] x[n, j],    y[0] = y0.
 
-    Shapes: A (N, P, N, P + 1), b (N, P), w (P,) and a number y0; or A (N, P, N, P + 1, D, D), b (N, P, D), w (P,) and
-    y0 (D,). Returns x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D).
+    Shapes: A (N, P, N, P + 1), b (N, P), w (P,) and a number y0; for a system A (N, P, N, P + 1, D, D), b (N, P, D),
+    w (P,) and y0 (D,). Returns a `CarriedSolution`: x with the shape of b, and y with the shape (N + 1,) or (N + 1, D).
 
-    Raises `SingularBlockError` if the system of a step is singular, `SizeError` for N, P or D out of range, and
-    `ValueError` for any other argument that is wrong. With `check_finite`, NaN and infinity are refused wherever they are
-    read, and a solution that overflows is warned of (`GrowthWarning`).
+    Raises `SingularBlockError` if the system of a step is singular, `SizeError` if N, P or D is out of range, and
+    `ValueError` for any other invalid argument. With `check_finite`, NaN and infinity are refused where they are read,
+    and a solution that overflows causes a `GrowthWarning`.
     """
     blocks = _Blocks(A, b, 1, check_finite)
     weights = blocks.array("w", w, (blocks.P,), "(P,)")
@@ -96,18 +96,19 @@ def solve_blocks_vie1_cont(
 def solve_blocks_vide(
     A: Any, b: Any, C: Any, E: Any, w: Any, h: Any, y0: Any, *, check_finite: bool = True
 ) -> CarriedSolution:
-    """Solves a scheme of an integro-differential equation, whose unknowns x are derivatives: for n = 0 .. N-1
+    """Solves a scheme of an integro-differential equation. The unknowns x are derivatives. For n = 0 .. N-1
 
         x[n, i] = b[n, i] + C[n, i] (y[n] + h[n] sum over j of E[i, j] x[n, j])
                   + sum over k = 0 .. n of (A[n, i, k, P] y[k] + h[k] sum over j of A[n, i, k, j] x[k, j]),
         y[n+1] = y[n] + h[n] sum over j of w[j] x[n, j],    y[0] = y0.
 
-    Shapes: A (N, P, N, P + 1), b and C (N, P), E (P, P), w (P,), h (N,) and a number y0; or A (N, P, N, P + 1, D, D),
-    b (N, P, D), C (N, P, D, D) and y0 (D,). Returns x, of the shape of b, and y, of shape (N + 1,) or (N + 1, D).
+    Shapes: A (N, P, N, P + 1), b and C (N, P), E (P, P), w (P,), h (N,) and a number y0; for a system
+    A (N, P, N, P + 1, D, D), b (N, P, D), C (N, P, D, D) and y0 (D,). Returns a `CarriedSolution`: x with the shape of b,
+    and y with the shape (N + 1,) or (N + 1, D).
 
-    Raises `SingularBlockError` if the system of a step is singular, `SizeError` for N, P or D out of range, and
-    `ValueError` for any other argument that is wrong. With `check_finite`, NaN and infinity are refused wherever they are
-    read, and a solution that overflows is warned of (`GrowthWarning`).
+    Raises `SingularBlockError` if the system of a step is singular, `SizeError` if N, P or D is out of range, and
+    `ValueError` for any other invalid argument. With `check_finite`, NaN and infinity are refused where they are read,
+    and a solution that overflows causes a `GrowthWarning`.
     """
     blocks = _Blocks(A, b, 1, check_finite)
     N, P, D = blocks.N, blocks.P, blocks.D
@@ -122,7 +123,7 @@ def solve_blocks_vide(
 
 
 class _Blocks:
-    """A and b, with the sizes that they have in common. A step has P slots, and `carried` more."""
+    """A and b with their common sizes. A step has P + `carried` slots."""
 
     def __init__(self, A: Any, b: Any, carried: int, finite: bool) -> None:
         self.finite = finite = true_or_false("check_finite", finite)
@@ -138,7 +139,7 @@ class _Blocks:
         for name, size, most in (("N", self.N, LARGEST_INDEX), ("P", self.P, MOST_POINTS), ("D", self.D, MOST_DIMENSIONS)):
             if size is not None and not 1 <= size <= most:
                 raise SizeError(f"b: expected {name} from 1 to {most}, got {size} in the shape {shape_text(self.b.shape)}")
-        # Infinities and NaN may stand where A is not read. Where it is read they show in the result.
+        # A may contain infinity and NaN where it is not read. Where it is read they appear in the result.
         self.A = real_array("A", A, finite=False)
         shape = (self.N, self.P, self.N, self.P + carried) + (() if self.D is None else (self.D, self.D))
         text = "(N, P, N, P + 1" if carried else "(N, P, N, P"
@@ -159,9 +160,9 @@ class _Blocks:
         after: tuple[Union[float, Array], ...],
         carries: bool,
     ) -> CarriedSolution:
-        """Calls the function with A, b, the arguments that stand before its sizes, the sizes, and those after them."""
+        """Calls function(A, b, *before, *sizes, *after, *results)."""
         sizes = (self.N, self.P) if self.D is None else (self.N, self.P, self.D)
-        # The results, and two copies for the checks.
+        # Results, and two copies for the checks.
         with reserve(24 * self.b.size + 16 * (self.N + 1) * (self.D or 1), f"a solve of {self.N} steps") as reservation:
             x = np.full(self.b.shape, _UNWRITTEN).view(np.float64)
             y = np.full((self.N + 1,) + self.b.shape[2:], _UNWRITTEN).view(np.float64)
@@ -173,10 +174,10 @@ class _Blocks:
         if status == native_library.SOLVED:
             if self.finite and not (all_finite(x) and (not carries or all_finite(y))):
                 self._refuse_infinite_blocks()
-                warnings.warn("the solution has left the range of numbers", GrowthWarning, stacklevel=3)
+                warnings.warn("the solution overflows", GrowthWarning, stacklevel=3)
             return CarriedSolution(x, y)
         if status != native_library.SINGULAR_BLOCK:
-            raise SizeError(f"b: the library refuses the sizes N, P, D = {sizes}")
+            raise SizeError(f"b: expected sizes N, P, D that the library supports, got {sizes}")
         if self.finite:
             self._refuse_infinite_blocks()
         solved = int(np.argmax((x.view(np.uint64) == _UNWRITTEN).reshape(self.N, -1).any(axis=1)))
@@ -191,5 +192,5 @@ class _Blocks:
                 i, *rest = (int(place) for place in np.argwhere(~np.isfinite(read))[0])
                 raise ValueError(
                     f"A: expected finite numbers where it is read, got {self.A[(n, i, *rest)]} at index "
-                    f"{(n, i, *rest)} (check_finite=False lets it pass)"
+                    f"{(n, i, *rest)} (check_finite=False accepts it)"
                 )

@@ -1,4 +1,4 @@
-"""The members of an ensemble, distributed over an executor. No member is lost or counted twice, even if workers die."""
+"""Distributes the members of an ensemble over an executor. No member is lost or repeated, even if workers die."""
 
 from __future__ import annotations
 
@@ -9,8 +9,8 @@ from typing import Any, Callable, Generator, Iterator, Optional
 
 from .ensemble_members import Member, Outcome, in_detail, in_one_line, origin, solve_members, unpacked
 
-_CHUNKS = 64  # the default: enough to balance the load, few enough to keep the overhead low
-_SIGNAL_CHECK = 0.2  # seconds; some systems do not interrupt a thread that waits
+_CHUNKS = 64  # by default: enough to balance the load, and few enough for a low overhead
+_SIGNAL_CHECK = 0.2  # seconds between checks for signals, which on some systems do not interrupt a waiting thread
 
 Part = list[Member]
 PartFuture = concurrent.futures.Future[list[Outcome]]
@@ -19,14 +19,14 @@ PartFuture = concurrent.futures.Future[list[Outcome]]
 def solve_elsewhere(
     solve: Callable[[Any], Any], members: Part, executor: Any, chunk: Optional[int]
 ) -> Generator[list[Outcome], None, None]:
-    """Yields outcomes in the order of completion, one per member. Closing it cancels members that have not started."""
+    """Yields the outcomes of all members in the order of completion. Closing it cancels members that have not started."""
     sharing = _Sharing(solve, executor)
     size = chunk or 1 + len(members) // _CHUNKS
     sharing.waiting.extend(members[first : first + size] for first in range(0, len(members), size))
     try:
         yield from sharing.outcomes()
     finally:
-        # Before Python 3.12, shutting down a process pool can hang if futures were cancelled. Few are pending here.
+        # Before Python 3.12, shutting down a process pool can hang after futures were cancelled. It has few pending.
         if not isinstance(executor, concurrent.futures.ProcessPoolExecutor):
             for future in sharing.pending:
                 future.cancel()
@@ -35,21 +35,21 @@ def solve_elsewhere(
 class _Sharing:
     def __init__(self, solve: Callable[[Any], Any], executor: Any) -> None:
         self.solve, self.origin = solve, origin(executor)
-        if hasattr(executor, "get_executor"):  # a Client of Dask. Members may be drawn by chance, so none is reused
+        if hasattr(executor, "get_executor"):  # a Client of Dask. Results must not be reused: members may be random
             executor = executor.get_executor(pure=False)
         self.executor = executor
-        # A pool breaks as a whole. What it has not been given yet is not suspected of having broken it.
+        # A pool breaks as a whole. Parts that were not submitted yet cannot have broken it.
         workers = getattr(executor, "_max_workers", None)
         self.most_pending = 2 * workers if isinstance(workers, int) else None
         self.waiting: collections.deque[Part] = collections.deque()
-        #: Parts that were running when a worker died. Each is run again, alone.
+        #: Parts that were running when a worker died. Each is run again with no other part pending.
         self.suspects: collections.deque[Part] = collections.deque()
         self.alone: Optional[Part] = None
         self.pending: dict[PartFuture, Part] = {}
         self.done: queue.SimpleQueue[PartFuture] = queue.SimpleQueue()
         self.started = False
         self.broken: Optional[BaseException] = None
-        self.in_flight: Part = []  # when it broke
+        self.in_flight: Part = []  # members that were submitted when the executor broke
 
     def outcomes(self) -> Iterator[list[Outcome]]:
         while True:
@@ -75,15 +75,15 @@ class _Sharing:
 
     def submit(self, part: Part) -> Iterator[list[Outcome]]:
         if self.broken is not None:
-            error = f"not run, since the executor failed before: {in_one_line(self.broken)}"
+            error = f"not run because the executor had failed: {in_one_line(self.broken)}"
             yield _lost(part, error, in_detail(self.broken))
             return
         try:
             future = self.executor.submit(solve_members, self.solve, part, self.origin)
-        except RuntimeError as failure:  # it is broken, or was shut down
+        except RuntimeError as failure:  # broken or shut down
             if not self.started:
                 raise ValueError(
-                    f"executor: expected one that takes work, got one that raises {in_one_line(failure)}"
+                    f"executor: expected an executor that accepts work, got one that raises {in_one_line(failure)}"
                 ) from failure
             self.broken = failure
             self.waiting.appendleft(part)
@@ -106,7 +106,7 @@ class _Sharing:
         elif isinstance(failure, concurrent.futures.BrokenExecutor):
             self.broken = failure
             self.in_flight += part
-        elif type(failure).__name__ == "KilledWorker":  # of Dask, for everything that was with the process
+        elif type(failure).__name__ == "KilledWorker":  # Dask raises it for all parts that were in the dead process
             if part is self.alone:
                 yield from self.divide(part, failure, self.suspects)
             else:
@@ -115,7 +115,7 @@ class _Sharing:
             yield from self.divide(part, failure, self.waiting)
 
     def divide(self, part: Part, failure: BaseException, line: collections.deque[Part]) -> Iterator[list[Outcome]]:
-        """Something did not travel, or ended its process. Alone, only the member that is to blame fails."""
+        """Resubmits the members of a failed part one by one, so that only the member that causes the failure fails."""
         if len(part) == 1:
             yield _lost(part, in_one_line(failure), in_detail(failure))
         else:

@@ -1,4 +1,4 @@
-"""Members of an ensemble, solved wherever an executor runs them. Whatever a member does is returned as its outcome."""
+"""Solves members of an ensemble in the thread or process of an executor. Values and exceptions become outcomes."""
 
 from __future__ import annotations
 
@@ -12,12 +12,12 @@ from typing import Any, Callable, NamedTuple, Optional
 
 Member = tuple[int, Any]  # number, parameter
 
-# Another process has another number; another machine, or a process that was not forked from here, another token.
+# Processes have different numbers. Machines, and processes not forked from this one, have different tokens.
 _TOKEN = os.urandom(16)
 
 
 class Origin(NamedTuple):
-    """The process that an ensemble is called in, and the executor that it is given."""
+    """The process that calls `ensemble`, and its executor."""
 
     token: bytes
     process: int
@@ -25,25 +25,25 @@ class Origin(NamedTuple):
 
 
 class Outcome(NamedTuple):
-    """The outcome of a member. Exceptions are stored as text, which can always be sent between processes."""
+    """The outcome of a member. Exceptions are stored as text, which can always be pickled."""
 
     number: int
     value: Any
-    #: The exception in one line; None for a member that is solved.
+    #: The exception in one line, or None for a solved member.
     error: Optional[str]
     details: str
-    #: Warnings issued in another process, to be repeated in this one.
+    #: Warnings issued in another process, to be issued again in this one.
     warned: list[tuple[type[Warning], str]]
 
 
 class Packed(NamedTuple):
-    """A value on its way from another process: packing it or unpacking it can fail, which is to touch no other member."""
+    """A pickled value from another process. Pickled separately, a value that cannot be restored affects only its member."""
 
     content: bytes
 
 
 class _Solving(threading.local):
-    """What this thread is solving."""
+    """The state of this thread while it solves members."""
 
     def __init__(self) -> None:
         self.origins: list[Origin] = []
@@ -59,7 +59,7 @@ def origin(executor: Any) -> Origin:
 
 
 def runs_this_thread(executor: Any) -> bool:
-    """Whether this call comes from a member that the executor, or the one this process was forked from, is running."""
+    """Whether this thread is solving a member for the executor, or for the executor that this process was forked from."""
     return any(one.token == _TOKEN and one.executor == id(executor) for one in _solving.origins)
 
 
@@ -81,9 +81,9 @@ def _solve_member(solve: Callable[[Any], Any], index: int, parameter: Any, elsew
         _solving.warned = warned
     try:
         value = solve(parameter)
-    except KeyboardInterrupt:  # of the user, who means the whole ensemble
+    except KeyboardInterrupt:  # interrupts the whole ensemble
         raise
-    except BaseException as failure:  # SystemExit, for one
+    except BaseException as failure:  # for example SystemExit
         return Outcome(index, None, in_one_line(failure), in_detail(failure), warned)
     finally:
         _solving.warned = outer
@@ -95,7 +95,7 @@ def _packed(outcome: Outcome) -> Outcome:
     try:
         return outcome._replace(value=Packed(_pickled(outcome.value)))
     except Exception as failure:
-        return _without_value(outcome, "what solve returned cannot be sent", failure)
+        return _without_value(outcome, "the value that solve returned cannot be sent", failure)
 
 
 def _pickled(value: Any) -> bytes:
@@ -107,7 +107,7 @@ def _pickled(value: Any) -> bytes:
         except ImportError:
             pass
         else:
-            return bytes(cloudpickle.dumps(value))  # which takes functions without a name, too
+            return bytes(cloudpickle.dumps(value))  # supports more types, such as local functions
         raise
 
 
@@ -117,7 +117,7 @@ def unpacked(outcome: Outcome) -> Outcome:
     try:
         return outcome._replace(value=pickle.loads(outcome.value.content))
     except Exception as failure:
-        return _without_value(outcome, "what solve returned cannot be received", failure)
+        return _without_value(outcome, "the value that solve returned cannot be received", failure)
 
 
 def _without_value(outcome: Outcome, what: str, failure: Exception) -> Outcome:
@@ -129,7 +129,7 @@ def in_one_line(failure: BaseException) -> str:
     try:
         message = " ".join(str(failure).split())
     except Exception:
-        message = "(its message cannot be shown)"
+        message = "(the message cannot be shown)"
     return f"{name}: {message}" if message else name
 
 
@@ -144,7 +144,7 @@ def in_detail(failure: BaseException) -> str:
 
 
 def _record_warnings() -> None:
-    """From now on, warnings of a thread that is solving go to its list. `catch_warnings` would not do for threads."""
+    """Redirects warnings of solving threads to their lists. `warnings.catch_warnings` does not support threads."""
     global _show_warning
     if warnings.showwarning is not _show_or_record:
         _show_warning = warnings.showwarning
@@ -163,7 +163,7 @@ def _show_or_record(
 
 
 def _is_known_elsewhere(category: type[Warning]) -> bool:
-    """Whether pickle finds the class by its name, and it takes a message alone."""
+    """Whether pickle finds the class by its name, and a message is enough to construct it."""
     module = category.__module__
     try:
         category("")

@@ -1,4 +1,4 @@
-"""Many solves over many parameters: a fit, a sweep, a posterior."""
+"""Solves for many parameters, as in parameter studies, fits and sampling of posteriors."""
 
 from __future__ import annotations
 
@@ -20,14 +20,14 @@ _MOST_MEMBERS = 10**7  # a limit that catches endless iterables
 
 @dataclass(frozen=True)
 class Failure:
-    """A member that has no value.
+    """A member without a value.
 
     index
-        Its place among the parameters.
+        The index of its parameter.
     parameter
-        What was passed to `solve`.
+        The argument of `solve`.
     error
-        The exception in one line, or why the member was not run.
+        The exception in one line, or the reason why the member was not run.
     details
         The exception with its traceback.
     """
@@ -40,12 +40,12 @@ class Failure:
 
 @dataclass(frozen=True)
 class Ensemble:
-    """The members in the order of their parameters.
+    """The results of an ensemble, in the order of the parameters.
 
     parameters
         The parameters, as a list.
     values
-        What `solve` returned; None for a member that failed.
+        The values that `solve` returned, None for members that failed.
     failures
         The members that failed, as a list of `Failure`, in order.
     """
@@ -66,31 +66,32 @@ def ensemble(
     progress: bool = False,
     chunk: Optional[int] = None,
 ) -> Ensemble:
-    """Calls solve(parameter) for every parameter, and keeps the order.
+    """Calls solve(parameter) for all parameters, and returns the values in the same order.
 
     solve
-        A function of one argument, which it does not change. For an executor with processes it has to be found by its
-        module and name, and what it returns has to travel: return what is needed, not whole solutions.
+        A function of one argument, which it must not modify. For an executor with processes the function must be
+        importable by module and name, and its values are pickled: return the numbers of interest, not whole solutions.
     parameters
-        A list, an array (its rows), or anything else that ends. All are taken before the first is solved; an exception
-        from a generator passes on as it is.
+        A list, an array (its rows are the parameters) or another finite iterable. It is read to the end before the
+        first solve. An exception that it raises is not caught.
     executor
-        Any executor of `concurrent.futures`, or a `Client` of Dask for more machines; without one the members are
-        solved here, one after the other. Solvers release the interpreter's lock, so threads serve too.
+        An executor of `concurrent.futures`, or a `Client` of Dask for several machines. Without one the members are
+        solved sequentially in this thread. Solvers release the global interpreter lock, so threads run in parallel.
     progress
-        Show a bar (with the package tqdm).
+        Show a progress bar (requires the package tqdm).
     chunk
-        How many members are sent at once; so many that there are about 64 chunks, where nothing is said.
+        The number of members that are sent at once. By default there are about 64 chunks.
 
-    Returns an `Ensemble`. A member that raises anything, `SystemExit` included, is listed under its `failures`, and
-    warned of; the others go on. What members warn of in other processes is warned of here.
+    Returns an `Ensemble`. A member that raises any exception, including `SystemExit`, becomes one of its `failures`.
+    All other members are solved, and a warning reports the failures. Warnings of members in other processes are issued
+    again in this one.
 
-    A member can end its process. Dask lets another process solve what was with it, and only this member is a failure.
+    A member may kill its process. Dask then solves the other members of that process again, and only this member fails.
     An executor of `concurrent.futures` does not recover: the members in flight, which `Failure.error` names, and those
-    that have not been started are failures; what was solved before is kept.
+    not yet started fail. Values computed before are kept.
 
-    Raises `ValueError` for an argument that is wrong, and `EnsembleInterrupt`, a `KeyboardInterrupt`, if the user
-    interrupts; its `ensemble` holds what was solved until then.
+    Raises `ValueError` for an invalid argument, and `EnsembleInterrupt`, a `KeyboardInterrupt`, if the user interrupts.
+    The attribute `ensemble` of the exception contains the members solved so far.
     """
     _check_solve(solve)
     if chunk is not None:
@@ -122,34 +123,36 @@ def _check_solve(solve: Any) -> None:
         raise ValueError(f"solve: expected a function of one parameter, got {reprlib.repr(solve)}")
     for function in (solve, getattr(solve, "__call__", None)):
         if inspect.iscoroutinefunction(function) or inspect.isasyncgenfunction(function):
-            raise ValueError(f"solve: expected a function that returns its result, got an async one, {reprlib.repr(solve)}")
+            raise ValueError(f"solve: expected a function that returns a value, got an async function, {reprlib.repr(solve)}")
         if inspect.isgeneratorfunction(function):
-            raise ValueError(f"solve: expected a function that returns its result, got one that yields, {reprlib.repr(solve)}")
+            raise ValueError(
+                f"solve: expected a function that returns a value, got a generator function, {reprlib.repr(solve)}"
+            )
 
 
 def _check_executor(executor: Any) -> None:
     if isinstance(executor, type):
         name = executor.__name__
-        raise ValueError(f"executor: expected an executor, got the class {name}; make one, as in {name}()")
+        raise ValueError(f"executor: expected an executor, got the class {name}; make one with {name}()")
     if not hasattr(executor, "submit"):
         raise ValueError(
-            f"executor: expected one of concurrent.futures, or a Client of Dask, got {reprlib.repr(executor)}"
+            f"executor: expected an executor of concurrent.futures or a Client of Dask, got {reprlib.repr(executor)}"
         )
     if runs_this_thread(executor):
-        raise ValueError("executor: expected another than that which runs this call, for it would wait for itself")
+        raise ValueError("executor: expected an executor that is not running this call, got one that would wait for itself")
 
 
 def _listed(parameters: Any) -> list[Any]:
     if isinstance(parameters, (str, bytes, bytearray, collections.abc.Mapping)) or hasattr(parameters, "itertuples"):
         kind = type(parameters).__name__
         raise ValueError(
-            f"parameters: expected several, as in a list, got a {kind}; pass a list of its rows or items, or [it] for one "
-            f"member"
+            f"parameters: expected a list or another iterable, got a {kind}; pass a list of its rows or items, or a list "
+            f"with this one member"
         )
     try:
         iterator = iter(parameters)
     except TypeError:
-        raise ValueError(f"parameters: expected several, as in a list, got {reprlib.repr(parameters)}") from None
+        raise ValueError(f"parameters: expected a list or another iterable, got {reprlib.repr(parameters)}") from None
     listed: list[Any] = []
     try:
         for parameter in iterator:
@@ -158,10 +161,10 @@ def _listed(parameters: Any) -> list[Any]:
                 break
     except Exception as failure:
         if hasattr(failure, "add_note"):  # since Python 3.11
-            failure.add_note(f"raised by `parameters`, when it was asked for member {len(listed)}")
+            failure.add_note(f"raised by the iterator of `parameters` for member {len(listed)}")
         raise
     if len(listed) > _MOST_MEMBERS:
-        raise ValueError(f"parameters: expected at most {_MOST_MEMBERS}, got more; is this endless?")
+        raise ValueError(f"parameters: expected at most {_MOST_MEMBERS}, got more; the iterable may be endless")
     return listed
 
 
@@ -169,7 +172,7 @@ def _listed(parameters: Any) -> list[Any]:
 
 
 class _Gathered:
-    """The outcomes that have come; each member's once."""
+    """The outcomes received so far, at most one per member."""
 
     def __init__(self, parameters: list[Any], progress: bool) -> None:
         self.parameters = parameters
@@ -179,7 +182,7 @@ class _Gathered:
     def add(self, outcomes: list[Outcome]) -> None:
         for outcome in outcomes:
             if outcome.number in self.outcomes:
-                raise RuntimeError(f"member {outcome.number} came twice")
+                raise RuntimeError(f"expected one outcome of member {outcome.number}, got two")
             self.outcomes[outcome.number] = outcome
         self.bar.update(len(outcomes))
 
@@ -199,7 +202,7 @@ class _Gathered:
         for index in sorted(self.outcomes, reverse=True):
             warned.update({what: index for what in self.outcomes[index].warned})
         for (category, text), index in reversed(warned.items()):
-            warnings.warn(f"member {index}, in its process: {text}", category, stacklevel=3)
+            warnings.warn(f"member {index}, in another process: {text}", category, stacklevel=3)
         failed = [outcome for outcome in self.outcomes.values() if outcome.error is not None]
         if failed:
             first = min(failed, key=lambda outcome: outcome.number)
@@ -225,5 +228,5 @@ def _bar(count: int) -> Any:
     try:
         from tqdm import tqdm  # type: ignore[import]
     except ImportError:
-        raise ValueError("progress: expected False, since the package tqdm is not installed; got True") from None
+        raise ValueError("progress: expected False because the package tqdm is not installed, got True") from None
     return tqdm(total=count, unit="solve")

@@ -1,4 +1,4 @@
-"""How large the error of a solution is, from a second solution that reads every sample."""
+"""Estimates the error of a solution by comparing it with a second solution that uses all samples."""
 
 from __future__ import annotations
 
@@ -16,37 +16,37 @@ from .sampled_solvers import PREPARATIONS, SampledProblem
 from .solution import Solution
 from .solution_warnings import warn_of
 
-# The fewest samples of which every second one will do for a reference.
+# The smallest number of samples: every second one must be enough for a reference.
 _FEWEST = 2 * LEAST - 1
-# An estimate is trusted if the uncertainty of the reference is at most this part of the difference from it.
+# An estimate is trusted if the uncertainty of the reference is at most this fraction of the difference from it.
 _CERTAIN = 0.5
-# A reference that is larger than the solution by more than this factor is taken for one that has grown.
+# A reference that is larger than the solution by more than this factor is considered unstable.
 _LARGER = 2.0
-# By how much the integral of a kernel may change, of its largest value, if every second sample is left out.
+# The integral of a kernel may change by this fraction of its largest value if every second sample is left out.
 _RESOLVED = 0.1
-# References that differ by this much less with half the spacing are those of a smooth problem.
+# A problem is considered smooth if halving the spacing reduces the difference of references by more than this factor.
 _SMOOTH_FALL = 8.0
 _EPSILON = float(np.finfo(float).eps)
 
 
 @dataclass(frozen=True, eq=False)
 class EstimatedSolution:
-    """A solution, and what is known of its error.
+    """A solution with an estimate of its error.
 
     Attributes:
 
     solution
         The `Solution` that the solver returns for the same arguments.
     error
-        The estimated error of every value of `solution.y`, not negative; NaN if nothing is known. The largest one is an
-        estimate of the largest error. All this holds at the samples, not between them.
+        The estimated absolute error of each value of `solution.y`; NaN if no estimate is possible. Its maximum estimates
+        the largest error at the samples. Errors between samples are not estimated.
     order
-        The observed order of convergence: when the spacing was halved, the largest error fell by 2 to this power. NaN
-        if there are too few samples, or if there is no error.
+        The observed order of convergence: halving the spacing divided the largest error by 2 to this power. NaN if there
+        are too few samples, or if there is no error.
     trusted
-        True if the estimate can be relied upon.
+        True if the estimate is reliable.
     reason
-        One sentence that says why, or why not.
+        One sentence that explains why the estimate is trusted or not.
     """
 
     solution: Solution
@@ -57,33 +57,35 @@ class EstimatedSolution:
 
 
 def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any) -> EstimatedSolution:
-    """Solves, and estimates the error at every sample.
+    """Solves an equation and estimates the error at every sample.
 
         estimate = with_error(solve_vie2, g, K, dt)
         estimate.solution.y, estimate.error
 
-    `solve` is `solve_vie1`, `solve_vie2` or `solve_vide`; what follows are its own arguments, with 13 samples or more.
+    `solve` is `solve_vie1`, `solve_vie2` or `solve_vide`. The other arguments are passed to it; there must be at least
+    13 samples.
 
-    1. A reference solution is computed from the same samples by backward differentiation of order 6. It reads every
-       sample, also those that the setting leaves out. The reference from every second sample shows how uncertain it is.
-    2. The estimate is the sum of two differences: of the solution from the reference, and of the two references. The
-       second one is the uncertainty. If it is larger than half the first, a reference from every fourth sample is
-       computed too. On smooth problems the differences of the references fall by 64 when the spacing is halved; an
-       eighth of the fall that is observed, 8 at most, divides the uncertainty.
-    3. The estimate is `trusted` if the uncertainty is at most half the difference from the reference. It then is within
-       a factor of 3 of the error, with rare exceptions. An estimate of the size of rounding is trusted as an upper
-       bound.
+    1. A reference solution is computed from the same samples by the backward differentiation formula of order 6. It uses
+       all samples, including those that the setting does not read. A second reference, from every second sample, shows
+       the uncertainty of the first.
+    2. The estimate is the sum of two differences: that of the solution and the reference, and that of the two
+       references. The second difference is the uncertainty. If it exceeds half the first difference, a third reference,
+       from every fourth sample, is computed. On smooth problems halving the spacing divides the difference of the
+       references by 64. The uncertainty is divided by one eighth of the observed factor, at most by 8.
+    3. The estimate is `trusted` if the uncertainty is at most half the difference from the reference. Then the estimate
+       is within a factor of 3 of the error, with rare exceptions. An estimate of the size of rounding errors is trusted
+       as an upper bound.
 
-    The reference is not trusted if it is more than twice as large as the solution, nor if the integral of the kernel
-    changes by more than a tenth when every second sample is left out.
+    The estimate is not trusted if the reference is more than twice as large as the solution, or if the integral of the
+    kernel changes by more than a tenth when every second sample is left out.
 
-    What no sample shows cannot be estimated: a spike between two samples, or an oscillation with fewer than two samples
-    a period. Nor can the error of the samples themselves.
+    Features that no sample shows are not detected, such as a spike between two samples or an oscillation with fewer than
+    two samples per period. Errors of the samples themselves are not estimated.
 
-    This takes 2.4 to 9 times as long as the solve from 20,000 samples on, and some milliseconds for 1,000 or fewer.
+    This takes 2.4 to 9 times as long as the solve for 20,000 or more samples, and a few milliseconds for up to 1,000.
 
-    Returns an `EstimatedSolution`. Raises what `solve` raises, and `SizeError` for fewer than 13 samples. Warns as
-    `solve` does; the other solutions are not warned of.
+    Returns an `EstimatedSolution`. Raises the exceptions of `solve`, and `SizeError` for fewer than 13 samples. Issues
+    the warnings of `solve`; no warnings are issued for the references.
     """
     try:
         prepare = PREPARATIONS[solve]
@@ -101,17 +103,17 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
 def _estimated(problem: SampledProblem, solution: Solution) -> EstimatedSolution:
     y = solution.y
 
-    def nothing_known(reason: str) -> EstimatedSolution:
+    def no_estimate(reason: str) -> EstimatedSolution:
         return EstimatedSolution(solution, np.full_like(y, np.nan), math.nan, False, reason)
 
     if not np.isfinite(y).all():
-        return nothing_known("the solution is not finite everywhere")
+        return no_estimate("the solution is not finite")
     try:
         reference, coarse = (_reference(problem, factor, len(y)) for factor in (1, 2))
     except (np.linalg.LinAlgError, SingularBlockError):
-        return nothing_known("there is no reference to compare with: a system of equations for it is singular")
+        return no_estimate("there is no reference: a system of equations for it is singular")
     if not (np.isfinite(reference).all() and np.isfinite(coarse).all()):
-        return nothing_known("there is no reference to compare with: it is not finite everywhere")
+        return no_estimate("there is no reference: it is not finite")
 
     difference, doubt = abs(y - reference), np.abs(reference[::2] - coarse)
     if doubt.max() > _CERTAIN * difference.max():
@@ -123,32 +125,32 @@ def _estimated(problem: SampledProblem, solution: Solution) -> EstimatedSolution
     def judged(trusted: bool, reason: str) -> EstimatedSolution:
         return EstimatedSolution(solution, error, order, trusted, reason)
 
-    differs = f"the solution differs by {apart:.1e} from a reference that is certain to {uncertain:.1e}"
+    differs = f"the solution differs by {apart:.1e} from a reference with an uncertainty of {uncertain:.1e}"
     if not _resolved(problem):
-        return judged(False, "the samples of the kernel are too few, or too rough: its integral is not certain")
+        return judged(False, "the samples of the kernel are too few or too rough: its integral is uncertain")
     if error.max() <= 16 * _EPSILON * len(y) * largest:
-        return judged(True, f"{differs}, which is no more than rounding may be")
+        return judged(True, f"{differs}; rounding errors explain both")
     if abs(reference).max() > _LARGER * largest:
-        return judged(False, f"the reference is over {_LARGER:g} times as large as the solution, and may have grown")
+        return judged(False, f"the reference is more than {_LARGER:g} times as large as the solution, and may be unstable")
     if not uncertain <= _CERTAIN * apart:
-        return judged(False, f"{differs} only: the samples are too few, or too rough")
+        return judged(False, f"{differs}, which is too large: the samples are too few or too rough")
     expected = problem.setting.measured[problem.form].order
     if expected is not None and order < expected - 0.5:
-        differs += f"; the error falls with order {order:.1f} instead of {expected:.1f}: too few samples, or too rough"
+        differs += f"; expected order {expected:.1f}, got {order:.1f}: the samples are too few or too rough"
     return judged(True, differs)
 
 
 def _reference(problem: SampledProblem, factor: int, count: int) -> Array:
-    """From every sample, or every second or fourth one, at those of the first `count` samples."""
+    """The reference from every `factor`-th sample, restricted to the first `count` samples."""
     return solve_all_samples(problem.coarsened(factor) if factor > 1 else problem)[: (count - 1) // factor + 1]
 
 
 def _further_fall(problem: SampledProblem, coarse: Array, doubt: float, count: int) -> float:
-    """How much closer the reference is to the truth than to the coarser reference: 1 unless the problem is smooth.
+    """The factor by which the difference of the references overestimates the error: 1 unless the problem is smooth.
 
-    A kink or a jump between two samples makes an error of order 2 or 1 in the reference, and one at least twice as
-    large in the coarser one, wherever it is. So their difference bounds the error. With smooth samples the error is of
-    order 6, and the difference is larger than the error by 2^6. Only an eighth of the observed fall is used.
+    A kink or a jump between two samples causes an error of order 2 or 1 in the reference, and one at least twice as
+    large in the coarser reference, at any position. So the difference of both bounds the error. With smooth samples the
+    error is of order 6, and the difference exceeds it by a factor of about 2^6. One eighth of the observed factor is used.
     """
     if len(problem.g) < 4 * (LEAST - 1) + 1:
         return 1.0
@@ -161,7 +163,7 @@ def _further_fall(problem: SampledProblem, coarse: Array, doubt: float, count: i
 
 
 def _at_all_samples(doubt: Array, count: int) -> Array:
-    """Of what is known at every second sample: the larger one of the neighbours for those between."""
+    """Extends values at every second sample to all samples, by the larger one of the two neighbours."""
     everywhere = np.repeat(doubt, 2, axis=0)[:count]
     between = everywhere[1:-1:2]
     np.maximum(between, doubt[1:][: len(between)], out=between)
@@ -169,15 +171,15 @@ def _at_all_samples(doubt: Array, count: int) -> Array:
 
 
 def _resolved(problem: SampledProblem) -> bool:
-    """Whether the integral of the kernel is nearly the same by the trapezoidal rule without every second sample.
+    """Whether the integral of the kernel, by the trapezoidal rule, hardly changes without every second sample.
 
-    If not, as with a kernel that decays within a spacing, all references may be wrong in the same way.
+    Otherwise, for example if the kernel decays within a spacing, all references may have the same error.
     """
     integral = _integral(problem.K, problem.dt)
     change = float(abs(integral[::2] - _integral(problem.K[::2], 2 * problem.dt)).max())
-    # Beside the integral stands 1 in y - K * y = g, and 1 / (N dt), at least, in y' - a y - K * y = g.
-    beside = {"vie2": 1.0, "vide": 1 / (len(problem.g) * problem.dt)}.get(problem.form, 0.0)
-    return change <= _RESOLVED * (float(abs(integral).max()) + beside)
+    # The size of the other terms: 1 in y - K * y = g, and at least 1 / (N dt) in y' - a y - K * y = g.
+    others = {"vie2": 1.0, "vide": 1 / (len(problem.g) * problem.dt)}.get(problem.form, 0.0)
+    return change <= _RESOLVED * (float(abs(integral).max()) + others)
 
 
 def _integral(K: Array, dt: float) -> Array:
@@ -187,7 +189,7 @@ def _integral(K: Array, dt: float) -> Array:
 
 
 def _order(problem: SampledProblem, coarse: Array, apart: float) -> float:
-    """From the error of the setting's solution from every second sample."""
+    """The observed order, from the error of the solution from every second sample."""
     if (len(problem.g) - 1) // 2 < problem.setting.spacings:
         return math.nan
     try:

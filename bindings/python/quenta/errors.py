@@ -1,6 +1,6 @@
-"""The exceptions and the warnings of this package.
+"""The exceptions and warnings of this package.
 
-An argument that is wrong in itself raises `ValueError`, which names it and says what was expected and what was given.
+Other invalid arguments raise `ValueError`, whose message names the argument, what was expected, and what it got.
 """
 
 from __future__ import annotations
@@ -13,21 +13,21 @@ if TYPE_CHECKING:
 
 
 class QuentaError(Exception):
-    """What the exceptions of this package's own have in common."""
+    """Base class of the exceptions of this package."""
 
 
 class UnsupportedSettingError(QuentaError, ValueError):
-    """The collocation setting is no row of the table, or does not serve this kind of equation."""
+    """The collocation setting is not in the table, or does not support this kind of equation."""
 
 
 class SizeError(QuentaError, ValueError):
-    """Too few samples for one step, or more of them than the library counts or the machine holds."""
+    """There are too few samples for one step, or too many for the library or for the memory."""
 
 
 class SingularBlockError(QuentaError, ArithmeticError):
-    """The dense system of a step is singular, so the equation has no solution under this setting and spacing.
+    """The linear system of a step is singular, so the equation cannot be solved with this setting and spacing.
 
-    From a solver of blocks, `step` is the number of that step, and `x` and `y` hold what was solved before it.
+    If a block solver raises it, `step` is the number of that step, and `x` and `y` contain the results before it.
     """
 
     def __init__(
@@ -45,9 +45,9 @@ class SingularBlockError(QuentaError, ArithmeticError):
 
 
 class EnsembleInterrupt(KeyboardInterrupt):
-    """The user has interrupted an ensemble.
+    """The user interrupted an ensemble.
 
-    `ensemble` holds the members that were solved until then; the others are among its failures.
+    `ensemble` contains the members solved so far. The others are among its failures.
     """
 
     def __init__(self, ensemble: Ensemble) -> None:
@@ -57,24 +57,24 @@ class EnsembleInterrupt(KeyboardInterrupt):
     def __str__(self) -> str:
         count = len(self.ensemble)
         solved = count - len(self.ensemble.failures)
-        return f"{solved} of {count} members were solved before the interruption, and are in the attribute ensemble"
+        return f"{solved} of {count} members were solved before the interruption; the attribute ensemble contains them"
 
 
 class QuentaWarning(UserWarning):
-    """What the warnings of this package have in common. They come before the solution is returned."""
+    """Base class of the warnings of this package. They are issued before the solution is returned."""
 
 
 class GrowthWarning(QuentaWarning):
-    """The setting amplifies errors from step to step, or the solution has left the range of numbers."""
+    """The setting amplifies errors from step to step, or the solution overflows."""
 
 
 class UnreadSamplesWarning(QuentaWarning):
-    """Samples that the setting does not read contradict those that it reads, or are not finite."""
+    """Samples that the setting does not read contradict samples that it reads, or are not finite."""
 
 
 class DroppedSamplesWarning(QuentaWarning):
-    """The samples do not end with a whole step: those past the last one are not used."""
+    """The number of samples does not fit whole steps. Samples past the last whole step are not used."""
 
 
 class IllPosedWarning(QuentaWarning):
-    """An equation of the first kind with K(0) zero or nearly, or with g(0) not zero."""
+    """An equation of the first kind has a zero or nearly zero K(0), or a nonzero g(0)."""

@@ -1,8 +1,8 @@
-"""Whether an equation of the first kind starts as it has to: K(0) must not be zero, and g(0) must be.
+"""Checks the start of an equation of the first kind: K(0) must not be zero, and g(0) must be zero.
 
-If K(0) is zero, or small beside K within the first step, the solution is a second derivative of g. The schemes are
-made for first derivatives, and with many kernels their errors then grow from step to step. Whether they do shows in a
-trial with the same kernel. Floating-point errors are ignored by the caller.
+If K(0) is zero, or small compared with K in the first step, the solution contains second derivatives of g. The schemes
+approximate first derivatives, and for many kernels their errors then grow from step to step. A trial solve with the
+same kernel shows whether they grow. The caller disables floating-point warnings.
 """
 
 from __future__ import annotations
@@ -19,17 +19,17 @@ if TYPE_CHECKING:
     from .sampled_solvers import SampledProblem
     from .solution import Solution
 
-# Ratio of K within the first step to K(0): above the first, warn; below the second, errors do not grow.
+# Ratios of K in the first step to K(0): above the first there is a warning, below the second errors do not grow.
 _TOO_LARGE, _LARGER = 10.0, 1.1
-# Errors may grow by so much in a step if they stay below the other in all steps.
+# There is a warning if errors grow by at least the first factor per step and by at least the second over all steps.
 _GROWING, _MOST_GROWTH = 1.1, 1000.0
 _TRIAL_STEPS, _FEWEST_TRIAL_STEPS = 40, 4
-# Largest height of the spike from g(0), relative to the solution after the first two steps.
+# The largest accepted spike from g(0), relative to the solution after the first two steps.
 _SPIKE = 0.01
 
 
 def fault_of_kernel(problem: SampledProblem) -> Optional[str]:
-    """What there is to say of K(0), if anything."""
+    """The warning about K(0), or None."""
     samples = problem.K[: problem.setting.spacings + 1]
     if problem.D is None and float(abs(samples).max()) < _LARGER * abs(float(samples[0])):
         return None
@@ -44,27 +44,31 @@ def fault_of_kernel(problem: SampledProblem) -> Optional[str]:
     grows = growth >= _GROWING and steps * math.log(growth) >= math.log(_MOST_GROWTH)
     if larger < _TOO_LARGE and not grows:
         return None
+    remedy = (
+        "solve the differentiated equation K(0) y(t) + integral from 0 to t of K'(t - s) y(s) ds = g'(t), which becomes an "
+        "equation of the second kind when divided by a regular K(0)"
+    )
     if not first_step[0].any():
-        what = "is 0"
+        found = "0"
+        remedy = (
+            "solve the differentiated equation, which is of the first kind with K' and g' in place of K and g; "
+            "differentiate again if K'(0) is 0 too"
+        )
     elif math.isinf(larger):
-        what = "is singular"
+        found = "a singular matrix"
     else:
-        what = f"is small: within the first step K is {larger:.3g} times as large"
+        found = f"a small value: in the first step K is {larger:.3g} times as large"
     errors = "errors may grow"
     if growth >= _GROWING:
-        errors = f"errors grow by a factor of about {growth:.3g} in every step" if growth < math.inf else "errors overflow"
-    cure = (
-        "solve the differentiated equation, of the first kind with K' and g' for K and g, differentiated again if K' is 0 "
-        "there too"
-        if what == "is 0"
-        else "solve the differentiated equation K(0) y(t) + integral from 0 to t of K'(t - s) y(s) ds = g'(t); divided by "
-        "K(0), if that is regular, it is of the second kind"
+        errors = f"errors grow by a factor of about {growth:.3g} per step" if growth < math.inf else "errors overflow"
+    return (
+        f"K: expected a K(0) that is neither zero nor nearly zero, got {found}; {errors} with setting {problem.setting}; "
+        f"{remedy}"
     )
-    return f"K: expected K(0) not to be zero, or nearly, but it {what}, and {errors} under setting {problem.setting}; {cure}"
 
 
 def fault_of_forcing(problem: SampledProblem, solution: Solution) -> Optional[str]:
-    """What there is to say of g(0), if anything."""
+    """The warning about g(0), or None."""
     g, spacings = problem.g, problem.setting.spacings
     if problem.D is None and float(g[0]) == 0.0:
         return None
@@ -78,7 +82,7 @@ def fault_of_forcing(problem: SampledProblem, solution: Solution) -> Optional[st
     if scaled is None:
         spike, least, height = abs(start), _SPIKE * _largest(g[: len(solution.y)]), ""
     else:
-        # The integral of the first polynomial is 0 at the start, and as large as makes g(0) at every node k / m.
+        # The integral of K times the first polynomial is 0 at the start, but must be g(0) at every node k / m.
         setting = problem.setting
         spike = abs(scaled[:, 0]) * sum(setting.m / k for k in setting.nodes) / solution.step
         least = _SPIKE * _largest(solution.y[2 * spacings + 1 :] if solution.steps > 2 else solution.y)
@@ -87,8 +91,8 @@ def fault_of_forcing(problem: SampledProblem, solution: Solution) -> Optional[st
         return None
     shown = f"{start[0]:.6g}" if g.ndim == 1 else np.array2string(start, precision=6, threshold=8)
     return (
-        f"g: expected g(0) = 0, as the integral is, got {shown}: the solution starts with a spike{height}; correct the "
-        f"offset of g, or the time at which it starts"
+        f"g: expected g(0) = 0, got {shown}: the solution starts with a spike{height}; correct the offset of g or the time "
+        f"at which it starts"
     )
 
 
@@ -97,13 +101,13 @@ def _matrices(kernel: Array) -> Array:
 
 
 def _largest(values: Array) -> Array:
-    """The largest value of every component, of those that are finite."""
+    """The largest finite absolute value of each component."""
     finite: Array = np.where(np.isfinite(values), abs(values), 0.0)
     return np.asarray(finite.reshape(len(values), -1).max(axis=0))
 
 
 def _largest_ratio(first_step: Array) -> float:
-    """The largest spectral radius of K(0)^-1 K(t) past 0. It does not depend on the units of what the matrices relate."""
+    """The largest spectral radius of K(0)^-1 K(t) for t > 0. It does not depend on the units of g and y."""
     if not first_step.any():
         return 0.0
     if first_step.shape[1] == 1:
@@ -116,11 +120,11 @@ def _largest_ratio(first_step: Array) -> float:
     D = len(ratios)
     ratios = ratios.reshape(D, -1, D).swapaxes(0, 1)
     largest_norm = float(abs(ratios).sum(axis=2).max())
-    if largest_norm < _LARGER:  # the spectral radius is not larger
+    if largest_norm < _LARGER:  # a bound of the spectral radius
         return largest_norm
     try:
         return float(abs(np.linalg.eigvals(ratios)).max())
-    except np.linalg.LinAlgError:  # of infinite ones
+    except np.linalg.LinAlgError:  # not finite
         return math.inf
 
 
@@ -141,7 +145,7 @@ def _solved(matrix: Array, right: Array) -> Optional[Array]:
 
 
 def _growth(problem: SampledProblem) -> float:
-    """By how much a disturbance of the first step grows in every later one; 0 if that cannot be tried."""
+    """The factor by which a disturbance of the first step grows per step, or 0 if no trial is possible."""
     spacings = problem.setting.spacings
     half = min(_TRIAL_STEPS, (len(problem.g) - 1) // spacings) // 2
     if 2 * half < _FEWEST_TRIAL_STEPS:

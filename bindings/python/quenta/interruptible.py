@@ -1,9 +1,9 @@
-"""Calls into the library that Ctrl-C interrupts.
+"""Calls of the library that Ctrl-C can interrupt.
 
-Python handles a signal on the main thread alone, and only after the call in which that thread is has returned. So the
-main thread has another thread make a long call, and waits. If a signal handler raises meanwhile, the exception leaves
-at once. The call that is abandoned ends by itself; until then it keeps its arrays, and its memory stays reserved. It
-does not delay the end of the process.
+Python handles signals only on the main thread, and not while that thread is inside a foreign call. So another thread
+makes long calls while the main thread waits. If a signal handler raises, the exception propagates immediately. The
+abandoned call runs to its end. Until then its arrays stay alive and its memory stays reserved. It does not delay the
+end of the process.
 """
 
 from __future__ import annotations
@@ -16,10 +16,10 @@ from .memory_account import Reservation, affords_thread
 from .native_library import enter_thread
 from .roomy_threads import start_roomy_thread, start_thread
 
-#: Seconds from which on a call is long. Another thread for it takes about a ten-thousandth of a second.
+#: Calls of at least this many seconds are made on another thread. Starting it takes about 0.1 milliseconds.
 LONG = 0.1
 
-# Seconds. Where a signal does not end the wait for a lock, as on Windows, it is handled after this time.
+# Seconds between checks for signals, where they do not interrupt the wait for a lock, as on Windows.
 _PATIENCE = 0.2
 
 
@@ -37,14 +37,14 @@ def call(
 
 
 def _made_elsewhere(job: _Job, start: Callable[[Callable[[], None]], None]) -> bool:
-    """Waits for a new thread to make the call. False if there can be none, or if its stack is too small."""
+    """Makes the call on a new thread. Returns False if no thread can be started or if its stack is too small."""
     try:
         job.reservation.lend()
         start(job.run)
         while not job.finished.acquire(timeout=_PATIENCE):
             pass
     except BaseException as failure:
-        if job.begun.acquire(blocking=False):  # the call is not made, and never will be
+        if job.begun.acquire(blocking=False):  # the call has not begun, and now never will
             job.reservation.take_back()
             if isinstance(failure, RuntimeError) and "new thread" in str(failure):
                 return False
@@ -54,13 +54,13 @@ def _made_elsewhere(job: _Job, start: Callable[[Callable[[], None]], None]) -> b
 
 
 class _Job:
-    """A call for another thread."""
+    """A call to be made on another thread."""
 
     def __init__(
         self, function: Callable[..., int], arguments: tuple[Any, ...], arrays: Any, reservation: Reservation
     ) -> None:
         self.function, self.arguments, self.arrays, self.reservation = function, arguments, arrays, reservation
-        # The thread that acquires `begun` decides whether the call is made. `finished` is released when the call ends.
+        # The thread that acquires `begun` decides whether the call is made. The end of the call releases `finished`.
         self.begun, self.finished = threading.Lock(), threading.Lock()
         self.finished.acquire()
         self.refused = False
@@ -73,7 +73,7 @@ class _Job:
         try:
             enter_thread()
             self.result = self.function(*self.arguments)
-        except SizeError:  # the threads of this process have too small a stack
+        except SizeError:  # the stack of this thread is too small
             self.refused = True
         except BaseException as failure:
             self.failure = failure
@@ -87,5 +87,5 @@ class _Job:
             try:
                 raise self.failure
             finally:
-                self.failure = None  # whose frames refer to this object
+                self.failure = None  # breaks a reference cycle: its frames refer to this object
         return self.result

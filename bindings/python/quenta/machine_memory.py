@@ -1,6 +1,6 @@
-"""How much memory this process can still take: what its own limits, its control groups and the machine leave.
+"""The memory that is available to this process: within its own limits, its control groups and the machine.
 
-Nothing is allocated to find out. A trial allocation would take from solves on other threads what they need.
+Trial allocations are not used, since they would take memory that solves on other threads need.
 """
 
 from __future__ import annotations
@@ -17,12 +17,12 @@ except ImportError:  # Windows
 
 _ROOT = pathlib.Path("/")
 
-# Of mallopt, in the C library of GNU.
+# Parameters of mallopt in glibc.
 _M_MMAP_THRESHOLD, _MAPPED = -3, 2**20
 
 
 def address_room() -> Optional[int]:
-    """The bytes of address space that the limits of this process leave; None if there is no limit that is known."""
+    """The bytes of address space that the limits of this process leave, or None if no limit is known."""
     if resource is None:
         return None
     rooms = []
@@ -41,7 +41,7 @@ def address_room() -> Optional[int]:
 
 @functools.lru_cache(maxsize=None)
 def _give_back_at_once() -> None:
-    """Lets free() return addresses. The heap of each thread would otherwise keep tens of megabytes for itself."""
+    """Makes free() return address space. Otherwise the heap of each thread may keep tens of megabytes."""
     try:
         ctypes.CDLL(None).mallopt(_M_MMAP_THRESHOLD, _MAPPED)
     except (AttributeError, OSError, TypeError):  # another C library
@@ -49,7 +49,7 @@ def _give_back_at_once() -> None:
 
 
 def machine_room(root: pathlib.Path = _ROOT) -> Optional[int]:
-    """The bytes that the machine and the control groups of this process can give without swapping; None if unknown."""
+    """The bytes that the machine and the control groups can provide without swapping, or None if unknown."""
     return min([*_free_memory(root), *_group_rooms(root)], default=None)
 
 
@@ -62,7 +62,7 @@ def _free_memory(root: pathlib.Path) -> Iterator[int]:
     sizes = {name: 1024 * int(value.split()[0]) for name, _, value in (line.partition(":") for line in lines)}
     if "MemAvailable" in sizes:
         yield sizes["MemAvailable"]
-    if _number(root / "proc/sys/vm/overcommit_memory") == 2:  # every allocation counts, also one not yet written to
+    if _number(root / "proc/sys/vm/overcommit_memory") == 2:  # allocated memory counts even if it was never written
         yield sizes["CommitLimit"] - sizes["Committed_AS"]
 
 
@@ -76,8 +76,8 @@ def _free_memory_elsewhere() -> Iterator[int]:
 
 # ---- Control groups -------------------------------------------------------------------------------------------------
 
-# The files of a group, in version 2 and in version 1: the limit, what is used, and what of that the kernel gives up
-# before it refuses anything: the cache of files.
+# The files of a group, in versions 2 and 1: the limit, the memory in use, and the statistics of the part in use that
+# the kernel can reclaim, such as cached files.
 _GROUP_FILES = (
     ("memory.max", "memory.current", ("inactive_file", "active_file", "slab_reclaimable")),
     ("memory.limit_in_bytes", "memory.usage_in_bytes", ("total_inactive_file", "total_active_file")),
@@ -85,7 +85,7 @@ _GROUP_FILES = (
 
 
 def _group_rooms(root: pathlib.Path) -> Iterator[int]:
-    """What is left of the limit of this process's group, and of every group above it that has one."""
+    """The free bytes of every limited group among this process's group and its parents."""
     for group in _groups(root):
         for limit_file, used_file, reclaimable in _GROUP_FILES:
             limit, used = _number(group / limit_file), _number(group / used_file)
@@ -94,7 +94,7 @@ def _group_rooms(root: pathlib.Path) -> Iterator[int]:
 
 
 def _groups(root: pathlib.Path) -> Iterator[pathlib.Path]:
-    """The directories of the groups that count the memory of this process, up to where each tree is mounted."""
+    """The directories of the groups that this process belongs to, up to the mount point of each hierarchy."""
     try:
         memberships = (root / "proc/self/cgroup").read_text(encoding="utf-8").splitlines()
         mounts = (root / "proc/self/mountinfo").read_text(encoding="utf-8").splitlines()
@@ -116,22 +116,22 @@ def _groups(root: pathlib.Path) -> Iterator[pathlib.Path]:
         top = root / mounted.lstrip("/")
         try:
             below = pathlib.PurePosixPath(paths[kind]).relative_to(shown)
-        except ValueError:  # only a part of the tree is mounted, in a container; its top is this process's group
+        except ValueError:  # in a container only a part of the hierarchy is mounted, from the group of this process on
             below = pathlib.PurePosixPath()
-        if ".." in below.parts:  # a group outside of what this process may see
+        if ".." in below.parts:  # a group that is not visible to this process
             below = pathlib.PurePosixPath()
         yield from (top / group for group in (below, *below.parents))
 
 
 def _unescaped(name: str) -> str:
-    """A path as the kernel lists it, where a blank is \\040."""
+    """Decodes a path from the kernel's list, in which a space is \\040."""
     return name.encode("latin-1", "backslashreplace").decode("unicode_escape")
 
 
 def _number(file: pathlib.Path) -> Optional[int]:
     try:
         return int(file.read_text(encoding="ascii"))
-    except (OSError, ValueError):  # not there, or the word for no limit
+    except (OSError, ValueError):  # no such file, or "max"
         return None
 
 

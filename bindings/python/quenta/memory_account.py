@@ -1,8 +1,8 @@
-"""What the solves of this process take together: each waits until it fits into memory in addition to the running ones.
+"""Reserves memory for the solves of this process. A solve waits until it fits in addition to the running ones.
 
-The library has no way to say that memory has run out, except to end the process. So everything that a solve takes is
-reserved before it begins. A reservation that a function of the caller uses is different: that function may solve, or
-wait for threads that do. So others wait for it only for some seconds.
+The library ends the process if memory runs out. So all memory of a solve is reserved before it begins. A reservation
+for a function of the caller is special: the function may solve, or wait for threads that solve. So other solves wait
+for it only for a limited time.
 """
 
 from __future__ import annotations
@@ -20,21 +20,21 @@ import numpy as np
 from .errors import SizeError
 from .machine_memory import address_room, machine_room
 
-# In bytes. What every process has to spare is not counted; the machine is looked at from the second size on, which
-# costs a fraction of a millisecond.
+# In bytes. Sizes below the first are not counted. From the second on the memory of the machine is queried, which takes
+# a fraction of a millisecond.
 SMALL, _LARGE = 2**20, 2**24
-# The addresses that a new thread takes for its heap and its stack.
+# The address space of a new thread, for its heap and its stack.
 _THREAD = 2**27 + 2**24
-# Seconds. Memory may become free without a solve that ends, so it is looked at again after this time.
+# Seconds between queries of the available memory, which may grow without the end of a solve.
 _PATIENCE = 0.5
-# Seconds. So long a solve waits for functions of the caller on other threads.
+# Seconds for which a solve waits for functions of the caller on other threads.
 _PATIENCE_WITH_FUNCTIONS = 5.0
 
 
 class Reservation:
-    """Memory that is counted as taken until the end of the `with` block, or until `release` once it has been lent.
+    """Memory that is counted until the end of the `with` block or, after `lend`, until `release`.
 
-    What the same thread asks for within the block is a part of it. A MemoryError in the block becomes a SizeError.
+    Reservations of the same thread within the block are part of it. A MemoryError in the block becomes a SizeError.
     """
 
     def __init__(self, size: int, what: str, for_function: bool = False) -> None:
@@ -42,7 +42,7 @@ class Reservation:
         self.thread: Optional[int] = threading.get_ident()
 
     def lend(self) -> None:
-        """From here on another thread has the memory, and releases it."""
+        """Passes the reservation to another thread, which must release it."""
         self.thread = None
 
     def take_back(self) -> None:
@@ -65,7 +65,7 @@ class Reservation:
 
 
 class _Nothing(Reservation):
-    """A size that is not counted."""
+    """A reservation that is not counted."""
 
     def lend(self) -> None:
         pass
@@ -73,14 +73,14 @@ class _Nothing(Reservation):
     take_back = lend
 
 
-#: Of a size that is not counted.
+#: The reservation for sizes that are not counted.
 NOTHING: Reservation = _Nothing(0, "a small solve")
 
 
 def reserve(size: int, what: str, for_function: bool = False) -> Reservation:
     """Reserves `size` bytes for `what` as soon as they fit in addition to all running solves.
 
-    Raises a `SizeError` if they cannot be had although nothing is running.
+    Raises a `SizeError` if they are not available even though nothing else is running.
     """
     return NOTHING if size < SMALL else _account.add(Reservation(size, what, for_function))
 
@@ -98,8 +98,8 @@ def affords_thread() -> bool:
 
 def refusal(size: int, what: str, room: Optional[int] = None) -> SizeError:
     takes = f", which takes {_size_text(size)}" if size else ""
-    there = "" if room is None else f", where {_size_text(max(room, 0))} are free"
-    return SizeError(f"g: expected sizes that fit into memory, got {what}{takes}{there}")
+    free = "" if room is None else f"; {_size_text(max(room, 0))} are free"
+    return SizeError(f"g: expected sizes that fit into memory, got {what}{takes}{free}")
 
 
 def _size_text(size: int) -> str:
@@ -107,11 +107,11 @@ def _size_text(size: int) -> str:
 
 
 class _Account:
-    """The reservations of the process, and those who wait for their turn."""
+    """The reservations of the process, and the queue of waiting ones."""
 
     def __init__(self) -> None:
         self.changed = threading.Condition()
-        # Weak: what an exception has kept from being released goes with the frames that knew it.
+        # Weak references: a reservation that an exception left unreleased disappears with the frames that refer to it.
         self.running: weakref.WeakSet[Reservation] = weakref.WeakSet()
         self.waiting: collections.deque[Reservation] = collections.deque()
 
@@ -122,7 +122,7 @@ class _Account:
             self.waiting.append(wanted)
             until = time.monotonic() + _PATIENCE_WITH_FUNCTIONS
             try:
-                # First come, first served: small solves cannot starve a large one.
+                # In order of arrival, so that small solves cannot starve a large one.
                 while self.waiting[0] is not wanted or not self._fits(wanted, time.monotonic() < until):
                     self.changed.wait(_PATIENCE)
                 self.running.add(wanted)
@@ -137,7 +137,7 @@ class _Account:
             self.changed.notify_all()
 
     def _fits(self, wanted: Reservation, with_functions: bool) -> bool:
-        # How much the running solves have allocated already is unknown, so all of it counts as still to come.
+        # It is unknown how much the running solves have allocated, so their whole size counts as not yet allocated.
         others = [
             other.size
             for other in self.running
@@ -163,16 +163,16 @@ class _Account:
 
 
 def _addresses_beside(total: int) -> Optional[int]:
-    """What solves of this size may take of the addresses; not all, since allocations are rounded up."""
+    """The address space for solves of this total size. A margin is left, since allocations are rounded up."""
     room = address_room()
     return None if room is None else room - SMALL - total // 8
 
 
 def _trial(size: int) -> bool:
-    """Whether this many bytes can be allocated. Used where the system reports no limits."""
+    """Tries to allocate this many bytes. Used where the system reports no limits."""
     try:
         np.empty(size + size // 8, np.uint8)
-    except (MemoryError, ValueError):  # the second if no address is so large
+    except (MemoryError, ValueError):  # ValueError if the size exceeds the address range
         return False
     return True
 
@@ -181,7 +181,7 @@ _account = _Account()
 
 
 def _forget() -> None:
-    """Resets the account in the child of a fork: no solve is running there, and held locks would never be released."""
+    """Resets the account in a forked child, where no solve is running and locks held at the fork stay held."""
     global _account
     _account = _Account()
 

@@ -1,7 +1,7 @@
-"""The shared library: where it is found, the signatures of its functions, and its start.
+"""The shared library: its location, the signatures of its functions, and its initialization.
 
-The library trusts its caller: arguments that contradict each other end the process. Nothing but the solvers of this
-package, which have checked every argument, calls these functions.
+The library does not validate its arguments: contradictory ones end the process. Only the solvers of this package call
+it, after checking every argument.
 """
 
 from __future__ import annotations
@@ -28,13 +28,13 @@ _NAMES = {
 
 
 def _load() -> ctypes.CDLL:
-    """The library of the environment variable, else one beside the package, of this prefix, or of the system."""
+    """Loads the library that the environment variable names, or else searches the package, the prefix and the system."""
     named = os.environ.get(_VARIABLE)
     if named is not None:
         try:
             return ctypes.CDLL(named)
         except OSError as failure:
-            raise ImportError(f"{_VARIABLE} names no library that can be loaded: {failure}") from None
+            raise ImportError(f"{_VARIABLE}: expected the path of the shared library, got {named!r}: {failure}") from None
     package, prefix = pathlib.Path(__file__).parent, pathlib.Path(sys.prefix)
     for directory in (package, prefix / "lib", prefix / "lib64", prefix / "bin"):
         for name in _NAMES:
@@ -46,12 +46,12 @@ def _load() -> ctypes.CDLL:
         except OSError:
             pass
     raise ImportError(
-        f"the shared library {_NAMES[0]} was not found: it is neither in {package}, nor in {prefix}, nor where the "
-        f"system looks; set the environment variable {_VARIABLE} to its path"
+        f"expected the shared library {_NAMES[0]} in {package}, {prefix} or the search path of the system, got none of "
+        f"this name; set the environment variable {_VARIABLE} to its path"
     )
 
 
-# The kinds of arguments, by letter: p is an array, or null; i an int; d a double; o the address of an int.
+# Argument types by letter: p pointer to an array, or null; i int; d double; o pointer to an int.
 _KINDS = {"p": c_void_p, "i": c_int, "d": c_double, "o": POINTER(c_int)}
 _SIGNATURES = {
     "quenta_rt_init": "",
@@ -86,14 +86,15 @@ def _declare(library: ctypes.CDLL) -> None:
             function.argtypes = argument_types
             function.restype = None
     except AttributeError as missing:
-        raise ImportError(f"{library._name} is not the library that this package needs: {missing}") from None
-    if library.quenta_num_supported_settings() != _SETTING_COUNT:
-        raise ImportError(f"{library._name} has another table of settings than this package expects")
+        raise ImportError(f"expected the library quenta_native, got {library._name}: {missing}") from None
+    count = library.quenta_num_supported_settings()
+    if count != _SETTING_COUNT:
+        raise ImportError(f"{library._name}: expected a table of {_SETTING_COUNT} settings, got {count}")
     if not library.quenta_rt_init():
-        raise ImportError(f"{library._name} could not be started")
+        raise ImportError(f"{library._name}: initialization failed")
 
 
-# Importing is serial, so the library has started before any other thread enters.
+# The import lock ensures that the library is initialized before any other thread calls it.
 library = _load()
 _declare(library)
 
@@ -102,7 +103,7 @@ MOST_DIMENSIONS: int = library.function_solve_max_d()
 
 
 def settings_table() -> list[list[int]]:
-    """The rows of the table of settings: m, then the nodes."""
+    """The rows of the table of settings, each m followed by the nodes."""
     table = (c_int * (_SETTING_COUNT * _SETTING_WIDTH))()
     library.quenta_get_supported_settings(table)
     rows = [table[first : first + _SETTING_WIDTH] for first in range(0, len(table), _SETTING_WIDTH)]
@@ -111,18 +112,18 @@ def settings_table() -> list[list[int]]:
 
 # ---- Threads --------------------------------------------------------------------------------------------------------
 
-LEAST_STACK = 512 * 1024  # bytes: up to 128 KiB for a solver, the rest for the interpreter
+LEAST_STACK = 512 * 1024  # bytes: up to 128 KiB for a solver, and the rest for the interpreter
 _thread = threading.local()
 
 
 def enter_thread() -> None:
-    """To be called before every solve: on a thread's first one it checks that the stack is large enough."""
+    """Must be called before every solve. The first call on a thread checks the size of its stack."""
     if not hasattr(_thread, "has_enough_stack"):
         _check_stack()
 
 
 def _stack_size() -> Optional[int]:
-    """The size of this thread's stack in bytes, where the system tells."""
+    """The size of this thread's stack in bytes, or None if the system does not report it."""
     attributes, size = (ctypes.c_char * 256)(), ctypes.c_size_t()
     try:
         system = ctypes.CDLL(None)
@@ -131,7 +132,7 @@ def _stack_size() -> Optional[int]:
             return None
         system.pthread_attr_getstacksize(attributes, byref(size))
         system.pthread_attr_destroy(attributes)
-    except (AttributeError, OSError, TypeError):  # another system; threading.stack_size() would set it back to 0
+    except (AttributeError, OSError, TypeError):  # not glibc; threading.stack_size() would reset the size to 0
         return None
     return size.value
 
@@ -146,9 +147,9 @@ def _check_stack() -> None:
 
 
 def release_memory() -> None:
-    """Gives memory of finished solves that the process still holds back to the system, where that is possible.
+    """Returns memory that the process still holds from finished solves to the system, where that is possible.
 
-    Returns nothing, and raises nothing.
+    Returns nothing and raises nothing.
     """
     enter_thread()
     library.quenta_gc_collect()

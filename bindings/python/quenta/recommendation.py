@@ -1,4 +1,4 @@
-"""The choice of a setting, from what was measured of all of them."""
+"""Recommends a setting, based on the measured errors of all settings."""
 
 from __future__ import annotations
 
@@ -14,12 +14,12 @@ _FEWEST_STEPS = 8
 
 @dataclass(frozen=True)
 class Recommendation:
-    """A setting, and why it was chosen.
+    """A recommended setting, and the reason for it.
 
     setting
-        The `Setting`, which solvers take as their `setting`.
+        The `Setting`. Solvers accept it as their `setting`.
     reason
-        What it was chosen from and for, and how many samples it reads, in one sentence.
+        One sentence with the selection criteria, the expected error, and the number of samples that are read.
     """
 
     setting: Setting
@@ -29,71 +29,77 @@ class Recommendation:
 def recommend(
     kind: str, *, smoothness: int = 3, stiff: bool = False, continuous: bool = False, samples: Optional[int] = None
 ) -> Recommendation:
-    """Picks the setting with the smallest measured error for a kind of equation, and says why.
+    """Recommends the setting with the smallest measured error for a kind of equation.
 
     kind
         "vie1", "vie2" or "vide", as in `solve_vie1`, `solve_vie2` and `solve_vide`.
     smoothness
-        How many continuous derivatives g, K and a have: 0 for samples with noise, jumps or kinks, such as measured
+        The number of continuous derivatives of g, K and a: 0 for samples with noise, jumps or kinks, such as measured
         data; 5 or more for smooth functions.
     stiff
-        Whether parts of the solution decay within a step or so; "vie2" and "vide" only.
+        Whether components of the solution decay within about one step; only for "vie2" and "vide".
     continuous
-        Whether polynomials have to join; "vie1" only.
+        Whether the polynomials of adjacent steps must join; only for "vie1".
     samples
-        The number of samples, 1441 if nothing is said; at least 9, as there are to be 8 steps.
+        The number of samples, 1441 by default. At least 9, since there must be 8 steps.
 
-    Errors are those of `Measurement.expected_error`: measured with problems of just this smoothness, from 41 to 1441
-    samples of a few oscillations. With m = 1 every sample is read; other settings read a part of them, which `reason`
-    states, and need samples without noise.
+    Errors are those of `Measurement.expected_error`. They were measured with problems of exactly this smoothness, with 41
+    to 1441 samples of a few oscillations. With m = 1 every sample is read. Other settings read only some of the samples,
+    as `reason` states, and require samples without noise.
 
-    Returns a `Recommendation`. Raises `ValueError` for an argument that is wrong, and `SizeError`, which is one, for
-    fewer than 9 samples.
+    Returns a `Recommendation`. Raises `ValueError` for an invalid argument, and its subclass `SizeError` for fewer than 9
+    samples.
     """
     one_of("kind", kind, ("vie1", "vie2", "vide"))
     stiff, continuous = true_or_false("stiff", stiff), true_or_false("continuous", continuous)
     smoothness = whole_number("smoothness", smoothness, 0)
     count = KINKED_SAMPLES[-1] if samples is None else whole_number("samples", samples, 0)
     if stiff and kind == "vie1":
-        raise ValueError("stiff: expected False for the first kind, which has no decay of its own; got True")
+        raise ValueError("stiff: expected False for kind 'vie1', which cannot be stiff, got True")
     if continuous and kind != "vie1":
-        raise ValueError(f"continuous: expected False for {kind}, which has one form; got True")
+        raise ValueError(f"continuous: expected False for kind {kind!r}, which has only one form, got True")
     if count <= _FEWEST_STEPS:
         raise SizeError(f"samples: expected at least {_FEWEST_STEPS + 1}, for {_FEWEST_STEPS} steps, got {count}")
+    return _best("vie1_continuous" if continuous else kind, smoothness, stiff, count)
 
-    form = "vie1_continuous" if continuous else kind
-    demands = ["whose errors do not grow", f"with at least {_FEWEST_STEPS} steps in {count} samples"]
-    if smoothness == 0:
-        demands.append("with m = 1")
-    if stiff:
-        demands.append("that damp what decays within a step")
 
-    def serves(setting: Setting, measured: Measurement) -> bool:
-        return (
-            measured.stable
-            and measured.error is not None
-            and (setting.m == 1 or smoothness > 0)
-            and (not stiff or (measured.stiff_growth is not None and measured.stiff_growth <= 0.9))
-            and (count - 1) // setting.spacings >= _FEWEST_STEPS
-            # A disturbance of the first kind that stays adds up with all others.
-            and (kind != "vie1" or (measured.growth is not None and measured.growth <= 0.9))
-        )
-
+def _best(form: str, smoothness: int, stiff: bool, count: int) -> Recommendation:
     def error(setting: Setting) -> float:
         return setting.measured[form].expected_error(smoothness, count)
 
-    candidates = [setting for setting in settings() if serves(setting, setting.measured[form])]
+    candidates = [
+        setting
+        for setting in settings()
+        if _is_suitable(setting.measured[form], stiff, decaying=form.startswith("vie1"))
+        and (setting.m == 1 or smoothness > 0)
+        and (count - 1) // setting.spacings >= _FEWEST_STEPS
+    ]
     best = min(candidates, key=error)
+    criteria = ["whose errors do not grow", f"with at least {_FEWEST_STEPS} steps in {count} samples"]
+    if smoothness == 0:
+        criteria.append("with m = 1")
+    if stiff:
+        criteria.append("that damp components decaying within a step")
     among = f"of the {len(candidates)} settings" if len(candidates) > 1 else "of the settings"
     derivatives = "derivative" if smoothness == 1 else "derivatives"
     return Recommendation(
         best,
-        f"{among} {', '.join(demands)}, {best} has the smallest error for problems with {smoothness} continuous "
-        f"{derivatives}, about {error(best):.1g} with {count} samples; {best.measured[form].note}; {_what_is_read(best)}",
+        f"{among} {', '.join(criteria)}, {best} has the smallest error for problems with {smoothness} continuous "
+        f"{derivatives}, about {error(best):.1g} with {count} samples; {best.measured[form].note}; {_samples_read(best)}",
     )
 
 
-def _what_is_read(setting: Setting) -> str:
+def _is_suitable(measured: Measurement, stiff: bool, decaying: bool) -> bool:
+    """Whether errors are known and do not grow. With `decaying` they must decay: otherwise they add up over the steps."""
+    return (
+        measured.stable
+        and measured.error is not None
+        and (not stiff or (measured.stiff_growth is not None and measured.stiff_growth <= 0.9))
+        and (not decaying or (measured.growth is not None and measured.growth <= 0.9))
+    )
+
+
+def _samples_read(setting: Setting) -> str:
     read = round(setting.fraction_of_g_read * setting.spacings)
     if read < setting.spacings:
         return f"{read} of every {setting.spacings} samples of g are read"

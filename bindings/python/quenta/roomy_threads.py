@@ -1,7 +1,7 @@
-"""Threads that do not delay the end of the process, with the default stack or with a larger one.
+"""Starts threads that do not delay the end of the process, with the default stack or with a larger one.
 
-`threading.stack_size` is one setting for all threads, and even to ask for it changes it. So a large stack is asked for
-from the system.
+`threading.stack_size` applies to all new threads, and even reading the value resets it. So a thread with a large stack
+is created by the system directly.
 """
 
 from __future__ import annotations
@@ -25,12 +25,12 @@ _routine = ctypes.CFUNCTYPE(c_void_p, c_void_p)(_run_next)
 
 
 def start_thread(work: Callable[[], None]) -> None:
-    """Raises a RuntimeError if there can be no more threads."""
+    """Starts a thread. Raises a RuntimeError if that is not possible."""
     _thread.start_new_thread(work, ())
 
 
 def start_roomy_thread(work: Callable[[], None]) -> None:
-    """A thread with a large stack, on POSIX systems. Raises a RuntimeError if there can be no more, or on others."""
+    """Starts a thread with a large stack. Raises a RuntimeError if that is not possible, or not a POSIX system."""
     attributes, thread = (c_char * 256)(), c_ulong()
     try:
         system = ctypes.CDLL(None)

@@ -1,4 +1,4 @@
-"""The sample-based solvers: their arguments, their checks, and the call.
+"""The sample-based solvers: checks of the arguments, and the calls of the library.
 
     vie1   integral from 0 to t of K(t - s) y(s) ds = g(t)
     vie2   y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds
@@ -41,38 +41,38 @@ def solve_vie1(
     kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
-    """Solves integral from 0 to t of K(t - s) y(s) ds = g(t), the equation of the first kind.
+    """Solves an equation of the first kind: integral from 0 to t of K(t - s) y(s) ds = g(t).
 
     g, K
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; constants, as a number, a vector (D,) for g or a matrix (D, D) for K; or functions of an array of times,
-        which are sampled here. In a system, a scalar K stands for that multiple of the identity, and a number g for
-        all components.
+        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K; or functions, which are called with an
+        array of times. In a system, a scalar K means this multiple of the identity, and a number g applies to all
+        components.
     setting
-        A pair (m, nodes), a text "m:nodes" such as "3:1,2,3", one of `settings()` or a `Recommendation`. Settings with
-        the node 0 do not serve the first kind.
+        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "3:1,2,3", one of `settings()` or a
+        `Recommendation`. Settings with the node 0 do not support the first kind.
     continuous
-        Join the polynomials of adjacent steps, from y0 on: a number, or an array of shape (D,). With many settings
-        errors then grow from step to step; this is warned of.
+        Use the continuous form: the polynomials of adjacent steps join, and the first one starts from y0, a number or
+        an array of shape (D,). With many settings errors then grow from step to step, which causes a warning.
     t_end
-        Where no argument has samples: the solution covers 0 to t_end. The last step ends there if t_end is a multiple
-        of the step m * m * dt, otherwise after it; functions are sampled up to that end.
+        Required if no argument has samples: the solution covers 0 to t_end. The last step ends at t_end if t_end is a
+        multiple of the step m * m * dt, otherwise after it. Functions are sampled up to that end.
     kernel_ends
-        K has fewer samples than g, and is zero after its last one.
+        K may have fewer samples than g, and is zero after its last one.
     check_finite
-        Refuse NaN and infinity. Without it they go through to the solution.
+        Refuse NaN and infinity. Otherwise they propagate to the solution.
 
-    The first kind is ill-posed: noise in g is differentiated. g(0) must be zero. K(0) must be neither zero nor small
-    compared with K in the first step. `IllPosedWarning` reports violations of either condition.
+    Equations of the first kind are ill-posed: noise in g is differentiated. g(0) must be zero. K(0) must be neither zero
+    nor small compared with K in the first step. `IllPosedWarning` reports violations of either condition.
 
-    The default setting (3, [1, 2, 3]) has a high order for smooth samples, and reads a third of those of g and of K.
-    Where the others contradict them, this is warned of; (1, [1]) reads every sample except the first of g and
-    the last of K.
+    The default setting (3, [1, 2, 3]) has a high order for smooth samples, and reads a third of the samples of g and K.
+    A warning reports other samples that contradict them. The setting (1, [1]) reads every sample except the first of g
+    and the last of K.
 
-    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
-    solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
-    that are not read and contradict those that are (`UnreadSamplesWarning`), of samples past the last whole step
-    (`DroppedSamplesWarning`), and of errors that grow (`GrowthWarning`).
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot be
+    solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
+    samples that contradict the others (`UnreadSamplesWarning`), samples past the last whole step
+    (`DroppedSamplesWarning`), and errors that grow (`GrowthWarning`).
     """
     problem = prepare_vie1(g, K, dt, setting, continuous, y0, t_end, kernel_ends, check_finite)
     solution = problem.solve()
@@ -90,30 +90,31 @@ def solve_vie2(
     kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
-    """Solves y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds, the equation of the second kind.
+    """Solves an equation of the second kind: y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
 
     g, K
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; constants, as a number, a vector (D,) for g or a matrix (D, D) for K; or functions of an array of times,
-        which are sampled here. In a system, a scalar K stands for that multiple of the identity, and a number g for
-        all components.
+        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K; or functions, which are called with an
+        array of times. In a system, a scalar K means this multiple of the identity, and a number g applies to all
+        components.
     setting
-        A pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a `Recommendation`.
+        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a
+        `Recommendation`.
     t_end
-        Where no argument has samples: the solution covers 0 to t_end. The last step ends there if t_end is a multiple
-        of the step m * m * dt, otherwise after it; functions are sampled up to that end.
+        Required if no argument has samples: the solution covers 0 to t_end. The last step ends at t_end if t_end is a
+        multiple of the step m * m * dt, otherwise after it. Functions are sampled up to that end.
     kernel_ends
-        K has fewer samples than g, and is zero after its last one.
+        K may have fewer samples than g, and is zero after its last one.
     check_finite
-        Refuse NaN and infinity. Without it they go through to the solution.
+        Refuse NaN and infinity. Otherwise they propagate to the solution.
 
-    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of those of g and of K.
-    Where the others contradict them, this is warned of; (1, [0, 1]) reads every sample.
+    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of the samples of g and K. A
+    warning reports other samples that contradict them. The setting (1, [0, 1]) reads every sample.
 
-    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
-    solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
-    that are not read and contradict those that are (`UnreadSamplesWarning`), of samples past the last whole step
-    (`DroppedSamplesWarning`), and of a solution that is not finite (`GrowthWarning`).
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot be
+    solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
+    samples that contradict the others (`UnreadSamplesWarning`), samples past the last whole step
+    (`DroppedSamplesWarning`), and a solution that is not finite (`GrowthWarning`).
     """
     problem = prepare_vie2(g, K, dt, setting, t_end, kernel_ends, check_finite)
     solution = problem.solve()
@@ -137,28 +138,29 @@ def solve_vide(
 
     g, K, a
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) for a scalar equation; (N, D), (N, D, D) and (N, D, D) for a
-        system; constants, as a number, a vector (D,) for g or a matrix (D, D) for K and a; or functions of an array of
-        times, which are sampled here. In a system, a scalar K or a stands for that multiple of the identity, and a
-        number g for all components.
+        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K and a; or functions, which are called
+        with an array of times. In a system, a scalar K or a means this multiple of the identity, and a number g applies
+        to all components.
     y0
-        A number, or for a system an array of shape (D,); there a number counts for all components.
+        A number; for a system an array of shape (D,), or a number that applies to all components.
     setting
-        A pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a `Recommendation`.
+        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a
+        `Recommendation`.
     t_end
-        Where no argument has samples: the solution covers 0 to t_end. The last step ends there if t_end is a multiple
-        of the step m * m * dt, otherwise after it; functions are sampled up to that end.
+        Required if no argument has samples: the solution covers 0 to t_end. The last step ends at t_end if t_end is a
+        multiple of the step m * m * dt, otherwise after it. Functions are sampled up to that end.
     kernel_ends
-        K has fewer samples than g, and is zero after its last one.
+        K may have fewer samples than g, and is zero after its last one.
     check_finite
-        Refuse NaN and infinity. Without it they go through to the solution.
+        Refuse NaN and infinity. Otherwise they propagate to the solution.
 
-    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of those of g, K and a.
-    Where the others contradict them, this is warned of; (1, [0, 1]) reads every sample.
+    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of the samples of g, K and a. A
+    warning reports other samples that contradict them. The setting (1, [0, 1]) reads every sample.
 
-    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` where there is no
-    solution, and `ValueError` for any other fault of an argument. Warns, before the solution is returned, of samples
-    that are not read and contradict those that are (`UnreadSamplesWarning`), of samples past the last whole step
-    (`DroppedSamplesWarning`), and of a solution that is not finite (`GrowthWarning`).
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot be
+    solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
+    samples that contradict the others (`UnreadSamplesWarning`), samples past the last whole step
+    (`DroppedSamplesWarning`), and a solution that is not finite (`GrowthWarning`).
     """
     problem = prepare_vide(g, K, a, y0, dt, setting, t_end, kernel_ends, check_finite)
     solution = problem.solve()
@@ -166,11 +168,11 @@ def solve_vide(
     return solution
 
 
-# ---- From arguments to a problem ------------------------------------------------------------------------------------
+# ---- Checked arguments ----------------------------------------------------------------------------------------------
 
 
 class SampledProblem(NamedTuple):
-    """A problem whose arguments fit together. D is None for a scalar equation."""
+    """An equation with checked arguments. D is None for a scalar equation."""
 
     form: str
     g: Array
@@ -183,11 +185,11 @@ class SampledProblem(NamedTuple):
     check_finite: bool
 
     def solve(self) -> Solution:
-        """Calls the library. What there is to warn of is left to `warn_of`."""
+        """Calls the library. Issues no warnings; that is the task of `warn_of`."""
         return _solve(self)
 
     def coarsened(self, factor: int) -> SampledProblem:
-        """The same problem from every second (third, ...) sample."""
+        """The same problem with every `factor`-th sample."""
         given = (self.g, self.K) if self.a is None else (self.g, self.K, self.a)
         with reserve(sum(samples[::factor].nbytes for samples in given), f"copies of every {factor}-th sample"):
             g, K, *coefficient = (np.ascontiguousarray(samples[::factor]) for samples in given)
@@ -211,13 +213,13 @@ def prepare_vie1(
     continuous = true_or_false("continuous", continuous)
     if row.nodes[0] == 0:
         raise UnsupportedSettingError(
-            f"setting: expected nodes above 0 for an equation of the first kind, which says nothing of y at the start "
-            f"of a step; got {row}"
+            f"setting: expected nodes above 0, since at the start of a step an equation of the first kind contains no "
+            f"unknown, got {row}"
         )
     if continuous and y0 is None:
-        raise ValueError("y0: expected a value to start from, since continuous was asked for; got None")
+        raise ValueError("y0: expected an initial value for continuous=True, got None")
     if y0 is not None and not continuous:
-        raise ValueError(f"y0: expected None without continuous=True, which alone reads it; got {sketch(y0)}")
+        raise ValueError(f"y0: expected None without continuous=True, got {sketch(y0)}")
     dt, arrays, D = _sampled(dt, {"g": g, "K": K}, y0, row, t_end, kernel_ends, check_finite)
     initial = initial_value("y0", y0, D, check_finite) if continuous else (0.0 if D is None else np.zeros(D))
     return SampledProblem(
@@ -261,7 +263,7 @@ def prepare_vide(
 def _sampled(
     dt: Any, values: dict[str, Samples], y0: Any, row: Setting, t_end: Any, kernel_ends: Any, finite: bool
 ) -> tuple[float, dict[str, Array], Optional[int]]:
-    """dt; g, K and a as arrays that fit together, and fit the row; and D."""
+    """Returns dt, then g, K and a as arrays of matching shapes, and D."""
     dt = positive_number("dt", dt)
     gathered = gather(dt, values, y0, row, t_end, true_or_false("kernel_ends", kernel_ends), finite)
     _check_sizes(dt, gathered.N, gathered.D or 1, row)
@@ -269,7 +271,7 @@ def _sampled(
 
 
 def _check_sizes(dt: float, N: int, D: int, row: Setting) -> None:
-    """What the library would not check, or only by ending the process; and that there is a step to solve."""
+    """Checks that there is at least one step, and the limits that the library does not check or that end the process."""
     if N <= row.spacings:
         raise SizeError(
             f"g: expected at least {row.spacings + 1} samples, for one step of setting {row}, got {N}"
@@ -287,9 +289,9 @@ def _check_sizes(dt: float, N: int, D: int, row: Setting) -> None:
         raise ValueError(f"dt: expected a number whose multiples are finite, got {dt} for {N} samples")
 
 
-# ---- The call -------------------------------------------------------------------------------------------------------
+# ---- Calls of the library -------------------------------------------------------------------------------------------
 
-# By form, and whether the equation is scalar.
+# The functions by form and by whether the equation is scalar.
 _FUNCTIONS = {
     ("vie1", True): library.quenta_solve_vie1,
     ("vie1", False): library.quenta_solve_vie1_vec,
@@ -329,7 +331,7 @@ def _solve(problem: SampledProblem) -> Solution:
     if status != native_library.SOLVED:
         raise _refusal(status, problem)
 
-    if form in ("vie1", "vie2"):  # whose polynomials leave the last power out
+    if form in ("vie1", "vie2"):  # the highest power is not used
         coefficients = coefficients[:, :count]
     return Solution(out[: steps * setting.spacings + 1], setting.spacings * dt, coefficients, dt, setting)
 
@@ -337,24 +339,23 @@ def _solve(problem: SampledProblem) -> Solution:
 def _refusal(status: int, problem: SampledProblem) -> Exception:
     if status == native_library.SINGULAR_BLOCK:
         return SingularBlockError(
-            f"the system of a step is singular under setting {problem.setting} and dt = {problem.dt:g}: "
+            f"the system of a step is singular with setting {problem.setting} and dt = {problem.dt:g}: "
             + (
-                "K is zero, or nearly, at the start; differentiate the equation"
+                "K(0) is zero or nearly zero; differentiate the equation"
                 if problem.form.startswith("vie1")
-                else "another dt or setting may serve"
+                else "try another dt or setting"
             )
         )
     if status == native_library.SIZE_OVERFLOW:
         return SizeError(f"g: expected sizes within {LARGEST_INDEX}, got an array of shape {shape_text(problem.g.shape)}")
     return UnsupportedSettingError(
-        f"setting: expected one that does not amplify every error of an equation of the first kind, got "
-        f"{problem.setting}"
+        f"setting: expected one that does not amplify all errors of an equation of the first kind, got {problem.setting}"
         if problem.form.startswith("vie1")
-        else f"setting: the library refuses {problem.setting}"
+        else f"setting: expected one that the library supports, got {problem.setting}"
     )
 
 
-#: For each public solver, the function that turns its arguments into a problem.
+#: For each public solver, the function that checks its arguments and returns the problem.
 PREPARATIONS: dict[Callable[..., Solution], Callable[..., SampledProblem]] = {
     solve_vie1: prepare_vie1,
     solve_vie2: prepare_vie2,

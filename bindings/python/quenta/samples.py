@@ -1,10 +1,10 @@
-"""Samples of g, K and a: from arrays, constants and functions of time to arrays that fit together.
+"""Converts g, K and a, which may be arrays, constants or functions of time, to arrays of samples of matching shapes.
 
 The equation is a system of D equations if g has the shape (N, D), if K or a is a matrix, or if y0 is a vector. Then
 
-    g   is an array (N, D), a constant vector (D,), or a number for all components;
-    K   is an array (N, D, D), a constant matrix (D, D), or a scalar, constant or in samples (N,): that multiple of
-    a   the identity.
+    g      is an array (N, D), a constant vector (D,), or a number for all components;
+    K, a   are arrays (N, D, D), constant matrices (D, D), or scalars, constant or as samples (N,), which mean multiples
+           of the identity.
 """
 
 from __future__ import annotations
@@ -21,13 +21,13 @@ from .native_library import LARGEST_INDEX
 from .setting_table import Setting
 from .solve_memory import require_samples, reserve_copies, reserve_function_values, reserve_solve
 
-#: Samples of a function of time: an array, a number for a constant, or a function that is sampled here. A function
-#: receives the array of all times and returns the array of its values there, the times along the first axis.
+#: An array of samples, a constant, or a function. A function is called with the array of all times and returns the array
+#: of its values, with the times along the first axis.
 Samples = Any
 
 
 class Gathered(NamedTuple):
-    """Samples whose number and dimension are known. Constants have one value only, and K may end early."""
+    """Arguments whose number of samples and dimension are known. Constants are not expanded, and K may end early."""
 
     arrays: dict[str, Array]
     N: int
@@ -37,7 +37,7 @@ class Gathered(NamedTuple):
     kernel_ends: bool
 
     def spread(self) -> dict[str, Array]:
-        """All samples of all arguments."""
+        """All arguments as arrays of samples of full shape."""
         return {name: self._spread(name, array) for name, array in self.arrays.items()}
 
     def _spread(self, name: str, array: Array) -> Array:
@@ -51,7 +51,7 @@ class Gathered(NamedTuple):
         if not (array.shape == square or (scalar and name != "g") or array.ndim == 0):
             if not (ends and array.shape[1:] == square):
                 self._refuse(name, array, shape)
-        # Of a scalar in samples there is one copy more, on the way.
+        # Expanding samples of a scalar to matrices needs one more copy.
         copied = 8 * math.prod(shape) * (1 if array.ndim != 1 or D is None else 2)
         with reserve_solve(N, D or 1, self.row, "a" in self.arrays, copied):
             if scalar and D is not None and name != "g":
@@ -66,30 +66,30 @@ class Gathered(NamedTuple):
         if name == "g":
             raise ValueError(
                 f"g: expected an array of shape {shape_text(shape)}, or {shape_text(shape[1:])} for a constant vector, "
-                f"since the equation is a system of {self.D}, got {shape_text(array.shape)}"
+                f"because the equation is a system with D = {self.D}, got {shape_text(array.shape)}"
             )
-        meaning = "(N,), like g" if self.D is None else "(N, D, D) for a g of shape (N, D)"
+        meaning = "(N,) as for g" if self.D is None else "(N, D, D) for a g of shape (N, D)"
         try:
             expect_shape(name, array, shape, meaning)
         except ValueError as refusal:
             if name == "K" and not self.kernel_ends and array.shape[1:] == shape[1:] and len(array) < self.N:
-                raise ValueError(f"{refusal} (kernel_ends=True: K is zero after its last sample)") from None
+                raise ValueError(f"{refusal} (with kernel_ends=True, K is zero after its last sample)") from None
             raise
 
 
 def gather(
     dt: float, values: dict[str, Samples], y0: Any, row: Setting, t_end: Any, kernel_ends: bool, finite: bool
 ) -> Gathered:
-    """g, K and a with the number of samples and the dimension; functions are sampled."""
+    """Collects g, K and a, samples functions, and finds the number of samples and the dimension."""
     if t_end is None and not kernel_ends:
         ready = _gather_arrays(values, row, finite)
         if ready is not None:
             return ready
     arrays = {name: _finite_array(name, value, finite) for name, value in values.items() if not callable(value)}
     if kernel_ends and ("K" not in arrays or arrays["K"].ndim not in (1, 3)):
-        raise ValueError("kernel_ends: expected False, since K is not an array of samples; got True")
-    # A g of one dimension is a vector that does not change, if the other arguments belong to a system. Those that are
-    # functions tell later.
+        raise ValueError("kernel_ends: expected False because K is not an array of samples, got True")
+    # A one-dimensional g is a constant vector if the other arguments belong to a system. For functions this is known
+    # only after they have been called.
     constant_g = "g" in arrays and arrays["g"].ndim == 1 and (
         _has_matrices(arrays) or (t_end is not None and (_is_vector(y0) or any(map(callable, values.values()))))
     )
@@ -111,7 +111,7 @@ def gather(
 
 
 def _gather_arrays(values: dict[str, Samples], row: Setting, finite: bool) -> Optional[Gathered]:
-    """The arguments themselves, if all are arrays of samples that fit together."""
+    """The fast path: returns the arguments unchanged if all are arrays of samples of matching shapes."""
     g = values["g"]
     shape: tuple[int, ...] = getattr(g, "shape", ())
     if type(g) is not np.ndarray or not (len(shape) == 1 or (len(shape) == 2 and shape[1] > 0)):
@@ -132,7 +132,7 @@ def _has_matrices(arrays: dict[str, Array]) -> bool:
 def _is_vector(y0: Any) -> bool:
     try:
         return np.ndim(y0) == 1
-    except Exception:  # it is no array of numbers, and refused later
+    except Exception:  # not an array of numbers; refused later
         return False
 
 
@@ -160,22 +160,22 @@ def _dimension(arrays: dict[str, Array], constant_g: bool, y0: Any) -> Optional[
 
 
 def _needless_end(name: str, t_end: Any) -> ValueError:
-    return ValueError(f"t_end: expected None, since the samples of {name} determine the end; got {sketch(t_end)}")
+    return ValueError(f"t_end: expected None because the samples of {name} determine the end, got {sketch(t_end)}")
 
 
 def _count(dt: float, sampled: dict[str, int], spacings: int, t_end: Any) -> int:
-    """The number of samples: that of the first array that has some, or enough for whole steps that cover 0 to t_end."""
+    """The number of samples: that of the first sampled array, or enough for whole steps that cover 0 to t_end."""
     if sampled:
         name, count = next(iter(sampled.items()))
         if t_end is not None:
             raise _needless_end(name, t_end)
         return count
     if t_end is None:
-        raise ValueError("t_end: expected the end of the interval, since no argument has samples; got None")
+        raise ValueError("t_end: expected the end of the interval because no argument has samples, got None")
     length = positive_number("t_end", t_end) / dt
     if length > LARGEST_INDEX - spacings:
         raise SizeError(f"t_end: expected at most {LARGEST_INDEX} spacings dt, got {t_end!r} / {dt!r}")
-    # The fewest whole steps that cover 0 to t_end. The factor absorbs rounding errors.
+    # The smallest number of steps that cover 0 to t_end. The factor absorbs rounding errors.
     return math.ceil(length / spacings * (1 - 1e-12)) * spacings + 1
 
 
@@ -188,12 +188,12 @@ def _sample(
     several: bool,
     finite: bool,
 ) -> Array:
-    """The values of a function at all times. The other arrays give the dimension, if known."""
-    # What is infinite is refused, with its place. So NumPy need not warn of it, unless it is to pass.
+    """The values of a function at all times. The other arrays determine the dimension, if it is known."""
+    # Infinite values are refused with a message, so warnings of NumPy are needed only if they are accepted.
     errors: Any = {"divide": "ignore", "invalid": "ignore"} if finite else {}
     with reserve_function_values(name, count, arrays), np.errstate(**errors):
         try:
-            values = function(np.arange(count) * dt)  # an array of its own, since a function may work in place
+            values = function(np.arange(count) * dt)  # a new array, since a function may modify it
         except ZeroDivisionError:
             raise _singular(name, "a division by zero") from None
         except MemoryError as failure:
@@ -201,7 +201,7 @@ def _sample(
         except TypeError as failure:
             raise ValueError(
                 f"{name}: expected a function of an array of times, got one that raises {sketch(failure)} "
-                f"(numpy.vectorize takes functions of one number)"
+                f"(numpy.vectorize converts functions of one number)"
             ) from failure
     array = real_array(name, values, finite=False)
     if array.ndim > 0 and len(array) != count:
@@ -211,7 +211,7 @@ def _sample(
         )
     if finite and not all_finite(array):
         raise _not_finite_in_time(name, array, dt)
-    # Functions may return the same memory, each its own values.
+    # Several functions may return their values in the same memory.
     shared = several and isinstance(values, np.ndarray) and np.may_share_memory(array, values)
     return array.copy() if shared else array
 
@@ -227,7 +227,7 @@ def _finite_array(name: str, value: Any, finite: bool) -> Array:
 
 
 def _not_finite_in_time(name: str, array: Array, dt: float) -> ValueError:
-    """Why a function is refused of whose values some are not finite."""
+    """The exception for a function with values that are not finite."""
     values = array.reshape(max(len(np.atleast_1d(array)), 1), -1)
     finite = np.isfinite(values).all(axis=1)
     first = int(np.argmin(finite))
@@ -236,7 +236,7 @@ def _not_finite_in_time(name: str, array: Array, dt: float) -> ValueError:
         return _singular(name, str(value))
     return ValueError(
         f"{name}: expected a function that is finite from 0 to the end of the last step, {(len(values) - 1) * dt!r}, "
-        f"got {value} at t = {first * dt!r} (check_finite=False lets it pass)"
+        f"got {value} at t = {first * dt!r} (check_finite=False accepts it)"
     )
 
 
@@ -244,5 +244,5 @@ def _singular(name: str, value: str) -> ValueError:
     what = "a singular kernel" if name == "K" else "a function that is singular at 0"
     return ValueError(
         f"{name}: expected a finite value at t = 0, got {value}: {what} cannot be sampled there; integrate it exactly "
-        f"in the blocks of a collocation scheme, for quenta.solve_blocks_vie2 and its neighbours"
+        f"in the blocks of a collocation scheme, and use a block solver such as quenta.solve_blocks_vie2"
     )

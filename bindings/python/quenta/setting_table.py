@@ -1,4 +1,4 @@
-"""The 56 collocation settings, and what was measured of each."""
+"""The table of the 56 collocation settings, with measured properties of each."""
 
 from __future__ import annotations
 
@@ -14,23 +14,23 @@ from . import native_library
 from .arguments import sketch
 from .errors import UnsupportedSettingError
 
-#: The forms of the sampled solvers, as measurements are listed under.
+#: The forms of the sample-based solvers, which are the keys of `Setting.measured`.
 FORMS = ("vie1", "vie1_continuous", "vie2", "vide")
 
-#: Where the errors of problems of limited smoothness are measured: from so many samples, ...
+#: The numbers of samples for which errors of problems of limited smoothness are measured.
 KINKED_SAMPLES = (41, 145, 1441)
-#: ... and with 0, 1, ... and so many continuous derivatives.
+#: The largest measured smoothness, in continuous derivatives. The smallest is 0.
 SMOOTHEST = 5
 
 
 class HasSetting(Protocol):
-    """A `Recommendation`, for instance, or a `Solution`."""
+    """An object with a setting, for example a `Recommendation` or a `Solution`."""
 
     @property
     def setting(self) -> Setting: ...
 
 
-#: A `Setting`, a pair (m, nodes), a text such as "2:0,1,2", or something that has a setting.
+#: A `Setting`, a pair (m, nodes), a text such as "2:0,1,2", or an object with a setting.
 SettingLike = Union["Setting", HasSetting, str, Sequence[Any]]
 
 
@@ -39,26 +39,26 @@ _MEASUREMENTS = pathlib.Path(__file__).with_name("measured_settings.json")
 
 @dataclass(frozen=True)
 class Measurement:
-    """What `measure_settings.py` found for one setting in one form, on smooth problems with known solutions.
+    """Measured properties of one setting in one form, from problems with known solutions (`measure_settings.py`).
 
     usable
-        Whether the form has a solution with this setting at all. If not, the numbers below are None.
+        Whether the form can be solved with this setting. If not, all numbers below are None.
     order
-        Order of convergence: the largest error over all samples goes like dt to this power.
+        The order of convergence: the largest error over all samples is proportional to dt to this power.
     order_at_steps
-        The same of the errors at the ends of the steps, which can be of a higher order.
+        The order of the errors at the ends of the steps, which can be higher.
     error
-        Largest error with 1441 samples of a smooth problem on 0 .. 10, relative to the solution.
+        The largest error for a smooth problem with 1441 samples on 0 .. 10, relative to the solution.
     growth
-        The factor by which a disturbance grows in every step, in the long run; above 1 the form is unstable.
+        The asymptotic factor by which a disturbance grows per step. Above 1 the form is unstable.
     stiff_growth
-        The same when the solution decays within a small part of a step; only for `vie2` and `vide`.
+        The same factor for a solution that decays within a small fraction of a step; only for `vie2` and `vide`.
     note
-        One sentence that says what this means.
+        One sentence that summarizes these numbers.
     kinked_errors
-        For problems whose g, K and a have 0, 1, ... 5 continuous derivatives: the errors from 41, 145 and 1441 samples
-        on 0 .. 10, relative to the solution; the geometric mean over several problems. None where the form is not
-        stable.
+        The errors for problems whose g, K and a have 0, 1, ... 5 continuous derivatives, each with 41, 145 and 1441
+        samples on 0 .. 10: relative to the solution, and the geometric mean over several problems. None if the form is
+        not stable.
     """
 
     usable: bool
@@ -76,9 +76,9 @@ class Measurement:
         return self.growth is not None and self.growth <= 1.01
 
     def expected_error(self, smoothness: int, samples: int) -> float:
-        """The error for a problem with so many continuous derivatives, from so many samples of it.
+        """The expected error for a problem with this number of continuous derivatives and this number of samples.
 
-        `kinked_errors` is interpolated by powers of the number of samples. The result compares settings; problems differ.
+        Interpolates `kinked_errors` by powers of the number of samples. The result is meant for comparing settings.
         """
         if self.kinked_errors is None:
             return math.inf
@@ -91,14 +91,14 @@ class Measurement:
 
 @dataclass(frozen=True)
 class Setting:
-    """A row of the table: a step spans m * m spacings, and its polynomial lives on the nodes k / m of the step.
+    """A collocation scheme (m; nodes). A step has m * m spacings, and the nodes are at k / m of the step.
 
     row
-        Its number in the table of the library, from 0 to 55.
+        The index in the table of the library, from 0 to 55.
     m
-        From 1 to 4.
+        A number from 1 to 4.
     nodes
-        Ascending numbers k out of 0 .. m.
+        The numbers k, ascending, from 0 .. m.
     measured
         A `Measurement` for each form: "vie1", "vie1_continuous", "vie2", "vide".
     """
@@ -131,7 +131,7 @@ class Setting:
 
     @property
     def parameters(self) -> tuple[float, ...]:
-        """The collocation parameters: where in the step, from 0 to 1, the nodes are."""
+        """The collocation parameters: the positions of the nodes in the step, from 0 to 1."""
         return tuple(node / self.m for node in self.nodes)
 
     def __hash__(self) -> int:
@@ -160,18 +160,18 @@ def _measurement(values: dict[str, Any]) -> Measurement:
 _SETTINGS = _read_settings()
 _BY_IDENTITY = {id(setting): setting for setting in _SETTINGS}
 _BY_NAME = {(setting.m, setting.nodes): setting for setting in _SETTINGS}
-# What the library reads of a setting; kept for the life of the process.
+# Arrays for the library, which must stay alive.
 NODE_ARRAYS = tuple((ctypes.c_int * setting.count)(*setting.nodes) for setting in _SETTINGS)
 NODE_ADDRESSES = tuple(ctypes.addressof(nodes) for nodes in NODE_ARRAYS)
 
 
 def settings() -> list[Setting]:
-    """Returns all 56 collocation settings, in the order of the library's table, with what was measured of them."""
+    """Returns all 56 collocation settings with their measured properties, in the order of the table of the library."""
     return list(_SETTINGS)
 
 
 def find_setting(setting: SettingLike) -> Setting:
-    """The row for a `Setting`, something that has one, a pair such as `(2, [0, 1, 2])`, or a text: `"2:0,1,2"`."""
+    """The row for a `Setting`, an object with a setting, a pair such as `(2, [0, 1, 2])`, or a text such as `"2:0,1,2"`."""
     itself = _BY_IDENTITY.get(id(setting))
     if itself is not None:
         return itself
@@ -193,12 +193,12 @@ def find_setting(setting: SettingLike) -> Setting:
         ) from None
     if found is None:
         raise UnsupportedSettingError(
-            f"setting: expected m from 1 to 4 and ascending nodes out of 0 .. m, got ({m}, {list(nodes)})"
+            f"setting: expected m from 1 to 4 and ascending nodes from 0 .. m, got ({m}, {list(nodes)})"
         )
     return found
 
 
 def _read_text(text: str) -> tuple[int, tuple[int, ...]]:
-    """m and the nodes of a text, as the program `quenta` takes it."""
+    """m and the nodes from a text in the notation of the program `quenta`."""
     m, nodes = text.split(":")
     return int(m), tuple(int(node) for node in nodes.split(","))

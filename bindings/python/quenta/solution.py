@@ -1,4 +1,4 @@
-"""The piecewise polynomial that a solver from samples returns."""
+"""The piecewise polynomial that a sample-based solver returns."""
 
 from __future__ import annotations
 
@@ -15,9 +15,9 @@ _SIDES = ("mean", "left", "right")
 
 @dataclass(frozen=True, eq=False)
 class Solution:
-    """The solution on the grid of the samples, and the polynomial of every step.
+    """The solution at the samples, and the polynomial of each step.
 
-    Samples past the last whole step are not solved for, and do not occur here.
+    The solution ends with the last whole step. It has no values at samples after that.
 
     y
         The solution at the times `t`, an array of shape (n,) or, for a system, (n, D). At the ends of steps it is the
@@ -25,7 +25,7 @@ class Solution:
     step
         The length of a step, `setting.spacings * dt`.
     polynomials
-        Coefficients in ascending powers of s = (t - n * step) / step, from 0 to 1, of every step n: an array of shape
+        The coefficients for each step n in ascending powers of s = (t - n * step) / step, 0 <= s <= 1: an array of shape
         (steps, degree + 1) or, for a system, (steps, degree + 1, D).
     dt
         The spacing of the samples.
@@ -55,20 +55,20 @@ class Solution:
         return self.steps * self.step
 
     def __call__(self, t: Any, side: str = "mean") -> Array:
-        """The solution at any times from 0 to `end`.
+        """Evaluates the solution at any times from 0 to `end`.
 
         t
             A number or an array of any shape.
         side
-            The polynomials of adjacent steps need not join. Where two meet, `side` picks the one before ("left"), the
-            one after ("right"), or their mean ("mean"), as in `y`.
+            The polynomials of adjacent steps need not join. At a boundary of two steps, `side` selects the polynomial
+            before it ("left"), the one after it ("right"), or their mean ("mean"), as in `y`.
 
-        Returns an array of the shape of t, followed by (D,) for a system. Raises `ValueError` for times outside.
+        Returns an array of the shape of t, followed by (D,) for a system. Raises `ValueError` for other times.
         """
         return self._evaluate(self.polynomials, t, side)
 
     def derivative(self, t: Any, side: str = "mean") -> Array:
-        """The derivative of the polynomials. Arguments, result and exceptions are those of evaluating the solution."""
+        """Evaluates the derivative of the polynomials. Arguments, result and exceptions are as for the solution."""
         degree = self.polynomials.shape[1] - 1
         powers = np.arange(1.0, degree + 1) / self.step
         slopes = self.polynomials[:, 1:] * powers.reshape((1, degree) + (1,) * (self.polynomials.ndim - 2))
@@ -79,10 +79,10 @@ class Solution:
         times = real_array("t", t, finite=False)
         position = times / self.step
         boundary = np.rint(position)
-        # As far as numbers of this size can tell, at the end of a step.
+        # Times within rounding of a step boundary.
         at_boundary = abs(position - boundary) <= 1e-15 * np.maximum(position, 1.0)
         position = np.where(at_boundary, boundary, position)
-        outside = ~((position >= 0) & (position <= self.steps))  # NaN too
+        outside = ~((position >= 0) & (position <= self.steps))  # includes NaN
         if outside.any():
             first = float(times[outside].flat[0])
             raise ValueError(f"t: expected times from 0 to {float(self.end)!r}, got {first!r}")

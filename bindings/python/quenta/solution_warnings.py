@@ -1,4 +1,4 @@
-"""The warnings that are issued before a solution is returned: reasons to doubt its numbers."""
+"""The warnings that are issued before a solution is returned if it may be unreliable."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ if TYPE_CHECKING:
 
 
 def warn_of(problem: SampledProblem, solution: Solution, stacklevel: int) -> None:
-    """Warns of what makes the solution doubtful. `stacklevel` counts from this function, as that of warnings.warn."""
+    """Issues all warnings about a solution. `stacklevel` counts from this function, as in `warnings.warn`."""
 
     def warn(text: Optional[str], category: type[QuentaWarning]) -> None:
         if text is not None:
@@ -44,7 +44,7 @@ def _of_dropped_samples(problem: SampledProblem, solution: Solution) -> Optional
         return None
     last = "sample is" if N - used == 1 else f"{N - used} are"
     return (
-        f"g: expected a number of samples k * {spacings} + 1, for whole steps of setting {problem.setting}, got {N}: "
+        f"g: expected k * {spacings} + 1 samples, for whole steps of setting {problem.setting}, got {N}: "
         f"the last {last} not used, and the solution ends at t = {solution.end!r}"
     )
 
@@ -81,11 +81,11 @@ def _of_growth(problem: SampledProblem, solution: Solution) -> Optional[str]:
     setting = problem.setting
     if not all_finite(solution.y) and (problem.check_finite or _is_finite(problem)):
         return (
-            f"the solution has left the range of numbers; errors may have grown from step to step under setting {setting}"
+            f"the solution overflows; errors may have grown from step to step with setting {setting}"
         )
     measured = setting.measured.get(problem.form)
     if problem.form == "vie1_continuous" and measured is not None and not measured.stable:
-        return f"setting {setting}, continuous: {measured.note}"
+        return f"setting {setting} in the continuous form: {measured.note}"
     return None
 
 

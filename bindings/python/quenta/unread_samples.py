@@ -1,10 +1,10 @@
-"""Whether the samples that a setting does not read agree with those that it reads.
+"""Compares the samples that a setting does not read with those that it reads.
 
-A sample between others that are read is compared with the polynomial through the four of these nearest to it, two on
-each side where there are two. One before the first or after the last that is read, and every one where fewer than four
-are read, is compared with the polynomial through the four nearest samples, read or not; with four samples or fewer there
-is no comparison. Let Lambda be the sum of the absolute weights of that polynomial at the sample: 1.25 in the middle of
-four equally spaced samples, 15 one spacing outside of them. The sample contradicts the others if
+An unread sample between read ones is compared with the polynomial through the four nearest read samples, two on each
+side where possible. An unread sample before the first or after the last read one is compared with the polynomial through
+the four nearest samples, read or unread; so are all if fewer than four samples are read. Four samples or fewer are not
+compared. Let Lambda be the sum of the absolute weights of that polynomial at the sample: 1.25 in the middle of four
+equally spaced samples, and 15 one spacing outside of them. The sample contradicts the others if
 
     |sample - polynomial| > TOLERANCE * range * Lambda + ROUNDING * (largest |sample|),
 
@@ -27,32 +27,33 @@ if TYPE_CHECKING:
 
     Indices = NDArray[np.intp]
 
-#: The fraction of the range by which a sample that is not read may differ.
+#: The fraction of the range by which an unread sample may differ.
 TOLERANCE = 0.01
 ROUNDING = 1e-12
 
-_WIDTH = 4  # samples around one that is not read
+_WIDTH = 4  # samples that an unread one is compared with
 _FOURTH_DIFFERENCE = np.array([1.0, -4.0, 6.0, -4.0, 1.0])
-# Stencils repeat in every step except the first and last _ENDS steps. _BOTH_ENDS steps contain both ends.
+# Stencils are the same in all steps except the first and last _ENDS steps. _BOTH_ENDS steps contain both ends.
 _ENDS, _BOTH_ENDS = 4, 9
 _FEW_SAMPLES = 1000  # up to this number, all stencils are stored
-_AT_ONCE = 2**14  # samples, so that what is made of them stays small
+_AT_ONCE = 2**14  # samples processed at once, which limits temporary arrays
 
 
 class Disagreement(NamedTuple):
-    """Samples that are not read, and of them the one that contradicts most, or the first that is not finite."""
+    """The unread sample that contradicts most, or the first that is not finite."""
 
+    #: The number of unread samples, and of all samples.
     unread: int
     samples: int
-    #: Where it is, and by how much of the range of its component it differs; NaN if it is not finite.
+    #: The index of the sample, and the difference as a fraction of the range; NaN if the sample is not finite.
     place: tuple[int, ...]
     fraction: float
-    #: The fraction that is allowed there: TOLERANCE * Lambda.
+    #: The accepted fraction, TOLERANCE * Lambda.
     allowed: float
 
 
 def read_samples(setting: Setting, of_kernel: bool, steps: int) -> list[int]:
-    """The indices of the samples that `steps` steps read: of K, or of g and a."""
+    """The indices of the samples of K, or of g and a, that are read in `steps` steps."""
     nodes, m, spacings = setting.nodes, setting.m, setting.spacings
     if not of_kernel:
         return sorted({n * spacings + k * m for n in range(steps) for k in nodes})
@@ -62,9 +63,9 @@ def read_samples(setting: Setting, of_kernel: bool, steps: int) -> list[int]:
 
 
 def find_disagreement(samples: Array, of_kernel: bool, setting: Setting) -> Optional[Disagreement]:
-    """The worst sample that contradicts those that are read, if any does. Samples stand along the first axis.
+    """The unread sample that contradicts most, or None. The samples are along the first axis.
 
-    Floating-point errors are ignored by the caller.
+    The caller disables floating-point warnings.
     """
     if setting.m == 1 and setting.count == 2:  # every sample is read
         return None
@@ -102,21 +103,21 @@ def _find_not_finite(samples: Array, read: list[int]) -> Optional[Disagreement]:
 
 
 def _surely_within(values: Array, bound: float) -> bool:
-    """A cheap sufficient test: True only if no absolute value exceeds the bound (from the sum of squares)."""
+    """A cheap sufficient condition, from the sum of squares: if True, no absolute value exceeds the bound."""
     return 1e-300 < bound * bound < math.inf and bool(np.vdot(values, values) <= bound * bound)
 
 
 def _are_smooth(samples: Array, bound: float) -> bool:
-    """Whether all fourth differences are below this part of the range, and so no sample contradicts others.
+    """A fast sufficient condition: if True, all fourth differences are so small that no sample contradicts the others.
 
-    It is quick to see, for most samples. The first and the last one stand for the range.
+    `bound` is a fraction of the range. The difference of the last and the first sample is used as the range.
     """
     scale = abs(samples[-1] - samples[0]) * bound
     at_once = max(_AT_ONCE // samples[0].size, 1)
     for begin in range(0, len(samples) - 4, at_once):
         part = samples[begin : begin + at_once + 4]
         if samples.ndim == 1 and 1e-140 < scale < 1e140:
-            # The sum of squares is quick to get, and nowhere near the limits of numbers here.
+            # The sum of squares is faster, and neither overflows nor underflows here.
             differences = np.correlate(part, _FOURTH_DIFFERENCE)
             within = differences.dot(differences) <= scale * scale
         else:
@@ -134,14 +135,14 @@ class _Worst:
 
     def __init__(self, ranges: Array, rounding: float) -> None:
         self.range = ranges
-        self.scale = np.where(ranges > 0, ranges, np.inf)  # constants contradict nothing
+        self.scale = np.where(ranges > 0, ranges, np.inf)  # constant components contradict nothing
         self.bound = TOLERANCE * float(self.scale.min())
         self.rounding = rounding
         self.fraction = self.allowed = 0.0
         self.place: Optional[tuple[int, int]] = None
 
     def compare(self, residuals: Array, lebesgue: Array, rows: Union[Indices, range]) -> None:
-        """Takes residuals, divided by Lambda, of the samples in these rows."""
+        """Updates the worst sample with the residuals, divided by Lambda, of the samples in these rows."""
         if _surely_within(residuals, self.bound):
             return
         largest = np.maximum(residuals.max(axis=0), -residuals.min(axis=0)) / self.scale
@@ -159,18 +160,18 @@ class _Worst:
 
 
 class _Group(NamedTuple):
-    """Samples between the same two that are read, in every period, and their stencils."""
+    """The unread samples between the same two read ones in every period, and their stencils."""
 
     unread: Indices
     read: Indices
-    weights: Array  # divided by Lambda, as the residuals are
+    weights: Array  # divided by Lambda, like the residuals
     lebesgue: Array
 
 
 class _Stencils:
-    """The stencils of a setting in so many steps: residuals, divided by Lambda, from samples.
+    """The stencils of a setting for a number of steps. They compute residuals divided by Lambda.
 
-    Sums use einsum, because BLAS can hang if a memory limit denies it buffers.
+    The sums use einsum because BLAS can hang if a memory limit prevents it from allocating buffers.
     """
 
     def __init__(self, setting: Setting, of_kernel: bool, steps: int) -> None:
@@ -186,7 +187,7 @@ class _Stencils:
             self._find_groups(read, nearest, weights)
 
     def _largest_sum(self) -> float:
-        """The largest residual of samples whose fourth differences are at most 1: by summation by parts."""
+        """The largest residual of samples whose fourth differences are at most 1, by summation by parts."""
         functionals = np.zeros((len(self.unread), self.steps * self.spacings + 1))
         np.put_along_axis(functionals, self.places, self.weights, axis=1)
         for _ in range(4):
@@ -216,17 +217,17 @@ class _Stencils:
             )
 
     def count_unread(self, steps: int) -> int:
-        """The number of samples that are not read in `steps` steps."""
+        """The number of unread samples in `steps` steps."""
         in_step = np.count_nonzero((self.unread > self.spacings) & (self.unread <= 2 * self.spacings))
         return len(self.unread) + (steps - self.steps) * in_step
 
     def compare(self, values: Array, worst: _Worst, rows: slice = slice(None), added: int = 0) -> None:
-        """Compares the samples of some rows, which come so much later than in so few steps."""
+        """Compares the unread samples of some rows. In `values` their indices are larger by `added`."""
         residuals = np.einsum("ijk,ij->ik", values[self.places[rows] + added], self.weights[rows])
         worst.compare(residuals, self.lebesgue[rows], self.unread[rows] + added)
 
     def compare_long(self, values: Array, worst: _Worst) -> None:
-        """Compares samples of more steps than these are for: the two ends by themselves, the others by groups."""
+        """Compares samples of more steps than there are stencils for: both ends, then the middle by groups."""
         begin = _ENDS * self.spacings
         self.compare(values, worst, self.early)
         self.compare(values, worst, self.late, len(values) - 1 - self.steps * self.spacings)
@@ -251,7 +252,7 @@ class _Stencils:
 
 
 def _nearest(unread: Indices, read: Indices, count: int) -> tuple[Indices, Array]:
-    """For every sample that is not read, those that it is compared with, and the weights of the polynomial there."""
+    """For every unread sample, the indices of those that it is compared with, and the weights of the polynomial."""
     nearest = np.empty((len(unread), _WIDTH), np.intp)
     for row, place in enumerate(unread):
         between = len(read) >= _WIDTH and read[0] < place < read[-1]

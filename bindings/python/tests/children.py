@@ -1,11 +1,11 @@
-"""Python scripts in processes of their own, which limits and signals may end."""
+"""Runs Python scripts in child processes, which resource limits and signals may end."""
 
 import os
 import subprocess
 import sys
 import textwrap
 
-#: For scripts that set limits: limit_addresses(beyond) leaves so many bytes of address space.
+#: Prefix of scripts that set limits. limit_addresses(beyond) leaves this many bytes of address space.
 LIMITS = """
 import resource
 

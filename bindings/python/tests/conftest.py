@@ -1,6 +1,6 @@
-"""What all tests start from."""
+"""Set-up of the whole test process."""
 
 import signal
 
-# A shell that runs the tests in the background has them ignore SIGINT, and so would their child processes.
+# A shell starts background jobs with SIGINT ignored, and child processes inherit that.
 signal.signal(signal.SIGINT, signal.default_int_handler)

@@ -1,4 +1,4 @@
-"""Problems with known solutions: y = 1 + sin t for the kernel exp(-t), alone and in systems."""
+"""Scalar problems and systems with known solutions. The basic one has y = 1 + sin t and the kernel exp(-t)."""
 
 import math
 
@@ -33,15 +33,16 @@ def forcing(kind, t):
 
 
 def arguments(kind, t):
-    """The positional arguments of the solver of this kind, without dt."""
+    """The positional arguments of the solver of this kind, except dt."""
     if kind == "vide":
         return forcing(kind, t), kernel(t), coefficient(t), 1.0
     return forcing(kind, t), kernel(t)
 
 
 def kinked_arguments(kind, t, smoothness, random):
-    """Arguments with random times where the next derivative of g and a jumps, for the kernel exp(-t) or its negative;
-    and the solution.
+    """The arguments and the solution of a problem of limited smoothness.
+
+    The kernel is exp(-t) or its negative. The derivative of order smoothness + 1 of g and a jumps at random times.
     """
     sign = random.choice([-1, 1])
     rate, power = random.uniform(0.5, 2), smoothness + {"vie1": 0, "vie2": 1, "vide": 2}[kind]
@@ -62,13 +63,13 @@ def kinked_arguments(kind, t, smoothness, random):
 
 
 def _fading_power(t, power):
-    """t^power exp(-t) / power!, from t = 0 on."""
+    """t^power exp(-t) / power! for t >= 0, and 0 for t < 0."""
     t_past = np.maximum(t, 0)
     return np.where(t >= 0, t_past ** max(power, 0) * np.exp(-t_past) / math.factorial(max(power, 0)), 0)
 
 
 def coupled_arguments(kind, t, D):
-    """The scalar problem in D components that a constant matrix has mixed; and the mixed solution."""
+    """The arguments and the solution of a system: D multiples of the scalar problem, mixed by a constant matrix."""
     mix = np.eye(D) + 0.1 * np.arange(D * D).reshape(D, D) / (D * D)
     back = np.linalg.inv(mix)
     scales = np.arange(1.0, D + 1)

@@ -1,10 +1,10 @@
-"""Random problems with solutions in closed form: smooth, with kinks or jumps, oscillating, of the first kind, stiff.
+"""Random problems with closed-form solutions: smooth, kinked, discontinuous, oscillating, first-kind and stiff ones.
 
-The solution y and the kernel K are chosen, and the forcing follows from them. Both are sums of terms
+The solution y and the kernel K are drawn, and the forcing is computed from them. Both are sums of terms
 
-    c (t - shift)^power exp(rate (t - shift))   for t >= shift, 0 before,
+    c (t - shift)^power exp(rate (t - shift))   for t >= shift, and 0 for t < shift,
 
-with complex rates. Convolutions of such sums are such sums again.
+with complex rates. The convolution of two such sums is again such a sum.
 """
 
 import warnings
@@ -33,7 +33,7 @@ class Term(NamedTuple):
 
 
 def values(terms, t):
-    """The sum of the terms at the times t; a jump at a time counts there already."""
+    """The sum of the terms at the times t, continuous from the right."""
     total = np.zeros(len(t), complex)
     for c, power, rate, shift in terms:
         since = t[t >= shift] - shift
@@ -52,7 +52,7 @@ def derivative(terms):
 
 
 def convolution(left, right):
-    """By partial fractions of the Laplace transforms p! / (s - rate)^(p + 1)."""
+    """The convolution, by partial fractions of the Laplace transforms p! / (s - rate)^(p + 1)."""
     result = []
     for c, p, u, shift in left:
         for d, q, v, other in right:
@@ -110,13 +110,9 @@ def log_uniform(random, low, high):
 
 
 def draw_grid(random, forms):
-    """A form, a setting that is stable in it, and a number of samples for at least 8 steps."""
+    """Draws a form, a setting that is stable in it, and enough samples for at least 8 steps."""
     form = str(random.choice(forms))
-    stable = [
-        setting
-        for setting in quenta.settings()
-        if setting.measured[form].stable
-    ]
+    stable = [setting for setting in quenta.settings() if setting.measured[form].stable]
     names = [(setting.m, setting.nodes) for setting in stable]
     which = names.index(DEFAULTS[form]) if random.random() < 0.3 else random.integers(len(stable))
     setting = stable[which]
@@ -126,7 +122,7 @@ def draw_grid(random, forms):
 
 
 def smooth_frequency(random, grid):
-    """At least 32 samples and 6 steps a period, and a radian at least on the interval."""
+    """A frequency with at least 32 samples and 6 steps per period, and if possible at least 1 radian on the interval."""
     fastest = 2 * pi / max(32 * grid.dt, 6 * grid.step)
     return log_uniform(random, min(1 / grid.end, fastest / 2), fastest)
 
@@ -140,7 +136,7 @@ def smooth_function(random, grid, frequency=None):
 
 
 def smooth_kernel(random, grid, frequency=None):
-    """Of an integral that is neither small nor makes the solution grow without need."""
+    """A kernel whose integral is not negligible and does not make the solution grow strongly."""
     decay = random.uniform(0.5, 4) / grid.end
     size = random.choice([-1, 1]) * log_uniform(random, 0.1, 3) / grid.end
     terms = [Term(size * random.uniform(0.2, 1), 0, -decay)]
@@ -148,7 +144,7 @@ def smooth_kernel(random, grid, frequency=None):
 
 
 def first_kind_kernel(random, grid):
-    """K(0) is not 0, and K is positive and decreasing or nearly so."""
+    """A kernel with nonzero K(0) whose magnitude mostly decreases."""
     frequency = smooth_frequency(random, grid)
     decay = max(random.uniform(0.5, 8) / grid.end, frequency)
     terms = [Term(1.0, 0, -random.uniform(0.1, 3) / grid.end)]
@@ -159,7 +155,7 @@ def first_kind_kernel(random, grid):
 
 
 def place(random, grid):
-    """A time inside the interval: anywhere, just behind a boundary of a step of this or a coarser grid, or a sample."""
+    """A time inside the interval: uniform, just after a step boundary of this or a coarser grid, or at a sample."""
     spot = random.random()
     if spot < 0.4:
         return random.uniform(0.05, 0.95) * grid.end
@@ -171,7 +167,7 @@ def place(random, grid):
 
 
 def assemble(random, grid, y, K, a=None):
-    """The problem with this solution and kernel; sometimes a system of two or three such, mixed."""
+    """The problem with this solution and kernel. One in ten is a system of 2 or 3 multiples of it, mixed by a matrix."""
     t = np.arange(grid.N) * grid.dt
     mixed = int(random.choice([2, 3])) if random.random() < 0.1 else 1
     scales = random.uniform(0.5, 1.5, mixed)
@@ -208,7 +204,7 @@ FIRST_KIND = ["vie1", "vie1", "vie1_continuous"]
 
 
 def smooth(random):
-    """Well sampled: at least 32 samples and 6 steps a period."""
+    """A well-sampled problem: at least 32 samples and 6 steps per period."""
     grid = draw_grid(random, SECOND_KIND)
     return assemble(random, grid, smooth_function(random, grid), smooth_kernel(random, grid))
 
@@ -222,7 +218,7 @@ def first_kind(random):
 
 
 def oscillation(random):
-    """2.2 to 16 samples a period, of the solution, the kernel, or both."""
+    """The solution, the kernel or both oscillate with 2.2 to 16 samples per period."""
     grid = draw_grid(random, SECOND_KIND + ["vie1"])
     frequency = 2 * pi / (log_uniform(random, 2.2, 16) * grid.dt)
     which = random.integers(3)
@@ -233,7 +229,7 @@ def oscillation(random):
 
 
 def stiff(random):
-    """What decays within a part of a step, or at most within some: of -rate y or of a kernel that starts at -rate."""
+    """A problem with a term -rate y, or with a kernel that starts at -rate; rate times the step is 0.3 to 1000."""
     grid = draw_grid(random, SECOND_KIND)
     rate = log_uniform(random, 0.3, 1e3) / grid.step
     y = smooth_function(random, grid)
@@ -253,17 +249,17 @@ def jump(random):
 
 
 def rough(random, power):
-    """A forcing, a kernel or both that are 0 before some time, and rise or jump there."""
+    """The solution, the kernel or both contain a term that is 0 before some time and has a kink or a jump there."""
     grid = draw_grid(random, SECOND_KIND)
     where = place(random, grid)
     size = random.choice([-1, 1]) * log_uniform(random, 0.03, 3) / where**power
     which = random.integers(4)
-    if which == 0:  # a delayed kernel and a constant forcing: y is the sum of the powers of K applied to 1
+    if which == 0:  # delayed kernel, constant forcing: y is the Neumann series of K, applied to 1
         where = max(where, grid.end / 6)
         K = [Term(size / grid.end, power, 0.0, where)]
         if grid.form == "vide":
             K = [K[0]._replace(c=K[0].c / grid.end)]
-            once = convolution(K, [Term(1.0)])  # y' = K * y, so y = 1 + integral of K * 1 + ...
+            once = convolution(K, [Term(1.0)])  # y' = K * y, so y = 1 + integral of (K * 1) + ...
         else:
             once = K
         y = part = [Term(1.0)]
@@ -291,25 +287,28 @@ FAMILIES = {
 
 
 def draw(family, number):
-    """The problem of this number, always the same.
+    """The problem with this number; deterministic.
 
     The limits in error_estimate.py were chosen on problems with other seeds.
     """
     return FAMILIES[family](np.random.default_rng([1, list(FAMILIES).index(family), number]))
 
 
-# ---- The judgement --------------------------------------------------------------------------------------------------
+# ---- Statistics -----------------------------------------------------------------------------------------------------
 
 
 def ratio(problem, estimate):
-    """The largest estimated error by the largest error; 1 where both are of the size that rounding may add up to."""
+    """The largest estimated error divided by the largest error; 1 if rounding can explain both."""
     y = problem.y[: len(estimate.solution.y)]
     rounding = 16 * np.finfo(float).eps * len(y) * abs(y).max()
     return max(estimate.error.max(), rounding) / max(abs(estimate.solution.y - y).max(), rounding)
 
 
 def judge(family, count):
-    """How many estimates are trusted; how many of these are too small or too large; and the numbers of the worst."""
+    """Counts trusted estimates, and those of them that are too small or too large.
+
+    Also returns the numbers of the three problems whose trusted estimates are the smallest relative to the error.
+    """
     found = Counter(problems=count)
     worst = []
     for number in range(count):

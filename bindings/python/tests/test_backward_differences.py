@@ -1,4 +1,4 @@
-"""The second solution, which estimates are based on: its order, and what it reads."""
+"""The reference solution of error estimates: its order of convergence, and the samples that it uses."""
 
 import numpy as np
 import pytest
@@ -30,7 +30,7 @@ def test_order_6(kind, D):
 
 @pytest.mark.parametrize("kind", KINDS)
 def test_polynomials_are_exact(kind):
-    """With y = 1 + t^4 and K = 1 - t the integrand is of degree 5."""
+    """With y = 1 + t^4 and K = 1 - t the integrand is a polynomial of degree 5."""
     t = np.arange(60) * 0.1
     y, K = [Term(1.0), Term(1.0, 4)], [Term(1.0), Term(-1.0, 1)]
     memory = values(convolution(y, K), t)
@@ -52,8 +52,8 @@ def test_fewest_samples(kind):
 
 @pytest.mark.parametrize("kind", KINDS)
 @pytest.mark.parametrize("place", [0, 1, 5, 6, 7, 40])
-def test_every_sample_counts(kind, place):
-    """In any function; but an equation of the first kind says nothing of g at 0."""
+def test_every_sample_is_used(kind, place):
+    """The exception is g(0) in equations of the first kind."""
     t = np.arange(65) * 0.1
     given = arguments(kind, t)
     plain = solve_all_samples(PREPARE[kind](*given, 0.1, setting=SETTING))
@@ -68,8 +68,8 @@ def test_every_sample_counts(kind, place):
 
 
 @pytest.mark.parametrize("power", [0, 1])
-def test_kinks_and_jumps_of_the_kernel_change_the_coarser_solution_more(power):
-    """Wherever one is, its error is at most the difference from the solution with every second sample."""
+def test_errors_at_kinks_and_jumps_of_the_kernel_are_bounded_by_the_difference_of_two_spacings(power):
+    """The error is at most the difference from the solution with every second sample, for any position."""
     t = np.arange(129) * 0.05
     y = [Term(1.0, 0, -0.5)]
     for place in np.random.default_rng(7).uniform(1, 5, 40):

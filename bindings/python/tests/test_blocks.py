@@ -1,4 +1,4 @@
-"""The solvers from blocks solve the dense system that their equations say, whatever stands above the diagonal."""
+"""The block solvers solve the dense systems of their equations, and do not read blocks above the diagonal."""
 
 import numpy as np
 import pytest
@@ -9,7 +9,7 @@ SHAPES = [(1, 1, None), (4, 3, None), (30, 5, None), (1, 1, 1), (4, 2, 3), (6, 5
 
 
 class Problem:
-    """Random blocks, well-conditioned, as dense matrices too; what stands above the diagonal is NaN in the blocks."""
+    """Random well-conditioned blocks, also as dense matrices. The blocks above the diagonal are NaN."""
 
     def __init__(self, N, P, D, carried):
         self.N, self.P, self.D, d = N, P, D, D or 1
@@ -29,7 +29,7 @@ class Problem:
                 self.A[n, i, n, i] += np.eye(self.D or 1)
 
     def given(self, name):
-        """As it is passed: without axes of components for a scalar."""
+        """The argument of this name. Scalar problems have no axes for components."""
         value = getattr(self, name)
         if self.D is not None or name in ("E", "w", "h"):
             return value
@@ -38,7 +38,7 @@ class Problem:
         return value.reshape({"A": self.A.shape[:4], "b": self.b.shape[:2], "C": self.C.shape[:2]}[name])
 
     def block(self, n, k, slots):
-        """The dense matrix of the rows of step n and some slots of step k."""
+        """The dense matrix of the rows of step n and the given slots of step k."""
         part = self.A[n, :, k, slots]
         size = self.P * (self.D or 1)
         return part.transpose(0, 2, 1, 3).reshape(size, -1)
@@ -97,14 +97,14 @@ def test_integro_differential(N, P, D):
         assert np.allclose(x[n], right)
 
 
-def test_blocks_that_are_not_contiguous_give_the_same_bits():
+def test_blocks_that_are_not_contiguous_give_identical_results():
     problem = Problem(4, 3, 2, 0)
     A, b = problem.given("A"), problem.given("b")
     plain = quenta.solve_blocks_vie2(A, b)
     assert np.array_equal(plain, quenta.solve_blocks_vie2(np.asfortranarray(A), b[::-1].copy()[::-1]))
 
 
-def test_values_that_are_not_finite_pass_when_asked_for():
+def test_values_that_are_not_finite_are_accepted_without_check_finite():
     A, b = np.eye(2).reshape(2, 1, 2, 1), np.array([[1.0], [np.nan]])
     x = quenta.solve_blocks_vie1(A, b, check_finite=False)
     assert x[0, 0] == 1 and np.isnan(x[1, 0])
@@ -125,25 +125,28 @@ def test_blocks_that_are_not_finite_are_refused_where_they_are_read(solve, value
     assert np.isfinite(solve(A, ONE)).all()
 
 
-def test_a_solution_that_overflows_is_warned_of():
+def test_a_solution_that_overflows_causes_a_warning():
     A = 1e-300 * IDENTITY
-    with pytest.warns(quenta.GrowthWarning, match="left the range of numbers"):
+    with pytest.warns(quenta.GrowthWarning, match="the solution overflows"):
         assert not np.isfinite(quenta.solve_blocks_vie1(A, 1e300 * ONE)).any()
     with_carried = np.concatenate([IDENTITY, 0 * IDENTITY], axis=3)[:2, :, :2]
-    with pytest.warns(quenta.GrowthWarning, match="left the range of numbers"):
+    with pytest.warns(quenta.GrowthWarning, match="the solution overflows"):
         x, y = quenta.solve_blocks_vie1_cont(with_carried, ONE[:2], [0.0], 1e200, 1.0)
     assert np.isfinite(x).all() and np.isinf(y[-1])
     x, y = quenta.solve_blocks_vie1_cont(with_carried, ONE[:2], [0.0], 1e200, 1.0, check_finite=False)
     assert np.isinf(y[-1])
     zero = np.zeros((1, 1))
-    with pytest.warns(quenta.GrowthWarning, match="left the range of numbers"):
+    with pytest.warns(quenta.GrowthWarning, match="the solution overflows"):
         x, y = quenta.solve_blocks_vide(np.zeros((1, 1, 1, 2)), 1e308 + zero, zero, zero, [1.0], [1.0], 1e308)
     assert np.isfinite(x).all() and np.isinf(y[-1])
 
 
-def test_help_shows_the_fields_of_what_is_returned():
+def test_docstrings_list_the_fields_of_results():
     for kind in (quenta.CarriedSolution, quenta.Ensemble, quenta.Failure, quenta.Recommendation):
         for field in kind.__annotations__:
             assert f"\n    {field}\n" in kind.__doc__, (kind, field)
-    for solve in (quenta.solve_blocks_vie1, quenta.solve_blocks_vie2, quenta.solve_blocks_vie1_cont, quenta.solve_blocks_vide):
+    block_solvers = (
+        quenta.solve_blocks_vie1, quenta.solve_blocks_vie2, quenta.solve_blocks_vie1_cont, quenta.solve_blocks_vide
+    )
+    for solve in block_solvers:
         assert "Returns" in solve.__doc__ and "Raises `SingularBlockError`" in solve.__doc__

@@ -1,4 +1,4 @@
-"""What docs/equations.md states, measured again. The orders at every place are tests/properties/*_convergence.cpp."""
+"""Measures what docs/equations.md states. tests/properties/*_convergence.cpp measures the orders."""
 
 import numpy as np
 import pytest
@@ -13,7 +13,7 @@ pytestmark = pytest.mark.filterwarnings("ignore")
 
 
 def largest_jump(solved):
-    """Between the polynomials of adjacent steps, where they meet."""
+    """The largest difference of the polynomials of adjacent steps at their common boundary."""
     return abs(solved.polynomials.sum(axis=1)[:-1] - solved.polynomials[1:, 0]).max()
 
 
@@ -28,7 +28,7 @@ def test_polynomials_join_to_rounding_with_the_nodes_0_and_m():
         if setting.nodes[0] == 0 and setting.nodes[-1] == setting.m:
             joined += 1
             assert largest_jump(smooth) < 1e-13 and largest_jump(rough) < 1e-13 * abs(rough.y).max(), setting
-        else:  # by no more than twice their errors at the two sides
+        else:  # the jumps are at most twice the errors on both sides
             ends = smooth.step * np.arange(1, smooth.steps)
             error = max(abs(smooth(ends, side=side) - solution(ends)).max() for side in ("left", "right"))
             assert 1e-6 < largest_jump(smooth) <= 2.01 * error, setting
@@ -37,7 +37,7 @@ def test_polynomials_join_to_rounding_with_the_nodes_0_and_m():
 
 
 def quadrature_order(setting):
-    """The largest r for which the rule on the nodes is exact for powers below r."""
+    """The largest r such that the quadrature rule on the nodes is exact for powers below r."""
     c = np.array(setting.parameters)
     weights = np.linalg.solve(np.vander(c, increasing=True).T, 1 / np.arange(1.0, len(c) + 1))
     r = 0
@@ -46,7 +46,7 @@ def quadrature_order(setting):
     return r
 
 
-def test_orders_by_quadrature():
+def test_measured_orders_are_those_of_the_quadrature_rules():
     for setting in quenta.settings():
         r = quadrature_order(setting)
         assert r in (setting.count, setting.count + 1), setting

@@ -1,4 +1,4 @@
-"""What docs/first_kind.md states, measured again."""
+"""Measures what docs/first_kind.md states."""
 
 import numpy as np
 import pytest
@@ -15,7 +15,7 @@ USABLE = [setting for setting in quenta.settings() if setting.measured["vie1"].u
 
 
 def problem(spacings):
-    """The times, g and K of the problem in the page's first figure, whose solution is cos t."""
+    """Times, g and K of the problem in the first figure of the page. The solution is cos t."""
     t = END * np.arange(spacings + 1) / spacings
     return t, (np.cos(t) + np.sin(t) - np.exp(-t)) / 2, np.exp(-t)
 
@@ -30,7 +30,7 @@ def root_mean_square(values):
 
 
 def carried(setting):
-    """The factor rho by which an error at the end of a step returns at the end of the next one."""
+    """The factor rho by which an error is multiplied from the end of one step to the end of the next."""
     return np.prod([(c - 1) / c for c in setting.parameters])
 
 
@@ -40,7 +40,7 @@ NOISE = 1e-4
 
 
 def noisy_solutions(setting, spacings, repetitions=20):
-    """The exact solution, that from exact samples, and those from noisy ones."""
+    """The exact solution, the numerical one from exact samples, and those from noisy samples."""
     t, g, K = problem(spacings)
     exact_samples, exact = solve(g, K, t[1], setting)
     random = np.random.default_rng(1)
@@ -49,7 +49,7 @@ def noisy_solutions(setting, spacings, repetitions=20):
 
 
 def amplification(setting, steps_of_16):
-    """The error that noise causes, over sigma / (dt K(0))."""
+    """The error caused by noise, divided by sigma / (dt K(0))."""
     spacings = 144 * steps_of_16  # whole steps for every m
     _, without, noisy = noisy_solutions(setting, spacings)
     return root_mean_square(noisy - without) * END / spacings / NOISE
@@ -64,7 +64,7 @@ def test_the_amplification_of_noise():
                   fading[least], fading[most])
     for setting in ((2, (1, 2)), (3, (1, 2, 3)), (4, (1, 2, 3, 4))):
         row = next(row for row in fading if (row.m, row.nodes) == setting)
-        assert amplification(row, 40) == pytest.approx(fading[row], rel=0.05)  # it is a constant
+        assert amplification(row, 40) == pytest.approx(fading[row], rel=0.05)  # independent of the spacing
     staying = [setting for setting in USABLE if abs(carried(setting)) > 0.99]
     assert len(staying) == 5
     for setting in staying:
@@ -73,7 +73,7 @@ def test_the_amplification_of_noise():
 
 
 def best_under_noise(setting):
-    """The smallest root mean square error over spacings, and the spacing."""
+    """The smallest root mean square error over all spacings, and the spacing where it occurs."""
     best = []
     for spacings in np.geomspace(30, 1500, 24):
         steps = max(2, round(spacings / setting[0] ** 2))
@@ -89,7 +89,7 @@ def test_the_best_spacing_under_noise():
         assert_stated(PAGE, f"| {described(setting)} | {{}} | {{}} | {{}} |", amplification(row, 10), error, spacing)
 
 
-def test_centred_means_serve_and_means_of_blocks_do_not():
+def test_centred_means_reduce_the_error_and_block_means_do_not():
     k, setting = 10, (3, (1, 2, 3))
     t, g, K = problem(6000)
     random = np.random.default_rng(3)
@@ -118,7 +118,7 @@ def test_the_spike_of_a_g_that_does_not_start_at_zero():
         steps, offset = 2000, 0.3
         t, g, K = problem(steps * setting[0] ** 2)
         found, exact = solve(g + offset, K, t[1], setting)
-        errors = abs(found - (exact + offset))  # what the offset adds is offset * (delta(t) + 1)
+        errors = abs(found - (exact + offset))  # the offset adds offset * (delta(t) + 1) to the solution
         factors.append(errors.max() * END / steps / offset)
         assert errors.argmax() == 0
         without, exact = solve(g, K, t[1], setting)
@@ -130,12 +130,12 @@ def test_the_spike_of_a_g_that_does_not_start_at_zero():
 
 
 def rising_kernel(t, rate=20.0):
-    """K = 1 - exp(-rate t), and g such that y = cos t; then the derivatives of both."""
+    """K = 1 - exp(-rate t) and g for the solution y = cos t, and the derivatives of both."""
     convolved = (np.sin(t) + rate * np.cos(t) - rate * np.exp(-rate * t)) / (rate**2 + 1)
     return (1 - np.exp(-rate * t), np.sin(t) - convolved), (rate * np.exp(-rate * t), rate * convolved)
 
 
-def test_closer_samples_are_no_cure_where_the_kernel_starts_at_zero():
+def test_closer_samples_do_not_help_if_the_kernel_starts_at_zero():
     for dt in (0.1, 0.05, 0.02, 0.005, 0.001):
         errors = []
         for setting, differentiated in (((3, (1, 2, 3)), 0), ((2, (1, 2)), 0), ((3, (1, 2, 3)), 1)):
@@ -151,7 +151,7 @@ def test_closer_samples_are_no_cure_where_the_kernel_starts_at_zero():
 
 
 def errors_for_power(setting, power):
-    """The largest errors for K = t or t^2, y = cos t, with 401 and 801 samples; None where a system is singular."""
+    """The largest errors for K = t or t^2 and y = cos t, with 401 and 801 samples. None if a system is singular."""
     errors = []
     for spacings in (400, 800):
         spacings = spacings // setting.spacings * setting.spacings
@@ -201,7 +201,7 @@ def test_a_small_kernel_at_the_start_needs_short_steps_or_the_second_kind():
     assert_stated(PAGE, "its error with m = 2 and the nodes 0 1 2 is {} at $\\Delta t = 0.01$", abs(second.y - np.cos(t)).max())
 
 
-# ---- Jumps and kinks: the worst of several positions ----------------------------------------------------------------
+# ---- Jumps and kinks: the largest error over several positions ------------------------------------------------------
 
 POSITIONS = 2 + 0.31 * np.arange(8) / 8
 
@@ -225,7 +225,7 @@ def test_a_kink_of_the_solution_stays_in_its_step():
 
 
 def error_at_a_jump_of_K(setting, spacings):
-    """The largest root mean square error for y = cos t and K = exp(-t) up to the jump, 0 after it."""
+    """The largest root mean square error for y = cos t and K = exp(-t) before the jump, 0 after it."""
     t = END * np.arange(spacings + 1) / spacings
     errors = []
     for position in POSITIONS:
@@ -286,7 +286,7 @@ def test_the_growth_of_the_continuous_form():
     growth = next(s for s in USABLE if (s.m, s.nodes) == (2, (1,))).measured["vie1_continuous"].growth
     assert growth == pytest.approx(3 + 2 * np.sqrt(2), abs=0.001)
     assert_stated(PAGE, "gives the factor $3 + 2 \\sqrt 2 \\approx {}$ a step", growth)
-    for setting in ((2, (1,)), (4, (1, 2, 3))):  # of the figure
+    for setting in ((2, (1,)), (4, (1, 2, 3))):  # the settings in the figure
         t = np.arange(30 * setting[0] ** 2 + 1) / (30 * setting[0] ** 2)
         g = (np.cos(t) + np.sin(t) - np.exp(-t)) / 2
         solved = quenta.solve_vie1(g, np.exp(-t), t[1], setting=setting, continuous=True, y0=1.0)

@@ -1,4 +1,4 @@
-"""What README.md and docs/settings.md state of the settings, measured again."""
+"""Measures what README.md and docs/settings.md state about the settings."""
 
 import numpy as np
 import pytest
@@ -34,7 +34,7 @@ def test_the_errors_of_orders_2_to_5(page):
         assert_stated(page, f"| {described(setting)} | {len(setting[1])} | {{}} | {{}}", *errors)
 
 
-def test_the_ends_of_steps_are_better_by_one_order_for_an_odd_number_of_evenly_spaced_nodes():
+def test_the_order_at_step_ends_is_higher_for_an_odd_number_of_equally_spaced_nodes():
     better = set()
     for setting in quenta.settings():
         second = setting.measured["vie2"]
@@ -50,7 +50,7 @@ def test_the_most_accurate_setting_of_the_first_kind():
     assert_stated(PAGE, "For the first kind, the most accurate one is m = 4 with 1 2 3 4.")
 
 
-def test_one_node_has_order_1_and_the_midpoint_order_2_at_some_places():
+def test_one_node_has_order_1_and_the_midpoint_rule_has_order_2_at_some_samples():
     for setting in quenta.settings():
         if setting.count == 1:
             assert setting.measured["vie2"].order == pytest.approx(1, abs=0.1), setting
@@ -65,13 +65,13 @@ def test_one_node_has_order_1_and_the_midpoint_order_2_at_some_places():
                         "interval, where the mean of both sides is returned, and first order elsewhere.")
 
 
-# ---- Jumps and kinks: the worst of several positions ----------------------------------------------------------------
+# ---- Jumps and kinks: the largest error over several positions ------------------------------------------------------
 
 POSITIONS = 2 + 0.31 * np.arange(16) / 16
 
 
 def rough_problem(kind, t, position):
-    """g, K and y, for a jump or a kink in g or K at that time."""
+    """g, K and y for a jump or a kink in g or K at the given time."""
     after = t >= position
     late = np.where(after, t - position, 0.0)
     if kind == "kink in g":
@@ -80,20 +80,21 @@ def rough_problem(kind, t, position):
         return np.where(after, 1.0, 0.0), kernel(t), np.where(after, 1 + late, 0.0)
     lag = np.minimum(t, position)
 
-    def antiderivative(u):  # of exp(-u) y(t - u)
+    def antiderivative(u):
+        """An antiderivative of exp(-u) y(t - u)."""
         return -np.exp(-u) + np.exp(-u) * (np.cos(t - u) - np.sin(t - u)) / 2
 
     if kind == "jump in K":
         g = solution(t) - antiderivative(lag) + antiderivative(0.0)
         return g, np.where(after, 0.0, kernel(t)), solution(t)
-    # K = exp(-u) - exp(-position): it reaches 0 with a kink.
+    # K = exp(-u) - exp(-position), which reaches 0 with a kink.
     constant = np.exp(-position)
     g = solution(t) - antiderivative(lag) + antiderivative(0.0) + constant * (lag + np.cos(t - lag) - np.cos(t))
     return g, np.where(after, 0.0, kernel(t) - constant), solution(t)
 
 
 def rough_errors(kind, setting, spacings):
-    """The largest error at all samples, and at those that are a step or more away from the jump or kink."""
+    """The largest error over all samples, and over those at least one step away from the jump or kink."""
     everywhere = away = 0.0
     for position in POSITIONS:
         t = grid(spacings)
@@ -142,11 +143,11 @@ def test_a_jump_at_the_end_of_a_step_with_the_mean_of_both_sides():
                   errors[1], errors[0])
 
 
-# ---- Where g and K start at 0 ---------------------------------------------------------------------------------------
+# ---- g and K that start at 0 ----------------------------------------------------------------------------------------
 
 
 def gamma_renewal(t):
-    """K = g = t^2 exp(-t) / 2 and the solution, by the roots of the Laplace transform 1 / ((s + 1)^3 - 1)."""
+    """K = g = t^2 exp(-t) / 2, and the solution from the poles of its Laplace transform 1 / ((s + 1)^3 - 1)."""
     roots = np.exp(2j * np.pi * np.arange(3) / 3)
     K = t**2 * np.exp(-t) / 2
     return K, sum(np.exp((root - 1) * t) / (3 * root**2) for root in roots).real
@@ -158,7 +159,7 @@ def gamma_renewal_error(setting, spacings):
     return largest_error(quenta.solve_vie2(K, K, t[1], setting=setting), y)
 
 
-def test_where_g_and_K_start_at_zero_the_trapezoidal_rule_is_best():
+def test_the_trapezoidal_rule_is_best_if_g_and_K_start_at_zero():
     for setting in ((1, (0, 1)), (2, (0, 1, 2)), (3, (0, 1, 2, 3)), (4, (0, 1, 2, 3, 4))):
         errors = [gamma_renewal_error(setting, spacings) for spacings in (400, 1600)]
         assert_stated(PAGE, f"| {described(setting)} | {{}} | {{}} |", *errors)
@@ -169,7 +170,7 @@ def test_where_g_and_K_start_at_zero_the_trapezoidal_rule_is_best():
     assert_stated(PAGE, "m = 1 with the nodes 0 1 then has order 4 and the smallest error of all settings")
 
 
-def test_where_only_the_values_start_at_zero_the_order_is_that_of_the_table():
+def test_the_order_is_that_of_the_table_if_only_the_values_start_at_zero():
     def error(setting, spacings):  # K = g = t exp(-t); y = (1 - exp(-2 t)) / 2
         t = grid(spacings, 20.0)
         K = t * np.exp(-t)
@@ -181,7 +182,7 @@ def test_where_only_the_values_start_at_zero_the_order_is_that_of_the_table():
                         "in the table above.")
 
 
-def test_counts_of_renewals_below_zero():
+def test_negative_counts_of_renewals():
     t = grid(144)
     lowest = [
         quenta.solve_vie2(1 - np.exp(-(t**3)), 3 * t**2 * np.exp(-(t**3)), t[1], setting=setting).y.min()
@@ -192,10 +193,10 @@ def test_counts_of_renewals_below_zero():
                         "nodes 0 1 none below 0", lowest[0])
 
 
-# ---- What decays within a step --------------------------------------------------------------------------------------
+# ---- Components that decay within a step ----------------------------------------------------------------------------
 
 
-def test_damping_of_what_decays_within_a_step():
+def test_damping_of_components_that_decay_within_a_step():
     damping_without_the_last_node, damping_with_the_first = set(), set()
     for setting in quenta.settings():
         first, last = setting.nodes[0] == 0, setting.nodes[-1] == setting.m

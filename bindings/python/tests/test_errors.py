@@ -1,4 +1,4 @@
-"""Exceptions of the package travel between processes as they are."""
+"""Exceptions of the package can be pickled and sent between processes unchanged."""
 
 import copy
 import inspect
@@ -18,7 +18,7 @@ CLASSES = [one for one in vars(quenta.errors).values() if inspect.isclass(one) a
 
 @pytest.mark.parametrize("kind", CLASSES)
 @pytest.mark.parametrize("pass_on", [lambda one: pickle.loads(pickle.dumps(one)), copy.copy, copy.deepcopy])
-def test_every_exception_survives_pickling(kind, pass_on):
+def test_exceptions_can_be_pickled_and_copied(kind, pass_on):
     assert len(CLASSES) >= 6
     one = kind(*SPECIAL.get(kind.__name__, ("g: expected this, got that",)))
     other = pass_on(one)
@@ -33,7 +33,7 @@ def solve_singular_blocks():
     return quenta.solve_blocks_vie1(A, np.ones((3, 1)))
 
 
-def test_an_exception_of_a_solver_comes_whole_from_another_process():
+def test_an_exception_from_another_process_has_all_attributes():
     with ProcessPoolExecutor(1) as executor, pytest.raises(quenta.SingularBlockError) as raised:
         executor.submit(solve_singular_blocks).result()
     assert raised.value.step == 1 and raised.value.x.tolist() == [[1.0]] and raised.value.y is None

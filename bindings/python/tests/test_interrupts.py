@@ -1,4 +1,4 @@
-"""Signals are handled during a long solve, and a solve that was abandoned harms nothing."""
+"""Signals are handled during a long solve, and an abandoned solve does no harm."""
 
 import ctypes
 import os
@@ -17,9 +17,9 @@ from quenta import arguments, block_solvers, interruptible, memory_account, nati
 from quenta.interruptible import call
 from quenta.memory_account import reserve
 
-pytestmark = pytest.mark.skipif(not sys.platform.startswith("linux"), reason="sends signals, and sleeps in libc")
+pytestmark = pytest.mark.skipif(not sys.platform.startswith("linux"), reason="sends signals and calls usleep of libc")
 
-# A solve of some seconds, and what Ctrl-C does in the middle of it.
+# Sends SIGINT in the middle of a solve that takes a large fraction of a second.
 INTERRUPTED = """
     import os, signal, sys, threading, time
     import numpy as np
@@ -53,16 +53,17 @@ INTERRUPTED = """
 """
 
 
-def test_ctrl_c_is_answered_and_the_next_solves_are_right():
+def test_ctrl_c_interrupts_a_solve_and_later_solves_are_correct():
     ended = run_solver(INTERRUPTED + "\n    sys.exit(7)\n")
     assert ended.stdout == "answered in time: True\nnext solves right: True\n", (ended.stdout, ended.stderr)
     assert (ended.returncode, ended.stderr) == (7, "")
 
 
-# ---- Calls that take as long as they are told ------------------------------------------------------------------------
+# ---- Calls of a given duration --------------------------------------------------------------------------------------
 
 sleep = ctypes.CDLL(None).usleep if sys.platform.startswith("linux") else None
-MICROSECONDS = 1_000_000
+MICROSECONDS = 600_000
+ALARM_SECONDS = 0.2
 
 
 class Alarm(Exception):
@@ -71,19 +72,19 @@ class Alarm(Exception):
 
 def raises(failure):
     def handle(*_):
-        raise failure("now")  # a new one, which nobody keeps
+        raise failure("now")  # a new object, which nothing else refers to
 
     return handle
 
 
 @pytest.fixture
 def alarm():
-    """alarm(handler) has a signal soon."""
+    """alarm(handler) installs the handler and sends the signal after ALARM_SECONDS."""
     before = signal.getsignal(signal.SIGALRM)
 
     def start(handler):
         signal.signal(signal.SIGALRM, handler)
-        signal.setitimer(signal.ITIMER_REAL, 0.3)
+        signal.setitimer(signal.ITIMER_REAL, ALARM_SECONDS)
 
     yield start
     signal.setitimer(signal.ITIMER_REAL, 0)
@@ -99,11 +100,11 @@ def wait_until(condition):
         if condition():
             return
         time.sleep(0.02)
-    raise AssertionError("waited for too long")
+    raise AssertionError("expected the condition within 20 seconds")
 
 
 @pytest.mark.parametrize("failure", [Alarm, RuntimeError, KeyboardInterrupt, MemoryError])
-def test_any_signal_may_raise_and_memory_stays_reserved_until_the_end(alarm, failure):
+def test_a_handler_may_raise_and_memory_stays_reserved_until_the_call_ends(alarm, failure):
     alarm(raises(failure))
     with pytest.raises(quenta.SizeError if failure is MemoryError else failure):
         with reserve(2**21, "a solve") as reservation:
@@ -135,7 +136,7 @@ def test_signals_are_handled_while_a_solve_waits_for_memory(alarm, monkeypatch):
         pass
 
 
-def test_a_handler_that_does_not_raise_lets_the_call_go_on(alarm):
+def test_the_call_continues_after_a_handler_that_does_not_raise(alarm):
     handled = []
     alarm(lambda *_: handled.append(time.perf_counter()))
     with reserve(2**21, "a solve") as reservation:
@@ -144,7 +145,7 @@ def test_a_handler_that_does_not_raise_lets_the_call_go_on(alarm):
     assert handled and handled[0] < ended - 0.1 and all_ended()
 
 
-def test_an_abandoned_call_keeps_its_arrays(alarm):
+def test_an_abandoned_call_keeps_its_arrays_alive(alarm):
     class Array:
         pass
 
@@ -163,17 +164,17 @@ def test_an_abandoned_call_keeps_its_arrays(alarm):
     assert gone == [True]
 
 
-def test_short_calls_and_other_threads_call_at_once(monkeypatch):
+def test_short_calls_and_calls_on_other_threads_start_no_thread(monkeypatch):
     monkeypatch.setattr(interruptible, "start_thread", None)
     assert call(sleep, (10,), interruptible.LONG / 2, (), memory_account.NOTHING) == 0
-    came = []
-    thread = threading.Thread(target=lambda: came.append(call(sleep, (10,), 9.0, (), memory_account.NOTHING)))
+    results = []
+    thread = threading.Thread(target=lambda: results.append(call(sleep, (10,), 9.0, (), memory_account.NOTHING)))
     thread.start()
     thread.join()
-    assert came == [0]
+    assert results == [0]
 
 
-def test_failures_of_the_call_are_raised():
+def test_exceptions_of_the_call_are_raised():
     def fail(number):
         raise LookupError(number)
 
@@ -191,7 +192,7 @@ def where_it_ran(seen):
     return function
 
 
-def test_without_more_threads_the_call_is_made_at_once(monkeypatch):
+def test_the_main_thread_calls_if_no_thread_can_be_started(monkeypatch):
     def refuse(*_):
         raise RuntimeError("can't start new thread")
 
@@ -203,7 +204,7 @@ def test_without_more_threads_the_call_is_made_at_once(monkeypatch):
     assert seen == [True] and all_ended()
 
 
-def test_where_threads_cannot_have_large_stacks_the_call_is_made_at_once(monkeypatch):
+def test_the_main_thread_calls_if_all_other_stacks_are_too_small(monkeypatch):
     def refuse():
         raise quenta.SizeError
 
@@ -214,7 +215,7 @@ def test_where_threads_cannot_have_large_stacks_the_call_is_made_at_once(monkeyp
     assert seen == [True] and all_ended()
 
 
-def test_the_stack_suffices_whatever_threads_have(alarm):
+def test_the_stack_is_large_enough_for_any_default_size(alarm):
     seen, sizes = [], []
     before = threading.stack_size(64 * 1024)
     try:
@@ -236,14 +237,14 @@ def test_the_stack_suffices_whatever_threads_have(alarm):
 
 @pytest.mark.parametrize("array", [np.zeros(10**7, np.float32), np.broadcast_to(0.0, (4 * 10**6, 3, 3))])
 def test_signals_are_handled_while_a_large_array_is_copied(alarm, monkeypatch, array):
-    monkeypatch.setattr(arguments, "_COPIED_AT_ONCE", 1)  # so that it takes long
+    monkeypatch.setattr(arguments, "_COPIED_AT_ONCE", 1)  # makes the copy slow
     alarm(raises(Alarm))
     with pytest.raises(Alarm) as raised:
         arguments.contiguous(array)
     assert raised.traceback[1].name == "contiguous"
 
 
-def test_arrays_that_are_copied_in_parts_are_the_same(monkeypatch):
+def test_arrays_are_copied_correctly_in_parts(monkeypatch):
     given = np.asfortranarray(np.random.default_rng(2).normal(size=(1000, 3, 2)).astype(np.float32))
     monkeypatch.setattr(arguments, "_COPIED_AT_ONCE", 40)
     copied = arguments.contiguous(given)
@@ -251,7 +252,7 @@ def test_arrays_that_are_copied_in_parts_are_the_same(monkeypatch):
 
 
 @pytest.mark.parametrize("D", [None, 2])
-def test_solvers_give_the_same_bits_on_another_thread(monkeypatch, D):
+def test_solves_on_another_thread_are_bit_identical(monkeypatch, D):
     N = 40001
     g = np.ones(N) if D is None else np.ones((N, D))
     K = np.exp(-np.arange(N) * 1e-4) if D is None else np.exp(-np.arange(N) * 1e-4)[:, None, None] * np.eye(D)
@@ -280,7 +281,7 @@ def test_solvers_give_the_same_bits_on_another_thread(monkeypatch, D):
     assert len(calls) == len(starts) == 2 and all_ended()
 
 
-def test_large_blocks_are_long_calls(monkeypatch):
+def test_solves_with_large_blocks_are_long_calls(monkeypatch):
     seconds = []
 
     def measured(function, arguments, expected, *others):
@@ -294,7 +295,7 @@ def test_large_blocks_are_long_calls(monkeypatch):
 
 
 @pytest.mark.filterwarnings("ignore:.*fork:DeprecationWarning")
-def test_a_fork_beside_a_long_call_solves():
+def test_a_child_forked_during_a_long_call_solves():
     endings = []
 
     def fork():

@@ -1,4 +1,4 @@
-"""Every argument that is wrong is refused with the promised exception, whose text names it, and what was expected."""
+"""Invalid arguments raise the documented exceptions, whose messages name the argument and what was expected."""
 
 import math
 
@@ -17,7 +17,7 @@ class NoArray:
         raise ValueError("no array at all")
 
 
-# Each is: the exception, what its text has to say, and the call.
+# Exception, pattern of the message, and call.
 SAMPLED = [
     (ValueError, r"g: expected .* \(N, D\) .* got \(21, 2, 2\)", lambda: quenta.solve_vie2(SYSTEM[1], SYSTEM[1], 0.1)),
     (ValueError, r"g: expected .* got \(21, 0\)", lambda: quenta.solve_vie2(np.ones((21, 0)), SYSTEM[1], 0.1)),
@@ -35,8 +35,8 @@ SAMPLED = [
     (ValueError, "K: expected an array of real numbers", lambda: quenta.solve_vie2(ONES, [[1.0], [1.0, 2.0]], 0.1)),
     (ValueError, "K: expected an array of real numbers", lambda: quenta.solve_vie2(ONES, NoArray(), 0.1)),
     (ValueError, "K: expected .* masked", lambda: quenta.solve_vie2(ONES, np.ma.masked_less(ONES, 2), 0.1)),
-    (ValueError, "dt: expected a number above 0, got 0.0", lambda: quenta.solve_vie2(ONES, ONES, 0)),
-    (ValueError, "dt: expected a number above 0, got -0.1", lambda: quenta.solve_vie2(ONES, ONES, -0.1)),
+    (ValueError, "dt: expected a positive number, got 0.0", lambda: quenta.solve_vie2(ONES, ONES, 0)),
+    (ValueError, "dt: expected a positive number, got -0.1", lambda: quenta.solve_vie2(ONES, ONES, -0.1)),
     (ValueError, "dt: expected a finite number, got nan", lambda: quenta.solve_vie2(ONES, ONES, float("nan"))),
     (ValueError, "dt: expected .* multiples are finite", lambda: quenta.solve_vie2(ONES, ONES, 1e307)),
     (ValueError, "dt: expected a real number, got 'x'", lambda: quenta.solve_vie2(ONES, ONES, "x")),
@@ -48,9 +48,10 @@ SAMPLED = [
      lambda: quenta.solve_vide(*SYSTEM, SYSTEM[1], np.ones(3), 0.1)),
     (ValueError, "y0: expected .* got None", lambda: quenta.solve_vie1(ONES, ONES, 0.1, continuous=True)),
     (ValueError, "y0: expected None without continuous", lambda: quenta.solve_vie1(ONES, ONES, 0.1, y0=1.0)),
-    (ValueError, "t_end: expected None, since the samples of g determine the end", lambda: quenta.solve_vie2(ONES, 1.0, 0.1, t_end=1)),
+    (ValueError, "t_end: expected None because the samples of g determine the end",
+     lambda: quenta.solve_vie2(ONES, 1.0, 0.1, t_end=1)),
     (ValueError, "t_end: expected .* got None", lambda: quenta.solve_vie2(1.0, np.cos, 0.1)),
-    (ValueError, "t_end: expected a number above 0", lambda: quenta.solve_vie2(1.0, np.cos, 0.1, t_end=-1)),
+    (ValueError, "t_end: expected a positive number", lambda: quenta.solve_vie2(1.0, np.cos, 0.1, t_end=-1)),
     (quenta.SizeError, "t_end: expected at most", lambda: quenta.solve_vie2(1.0, np.cos, 1e-300, t_end=1e300)),
     (quenta.SizeError, "fit into memory", lambda: quenta.solve_vie2(1.0, np.cos, 1.0, t_end=2e9)),
     (ValueError, "g: expected a function that returns", lambda: quenta.solve_vie2(lambda t: t[1:], 1.0, 0.1, t_end=1)),
@@ -75,7 +76,7 @@ SAMPLED = [
     (quenta.UnsupportedSettingError, r"got \(65536, \[0\]\)",
      lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(65536, [0]))),
     (quenta.UnsupportedSettingError, r"got \(2, \[\]\)", lambda: quenta.solve_vie2(ONES, ONES, 0.1, setting=(2, []))),
-    (quenta.UnsupportedSettingError, r"nodes above 0 .* got \(2, \[0, 1, 2\]\)",
+    (quenta.UnsupportedSettingError, r"nodes above 0, .* got \(2, \[0, 1, 2\]\)",
      lambda: quenta.solve_vie1(ONES, ONES, 0.1, setting=(2, [0, 1, 2]))),
     (quenta.UnsupportedSettingError, r"amplify .* got \(3, \[1\]\)",
      lambda: quenta.solve_vie1(ONES, ONES, 0.1, setting=(3, [1]))),
@@ -88,13 +89,13 @@ SAMPLED = [
 
 
 @pytest.mark.parametrize("case", range(len(SAMPLED)))
-def test_sampled_solvers_refuse(case):
+def test_sample_based_solvers_refuse(case):
     expected, text, call = SAMPLED[case]
     with pytest.raises(expected, match=text):
         call()
 
 
-def test_a_setting_that_was_made_up_is_refused():
+def test_an_invented_setting_is_refused():
     for expected, setting in (
         (quenta.UnsupportedSettingError, quenta.Setting(9, 2, (0, 1, 7), {})),
         (quenta.UnsupportedSettingError, quenta.Setting(0, 0, (0,), {})),
@@ -104,25 +105,25 @@ def test_a_setting_that_was_made_up_is_refused():
             quenta.solve_vie2(ONES, ONES, 0.1, setting=setting)
 
 
-def test_of_a_setting_only_m_and_the_nodes_count():
+def test_only_m_and_the_nodes_of_a_setting_are_used():
     made_up = quenta.solve_vie2(ONES, ONES, 0.1, setting=quenta.Setting(99, 2, (0, 1), {}))
     assert made_up.setting is quenta.settings()[6]
 
 
-def test_values_that_are_not_finite_pass_when_asked_for():
+def test_values_that_are_not_finite_are_accepted_without_check_finite():
     found = quenta.solve_vie2(HOLED, ONES, 0.1, check_finite=False, setting=(1, [1]))
     assert np.isfinite(found.y[:6]).all() and np.isnan(found.y[7:]).all()
     assert np.isnan(quenta.solve_vide(ONES, ONES, ONES, np.nan, 0.1, check_finite=False).y).all()
 
 
-def test_growth_is_warned_of():
+def test_growth_causes_a_warning():
     with pytest.warns(quenta.GrowthWarning, match="5.83"):
         quenta.solve_vie1(ONES, ONES, 0.1, setting=(2, [1]), continuous=True, y0=0.0)
-    with pytest.warns(quenta.GrowthWarning, match="range of numbers"):
+    with pytest.warns(quenta.GrowthWarning, match="the solution overflows"):
         quenta.solve_vie2(ONES[:9] * 1e300, ONES[:9] * 1e10, 1.0, setting=(1, [0]))
 
 
-def test_times_outside_are_refused():
+def test_times_outside_the_interval_are_refused():
     found = quenta.solve_vie2(ONES, ONES, 0.1)
     for call in (found, found.derivative):
         for t in (-1e-9, 2.0001, [0.0, 3.0], np.array([[5.0]])):
@@ -200,28 +201,28 @@ OTHERS = [
     (ValueError, "kind: expected 'vie1', 'vie2' or 'vide', got 'x'", lambda: quenta.recommend("x")),
     (ValueError, "kind: expected", lambda: quenta.recommend(None)),
     (ValueError, "kind: expected", lambda: quenta.recommend(ONES)),
-    (ValueError, "smoothness: expected a whole number, got 1.5", lambda: quenta.recommend("vie2", smoothness=1.5)),
-    (ValueError, "smoothness: expected a number from 0 on, got -1", lambda: quenta.recommend("vie2", smoothness=-1)),
+    (ValueError, "smoothness: expected an integer, got 1.5", lambda: quenta.recommend("vie2", smoothness=1.5)),
+    (ValueError, "smoothness: expected an integer of at least 0, got -1", lambda: quenta.recommend("vie2", smoothness=-1)),
     (ValueError, "stiff: expected", lambda: quenta.recommend("vie1", stiff=True)),
     (ValueError, "continuous: expected", lambda: quenta.recommend("vie2", continuous=True)),
     (quenta.SizeError, "samples: expected at least 9", lambda: quenta.recommend("vie2", samples=8)),
-    (ValueError, "samples: expected a whole number", lambda: quenta.recommend("vie2", samples="many")),
+    (ValueError, "samples: expected an integer", lambda: quenta.recommend("vie2", samples="many")),
     (ValueError, "solve: expected solve_vie1, .* got", lambda: quenta.with_error(print, 1)),
     (ValueError, "solve: expected solve_vie1, .* got", lambda: quenta.with_error([])),
     (ValueError, "dt: expected", lambda: quenta.with_error(quenta.solve_vie2, ONES, ONES, 0)),
     (quenta.SizeError, "g: expected at least 13 samples .* got 12",
      lambda: quenta.with_error(quenta.solve_vie2, ONES[:12], ONES[:12], 0.1)),
     (ValueError, "solve: expected a function", lambda: quenta.ensemble(3, [1])),
-    (ValueError, "chunk: expected a number from 1 on, got 0", lambda: quenta.ensemble(abs, [1], chunk=0)),
-    (ValueError, "chunk: expected a whole number", lambda: quenta.ensemble(abs, [1], chunk="x")),
+    (ValueError, "chunk: expected an integer of at least 1, got 0", lambda: quenta.ensemble(abs, [1], chunk=0)),
+    (ValueError, "chunk: expected an integer", lambda: quenta.ensemble(abs, [1], chunk="x")),
     (ValueError, "parameters: expected", lambda: quenta.ensemble(abs, 7)),
     (ValueError, "executor: expected", lambda: quenta.ensemble(abs, [7], executor=7)),
 ]
 
 
-# An array has no truth value, and a text such as "False" would count as true.
+# An array has no truth value, and the text "False" would count as true.
 @pytest.mark.parametrize("value", [np.ones(2), "False", None, 2])
-def test_flags_are_true_or_false(value):
+def test_flags_must_be_true_or_false(value):
     for name, call in (
         ("check_finite", lambda: quenta.solve_vie2(ONES, ONES, 0.1, check_finite=value)),
         ("check_finite", lambda: quenta.solve_vide(ONES, ONES, ONES, 1.0, 0.1, check_finite=value)),
@@ -236,7 +237,7 @@ def test_flags_are_true_or_false(value):
             call()
 
 
-def test_flags_of_numpy_are_flags():
+def test_numpy_booleans_are_accepted():
     assert quenta.solve_vie2(ONES, ONES, 0.1, check_finite=np.True_).y.shape == (21,)
     assert quenta.recommend("vie1", continuous=np.False_).setting == quenta.recommend("vie1").setting
 

@@ -1,5 +1,6 @@
-"""What is passed as g, K and a: constants, functions of time, systems, kernels that end, arrays of other packages."""
+"""Arguments g, K and a: constants, functions of time, systems, kernels that end, arrays of other packages."""
 
+import dataclasses
 import math
 import pickle
 import warnings
@@ -15,28 +16,28 @@ T = np.arange(101) * 0.05
 MATRIX = np.array([[-1.0, 0.5], [0.2, -2.0]])
 
 
-def same(found, expected):
+def assert_same(found, expected):
     assert found.y.shape == expected.y.shape and np.array_equal(found.y, expected.y)
 
 
 # ---- Functions ------------------------------------------------------------------------------------------------------
 
 
-def test_functions_that_work_in_place_do_not_disturb_each_other():
+def test_functions_may_modify_their_argument():
     def in_place(t):
         t *= -1
         return np.exp(t, out=t)
 
     expected = quenta.solve_vide(lambda t: np.exp(-t), lambda t: np.exp(-t), lambda t: -t, 1.0, 0.05, t_end=5)
-    same(quenta.solve_vide(in_place, in_place, lambda t: -t, 1.0, 0.05, t_end=5), expected)
-    same(quenta.solve_vide(lambda t: np.exp(-t), in_place, lambda t: np.negative(t, out=t), 1.0, 0.05, t_end=5), expected)
+    assert_same(quenta.solve_vide(in_place, in_place, lambda t: -t, 1.0, 0.05, t_end=5), expected)
+    assert_same(quenta.solve_vide(lambda t: np.exp(-t), in_place, lambda t: np.negative(t, out=t), 1.0, 0.05, t_end=5), expected)
 
 
-def test_functions_that_return_the_same_memory():
+def test_functions_may_return_the_same_memory():
     memory = np.empty(101)
     found = quenta.solve_vie2(lambda t: np.cos(t, out=memory), lambda t: np.sin(t, out=memory), 0.05, t_end=5)
     expected = quenta.solve_vie2(np.cos, np.sin, 0.05, t_end=5)
-    same(found, expected)
+    assert_same(found, expected)
     view = memory.view(np.recarray)
 
     def cosine(t):
@@ -47,10 +48,10 @@ def test_functions_that_return_the_same_memory():
         np.sin(t, out=memory)
         return view
 
-    same(quenta.solve_vie2(cosine, sine, 0.05, t_end=5), expected)
+    assert_same(quenta.solve_vie2(cosine, sine, 0.05, t_end=5), expected)
 
 
-def test_a_function_that_is_infinite_at_zero():
+def test_functions_that_are_infinite_at_zero_are_refused():
     for K in (lambda t: t**-0.5, lambda t: 1 / t, np.log, np.vectorize(lambda t: 1 / math.sqrt(t))):
         with warnings.catch_warnings():
             warnings.simplefilter("error")
@@ -71,45 +72,47 @@ def test_a_function_that_is_infinite_at_zero():
 # ---- Systems --------------------------------------------------------------------------------------------------------
 
 
-def test_constant_vectors_and_scalars_in_a_system():
+def test_constants_in_a_system():
     g, K, a = np.tile([1.0, 2.0], (101, 1)), np.tile(MATRIX, (101, 1, 1)), np.tile(-np.eye(2), (101, 1, 1))
     second = quenta.solve_vie2(g, K, 0.05)
-    same(quenta.solve_vie2([1.0, 2.0], K, 0.05), second)
-    same(quenta.solve_vie2([1.0, 2.0], MATRIX, 0.05, t_end=5), second)
-    same(quenta.solve_vie2([1.0, 2.0], lambda t: np.tile(MATRIX, (len(t), 1, 1)), 0.05, t_end=5), second)
-    same(quenta.solve_vie2(lambda t: np.tile([1.0, 2.0], (len(t), 1)), MATRIX, 0.05, t_end=5), second)
+    assert_same(quenta.solve_vie2([1.0, 2.0], K, 0.05), second)
+    assert_same(quenta.solve_vie2([1.0, 2.0], MATRIX, 0.05, t_end=5), second)
+    assert_same(quenta.solve_vie2([1.0, 2.0], lambda t: np.tile(MATRIX, (len(t), 1, 1)), 0.05, t_end=5), second)
+    assert_same(quenta.solve_vie2(lambda t: np.tile([1.0, 2.0], (len(t), 1)), MATRIX, 0.05, t_end=5), second)
     mixed = quenta.solve_vide(g, K, a, [1.0, 0.0], 0.05)
-    same(quenta.solve_vide([1.0, 2.0], K, -1, [1.0, 0.0], 0.05), mixed)
-    same(quenta.solve_vide([1.0, 2.0], MATRIX, -1, [1.0, 0.0], 0.05, t_end=5), mixed)
+    assert_same(quenta.solve_vide([1.0, 2.0], K, -1, [1.0, 0.0], 0.05), mixed)
+    assert_same(quenta.solve_vide([1.0, 2.0], MATRIX, -1, [1.0, 0.0], 0.05, t_end=5), mixed)
     none = quenta.solve_vide(0 * g, K, a, [1.0, 0.0], 0.05)
-    same(quenta.solve_vide(0, MATRIX, -1.0, [1.0, 0.0], 0.05, t_end=5), none)
+    assert_same(quenta.solve_vide(0, MATRIX, -1.0, [1.0, 0.0], 0.05, t_end=5), none)
     alone = quenta.solve_vide(0 * g, 0 * K, a, [1.0, 0.0], 0.05)
-    same(quenta.solve_vide(0, 0, -1, [1.0, 0.0], 0.05, t_end=5), alone)
+    assert_same(quenta.solve_vide(0, 0, -1, [1.0, 0.0], 0.05, t_end=5), alone)
     assert np.allclose(alone.y, np.exp(-T)[:, np.newaxis] * [1.0, 0.0], atol=1e-6)
 
 
-def test_a_scalar_kernel_in_a_system_is_a_multiple_of_the_identity():
+def test_a_scalar_kernel_in_a_system_means_a_multiple_of_the_identity():
     g, kernel = np.stack([np.cos(T), np.sin(T)], axis=1), np.exp(-T)
     expected = quenta.solve_vie2(g, kernel[:, np.newaxis, np.newaxis] * np.eye(2), 0.05)
-    same(quenta.solve_vie2(g, kernel, 0.05), expected)
-    same(quenta.solve_vie2(g, lambda t: np.exp(-t), 0.05), expected)
+    assert_same(quenta.solve_vie2(g, kernel, 0.05), expected)
+    assert_same(quenta.solve_vie2(g, lambda t: np.exp(-t), 0.05), expected)
     for column in range(2):
         assert np.allclose(expected.y[:, column], quenta.solve_vie2(g[:, column], kernel, 0.05).y, rtol=0, atol=1e-13)
 
 
 REFUSED = [
-    (r"g: expected an array of shape \(101, 2\), or \(2,\) for a constant vector, .* a system of 2, got \(101,\)",
+    (r"g: expected an array of shape \(101, 2\), or \(2,\) for a constant vector, .* a system with D = 2, got \(101,\)",
      lambda: quenta.solve_vie2(np.ones(101), MATRIX * np.ones((101, 1, 1)), 0.05)),
-    ("t_end: expected None, since the samples of g determine the end", lambda: quenta.solve_vie2(np.ones(101), np.cos, 0.05, t_end=1)),
-    ("t_end: expected None, since the samples of g determine the end", lambda: quenta.solve_vie2(np.ones(101), 1.0, 0.05, t_end=1)),
+    ("t_end: expected None because the samples of g determine the end",
+     lambda: quenta.solve_vie2(np.ones(101), np.cos, 0.05, t_end=1)),
+    ("t_end: expected None because the samples of g determine the end",
+     lambda: quenta.solve_vie2(np.ones(101), 1.0, 0.05, t_end=1)),
     ("t_end: expected the end", lambda: quenta.solve_vie2([1.0, 2.0], MATRIX, 0.05)),
     ("y0: expected a real number", lambda: quenta.solve_vide(np.ones(101), np.ones(101), np.ones(101), [1.0, 2.0], 0.05)),
     ("K: expected a system with D above 0", lambda: quenta.solve_vie2(1.0, np.ones((0, 0)), 0.05, t_end=1)),
-    (r"K: expected an array of shape \(101,\).* got \(60,\) \(kernel_ends=True: K is zero after its last sample\)",
+    (r"K: expected an array of shape \(101,\).* got \(60,\) \(with kernel_ends=True, K is zero after its last sample\)",
      lambda: quenta.solve_vie2(np.ones(101), np.ones(60), 0.05)),
     (r"K: expected an array of shape \(101,\).* got \(102,\)$",
      lambda: quenta.solve_vie2(np.ones(101), np.ones(102), 0.05, kernel_ends=True)),
-    ("kernel_ends: expected False, since K is not an array of samples; got True",
+    ("kernel_ends: expected False because K is not an array of samples, got True",
      lambda: quenta.solve_vie2(np.ones(101), 1.0, 0.05, kernel_ends=True)),
     ("kernel_ends: expected True or False, got 'no'",
      lambda: quenta.solve_vie2(np.ones(101), 1.0, 0.05, kernel_ends="no")),
@@ -120,12 +123,13 @@ REFUSED = [
     ("kind: expected 'vie1', 'vie2' or 'vide', got array", lambda: quenta.recommend(np.array(["vie1", "vie2"]))),
     ("side: expected 'mean', 'left' or 'right', got array",
      lambda: quenta.solve_vie2(np.ones(101), 1.0, 0.05)(1.0, np.array(["left", "right"]))),
-    ("check_finite: expected True or False", lambda: quenta.solve_blocks_vie1(np.ones((1, 1, 1, 1)), np.ones((1, 1)), check_finite=T)),
+    ("check_finite: expected True or False",
+     lambda: quenta.solve_blocks_vie1(np.ones((1, 1, 1, 1)), np.ones((1, 1)), check_finite=T)),
 ]
 
 
 @pytest.mark.parametrize("case", range(len(REFUSED)))
-def test_what_does_not_fit_is_refused(case):
+def test_arguments_that_do_not_match_are_refused(case):
     text, call = REFUSED[case]
     with pytest.raises(ValueError, match=text):
         call()
@@ -141,24 +145,24 @@ def test_a_kernel_that_ends_is_zero_afterwards(kind):
     K = np.where(t < 2, np.cos(np.pi * t / 4) ** 4, 0.0)
     others = (-t, 1.0) if kind == "vide" else ()
     solve = SOLVERS[kind]
-    same(solve(np.sin(t), K[:41], *others, 0.05, kernel_ends=True), solve(np.sin(t), K, *others, 0.05))
-    same(solve(np.sin(t), K, *others, 0.05, kernel_ends=True), solve(np.sin(t), K, *others, 0.05))
+    assert_same(solve(np.sin(t), K[:41], *others, 0.05, kernel_ends=True), solve(np.sin(t), K, *others, 0.05))
+    assert_same(solve(np.sin(t), K, *others, 0.05, kernel_ends=True), solve(np.sin(t), K, *others, 0.05))
 
 
-def test_a_kernel_that_ends_in_a_system_and_beside_functions():
+def test_a_kernel_that_ends_in_a_system_and_with_functions():
     K = np.cos(np.pi * T[:41] / 4) ** 4
     whole = np.concatenate([K, np.zeros(60)])
     expected = quenta.solve_vie2(np.cos(T), whole, 0.05)
-    same(quenta.solve_vie2(np.cos, K, 0.05, t_end=5, kernel_ends=True), expected)
+    assert_same(quenta.solve_vie2(np.cos, K, 0.05, t_end=5, kernel_ends=True), expected)
     matrices = K[:, np.newaxis, np.newaxis] * MATRIX
     expected = quenta.solve_vie2(np.ones((101, 2)), whole[:, np.newaxis, np.newaxis] * MATRIX, 0.05)
-    same(quenta.solve_vie2(np.ones((101, 2)), matrices, 0.05, kernel_ends=True), expected)
-    same(quenta.solve_vie2(1.0, matrices, 0.05, t_end=5, kernel_ends=True), expected)
+    assert_same(quenta.solve_vie2(np.ones((101, 2)), matrices, 0.05, kernel_ends=True), expected)
+    assert_same(quenta.solve_vie2(1.0, matrices, 0.05, t_end=5, kernel_ends=True), expected)
     estimate = quenta.with_error(quenta.solve_vie2, np.cos(T), K, 0.05, kernel_ends=True)
-    same(estimate.solution, quenta.solve_vie2(np.cos(T), whole, 0.05))
+    assert_same(estimate.solution, quenta.solve_vie2(np.cos(T), whole, 0.05))
 
 
-def test_a_kernel_that_ends_with_a_jump_is_warned_of():
+def test_a_kernel_that_ends_with_a_jump_causes_a_warning():
     with pytest.warns(quenta.UnreadSamplesWarning, match="K: "):
         quenta.solve_vie2(np.cos(T), np.ones(42), 0.05, kernel_ends=True)
 
@@ -166,14 +170,14 @@ def test_a_kernel_that_ends_with_a_jump_is_warned_of():
 # ---- Settings -------------------------------------------------------------------------------------------------------
 
 
-def test_settings_in_other_forms():
+def test_all_notations_of_a_setting():
     expected = quenta.solve_vie2(np.cos(T), np.sin(T), 0.05, setting=(2, [0, 2]))
     for setting in ("2:0,2", "2: 0, 2", quenta.Recommendation(expected.setting, "because"), expected):
         found = quenta.solve_vie2(np.cos(T), np.sin(T), 0.05, setting=setting)
-        same(found, expected)
+        assert_same(found, expected)
         assert found.setting is expected.setting
     choice = quenta.recommend("vie2", smoothness=1)
-    same(
+    assert_same(
         quenta.solve_vie2(np.cos(T), np.sin(T), 0.05, setting=choice),
         quenta.solve_vie2(np.cos(T), np.sin(T), 0.05, setting=choice.setting),
     )
@@ -187,15 +191,15 @@ def test_settings_in_other_forms():
 # ---- Arrays of other packages ---------------------------------------------------------------------------------------
 
 
-def test_series_of_pandas():
+def test_arrays_of_pandas():
     pandas = pytest.importorskip("pandas")
     expected = quenta.solve_vie2(np.cos(T), np.ones(101), 0.05)
     for kind in ("float64", "Float64"):
         table = pandas.DataFrame({"g": pandas.Series(np.cos(T), dtype=kind), "K": pandas.Series(np.ones(101), dtype="Int64")})
-        same(quenta.solve_vie2(table["g"], table["K"], 0.05), expected)
-        same(quenta.solve_vie2(table["g"].array, table["K"], 0.05), expected)
+        assert_same(quenta.solve_vie2(table["g"], table["K"], 0.05), expected)
+        assert_same(quenta.solve_vie2(table["g"].array, table["K"], 0.05), expected)
     system = pandas.DataFrame({"a": np.cos(T), "b": np.sin(T)}, dtype="Float64")
-    same(quenta.solve_vie2(system, np.eye(2), 0.05), quenta.solve_vie2(system.to_numpy(dtype=float), np.eye(2), 0.05))
+    assert_same(quenta.solve_vie2(system, np.eye(2), 0.05), quenta.solve_vie2(system.to_numpy(dtype=float), np.eye(2), 0.05))
     missing = pandas.Series(np.cos(T), dtype="Float64")
     missing[7] = pandas.NA
     with pytest.raises(ValueError, match="g: expected finite numbers, got nan at index 7"):
@@ -204,23 +208,24 @@ def test_series_of_pandas():
         quenta.solve_vie2(pandas.Series(["a"] * 101), np.ones(101), 0.05)
 
 
-# ---- Help -----------------------------------------------------------------------------------------------------------
+# ---- Help, messages and exceptions ----------------------------------------------------------------------------------
 
 
-def test_times_have_all_their_digits_in_messages():
+def test_messages_show_all_digits_of_times():
     found = quenta.solve_vie2(np.ones(41), np.ones(41), 0.1)
     with pytest.raises(ValueError, match=r"t: expected times from 0 to 4\.0, got 4\.000000000001"):
         found(4 + 1e-12)
 
 
-def test_help_shows_every_field_and_every_function_says_what_it_returns_and_raises():
-    import dataclasses
+def field_names(kind):
+    return [field.name for field in dataclasses.fields(kind)] if dataclasses.is_dataclass(kind) else getattr(kind, "_fields", ())
 
+
+def test_docstrings_list_all_fields_and_what_functions_return_and_raise():
     fields = 0
     for name in quenta.__all__:
         thing = getattr(quenta, name)
-        named = [field.name for field in dataclasses.fields(thing)] if dataclasses.is_dataclass(thing) else getattr(thing, "_fields", ())
-        for field in named:
+        for field in field_names(thing):
             assert f"    {field}\n" in thing.__doc__, (name, field)
             fields += 1
         if not isinstance(thing, type):
@@ -229,12 +234,12 @@ def test_help_shows_every_field_and_every_function_says_what_it_returns_and_rais
     assert fields > 30
 
 
-def test_warnings_have_one_base():
+def test_warnings_have_a_common_base():
     for name in ("GrowthWarning", "UnreadSamplesWarning", "DroppedSamplesWarning", "IllPosedWarning"):
         assert issubclass(getattr(quenta, name), quenta.QuentaWarning) and issubclass(quenta.QuentaWarning, UserWarning)
 
 
-def test_exceptions_and_warnings_travel_between_processes():
+def test_exceptions_and_warnings_can_be_pickled():
     for name in quenta.__all__:
         kind = getattr(quenta, name)
         if isinstance(kind, type) and issubclass(kind, Exception):
@@ -250,7 +255,7 @@ def impulse(place):
         return float(quenta.solve_vie2(g, np.ones(101), 0.05).y[-1])
 
 
-def test_warnings_that_are_errors_come_back_from_other_processes():
+def test_warnings_raised_as_errors_in_other_processes_become_failures():
     with ProcessPoolExecutor(1) as executor, warnings.catch_warnings():
         warnings.simplefilter("ignore")
         found = quenta.ensemble(impulse, [37, 53], executor=executor)
@@ -258,20 +263,20 @@ def test_warnings_that_are_errors_come_back_from_other_processes():
     assert found.failures[0].error.startswith("UnreadSamplesWarning: g: setting (2, [0, 1, 2]) does not read 50 of 101")
 
 
-def test_a_number_is_the_initial_value_of_all_components():
+def test_a_number_as_initial_value_applies_to_all_components():
     g, K = np.stack([np.sin(T), np.cos(T)], axis=1), np.exp(-T)
-    same(
+    assert_same(
         quenta.solve_vide(g, K, -1, 2, 0.05, setting=(1, [0, 1])),
         quenta.solve_vide(g, K, -1, [2, 2], 0.05, setting=(1, [0, 1])),
     )
 
 
-def test_finite_samples_whose_solution_overflows_are_warned_of_in_any_case():
-    with pytest.warns(quenta.GrowthWarning, match="left the range of numbers"):
+def test_a_solution_that_overflows_causes_a_warning_even_without_check_finite():
+    with pytest.warns(quenta.GrowthWarning, match="the solution overflows"):
         quenta.solve_vie2(np.ones(3001), np.full(3001, 10.0), 0.05, setting=(1, [0, 1]), check_finite=False)
 
 
-def test_a_function_that_is_not_finite_is_refused_with_the_time():
+def test_the_message_states_the_time_at_which_a_function_is_not_finite():
     with pytest.raises(ValueError, match=r"g: .* the end of the last step, 1.08, got nan at t = 1.02"):
         with np.errstate(invalid="ignore"):
             quenta.solve_vie2(lambda t: np.sqrt(1 - t), lambda t: np.exp(-t), 0.03, t_end=1)

@@ -1,4 +1,4 @@
-"""Solutions are right, have the shapes that are promised, and do not depend on how an array lies in memory."""
+"""Solutions are correct, have the documented shapes, and do not depend on the memory layout of arrays."""
 
 import pathlib
 import pickle
@@ -16,7 +16,7 @@ SMALL = {"vie1": 2e-5, "vie2": 5e-7, "vide": 1e-8}
 
 
 @pytest.mark.parametrize("kind", KINDS)
-def test_scalar_solution_is_right(kind):
+def test_scalar_solutions_are_correct(kind):
     found = SOLVERS[kind](*arguments(kind, T), DT)
     assert found.y.shape == found.t.shape == (1441,)
     assert abs(found.y - solution(T)).max() < SMALL[kind]
@@ -24,7 +24,7 @@ def test_scalar_solution_is_right(kind):
 
 @pytest.mark.parametrize("D", [1, 2, 3, 8, 9])
 @pytest.mark.parametrize("kind", KINDS)
-def test_solution_of_a_system_is_right(kind, D):
+def test_solutions_of_systems_are_correct(kind, D):
     given, y = coupled_arguments(kind, T, D)
     found = SOLVERS[kind](*given, DT)
     assert found.y.shape == (1441, D)
@@ -33,7 +33,7 @@ def test_solution_of_a_system_is_right(kind, D):
 
 
 @pytest.mark.parametrize("kind", KINDS)
-def test_every_setting_that_serves_a_kind_solves(kind):
+def test_all_usable_settings_of_a_kind_are_accurate(kind):
     solved = 0
     for setting in quenta.settings():
         if setting.measured[kind].usable:
@@ -43,7 +43,7 @@ def test_every_setting_that_serves_a_kind_solves(kind):
     assert solved == {"vie1": 23, "vie2": 56, "vide": 56}[kind]
 
 
-def test_continuous_form_starts_from_y0_and_joins():
+def test_the_continuous_form_starts_from_y0_and_joins():
     found = quenta.solve_vie1(*arguments("vie1", T), DT, continuous=True, y0=1.0)
     assert found.y[0] == 1.0
     assert abs(found.y - solution(T)).max() < 2e-4
@@ -55,7 +55,7 @@ def test_continuous_form_starts_from_y0_and_joins():
 
 
 @pytest.mark.parametrize("kind", KINDS)
-def test_functions_and_numbers_are_sampled(kind):
+def test_functions_and_constants_are_sampled(kind):
     functions = (lambda t: forcing(kind, t), kernel) + ((coefficient, 1.0) if kind == "vide" else ())
     by_arrays = SOLVERS[kind](*arguments(kind, T), DT)
     by_functions = SOLVERS[kind](*functions, DT, t_end=10)
@@ -69,14 +69,14 @@ def test_functions_and_numbers_are_sampled(kind):
     assert np.array_equal(constant.y, SOLVERS[kind](*given, DT).y)
 
 
-def test_the_solution_covers_the_interval_that_was_asked_for():
+def test_the_solution_covers_0_to_t_end():
     for t_end in (1.0, 0.99, 3 * 0.1, 0.04):
         found = quenta.solve_vie2(1.0, 1.0, 0.01, t_end=t_end)
         assert t_end - 1e-9 <= found.end < t_end + 0.04 - 1e-9
     assert quenta.solve_vie2(1.0, 1.0, 0.03, t_end=1).end == pytest.approx(1.08)
 
 
-def test_constant_matrices_are_spread():
+def test_constant_matrices_are_sampled():
     D, t = 2, T[:201]
     a = np.array([[0.0, 1.0], [-1.0, 0.0]])
     found = quenta.solve_vide(np.zeros((201, D)), np.zeros((D, D)), a, [1.0, 0.0], DT)
@@ -85,7 +85,7 @@ def test_constant_matrices_are_spread():
     assert np.array_equal(found.y, by_functions.y)
 
 
-def test_samples_past_the_last_whole_step_are_left_out():
+def test_samples_past_the_last_whole_step_are_not_used():
     with pytest.warns(quenta.DroppedSamplesWarning, match=r"got 12: the last 3 are not used, .* ends at t = 0\.8"):
         found = quenta.solve_vie2(np.ones(12), np.ones(12), 0.1)
     assert found.steps == 2 and found.y.shape == (9,) and found.end == pytest.approx(0.8)
@@ -96,7 +96,7 @@ def test_samples_past_the_last_whole_step_are_left_out():
 
 @pytest.mark.parametrize("kind", KINDS)
 @pytest.mark.parametrize("D", [None, 2])
-def test_polynomials_give_the_samples_back(kind, D):
+def test_polynomials_reproduce_the_values_at_the_samples(kind, D):
     given = arguments(kind, T) if D is None else coupled_arguments(kind, T, D)[0]
     found = SOLVERS[kind](*given, DT)
     assert np.allclose(found(found.t), found.y, rtol=0, atol=1e-13)
@@ -111,7 +111,7 @@ def test_solution_and_derivative_between_samples():
     assert abs(found.derivative(t) - np.cos(t)).max() < 1e-5
 
 
-def test_sides_at_boundaries():
+def test_one_sided_values_at_step_boundaries():
     found = quenta.solve_vie2(*arguments("vie2", T), DT, setting=(2, [1]))
     at = np.arange(1, found.steps) * found.step
     left, right, mean = (found(at, side) for side in ("left", "right", "mean"))
@@ -134,7 +134,7 @@ def test_solutions_can_be_pickled():
     assert np.array_equal(quenta.solve_vie2(*arguments("vie2", T), DT, setting=copy.setting).y, found.y)
 
 
-# ---- Arrays of any kind ---------------------------------------------------------------------------------------------
+# ---- Memory layouts and types of arrays -----------------------------------------------------------------------------
 
 
 def unaligned(array):
@@ -152,8 +152,8 @@ def read_only(array):
 
 VARIANTS = {
     "list": lambda array: array.tolist(),
-    "every second of a longer one": lambda array: np.repeat(array, 2, axis=0)[::2],
-    "backwards twice": lambda array: array[::-1].copy()[::-1],
+    "strided": lambda array: np.repeat(array, 2, axis=0)[::2],
+    "negative stride": lambda array: array[::-1].copy()[::-1],
     "Fortran order": np.asfortranarray,
     "read-only": read_only,
     "not aligned": unaligned,
@@ -164,7 +164,7 @@ VARIANTS = {
 
 
 @pytest.mark.parametrize("variant", VARIANTS)
-def test_bits_do_not_depend_on_how_an_array_lies_in_memory(variant):
+def test_results_do_not_depend_on_the_memory_layout(variant):
     change = VARIANTS[variant]
     compared = 0
     for kind in KINDS:
@@ -176,7 +176,7 @@ def test_bits_do_not_depend_on_how_an_array_lies_in_memory(variant):
     assert compared == 6
 
 
-def test_whole_numbers_and_single_precision_are_taken():
+def test_integers_and_single_precision_are_accepted():
     whole = quenta.solve_vie2(np.ones(21, np.int8), np.ones(21, bool), 1, setting=(1, [0]))
     assert np.array_equal(whole.y, quenta.solve_vie2(np.ones(21), np.ones(21), 1.0, setting=(1, [0])).y)
     single = np.linspace(0, 1, 21, dtype=np.float32)
@@ -201,7 +201,7 @@ def test_contiguous_arrays_are_not_copied(monkeypatch):
     assert seen[0][:2] == (g.ctypes.data, K.ctypes.data)
 
 
-def test_inputs_are_left_as_they_are():
+def test_inputs_are_not_modified():
     for kind in KINDS:
         given = coupled_arguments(kind, T[:109], 2)[0]
         before = [np.array(value) for value in given]
