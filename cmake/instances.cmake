@@ -15,27 +15,32 @@ function(quenta_add_instances target unit header options)
     set_source_files_properties("${file}" PROPERTIES COMPILE_OPTIONS "${options}")
 endfunction()
 
-# Solver bodies, for every row of the settings table, a few rows to a unit:
+# Sample-based solvers, for every row of the settings table that is built, a few rows per unit:
 # quenta_add_row_instances(<target> <name of the units> <header> <rows per unit> <instance with ROW in it>...)
 
-# What short marches gain by -O3, without what makes half as much code again of them, in half as much time again. Loops
-# over many numbers have units of their own.
+# The parts of -O3 that make short marches faster. All of -O3 would make their code and its compile time half as large
+# again; the long loops are in other units.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_FLAGS_RELEASE MATCHES "-O3" AND NOT QUENTA_SANITIZE)
     set(quenta_options_of_rows "$<$<CONFIG:Release>:-O2;-fvect-cost-model=dynamic;-fpeel-loops>")
 endif()
 function(quenta_add_row_instances target name header rows_per_unit)
-    set(last_row 55)
-    foreach(first RANGE 0 ${last_row} ${rows_per_unit})
-        math(EXPR last "${first} + ${rows_per_unit} - 1")
+    set(rows ${QUENTA_DEVELOPMENT_ROWS})
+    if(NOT rows)
+        foreach(row RANGE 0 55)
+            list(APPEND rows ${row})
+        endforeach()
+    endif()
+    while(rows)
+        list(SUBLIST rows 0 ${rows_per_unit} rows_here)
+        list(GET rows_here 0 first)
         set(instances "")
-        foreach(row RANGE ${first} ${last})
-            if(NOT row GREATER last_row)
-                list(TRANSFORM ARGN REPLACE "ROW" "${row}" OUTPUT_VARIABLE of_row)
-                list(APPEND instances ${of_row})
-            endif()
+        foreach(row IN LISTS rows_here)
+            list(TRANSFORM ARGN REPLACE "ROW" "${row}" OUTPUT_VARIABLE of_row)
+            list(APPEND instances ${of_row})
+            list(POP_FRONT rows)
         endforeach()
         quenta_add_instances(${target} ${name}_${first} ${header} "${quenta_options_of_rows}" ${instances})
-    endforeach()
+    endwhile()
 endfunction()
 
 # A block solver, for every number of points and every dimension, in one unit:

@@ -12,7 +12,7 @@ struct continuous_first_kind : block_equation<P, D, continuous_first_kind_histor
     continuous_first_kind(view<const double> blocks, view<const double> forcing, int N, view<const double> weights,
                           double weight_of_carried, view<const double> initial, view<double> unknowns,
                           view<double> carried)
-        : continuous_first_kind::block_equation{blocks, N, unknowns}, b{this->elements(forcing,
+        : continuous_first_kind::block_equation{blocks, N, unknowns}, G{this->elements(forcing,
                                                                                        std::uint64_t(N) * P * D)},
           w{this->elements(weights, P)}, rho{weight_of_carried}, y0{this->elements(initial, D)} {
         this->y = this->elements(carried, (std::uint64_t(N) + 1) * D);
@@ -20,26 +20,26 @@ struct continuous_first_kind : block_equation<P, D, continuous_first_kind_histor
 
     void start() const { std::copy_n(y0, D, this->y); }
 
-    double right_side(std::int64_t n, int i, int r) const {
-        const double* const of_carried = this->block(n, i, n, P) + r * D;
-        double sum = b[(n * P + i) * D + r];
-        for (int c = 0; c < D; ++c)
-            sum -= of_carried[c] * this->y[n * D + c];
+    double right_side(std::int64_t n, int i, int a) const {
+        const double* const of_carried = this->block(n, i, n, P) + a * D;
+        double sum = G[(n * P + i) * D + a];
+        for (int b = 0; b < D; ++b)
+            sum -= of_carried[b] * this->y[n * D + b];
         return sum;
     }
 
-    double matrix(std::int64_t n, int i, int r, int j, int c) const { return this->block(n, i, n, j)[r * D + c]; }
+    double matrix(std::int64_t n, int i, int a, int j, int b) const { return this->block(n, i, n, j)[a * D + b]; }
 
     void end_step(std::int64_t n) const {
-        for (int r = 0; r < D; ++r) {
-            double sum = rho * this->y[n * D + r];
+        for (int a = 0; a < D; ++a) {
+            double sum = rho * this->y[n * D + a];
             for (int j = 0; j < P; ++j)
-                sum += w[j] * this->point(n, j)[r];
-            this->y[(n + 1) * D + r] = sum;
+                sum += w[j] * this->point(n, j)[a];
+            this->y[(n + 1) * D + a] = sum;
         }
     }
 
-    const double* b;
+    const double* G;
     const double* w;
     double rho;
     const double* y0;

@@ -9,13 +9,13 @@ namespace quenta {
 template <int P, int D, form F>
 struct first_kind : block_equation<P, D, first_kind_history<F>> {
     first_kind(view<const double> blocks, view<const double> forcing, int N, view<double> unknowns)
-        : first_kind::block_equation{blocks, N, unknowns}, b{this->elements(forcing, std::uint64_t(N) * P * D)} {}
+        : first_kind::block_equation{blocks, N, unknowns}, G{this->elements(forcing, std::uint64_t(N) * P * D)} {}
 
-    double right_side(std::int64_t n, int i, int r) const { return b[(n * P + i) * D + r]; }
+    double right_side(std::int64_t n, int i, int a) const { return G[(n * P + i) * D + a]; }
 
-    double matrix(std::int64_t n, int i, int r, int j, int c) const { return this->block(n, i, n, j)[r * D + c]; }
+    double matrix(std::int64_t n, int i, int a, int j, int b) const { return this->block(n, i, n, j)[a * D + b]; }
 
-    const double* b;
+    const double* G;
 };
 
 template <int P>

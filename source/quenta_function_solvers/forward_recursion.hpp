@@ -61,7 +61,7 @@ bool solve_forward(const equation& problem, int N) {
     const add_history_function add_history =
         (widest_table<history_kernels>().*history::table)[history::written_in == form::scalar ? 0 : D];
 
-    std::array<double, most_sums> rhs;
+    std::array<double, max_sums> rhs;
     dense_factors<M> matrix;
     rhs.fill(ieee::quiet_nan);
 
@@ -80,10 +80,10 @@ bool solve_forward(const equation& problem, int N) {
         for (int step = 0; step < steps; ++step) {
             const std::int64_t n = first + step;
             for (int i = 0; i < P; ++i)
-                for (int r = 0; r < D; ++r)
+                for (int a = 0; a < D; ++a)
                     for (int j = 0; j < P; ++j)
-                        for (int c = 0; c < D; ++c)
-                            matrix.at(i * D + r, j * D + c) = problem.matrix(n, i, r, j, c);
+                        for (int b = 0; b < D; ++b)
+                            matrix.at(i * D + a, j * D + b) = problem.matrix(n, i, a, j, b);
             if (!matrix.eliminate())
                 return false;
             matrix.substitute(solution);

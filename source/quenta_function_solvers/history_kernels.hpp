@@ -9,8 +9,8 @@
 
 namespace quenta {
 
-inline constexpr int most_points = 5;
-inline constexpr int most_dimensions = 8;
+inline constexpr int max_points = 5;
+inline constexpr int max_dimension = 8;
 
 // The steps whose contributions are to be added, and where they stand. A row point has a row of slots, `slots` of them
 // for every step; a slot is a D by D matrix, row-major. The points come first, then the carried value if there is one.
@@ -25,19 +25,19 @@ struct known_steps {
 };
 
 // sums[i*D + r] receives the history of row r of row point i, for the first `count` of them, no more than a solver
-// gives at a time. `sums` has room for `most_sums`; what stands behind `count` is of no use, before and after.
+// gives at a time. `sums` has room for `max_sums`; what stands behind `count` is of no use, before and after.
 using add_history_function = void (*)(double* sums, int count, const known_steps& known);
 
 // As many as a solver gives at a time: the rows of several small steps up to this number, or those of one large step.
 inline constexpr int sums_together = 16;
-inline constexpr int most_sums = most_points * most_dimensions + sums_together;
+inline constexpr int max_sums = max_points * max_dimension + sums_together;
 
 struct history_kernels {
-    template <class set>
+    template <class instruction_set>
     static const history_kernels& of();
 
     // Number 0 is the scalar form, number D the vector form.
-    using of_kind = std::array<add_history_function, 1 + most_dimensions>;
+    using of_kind = std::array<add_history_function, 1 + max_dimension>;
 
     const char* name;
     of_kind first_kind, continuous_first_kind, second_kind, integro_differential;

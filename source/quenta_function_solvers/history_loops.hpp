@@ -8,9 +8,9 @@
 
 namespace quenta {
 
-template <class set>
+template <class instruction_set>
 struct history_loops {
-    static constexpr int width = set::width;
+    static constexpr int width = instruction_set::width;
 
     // Registers may share cache lines: all of them take a tile of the slots before any takes the next.
     static constexpr std::int64_t doubles_in_a_tile = 8192;
@@ -18,7 +18,7 @@ struct history_loops {
     template <class history, int D>
     static void add_history(double* sums, int count, const known_steps& known) {
         constexpr int together = D == 1 ? sums_together : width;
-        const double* rows[most_sums];
+        const double* rows[max_sums];
         int q = 0;
         for (const double* point = known.blocks; q < count; point += known.row)
             for (int r = 0; r < D; ++r)
@@ -45,7 +45,7 @@ struct history_loops {
     // `count` is the number of points, too.
     template <class history, int constant_count>
     static void add_to_rows(double* sums, int count, const double* const* rows, const known_steps& known) {
-        if constexpr (constant_count <= most_points) {
+        if constexpr (constant_count <= max_points) {
             if (count == constant_count)
                 add_steps<history, 1, 1, constant_count, constant_count>(sums, rows, known);
             else
@@ -73,7 +73,7 @@ struct history_loops {
 
     template <template <form> class history>
     static consteval history_kernels::of_kind all_forms() {
-        return forms_of<history>(std::make_integer_sequence<int, most_dimensions>{});
+        return forms_of<history>(std::make_integer_sequence<int, max_dimension>{});
     }
     template <template <form> class history, int... D>
     static consteval history_kernels::of_kind forms_of(std::integer_sequence<int, D...>) {
@@ -81,10 +81,10 @@ struct history_loops {
     }
 };
 
-template <class set>
+template <class instruction_set>
 const history_kernels& history_kernels::of() {
-    using loops = history_loops<set>;
-    static constexpr history_kernels table{set::name, loops::template all_forms<first_kind_history>(),
+    using loops = history_loops<instruction_set>;
+    static constexpr history_kernels table{instruction_set::name, loops::template all_forms<first_kind_history>(),
                                            loops::template all_forms<continuous_first_kind_history>(),
                                            loops::template all_forms<second_kind_history>(),
                                            loops::template all_forms<integro_differential_history>()};

@@ -17,7 +17,7 @@ struct integro_differential : block_equation<P, D, integro_differential_history<
     integro_differential(view<const double> blocks, view<const double> forcing, view<const double> coefficients,
                          view<const double> table, view<const double> weights, view<const double> lengths,
                          view<const double> initial, int N, view<double> unknowns, view<double> carried)
-        : integro_differential::block_equation{blocks, N, unknowns}, b{this->elements(forcing,
+        : integro_differential::block_equation{blocks, N, unknowns}, G{this->elements(forcing,
                                                                                       std::uint64_t(N) * P * D)},
           C{this->elements(coefficients, std::uint64_t(N) * P * D * D)}, E{this->elements(table, P * P)},
           w{this->elements(weights, P)}, y0{this->elements(initial, D)} {
@@ -27,24 +27,24 @@ struct integro_differential : block_equation<P, D, integro_differential_history<
 
     void start() const { std::copy_n(y0, D, this->y); }
 
-    double right_side(std::int64_t n, int i, int r) const {
-        const double* const of_carried = this->block(n, i, n, P) + r * D;
-        const double* const coefficient = C + (n * P + i) * D * D + r * D;
+    double right_side(std::int64_t n, int i, int a) const {
+        const double* const of_carried = this->block(n, i, n, P) + a * D;
+        const double* const coefficient = C + (n * P + i) * D * D + a * D;
         const double* const yn = this->y + n * D;
-        double sum = b[(n * P + i) * D + r];
+        double sum = G[(n * P + i) * D + a];
         if constexpr (F == form::scalar)
             return *of_carried * *yn + (*yn * *coefficient + sum);
-        for (int c = 0; c < D; ++c) {
-            sum += coefficient[c] * yn[c];
-            sum += of_carried[c] * yn[c];
+        for (int b = 0; b < D; ++b) {
+            sum += coefficient[b] * yn[b];
+            sum += of_carried[b] * yn[b];
         }
         return sum;
     }
 
-    double matrix(std::int64_t n, int i, int r, int j, int c) const {
-        const double one = i == j && r == c ? 1.0 : 0.0;
-        const double coefficient = C[(n * P + i) * D * D + r * D + c];
-        const double integrated = this->block(n, i, n, j)[r * D + c] * this->h[n];
+    double matrix(std::int64_t n, int i, int a, int j, int b) const {
+        const double one = i == j && a == b ? 1.0 : 0.0;
+        const double coefficient = C[(n * P + i) * D * D + a * D + b];
+        const double integrated = this->block(n, i, n, j)[a * D + b] * this->h[n];
         if constexpr (F == form::scalar)
             return one - E[i * P + j] * (coefficient * this->h[n]) - integrated;
         else
@@ -52,15 +52,15 @@ struct integro_differential : block_equation<P, D, integro_differential_history<
     }
 
     void end_step(std::int64_t n) const {
-        for (int r = 0; r < D; ++r) {
+        for (int a = 0; a < D; ++a) {
             double sum = 0.0;
             for (int j = 0; j < P; ++j)
-                sum += this->point(n, j)[r] * w[j];
-            this->y[(n + 1) * D + r] = this->y[n * D + r] + this->h[n] * sum;
+                sum += this->point(n, j)[a] * w[j];
+            this->y[(n + 1) * D + a] = this->y[n * D + a] + this->h[n] * sum;
         }
     }
 
-    const double* b;
+    const double* G;
     const double* C;
     const double* E;
     const double* w;

@@ -9,17 +9,17 @@ namespace quenta {
 template <int P, int D, form F>
 struct second_kind : block_equation<P, D, second_kind_history<F>> {
     second_kind(view<const double> blocks, view<const double> forcing, int N, view<double> unknowns)
-        : second_kind::block_equation{blocks, N, unknowns}, b{this->elements(forcing, std::uint64_t(N) * P * D)} {}
+        : second_kind::block_equation{blocks, N, unknowns}, G{this->elements(forcing, std::uint64_t(N) * P * D)} {}
 
-    double right_side(std::int64_t n, int i, int r) const { return b[(n * P + i) * D + r]; }
+    double right_side(std::int64_t n, int i, int a) const { return G[(n * P + i) * D + a]; }
 
     // Of I - A. It is a subtraction off the diagonal too, so that 0.0 gives 0.0.
-    double matrix(std::int64_t n, int i, int r, int j, int c) const {
-        const double one = i == j && r == c ? 1.0 : 0.0;
-        return one - this->block(n, i, n, j)[r * D + c];
+    double matrix(std::int64_t n, int i, int a, int j, int b) const {
+        const double one = i == j && a == b ? 1.0 : 0.0;
+        return one - this->block(n, i, n, j)[a * D + b];
     }
 
-    const double* b;
+    const double* G;
 };
 
 template <int P>

@@ -1,7 +1,7 @@
-// From samples to the blocks and right-hand sides of a collocation scheme for systems, whatever the dimension.
+// From samples to the blocks and right-hand sides of a collocation scheme for systems of any dimension.
 //
-// The unknowns of a step are numbered component first: component a at node i is a * P + i, for rows and columns alike.
-// The entry (a, b) of a kernel sample keeps its orientation: it belongs to row component a and column component b.
+// The unknowns of a step are ordered by component: component a at node i is a * P + i, for rows and columns alike. The
+// entry (a, b) of a kernel sample belongs to row component a and column component b.
 #pragma once
 
 #include "quenta_solvers/row_tables.hpp"
@@ -13,13 +13,25 @@
 
 namespace quenta {
 
-// How many kernel samples a system of D components is given. D = 0 is an arithmetic fault. Less than none cannot be
-// indexed, and must not pass for a grid that is merely shorter than a step: the output would have no end.
+// The number of kernel samples of a system of D components. D = 0 is an arithmetic fault. A negative number is an index
+// failure: it must not pass for a grid that is shorter than a step, since the output would then have no end.
 inline std::int32_t sample_count(view<const double> K, std::int32_t D, code_position where = code_position::here()) {
     const std::int32_t samples = faulting_quotient(static_cast<std::int32_t>(K.length), wrapping_product(D, D));
     if (samples < 0)
         fail_index(0, 0, where);
     return samples;
+}
+
+// The number of whole steps on so many samples.
+template <int row>
+std::int32_t whole_steps(std::int32_t samples) {
+    return wrapping_sum(samples, -1) / row_tables<row>::S;
+}
+
+// The samples of all steps, `cells` doubles each, as a pointer.
+template <int row>
+const double* samples_of_steps(view<const double> samples, std::int64_t steps, std::int64_t cells) {
+    return samples.slice(0, std::uint64_t((steps * row_tables<row>::S + 1) * cells)).pointer;
 }
 
 // The kernel samples that the current step reads, as a pointer. If some are missing, the failure reports the first
@@ -29,17 +41,17 @@ const double* present_samples(view<const double> K, std::int64_t D) {
     using tables = row_tables<row>;
     const auto needed = std::uint64_t(tables::present_samples * D * D);
     if (K.length < needed)
-        for (std::int64_t r = 0; r < D; ++r)
+        for (std::int64_t a = 0; a < D; ++a)
             for (const auto& rule : tables::present)
-                for (std::int64_t c = 0; c < D; ++c)
+                for (std::int64_t b = 0; b < D; ++b)
                     for (const int lag : rule.lag)
-                        static_cast<void>(K.at(std::uint64_t((lag * D + r) * D + c)));
+                        static_cast<void>(K.at(std::uint64_t((lag * D + a) * D + b)));
     return K.slice(0, needed).pointer;
 }
 
-// The sum over q of (K[k_i (m - k_q)](a, b) * (c_i * b_q)) * (basis polynomial l at c_i * c_q), terms ascending from
-// 0.0, for every basis polynomial: row-major, in row a * P + i and column b * basis size + l. Factors of zero are
-// factors like any other. It is built once a solve, by code that the dimensions share.
+// The sum over q of (K[k_i (m - k_q)](a, b) * (c_i * b_q)) * (basis polynomial j at c_i * c_q), terms ascending from
+// 0.0, for every basis polynomial: row-major, in row a * P + i and column b * basis size + j. Factors of zero are not
+// skipped. It is called once per solve, and not inlined, so that all dimensions share one copy.
 template <int row, class basis>
 [[gnu::noinline]] void diagonal_block(view<const double> K, std::int64_t D, view<double> block) {
     using tables = row_tables<row>;
@@ -49,11 +61,11 @@ template <int row, class basis>
     for (std::int64_t a = 0; a < D; ++a)
         for (int i = 0; i < tables::P; ++i)
             for (std::int64_t b = 0; b < D; ++b)
-                for (int l = 0; l < basis_size; ++l) {
+                for (int j = 0; j < basis_size; ++j) {
                     double sum = 0.0;
                     for (int q = 0; q < tables::P; ++q) {
                         const double sample = samples[(tables::present[i].lag[q] * D + a) * D + b];
-                        sum += (sample * tables::present[i].weight[q]) * basis::at_point(i, q, l);
+                        sum += (sample * tables::present[i].weight[q]) * basis::at_point(i, q, j);
                     }
                     *cell++ = sum;
                 }
@@ -69,7 +81,7 @@ void gather_node_forcing(const double* forcing, std::int64_t D, double* rhs) {
             rhs[a * tables::P + i] = forcing[tables::m * tables::k[i] * D + a];
 }
 
-// What the provider of the lag blocks needs for the length of a solve.
+// What the kernel provider of a solve needs.
 template <class dimension>
 struct lag_block_context {
     view<const double> K;
@@ -77,30 +89,30 @@ struct lag_block_context {
     dimension dim;
 };
 
-// The kernel sample at lag j * h, with those around it that a lag block reads: (k_i - k_l) m before and after it.
+// The kernel sample at lag d * h, with those around it that a lag block reads: (k_i - k_j) m before and after it.
 template <int row>
-const double* lag_samples(view<const double> K, std::int64_t D, std::int32_t j) {
+const double* lag_samples(view<const double> K, std::int64_t D, std::int32_t d) {
     using tables = row_tables<row>;
     constexpr std::int64_t reach = (tables::k[tables::P - 1] - tables::k[0]) * tables::m;
-    const std::int64_t first = std::int64_t{j} * tables::S - reach;
+    const std::int64_t first = std::int64_t{d} * tables::S - reach;
     return K.slice(std::uint64_t(first * D * D), std::uint64_t((2 * reach + 1) * D * D)).pointer + reach * D * D;
 }
 
-// Kernel provider: the block of lag j is h * (K[j S + (k_i - k_l) m](a, b) * b_l), row-major.
+// Kernel provider: the block of lag d is h * (K[d S + (k_i - k_j) m](a, b) * b_j), row-major.
 template <int row, class dimension>
-void lag_block(void* context, std::int32_t j, ToeplitzHistory& history) {
+void lag_block(void* context, std::int32_t d, ToeplitzHistory& history) {
     using tables = row_tables<row>;
     constexpr int P = tables::P;
     const auto& [K, h, dim] = *static_cast<const lag_block_context<dimension>*>(context);
     const std::int64_t D = dim.D;
-    const double* const samples = lag_samples<row>(K, D, j);
-    double* entry = history.kernel_block(j).pointer;
+    const double* const samples = lag_samples<row>(K, D, d);
+    double* entry = history.kernel_block(d).pointer;
     for (std::int64_t a = 0; a < D; ++a)
         for (int i = 0; i < P; ++i)
             for (std::int64_t b = 0; b < D; ++b)
-                for (int l = 0; l < P; ++l) {
-                    const std::int64_t sample = (tables::k[i] - tables::k[l]) * tables::m;
-                    *entry++ = h * (samples[(sample * D + a) * D + b] * tables::b[l]);
+                for (int j = 0; j < P; ++j) {
+                    const std::int64_t sample = (tables::k[i] - tables::k[j]) * tables::m;
+                    *entry++ = h * (samples[(sample * D + a) * D + b] * tables::b[j]);
                 }
 }
 

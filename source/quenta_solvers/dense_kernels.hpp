@@ -6,7 +6,7 @@
 namespace quenta {
 
 struct dense_kernels {
-    template <class set>
+    template <class instruction_set>
     static const dense_kernels& of();
 
     const char* name;

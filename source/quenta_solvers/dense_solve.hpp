@@ -41,14 +41,19 @@ inline constexpr int largest_straight_order = 8;
 // A matrix of known order, and then its factors, in the same place.
 template <int n>
 class dense_factors {
+    static constexpr bool column_major = n > largest_straight_order;
+
 public:
+    static constexpr int row_stride = column_major ? 1 : n;
+    static constexpr int column_stride = column_major ? n : 1;
+
     // NaN makes a cell that was not filled visible in the result. The pivots are the identity until eliminate().
     dense_factors() {
         cells.fill(ieee::quiet_nan);
         std::iota(pivots.begin(), pivots.end(), 0);
     }
 
-    double& at(int i, int j) { return cells[column_major ? i + j * n : i * n + j]; }
+    double& at(int i, int j) { return cells[i * row_stride + j * column_stride]; }
 
     // False: the matrix is singular.
     bool eliminate();
@@ -63,8 +68,6 @@ public:
     }
 
 private:
-    static constexpr bool column_major = n > largest_straight_order;
-
     double& cell(int i, int j) { return cells[i * n + j]; }
     double cell(int i, int j) const { return cells[i * n + j]; }
 
@@ -121,6 +124,16 @@ void dense_factors<n>::substitute(std::array<double, n>& b) const {
         b[i] /= cell(i, i);
     }
 }
+
+// These are compiled once, in dense_solve.cpp. Orders 1 and 2 are worth inlining, and above largest_straight_order
+// there is nothing to compile but a call.
+extern template class dense_factors<3>;
+extern template class dense_factors<4>;
+extern template class dense_factors<5>;
+extern template class dense_factors<6>;
+extern template class dense_factors<7>;
+extern template class dense_factors<8>;
+static_assert(largest_straight_order == 8);
 
 template <int n>
 using square_matrix = std::array<std::array<double, n>, n>;

@@ -13,7 +13,7 @@
 namespace quenta {
 
 // `width` is that of the set, or less for a matrix of few rows, which would leave most of a register idle.
-template <class isa, int width = isa::width>
+template <class instruction_set, int width = instruction_set::width>
 struct elimination_kernel {
     using vector = lanes<width>;
     using mask = lane_mask<width>;
@@ -74,7 +74,7 @@ struct elimination_kernel {
     static std::int64_t eliminate(double* a, std::int64_t n, int* pivots) {
         if constexpr (width > 2)
             if (n <= wide_enough)
-                return elimination_kernel<isa, width / 2>::eliminate(a, n, pivots);
+                return elimination_kernel<instruction_set, width / 2>::eliminate(a, n, pivots);
 
         const double tolerance = double(n) * eps;
         double biggest = 0.0;
@@ -111,7 +111,7 @@ struct elimination_kernel {
     static void substitute(const double* a, std::int64_t n, const int* pivots, double* b) {
         if constexpr (width > 2)
             if (n <= wide_enough)
-                return elimination_kernel<isa, width / 2>::substitute(a, n, pivots, b);
+                return elimination_kernel<instruction_set, width / 2>::substitute(a, n, pivots, b);
 
         for (std::int64_t k = 0; k < n; ++k) {
             const double upper = b[k];
@@ -131,10 +131,10 @@ struct elimination_kernel {
     }
 };
 
-template <class set>
+template <class instruction_set>
 const dense_kernels& dense_kernels::of() {
-    static constexpr dense_kernels table{set::name, elimination_kernel<set>::eliminate,
-                                         elimination_kernel<set>::substitute};
+    static constexpr dense_kernels table{instruction_set::name, elimination_kernel<instruction_set>::eliminate,
+                                         elimination_kernel<instruction_set>::substitute};
     return table;
 }
 

@@ -1,11 +1,11 @@
-// What every solver from samples does before and after its body: the checks in their order, the search of the
-// setting, the dispatch to the variant, and the status.
+// What every sample-based solver does before and after its march: the checks in their order, the search of the setting,
+// and the status.
 #pragma once
 
 #include "quenta_solvers/calling_threads.hpp"
 #include "quenta_solvers/collocation_settings.hpp"
 #include "quenta_solvers/status.hpp"
-#include "utility/floating_point_mode.hpp"
+#include "quenta_solvers/variants.hpp"
 #include "utility/integers.hpp"
 #include "utility/view.hpp"
 
@@ -13,7 +13,7 @@
 
 namespace quenta {
 
-// What an entry of any kind is asked. D is 1 in the scalar kinds.
+// The arguments that are checked. D is 1 for the scalar solvers.
 struct sampled_request {
     int N;
     int D;
@@ -22,7 +22,7 @@ struct sampled_request {
     int count;
 };
 
-// The lengths of the arrays that a solver body sees, and the row of its setting.
+// The row of the setting, and the lengths of the arrays.
 struct sampled_sizes {
     int row;
     std::uint64_t vectors;      // N * D
@@ -30,13 +30,13 @@ struct sampled_sizes {
     std::uint64_t coefficients; // (count + 1) * D * steps
 };
 
-// Lengths are formed in 32 bits and extended with their sign: a negative N makes an array of impossible length, and
-// the body fails on it.
+// Lengths are formed in 32 bits and extended with their sign: a negative N gives an array of impossible length, on
+// which the solver fails.
 constexpr std::uint64_t extended_length(std::int32_t length) {
     return static_cast<std::uint64_t>(std::int64_t{length});
 }
 
-// Counts are signed, and the products exact: no size is so large that it looks small.
+// Counts are signed. The products are exact and cannot overflow.
 constexpr bool sizes_overflow(const sampled_request& request, int steps) {
     constexpr int128 limit = 0x7FFFFFFF;
     const int128 N = request.N, D = request.D;
@@ -44,14 +44,14 @@ constexpr bool sizes_overflow(const sampled_request& request, int steps) {
     return N * D * D > limit || width * steps > limit || width * width > limit;
 }
 
-// A kind may refuse rows of the table; it is asked with the request, before the search.
+// A kind of equation may refuse some settings. It is asked before the search.
 using refusal = bool (*)(const sampled_request&);
-inline bool accept_all_rows(const sampled_request&) {
+inline bool accept_all_settings(const sampled_request&) {
     return false;
 }
 
-// Runs the checks that come before any numerical work, in their order: sizes, the kind's own refusals, the search of
-// the row. Returns `status_solved` with `sizes` filled in, or the status to return.
+// The checks that come before any numerical work, in their order: sizes, settings that the kind refuses, the search of
+// the row. Returns `status_solved` and fills in `sizes`, or returns the status of the refusal.
 inline int check_sampled_request(const sampled_request& request, refusal refuses, sampled_sizes& sizes) {
     const std::int32_t steps = faulting_quotient(wrapping_sum(request.N, -1), wrapping_product(request.m, request.m));
     if (sizes_overflow(request, steps))
@@ -59,7 +59,7 @@ inline int check_sampled_request(const sampled_request& request, refusal refuses
     if (refuses(request))
         return status_unsupported_setting;
     const int row = find_setting_row(request.m, request.list, request.count);
-    if (row == no_setting_row)
+    if (row == no_setting_row || !is_built(row))
         return status_unsupported_setting;
     const std::int32_t vectors = wrapping_product(request.N, request.D);
     const std::int32_t width = wrapping_product(wrapping_sum(request.count, 1), request.D);
@@ -75,19 +75,16 @@ inline view<double> coefficient_view(double* coeffs, const sampled_sizes& sizes)
     return {coeffs == nullptr ? 0 : sizes.coefficients, coeffs};
 }
 
-// Attaches the thread, makes the checks, and calls solve(sizes, &steps); `n_steps` is written only when that has
-// solved the equation.
-template <class solver>
-int run_sampled_solver(const sampled_request& request, refusal refuses, int* n_steps, const solver& solve) {
+// Every solver begins with this. The floating-point mode is set after it: the checks calculate with integers alone, and
+// the host may longjmp out of its handler of their arithmetic faults.
+inline int begin_sampled_call(const sampled_request& request, refusal refuses, sampled_sizes& sizes) {
     attach_calling_thread();
-    sampled_sizes sizes{};
-    const int refused = check_sampled_request(request, refuses, sizes);
-    if (refused != status_solved)
-        return refused;
-    // After the checks, whose faults a host may leave by a jump, and which calculate with integers alone.
-    const standard_floating_point_mode mode;
-    int steps = 0;
-    if (!solve(sizes, &steps))
+    return check_sampled_request(request, refuses, sizes);
+}
+
+// And ends with this. The host learns the number of steps only if all of them were solved.
+inline int end_sampled_call(bool solved, int steps, int* n_steps) {
+    if (!solved)
         return status_singular_block;
     *n_steps = steps;
     return status_solved;

@@ -1,5 +1,4 @@
-// The dense system of a step: what differs between a dimension that is known when the library is built and one that is
-// not.
+// The dense system of a step: what differs between a dimension that is known at build time and one that is not.
 //
 //                     matrix and right-hand side       solved by
 //   fixed_dimension   in the frame                     dense_factors
@@ -12,9 +11,18 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace quenta {
+
+// The cells of a matrix in either storage order, for code that all dimensions share.
+struct matrix_cells {
+    double* first;
+    std::int64_t row_stride, column_stride;
+
+    double& at(std::int64_t R, std::int64_t C) const { return first[R * row_stride + C * column_stride]; }
+};
 
 template <int P, class dimension>
 class step_system;
@@ -26,8 +34,9 @@ public:
 
     explicit step_system(fixed_dimension<D>) { values.fill(ieee::quiet_nan); }
 
-    // The matrix. It is to be filled anew before it is eliminated once more.
-    double& at(int r, int c) { return factors.at(r, c); }
+    // The matrix. Refill it before each eliminate().
+    double& at(int R, int C) { return factors.at(R, C); }
+    matrix_cells cells() { return {&factors.at(0, 0), factors.row_stride, factors.column_stride}; }
 
     // The right-hand side; after solve, the solution.
     double* rhs() { return values.data(); }
@@ -48,7 +57,8 @@ public:
     explicit step_system(run_time_dimension dimension)
         : n_sys{P * dimension.D}, factors(std::size_t(n_sys) * n_sys), values(n_sys), pivots(n_sys) {}
 
-    double& at(int r, int c) { return factors[std::size_t(c) * n_sys + r]; }
+    double& at(int R, int C) { return factors[std::size_t(C) * n_sys + R]; }
+    matrix_cells cells() { return {factors.data(), 1, n_sys}; }
     double* rhs() { return values.data(); }
     bool eliminate() {
         return eliminate_in_place({factors.size(), factors.data()}, n_sys, {pivots.size(), pivots.data()});

@@ -9,9 +9,9 @@
 
 namespace quenta {
 
-template <class isa>
+template <class instruction_set>
 struct convolution_kernel {
-    static constexpr int width = isa::width;
+    static constexpr int width = instruction_set::width;
 
     // ---- Direct sums ---------------------------------------------------------------------------------------------
     //

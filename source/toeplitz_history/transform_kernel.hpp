@@ -21,9 +21,9 @@
 
 namespace quenta {
 
-template <class isa>
+template <class instruction_set>
 struct transform_kernel {
-    static constexpr int width = isa::width;
+    static constexpr int width = instruction_set::width;
     static_assert(width * width <= shortest_vector_transform);
     using vector = lanes<width>;
 

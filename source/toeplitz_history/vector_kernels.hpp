@@ -18,7 +18,7 @@ inline constexpr std::int64_t shortest_vector_transform = 64;
 inline constexpr std::int64_t spectrum_tile = 64;
 
 struct vector_kernels {
-    template <class set>
+    template <class instruction_set>
     static const vector_kernels& of();
 
     const char* name;

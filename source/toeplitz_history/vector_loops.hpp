@@ -8,14 +8,14 @@
 
 namespace quenta {
 
-template <class set>
+template <class instruction_set>
 const vector_kernels& vector_kernels::of() {
-    static constexpr vector_kernels table{set::name,
-                                          transform_kernel<set>::transform_rows,
-                                          convolution_kernel<set>::add_scalar_sums,
-                                          convolution_kernel<set>::add_block_products,
-                                          convolution_kernel<set>::copy_columns,
-                                          convolution_kernel<set>::multiply_spectra};
+    static constexpr vector_kernels table{instruction_set::name,
+                                          transform_kernel<instruction_set>::transform_rows,
+                                          convolution_kernel<instruction_set>::add_scalar_sums,
+                                          convolution_kernel<instruction_set>::add_block_products,
+                                          convolution_kernel<instruction_set>::copy_columns,
+                                          convolution_kernel<instruction_set>::multiply_spectra};
     return table;
 }
 

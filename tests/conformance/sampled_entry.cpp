@@ -23,14 +23,15 @@ struct entry_answer {
 
 constexpr int untouched_steps = -77;
 
-entry_answer enter(const sampled_request& request, refusal refuses = accept_all_rows, bool solved = true) {
+entry_answer enter(const sampled_request& request, refusal refuses = accept_all_settings, bool solved = true) {
     quenta_rt_init();
     entry_answer answer{-1, untouched_steps, {}};
-    answer.status = run_sampled_solver(request, refuses, &answer.n_steps, [&](const sampled_sizes& sizes, int* steps) {
-        *steps = 17;
+    sampled_sizes sizes;
+    answer.status = begin_sampled_call(request, refuses, sizes);
+    if (answer.status == status_solved) {
         answer.call = sizes;
-        return solved;
-    });
+        answer.status = end_sampled_call(solved, 17, &answer.n_steps);
+    }
     return answer;
 }
 
@@ -48,7 +49,7 @@ TEST(sampled_entry, the_body_gets_the_row_of_its_setting) {
 }
 
 TEST(variants, there_is_one_for_every_row) {
-    constexpr auto numbers = of_every_row([]<int row>() { return row; });
+    constexpr auto numbers = variants_of<0, supported_setting_count>([]<int row>() { return row; });
     ASSERT_EQ(numbers.size(), 56u);
     for (int row = 0; row < 56; ++row)
         EXPECT_EQ(numbers[std::size_t(row)], row);
@@ -97,7 +98,7 @@ TEST(sampled_entry, n_steps_is_what_the_body_stored_and_only_if_it_solved) {
     const entry_answer solved = enter({101, 3, 2, two_nodes, 2});
     EXPECT_EQ(solved.status, QUENTA_SOLVED);
     EXPECT_EQ(solved.n_steps, 17);
-    const entry_answer singular = enter({101, 3, 2, two_nodes, 2}, accept_all_rows, false);
+    const entry_answer singular = enter({101, 3, 2, two_nodes, 2}, accept_all_settings, false);
     EXPECT_EQ(singular.status, QUENTA_SINGULAR_BLOCK);
     EXPECT_EQ(singular.n_steps, untouched_steps);
     EXPECT_TRUE(singular.call.has_value());

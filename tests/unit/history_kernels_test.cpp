@@ -88,7 +88,7 @@ struct history_problem {
 void compare(const history_kernels& kernels, const history_problem& problem, random_data& random) {
     const std::array<const history_kernels::of_kind*, 4> kinds{&kernels.first_kind, &kernels.continuous_first_kind,
                                                                &kernels.second_kind, &kernels.integro_differential};
-    std::vector<double> sums = random.uniform(most_sums), expected;
+    std::vector<double> sums = random.uniform(max_sums), expected;
     for (int q = 0; q < problem.count; ++q)
         expected.push_back(problem.plain_sum(q, sums[std::size_t(q)]));
     (*kinds[problem.equation])[std::size_t(problem.D)](sums.data(), problem.count, problem.known());
@@ -103,8 +103,8 @@ TEST(history_kernels, every_table_adds_in_the_order_of_the_plain_sums) {
     int compared = 0;
     for (const history_kernels* const kernels : runnable_tables<history_kernels>())
         for (const kind equation : {first_kind, continuous_first_kind, second_kind, integro_differential})
-            for (int D = 0; D <= most_dimensions; ++D)
-                for (int points = 1; points <= most_points; ++points) {
+            for (int D = 0; D <= max_dimension; ++D)
+                for (int points = 1; points <= max_points; ++points) {
                     const int d = D == 0 ? 1 : D, step = points * d;
                     for (const auto& [first, end] :
                          {std::pair<std::int64_t, std::int64_t>{0, 1}, {0, 2}, {1, 2}, {0, 7}, {3, 40}, {0, 129}}) {

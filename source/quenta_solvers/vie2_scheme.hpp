@@ -4,8 +4,8 @@
 //
 //     U[n] = G[n] + Q[n] + h W U[n],     so that     (I - h W) U[n] = G[n] + Q[n],
 //
-// where the quadrature rule of the nodes replaces the integral over the finished steps by the history Q, and the
-// integral over the part [t_n, t_n + c_i h] of the present step by the table W (H. Brunner, Collocation Methods for
+// where the quadrature rule of the nodes replaces the integral over the previous steps by the history Q, and the table
+// W replaces the integral over the part [t_n, t_n + c_i h] of the current step (H. Brunner, Collocation Methods for
 // Volterra Integral and Related Functional Equations, Cambridge University Press 2004, section 2.2).
 #pragma once
 
@@ -13,7 +13,6 @@
 #include "quenta_solvers/step_output.hpp"
 #include "quenta_solvers/step_system.hpp"
 #include "quenta_solvers/vie2.hpp"
-#include "utility/integers.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -22,50 +21,56 @@
 
 namespace quenta {
 
+// I - h W into the matrix A of the step. `W` is scratch. All dimensions share this code.
+template <int row>
+[[gnu::noinline]] void fill_vie2_system(view<const double> K, std::int64_t D, double h, view<double> W,
+                                        const matrix_cells& A) {
+    diagonal_block<row, row_tables<row>>(K, D, W);
+    const double* cell = W.pointer;
+    for (std::int64_t R = 0; R < row_tables<row>::P * D; ++R)
+        for (std::int64_t C = 0; C < row_tables<row>::P * D; ++C)
+            A.at(R, C) = (R == C ? 1.0 : 0.0) - h * *cell++;
+}
+
 // U[n] stands at n * P * D.
 template <int row>
 [[gnu::noinline]] void write_vie2(const output_arrays& to, const double* U) {
     using tables = row_tables<row>;
     constexpr int P = tables::P;
     // A value of the polynomial of step n, or one of its coefficients. The sum starts from 0.0.
-    const auto weighted_sum = [=, D = to.D](std::int64_t n, std::int64_t b, const auto& weight) {
-        const double* const values = U + (n * D + b) * P;
+    const auto weighted_sum = [=, D = to.D](std::int64_t n, std::int64_t a, const auto& weight) {
+        const double* const values = U + (n * D + a) * P;
         double sum = 0.0;
-        for (int l = 0; l < P; ++l)
-            sum += values[l] * weight(l);
+        for (int j = 0; j < P; ++j)
+            sum += values[j] * weight(j);
         return sum;
     };
-    const auto vie2_step_polynomial = [&](std::int64_t n, std::int64_t b, int power) {
-        return weighted_sum(n, b, [power](int l) { return tables::lambda[l][power]; });
+    const auto coefficient = [&](std::int64_t n, std::int64_t a, int p) {
+        return weighted_sum(n, a, [p](int j) { return tables::lambda[j][p]; });
     };
-    const auto vie2_step_value = [&](std::int64_t n, std::int64_t b, int e) {
-        return weighted_sum(n, b, [e](int l) { return tables::sample_value[e][l]; });
+    const auto value = [&](std::int64_t n, std::int64_t a, int e) {
+        return weighted_sum(n, a, [e](int j) { return tables::sample_value[e][j]; });
     };
-    write_output<tables::S>(to, P + 1, P, vie2_step_polynomial, vie2_step_value);
+    write_output<tables::S>(to, P + 1, P, coefficient, value);
 }
 
-// From `samples` samples, and everything else from the arrays as they come.
+// `samples` is the number of samples. The scalar and the vector form derive it from the length of K in their own ways.
 template <int row, class dimension>
 bool march_vie2(std::int32_t samples, const vie2_arguments& arguments, dimension dim, output_order first) {
     const auto& [g, K, dt, want_coeffs, out, coeffs, n_steps] = arguments;
-    using tables = row_tables<row>;
-    constexpr int P = tables::P;
-    constexpr int S = tables::S;
+    constexpr int P = row_tables<row>::P;
+    constexpr int S = row_tables<row>::S;
     const std::int64_t D = dim.D;
 
     const double h = dt * double(S);
-    const std::int32_t steps = wrapping_sum(samples, -1) / S;
+    const std::int32_t steps = whole_steps<row>(samples);
     *n_steps = steps;
 
-    // The matrix is built before anything else is decided, so that a kernel too short for it is fatal even where there
-    // is no step.
+    // Without a step too, a kernel that is too short for the matrix is fatal.
     step_system<P, dimension> system{dim};
     const std::int64_t n_sys = system.n_sys;
     auto W = make_blocks<P * P>(dim);
-    diagonal_block<row, tables>(K, D, whole(W));
-    for (std::int64_t r = 0; r < n_sys; ++r)
-        for (std::int64_t c = 0; c < n_sys; ++c)
-            system.at(int(r), int(c)) = (r == c ? 1.0 : 0.0) - h * W[r * n_sys + c];
+    fill_vie2_system<row>(K, D, h, whole(W), system.cells());
 
     std::vector<double> U(n_sys * steps); // U[n] at n * n_sys
     lag_block_context<dimension> context{K, h, dim};
@@ -79,17 +84,17 @@ bool march_vie2(std::int32_t samples, const vie2_arguments& arguments, dimension
 
     if (!system.eliminate())
         return false;
-    const double* forcing = g.slice(0, std::uint64_t((std::int64_t{steps} * S + 1) * D)).pointer;
+    const double* forcing = samples_of_steps<row>(g, steps, D);
     double* const rhs = system.rhs();
     for (std::int32_t n = 0; n < steps; ++n, forcing += S * D) {
         gather_node_forcing<row>(forcing, D, rhs);
         const double* const Q = history.history_at(n).pointer;
-        for (std::int64_t r = 0; r < n_sys; ++r)
-            rhs[r] += Q[r];
+        for (std::int64_t R = 0; R < n_sys; ++R)
+            rhs[R] += Q[R];
         system.solve();
-        const view<double> solved{std::uint64_t(n_sys), U.data() + n * n_sys};
-        std::copy_n(rhs, n_sys, solved.pointer);
-        history.push(solved);
+        double* const solved = U.data() + n * n_sys;
+        std::copy_n(rhs, n_sys, solved);
+        history.push({std::uint64_t(n_sys), solved});
     }
 
     write_vie2<row>({steps, D, want_coeffs, out, coeffs, first}, U.data());
@@ -114,7 +119,7 @@ bool solve_vie2_vec_any_impl(const vie2_arguments& arguments, int D) {
 
 template <int row>
 bool solve_vie2_vec_row(const vie2_arguments& arguments, int D) {
-    constexpr auto own = of_every_dimension([]<int own_D>() { return solve_vie2_vec_impl<row, own_D>; });
+    constexpr auto own = of_every_dimension([]<int own_D>() { return &solve_vie2_vec_impl<row, own_D>; });
     return has_own_variant(D) ? own[D - 1](arguments) : solve_vie2_vec_any_impl<row>(arguments, D);
 }
 

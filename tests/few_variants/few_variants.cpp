@@ -1,6 +1,6 @@
-// A part of what sampled_bits, function_bits and every_case compare, small enough to be run against every change that
-// scripts/mutate makes: a few rows, dimensions and numbers of steps, one of each class. The script compiles these
-// variants anew, and no others.
+// The tests of a development build: the solvers against their reference implementations, for the rows that are built,
+// and a few dimensions and numbers of steps. sampled_bits, function_bits and every_case test every variant in the same
+// way.
 #include "conformance/function_call.hpp"
 #include "conformance/sampled_bits.hpp"
 
@@ -13,19 +13,18 @@ namespace quenta_tests {
 
 namespace {
 
-// One node, at the end; two before the end, of which one has no weight; three, the first of them at the start.
-constexpr std::size_t probed_rows[] = {1, 37, 41};
-constexpr int probed_dimensions[] = {1, 2, 9};
-constexpr int probed_steps[] = {0, 1, 2, 3, 34, 70};
+constexpr std::size_t built_rows[] = {QUENTA_DEVELOPMENT_ROWS};
+constexpr int dimensions[] = {1, 2, 9};
+constexpr int numbers_of_steps[] = {0, 1, 2, 3, 34, 70};
 
-TEST(mutation_probe, solvers_from_samples_equal_their_twins) {
+TEST(few_variants, of_sample_based_solvers_are_bit_identical_to_the_reference_implementations) {
     random_data random{20260801};
     int compared = 0;
     for (const data_kind& kind : {data_kinds[0], data_kinds[2]})
         for (const sampled_solver& solver : every_solver)
-            for (const std::size_t row : probed_rows)
-                for (const int D : probed_dimensions)
-                    for (const int steps : probed_steps) {
+            for (const std::size_t row : built_rows)
+                for (const int D : dimensions)
+                    for (const int steps : numbers_of_steps) {
                         const reference::setting& setting = reference::settings()[row];
                         if (!solver.accepts(setting) || (D > 1 && !solver.solves_systems))
                             continue;
@@ -39,10 +38,10 @@ TEST(mutation_probe, solvers_from_samples_equal_their_twins) {
                             return;
                         ++compared;
                     }
-    EXPECT_GT(compared, 400);
+    EXPECT_GT(compared, 0);
 }
 
-TEST(mutation_probe, solvers_from_blocks_equal_their_twins) {
+TEST(few_variants, of_block_solvers_are_bit_identical_to_the_reference_implementations) {
     random_data random{20260802};
     int compared = 0;
     for (const block_kind kind : block_kinds)
