@@ -1,5 +1,4 @@
-// function_solve_* beside one plain read of the memory that they have to read, and beside BLAS where it solves the
-// same.
+// Compares the block solvers with one read of the memory that they need, and with BLAS where it solves the same system.
 
 #include "comparison.hpp"
 #include "plain_read.hpp"
@@ -21,7 +20,8 @@ namespace {
 enum class kind { vie1, vie1_cont, vie2, vide };
 constexpr std::array kinds{kind::vie1, kind::vie1_cont, kind::vie2, kind::vide};
 
-// Small random blocks, with a diagonal of the first kind that keeps the solution bounded. D = 0 is the scalar form.
+// Small random blocks. In the first kind 1 is added to the diagonal, which keeps the solution bounded. D = 0 selects
+// the scalar solver.
 struct block_system {
     block_system(kind of_kind, int points, int dimension, int unknowns)
         : equation(of_kind), P(points), D(dimension), components(D == 0 ? 1 : D), N(unknowns / (P * components)),
@@ -39,29 +39,33 @@ struct block_system {
         if (equation == kind::vie1 || equation == kind::vie1_cont)
             for (int n = 0; n < N; ++n)
                 for (int i = 0; i < P; ++i)
-                    for (int r = 0; r < components; ++r)
-                        A[(n * P + i) * row + (n * slots + i) * square + r * components + r] += 1.0;
+                    for (int a = 0; a < components; ++a)
+                        A[(n * P + i) * row + (n * slots + i) * square + a * components + a] += 1.0;
     }
 
     int solve() {
-        const double *const a = A.data(), *const f = b.data();
+        const double *const blocks = A.data(), *const forcing = b.data();
         double *const to = x.data(), *const carried = y.data();
         switch (equation) {
         case kind::vie1:
-            return D == 0 ? function_solve_vie1(a, f, N, P, to) : function_solve_vie1_vec(a, f, N, P, D, to);
+            return D == 0 ? function_solve_vie1(blocks, forcing, N, P, to)
+                          : function_solve_vie1_vec(blocks, forcing, N, P, D, to);
         case kind::vie1_cont:
-            return D == 0 ? function_solve_vie1_cont(a, f, N, P, w.data(), 0.5, y0[0], to, carried)
-                          : function_solve_vie1_cont_vec(a, f, N, P, D, w.data(), 0.5, y0.data(), to, carried);
+            return D == 0
+                       ? function_solve_vie1_cont(blocks, forcing, N, P, w.data(), 0.5, y0[0], to, carried)
+                       : function_solve_vie1_cont_vec(blocks, forcing, N, P, D, w.data(), 0.5, y0.data(), to, carried);
         case kind::vie2:
-            return D == 0 ? function_solve_vie2(a, f, N, P, to) : function_solve_vie2_vec(a, f, N, P, D, to);
+            return D == 0 ? function_solve_vie2(blocks, forcing, N, P, to)
+                          : function_solve_vie2_vec(blocks, forcing, N, P, D, to);
         default:
-            return D == 0 ? function_solve_vide(a, f, C.data(), E.data(), w.data(), h.data(), y0[0], N, P, to, carried)
-                          : function_solve_vide_vec(a, f, C.data(), E.data(), w.data(), h.data(), y0.data(), N, P, D,
-                                                    to, carried);
+            return D == 0 ? function_solve_vide(blocks, forcing, C.data(), E.data(), w.data(), h.data(), y0[0], N, P,
+                                                to, carried)
+                          : function_solve_vide_vec(blocks, forcing, C.data(), E.data(), w.data(), h.data(), y0.data(),
+                                                    N, P, D, to, carried);
         }
     }
 
-    // Every row up to its step.
+    // Reads the part of A that a solver reads: each row up to its step.
     double read() const {
         double sum = 0.0;
         for (std::int64_t point = 0; point < std::int64_t(N) * P; ++point)
@@ -85,7 +89,7 @@ void against(benchmark::State& state, block_system& system, double limit, const 
             [&] { benchmark::DoNotOptimize(peer()); });
 }
 
-// With one sum a step that begins with the value which the step before has given, all additions wait for each other.
+// With one sum per step, and a value carried from step to step, each addition depends on the previous one.
 bool is_one_chain(kind equation, int P, int D) {
     return (equation == kind::vie1_cont || equation == kind::vide) && P == 1 && D == 0;
 }
@@ -95,7 +99,7 @@ void against_one_read(benchmark::State& state, kind equation, int P, int D, int 
     against(state, system, is_one_chain(equation, P, D) ? no_limit : 1.6, [&] { return system.read(); });
 }
 
-// As many additions, each of which waits for the one before, and nothing else.
+// Compares with the same number of dependent additions alone.
 void against_chain(benchmark::State& state, kind equation, int unknowns) {
     block_system system(equation, 1, 0, unknowns);
     against(state, system, 1.6, [&] {
@@ -108,7 +112,7 @@ void against_chain(benchmark::State& state, kind equation, int unknowns) {
     });
 }
 
-// A row-major lower triangle is a column-major upper one, transposed.
+// A lower triangle by rows is the transpose of an upper triangle by columns.
 void against_blas(benchmark::State& state, int unknowns) {
     block_system system(kind::vie1, 1, 0, unknowns);
     std::vector<double> peer_x(system.b.size());

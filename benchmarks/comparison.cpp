@@ -1,4 +1,4 @@
-// The table, and the program that prints it.
+// The main function of the benchmark programs, and the table that it prints.
 
 #include "comparison.hpp"
 
@@ -30,7 +30,7 @@ std::string readable_time(double seconds) {
     return text;
 }
 
-// One line of the table for each benchmark, as it finishes.
+// Prints one line for each benchmark when it finishes.
 class table_reporter : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context&) override {
@@ -47,7 +47,7 @@ public:
         }
     }
 
-    int lines = 0, errors = 0, limits = 0, limits_passed = 0;
+    int lines = 0, errors = 0, limits = 0, limits_exceeded = 0;
 
 private:
     void print(const Run& run, const std::string& name, long long size) {
@@ -75,11 +75,11 @@ private:
             return;
         }
         ++limits;
-        limits_passed += ratio > limit;
+        limits_exceeded += ratio > limit;
         std::printf("%7.2f%s\n", limit, ratio > limit ? "  OVER" : "");
     }
 
-    // The exponent e of time ~ size^e, from the line before of the same name.
+    // The exponent e of time ~ size^e, from the previous line if it has the same name.
     void print_growth(const std::string& name, long long size, double seconds) {
         std::printf("%10s per step", readable_time(seconds / double(size)).c_str());
         if (name == last_name)
@@ -121,13 +121,14 @@ bool agree(benchmark::State& state, const double* ours, const double* peer, std:
     if (finite && largest > 0.0 && difference <= tolerance * largest)
         return true;
     char text[128];
-    std::snprintf(text, sizeof text, "ours and peer differ by %.3g, relative to %.3g%s", difference, largest,
-                  finite ? "" : ", and some values are not finite");
+    std::snprintf(text, sizeof text,
+                  "expected equal results of ours and peer, got a difference of %.3g at a size of %.3g%s", difference,
+                  largest, finite ? "" : ", and some values are not finite");
     state.SkipWithError(text);
     return false;
 }
 
-// A filter may choose lines of the other program only.
+// The exit code if a filter selects only lines of the other program.
 constexpr int nothing_measured = 2;
 
 int main(int argc, char** argv) {
@@ -136,6 +137,6 @@ int main(int argc, char** argv) {
         return 1;
     table_reporter table;
     benchmark::RunSpecifiedBenchmarks(&table);
-    std::printf("%d of %d limits kept, %d errors\n", table.limits - table.limits_passed, table.limits, table.errors);
+    std::printf("%d of %d limits kept, %d errors\n", table.limits - table.limits_exceeded, table.limits, table.errors);
     return table.lines == 0 ? nothing_measured : table.errors != 0;
 }

@@ -1,5 +1,5 @@
-// How everything here is measured: ours and its peer take turns in one run, so that whatever else the machine does
-// meets both alike. A figure is a median, and what counts is the median of the ratios of the pairs.
+// The measurement of all benchmarks: our code and its peer run alternately, so that other load on the machine affects
+// both equally. Times are medians; the ratio is the median of the ratios of the pairs.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -10,30 +10,30 @@
 #include <string>
 #include <vector>
 
-// Where a comparison has no limit that it must keep.
+// For comparisons without a limit.
 constexpr double no_limit = 0.0;
 
-// Registers one line of the table. `function` takes the benchmark::State and ends in `compare` or `time_alone`; `pairs`
-// is how often they measure.
+// Registers one line of the table. `function` takes the benchmark::State and ends with `compare` or `time_alone`, which
+// measure `pairs` times.
 template <class function_type>
 void register_line(const std::string& name, std::int64_t size, int pairs, function_type function) {
     const std::string full_name = name + '/' + std::to_string(size);
     benchmark::RegisterBenchmark(full_name.c_str(), function)->Iterations(pairs)->UseManualTime();
 }
 
-// The pairs that a line of so many steps, or as much work, takes.
+// The number of pairs for a line whose work is that of so many scalar steps.
 inline int pairs_for(std::int64_t steps) {
     return static_cast<int>(std::clamp<std::int64_t>(2000000 / steps, 5, 101));
 }
 
-// The processor time of this thread: what the machine gives to others in between does not count.
+// The processor time of this thread; time of other threads and processes does not count.
 inline double processor_seconds() {
     timespec now{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
     return double(now.tv_sec) + 1e-9 * double(now.tv_nsec);
 }
 
-// Seconds of one call. `prepare` runs outside the clock, once for the `batch` calls in it.
+// Seconds per call, averaged over `batch` calls. `prepare` runs once before the clock starts.
 template <class prepare_type, class call_type>
 double seconds_per_call(int batch, const prepare_type& prepare, const call_type& call) {
     prepare();
@@ -46,7 +46,7 @@ double seconds_per_call(int batch, const prepare_type& prepare, const call_type&
     return (processor_seconds() - start) / batch;
 }
 
-// Hands the figures of one line to the table.
+// Passes the times of one line to the table.
 void report_comparison(benchmark::State& state, const std::vector<double>& ours, const std::vector<double>& peer,
                        double limit);
 void report_alone(benchmark::State& state, const std::vector<double>& ours);
@@ -74,6 +74,6 @@ void time_alone(benchmark::State& state, const ours_type& ours) {
     report_alone(state, seconds);
 }
 
-// Both sides must have computed the same before their times are worth comparing: the largest difference, relative to
-// the largest value. On disagreement the benchmark ends with an error, and so does the program.
+// Checks before a comparison that the results agree: the largest difference, relative to the largest value, must be
+// within the tolerance. Otherwise the benchmark and the program end with an error.
 bool agree(benchmark::State& state, const double* ours, const double* peer, std::int64_t count, double tolerance);

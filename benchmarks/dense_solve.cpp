@@ -1,4 +1,5 @@
-// The dense solve of a step against LAPACK's dgesv and Eigen's LU of fixed size, at every order that occurs.
+// Compares the dense solve of a step with LAPACK's dgesv and Eigen's LU of fixed size, for every order of a step from 3
+// up.
 
 #include "comparison.hpp"
 #include "dense_systems.hpp"
@@ -25,15 +26,15 @@ struct eigen_lu {
     }
 };
 
-// A step's matrix is near the identity.
+// A matrix near the identity, like that of a step.
 struct linear_system {
     explicit linear_system(int order) : n(order), a(n * n), transposed(n * n), b(n) {
         std::mt19937_64 generator(n);
         std::uniform_real_distribution<double> uniform(-1.0, 1.0);
-        for (int i = 0; i < n; ++i) {
-            b[i] = uniform(generator);
-            for (int j = 0; j < n; ++j)
-                transposed[j * n + i] = a[i * n + j] = (i == j ? 1.0 : 0.0) + 0.1 * uniform(generator);
+        for (int R = 0; R < n; ++R) {
+            b[R] = uniform(generator);
+            for (int C = 0; C < n; ++C)
+                transposed[C * n + R] = a[R * n + C] = (R == C ? 1.0 : 0.0) + 0.1 * uniform(generator);
         }
     }
     int n;

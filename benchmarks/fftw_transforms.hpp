@@ -1,5 +1,5 @@
-// FFTW as the benchmarks use it: measured plans with owners. The arrays come from the benchmarks' aligned_vector, which
-// starts on a cache line and so is at least as well aligned as what FFTW's own allocator gives.
+// Measured FFTW plans with owners. The arrays are quenta::aligned_vector, which starts on a cache line: the alignment
+// is at least that of FFTW's own allocator.
 #pragma once
 
 #include <fftw3.h>
@@ -15,15 +15,15 @@ using owned_fftw_plan = std::unique_ptr<std::remove_pointer_t<fftw_plan>, fftw_p
 // A complex transform of n points in place on separate real and imaginary parts. Planning overwrites them.
 inline owned_fftw_plan plan_split_transform(double* re, double* im, int n, bool inverse) {
     const fftw_iodim dimension{n, 1, 1};
-    // The split form has no sign of its own: the inverse transform is the forward one with the two parts swapped.
+    // The split interface has no sign argument: swapping the two parts gives the inverse transform.
     double* const first = inverse ? im : re;
     double* const second = inverse ? re : im;
     return owned_fftw_plan(
         fftw_plan_guru_split_dft(1, &dimension, 0, nullptr, first, second, first, second, FFTW_MEASURE));
 }
 
-// Real transforms of n points: from `values` to the n/2 + 1 frequencies, and back. The way back destroys the
-// frequencies. Plain interleaved complex numbers, on which FFTW's real transforms are faster than on split ones.
+// Real transforms of n points: from `values` to n/2 + 1 frequencies, and back, which destroys the frequencies. The
+// complex numbers are interleaved, since FFTW's real transforms are faster on these than on split arrays.
 inline owned_fftw_plan plan_real_to_complex(double* values, fftw_complex* frequencies, int n) {
     return owned_fftw_plan(fftw_plan_dft_r2c_1d(n, values, frequencies, FFTW_MEASURE));
 }

@@ -1,6 +1,6 @@
-// What it costs that a call calculates in the standard mode, whatever mode its host has set: the smallest solve that
-// there is, beside the variant for C++, which leaves the mode alone (and has no sizes to test), and under a host that
-// rounds down.
+// The cost of the standard floating-point mode, which each call sets and restores, for the smallest possible solve:
+// - an export compared with the C++ variant, which does not change the mode and checks no sizes,
+// - a host that rounds down compared with a host in the standard mode.
 
 #include "comparison.hpp"
 
@@ -18,14 +18,14 @@ struct one_step {
     double x = 0.0;
 
     int solve() { return function_solve_vie1(&A, &b, 1, 1, &x); }
-    bool solve_in_the_mode_at_hand() { return quenta::function_solve_vie1_impl<1>({1, &A}, {1, &b}, 1, {1, &x}); }
+    bool solve_in_current_mode() { return quenta::function_solve_vie1_impl<1>({1, &A}, {1, &b}, 1, {1, &x}); }
 };
 
-void against_the_mode_at_hand(benchmark::State& state) {
+void against_current_mode(benchmark::State& state) {
     one_step step;
     compare(
         state, no_limit, batch, [] {}, [&] { benchmark::DoNotOptimize(step.solve()); },
-        [&] { benchmark::DoNotOptimize(step.solve_in_the_mode_at_hand()); });
+        [&] { benchmark::DoNotOptimize(step.solve_in_current_mode()); });
 }
 
 void under_a_host_that_rounds_down(benchmark::State& state) {
@@ -46,7 +46,7 @@ void under_a_host_that_rounds_down(benchmark::State& state) {
 }
 
 const bool registered = [] {
-    register_line("one step / in the mode at hand", 1, 101, against_the_mode_at_hand);
+    register_line("one step / mode unchanged", 1, 101, against_current_mode);
     register_line("one step, host rounds down / to nearest", 1, 101, under_a_host_that_rounds_down);
     return true;
 }();

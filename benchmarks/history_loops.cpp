@@ -1,5 +1,5 @@
-// The two other loops of the history: the direct sums beside the plain nested loop, the pointwise products beside one
-// read of their inputs.
+// The other two loops of the history: direct sums against the plain nested loop, and pointwise products of spectra
+// against one read of their inputs.
 
 #include "comparison.hpp"
 #include "plain_read.hpp"
@@ -21,56 +21,63 @@ using quenta::widest_table;
 
 aligned_vector decaying_oscillation(std::int64_t count, double rate) {
     aligned_vector values(count);
-    for (std::int64_t j = 0; j < count; ++j) {
-        const double t = 16.0 * double(j) / double(count);
-        values[j] = std::exp(-rate * t) * std::cos(3.0 * t + rate);
+    for (std::int64_t sample = 0; sample < count; ++sample) {
+        const double t = 16.0 * double(sample) / double(count);
+        values[sample] = std::exp(-rate * t) * std::cos(3.0 * t + rate);
     }
     return values;
 }
 
-// The sums as one would first write them.
+// sums[target] += K[target - source] x[source], with lags relative to that between the first target and first source.
 void plain_direct_sums(double* sums, const double* kernel, const double* x, std::int64_t targets, std::int64_t sources,
-                       std::int64_t p, std::int64_t q) {
-    for (std::int64_t t = 0; t < targets; ++t)
-        for (std::int64_t j = 0; j < sources; ++j)
-            for (std::int64_t r = 0; r < p; ++r) {
+                       std::int64_t order) {
+    for (std::int64_t target = 0; target < targets; ++target)
+        for (std::int64_t source = 0; source < sources; ++source)
+            for (std::int64_t R = 0; R < order; ++R) {
                 double product = 0.0;
-                for (std::int64_t c = 0; c < q; ++c)
-                    product += kernel[((t - j) * p + r) * q + c] * x[j * q + c];
-                sums[t * p + r] += product;
+                for (std::int64_t C = 0; C < order; ++C)
+                    product += kernel[((target - source) * order + R) * order + C] * x[source * order + C];
+                sums[target * order + R] += product;
             }
 }
 
-// The same lag by lag, on blocks in the order in which the kernels read them: lag d at d * q * padded_rows(p).
-void our_direct_sums(double* sums, const double* columns, const double* x, std::int64_t s, std::int64_t p,
-                     std::int64_t q) {
-    for (std::int64_t lag = 2 * s - 1; lag > 0; --lag) {
-        const std::int64_t first = std::max<std::int64_t>(0, lag - s), last = std::min(s, lag);
-        widest_table<vector_kernels>().add_block_products(sums + first * p, columns + lag * q * quenta::padded_rows(p),
-                                                          x + (first + s - lag) * q, last - first, p, q);
+// The same for `size` sources and targets, lag by lag. The blocks are stored by columns: lag d at
+// d * order * padded_rows(order).
+void our_direct_sums(double* sums, const double* columns, const double* x, std::int64_t size, std::int64_t order) {
+    for (std::int64_t d = 2 * size - 1; d > 0; --d) {
+        const std::int64_t first = std::max<std::int64_t>(0, d - size), last = std::min(size, d);
+        widest_table<vector_kernels>().add_block_products(sums + first * order,
+                                                          columns + d * order * quenta::padded_rows(order),
+                                                          x + (first + size - d) * order, last - first, order, order);
     }
 }
 
-// A square block of s sources and s targets, as a push makes it.
-void direct_sums(benchmark::State& state, std::int64_t s, std::int64_t order) {
-    const std::int64_t p = order, q = order, stride = quenta::padded_rows(p);
-    const aligned_vector kernel = decaying_oscillation(2 * s * p * q, 0.1);
-    const aligned_vector x = decaying_oscillation(s * q, 0.2);
-    aligned_vector columns(2 * s * q * stride, 0.0);
-    for (std::int64_t lag = 0; lag < 2 * s; ++lag)
-        for (std::int64_t r = 0; r < p; ++r)
-            for (std::int64_t c = 0; c < q; ++c)
-                columns[(lag * q + c) * stride + r] = kernel[(lag * p + r) * q + c];
-    aligned_vector sums(s * p), peer_sums(s * p);
-    const double* const first_pair = kernel.data() + s * p * q; // the lag between the first target and the first source
+// The blocks of 2 * size lags by columns, padded for the vector kernels.
+aligned_vector blocks_by_columns(const aligned_vector& kernel, std::int64_t size, std::int64_t order) {
+    const std::int64_t stride = quenta::padded_rows(order);
+    aligned_vector columns(2 * size * order * stride, 0.0);
+    for (std::int64_t d = 0; d < 2 * size; ++d)
+        for (std::int64_t R = 0; R < order; ++R)
+            for (std::int64_t C = 0; C < order; ++C)
+                columns[(d * order + C) * stride + R] = kernel[(d * order + R) * order + C];
+    return columns;
+}
+
+// One dyadic block of a push: `size` sources and `size` targets.
+void direct_sums(benchmark::State& state, std::int64_t size, std::int64_t order) {
+    const aligned_vector kernel = decaying_oscillation(2 * size * order * order, 0.1);
+    const aligned_vector x = decaying_oscillation(size * order, 0.2);
+    const aligned_vector columns = blocks_by_columns(kernel, size, order);
+    aligned_vector sums(size * order), peer_sums(size * order);
+    const double* const first_pair = kernel.data() + size * order * order; // lag between first target and first source
     const auto ours = [&] {
         if (order == 1)
-            widest_table<vector_kernels>().add_scalar_sums(sums.data(), first_pair, x.data(), s, s);
+            widest_table<vector_kernels>().add_scalar_sums(sums.data(), first_pair, x.data(), size, size);
         else
-            our_direct_sums(sums.data(), columns.data(), x.data(), s, p, q);
+            our_direct_sums(sums.data(), columns.data(), x.data(), size, order);
     };
     const auto peer = [&] {
-        plain_direct_sums(peer_sums.data(), first_pair, x.data(), s, s, p, q);
+        plain_direct_sums(peer_sums.data(), first_pair, x.data(), size, size, order);
     };
     const auto clear = [&] {
         std::fill(sums.begin(), sums.end(), 0.0);
@@ -79,8 +86,8 @@ void direct_sums(benchmark::State& state, std::int64_t s, std::int64_t order) {
     clear();
     ours();
     peer();
-    const std::int64_t batch = std::clamp<std::int64_t>(200000 / (s * s * p * q), 1, 5000);
-    if (agree(state, sums.data(), peer_sums.data(), s * p, 1e-14))
+    const std::int64_t batch = std::clamp<std::int64_t>(200000 / (size * size * order * order), 1, 5000);
+    if (agree(state, sums.data(), peer_sums.data(), size * order, 1e-14))
         compare(state, no_limit, static_cast<int>(batch), clear, ours, peer);
 }
 
@@ -103,11 +110,11 @@ void spectra(benchmark::State& state, std::int64_t length, std::int64_t columns)
     };
     ours();
     aligned_vector expected(length, 0.0);
-    for (std::int64_t c = 0; c < columns; ++c)
-        for (std::int64_t u = 0; u < length; ++u) {
-            const std::int64_t k =
-                (u / quenta::spectrum_tile * columns + c) * quenta::spectrum_tile + u % quenta::spectrum_tile;
-            expected[u] += kernel_re[k] * x_re[c * length + u] - kernel_im[k] * x_im[c * length + u];
+    for (std::int64_t C = 0; C < columns; ++C)
+        for (std::int64_t f = 0; f < length; ++f) {
+            const std::int64_t tiled =
+                (f / quenta::spectrum_tile * columns + C) * quenta::spectrum_tile + f % quenta::spectrum_tile;
+            expected[f] += kernel_re[tiled] * x_re[C * length + f] - kernel_im[tiled] * x_im[C * length + f];
         }
     const std::int64_t batch = std::clamp<std::int64_t>(400000 / (length * columns), 1, 2000);
     if (agree(state, acc_re.data(), expected.data(), length, 1e-14))
@@ -117,10 +124,10 @@ void spectra(benchmark::State& state, std::int64_t length, std::int64_t columns)
 
 const bool registered = [] {
     for (const std::int64_t order : {1, 2, 3, 5, 8, 16, 40})
-        for (const std::int64_t s : {1, 2, 4, 8, 16}) {
+        for (const std::int64_t size : {1, 2, 4, 8, 16}) {
             const std::string block = std::to_string(order) + 'x' + std::to_string(order);
-            register_line("direct sums, " + block + " / plain loop", s, 101,
-                          [=](benchmark::State& state) { direct_sums(state, s, order); });
+            register_line("direct sums, " + block + " / plain loop", size, 101,
+                          [=](benchmark::State& state) { direct_sums(state, size, order); });
         }
     for (const std::int64_t columns : {1, 3, 16})
         for (const std::int64_t length : {64, 1024, 16384, 262144})

@@ -1,4 +1,4 @@
-// quenta_solve_vide and quenta_solve_vide_vec beside the same scheme on FFTW.
+// Compares quenta_solve_vide and quenta_solve_vide_vec with the same scheme on FFTW.
 
 #include "collocation.hpp"
 #include "comparison.hpp"
@@ -18,33 +18,34 @@
 
 namespace {
 
-// A coefficient that damps, turns the components into each other, and varies in time.
+// The coefficient damps and couples the components, and varies in time.
 struct damped_problem : problem {
-    damped_problem(int samples, int dimension) : problem(samples, dimension), a(K.size()), y0(std::size_t(dimension)) {
-        for (int i = 0; i < N; ++i)
-            for (int r = 0; r < D; ++r)
-                for (int c = 0; c < D; ++c)
-                    a[(i * D + r) * D + c] = r == c ? -2.0 - std::sin(i * dt) : (r - c) / double(D);
-        for (int r = 0; r < D; ++r)
-            y0[r] = 1.0 / (1.0 + r);
+    damped_problem(int samples, int dimension)
+        : problem(samples, dimension), coefficient(K.size()), y0(std::size_t(dimension)) {
+        for (int sample = 0; sample < N; ++sample)
+            for (int a = 0; a < D; ++a)
+                for (int b = 0; b < D; ++b)
+                    coefficient[(sample * D + a) * D + b] = a == b ? -2.0 - std::sin(sample * dt) : (a - b) / double(D);
+        for (int a = 0; a < D; ++a)
+            y0[a] = 1.0 / (1.0 + a);
     }
-    std::vector<double> a, y0;
+    std::vector<double> coefficient, y0;
 };
 
 template <int P>
 void solve(const damped_problem& given, const setting<P>& with, std::vector<double>& out) {
     int steps = 0;
     const int status =
-        given.D == 1
-            ? quenta_solve_vide(given.g.data(), given.K.data(), given.a.data(), given.N, given.y0[0], given.dt, with.m,
-                                with.nodes.data(), P, 0, out.data(), nullptr, &steps)
-            : quenta_solve_vide_vec(given.g.data(), given.K.data(), given.a.data(), given.N, given.D, given.y0.data(),
-                                    given.dt, with.m, with.nodes.data(), P, 0, out.data(), nullptr, &steps);
+        given.D == 1 ? quenta_solve_vide(given.g.data(), given.K.data(), given.coefficient.data(), given.N, given.y0[0],
+                                         given.dt, with.m, with.nodes.data(), P, 0, out.data(), nullptr, &steps)
+                     : quenta_solve_vide_vec(given.g.data(), given.K.data(), given.coefficient.data(), given.N, given.D,
+                                             given.y0.data(), given.dt, with.m, with.nodes.data(), P, 0, out.data(),
+                                             nullptr, &steps);
     if (status != QUENTA_SOLVED)
         out.assign(out.size(), std::nan(""));
 }
 
-// The collocation of a setting on fftw_history. The step's system is solved anew in every step.
+// Collocation on fftw_history. The system of a step changes with the coefficient and is factored in every step.
 template <int P, int D>
 class fftw_solver {
 public:
@@ -60,86 +61,100 @@ public:
     }
 
     void solve(const damped_problem& given, std::vector<double>& out) {
-        const double* const K = given.K.data();
-        const auto& k = at.nodes;
         h = given.dt * S;
-        matrix W = matrix::Zero();
-        Eigen::Matrix<double, n_sys, D> V = Eigen::Matrix<double, n_sys, D>::Zero();
-        for (int row = 0; row < n_sys; ++row)
-            for (int c = 0; c < D; ++c) {
-                const int r = row / P, i = row % P;
-                for (int l = 0; l < P; ++l) {
-                    const double present = at.node(i) * at.integral(l, 1.0) * K[(k[i] * (at.m - k[l]) * D + r) * D + c];
-                    V(row, c) += present;
-                    for (int j = 0; j < P; ++j)
-                        W(row, c * P + j) += present * at.integral(j, at.node(i) * at.node(l));
-                }
-                fill_lags(K, row, c);
-            }
-
+        fill_blocks(given.K.data());
         history.start();
-        Eigen::Matrix<double, D, 1> y;
+        component_vector y;
         std::copy_n(given.y0.data(), D, y.data());
         for (std::int64_t n = 0; n < steps; ++n) {
-            matrix step;
-            vector rhs;
-            for (int row = 0; row < n_sys; ++row) {
-                const int r = row / P, i = row % P;
-                const std::int64_t sample = n * S + k[i] * at.m;
-                rhs[row] = given.g[sample * D + r] + history.sums(row)[n];
-                for (int c = 0; c < D; ++c) {
-                    const double a = given.a[(sample * D + r) * D + c];
-                    rhs[row] += (a + h * V(row, c)) * y[c];
-                    for (int j = 0; j < P; ++j)
-                        step(row, c * P + j) =
-                            (row == c * P + j ? 1.0 : 0.0) - h * (a * node_value[i][j] + h * W(row, c * P + j));
-                }
-            }
-            const vector Z = step.partialPivLu().solve(rhs);
+            const vector Z = solve_step(given, n, y);
             std::copy_n(Z.data(), n_sys, x[n].data());
             std::copy_n(y.data(), D, x[n].data() + n_sys);
             history.push(x[n].data());
-            for (int r = 0; r < D; ++r)
-                y[r] = value(n, r, S);
+            for (int a = 0; a < D; ++a)
+                y[a] = value(n, a, S);
         }
-        write_samples(steps, S, D, out.data(), [this](std::int64_t n, int r, int e) { return value(n, r, e); });
+        write_samples(steps, S, D, out.data(), [this](std::int64_t n, int a, int e) { return value(n, a, e); });
     }
 
 private:
     static constexpr int n_sys = P * D, width = n_sys + D;
     using matrix = Eigen::Matrix<double, n_sys, n_sys>;
     using vector = Eigen::Matrix<double, n_sys, 1>;
+    using component_vector = Eigen::Matrix<double, D, 1>;
 
-    void fill_lags(const double* K, int row, int c) {
+    // The unknowns Z of step n, the values of y' at the nodes; y is the value at the beginning of the step.
+    vector solve_step(const damped_problem& given, std::int64_t n, const component_vector& y) {
+        matrix step;
+        vector rhs;
+        for (int R = 0; R < n_sys; ++R) {
+            const int a = R / P, i = R % P;
+            const std::int64_t sample = n * S + at.nodes[i] * at.m;
+            rhs[R] = given.g[sample * D + a] + history.sums(R)[n];
+            for (int b = 0; b < D; ++b) {
+                const double coefficient = given.coefficient[(sample * D + a) * D + b];
+                rhs[R] += (coefficient + h * V(R, b)) * y[b];
+                for (int j = 0; j < P; ++j) {
+                    const int C = b * P + j;
+                    step(R, C) = (R == C ? 1.0 : 0.0) - h * (coefficient * node_value[i][j] + h * W(R, C));
+                }
+            }
+        }
+        return step.partialPivLu().solve(rhs);
+    }
+
+    // The kernel integrals of the current step, V for y at its beginning and W for Z, and the blocks of all lags.
+    void fill_blocks(const double* K) {
+        const auto& k = at.nodes;
+        V.setZero();
+        W.setZero();
+        for (int R = 0; R < n_sys; ++R)
+            for (int b = 0; b < D; ++b) {
+                const int a = R / P, i = R % P;
+                for (int q = 0; q < P; ++q) {
+                    const double weighted = at.node(i) * at.weight(q) * K[(k[i] * (at.m - k[q]) * D + a) * D + b];
+                    V(R, b) += weighted;
+                    for (int j = 0; j < P; ++j)
+                        W(R, b * P + j) += weighted * at.integral(j, at.node(i) * at.node(q));
+                }
+                fill_lags(K, R, b);
+            }
+    }
+
+    void fill_lags(const double* K, int R, int b) {
+        const int a = R / P, i = R % P;
+        const std::array<double, P>& weight = value_at[S]; // b_q
         for (std::int64_t d = 1; d < steps; ++d) {
-            std::array<double, P> z{};
-            double y = 0.0;
-            for (int l = 0; l < P; ++l) {
-                const std::int64_t sample = d * S + (at.nodes[row % P] - at.nodes[l]) * at.m;
-                const double weighted = K[(sample * D + row / P) * D + c] * value_at[S][l];
-                y += weighted;
+            std::array<double, P> of_Z{};
+            double of_y = 0.0;
+            for (int q = 0; q < P; ++q) {
+                const std::int64_t sample = d * S + (at.nodes[i] - at.nodes[q]) * at.m;
+                const double weighted = K[(sample * D + a) * D + b] * weight[q];
+                of_y += weighted;
                 for (int j = 0; j < P; ++j)
-                    z[j] += weighted * node_value[l][j];
+                    of_Z[j] += weighted * node_value[q][j];
             }
             for (int j = 0; j < P; ++j)
-                history.kernel(row, c * P + j)[d] = h * h * z[j];
-            history.kernel(row, n_sys + c)[d] = h * y;
+                history.kernel(R, b * P + j)[d] = h * h * of_Z[j];
+            history.kernel(R, n_sys + b)[d] = h * of_y;
         }
     }
 
-    double value(std::int64_t n, int r, int e) const {
+    double value(std::int64_t n, int a, int e) const {
         double sum = 0.0;
         for (int j = 0; j < P; ++j)
-            sum += x[n][r * P + j] * value_at[e][j];
-        return x[n][n_sys + r] + h * sum;
+            sum += x[n][a * P + j] * value_at[e][j];
+        return x[n][n_sys + a] + h * sum;
     }
 
     setting<P> at;
     int S;
     std::int64_t steps;
     double h = 0.0;
+    matrix W;
+    Eigen::Matrix<double, n_sys, D> V;
     fftw_history<n_sys, width> history;
-    std::vector<std::array<double, width>> x; // Z[n], then y[n]
+    std::vector<std::array<double, width>> x; // Z, then y at the beginning of the step
     std::vector<std::array<double, P>> value_at;
     std::array<std::array<double, P>, P> node_value;
 };

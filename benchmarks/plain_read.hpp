@@ -1,10 +1,10 @@
-// The peer of what is bound by memory: one plain read.
+// The peer of loops that are bound by memory: one read of an array.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 
-// A sum over an array at the speed of memory: four wide partial sums in flight.
+// The sum of an array, with four independent vector sums so that memory is the only limit.
 inline double read_all(const double* values, std::int64_t count) {
     constexpr std::int64_t lanes = 8, in_flight = 4;
     typedef double wide __attribute__((vector_size(lanes * sizeof(double))));

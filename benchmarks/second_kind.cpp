@@ -1,5 +1,5 @@
-// quenta_solve_vie2 and quenta_solve_vie2_vec beside the textbook loop of quadratic cost and beside the same schedule
-// on FFTW, and their growth.
+// Compares quenta_solve_vie2 and quenta_solve_vie2_vec with the textbook loop of quadratic cost and with the same
+// schedule on FFTW, and measures how their time grows with the number of steps.
 
 #include "collocation.hpp"
 #include "comparison.hpp"
@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-// docs/figures/textbook_trapezoid.c, compiled to add in the order that is written there, and in any order.
+// docs/figures/textbook_trapezoid.c, compiled with additions in source order and in any order.
 extern "C" {
 void textbook_trapezoid_in_order(const double* g, const double* K, int N, double dt, double* y);
 void textbook_trapezoid_reassociated(const double* g, const double* K, int N, double dt, double* y);
@@ -37,7 +37,7 @@ void solve(const problem& given, const setting<P>& with, std::vector<double>& ou
         out.assign(out.size(), std::nan(""));
 }
 
-// The collocation of a setting on fftw_history. The step's matrix is inverted once.
+// Collocation on fftw_history. The matrix of a step is inverted once.
 template <int P, int D>
 class fftw_solver {
 public:
@@ -45,44 +45,27 @@ public:
         : at(with), S(with.m * with.m), steps(with.steps(samples)), history(steps), U(std::size_t(steps)),
           value_at(std::size_t(S + 1)) {
         for (int e = 0; e <= S; ++e)
-            for (int l = 0; l < P; ++l)
-                value_at[e][l] = at.basis(l, double(e) / S);
+            for (int j = 0; j < P; ++j)
+                value_at[e][j] = at.basis(j, double(e) / S);
     }
 
     void solve(const problem& given, std::vector<double>& out) {
-        const double* const K = given.K.data();
-        const auto& k = at.nodes;
-        const double h = given.dt * S;
-        matrix step;
-        for (int a = 0; a < n_sys; ++a)
-            for (int b = 0; b < n_sys; ++b) {
-                const int i = a % P, l = b % P;
-                double W = 0.0;
-                for (int q = 0; q < P; ++q)
-                    W += K[(k[i] * (at.m - k[q]) * D + a / P) * D + b / P] * at.integral(q, 1.0) * at.node(i) *
-                         at.basis(l, at.node(i) * at.node(q));
-                step(a, b) = (a == b ? 1.0 : 0.0) - h * W;
-
-                double* const lag = history.kernel(a, b);
-                const double factor = h * at.integral(l, 1.0);
-                const double* const sample = K + ((k[i] - k[l]) * at.m * D + a / P) * D + b / P;
-                for (std::int64_t j = 1; j < steps; ++j)
-                    lag[j] = factor * sample[j * S * D * D];
-            }
-        const matrix inverse = step.inverse();
+        const matrix inverse = step_matrix(given).inverse();
         history.start();
         for (std::int64_t n = 0; n < steps; ++n) {
             vector rhs;
-            for (int a = 0; a < n_sys; ++a)
-                rhs[a] = given.g[(n * S + k[a % P] * at.m) * D + a / P] + history.sums(a)[n];
+            for (int R = 0; R < n_sys; ++R) {
+                const int a = R / P, i = R % P;
+                rhs[R] = given.g[(n * S + at.nodes[i] * at.m) * D + a] + history.sums(R)[n];
+            }
             const vector solved = inverse * rhs;
             std::copy_n(solved.data(), n_sys, U[n].data());
             history.push(U[n].data());
         }
-        write_samples(steps, S, D, out.data(), [this](std::int64_t n, int r, int e) {
+        write_samples(steps, S, D, out.data(), [this](std::int64_t n, int a, int e) {
             double sum = 0.0;
-            for (int l = 0; l < P; ++l)
-                sum += U[n][r * P + l] * value_at[e][l];
+            for (int j = 0; j < P; ++j)
+                sum += U[n][a * P + j] * value_at[e][j];
             return sum;
         });
     }
@@ -92,6 +75,31 @@ private:
     using matrix = Eigen::Matrix<double, n_sys, n_sys>;
     using vector = Eigen::Matrix<double, n_sys, 1>;
 
+    // The identity minus h W, W = sum over q of b_q c_i K(c_i (1 - c_q) h) times basis polynomial j at c_i c_q. Also
+    // fills the history with h b_j K((d + c_i - c_j) h).
+    matrix step_matrix(const problem& given) {
+        const double* const K = given.K.data();
+        const auto& k = at.nodes;
+        const double h = given.dt * S;
+        matrix step;
+        for (int R = 0; R < n_sys; ++R)
+            for (int C = 0; C < n_sys; ++C) {
+                const int a = R / P, i = R % P, b = C / P, j = C % P;
+                double W = 0.0;
+                for (int q = 0; q < P; ++q)
+                    W += K[(k[i] * (at.m - k[q]) * D + a) * D + b] * at.weight(q) * at.node(i) *
+                         at.basis(j, at.node(i) * at.node(q));
+                step(R, C) = (R == C ? 1.0 : 0.0) - h * W;
+
+                double* const entry = history.kernel(R, C);
+                const double factor = h * at.weight(j);
+                const double* const sample = K + ((k[i] - k[j]) * at.m * D + a) * D + b;
+                for (std::int64_t d = 1; d < steps; ++d)
+                    entry[d] = factor * sample[d * S * D * D];
+            }
+        return step;
+    }
+
     setting<P> at;
     int S;
     std::int64_t steps;
@@ -100,7 +108,7 @@ private:
     std::vector<std::array<double, P>> value_at;
 };
 
-// `peer(given, out)` solves too. It must agree, unless its method is another one.
+// `peer(given, out)` solves the same problem. If it uses the same method, the solutions must agree.
 template <int P, class peer_type>
 void compare_solvers(benchmark::State& state, const problem& given, const setting<P>& with, double limit,
                      bool same_method, const peer_type& peer) {
@@ -136,25 +144,25 @@ void growth(benchmark::State& state, int steps, int D, const setting<P>& with) {
     time_alone(state, [&] { solve(given, with, out); });
 }
 
-// y(t) = 1 + sin t for K = exp(-t) on 0 .. 10, and the largest error of a solution.
+// A problem on 0 .. 10 with K = exp(-t) and the solution y(t) = 1 + sin t, and the largest error of a solution.
 struct smooth_problem : problem {
     explicit smooth_problem(int samples) : problem(samples, 1) {
         dt = 10.0 / (samples - 1);
-        for (int i = 0; i < samples; ++i) {
-            const double t = i * dt;
-            K[i] = std::exp(-t);
-            g[i] = std::sin(t) + (std::cos(t) - std::sin(t) + K[i]) / 2.0;
+        for (int sample = 0; sample < samples; ++sample) {
+            const double t = sample * dt;
+            K[sample] = std::exp(-t);
+            g[sample] = std::sin(t) + (std::cos(t) - std::sin(t) + K[sample]) / 2.0;
         }
     }
     double error(const std::vector<double>& y) const {
         double largest = 0.0;
-        for (int i = 0; i < N; ++i)
-            largest = std::max(largest, std::fabs(y[i] - 1.0 - std::sin(i * dt)));
+        for (int sample = 0; sample < N; ++sample)
+            largest = std::max(largest, std::fabs(y[sample] - 1.0 - std::sin(sample * dt)));
         return largest;
     }
 };
 
-// The smooth problem with as many samples as a setting takes for an error.
+// The smooth problem with as many samples as the setting needs for the given error.
 template <int P>
 smooth_problem with_error(double error, const setting<P>& with) {
     for (int steps = 10;; steps += std::max(1, steps / 50)) {
@@ -166,16 +174,16 @@ smooth_problem with_error(double error, const setting<P>& with) {
     }
 }
 
-// Two settings that reach the same error.
-template <int P, int Q>
-void same_error(benchmark::State& state, double error, const setting<P>& with, const setting<Q>& peer_with) {
+// Compares two settings at the same error.
+template <int P, int peer_P>
+void same_error(benchmark::State& state, double error, const setting<P>& with, const setting<peer_P>& peer_with) {
     const smooth_problem given = with_error(error, with), peer_given = with_error(error, peer_with);
     std::vector<double> out(given.g.size()), peer_out(peer_given.g.size());
     compare(
         state, no_limit, 10, [] {}, [&] { solve(given, with, out); }, [&] { solve(peer_given, peer_with, peer_out); });
 }
 
-// One more component than the library compiles for its size, beside the largest number for which it does.
+// Compares D = 9, a run-time dimension, with D = 8, the largest dimension fixed at compile time.
 template <int P>
 void nine_against_eight(benchmark::State& state, int steps, const setting<P>& with) {
     const problem nine(with.samples(steps), 9), eight(with.samples(steps), 8);
@@ -224,7 +232,7 @@ void register_nine(const std::string& name, const setting<P>& with) {
 
 const bool registered = [] {
     quenta_rt_init();
-    // Collocation at both ends of a step of one sample is the trapezoidal rule.
+    // Collocation at both ends of a step of one spacing is the trapezoidal rule.
     register_trapezoid(
         "m=1 [0,1] / textbook loop", both_ends, true, textbook_trapezoid_in_order,
         {{300, no_limit}, {1000, 1.5}, {3000, no_limit}, {10000, 1.0 / 4.0}, {30000, no_limit}, {100000, 1.0 / 20.0}});

@@ -1,4 +1,5 @@
-// The transform beside FFTW (split complex, in place, measured plans) and beside the plain loop of the same arithmetic.
+// Compares the transform with FFTW (split complex, in place, measured plans) and with a plain loop of the same
+// arithmetic.
 
 #include "comparison.hpp"
 #include "fftw_transforms.hpp"
@@ -26,15 +27,15 @@ struct complex_rows {
 
 complex_rows decaying_oscillation(std::int64_t n) {
     complex_rows x(n);
-    for (std::int64_t j = 0; j < n; ++j) {
-        const double t = 16.0 * double(j) / double(n);
-        x.re[j] = std::exp(-0.1 * t) * std::cos(3.0 * t);
-        x.im[j] = std::exp(-0.2 * t) * std::sin(5.0 * t);
+    for (std::int64_t sample = 0; sample < n; ++sample) {
+        const double t = 16.0 * double(sample) / double(n);
+        x.re[sample] = std::exp(-0.1 * t) * std::cos(3.0 * t);
+        x.im[sample] = std::exp(-0.2 * t) * std::sin(5.0 * t);
     }
     return x;
 }
 
-// The textbook radix-2 loop. Same twiddles, same operations, same order as the library's.
+// The textbook radix-2 loop, with the twiddles, operations and order of the library.
 void plain_transform(double* re, double* im, std::int64_t n, bool inverse) {
     for (std::int64_t i = 0, j = 0; i < n - 1; ++i) {
         if (i < j) {
@@ -73,8 +74,8 @@ void plain_transform(double* re, double* im, std::int64_t n, bool inverse) {
     }
 }
 
-// A transform multiplies the size of its data by sqrt(n), so this many can follow each other on fresh data: the values
-// stay finite and normal.
+// The number of transforms before the data are refilled. Each multiplies their size by sqrt(n); they stay finite and
+// normal.
 int batch_for(std::int64_t n) {
     return static_cast<int>(std::clamp<std::int64_t>((1 << 17) / n, 1, 100));
 }
@@ -101,7 +102,7 @@ void compare_transforms(benchmark::State& state, std::int64_t n, double limit, c
         compare(state, limit, batch_for(n), refill, ours, peer);
 }
 
-// The public transform.
+// The transform on the instruction set that is in use.
 void against_fftw(benchmark::State& state, std::int64_t n, bool inverse) {
     complex_rows x(n);
     const owned_fftw_plan plan = plan_split_transform(x.re.data(), x.im.data(), static_cast<int>(n), inverse);
@@ -113,7 +114,7 @@ void against_fftw(benchmark::State& state, std::int64_t n, bool inverse) {
         [&] { fftw_execute(plan.get()); }, x);
 }
 
-// One table of loops, whether or not it is the one in use.
+// The transform on one instruction set.
 void table_against_fftw(benchmark::State& state, const vector_kernels& kernels, std::int64_t n) {
     complex_rows x(n);
     const owned_fftw_plan plan = plan_split_transform(x.re.data(), x.im.data(), static_cast<int>(n), false);

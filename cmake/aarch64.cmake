@@ -1,5 +1,5 @@
-# A toolchain file: builds for Linux on aarch64 with Debian's cross compilers, and runs programs of the build under QEMU,
-# where that is installed.
+# Toolchain file for Linux on aarch64 with Debian's cross compilers. Programs of the build run under QEMU if it is
+# installed.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)

@@ -1,7 +1,7 @@
-# What `cmake --install` puts in place: the header, the library, what finds them for CMake and for pkg-config, and the
-# program with its manual pages and its completion.
+# Installs the header, the library, the files for CMake and pkg-config, and the program with manual pages and
+# completion.
 #
-# Three components: `library` is needed to run programs, `development` to build them, and `program` is quenta itself.
+# There are three components: `library` (to run programs), `development` (to build programs) and `program` (quenta).
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -12,7 +12,7 @@ install(TARGETS quenta_native EXPORT quenta_native
     ARCHIVE COMPONENT development)
 install(FILES source/quenta_solvers/quenta_native.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
-# find_package(quenta_native) gives the target quenta::quenta_native, which depends on nothing.
+# find_package(quenta_native) defines the target quenta::quenta_native, which has no dependencies.
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/quenta_native)
 install(EXPORT quenta_native NAMESPACE quenta:: FILE quenta_native-targets.cmake DESTINATION ${package_directory}
     COMPONENT development)
@@ -23,8 +23,8 @@ write_basic_package_version_file(${package_file}-version.cmake COMPATIBILITY Sam
 install(FILES ${package_file}.cmake ${package_file}-version.cmake DESTINATION ${package_directory}
     COMPONENT development)
 
-# quenta_native.pc finds the prefix from its own place, so that the installed tree may be moved; what has an absolute
-# directory stays there.
+# quenta_native.pc states the prefix relative to itself, so that the installation can be moved. Absolute directories
+# stay absolute.
 set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
     set(pkgconfig_prefix ${CMAKE_INSTALL_PREFIX})
@@ -34,14 +34,14 @@ else()
 endif()
 foreach(directory LIBDIR INCLUDEDIR)
     set(pkgconfig_${directory} "\${prefix}")
-    cmake_path(APPEND pkgconfig_${directory} ${CMAKE_INSTALL_${directory}}) # which an absolute one replaces
+    cmake_path(APPEND pkgconfig_${directory} ${CMAKE_INSTALL_${directory}}) # an absolute directory replaces the prefix
 endforeach()
 configure_file(cmake/quenta_native.pc.in quenta_native.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quenta_native.pc DESTINATION ${pkgconfig_directory} COMPONENT development)
 
 if(QUENTA_BUILD_TOOLS)
     if(UNIX AND NOT APPLE)
-        # The program finds the library from its own place, too.
+        # The program finds the library relative to itself.
         if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR} OR IS_ABSOLUTE ${CMAKE_INSTALL_BINDIR})
             set_target_properties(quenta PROPERTIES INSTALL_RPATH ${CMAKE_INSTALL_FULL_LIBDIR})
         else()

@@ -1,9 +1,9 @@
-# Generates translation units that instantiate the templates of a header, and adds them to a target. All of them are
-# made from instances.cpp.in.
+# Generates translation units that instantiate the templates of a header, from instances.cpp.in, and adds them to a
+# target.
 
 # quenta_add_instances(<target> <name of the unit> <header> <options of the compiler> <instance>...)
 #
-# An instance is a function with its template arguments. Its type is the template's, and is not written here again.
+# An instance is a function with its template arguments. decltype gives its type.
 function(quenta_add_instances target unit header options)
     set(instantiations "")
     foreach(instance IN LISTS ARGN)
@@ -15,11 +15,11 @@ function(quenta_add_instances target unit header options)
     set_source_files_properties("${file}" PROPERTIES COMPILE_OPTIONS "${options}")
 endfunction()
 
-# Sample-based solvers, for every row of the settings table that is built, a few rows per unit:
+# Sample-based solvers, for every row of the settings table that is built, with several rows in a unit:
 # quenta_add_row_instances(<target> <name of the units> <header> <rows per unit> <instance with ROW in it>...)
 
-# The parts of -O3 that make short marches faster. All of -O3 would make their code and its compile time half as large
-# again; the long loops are in other units.
+# -O2 with the options of -O3 that make these solvers faster. Full -O3 would increase their code and compile time by
+# half. Long loops are in other units.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_FLAGS_RELEASE MATCHES "-O3" AND NOT QUENTA_SANITIZE)
     set(quenta_options_of_rows "$<$<CONFIG:Release>:-O2;-fvect-cost-model=dynamic;-fpeel-loops>")
 endif()
@@ -56,11 +56,11 @@ function(quenta_add_block_instances target name header function)
     quenta_add_instances(${target} ${name} ${header} "" ${instances})
 endfunction()
 
-# A table of vector loops, for every instruction set, each in a unit that is compiled with the options of its set.
-# `utility/instruction_sets.hpp` has the sets, and the choice among the tables.
+# A table of vector loops, for every instruction set, each in a unit with the options of its set.
+# `utility/instruction_sets.hpp` defines the sets and selects the table at run time.
 # quenta_add_instruction_set_instances(<target> <name of the table> <header>)
 
-# The same question that the sources ask.
+# The sources test the same macro.
 include(CheckCXXSymbolExists)
 check_cxx_symbol_exists(__x86_64__ "cstddef" QUENTA_X86_64)
 
@@ -76,7 +76,7 @@ function(quenta_add_instruction_set_instances target table header)
     foreach(instruction_set IN LISTS sets)
         set(options ${quenta_options_of_${instruction_set}})
         if(WIN32 AND NOT instruction_set STREQUAL "baseline")
-            # The platform aligns the stack to 16 bytes only, which the compiler forgets when it saves a wide register.
+            # The stack is aligned to 16 bytes only, but the compiler saves wide registers with aligned moves.
             list(APPEND options "-Wa,-muse-unaligned-vector-move")
         endif()
         quenta_add_instances(${target} ${table}_${instruction_set} ${header} "${options}"

@@ -1,6 +1,6 @@
-# Three Debian packages, one for each component of the installation: scripts/package.
+# One Debian package for each component of the installation, made by scripts/package.
 find_program(QUENTA_GZIP gzip)
-if(NOT QUENTA_GZIP) # so this is no Debian system
+if(NOT QUENTA_GZIP) # not on a Debian system
     return()
 endif()
 set(changelog ${PROJECT_BINARY_DIR}/changelog.gz)
@@ -9,7 +9,7 @@ execute_process(COMMAND ${QUENTA_GZIP} -9n INPUT_FILE ${PROJECT_SOURCE_DIR}/CHAN
 
 # quenta_add_package(<name> <component> <section> <dependencies> <description>)
 macro(quenta_add_package name component section dependencies description)
-    # Only in the packages, not where `cmake --install` puts everything.
+    # In the packages only: `cmake --install` does not install these.
     install(FILES LICENSE DESTINATION share/doc/${name} RENAME copyright COMPONENT ${component} EXCLUDE_FROM_ALL)
     install(FILES ${changelog} DESTINATION share/doc/${name} COMPONENT ${component} EXCLUDE_FROM_ALL)
     string(TOUPPER ${component} upper)
@@ -32,7 +32,7 @@ if(QUENTA_BUILD_TOOLS)
     quenta_add_package(quenta program math "${exact_library}" "The command-line program, which reads and writes CSV.")
     set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/source)
-    # Debian keeps manual pages compressed.
+    # Debian compresses manual pages.
     set(compress ${PROJECT_BINARY_DIR}/compress_manual_pages.cmake)
     file(WRITE ${compress} "file(GLOB_RECURSE pages \"\${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*.1\")\n"
         "if(pages)\n    execute_process(COMMAND \"${QUENTA_GZIP}\" -9n \${pages} COMMAND_ERROR_IS_FATAL ANY)\nendif()\n")
@@ -43,7 +43,7 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
-# Whatever the umask is where the packages are made.
+# Independent of the umask.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
     WORLD_READ WORLD_EXECUTE)
 set(CPACK_PACKAGE_CONTACT "the quenta_native developers <quenta-native@localhost>")

@@ -1,8 +1,8 @@
 // The forward recursion that all block solvers share.
 //
-// An equation gives, for P points of D components: its history (history_terms.hpp), the part of a right-hand side that
-// is no history, the entries of a step's matrix, and what it does at the start and at the end of a step. What depends
-// on nothing but steps that are known is done for several steps at once.
+// An equation defines, for P points of D components: its history (history_terms.hpp), the rest of the right-hand side,
+// the entries of the matrix of a step, and what is done at the start of the recursion and at the end of a step. The
+// contributions of known steps are added to the right-hand sides of several steps at once.
 #pragma once
 
 #include "quenta_function_solvers/history_sums.hpp"
@@ -17,12 +17,12 @@
 
 namespace quenta {
 
-// Whose arrays an equation reads and writes. Their lengths are tested here, once.
+// The arrays that an equation reads and writes. Their lengths are checked here, once.
 template <int P_, int D_, class history_>
 struct block_equation {
     using history = history_;
     static constexpr int P = P_, D = D_, M = P * D;
-    static constexpr int slots = history::has_carried_value ? P + 1 : P; // of a step, in a row point of A
+    static constexpr int slots = history::has_carried_value ? P + 1 : P; // of a step, for a row point of A
 
     block_equation(view<const double> blocks, int N, view<double> unknowns)
         : row_length{std::int64_t(N) * slots * D * D},
@@ -41,7 +41,7 @@ struct block_equation {
     // The D values at a point.
     double* point(std::int64_t n, int i) const { return x + (n * P + i) * D; }
 
-    // What most equations have none of.
+    // Most equations do nothing here.
     void start() const {}
     void end_step(std::int64_t) const {}
 
@@ -56,7 +56,7 @@ template <class equation>
 bool solve_forward(const equation& problem, int N) {
     using history = typename equation::history;
     constexpr int P = equation::P, D = equation::D, M = equation::M;
-    // The sum of a step with a carried value begins with that value, which the step before has to give.
+    // The sum of a step with a carried value begins with this value, which comes from the previous step.
     constexpr int steps_together = history::has_carried_value ? 1 : std::max(sums_together / M, 1);
     const add_history_function add_history =
         (widest_table<history_kernels>().*history::table)[history::written_in == form::scalar ? 0 : D];
@@ -90,7 +90,7 @@ bool solve_forward(const equation& problem, int N) {
             std::copy_n(solution.begin(), M, problem.point(n, 0));
             problem.end_step(n);
 
-            // The later steps of these know one step more. Everything waits for the next one: its sums stay in
+            // Add this step to the sums of the later steps. The next step is on the critical path, so its sums stay in
             // registers.
             if constexpr (steps_together > 1) {
                 if (step + 1 == steps)

@@ -1,9 +1,10 @@
-// The variants behind the block solvers' exports, one for every number of points P (1 to 5) and in the vector forms
-// every dimension D (1 to 8). What they compute, and the shapes of the arrays, is told in quenta_native.h.
+// The variants of the block solvers, one for every number of points P (1 to 5) and, in the vector forms, every
+// dimension D (1 to 8). quenta_native.h describes what they compute and the shapes of the arrays.
 //
-// They are exported too, those of the second kind excepted, for C++ programs that know P and D when they are compiled
-// and were built by the same compiler. True: solved. False: the matrix of a step is singular. A view that is too short
-// is an index failure. They calculate in the mode that the thread has set; the functions of quenta_native.h see to it.
+// Except for those of the second kind they are exported too, for C++ programs that know P and D at build time and were
+// built by the same compiler. True: solved. False: the matrix of a step is singular. A view that is too short is an
+// index failure. They use the floating-point mode of the thread; the functions of quenta_native.h set the standard
+// mode.
 #pragma once
 
 #include "quenta_solvers/quenta_native.h"

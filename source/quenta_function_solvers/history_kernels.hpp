@@ -12,23 +12,24 @@ namespace quenta {
 inline constexpr int max_points = 5;
 inline constexpr int max_dimension = 8;
 
-// The steps whose contributions are to be added, and where they stand. A row point has a row of slots, `slots` of them
-// for every step; a slot is a D by D matrix, row-major. The points come first, then the carried value if there is one.
+// The steps whose contributions are added, and their arrays. Each row point has a row of slots, with the same number of
+// slots for every step. A slot is a D by D matrix, row-major. The points come first, then the carried value if there is
+// one.
 struct known_steps {
     const double* blocks; // slot 0 of step 0, for the first row point of the sums
-    std::int64_t row;     // doubles from a row point to the next
+    std::int64_t row;     // doubles from one row point to the next
     std::int64_t first, end;
-    int points;      // of a step
+    int points;      // per step
     const double* x; // D values for every point
-    const double* y; // carried values, D for every step; null without
-    const double* h; // step lengths; null without
+    const double* y; // carried values, D for every step; may be null
+    const double* h; // step lengths; may be null
 };
 
-// sums[i*D + r] receives the history of row r of row point i, for the first `count` of them, no more than a solver
-// gives at a time. `sums` has room for `max_sums`; what stands behind `count` is of no use, before and after.
+// Adds the history of component a of row point i to sums[i*D + a], for the first `count` of these. `sums` has room for
+// `max_sums`; the elements from `count` on are scratch.
 using add_history_function = void (*)(double* sums, int count, const known_steps& known);
 
-// As many as a solver gives at a time: the rows of several small steps up to this number, or those of one large step.
+// A solver passes the rows of several small steps, up to this number, or those of one large step.
 inline constexpr int sums_together = 16;
 inline constexpr int max_sums = max_points * max_dimension + sums_together;
 

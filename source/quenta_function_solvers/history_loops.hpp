@@ -1,4 +1,4 @@
-// The loops over the history of a block solver, for an instruction set.
+// The loops over the history of a block solver, for one instruction set.
 #pragma once
 
 #include "quenta_function_solvers/history_sums.hpp"
@@ -12,7 +12,7 @@ template <class instruction_set>
 struct history_loops {
     static constexpr int width = instruction_set::width;
 
-    // Registers may share cache lines: all of them take a tile of the slots before any takes the next.
+    // Rows of different registers share cache lines, so all registers process a tile of slots before the next tile.
     static constexpr std::int64_t doubles_in_a_tile = 8192;
 
     template <class history, int D>
@@ -23,14 +23,14 @@ struct history_loops {
         for (const double* point = known.blocks; q < count; point += known.row)
             for (int r = 0; r < D; ++r)
                 rows[q++] = point + r * D;
-        for (; q % together != 0; ++q) // registers that are not full repeat the last row
+        for (; q % together != 0; ++q) // fill the last register with copies of the last row
             rows[q] = rows[q - 1];
 
         if constexpr (D == 1 && history::has_carried_value) {
-            // The few rows of one step: a sum waits for its last addition all the time, and lanes would change nothing.
+            // The few rows of one step: latency of the additions is the limit, so lanes would not help.
             add_to_rows<history, 1>(sums, count, rows, known);
         } else if constexpr (D == 1) {
-            add_steps<history, D, width, together / width>(sums, rows, known); // there are no more than that
+            add_steps<history, D, width, together / width>(sums, rows, known); // count is at most `together`
         } else {
             const std::int64_t doubles_in_a_step = std::int64_t(count) * D * known.points;
             const std::int64_t steps = doubles_in_a_tile / doubles_in_a_step + 1;
@@ -42,7 +42,7 @@ struct history_loops {
         }
     }
 
-    // `count` is the number of points, too.
+    // `count` is also the number of points.
     template <class history, int constant_count>
     static void add_to_rows(double* sums, int count, const double* const* rows, const known_steps& known) {
         if constexpr (constant_count <= max_points) {
@@ -53,8 +53,8 @@ struct history_loops {
         }
     }
 
-    // Two registers at a time read from more places at once; it does not pay where the loop over a step is long. The
-    // last sums take a narrower register if they fit in it.
+    // Two registers at a time read more streams at once, which does not pay if the loop over a step is long. The last
+    // sums use a narrower register if they fit in it.
     template <class history, int D, int lanes_here, int groups = history::has_carried_value ? 1 : 2>
     static void add_to_registers(double* sums, int count, const double* const* rows, const known_steps& known) {
         constexpr int together = groups * lanes_here;

@@ -1,10 +1,10 @@
-// Adds the history of known steps to sums: the loops, for a number of lanes.
+// Adds the contributions of known steps to sums: the loops, for a number of lanes.
 //
-// A lane is a sum, of whatever row: the matrices are read by strips, a few neighbouring columns of as many rows as
-// there are lanes, and these are transposed in registers. So every sum keeps its order of additions, however many
-// advance together.
+// Each lane holds the sum of one row. The matrices are read in strips, a few adjacent columns of as many rows as there
+// are lanes, which are transposed in registers. So every sum keeps its order of additions, however many are computed
+// together.
 //
-// Everything is inlined by force: code for one instruction set must not be merged with that for another by the linker.
+// Everything is always inlined, since the linker must not merge the code of different instruction sets.
 #pragma once
 
 #include "quenta_function_solvers/history_terms.hpp"
@@ -48,8 +48,8 @@ template <int width, int... lane>
     return lanes<width>{rows[lane][at]...};
 }
 
-// A register from two halves, and one from a half that stands in it twice: for the registers that are wide enough. Each
-// is one instruction, which compilers do not find by themselves.
+// A register from two halves, and a register with the same half twice, for registers that are wide enough. Each is one
+// instruction, which compilers do not find by themselves.
 template <int width>
 lanes<width> load_halves(const double* lower, const double* upper);
 
@@ -69,7 +69,7 @@ template <>
 #endif
 
 #if defined(__AVX512F__)
-// A mask of all lanes costs nothing, and has no undefined register for a compiler to warn of.
+// The form with a mask of all lanes costs nothing, and avoids a warning about an undefined register.
 template <>
 [[gnu::always_inline]] inline lanes<8> load_halves<8>(const double* lower, const double* upper) {
     return _mm512_maskz_insertf64x4(0xFF, _mm512_castpd256_pd512(_mm256_loadu_pd(lower)), _mm256_loadu_pd(upper), 1);
@@ -81,12 +81,12 @@ template <>
 }
 #endif
 
-// The next columns of the rows, as many as half a register has lanes, but two at least.
+// The number of columns in a strip: half the lanes of a register, at least two.
 template <int width>
 inline constexpr int columns_of_a_strip = width == 2 ? 2 : width / 2;
 
-// strip[c] = rows[lane][at + c] * factors[c], in every lane. Products are formed before lanes change their places, and
-// the rows are read in the order that leads to the fewest changes.
+// strip[c] = rows[lane][at + c] * factors[c], in every lane. The products are computed before the lanes are permuted,
+// and the rows are loaded in the order that needs the fewest permutations.
 template <class unknown, int width>
 [[gnu::always_inline]] inline void multiply_strip(lanes<width>* strip, const double* const* rows, std::int64_t at,
                                                   const double* values, double h) {
@@ -143,7 +143,7 @@ template <form F, int D, class number>
 
 // ---- Slots and steps ----------------------------------------------------------------------------------------------
 
-// `count` neighbouring points, the first of which has its matrix at `at` in each row.
+// `count` adjacent points; the matrix of the first is at `at` in each row.
 template <class history, int D, int width, int count>
 [[gnu::always_inline]] inline void add_points(sums_type<width>& sum, const double* const* rows, std::int64_t at,
                                               const double* x, double h) {
@@ -161,8 +161,8 @@ template <class history, int D, int width>
     history::add_carried(sum, row_product<history::written_in, D>(products));
 }
 
-// `groups` registers of sums advance together. rows[q] points at the row of sum q, in slot 0 of step 0. The number of
-// points of a step may be given as a constant.
+// `groups` registers of sums are computed together. rows[q] points to the row of sum q, in slot 0 of step 0. The number
+// of points of a step may be given as a constant.
 template <class history, int D, int width, int groups, int constant_points = 0>
 [[gnu::always_inline]] inline void add_steps(double* sums, const double* const* rows, const known_steps& known) {
     constexpr std::int64_t slot = D * D;
@@ -183,7 +183,7 @@ template <class history, int D, int width, int groups, int constant_points = 0>
                     add_points<history, D, width, 1>(sum[g], rows + g * width, at + j * slot, x + j * D, h);
         }
     } else {
-        // With nothing between the points of two steps, the slots are one sequence.
+        // Without carried values between the points of two steps, the slots are one sequence.
         constexpr int together = D == 1 && width > 1 ? 8 : 1;
         std::int64_t s = known.first * points;
         const std::int64_t end = known.end * points;

@@ -1,9 +1,9 @@
-// How the history of a step enters its right-hand side, kind by kind.
+// The contribution of the history to the right-hand side of a step, for each kind of equation.
 //
-// One sum belongs to every row of a step's system. The slots of the steps before contribute in a fixed order: steps
-// ascending, in a step first the slot of the carried value, if the kind has one, then the points ascending. What a slot
-// contributes is the product of a row of its D by D matrix with the D values of its unknown. In the vector forms this
-// row product starts from 0.0; in the scalar forms it is the one product.
+// Every row of the system of a step has a sum. The slots of the previous steps are added in a fixed order: steps
+// ascending; within a step first the slot of the carried value, if the kind has one, then the points ascending. The
+// contribution of a slot is the product of a row of its D by D matrix with the D values of its unknown. In the vector
+// forms this product is a sum that starts from 0.0; in the scalar forms it is a single product.
 //
 // A sum is a double, or a register of several sums: `number` is either.
 #pragma once
@@ -16,7 +16,7 @@ namespace quenta {
 
 enum class form { scalar, vector };
 
-// What a slot's matrix acts on.
+// The factor of the matrix of a slot.
 struct unknown_itself {
     template <class number>
     [[gnu::always_inline]] static number factor(number unknown, double) {
@@ -71,7 +71,7 @@ struct second_kind_history {
     }
 };
 
-// The step length multiplies the derivative in the scalar form, and the whole row product in the vector form.
+// The scalar form multiplies the derivative by the step length, the vector form the whole row product.
 template <form F>
 struct integro_differential_history {
     static constexpr form written_in = F;

@@ -20,11 +20,12 @@ attached_thread_list attached_threads;
 
 namespace {
 
-// Reclamation does not start while threads are being attached. The lower half counts them. It is a count and not a
-// lock: a collection holds library_lock, which the attachments it waits for still need.
-// The upper half counts the forks that led to this process. The child of a fork starts with no suspensions, so an
-// attachment that was interrupted by a signal handler that forks must not subtract its own there. One word holds both
-// counts, because such a fork can happen between any two instructions.
+// Reclamation does not start while threads are being attached. The lower half counts these threads. It is a count and
+// not a lock, because a collection holds library_lock, which the attachments that it waits for still need.
+//
+// The upper half counts the forks that led to this process. A forked child starts with no suspensions. An attachment
+// that was interrupted by a signal handler that forks must therefore not subtract its own suspension in the child. One
+// word holds both counts, because such a fork can happen between any two instructions.
 std::atomic<std::uint64_t> reclamation_suspensions{0};
 constexpr std::uint64_t one_fork = std::uint64_t{1} << 32;
 
@@ -44,7 +45,7 @@ private:
 
 bool handles_forks = false;
 
-// A new lock in the place of one that may be held by a thread that does not exist in this process.
+// Replaces a lock that may be held by a thread that does not exist in this process.
 void renew(std::mutex& lock) {
     new (&lock) std::mutex;
 }
@@ -88,7 +89,7 @@ void attach_calling_thread() {
         const std::lock_guard guard{*library_lock};
         record = attached_threads.enter(std::make_unique<thread_record>());
     }
-    // Without a slot the record stays for the life of the process.
+    // Without a slot the record lives as long as the process.
     if (!platform::set_thread_value(thread_exit_slot, record)) {
         detach_thread_record(record);
         throw std::bad_alloc{};
@@ -99,7 +100,7 @@ void detach_thread_record(void* slot_value) {
     auto* const record = static_cast<thread_record*>(slot_value);
     if (record == nullptr || !attached_threads.take_out(record))
         return;
-    // Destructors of other slots may still call a solver on this thread, which then has to attach anew.
+    // Destructors of other slots may still call a solver on this thread, which then attaches the thread again.
     if (platform::thread_value(thread_exit_slot) == record)
         platform::set_thread_value(thread_exit_slot, nullptr);
     delete record;
@@ -134,11 +135,11 @@ void quenta_gc_collect() {
         {
             const std::lock_guard guard{*library_lock};
             if (reclamation_suspensions % one_fork == 0) {
-                // A solve releases its memory on every way out, so what is left is what the heap holds back.
+                // Every solve has released its memory, even if it threw. What remains are free pages of the heap.
                 platform::release_free_memory();
                 return;
             }
         }
-        std::this_thread::yield(); // a thread is being attached, and may need the lock for it
+        std::this_thread::yield(); // a thread is being attached and may need the lock
     }
 }

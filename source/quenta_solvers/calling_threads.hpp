@@ -3,9 +3,9 @@
 
 namespace quenta {
 
-// The first action of every entry that may hold working memory. After a thread's first call it is one read of
-// per-thread state. Needs quenta_rt_init, which makes the lock that a first attachment takes. Throws std::bad_alloc if
-// there is no memory for the first attachment. The next call tries again.
+// The first action of every export that may allocate working memory. After the first call on a thread it is a single
+// read of per-thread state. It needs quenta_rt_init, which creates the lock that the first attachment takes. Throws
+// std::bad_alloc if there is no memory for the first attachment; the next call tries again.
 void attach_calling_thread();
 
 } // namespace quenta

@@ -1,8 +1,8 @@
 // The process-wide state of the library. What quenta_rt_init creates is never destroyed.
 //
-// A fork copies this state at any moment, and of all threads only the one that called fork goes on in the child: a lock
-// that another thread held would never be released there. So the child starts with new locks. It finds the list whole,
-// because each change of it is a single store.
+// A fork may copy this state at any moment. Only the thread that called fork exists in the child, so a lock that
+// another thread held would never be released there. The child therefore starts with new locks. The list is always
+// consistent, because each change of it is a single store.
 #pragma once
 
 #include <atomic>
@@ -12,21 +12,21 @@
 
 namespace quenta {
 
-// The entry of a calling thread in the list of attached threads. It lives from the thread's first attachment until
+// The entry of a calling thread in the list of attached threads. It lives from the first attachment of the thread until
 // the thread ends. On a platform with fibers, each fiber counts as a thread.
 struct thread_record {
     std::atomic<thread_record*> next{nullptr};
 };
 
-// The attached threads, under a short lock of their own.
+// The attached threads, with their own lock, which is held only briefly.
 class attached_thread_list {
 public:
     thread_record* enter(std::unique_ptr<thread_record> record);
-    // Whether the record was in the list. A record that is not there is not looked at.
+    // Returns whether the record was in the list. A record that is not in the list is not accessed.
     bool take_out(const thread_record* record);
     int size();
-    // For the child of a fork. The records of the threads that it does not have stay in the list: a few bytes each, and
-    // the heap, which may have handlers of its own, is not called while the handlers of a fork run.
+    // For a forked child. The records of threads that do not exist in it stay in the list: they are a few bytes each,
+    // and the heap, which may have fork handlers of its own, must not be called while the handlers of a fork run.
     void renew_lock();
 
 private:
@@ -34,20 +34,20 @@ private:
     std::atomic<thread_record*> first{nullptr};
 };
 
-// Serialises the attachment of a thread and the reclamation of memory. Absent until quenta_rt_init.
+// Serializes the attachment of threads and the reclamation of memory. Null until quenta_rt_init.
 extern std::mutex* library_lock;
 
-// The slot in which an attached thread keeps its record. Solvers read it while a further quenta_rt_init may set it.
+// The slot in which an attached thread keeps its record. Solvers read it while another quenta_rt_init may set it.
 extern std::atomic<std::uint32_t> thread_exit_slot;
 
 extern attached_thread_list attached_threads;
 
-// The destructor of `thread_exit_slot`: forgets the record of a thread that has ended.
+// The destructor of `thread_exit_slot`: removes the record of a thread that has ended.
 void detach_thread_record(void* slot_value);
 
-// What the child of a fork does first: makes the state that of a process with this thread alone. It waits for nothing
-// in the parent, so that a fork may also come from a handler of a signal or of another fork that has interrupted this
-// thread inside the library.
+// Called first in a forked child: makes the state that of a process with only this thread. It waits for nothing, so the
+// fork may even happen in a signal handler, or in another fork's handler, that interrupted this thread inside the
+// library.
 void forget_other_threads();
 
 } // namespace quenta

@@ -1,4 +1,4 @@
-// The table of the collocation settings: all that the library can be asked to run.
+// The table of the collocation settings that the library supports.
 #pragma once
 
 #include "utility/subset_range.hpp"
@@ -13,8 +13,8 @@ inline constexpr int supported_setting_count = 56;
 inline constexpr int max_nodes = 5;
 inline constexpr int max_m = 4;
 
-// One row: m, the denominator of the collocation parameters c_i = k_i / m, and the node indices k_i, strictly
-// increasing in 0 .. m. They are stored as one flat list of ints, m first.
+// One row: m, the denominator of the collocation parameters c_i = k_i / m, and the node indices k_i, which increase
+// strictly within 0 .. m. They are stored as one list of ints, m first.
 struct collocation_setting {
     std::array<std::int32_t, 1 + max_nodes> stored{};
     int stored_length = 0;
@@ -24,7 +24,7 @@ struct collocation_setting {
     constexpr int node_index(int i) const { return stored[static_cast<std::size_t>(1 + i)]; }
 };
 
-// For m = 1, 2, 3, 4, every non-empty subset of {0, .., m}: the shorter ones first, and those of one size in
+// For m = 1, 2, 3, 4, every non-empty subset of {0, .., m}: shorter subsets first, and subsets of the same size in
 // lexicographic order, which is the order of subset_range.
 constexpr std::array<collocation_setting, supported_setting_count> make_supported_settings() {
     constexpr std::array<double, max_nodes> indices{0, 1, 2, 3, 4};

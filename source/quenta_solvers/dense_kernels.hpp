@@ -1,4 +1,4 @@
-// The loops of the dense solve, once for each instruction set. Matrices are column-major, (i, j) at i + j*n.
+// The loops of the dense solve, compiled for each instruction set. Matrices are column-major, (i, j) at i + j*n.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +11,12 @@ struct dense_kernels {
 
     const char* name;
 
-    // Replaces the matrix by its multipliers and U; pivots[k] receives the row that was swapped with row k. Returns the
-    // number of columns that had a pivot: n, or, for a singular matrix, that of the first one which had none. Its swap
-    // has been made.
+    // Replaces the matrix by its multipliers and U; pivots[k] receives the row that was swapped with row k. Returns n,
+    // or for a singular matrix the number of the first column without a pivot. The rows of this column are then already
+    // swapped.
     std::int64_t (*eliminate)(double* a, std::int64_t n, int* pivots);
 
-    // Replaces b by the solution, given what `eliminate` left.
+    // Replaces b by the solution, given the result of `eliminate`.
     void (*substitute)(const double* a, std::int64_t n, const int* pivots, double* b);
 };
 

@@ -1,11 +1,10 @@
 // The dense solve of a step: Gaussian elimination with partial pivoting.
 //
-// A step's block is singular when a pivot is not larger than order * eps times the largest pivot so far. The scale is
-// that of the pivots, not a norm of the matrix. The comparison is false for NaN, so that a NaN flows on into the
-// solution; an infinite pivot counts as singular.
+// A matrix is singular if a pivot is not larger than order * eps times the largest pivot so far. The scale is that of
+// the pivots, not a norm of the matrix. The comparison is false for NaN, so a NaN propagates to the solution. A matrix
+// with an infinite pivot is singular.
 //
-// Elimination and substitution can be called one without the other: a matrix that is the same in every step is
-// eliminated once, since every step would form the same factors.
+// Elimination and substitution are separate: a matrix that is the same in every step is eliminated once.
 #pragma once
 
 #include "utility/ieee.hpp"
@@ -23,22 +22,22 @@ namespace quenta {
 // The spacing of doubles at 1.
 inline constexpr double eps = 2.220446049250313e-16;
 
-// Forms of any order, on column-major matrices: (i, j) at i + j*n. An order below 1 has nothing to do; a view that is
-// too short is an index failure.
+// For any order, on column-major matrices: (i, j) at i + j*n. For an order below 1 nothing is done. A view that is too
+// short is an index failure.
 //
 // eliminate_in_place replaces the matrix by its multipliers and U, and pivots[k] by the row that was swapped with row
-// k. Returns false when the matrix is singular; it is then of no use.
+// k. False: the matrix is singular, and its new content has no use.
 bool eliminate_in_place(view<double> a, int n, view<int> pivots);
-// Replaces b by the solution, given what the elimination left.
+// Replaces b by the solution, given the result of the elimination.
 void substitute_in_place(view<const double> a, int n, view<const int> pivots, view<double> b);
-// Both, one after the other.
+// Both in one call.
 bool solve_dense_in_place(view<double> a, view<double> b, int n, view<int> pivots);
 
-// Up to this order, a matrix whose order is known when the library is built is eliminated by straight code. Larger ones
-// gain more from wide registers, which are chosen at run time.
+// Up to this order, a matrix whose order is known at build time is eliminated by scalar code with constant bounds.
+// Larger orders are faster with the vectorized kernels, which are chosen at run time.
 inline constexpr int largest_straight_order = 8;
 
-// A matrix of known order, and then its factors, in the same place.
+// A matrix of known order, which is replaced by its factors.
 template <int n>
 class dense_factors {
     static constexpr bool column_major = n > largest_straight_order;
@@ -125,8 +124,8 @@ void dense_factors<n>::substitute(std::array<double, n>& b) const {
     }
 }
 
-// These are compiled once, in dense_solve.cpp. Orders 1 and 2 are worth inlining, and above largest_straight_order
-// there is nothing to compile but a call.
+// Compiled once, in dense_solve.cpp. Orders 1 and 2 are worth inlining. Orders above largest_straight_order only
+// forward a call.
 extern template class dense_factors<3>;
 extern template class dense_factors<4>;
 extern template class dense_factors<5>;

@@ -1,5 +1,5 @@
-// Gaussian elimination with partial pivoting by lanes, on a column-major matrix: (i, j) at i + j*n. Every element
-// still receives its products one by one, in ascending order of the pivot.
+// Vectorized Gaussian elimination with partial pivoting, on a column-major matrix: (i, j) at i + j*n. The products are
+// subtracted from every element one by one, in ascending order of the pivot.
 #pragma once
 
 #include "quenta_solvers/dense_kernels.hpp"
@@ -12,7 +12,8 @@
 
 namespace quenta {
 
-// `width` is that of the set, or less for a matrix of few rows, which would leave most of a register idle.
+// `width` is that of the instruction set, or less for a matrix with few rows, which would use only a part of a
+// register.
 template <class instruction_set, int width = instruction_set::width>
 struct elimination_kernel {
     using vector = lanes<width>;
@@ -20,8 +21,8 @@ struct elimination_kernel {
 
     static constexpr std::int64_t wide_enough = 2 * width; // more rows than these
 
-    // The rows below row k of a column of n >= width rows: whole registers from the end of the column upwards, and one
-    // more register for those that are left, in which only they count.
+    // The rows below row k in a column of n >= width rows: whole registers from the end of the column upwards, and one
+    // partial register for the remaining rows, with a mask that selects them.
     struct rows_below {
         rows_below(std::int64_t n, std::int64_t k) : end(n) {
             const std::int64_t rows = n - 1 - k;
@@ -36,7 +37,7 @@ struct elimination_kernel {
         mask counts;
     };
 
-    // column[i] = value(position, column at the position) for the rows i below.
+    // column[i] = value(i, column[i]) for the rows i below.
     template <class new_value>
     [[gnu::always_inline]] static void update(double* column, const rows_below& rows, const new_value& value) {
         if (rows.partial != rows_below::none) {
@@ -54,7 +55,7 @@ struct elimination_kernel {
         update(column, rows, [&](std::int64_t i, vector value) { return value - load<width>(multipliers + i) * by; });
     }
 
-    // The largest magnitude below; NaN is never the larger one.
+    // The largest magnitude below; NaN is never the largest.
     [[gnu::always_inline]] static double largest_below(const double* column, const rows_below& rows) {
         vector largest{};
         if (rows.partial != rows_below::none) {
@@ -84,7 +85,7 @@ struct elimination_kernel {
             std::int64_t row = k;
             double best = std::fabs(pivot_column[k]);
             const double largest = largest_below(pivot_column, rows);
-            if (largest > best) { // strict: the pivot stays where it is if it is not smaller
+            if (largest > best) { // strict: of equal pivots the first is taken
                 best = largest;
                 for (row = k + 1; std::fabs(pivot_column[row]) != best; ++row) {
                 }
@@ -118,10 +119,10 @@ struct elimination_kernel {
             b[k] = b[pivots[k]];
             b[pivots[k]] = upper;
         }
-        // By columns, which is how the multipliers lie: b[i] still receives its products in ascending order.
+        // By columns, as the multipliers are stored: the products are still subtracted from b[i] in ascending order.
         for (std::int64_t j = 0; j + 1 < n; ++j)
             subtract(b, a + j * n, b[j], rows_below(n, j));
-        // By rows: by columns the order would be the descending one.
+        // By rows: by columns the order would be descending.
         for (std::int64_t i = n - 1; i >= 0; --i) {
             double value = b[i];
             for (std::int64_t j = i + 1; j < n; ++j)

@@ -1,7 +1,8 @@
-// The Lagrange basis of a short list of nodes, and what solvers derive from it.
+// The Lagrange basis of a short list of nodes, its values and its quadrature weights.
 //
-// Every routine is pure and runs at build time as well as at run time, with the same doubles. A repeated node has no
-// basis: its coefficients are what IEEE arithmetic makes of the division by zero, infinities and NaN, on purpose.
+// Every routine gives the same doubles at build time and at run time. For a list with a repeated node there is no
+// basis. The coefficients are then infinities and NaN, as IEEE arithmetic defines them for a division by zero; this is
+// intended.
 #pragma once
 
 #include "utility/ieee.hpp"
@@ -66,7 +67,7 @@ constexpr std::array<std::array<double, n>, n> lagrange_basis(const node_list<n>
     }
 }
 
-// L(x) = sum over k of r[k] * x^k, ascending, with every power formed by itself.
+// L(x) = sum over k of r[k] * x^k, ascending; each power is computed on its own.
 template <std::size_t n>
 constexpr double basis_value(const std::array<double, n>& coefficients, double x) {
     double value = 0.0;

@@ -1,4 +1,4 @@
-// The constants of a row of the settings table, worked out while the library is built.
+// The constants of a row of the settings table, computed at build time.
 #pragma once
 
 #include "quenta_solvers/collocation_settings.hpp"
@@ -14,7 +14,7 @@ struct row_tables {
     static constexpr collocation_setting setting = supported_settings[row];
     static constexpr int m = setting.m();
     static constexpr int P = setting.count(); // nodes of a step
-    static constexpr int S = m * m;           // samples of a step: every point of the scheme is a sample
+    static constexpr int S = m * m;           // samples in a step: every point of the scheme is a sample
 
     template <class element>
     using per_node = std::array<element, P>;
@@ -61,11 +61,11 @@ struct row_tables {
         return rules;
     }();
 
-    // Basis polynomial l, of so many, at the point c_i * c_q.
+    // Basis polynomial j at the point c_i * c_q.
     static constexpr int basis_size = P;
-    static constexpr double at_point(int i, int q, int l) { return present[i].value[q][l]; }
+    static constexpr double at_point(int i, int q, int j) { return present[i].value[q][j]; }
 
-    // The number of kernel samples that the present step reads.
+    // The number of kernel samples that the current step reads.
     static constexpr int present_samples = [] {
         int largest = 0;
         for (const partial_rule& rule : present)
@@ -84,9 +84,9 @@ struct row_tables {
     }();
 };
 
-// The polynomial of a step that also passes through a value carried over from the step before, at the added node 0:
-// the basis on 0, c_1 .. c_P, in this order. A row whose own first node is 0 gets that node twice. It then has no
-// basis, and the tables hold what the formulas give: infinities and NaN.
+// For the polynomial of a step that also passes through a value carried over from the previous step, at the added node
+// 0: the basis on 0, c_1 .. c_P, in this order. If the first node of the row is 0, this node is repeated. There is then
+// no basis, and the tables hold the results of the formulas: infinities and NaN.
 template <int row>
 struct continuous_tables {
     using tables = row_tables<row>;
@@ -128,12 +128,12 @@ struct continuous_tables {
         return values;
     }();
 
-    // At the end of the step: what the next step is handed.
+    // At the end of the step: the value that is carried to the next step.
     static constexpr per_basis end_value = values_at(1.0);
 };
 
-// The integrals B_l(v) of L_l from 0 to v: the basis of a polynomial whose derivative is known at the nodes. Neither
-// form of a table may take the place of the other: B_l(1) and the weight b_l are one number, rounded in two ways.
+// The integrals B_j(v) of L_j from 0 to v: the basis of a polynomial whose derivative is known at the nodes. B_j(1) and
+// the weight b_j are the same number, rounded in two ways; neither may replace the other.
 template <int row>
 struct integrated_tables {
     using tables = row_tables<row>;
@@ -156,7 +156,7 @@ struct integrated_tables {
         return values;
     }
 
-    // [i]: at node i. All of B_l(0) are +0.0, and need not be subtracted.
+    // [i]: at node i. All B_j(0) are +0.0 and need not be subtracted.
     static constexpr std::array<per_basis, P> node_value = [] {
         std::array<per_basis, P> values{};
         for (int i = 0; i < P; ++i)
@@ -185,8 +185,8 @@ struct integrated_tables {
     }();
 };
 
-// Values that anyone can check by hand: the trapezoidal rule, and Simpson's rule (whose weights are the rounded sums
-// of rounded terms, and so not the doubles nearest to 1/6 and 2/3).
+// Values that can be checked by hand: the trapezoidal rule, and Simpson's rule, whose weights are rounded sums of
+// rounded terms and therefore not the doubles nearest to 1/6 and 2/3.
 static_assert(row_tables<2>::b == std::array{0.5, 0.5});
 static_assert(row_tables<9>::b[0] - 1.0 / 6.0 < 1e-16 && 1.0 / 6.0 - row_tables<9>::b[0] < 1e-16);
 static_assert(row_tables<9>::present[2].lag == std::array{4, 2, 0});

@@ -4,7 +4,7 @@
 
 namespace quenta {
 
-// What a solver export returns. A solver body itself reports with a bool: true is solved, false a singular block.
+// The return values of the exported solvers. The variants return a bool: true is solved, false is a singular block.
 inline constexpr int status_solved = QUENTA_SOLVED;
 inline constexpr int status_unsupported_setting = QUENTA_UNSUPPORTED_SETTING;
 inline constexpr int status_singular_block = QUENTA_SINGULAR_BLOCK;

@@ -1,4 +1,4 @@
-// From a polynomial on each step to the caller's arrays, in every kind of equation alike.
+// Writes the polynomials of all steps to the arrays of the caller, for every kind of equation.
 #pragma once
 
 #include "utility/view.hpp"
@@ -12,31 +12,31 @@ inline void clear_samples(view<double> out) {
     std::fill_n(out.pointer, out.length, 0.0);
 }
 
-// value(j, b, e): component b of the polynomial of step j at its sample e = 0 .. S, added to cleared samples. Adjacent
-// steps both have a value at their common sample; the samples between report the mean of the two.
+// value(n, a, e) is component a of the polynomial of step n at its sample e = 0 .. S. It is added to `out`, which has
+// been cleared. Two adjacent steps have a sample in common, which becomes the mean of their two values.
 template <int S, class polynomial_value>
 void add_samples(std::int64_t steps, std::int64_t D, view<double> out, const polynomial_value& value) {
     double* const to = out.slice(0, std::uint64_t((steps * S + 1) * D)).pointer;
-    for (std::int64_t j = 0; j < steps; ++j)
-        for (std::int64_t b = 0; b < D; ++b)
+    for (std::int64_t n = 0; n < steps; ++n)
+        for (std::int64_t a = 0; a < D; ++a)
             for (int e = 0; e <= S; ++e)
-                to[(S * j + e) * D + b] += value(j, b, e);
-    for (std::int64_t j = 1; j < steps; ++j)
-        for (std::int64_t b = 0; b < D; ++b)
-            to[S * j * D + b] *= 0.5;
+                to[(S * n + e) * D + a] += value(n, a, e);
+    for (std::int64_t n = 1; n < steps; ++n)
+        for (std::int64_t a = 0; a < D; ++a)
+            to[S * n * D + a] *= 0.5;
 }
 
-// coefficient(j, b, e): of s^e in component b of the polynomial of step j, for e below `powers`. A step has `slots`
-// places for each component; those that are left belong to forms of a higher degree and are not written.
+// coefficient(n, a, p) is that of s^p in component a of the polynomial of step n, for p below `powers`. A step has
+// `slots` places per component. The places from `powers` on are for forms of a higher degree, and are not written.
 template <class polynomial_coefficient>
 void write_coefficients(std::int64_t steps, std::int64_t D, int slots, int powers, view<double> coeffs,
                         const polynomial_coefficient& coefficient) {
-    // As far as the last coefficient that is written.
+    // Up to the last coefficient that is written.
     double* const to = coeffs.slice(0, std::uint64_t((slots * (steps - 1) + powers) * D)).pointer;
-    for (std::int64_t j = 0; j < steps; ++j)
-        for (std::int64_t b = 0; b < D; ++b)
-            for (int e = 0; e < powers; ++e)
-                to[(slots * j + e) * D + b] = coefficient(j, b, e);
+    for (std::int64_t n = 0; n < steps; ++n)
+        for (std::int64_t a = 0; a < D; ++a)
+            for (int p = 0; p < powers; ++p)
+                to[(slots * n + p) * D + a] = coefficient(n, a, p);
 }
 
 // The order is visible to the caller only if `coeffs` is too short.
@@ -49,7 +49,7 @@ struct output_arrays {
     output_order first;
 };
 
-// Both outputs, of polynomials with `powers` coefficients in `slots` places.
+// Writes both outputs, for polynomials with `powers` coefficients in `slots` places.
 template <int S, class polynomial_coefficient, class polynomial_value>
 void write_output(const output_arrays& to, int slots, int powers, const polynomial_coefficient& coefficient,
                   const polynomial_value& value) {

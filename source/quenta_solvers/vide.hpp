@@ -11,15 +11,15 @@ struct vide_arguments {
     double dt;
     bool want_coeffs;
     view<double> out, coeffs;
-    int* n_steps; // receives the number of steps even where the system of a step turns out singular
+    int* n_steps; // receives the number of steps even if the system of a step is singular
 };
 
-// The body of quenta_solve_vide for one row of the settings table. False: the system of a step is singular; out and
-// coeffs are then untouched.
+// The implementation of quenta_solve_vide for one row of the settings table. False: the system of a step is singular;
+// out and coeffs are then untouched.
 template <int row>
 bool solve_vide_impl(const vide_arguments& arguments);
 
-// The bodies of quenta_solve_vide_vec: one for each fixed dimension, and one for all other dimensions.
+// The implementations of quenta_solve_vide_vec: one for each fixed dimension, and one for all other dimensions.
 template <int row, int D>
 bool solve_vide_vec_impl(const vide_arguments& arguments);
 template <int row>

@@ -10,11 +10,11 @@ struct vie1_arguments {
     double dt;
     bool want_coeffs, continuous;
     view<double> out, coeffs;
-    int* n_steps; // receives the number of steps even where the block turns out singular
+    int* n_steps; // receives the number of steps even if the block is singular
 };
 
-// The bodies of quenta_solve_vie1_vec for one row of the settings table: one for each fixed dimension, and one for all
-// other dimensions. False: the block is singular; out and coeffs are then untouched.
+// The implementations of quenta_solve_vie1_vec for one row of the settings table: one for each fixed dimension, and one
+// for all other dimensions. False: the block is singular; out and coeffs are then untouched.
 template <int row, int D>
 bool vie1_solve(const vie1_arguments& arguments);
 template <int row>

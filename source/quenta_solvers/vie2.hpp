@@ -11,15 +11,15 @@ struct vie2_arguments {
     double dt;
     bool want_coeffs;
     view<double> out, coeffs;
-    int* n_steps; // receives the number of steps even where the block turns out singular
+    int* n_steps; // receives the number of steps even if the block is singular
 };
 
-// The body of quenta_solve_vie2 for one row of the settings table. False: the block is singular; out and coeffs are
-// then untouched.
+// The implementation of quenta_solve_vie2 for one row of the settings table. False: the block is singular; out and
+// coeffs are then untouched.
 template <int row>
 bool solve_vie2_impl(const vie2_arguments& arguments);
 
-// The bodies of quenta_solve_vie2_vec: one for each fixed dimension, and one for all other dimensions.
+// The implementations of quenta_solve_vie2_vec: one for each fixed dimension, and one for all other dimensions.
 template <int row, int D>
 bool solve_vie2_vec_impl(const vie2_arguments& arguments);
 template <int row>

@@ -1,4 +1,4 @@
-// The other loops of a history by lanes: direct sums, copies of blocks by columns, and products of spectra.
+// The other vectorized loops of the history: direct sums, copies of blocks by columns, and products of spectra.
 #pragma once
 
 #include "toeplitz_history/vector_kernels.hpp"
@@ -15,11 +15,12 @@ struct convolution_kernel {
 
     // ---- Direct sums ---------------------------------------------------------------------------------------------
     //
-    // A dot product starts from 0.0 and is then added to its sum. The 0.0 is left out: it could only turn a product of
-    // -0.0 into 0.0, and a sum, which starts at 0.0, never is -0.0 and so stays the same with either.
+    // By definition a dot product starts from 0.0 and is then added to its sum. Here it starts from its first product,
+    // which makes no difference: the 0.0 could only turn a dot product of -0.0 into 0.0, and a sum, which itself starts
+    // from 0.0, is never -0.0 and stays the same with either.
 
-    // Scalar blocks: the targets of one source are contiguous in both arrays, so that lanes are targets.
-    // `count` registers of them advance together.
+    // Scalar blocks: the targets of one source are contiguous in both arrays, so the lanes are targets. `count`
+    // registers of targets are computed together.
     template <int lane_count, int count>
     [[gnu::always_inline]] static void add_to_targets(double* sums, const double* kernel, const double* x,
                                                       std::int64_t sources) {
@@ -35,7 +36,7 @@ struct convolution_kernel {
             store<lane_count>(sums + i * lane_count, sum[i]);
     }
 
-    // The last targets, fewer than twice `lane_count`, by ever narrower registers.
+    // The last targets, fewer than 2 * lane_count, with narrower and narrower registers.
     template <int lane_count>
     static void add_to_last_targets(double* sums, const double* kernel, const double* x, std::int64_t targets,
                                     std::int64_t sources) {
@@ -71,8 +72,8 @@ struct convolution_kernel {
         add_to_last_targets<width>(sums, kernel, x, targets, sources);
     }
 
-    // Larger blocks: lanes are rows. `pairs` pairs are in flight at a time, each with its own running dot product, and
-    // share what is read of the block.
+    // Larger blocks: the lanes are rows. `pairs` pairs are computed together, each with its own dot product, and share
+    // the loads of the block.
     template <int lane_count, int pairs>
     [[gnu::always_inline]] static void add_block_rows(double* sums, const double* block, const double* x,
                                                       std::int64_t rows, std::int64_t p, std::int64_t q,
@@ -106,7 +107,7 @@ struct convolution_kernel {
             add_block_rows<lane_count, pairs>(sums + r, block + r, x, p - r, p, q, stride);
     }
 
-    // As many pairs at a time as there are, by ever smaller numbers.
+    // `together` pairs at a time; the rest in groups of half as many, and so on.
     template <int lane_count, int together>
     [[gnu::always_inline]] static void add_products(double* sums, const double* block, const double* x,
                                                     std::int64_t pairs, std::int64_t p, std::int64_t q) {
@@ -134,8 +135,9 @@ struct convolution_kernel {
         return lanes<lane_count>{row[lane][c]...};
     }
 
-    // Whole registers are stored because the products that follow load whole registers; narrower stores would stall
-    // them. The columns left over from the squares are gathered. The padding repeats the last row.
+    // Square tiles are transposed in registers, and the remaining columns are gathered. Whole registers are stored,
+    // because the products load whole registers soon after, and loads that overlap narrower stores would stall. The
+    // padding repeats the last row.
     template <int lane_count>
     static void copy_by_registers(double* columns, const double* rows, std::int64_t p, std::int64_t q) {
         const std::int64_t stride = padded_rows(p);
@@ -170,7 +172,7 @@ struct convolution_kernel {
     static void multiply_spectra(double* acc_re, double* acc_im, const double* kernel_re, const double* kernel_im,
                                  const double* x_re, const double* x_im, std::int64_t length, std::int64_t p,
                                  std::int64_t q, bool from_zero) {
-        constexpr int together = 4; // registers of sums, real and imaginary, in flight
+        constexpr int together = 4; // registers of real parts, and of imaginary parts, of the sums
         constexpr std::int64_t part = together * width;
         static_assert(spectrum_tile % part == 0);
         for (std::int64_t tile = 0; tile < length; tile += spectrum_tile)
@@ -191,7 +193,7 @@ struct convolution_kernel {
                             const lanes<width> k_re = load<width>(kernel_re + in_kernel);
                             const lanes<width> k_im = load<width>(kernel_im + in_kernel);
                             const lanes<width> v_re = load<width>(x_re + in_x), v_im = load<width>(x_im + in_x);
-                            // The difference, or sum, of the products is formed first, and then added.
+                            // The products are combined first, and then added to the sum.
                             sum_re[i] += k_re * v_re - k_im * v_im;
                             sum_im[i] += k_im * v_re + k_re * v_im;
                         }

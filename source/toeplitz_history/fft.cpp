@@ -11,7 +11,7 @@ namespace quenta {
 
 namespace {
 
-// The plain loop, for lengths that are too short for the vector kernels. Lengths 0 and 1 stay as they are.
+// The plain loop, for lengths that are too short for the vector kernels. Lengths 0 and 1 need no work.
 void transform_plainly(double* re, double* im, std::int64_t n, bool inverse) {
     for (std::int64_t i = 0, j = 0; i < n - 1; ++i) {
         if (i < j) {
@@ -29,7 +29,7 @@ void transform_plainly(double* re, double* im, std::int64_t n, bool inverse) {
         const double step_im = std::sin(theta);
         const std::int64_t half = length / 2;
         for (std::int64_t group = 0; group < n; group += length) {
-            // At most 16 butterflies: the recurrence is not restarted at these lengths.
+            // A group has at most 16 butterflies, so the recurrence is never restarted.
             double w_re = 1.0, w_im = 0.0;
             for (std::int64_t lo = group; lo < group + half; ++lo) {
                 const std::int64_t hi = lo + half;

@@ -70,7 +70,7 @@ void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
     begun.n = n_;
     begun.p = p_;
     begun.q = q_;
-    begun.next_block = n_; // without a provider, no block is ever asked for
+    begun.next_block = n_; // without a provider, no block is ever requested
     begun.cache_budget = 2 * begun.kernel.size();
     *this = std::move(begun);
 }
@@ -78,7 +78,7 @@ void ToeplitzHistory::init(std::int32_t n_, std::int32_t p_, std::int32_t q_) {
 void ToeplitzHistory::set_kernel_provider(void* context, kernel_provider function) {
     provider_context = context;
     provider = function;
-    next_block = 1; // lag 0 belongs to the present step
+    next_block = 1; // lag 0 belongs to the current step
     kept_lags = 1;
 }
 
@@ -104,7 +104,7 @@ void ToeplitzHistory::push(view<const double> values) {
     const std::int64_t s = i & -i; // the lowest set bit
     const dyadic_block block{i, s, std::min<std::int64_t>(i + s, n)};
     const bool transform = s >= transform_threshold && block.targets() >= transform_threshold;
-    // The transform of the kernel reads every lag of its size, however few the targets are.
+    // The transform of the kernel reads every lag below 2 * s, even for few targets.
     const std::int64_t last_lag = std::min<std::int64_t>((transform ? 2 * s : block.targets() + s) - 1, n - 1);
     if (provider != nullptr)
         for (; next_block <= last_lag; ++next_block)
@@ -125,7 +125,7 @@ void ToeplitzHistory::convolve_direct(const dyadic_block& block) {
         kernels->add_scalar_sums(sums.data() + i, kernel.data() + s, pushed.data() + first_source, block.targets(), s);
         return;
     }
-    // Lag by lag, all pairs that are so far apart. The lags descend, so that the sources ascend for every target.
+    // For each lag, all pairs with this lag. The lags descend, so that the sources ascend for every target.
     for (std::int64_t lag = end - 1 - first_source; lag > 0; --lag) {
         const std::int64_t first_target = std::max(i, first_source + lag);
         const std::int64_t pairs = std::min(end, i + lag) - first_target;
@@ -134,7 +134,8 @@ void ToeplitzHistory::convolve_direct(const dyadic_block& block) {
     }
 }
 
-// The block of a lag by columns. Without a provider no copy is kept, because the kernel may change between pushes.
+// The block of a lag, stored by columns. Without a provider no copy is kept, because the kernel may change between
+// pushes.
 const double* ToeplitzHistory::columns_of_lag(std::int64_t lag) {
     if (lag >= kept_lags) {
         if (provider == nullptr || lag >= near_lags) {
@@ -193,8 +194,8 @@ void ToeplitzHistory::convolve_fft(const dyadic_block& block) {
     }
 }
 
-// Level `level` has the transformed kernel for m points, tile by tile. Returns whether it is there; the smaller levels,
-// which come first and are used most, take the budget.
+// Level `level` holds the transformed kernel for m points, by tiles. Returns whether it is cached. The smaller levels
+// are requested first and used most, and so they get the budget.
 bool ToeplitzHistory::ensure_kernel_transform(std::size_t level, std::int64_t m) {
     if (level >= cache_tried.size()) {
         cache_re.resize(level + 1);
@@ -210,10 +211,10 @@ bool ToeplitzHistory::ensure_kernel_transform(std::size_t level, std::int64_t m)
         return false;
     cache_budget -= cost;
     aligned_vector re(entries * m), im(entries * m);
-    const std::int64_t most_together = std::min<std::int64_t>(entries, 8);
-    grow(k_re, k_im, most_together * m);
-    for (std::int64_t first = 0; first < entries; first += most_together) {
-        const std::int64_t together = std::min(most_together, entries - first);
+    const std::int64_t max_together = std::min<std::int64_t>(entries, 8);
+    grow(k_re, k_im, max_together * m);
+    for (std::int64_t first = 0; first < entries; first += max_together) {
+        const std::int64_t together = std::min(max_together, entries - first);
         transform_kernel_entries(first, together, m);
         for (std::int64_t f = 0; f < m; f += spectrum_tile)
             for (std::int64_t e = 0; e < together; ++e) {
@@ -228,14 +229,14 @@ bool ToeplitzHistory::ensure_kernel_transform(std::size_t level, std::int64_t m)
     return true;
 }
 
-// k_re and k_im become rows of m complex numbers: the transformed entries first .. first + entries - 1 of a block. Lag
-// 0 counts as zero, and so do the lags that no step has.
+// Fills k_re and k_im with rows of m complex numbers: the transformed entries first .. first + entries - 1 of the
+// blocks. Lag 0 and the lags from n on are taken as zero.
 void ToeplitzHistory::transform_kernel_entries(std::int64_t first, std::int64_t entries, std::int64_t m) {
     const std::int64_t block = std::int64_t{p} * q;
     const std::int64_t lags = std::min<std::int64_t>(m, n);
     std::fill_n(k_re.data(), entries * m, 0.0);
     std::fill_n(k_im.data(), entries * m, 0.0);
-    // A transposition, by a cache line of lags at a time.
+    // A transposition, one cache line of lags at a time.
     constexpr std::int64_t line = 8;
     for (std::int64_t from = 1; from < lags; from += line)
         for (std::int64_t e = 0; e < entries; ++e)

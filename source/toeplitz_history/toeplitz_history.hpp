@@ -24,8 +24,8 @@ class ToeplitzHistory;
 // Writes block `lag` of the kernel, in full, through kernel_block or kernel_row.
 using kernel_provider = void (*)(void* context, std::int32_t lag, ToeplitzHistory& history);
 
-// A plain value that one solve keeps on one thread. The calling order is init, set_kernel_provider, and then for each
-// step t: history_at(t), solve, push. An access out of range is an index failure.
+// A plain value that belongs to one solve on one thread. The calling order is init, set_kernel_provider, and then for
+// each step t: history_at(t), solve, push. An access out of range is an index failure.
 //
 // If the provider throws, or memory runs out, push has stored and counted the value, but has not added all of its
 // block of sums. The next lag to be asked for is the one at which the provider threw. Correct sums need a new init.
@@ -38,7 +38,7 @@ public:
     // std::length_error if the arrays would be too large. After a failed init the object is empty, like a new one.
     void init(std::int32_t n, std::int32_t p, std::int32_t q);
 
-    // The provider is asked once for each lag from 1 on, in ascending order, when a block of targets first needs it.
+    // The provider is called once for each lag from 1 on, in ascending order, when a block of targets first needs it.
     // Without a provider, each push reads the current contents of `kernel`.
     void set_kernel_provider(void* context, kernel_provider function);
 

@@ -1,16 +1,16 @@
-// The transform of rows of complex numbers, by lanes.
+// The transform of rows of complex numbers, vectorized.
 //
-// The arithmetic is that of the plain radix-2 loop, butterfly by butterfly; only the order in which independent
-// butterflies are computed differs, so that memory is passed over as rarely as possible:
+// The arithmetic is that of the plain radix-2 loop, butterfly by butterfly. Only the order of independent butterflies
+// differs, to pass over the memory as few times as possible:
 //
 //   1. one pass permutes by bit reversal and runs the first log2(width) stages, on square tiles that are transposed in
 //      registers;
-//   2. blocks that fit the nearest cache run all their further stages, two or three at a time, with twiddles from a
-//      table on the stack that is formed once and serves all blocks of all rows;
-//   3. the last stages run two or three at a time over everything, chunk by chunk of their twiddles.
+//   2. blocks that fit in the level-1 cache run all their further stages, two or three at a time, with twiddles from a
+//      table on the stack, which is computed once for all blocks of all rows;
+//   3. the last stages run two or three at a time over whole rows, with twiddles that are computed in chunks.
 //
 // The twiddles of a stage come from the recurrence w <- w * exp(i theta), restarted from cos and sin every 32
-// butterflies. Each run between restarts is a chain of its own, and `width` chains advance together.
+// butterflies. The runs between restarts are independent, and `width` runs are computed together.
 #pragma once
 
 #include "toeplitz_history/vector_kernels.hpp"
@@ -27,12 +27,13 @@ struct transform_kernel {
     static_assert(width * width <= shortest_vector_transform);
     using vector = lanes<width>;
 
-    // How many stages of the transform the registers of the set hold at once.
+    // The number of stages that fit in the registers at once.
     static constexpr int stages_at_once = width == 8 ? 3 : 2;
-    static constexpr std::int64_t run_length = 32;     // butterflies from one restart of the twiddles to the next
-    static constexpr std::int64_t block_length = 2048; // of phase 2: block and table lie in the nearest caches
-    static constexpr std::int64_t chunk_length = 128;  // twiddles of phase 3 that are formed at a time
-    static constexpr int most_parts = (1 << stages_at_once) - 1;
+    static constexpr std::int64_t run_length = 32; // butterflies between two restarts of the twiddles
+    static constexpr std::int64_t block_length =
+        2048; // of phase 2: block and table fit in the level-1 and level-2 caches
+    static constexpr std::int64_t chunk_length = 128; // twiddles of phase 3 that are computed at a time
+    static constexpr int max_parts = (1 << stages_at_once) - 1;
 
     // ---- Twiddles ------------------------------------------------------------------------------------------------
 
@@ -42,17 +43,17 @@ struct transform_kernel {
 
     static unit unit_at(double angle) { return {std::cos(angle), std::sin(angle)}; }
 
-    // The value a run starts from: butterfly `first`, a multiple of the run length, of a stage with this angle between
-    // its twiddles.
+    // The twiddle at which a run starts: that of butterfly `first`, a multiple of the run length, in a stage with angle
+    // `theta` between its twiddles.
     static unit run_start(std::int64_t first, double theta) {
         return first == 0 ? unit{1.0, 0.0} : unit_at(double(first) * theta);
     }
 
-    // Collects runs of twiddles that are wanted and computes them `width` at a time. Every wanted run is there after
-    // the last call of compute().
+    // Collects requests for runs of twiddles, and computes `width` runs at a time. All runs are available after the
+    // last call of compute().
     class twiddle_runs {
     public:
-        // The twiddles of a run from `start` on, in steps of `step`; length is a multiple of `width`.
+        // Requests the run with first twiddle `start` and factor `step`; length is a multiple of `width`.
         void want(unit start, unit step, std::int64_t length, double* to_re, double* to_im) {
             start_re[filled] = start.re;
             start_im[filled] = start.im;
@@ -111,15 +112,15 @@ struct transform_kernel {
         lo_im = t_im + lo_im;
     }
 
-    // Where the twiddles of `count` fused stages stand. Stage s pairs elements 2^s * half apart; the twiddles of its
-    // part u, the butterflies u * half .. (u+1) * half - 1 of a group, are in entry 2^s - 1 + u.
+    // The twiddles of `count` fused stages. Stage s pairs elements 2^s * half apart. The twiddles of its part u, the
+    // butterflies u * half .. (u+1) * half - 1 of a group, are in entry 2^s - 1 + u.
     struct twiddle_parts {
-        const double* re[most_parts];
-        const double* im[most_parts];
+        const double* re[max_parts];
+        const double* im[max_parts];
     };
 
-    // The stages with `half`, 2 * half, .. butterflies in a group, `count` of them, on all groups of `total` elements:
-    // the butterflies first .. first + length - 1 of each part, whose twiddles `parts` points at.
+    // `count` stages, with half, 2 * half, .. butterflies in a group, on all groups of `total` elements. Computes the
+    // butterflies first .. first + length - 1 of each part, with the twiddles in `parts`.
     template <int count>
     static void fused_stages(double* re, double* im, std::int64_t total, std::int64_t half, std::int64_t first,
                              std::int64_t length, const twiddle_parts& parts) {
@@ -163,7 +164,8 @@ struct transform_kernel {
             fused_stages<3>(re, im, total, half, first, length, parts);
     }
 
-    // How many of the stages up to groups of `length` come next: as few passes as possible, of even size.
+    // How many stages the next pass computes, on the way to groups of `length`: as few passes as possible, of even
+    // size.
     static int next_count(std::int64_t half, std::int64_t length) {
         int left = 0;
         for (std::int64_t groups = half; groups < length; groups *= 2)
@@ -174,9 +176,9 @@ struct transform_kernel {
 
     // ---- Phase 1: bit reversal and the first stages ----------------------------------------------------------------
 
-    // In the index of an element, the highest and the lowest log2(width) bits are the row and the column of a tile, and
-    // the bits between say which tile. Bit reversal transposes each tile, permutes its rows and columns, and swaps
-    // the tile with the one of the reversed number.
+    // In the index of an element, the highest and the lowest log2(width) bits are its row and column in a tile, and the
+    // bits between are the number of the tile. Bit reversal transposes each tile, permutes its rows and columns, and
+    // swaps the tile with the one of the reversed number.
     struct first_stages {
         vector w_re[width], w_im[width]; // stage with half h: twiddle k at h + k
 
@@ -259,8 +261,8 @@ struct transform_kernel {
     // ---- Phases 2 and 3 ------------------------------------------------------------------------------------------
 
     static void stages_within_blocks(double* re, double* im, std::int64_t total, std::int64_t block, double two_pi) {
-        // An angle is a power of two times a multiple of the circle's double, so that the starts of a stage's runs are,
-        // to the bit, every second one of the stage above: those of the longest stage serve all.
+        // An angle is a power of two times a multiple of two_pi. Halving it is exact, so the first twiddles of the runs
+        // of a stage are, bit for bit, every second one of the next stage: those of the longest stage serve all.
         const double theta = two_pi / double(block);
         unit starts[block_length / 2 / run_length];
         for (std::int64_t first = 0; first < block / 2; first += run_length)
@@ -293,10 +295,10 @@ struct transform_kernel {
     }
 
     static void stages_across_blocks(double* re, double* im, std::int64_t total, std::int64_t n, double two_pi) {
-        alignas(64) double chunk_re[most_parts * chunk_length];
-        alignas(64) double chunk_im[most_parts * chunk_length];
+        alignas(64) double chunk_re[max_parts * chunk_length];
+        alignas(64) double chunk_im[max_parts * chunk_length];
         twiddle_parts parts;
-        for (int part = 0; part < most_parts; ++part) {
+        for (int part = 0; part < max_parts; ++part) {
             parts.re[part] = chunk_re + part * chunk_length;
             parts.im[part] = chunk_im + part * chunk_length;
         }

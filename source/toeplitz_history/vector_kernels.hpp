@@ -1,4 +1,4 @@
-// The loops in which a history spends its time, once for each instruction set.
+// The time-critical loops of the history, compiled for each instruction set.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@ namespace quenta {
 // The shortest transform that the kernels run.
 inline constexpr std::int64_t shortest_vector_transform = 64;
 
-// A column of a block, in the order in which the kernels read it, takes a whole number of registers of any set. By
-// force inline: the linker would otherwise keep one body of it for the units of all sets.
+// The padded length of a column of a block: a whole number of registers of any instruction set. It is always inlined,
+// since the linker would otherwise keep one copy of it for the units of all instruction sets.
 [[gnu::always_inline]] constexpr std::int64_t padded_rows(std::int64_t p) {
     return p <= 4 ? 4 : (p + 7) / 8 * 8;
 }
 
-// The frequencies of a tile of spectra.
+// The number of frequencies in a tile of spectra.
 inline constexpr std::int64_t spectrum_tile = 64;
 
 struct vector_kernels {
@@ -23,8 +23,8 @@ struct vector_kernels {
 
     const char* name;
 
-    // Transforms `rows` rows of n complex numbers each, which stand one behind the other; n is a power of two and at
-    // least `shortest_vector_transform`. The rows share their twiddles.
+    // Transforms `rows` rows of n complex numbers each, stored consecutively; n is a power of two and at least
+    // `shortest_vector_transform`. The rows share their twiddles.
     void (*transform_rows)(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse);
 
     // Blocks of one row and one column: sums[t] += kernel[t - j] * x[j] for targets t and sources j, sources ascending
@@ -33,19 +33,20 @@ struct vector_kernels {
     void (*add_scalar_sums)(double* sums, const double* kernel, const double* x, std::int64_t targets,
                             std::int64_t sources);
 
-    // sums[u] += block * x[u] for `pairs` pairs of a target and a source that are one lag apart; the dot product of a
-    // row with x[u] is formed first, columns ascending, and then added. Targets and sources stand one behind the other,
-    // p and q doubles each. Element (r, c) of the block stands at c * padded_rows(p) + r; what its columns are padded
-    // with is read, and plays no part. p and q are at least 1.
+    // sums[u] += block * x[u] for `pairs` pairs of a target and a source with this lag. The dot product of a row with
+    // x[u] is computed first, columns ascending, and then added. Targets and sources are stored consecutively, p and q
+    // doubles each. Element (r, c) of the block is at c * padded_rows(p) + r. The padding is read, but does not affect
+    // the result. p and q are at least 1.
     void (*add_block_products)(double* sums, const double* block, const double* x, std::int64_t pairs, std::int64_t p,
                                std::int64_t q);
 
-    // Copies a row-major block of p rows and q columns into that order, and fills the padding that is read.
+    // Copies a row-major block of p rows and q columns into that order, and fills the padding.
     void (*copy_columns)(double* columns, const double* rows, std::int64_t p, std::int64_t q);
 
-    // acc[r][f] += sum over c of kernel[r][c][f] * x[c][f] in complex numbers, columns ascending, for all frequencies f
-    // below `length`, a multiple of the tile's. With `from_zero` the old content of acc counts as 0.0. Rows of acc and
-    // x have `length` numbers; the kernel's entries (r, c) stand tile by tile: frequency f of it at
+    // acc[r][f] += sum over c of kernel[r][c][f] * x[c][f] in complex arithmetic, columns ascending, for all
+    // frequencies f below `length`, which is a multiple of spectrum_tile. With `from_zero` the old content of acc is
+    // taken as 0.0. Rows of acc and x have `length` numbers. The kernel is stored by tiles: frequency f of its entry
+    // (r, c) is at
     // ((f / tile * p + r) * q + c) * tile + f % tile.
     void (*multiply_spectra)(double* acc_re, double* acc_im, const double* kernel_re, const double* kernel_im,
                              const double* x_re, const double* x_im, std::int64_t length, std::int64_t p,

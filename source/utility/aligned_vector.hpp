@@ -22,7 +22,7 @@ struct cache_line_allocator {
     }
     void deallocate(element* pointer, std::size_t) { ::operator delete(pointer, alignment); }
 
-    // Elements that are given no value stay unwritten: what needs zeros says so, and scratch is not written twice.
+    // Elements without a value stay uninitialized. Code that needs zeros writes them; scratch is not written twice.
     template <class other>
     void construct(other* place) {
         ::new (static_cast<void*>(place)) other;

@@ -1,4 +1,4 @@
-// What the library relies on in the platform, stated where the compiler can check it.
+// What the library assumes about the platform, checked by the compiler.
 #pragma once
 
 #include <cfloat>

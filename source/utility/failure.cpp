@@ -6,7 +6,7 @@ namespace quenta {
 
 index_failure::index_failure(std::uint64_t at, std::uint64_t of, code_position position) noexcept
     : fatal_failure{"", position}, index{at}, length{of} {
-    // Written once into the object: what() must not allocate.
+    // Formatted here because what() must not allocate.
     std::snprintf(text, sizeof text, "index %llu, length %llu, at %s:%d", static_cast<unsigned long long>(index),
                   static_cast<unsigned long long>(length), position.file, position.line);
 }

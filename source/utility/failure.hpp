@@ -1,7 +1,7 @@
-// Fatal failures: what a contradiction in the arguments, or a mistake in the library, raises.
+// Fatal failures: contradictory arguments, or a mistake in the library.
 //
-// They are exceptions that nothing inside the library catches. They leave through the export, and memory is released
-// on the way. A host may catch them as std::exception; one that does not is ended by them.
+// They are exceptions that nothing inside the library catches. They leave through the export, and memory is released on
+// the way. A host may catch them as std::exception; otherwise they end it.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +30,7 @@ private:
     const char* message;
 };
 
-// An access outside a view: `index` is the first position that is not there, `length` what there is.
+// An access outside a view of `length` elements: `index` is the first missing one.
 class index_failure final : public fatal_failure {
 public:
     index_failure(std::uint64_t at, std::uint64_t of, code_position position) noexcept;
@@ -43,7 +43,7 @@ private:
     char text[160];
 };
 
-// A number that does not fit the type it is needed in.
+// A number that does not fit the type to which it is converted.
 class conversion_failure final : public fatal_failure {
 public:
     using fatal_failure::fatal_failure;
@@ -55,7 +55,7 @@ public:
     using fatal_failure::fatal_failure;
 };
 
-// The throwing halves stand out of line, so that a check costs a compare and a jump where it is made.
+// These are not inlined, so that a check costs its caller a comparison and a jump.
 [[noreturn]] void fail_index(std::uint64_t index, std::uint64_t length, code_position where);
 [[noreturn]] void fail_conversion(const char* message, code_position where);
 [[noreturn]] void fail_assertion(const char* message, code_position where);

@@ -1,7 +1,7 @@
-// The processor's mode of floating-point arithmetic for as long as a call lasts.
+// The floating-point mode of the processor during a call.
 //
 // Every result is defined by IEEE 754 with rounding to nearest, subnormal numbers kept, and no traps. A host may have
-// set something else for its own ends; it finds its mode again when the call is over, by whichever way.
+// set another mode. It is restored at the end of the call, even if the call throws.
 #pragma once
 
 #if defined(__x86_64__)
@@ -13,8 +13,8 @@
 namespace quenta {
 
 #if defined(_WIN32)
-// `cos` and `sin` of the run time are instructions of the older unit there, which has a mode of its own. Its threads
-// start with another one than that of the run time.
+// On this platform `cos` and `sin` of the C library are instructions of the x87 unit, which has its own mode. Not all
+// threads start with the same one.
 class standard_x87_mode {
 public:
     standard_x87_mode() {
@@ -37,10 +37,10 @@ private:
     unsigned short host;
 };
 #else
-struct standard_x87_mode {}; // nothing calculates there
+struct standard_x87_mode {}; // the x87 unit is not used
 #endif
 
-// The register that holds the mode. Those of its bits that are not in `control` record what happened.
+// The register that holds the mode. Its bits outside `control` are status flags.
 #if defined(__x86_64__)
 struct control_register {
     using word = unsigned;
@@ -62,10 +62,10 @@ struct control_register {
     static void set(word value) { __asm__ volatile("msr fpcr, %0" : : "r"(value) : "memory"); }
 };
 #else
-#error "no floating-point mode is known of this processor: say here how it is read and set"
+#error "unknown processor: add how its floating-point mode is read and set"
 #endif
 
-// Setting the mode costs more than asking for it, so it is set only where it differs.
+// Writing the mode is slower than reading it, so it is written only if it differs.
 class standard_floating_point_mode : standard_x87_mode {
 public:
     standard_floating_point_mode() {

@@ -1,8 +1,9 @@
-// The instruction sets for which a vector loop is compiled, and the choice among them while the program runs.
+// The instruction sets for which vector loops are compiled, and the choice among them at run time.
 //
-// A loop is written once, as a template on the tag of a set. A table of functions (a struct with a template function
-// `of<set>()` that gives the table of a set) is instantiated by one unit for each set, which is compiled with the
-// options of that set. Every table gives the same bits; which one runs is chosen once, far away from the loops.
+// A loop is written once, as a template on the tag of an instruction set. Its functions are collected in a table: a
+// struct with a template function `of<instruction_set>()`, which returns the table of that instruction set. For each
+// instruction set, one unit instantiates this function and is compiled with the options of the set. All tables give the
+// same bits. The choice of the table is made outside the loops.
 #pragma once
 
 #include <array>
@@ -10,7 +11,7 @@
 
 namespace quenta {
 
-// Two lanes: what every x86-64 has, and most other 64-bit machines.
+// Two lanes: available on every x86-64 and most other 64-bit machines.
 struct baseline {
     static constexpr const char* name = "baseline";
     static constexpr int width = 2;
@@ -21,13 +22,13 @@ struct avx2 {
     static constexpr int width = 4;
 };
 
-// Twice as many registers, too.
+// It also has twice as many registers.
 struct avx512 {
     static constexpr const char* name = "avx512";
     static constexpr int width = 8;
 };
 
-// What the processor, and the system that saves its registers, can do.
+// What the processor supports, and the operating system, which must save its registers.
 struct processor_features {
     bool avx2;
     bool avx512;
@@ -46,8 +47,8 @@ struct table_list {
     const table* back() const { return tables[count - 1]; }
 };
 
-// Every table that a processor with these features can run. Nothing is allocated, since there are solvers that promise
-// as much; and to ask a set for its table takes none of its instructions.
+// Every table that a processor with these features can run. Nothing is allocated, since the block solvers promise that.
+// Getting the table of an instruction set executes no instruction of that set.
 template <class table>
 table_list<table> runnable_tables(processor_features features = detected_processor_features()) {
 #if defined(__x86_64__)

@@ -1,4 +1,4 @@
-// Integers at the boundary: arguments are signed 32-bit, whatever a caller puts in them.
+// Integer arithmetic on the arguments of the exports: they are signed 32-bit numbers of any value.
 #pragma once
 
 #include "utility/failure.hpp"
@@ -8,10 +8,10 @@
 
 namespace quenta {
 
-// Wide enough for every product that is compared with a limit: no sum or product of a few 32-bit numbers leaves it.
+// Wide enough for every product that is compared with a limit: a product of a few 32-bit numbers cannot overflow.
 __extension__ using int128 = __int128;
 
-// Products and differences of 32-bit arguments wrap. They are formed in unsigned numbers, where wrapping is defined.
+// Products and sums of 32-bit arguments wrap. They are computed in unsigned arithmetic, where wrapping is defined.
 constexpr std::int32_t wrapping_product(std::int32_t a, std::int32_t b) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) * static_cast<std::uint32_t>(b));
 }
@@ -20,8 +20,8 @@ constexpr std::int32_t wrapping_sum(std::int32_t a, std::int32_t b) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
 }
 
-// The quotient, truncated; a divisor of zero ends the process by the platform's arithmetic fault. The test is written
-// out because the division itself is undefined there, and on some machines harmless.
+// The truncated quotient. A zero divisor ends the process by the platform's arithmetic fault. It is tested for because
+// the division would be undefined behaviour, and on some machines does not trap.
 inline std::int32_t faulting_quotient(std::int32_t dividend, std::int32_t divisor) {
     if (divisor == 0)
         platform::raise_arithmetic_fault();

@@ -1,7 +1,7 @@
-// A register of several doubles, and the few moves that arithmetic on it does not cover.
+// A register of several doubles, and the operations on it that are not plain arithmetic.
 //
-// Everything here and in the kernels is a template on the instruction set's tag or on the width: code of one set must
-// not be merged with that of another by the linker.
+// Everything here and in the kernels is a template on the instruction set or on the width, since the linker must not
+// merge the code of different instruction sets.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct lanes_type {
 template <int width>
 using lanes = typename lanes_type<width>::type;
 
-// No alignment is asked for.
+// The address may have any alignment.
 template <int width>
 [[gnu::always_inline]] inline lanes<width> load(const double* from) {
     lanes<width> value;
@@ -40,7 +40,7 @@ struct lane_mask_type {
     typedef std::int64_t type __attribute__((vector_size(width * sizeof(std::int64_t))));
 };
 
-// What a comparison of lanes gives, and what chooses between lanes: mask ? a : b. Also lanes of integers.
+// The result of a comparison of lanes, which selects lanes in mask ? a : b. Also used for lanes of integers.
 template <int width>
 using lane_mask = typename lane_mask_type<width>::type;
 
@@ -59,8 +59,8 @@ template <int width>
     return (lanes<width>)((lane_mask<width>)value & all_but_the_sign);
 }
 
-// One round of the transposition below: of two rows `distance` apart, the upper gives its lanes with that bit clear
-// and receives the lower's.
+// One round of the transposition below, for two rows `distance` apart: the lanes of `upper` whose number has the bit
+// `distance` set are exchanged with the lanes of `lower` whose number has it clear.
 template <int width, int distance, int... lane>
 [[gnu::always_inline]] inline void exchange_lanes(lanes<width>& upper, lanes<width>& lower,
                                                   std::integer_sequence<int, lane...>) {

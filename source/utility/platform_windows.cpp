@@ -11,8 +11,8 @@ namespace {
 
 void (*slot_destructor)(void*) = nullptr;
 
-// For values that are set while there is no slot. It is not read before there are any: the compiler allocates it for
-// each thread that reads it, and ends the process if it cannot.
+// For values that are set without a slot. It is read only once such a value exists: the compiler allocates the variable
+// for each thread that reads it, and ends the process if it cannot.
 constinit thread_local void* value_without_slot = nullptr;
 std::atomic<bool> has_values_without_slot{false};
 
@@ -25,10 +25,10 @@ VOID WINAPI run_slot_destructor(PVOID value) {
 
 namespace quenta::platform {
 
-static_assert(FLS_OUT_OF_INDEXES == no_slot, "a failed allocation is stored as it comes");
+static_assert(FLS_OUT_OF_INDEXES == no_slot, "a failed allocation returns no_slot");
 
 std::uint32_t allocate_thread_slot(void (*destructor)(void*)) {
-    // A thread with a value calls back into the library at its end, so the library cannot be unloaded before.
+    // A thread with a value calls the library at its end, so the library must stay loaded.
     HMODULE pinned;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
                        reinterpret_cast<LPCWSTR>(run_slot_destructor), &pinned);
@@ -50,7 +50,7 @@ bool set_thread_value(std::uint32_t slot, void* value) {
 }
 
 void release_free_memory() {
-    _heapmin(); // the heap of malloc, which may be another than that of the process
+    _heapmin(); // the heap of malloc, which is not necessarily that of the process
 }
 
 bool call_in_forked_child(void (*)()) {
@@ -64,8 +64,8 @@ void raise_arithmetic_fault() {
 
 } // namespace quenta::platform
 
-// Loading starts nothing. The end of a thread is seen through its slot alone, so the per-thread notifications are off.
-// (The system declines where the run time in the library has thread-local data, which it then still helps to release.)
+// The library does nothing when it is loaded. The end of a thread is noticed through its slot, so the notifications per
+// thread are switched off. (The system refuses this if the run-time library has thread-local data.)
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH)
         DisableThreadLibraryCalls(module);

@@ -1,6 +1,6 @@
 // The subsets of a fixed size of a short list, in lexicographic order of their sorted positions.
 //
-// The order is part of the results: sums over subsets are rounded in it.
+// The order matters for the results: it is the order in which sums over subsets are rounded.
 #pragma once
 
 #include "utility/bit_test.hpp"
@@ -10,7 +10,7 @@
 
 namespace quenta {
 
-// One subset, walked by its elements in ascending position.
+// One subset. Iteration visits its elements in ascending position.
 class subset {
 public:
     struct end_marker {};
@@ -71,13 +71,13 @@ struct subset_range {
         require(!empty());
         const std::uint32_t all = (1u << length) - 1;
         const int top = static_cast<int>(length) - 1;
-        // Ones at the top of the list, unbroken. Two shifts, as an empty list needs 32 places.
+        // The unbroken run of ones at the top of the list. Two shifts, because an empty list needs a shift by 32.
         const int run = std::countl_one(bits << 1 << (30 - top));
         if (run == std::popcount(bits)) { // all ones are at the top: this was the last subset
             bits = exhausted;
             return;
         }
-        // The highest one below the run moves up by one place, and the run follows it.
+        // The highest one below the run moves up by one position, and the run follows it.
         const std::uint32_t below = bits & (all >> run);
         const int moving = std::bit_width(below) - 1;
         const std::uint32_t kept = below & ~(1u << moving);

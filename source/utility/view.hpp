@@ -1,7 +1,7 @@
-// A view: a length with a pointer, the form in which a solver receives each array.
+// A view: a length and a pointer, the form in which a solver receives each array.
 //
-// Every access is tested against the length. A hot loop takes its slice once, at its head, and then runs on the
-// slice's bare pointer.
+// Every access is checked against the length. A hot loop takes a slice once, before it starts, and then uses the
+// pointer of the slice.
 #pragma once
 
 #include "utility/assumptions.hpp" // here, as every unit that computes sees it
@@ -23,7 +23,7 @@ struct view {
         return pointer[index];
     }
 
-    // The `count` elements from `first` on. An empty slice may stand anywhere in the view, its end included.
+    // The `count` elements from `first` on. An empty slice may begin anywhere in the view, even at its end.
     constexpr view slice(std::uint64_t first, std::uint64_t count, code_position where = code_position::here()) const {
         if (count > length || first > length - count)
             fail_index(first < length ? length : first, length, where);

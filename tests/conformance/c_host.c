@@ -1,4 +1,4 @@
-/* A host in C89: what it needs is the header and the library. Compiled as C++ too. */
+/* A host in C89 needs only the header and the library. The same file is also compiled as C++. */
 #include "quenta_native.h"
 
 #include <math.h>
@@ -10,12 +10,12 @@ static int failures = 0;
 
 static void check(int condition, const char* promise) {
     if (!condition) {
-        printf("broken: %s\n", promise);
+        printf("broken promise: %s\n", promise);
         ++failures;
     }
 }
 
-static void check_what_needs_no_start(void) {
+static void check_limits_and_settings(void) {
     static int settings[337];
     int i, nodes = 0;
     check(quenta_have_lapack() == 0, "quenta_have_lapack is 0");
@@ -29,7 +29,7 @@ static void check_what_needs_no_start(void) {
     quenta_get_supported_settings(settings);
     for (i = 0; i < 336; ++i)
         nodes += i % 6 != 0 && settings[i] != -1;
-    /* m + 1 indices are each in half of the 2^(m+1) subsets. */
+    /* Each of the m + 1 indices is in half of the 2^(m+1) subsets. */
     check(nodes == 2 * 2 + 3 * 4 + 4 * 8 + 5 * 16, "the settings are all subsets");
     check(settings[0] == 1 && settings[1] == 0 && settings[2] == -1 && settings[5] == -1, "row 0 is 1, [0]");
     check(settings[54] == 2 && settings[55] == 0 && settings[56] == 1 && settings[57] == 2 && settings[58] == -1,
@@ -39,7 +39,7 @@ static void check_what_needs_no_start(void) {
 }
 
 /* y(t) = 1 + integral of y, so y = exp(t). */
-static void check_a_solve(void) {
+static void check_solve(void) {
     static double g[samples], K[samples], out[samples], coeffs[4 * steps];
     const int simpson[] = {0, 1, 2};
     const double dt = 1.0 / (samples - 1);
@@ -61,9 +61,9 @@ static void check_a_solve(void) {
 }
 
 int main(void) {
-    check_what_needs_no_start();
+    check_limits_and_settings();
     check(quenta_rt_init() == 1, "quenta_rt_init is 1");
     check(quenta_rt_init() == 1, "quenta_rt_init is 1 again");
-    check_a_solve();
+    check_solve();
     return failures == 0 ? 0 : 1;
 }

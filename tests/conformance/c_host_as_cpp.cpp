@@ -1,2 +1,2 @@
-// The same host, compiled as C++.
+// The C host, compiled as C++.
 #include "c_host.c"

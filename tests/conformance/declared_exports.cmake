@@ -1,5 +1,5 @@
-# Included with HEADER set: what the library exports, as `declared`, the functions of the public header, and `variants`,
-# the C++ functions, demangled. With what the checks of exports share.
+# Shared by the checks of exports. Include it with HEADER set. It sets `declared`, the functions of the public header,
+# and `variants`, the exported C++ functions, demangled.
 
 function(run output)
     execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
@@ -8,11 +8,10 @@ endfunction()
 
 function(expect_equal what expected actual)
     if(NOT "${expected}" STREQUAL "${actual}")
-        message(SEND_ERROR "${what}:\n  expected ${expected}\n  actual   ${actual}")
+        message(SEND_ERROR "${what}:\n  expected ${expected}\n  got      ${actual}")
     endif()
 endfunction()
 
-# The functions of the header.
 file(READ "${HEADER}" header)
 string(REGEX MATCHALL "\nQUENTA_API [a-z]+ [a-z0-9_]+\\(" declarations "${header}")
 list(TRANSFORM declarations REPLACE ".* ([a-z0-9_]+)\\(" "\\1" OUTPUT_VARIABLE declared)
@@ -21,10 +20,10 @@ list(LENGTH declared declared_count)
 list(LENGTH all_declarations all_count)
 expect_equal("functions found in the header" ${all_count} ${declared_count})
 if(declared_count LESS 9)
-    message(SEND_ERROR "only ${declared_count} functions were found in ${HEADER}")
+    message(SEND_ERROR "expected at least 9 functions in ${HEADER}, got ${declared_count}")
 endif()
 
-# The variants of the block solvers: a view is {length, pointer}.
+# The variants of the block solvers. A view is {length, pointer}.
 set(in "quenta::view<double const>")
 set(out "quenta::view<double>")
 set(variants "")

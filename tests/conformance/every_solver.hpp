@@ -1,4 +1,4 @@
-// The solvers from samples as one list, for what is promised of each of them.
+// The sample-based solvers as one list, for promises that all of them make.
 #pragma once
 
 #include "conformance/vide_call.hpp"
@@ -16,22 +16,22 @@
 
 namespace quenta_tests {
 
-// The samples of a system, for every kind of equation. N of them that nobody gave: nothing is symmetric, and every
-// block is regular that can be.
+// The samples of a system, for every kind of equation. If N is given, they are made by formulas: nothing is symmetric,
+// and every block is regular except where the setting makes it singular.
 struct system_samples {
     explicit system_samples(int dimension) : D{dimension} {}
 
-    // The beginning of the sequence of its dimension, which is calculated once.
+    // The first N samples of a sequence, which is computed once for each dimension.
     system_samples(int dimension, int N) : D{dimension} {
         static thread_local std::map<int, system_samples> sequences;
         system_samples& all = sequences.try_emplace(D, D).first->second;
-        for (int i = all.N(); i < N; ++i)
-            all.add_sample(i);
+        for (int sample = all.N(); sample < N; ++sample)
+            all.add_sample(sample);
         g.assign(all.g.begin(), all.g.begin() + N * D);
         K.assign(all.K.begin(), all.K.begin() + N * D * D);
         a.assign(all.a.begin(), all.a.begin() + N * D * D);
-        for (int r = 0; r < D; ++r)
-            y0.push_back(1.5 - r);
+        for (int component = 0; component < D; ++component)
+            y0.push_back(1.5 - component);
     }
 
     int N() const { return int(g.size()) / D; }
@@ -40,33 +40,36 @@ struct system_samples {
     std::vector<double> g, K, a, y0;
 
 private:
-    void add_sample(int i) {
-        for (int r = 0; r < D; ++r) {
-            g.push_back(1.0 + std::sin(1.7 * (D * i + r) + 0.3));
-            for (int s = 0; s < D; ++s) {
-                K.push_back(r == s ? 2.0 + 0.3 * std::cos(0.4 * i + r) : 0.2 * std::sin(0.7 * i + 3 * r + s) / D);
-                a.push_back(r == s ? -1.0 + 0.4 * std::sin(0.3 * i + r) : 0.3 * std::cos(0.2 * i + r + 2 * s) / D);
+    void add_sample(int sample) {
+        for (int row = 0; row < D; ++row) {
+            g.push_back(1.0 + std::sin(1.7 * (D * sample + row) + 0.3));
+            for (int b = 0; b < D; ++b) {
+                const bool diagonal = row == b;
+                K.push_back(diagonal ? 2.0 + 0.3 * std::cos(0.4 * sample + row)
+                                     : 0.2 * std::sin(0.7 * sample + 3 * row + b) / D);
+                a.push_back(diagonal ? -1.0 + 0.4 * std::sin(0.3 * sample + row)
+                                     : 0.3 * std::cos(0.2 * sample + row + 2 * b) / D);
             }
         }
     }
 };
 
-enum class equation { first_kind, second_kind, derivative };
+enum class equation { first_kind, second_kind, integro_differential };
 
 struct sampled_solver {
     const char* name;
     equation kind;
-    bool solves_systems; // or one equation only
-    bool carries_value;  // from step to step, so that a polynomial has one power more than there are nodes
-    int stack_KiB;       // what the header says that a call takes
+    bool solves_systems; // otherwise scalar equations
+    bool carries_value;  // from step to step: a polynomial has one more coefficient than there are nodes
+    int stack_KiB;       // the bound that the header states
     sampled_answer (*solve)(const system_samples& data, double dt, const reference::setting& row, int want_coeffs);
 
     bool accepts(const reference::setting& row) const { return kind != equation::first_kind || !refused_by_vie1(row); }
-    // There is a regular block.
+    // The setting is accepted, and the blocks can be regular.
     bool suits(const reference::setting& row) const {
         return accepts(row) && !(kind == equation::first_kind && has_node_0(row));
     }
-    // The coefficients of a step that mean something. There is a slot for one more than there are nodes.
+    // The number of coefficients of a polynomial. Each step has one slot more than there are nodes.
     int powers(const reference::setting& row) const { return int(row.indices.size()) + (carries_value ? 1 : 0); }
 };
 
@@ -106,8 +109,8 @@ inline constexpr sampled_solver every_solver[] = {
     {"vie1_vec_continuous", equation::first_kind, true, true, 128, solve_vie1_vec<1>},
     {"vie2", equation::second_kind, false, false, 64, solve_vie2},
     {"vie2_vec", equation::second_kind, true, false, 128, solve_vie2_vec},
-    {"vide", equation::derivative, false, true, 64, solve_vide},
-    {"vide_vec", equation::derivative, true, true, 128, solve_vide_vec},
+    {"vide", equation::integro_differential, false, true, 64, solve_vide},
+    {"vide_vec", equation::integro_differential, true, true, 128, solve_vide_vec},
 };
 
 inline const sampled_solver& solver_named(std::string_view name) {

@@ -1,9 +1,10 @@
 # cmake -DLIBRARY=<shared library> -DHEADER=<public header> -DDOCUMENT=<layout> -DNM=<program> -DREADELF=<program>
 #       -DOBJDUMP=<program> -DCOMPILER=<program> -P exported_symbols.cmake
 #
-# The shared library (ELF) exports the functions of the header, the variants of three kinds of block solvers, and nothing
-# else; it names its version; it needs nothing but the compiler's and the C library, and of the mathematical functions
-# only those whose results are agreed on. The table in the section "The border" of the document says the same.
+# The shared library (ELF) exports the functions of the header, the variants of three kinds of block solvers, and
+# nothing else. Its soname has the version. It needs only the run-time libraries of the compiler and the C library, and
+# calls only the mathematical functions whose results are specified. The table in the section "The border" of the
+# document says the same.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -14,7 +15,7 @@ file(READ "${DOCUMENT}" document)
 string(REGEX MATCH "\n## The border\n.*\n## " section "${document}")
 function(read_row output label)
     if(NOT section MATCHES "\n\\| ${label} \\|([^|\n]*)\\|\n")
-        message(FATAL_ERROR "no row '${label}' in the section 'The border' of ${DOCUMENT}")
+        message(FATAL_ERROR "expected a row '${label}' in the section 'The border' of ${DOCUMENT}, got none")
     endif()
     string(REGEX MATCHALL "`[^`]+`" names "${CMAKE_MATCH_1}")
     list(TRANSFORM names REPLACE "`" "")
@@ -27,7 +28,7 @@ foreach(family "start and reclamation" limits settings "solvers from samples" "s
 endforeach()
 list(SORT documented)
 list(SORT declared)
-expect_equal("functions of the header that the document lists" "${declared}" "${documented}")
+expect_equal("functions of the header in the document" "${declared}" "${documented}")
 
 # The symbols of the library.
 run(symbols "${NM}" -D --defined-only --demangle "${LIBRARY}")
@@ -43,14 +44,14 @@ list(REMOVE_DUPLICATES variant_names)
 list(SORT variant_names)
 read_row(documented "their variants in C\\+\\+")
 list(SORT documented)
-expect_equal("variants that the document lists" "${variant_names}" "${documented}")
+expect_equal("variants in the document" "${variant_names}" "${documented}")
 
 run(dynamic "${READELF}" -d -W "${LIBRARY}")
 get_filename_component(file "${LIBRARY}" REALPATH)
 get_filename_component(file "${file}" NAME)
 string(REGEX MATCH "SONAME[^[]*\\[libquenta_native\\.so\\.([0-9]+)\\]" soname "${dynamic}")
 if(NOT soname OR NOT file MATCHES "^libquenta_native\\.so\\.${CMAKE_MATCH_1}\\.[0-9]+\\.[0-9]+$")
-    message(SEND_ERROR "no soname with the first number of the version that the file is named after: ${file}")
+    message(SEND_ERROR "expected a soname with the major version in the file name, got '${soname}' for ${file}")
 endif()
 
 string(REGEX MATCHALL "NEEDED[^\n]*\\[[^]]*\\]" needed "${dynamic}")
@@ -61,19 +62,20 @@ read_row(documented "libraries, beside the loader")
 list(SORT documented)
 expect_equal("libraries that the library needs" "${documented}" "${needed}")
 
-# A static local variable that is initialized at run time has a lock, which may never be released in the child of a fork.
+# A static local variable that is initialized at run time has a lock, which might stay locked in the child of a fork.
 run(symbols "${NM}" -D --undefined-only "${LIBRARY}")
 if(symbols MATCHES "__cxa_guard_acquire")
-    message(SEND_ERROR "the library takes the lock of a static local variable")
+    message(SEND_ERROR "expected no static local variable with a lock, got a call of __cxa_guard_acquire")
 endif()
 
-# A thread-local variable that is found at run time may be allocated then, and the process ends if it cannot.
+# A thread-local variable that is located at run time may be allocated at its first use, and a failure there ends the
+# process.
 run(relocations "${READELF}" -r -W "${LIBRARY}")
 if(symbols MATCHES "__tls_get_addr" OR relocations MATCHES "DTPMOD|TLSDESC")
-    message(SEND_ERROR "the library has a thread-local variable that is allocated when it is first used")
+    message(SEND_ERROR "expected no thread-local variable that is allocated at its first use, got one")
 endif()
 
-# What can change while the library is loaded: the start and the list of threads, and nothing that a solver writes.
+# The only variables are those of the start and of the list of threads. Solvers write none.
 run(symbols "${OBJDUMP}" -t --demangle "${LIBRARY}")
 string(REGEX MATCHALL "[^\n]* \\.t?(bss|data)[\t ][^\n]*::[^\n]*" variables "${symbols}")
 list(TRANSFORM variables REPLACE "^.*::" "")
@@ -82,7 +84,7 @@ expect_equal("variables of the library"
     "attached_threads;handles_forks;library_lock;reclamation_suspensions;thread_exit_slot;value_of_this_thread"
     "${variables}")
 
-# The mathematical functions that it calls.
+# The mathematical functions that the library calls.
 run(libm "${COMPILER}" -print-file-name=libm.so.6)
 string(STRIP "${libm}" libm)
 run(symbols "${NM}" -D --defined-only --format=posix "${libm}")
@@ -100,4 +102,4 @@ endforeach()
 list(SORT called)
 read_row(documented "mathematical functions")
 expect_equal("mathematical functions that the library calls" "${documented}" "${called}")
-expect_equal("mathematical functions whose results are agreed on" "cos;sin" "${documented}")
+expect_equal("mathematical functions whose results are specified" "cos;sin" "${documented}")

@@ -2,12 +2,12 @@
 #       -P exports_of_dll.cmake
 #
 # The DLL exports the functions of the header under their plain names, the variants of three kinds of block solvers, and
-# nothing else; its import library has the same; it needs no DLL but those of every Windows system, and of the functions
-# of the C library that calculate none.
+# nothing else. Its import library lists the same. It needs only DLLs of the system, and calls no mathematical function
+# of theirs.
 cmake_minimum_required(VERSION 3.25)
 include(${CMAKE_CURRENT_LIST_DIR}/declared_exports.cmake)
 
-# The first lines of `objdump -p` tell the imports, those behind this title the exports.
+# `objdump -p` lists the imports first, then under this title the exports.
 run(tables "${OBJDUMP}" -p "${LIBRARY}")
 string(FIND "${tables}" "[Ordinal/Name Pointer] Table" exports_begin)
 string(SUBSTRING "${tables}" 0 ${exports_begin} imports)
@@ -32,18 +32,18 @@ set(expected ${declared} ${variants})
 list(SORT expected)
 expect_equal("exports" "${expected}" "${imported}")
 
-# What it needs.
+# The DLLs and functions that it needs.
 string(REGEX MATCHALL "DLL Name: [^\n]+" needed "${imports}")
 list(TRANSFORM needed REPLACE "DLL Name: " "")
 list(SORT needed)
 expect_equal("DLLs that the DLL needs" "KERNEL32.dll;msvcrt.dll" "${needed}")
 foreach(function IN ITEMS DisableThreadLibraryCalls FlsAlloc FlsSetValue RaiseException)
     if(NOT imports MATCHES "[\t ]${function}\n")
-        message(SEND_ERROR "the DLL does not call ${function}")
+        message(SEND_ERROR "expected the DLL to call ${function} of the system")
     endif()
 endforeach()
 foreach(function IN ITEMS cos sin tan acos asin atan atan2 cosh sinh tanh exp log log10 pow sqrt fmod)
     if(imports MATCHES "[\t ]${function}\n")
-        message(SEND_ERROR "the DLL calls ${function} of the system")
+        message(SEND_ERROR "expected the DLL not to call ${function} of the system")
     endif()
 endforeach()

@@ -1,4 +1,4 @@
-// A host may calculate in another mode than the library: it gets the same bits, and its mode is left as it was.
+// The floating-point mode of the host does not change the results, and every call leaves the mode unchanged.
 #include "conformance/every_solver.hpp"
 #include "conformance/function_call.hpp"
 #include "support/bits.hpp"
@@ -80,11 +80,11 @@ std::vector<host_mode> host_modes() {
                      }});
 #endif
 #if defined(_WIN32)
-    static constexpr unsigned short double_precision = 0x027F; // as the system gives it to a thread
+    static constexpr unsigned short double_precision = 0x027F; // the mode that the system gives to a new thread
     const auto set_double_precision = [] {
         __asm__ volatile("fldcw %0" : : "m"(double_precision));
     };
-    modes.push_back({"fewer digits in the older unit", set_double_precision, [] {
+    modes.push_back({"x87 in double precision", set_double_precision, [] {
                          unsigned short word;
                          __asm__ volatile("fnstcw %0" : "=m"(word));
                          return word == double_precision;
@@ -101,18 +101,18 @@ auto in_mode(const host_mode& mode, const solver& solve) {
         mode.set();
         std::feraiseexcept(FE_DIVBYZERO);
         answer.emplace(solve());
-        EXPECT_TRUE(mode.holds()) << "the mode was not given back";
-        EXPECT_NE(std::fetestexcept(FE_DIVBYZERO), 0) << "what had happened before is forgotten";
+        EXPECT_TRUE(mode.holds()) << "expected the mode of the host to be restored";
+        EXPECT_NE(std::fetestexcept(FE_DIVBYZERO), 0) << "expected the exception flags of the host to be kept";
     }}.join();
     return *answer;
 }
 
 class every_host_mode : public ::testing::TestWithParam<host_mode> {};
 
-// Values of all sizes: sums are rounded everywhere, products are subnormal, and in the growing form they overflow.
+// With these factors, products are subnormal, and some solutions overflow.
 constexpr double small = 0x1.3p-1030, large = 0x1.7p1000;
 
-TEST_P(every_host_mode, solvers_from_samples_give_the_same_bits) {
+TEST_P(every_host_mode, does_not_change_a_bit_of_sample_based_solvers) {
     int compared = 0;
     for (const sampled_solver& solver : every_solver)
         for (const int D : solver.solves_systems ? std::vector{1, 3, 9} : std::vector{1})
@@ -136,7 +136,7 @@ TEST_P(every_host_mode, solvers_from_samples_give_the_same_bits) {
     EXPECT_EQ(compared, 3 * (4 * 3 + 4));
 }
 
-TEST_P(every_host_mode, block_solvers_give_the_same_bits) {
+TEST_P(every_host_mode, does_not_change_a_bit_of_block_solvers) {
     random_data random{20260361};
     int compared = 0;
     for_each_variant([&](block_kind kind, int P, int D) {
@@ -158,8 +158,8 @@ TEST_P(every_host_mode, block_solvers_give_the_same_bits) {
     EXPECT_EQ(compared, 4 * 5 * 9 * 3);
 }
 
-// in_mode() looks whether the mode is given back; here a call ends in any other way than well.
-TEST_P(every_host_mode, is_given_back_by_calls_that_fail) {
+// in_mode() checks that the mode is restored.
+TEST_P(every_host_mode, is_restored_by_calls_that_fail) {
     constexpr int failed = -1;
     int compared = 0;
     const auto expect_in_mode = [&](int status, const auto& solve) {
@@ -196,21 +196,22 @@ TEST_P(every_host_mode, is_given_back_by_calls_that_fail) {
 }
 
 #if defined(__x86_64__) && !defined(_WIN32)
-// A handler runs in the system's default mode, and a jump out of it stays in that. The mode to go on in is that of the
-// code at fault, as the system tells it: the host's, since a setting is looked at before anything is calculated.
+// A signal handler runs in the default mode of the system, and a jump out of it keeps that mode. A host that jumps
+// restores the mode from the context of the fault. That is its own mode, since the library checks the setting before it
+// changes the mode.
 sigjmp_buf before_the_fault;
 _libc_fpstate state_at_the_fault;
 
-void leave_by_a_jump(int, siginfo_t*, void* context) {
+void jump_out(int, siginfo_t*, void* context) {
     state_at_the_fault = *static_cast<const ucontext_t*>(context)->uc_mcontext.fpregs;
     siglongjmp(before_the_fault, 1);
 }
 
-TEST_P(every_host_mode, holds_at_a_fault_that_is_left_by_a_jump) {
-    struct sigaction leave = {}, former;
-    leave.sa_sigaction = leave_by_a_jump;
-    leave.sa_flags = SA_SIGINFO;
-    ASSERT_EQ(sigaction(SIGFPE, &leave, &former), 0);
+TEST_P(every_host_mode, is_in_the_context_of_a_fault_that_the_host_jumps_out_of) {
+    struct sigaction jump = {}, former;
+    jump.sa_sigaction = jump_out;
+    jump.sa_flags = SA_SIGINFO;
+    ASSERT_EQ(sigaction(SIGFPE, &jump, &former), 0);
     int steps;
     const std::function<int()> divisions[] = {
         [&] { return quenta_solve_vie1(0, 0, 9, 0, 1, 0, 0, 0, 0, 0, 0, 0, &steps); },
@@ -221,16 +222,16 @@ TEST_P(every_host_mode, holds_at_a_fault_that_is_left_by_a_jump) {
         [&] { return quenta_solve_vide_vec(0, 0, 0, 9, 1, 0, 1, 0, 0, 0, 0, 0, 0, &steps); },
     };
     for (const auto& divide : divisions) {
-        constexpr int left = -1;
+        constexpr int jumped = -1;
         state_at_the_fault = {};
         const auto solve = [&] {
             if (sigsetjmp(before_the_fault, 1) == 0)
                 return divide();
             _mm_setcsr(state_at_the_fault.mxcsr);
             __asm__ volatile("fldcw %0" : : "m"(state_at_the_fault.cwd));
-            return left;
+            return jumped;
         };
-        EXPECT_EQ(in_mode(GetParam(), solve), left);
+        EXPECT_EQ(in_mode(GetParam(), solve), jumped);
     }
     sigaction(SIGFPE, &former, nullptr);
 }

@@ -1,5 +1,5 @@
-// The block solvers equal their plain twins bit for bit, for every number of points and every dimension. Wherever A is
-// not to be read it holds NaN.
+// The block solvers are bit-identical to their reference implementations, for every number of points and every
+// dimension. Entries of A that must not be read are NaN.
 #include "conformance/function_call.hpp"
 
 #include <gtest/gtest.h>
@@ -16,16 +16,16 @@ struct answer_counts {
 };
 
 void compare(const block_problem& problem, answer_counts& counts) {
-    const reference::block_solution expected = block_twin(problem);
+    const reference::block_solution expected = block_reference(problem);
     ++(expected.solved ? counts.solved : counts.singular);
-    ASSERT_TRUE(answers_as_the_twin(problem, call_block_solver(problem), expected));
+    ASSERT_TRUE(matches_reference(problem, call_block_solver(problem), expected));
 }
 
 bool all_finite(const std::vector<double>& values) {
     return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
 }
 
-TEST(function_bits, every_variant_with_few_steps) {
+TEST(function_bits, every_variant_equals_the_reference_for_1_to_24_steps) {
     random_data random{20260301};
     answer_counts counts;
     for_each_variant([&](block_kind kind, int P, int D) {
@@ -35,21 +35,21 @@ TEST(function_bits, every_variant_with_few_steps) {
     EXPECT_EQ(counts.solved, 4 * 45 * 24);
 }
 
-TEST(function_bits, every_variant_with_more_steps_than_go_together) {
+TEST(function_bits, every_variant_equals_the_reference_for_more_steps_than_are_summed_together) {
     random_data random{20260302};
     answer_counts counts;
     for_each_variant([&](block_kind kind, int P, int D) {
-        const int M = P * std::max(D, 1);
+        const int n_sys = P * std::max(D, 1);
         for (const int unknowns : {230, 510}) {
-            const block_problem problem = random_blocks(random, kind, unknowns / M + 1, P, D);
+            const block_problem problem = random_blocks(random, kind, unknowns / n_sys + 1, P, D);
             compare(problem, counts);
-            ASSERT_TRUE(all_finite(block_twin(problem).x)) << problem.text() << ": the case does not test a rounding";
+            ASSERT_TRUE(all_finite(block_reference(problem).x)) << problem.text() << ": expected a finite solution";
         }
     });
     EXPECT_EQ(counts.solved, 4 * 45 * 2);
 }
 
-TEST(function_bits, magnitudes_far_apart) {
+TEST(function_bits, every_variant_equals_the_reference_for_magnitudes_far_apart) {
     random_data random{20260303};
     answer_counts counts;
     for_each_variant([&](block_kind kind, int P, int D) {
@@ -65,8 +65,8 @@ TEST(function_bits, magnitudes_far_apart) {
     EXPECT_GT(counts.solved, 400);
 }
 
-// Zeros of both signs, subnormals, infinities and NaN, anywhere among what is read.
-TEST(function_bits, special_values_in_any_argument) {
+// Any value that is read may be a zero of either sign, subnormal, infinite or NaN.
+TEST(function_bits, every_variant_equals_the_reference_for_special_values_in_any_argument) {
     random_data random{20260304};
     answer_counts counts;
     for_each_variant([&](block_kind kind, int P, int D) {
@@ -87,8 +87,8 @@ TEST(function_bits, special_values_in_any_argument) {
     EXPECT_GT(counts.singular, 500);
 }
 
-// Rounding to zero, and sums that begin with it: the forms differ in the sign.
-TEST(function_bits, zeros_of_both_signs) {
+// The scalar and the vector forms differ in the sign of a zero, since only a sum of the vector form starts from 0.0.
+TEST(function_bits, every_variant_equals_the_reference_for_zeros_of_either_sign) {
     random_data random{20260305};
     answer_counts counts;
     int negative_zeros = 0;
@@ -99,40 +99,40 @@ TEST(function_bits, zeros_of_both_signs) {
                 if (std::fabs(value) < 1.0)
                     value = random.below(2) == 0 ? 0.0 : -0.0;
         compare(problem, counts);
-        for (const double value : block_twin(problem).x)
+        for (const double value : block_reference(problem).x)
             negative_zeros += value == 0.0 && std::signbit(value);
     });
     EXPECT_GT(counts.solved, 100);
     EXPECT_GT(negative_zeros, 100);
 }
 
-// A singular block in every step of a run: of x and y there is what the steps before have computed.
-TEST(function_bits, a_singular_step_leaves_the_steps_before) {
+// The block of each step in turn is singular.
+TEST(function_bits, a_singular_step_leaves_the_solution_of_the_previous_steps) {
     random_data random{20260306};
     answer_counts counts;
     for_each_variant([&](block_kind kind, int P, int D) {
         constexpr int N = 19;
         for (int singular = 0; singular < N; ++singular) {
             block_problem problem = random_blocks(random, kind, N, P, D);
-            const int rows = int(problem.shape().D), row = int(random.below(std::uint64_t(P * rows)));
-            // A row of the step's matrix becomes zero.
+            const int components = int(problem.shape().D), row = int(random.below(std::uint64_t(P * components)));
+            const int i = row / components, a = row % components;
+            // Makes one row of the matrix of the step zero.
             for (int j = 0; j < P; ++j)
-                for (int c = 0; c < rows; ++c) {
-                    const int i = row / rows, r = row % rows;
-                    const bool diagonal = i == j && r == c;
-                    double& entry = problem.A[problem.entry(singular, i, r, singular, j, c)];
+                for (int b = 0; b < components; ++b) {
+                    const bool diagonal = i == j && a == b;
+                    double& entry = problem.A[problem.entry(singular, i, a, singular, j, b)];
                     entry = kind == block_kind::vie2 && diagonal ? 1.0 : 0.0;
                     if (kind == block_kind::vide) {
-                        problem.C[std::size_t((singular * P + i) * rows + r) * rows + c] = 0.0;
+                        problem.C[std::size_t((singular * P + i) * components + a) * components + b] = 0.0;
                         problem.h[singular] = 0.25;
                         entry = diagonal ? 4.0 : 0.0;
                     }
                 }
             const block_answer answer = call_block_solver(problem);
             ASSERT_EQ(answer.status, QUENTA_SINGULAR_BLOCK) << problem.text() << ", step " << singular;
-            const reference::block_solution expected = block_twin(problem);
-            ASSERT_EQ(expected.x.size(), std::size_t(singular * P * rows));
-            ASSERT_EQ(expected.y.size(), std::size_t(problem.carries() ? (singular + 1) * rows : 0));
+            const reference::block_solution expected = block_reference(problem);
+            ASSERT_EQ(expected.x.size(), std::size_t(singular * P * components));
+            ASSERT_EQ(expected.y.size(), std::size_t(problem.carries() ? (singular + 1) * components : 0));
             compare(problem, counts);
         }
     });

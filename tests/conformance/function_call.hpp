@@ -1,4 +1,4 @@
-// A problem for a block solver of any kind, its call, and the answer of its twin.
+// A problem for a block solver of any kind, its call, and the answer of the reference implementation.
 #pragma once
 
 #include "quenta_native.h"
@@ -21,7 +21,7 @@ namespace quenta_tests {
 enum class block_kind { vie1, vie1_cont, vie2, vide };
 inline constexpr std::array block_kinds{block_kind::vie1, block_kind::vie1_cont, block_kind::vie2, block_kind::vide};
 
-// D = 0 stands for the scalar form.
+// D = 0: the scalar form.
 struct block_problem {
     block_kind kind;
     int N, P, D;
@@ -33,7 +33,9 @@ struct block_problem {
         const std::size_t points = std::size_t(P);
         return {std::size_t(N), points, D == 0 ? 1 : std::size_t(D), carries() ? points + 1 : points, D != 0};
     }
-    std::size_t entry(int n, int i, int r, int k, int j, int c) const { return shape().entry(n, i, r, k, j, c); }
+    std::size_t entry(int n, int i, int row, int k, int j, int column) const {
+        return shape().entry(n, i, row, k, j, column);
+    }
     std::string text() const {
         constexpr std::array names{"vie1", "vie1_cont", "vie2", "vide"};
         return std::string("function_solve_") + names[std::size_t(kind)] +
@@ -44,12 +46,12 @@ struct block_problem {
 
 struct block_answer {
     int status;
-    fenced_array x, y; // y has no cell in kinds without one
+    fenced_array x, y; // y is empty for the kinds that do not carry a value
 
     bool untouched() const { return x.untouched() && y.untouched(); }
 };
 
-// Calls with A where it is, which need not be in the problem.
+// Takes A from the given address instead of from the problem.
 inline int call_block_solver(const block_problem& problem, const double* A, double* x, double* y) {
     const auto& [kind, N, P, D, unused, b, C, E, w, h, y0, rho] = problem;
     switch (kind) {
@@ -70,7 +72,7 @@ inline int call_block_solver(const block_problem& problem, const double* A, doub
 
 inline block_answer call_block_solver(const block_problem& problem, const double* A) {
     const reference::block_shape shape = problem.shape();
-    block_answer answer{-1, fenced_array{shape.N * shape.M()},
+    block_answer answer{-1, fenced_array{shape.N * shape.n_sys()},
                         fenced_array{problem.carries() ? (shape.N + 1) * shape.D : 0}};
     answer.status = call_block_solver(problem, A, answer.x.data(), answer.y.data());
     return answer;
@@ -80,7 +82,7 @@ inline block_answer call_block_solver(const block_problem& problem) {
     return call_block_solver(problem, problem.A.data());
 }
 
-inline reference::block_solution block_twin(const block_problem& problem) {
+inline reference::block_solution block_reference(const block_problem& problem) {
     const auto [N, P, D, slots, vector_form] = problem.shape();
     const reference::vide_blocks vide{problem.A, problem.b, problem.C, problem.E, problem.w, problem.h, problem.y0};
     switch (problem.kind) {
@@ -98,47 +100,49 @@ inline reference::block_solution block_twin(const block_problem& problem) {
     return {};
 }
 
-// The cells that the twin has written are equal, the others are as the caller left them.
-inline ::testing::AssertionResult written_as_in_the_twin(const std::vector<double>& expected,
-                                                         const fenced_array& actual) {
+// The cells that the reference implementation writes are equal, the others are untouched.
+inline ::testing::AssertionResult cells_match_reference(const std::vector<double>& expected,
+                                                        const fenced_array& actual) {
     if (!actual.fences_hold())
-        return ::testing::AssertionFailure() << "written outside the array";
+        return ::testing::AssertionFailure() << "the solver wrote outside the array";
     const std::span<const double> cells = actual.values();
     if (cells.size() < expected.size())
-        return ::testing::AssertionFailure() << "the twin has " << expected.size() << " values for " << cells.size();
-    for (std::size_t at = expected.size(); at < cells.size(); ++at)
-        if (!is_marked(cells[at]))
-            return ::testing::AssertionFailure() << "the cell at " << at << " was written behind the last solved step";
+        return ::testing::AssertionFailure() << "expected " << expected.size() << " values, got " << cells.size();
+    for (std::size_t index = expected.size(); index < cells.size(); ++index)
+        if (!is_marked(cells[index]))
+            return ::testing::AssertionFailure() << "the solver wrote index " << index << ", past the last solved step";
     return equal_bits(expected, cells.first(expected.size()));
 }
 
-inline ::testing::AssertionResult answers_as_the_twin(const block_problem& problem, const block_answer& actual,
-                                                      const reference::block_solution& expected) {
-    if (actual.status != (expected.solved ? QUENTA_SOLVED : QUENTA_SINGULAR_BLOCK))
-        return ::testing::AssertionFailure() << problem.text() << ": status " << actual.status;
+inline ::testing::AssertionResult matches_reference(const block_problem& problem, const block_answer& actual,
+                                                    const reference::block_solution& expected) {
+    const int status = expected.solved ? QUENTA_SOLVED : QUENTA_SINGULAR_BLOCK;
+    if (actual.status != status)
+        return ::testing::AssertionFailure()
+               << problem.text() << ": expected status " << status << ", got " << actual.status;
     for (const auto& [name, values, cells] :
          {std::tuple{"x", &expected.x, &actual.x}, std::tuple{"y", &expected.y, &actual.y}})
-        if (const ::testing::AssertionResult equal = written_as_in_the_twin(*values, *cells); !equal)
+        if (const ::testing::AssertionResult equal = cells_match_reference(*values, *cells); !equal)
             return ::testing::AssertionFailure() << problem.text() << ", " << name << ": " << equal.message();
     return ::testing::AssertionSuccess();
 }
 
-// Regular blocks, a solution that stays bounded, and NaN wherever A is not to be read.
+// The blocks are regular and the solution stays bounded. Entries of A that no solver may read are NaN.
 inline block_problem random_blocks(random_data& random, block_kind kind, int N, int P, int D) {
     block_problem problem{kind, N, P, D, {}, {}, {}, {}, {}, {}, {}};
     const reference::block_shape shape = problem.shape();
     const std::size_t points = shape.N * shape.P, slots = shape.N * shape.slots, square = shape.D * shape.D;
     const double size = 2.0 / double(slots * shape.D);
     problem.A.assign(shape.matrix_length(), std::numeric_limits<double>::quiet_NaN());
-    for (std::size_t R = 0; R < points; ++R)
-        for (std::size_t S = 0; S < (R / shape.P + 1) * shape.slots; ++S)
-            for (std::size_t e = 0; e < square; ++e)
-                problem.A[(R * slots + S) * square + e] = random.uniform_value(-size, size);
+    for (std::size_t point = 0; point < points; ++point)
+        for (std::size_t slot = 0; slot < (point / shape.P + 1) * shape.slots; ++slot)
+            for (std::size_t entry = 0; entry < square; ++entry)
+                problem.A[(point * slots + slot) * square + entry] = random.uniform_value(-size, size);
     if (kind == block_kind::vie1 || kind == block_kind::vie1_cont)
         for (int n = 0; n < N; ++n)
             for (int i = 0; i < P; ++i)
-                for (int r = 0; r < int(shape.D); ++r)
-                    problem.A[problem.entry(n, i, r, n, i, r)] += 1.5;
+                for (int a = 0; a < int(shape.D); ++a)
+                    problem.A[problem.entry(n, i, a, n, i, a)] += 1.5;
     problem.b = random.uniform(points * shape.D);
     if (problem.carries()) {
         problem.w = random.uniform(shape.P, 0.0, 0.5 / P);
@@ -153,7 +157,7 @@ inline block_problem random_blocks(random_data& random, block_kind kind, int N, 
     return problem;
 }
 
-// Calls visit(kind, P, D) for every variant: the scalar form is D = 0.
+// Calls visit(kind, P, D) for every variant. D = 0 is the scalar form.
 template <class visitor>
 void for_each_variant(const visitor& visit) {
     for (const block_kind kind : block_kinds)

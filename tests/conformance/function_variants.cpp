@@ -1,4 +1,4 @@
-// The variants that C++ programs may call are the ones behind the exports.
+// The variants that C++ programs call directly give the results of the exports, and check the lengths of their views.
 #include "conformance/function_call.hpp"
 #include "quenta_function_solvers/function_solvers.hpp"
 #include "support/failures.hpp"
@@ -21,7 +21,7 @@ view<double> out(fenced_array& array) {
     return {array.values().size(), array.data()};
 }
 
-// D = 0 is the scalar form.
+// D = 0: the scalar form.
 template <int P, int D>
 bool call_variant(const block_problem& given, fenced_array& x, fenced_array& y) {
     if constexpr (D == 0)
@@ -53,10 +53,8 @@ template <int P, int D>
 void compare(random_data& random, block_kind kind, int& compared) {
     for (const bool singular : {false, true}) {
         block_problem problem = random_blocks(random, kind, 7, P, D);
-        if (singular) { // NaN passes, infinity does not
-            const std::size_t at = problem.entry(3, 0, 0, 3, 0, 0);
-            problem.A[at] = std::numeric_limits<double>::infinity();
-        }
+        if (singular) // an infinite pivot counts as singular
+            problem.A[problem.entry(3, 0, 0, 3, 0, 0)] = std::numeric_limits<double>::infinity();
         const block_answer expected = call_block_solver(problem);
         fenced_array x{expected.x.values().size()}, y{expected.y.values().size()};
         const bool solved = call_variant<P, D>(problem, x, y);
@@ -68,19 +66,19 @@ void compare(random_data& random, block_kind kind, int& compared) {
     }
 }
 
-// Shortens one view after the other.
+// Shortens each view in turn by one element.
 template <int P, int D>
 void expect_index_failures(random_data& random, block_kind kind, int& failures) {
     const block_problem whole = random_blocks(random, kind, 4, P, D);
     const block_answer solved = call_block_solver(whole);
     const std::size_t x_length = solved.x.values().size(), y_length = solved.y.values().size();
-    const auto expect_failure = [&](const block_problem& problem, std::size_t of_x, std::size_t of_y,
-                                    std::size_t of_the_short) {
-        fenced_array x{of_x}, y{of_y};
+    const auto expect_failure = [&](const block_problem& problem, std::size_t length_of_x, std::size_t length_of_y,
+                                    std::size_t short_length) {
+        fenced_array x{length_of_x}, y{length_of_y};
         const auto failure = failure_of<quenta::index_failure>([&] { call_variant<P, D>(problem, x, y); });
         ASSERT_TRUE(failure) << problem.text();
-        EXPECT_EQ(failure->length, of_the_short) << problem.text();
-        EXPECT_EQ(failure->index, of_the_short) << problem.text();
+        EXPECT_EQ(failure->length, short_length) << problem.text();
+        EXPECT_EQ(failure->index, short_length) << problem.text();
         EXPECT_NE(std::strstr(failure->where.file, "quenta_function_solvers"), nullptr) << failure->where.file;
         EXPECT_GT(failure->where.line, 0);
         EXPECT_TRUE(x.untouched() && y.untouched()) << problem.text();
@@ -89,7 +87,7 @@ void expect_index_failures(random_data& random, block_kind kind, int& failures) 
     for (std::vector<double> block_problem::*const array :
          {&block_problem::A, &block_problem::b, &block_problem::C, &block_problem::E, &block_problem::w,
           &block_problem::h, &block_problem::y0}) {
-        if ((whole.*array).empty() || (D == 0 && array == &block_problem::y0)) // no view of this variant
+        if ((whole.*array).empty() || (D == 0 && array == &block_problem::y0)) // this variant has no such view
             continue;
         block_problem problem = whole;
         (problem.*array).pop_back();
@@ -110,19 +108,19 @@ void for_each_exported_variant(const visitor& visit) {
     (std::make_integer_sequence<int, 45>{});
 }
 
-TEST(function_variants, are_what_the_exports_call) {
+TEST(function_variants, give_the_same_bits_as_the_exports) {
     random_data random{20260321};
     int compared = 0;
     for_each_exported_variant([&]<int P, int D>(block_kind kind) { compare<P, D>(random, kind, compared); });
     EXPECT_EQ(compared, 3 * 45 * 2);
 }
 
-TEST(function_variants, a_view_that_is_too_short_is_an_index_failure_and_nothing_is_written) {
+TEST(function_variants, throw_an_index_failure_for_a_view_that_is_too_short_and_write_nothing) {
     random_data random{20260322};
     int failures = 0;
     for_each_exported_variant(
         [&]<int P, int D>(block_kind kind) { expect_index_failures<P, D>(random, kind, failures); });
-    // With y0 where it is a view.
+    // The second term counts y0, which only the vector forms take as a view.
     EXPECT_EQ(failures, 45 * (3 + 5 + 8) + 40 * (0 + 1 + 1));
 }
 

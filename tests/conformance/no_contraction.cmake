@@ -1,8 +1,7 @@
 # cmake -DCOMMANDS=<compile_commands.json> -DSOURCE=<source directory> -DBINARY=<its build directory>
 #       -P no_contraction.cmake
 #
-# On every compile line of the project, -ffp-contract=off stands behind all other options that could turn contraction
-# on again.
+# On every compile line of the project, -ffp-contract=off comes after all other options that could enable contraction.
 cmake_minimum_required(VERSION 3.25)
 
 file(READ "${COMMANDS}" commands)
@@ -20,11 +19,11 @@ foreach(i RANGE ${last})
         list(FILTER arguments INCLUDE REGEX "^-[fmO]")
         list(POP_BACK arguments final)
         if(NOT final STREQUAL "-ffp-contract=off")
-            message(SEND_ERROR "${file} is compiled with ${final} behind, or without, -ffp-contract=off")
+            message(SEND_ERROR "${file}: expected -ffp-contract=off as the last -f, -m or -O option, got ${final}")
         endif()
     endif()
 endforeach()
 message(STATUS "${checked} compile lines")
 if(checked LESS 10)
-    message(SEND_ERROR "only ${checked} compile lines of the project were found")
+    message(SEND_ERROR "expected at least 10 compile lines of the project, got ${checked}")
 endif()

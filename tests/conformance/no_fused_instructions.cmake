@@ -1,8 +1,8 @@
-# cmake -DOBJECT_LIST=<file, an object a line> -DOBJDUMP=<program> -DCOMPILER=<C++ compiler> -DOPTIONS=<for it>
+# cmake -DOBJECT_LIST=<file, one object per line> -DOBJDUMP=<program> -DCOMPILER=<C++ compiler> -DOPTIONS=<for it>
 #       -P no_fused_instructions.cmake
 #
-# The machine code of the library has no instruction that multiplies and adds with one rounding. So that the search is
-# known to find one, the compiler makes one with these options, which let it.
+# The machine code of the library has no fused multiply-add instruction. To check that the search works, the compiler
+# first generates one, with the given options.
 cmake_minimum_required(VERSION 3.25)
 
 # x86-64, and aarch64.
@@ -14,7 +14,7 @@ function(find_fused output object)
         RESULTS_VARIABLE results OUTPUT_VARIABLE found ERROR_VARIABLE errors)
     list(GET results 1 result_of_grep)
     if(result_of_grep GREATER 1 OR NOT "${errors}" STREQUAL "")
-        message(FATAL_ERROR "${object} could not be searched: ${errors}")
+        message(FATAL_ERROR "cannot search ${object}: ${errors}")
     endif()
     set(${output} "${found}" PARENT_SCOPE)
 endfunction()
@@ -24,18 +24,18 @@ execute_process(COMMAND "${COMPILER}" -O2 -ffp-contract=fast ${OPTIONS} -c fused
     COMMAND_ERROR_IS_FATAL ANY)
 find_fused(control fused.o)
 if(NOT control)
-    message(SEND_ERROR "the search does not find what it searches for")
+    message(SEND_ERROR "expected a fused instruction in fused.o, got none")
 endif()
 
 file(STRINGS "${OBJECT_LIST}" objects)
 foreach(object IN LISTS objects)
     find_fused(found "${object}")
     if(found)
-        message(SEND_ERROR "${object} rounds once where the formulas round twice: ${found}")
+        message(SEND_ERROR "${object}: expected no fused instruction, got ${found}")
     endif()
 endforeach()
 list(LENGTH objects count)
 if(count LESS 10)
-    message(SEND_ERROR "only ${count} objects were searched")
+    message(SEND_ERROR "expected at least 10 objects, got ${count}")
 endif()
 message(STATUS "searched ${count} objects")

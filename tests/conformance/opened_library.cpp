@@ -1,6 +1,6 @@
-// A host that opens the library at run time, and whose heap has no memory left for a thread. A call on that thread
-// throws std::bad_alloc, the process goes on, and a later call on it solves. This program has its own malloc and its
-// relatives, which fail on demand and otherwise call those of glibc.
+// A host opens the library at run time, and its heap runs out of memory for a thread. A call on that thread throws
+// std::bad_alloc, the process continues, and a later call on the thread succeeds. This program replaces malloc and the
+// related functions by ones that fail on demand and otherwise call those of glibc.
 #include "quenta_native.h"
 #include "support/latch.hpp"
 
@@ -22,11 +22,11 @@ namespace {
 // Which allocations of the calling thread fail.
 struct failing_heap {
     long first = LONG_MAX, last = LONG_MAX;
-    long asked = 0;
+    long requests = 0;
     bool has_failed = false;
 
     bool fails() {
-        const long number = asked++;
+        const long number = requests++;
         has_failed = has_failed || (first <= number && number <= last);
         return first <= number && number <= last;
     }
@@ -83,7 +83,7 @@ void find(void* library, const char* name, function*& found) {
         throw std::runtime_error{name};
 }
 
-// What is missing is an exception: there is nothing to test without it.
+// Throws if the library or a function is missing.
 void open_and_start() {
     if (solve_vie2 != nullptr)
         return;
@@ -94,8 +94,8 @@ void open_and_start() {
     find(library, "quenta_rt_init", rt_init);
     find(library, "quenta_gc_collect", gc_collect);
     find(library, "quenta_solve_vie2", solve_vie2);
-    // A thread has room for the values of the first 32 keys. For later ones, pthread_setspecific allocates memory.
-    for (int taken = 0; taken < 32; ++taken) {
+    // A thread has space for the values of the first 32 keys. For later keys, pthread_setspecific allocates memory.
+    for (int created = 0; created < 32; ++created) {
         pthread_key_t key;
         ASSERT_EQ(pthread_key_create(&key, nullptr), 0);
     }
@@ -107,27 +107,27 @@ struct outcome {
     bool out_of_memory = false, heap_has_failed = false;
 };
 
-// A solve on the calling thread. A setting with m = 5 is refused.
+// Solves on the calling thread. m = 5 is not in the table, so the call returns status 1.
 outcome solve_with(const failing_heap& failing, int m = 2) {
     constexpr double ones[9] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
     constexpr int simpson[] = {0, 1, 2};
     double out[9];
     int n_steps = 0;
-    outcome seen;
+    outcome result;
     heap = failing;
     try {
-        seen.status = solve_vie2(ones, ones, 9, 0.01, m, simpson, 3, 0, out, nullptr, &n_steps);
+        result.status = solve_vie2(ones, ones, 9, 0.01, m, simpson, 3, 0, out, nullptr, &n_steps);
     } catch (const std::bad_alloc&) {
-        seen.out_of_memory = true;
+        result.out_of_memory = true;
     }
-    seen.heap_has_failed = heap.has_failed;
+    result.heap_has_failed = heap.has_failed;
     heap = {};
-    return seen;
+    return result;
 }
 
 constexpr failing_heap none_fails{}, all_fail{.first = 0};
 
-TEST(opened_library, serves_a_thread_that_is_older_than_it_after_it_was_out_of_memory) {
+TEST(opened_library, solves_on_a_thread_older_than_the_library_after_an_allocation_failed_there) {
     quenta_tests::latch opened{1};
     std::thread older{[&] {
         opened.wait();
@@ -140,7 +140,7 @@ TEST(opened_library, serves_a_thread_that_is_older_than_it_after_it_was_out_of_m
     older.join();
 }
 
-TEST(opened_library, throws_for_each_allocation_that_fails_on_a_new_thread_and_serves_it_afterwards) {
+TEST(opened_library, throws_bad_alloc_for_any_failing_allocation_on_a_new_thread_and_the_next_call_solves) {
     open_and_start();
     for (const bool all_further : {false, true}) {
         bool has_failed = true;
@@ -153,11 +153,11 @@ TEST(opened_library, throws_for_each_allocation_that_fails_on_a_new_thread_and_s
                 EXPECT_EQ(first.out_of_memory, has_failed);
                 EXPECT_EQ(solve_with(none_fails).status, QUENTA_SOLVED);
             }}.join();
-        EXPECT_GT(failures, 3) << "expected failures for the record, the slot and the arrays";
+        EXPECT_GT(failures, 3) << "expected failures of the record, the slot and the arrays";
     }
 }
 
-TEST(opened_library, needs_memory_on_an_attached_thread_only_for_arrays) {
+TEST(opened_library, allocates_nothing_but_arrays_on_an_attached_thread) {
     open_and_start();
     std::thread{[] {
         EXPECT_EQ(solve_with(none_fails).status, QUENTA_SOLVED);

@@ -1,4 +1,4 @@
-// A host that defines functions with names of the library. The library must call its own.
+// A host defines functions with the names of library functions. The library must still call its own.
 #include "quenta_function_solvers/function_solvers.hpp"
 
 #include "quenta_solvers/quenta_native.h"
@@ -31,14 +31,14 @@ namespace quenta_tests {
 
 namespace {
 
-// Everything else finds those of the host.
-TEST(names_of_the_host, come_before_those_of_the_library) {
+// Otherwise the next tests could not fail.
+TEST(names_of_the_host, are_found_before_those_of_the_library) {
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "quenta_solve_vie1_vec"), reinterpret_cast<void*>(&quenta_solve_vie1_vec));
     const char* const variant = "_ZN6quenta24function_solve_vie1_implILi1EEEbNS_4viewIKdEES3_iNS1_IdEE";
     EXPECT_EQ(dlsym(RTLD_DEFAULT, variant), reinterpret_cast<void*>(&quenta::function_solve_vie1_impl<1>));
 }
 
-TEST(names_of_the_host, do_not_take_the_place_of_a_variant) {
+TEST(names_of_the_host, do_not_replace_a_variant_that_the_library_calls) {
     const double A = 4.0, b = 2.0;
     double x = 0.0;
     EXPECT_EQ(function_solve_vie1(&A, &b, 1, 1, &x), QUENTA_SOLVED);
@@ -46,7 +46,7 @@ TEST(names_of_the_host, do_not_take_the_place_of_a_variant) {
     EXPECT_EQ(calls_of_the_host, 0);
 }
 
-TEST(names_of_the_host, do_not_take_the_place_of_an_export) {
+TEST(names_of_the_host, do_not_replace_an_export_that_the_library_calls) {
     const double g[] = {0.0, 1.0}, K[] = {2.0, 2.0};
     const int nodes[] = {1};
     double out[2] = {};
@@ -57,8 +57,8 @@ TEST(names_of_the_host, do_not_take_the_place_of_an_export) {
     EXPECT_EQ(calls_of_the_host, 0);
 }
 
-// One function under two names, and not two that report the same number.
-TEST(limits, of_points_are_one_function_in_both_families) {
+// Both names have the same address.
+TEST(limits, for_points_and_for_nodes_are_one_function) {
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "function_solve_max_p"), dlsym(RTLD_DEFAULT, "quenta_max_coll_params"));
     EXPECT_NE(dlsym(RTLD_DEFAULT, "function_solve_max_p"), dlsym(RTLD_DEFAULT, "function_solve_max_d"));
 }

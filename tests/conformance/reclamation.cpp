@@ -1,5 +1,5 @@
-// quenta_gc_collect waits for threads that are being attached, holds the lock of the library, and really gives the
-// heap's free memory back. It also does so after an attachment that failed, or that a fork interrupted.
+// quenta_gc_collect waits for threads that are being attached, holds the library lock, and returns free memory of the
+// heap to the system. This also works after an attachment that failed or that a fork interrupted.
 #include "quenta_native.h"
 #include "quenta_solvers/calling_threads_state.hpp"
 #include "support/forked_child.hpp"
@@ -28,11 +28,11 @@
 
 namespace {
 
-// Called once by the next attachment of this thread, between its entry into the list and its end. A result other than 0
-// is the error with which the last step of the attachment fails.
+// Called once during the next attachment of this thread, after its entry into the list. If the result is not 0, the
+// last step of the attachment fails with that error.
 thread_local int (*in_an_attachment)() = nullptr;
 
-// Called once by the next collection, while it gives memory back.
+// Called once by the next collection, when it returns memory.
 void (*in_a_collection)() = nullptr;
 
 std::atomic<bool> collection_waits{false};
@@ -45,8 +45,8 @@ void wait_until(const condition& holds) {
 
 } // namespace
 
-// The last step of an attachment, what a collection does while it waits, and how it gives memory back. The library
-// calls these functions instead of the platform's.
+// The library calls these functions instead of those of the platform: the last step of an attachment, the wait of a
+// collection, and the return of memory.
 [[gnu::visibility("default")]] int pthread_setspecific(pthread_key_t key, const void* value) noexcept {
     if (in_an_attachment != nullptr)
         if (const int error = std::exchange(in_an_attachment, nullptr)(); error != 0)
@@ -82,33 +82,32 @@ protected:
     int attached_before = 0;
 };
 
-// Whether a collection of this thread waits while another is being attached.
-bool collection_waits_for_a_newcomer() {
-    static std::atomic<bool> is_held_up, collection_is_over;
-    is_held_up = collection_waits = collection_is_over = false;
-    std::thread newcomer{[] {
+// Whether a collection on this thread waits while another thread is being attached.
+bool collection_waits_for_an_attachment() {
+    static std::atomic<bool> attaching, collection_is_over;
+    attaching = collection_waits = collection_is_over = false;
+    std::thread other{[] {
         in_an_attachment = [] {
-            is_held_up = true;
+            attaching = true;
             wait_until([] { return collection_waits || collection_is_over; });
             return 0;
         };
         quenta_gc_collect();
     }};
-    wait_until([] { return is_held_up.load(); });
+    wait_until([] { return attaching.load(); });
     const bool waited_before = collection_waits;
     quenta_gc_collect();
     collection_is_over = true;
-    newcomer.join();
+    other.join();
     return !waited_before && collection_waits;
 }
 
 TEST_F(reclamation, waits_for_a_thread_that_is_being_attached) {
-    EXPECT_TRUE(collection_waits_for_a_newcomer());
+    EXPECT_TRUE(collection_waits_for_an_attachment());
 }
 
-// As in a handler of a signal that comes during an attachment. The child collects in the handler. Then the attachment
-// goes on there.
-TEST_F(reclamation, goes_on_in_the_child_of_a_fork_that_has_interrupted_an_attachment) {
+// A signal handler may fork during an attachment. The child collects in the handler, then it completes the attachment.
+TEST_F(reclamation, works_in_the_child_of_a_fork_during_an_attachment) {
     std::thread{[this] {
         static pid_t child;
         in_an_attachment = [] {
@@ -119,13 +118,13 @@ TEST_F(reclamation, goes_on_in_the_child_of_a_fork_that_has_interrupted_an_attac
         };
         quenta_gc_collect();
         if (child == 0)
-            _exit(attached_threads.size() == attached_before + 1 && collection_waits_for_a_newcomer() ? 0 : 1);
+            _exit(attached_threads.size() == attached_before + 1 && collection_waits_for_an_attachment() ? 0 : 1);
         EXPECT_TRUE(quenta_tests::child_works(child));
     }}.join();
-    EXPECT_TRUE(collection_waits_for_a_newcomer());
+    EXPECT_TRUE(collection_waits_for_an_attachment());
 }
 
-TEST_F(reclamation, goes_on_after_an_attachment_without_memory_which_leaves_the_thread_unknown) {
+TEST_F(reclamation, works_after_an_attachment_that_ran_out_of_memory_and_left_the_thread_unattached) {
     std::thread{[this] {
         in_an_attachment = [] {
             return ENOMEM;
@@ -138,7 +137,7 @@ TEST_F(reclamation, goes_on_after_an_attachment_without_memory_which_leaves_the_
     EXPECT_EQ(attached_threads.size(), attached_before);
 }
 
-TEST_F(reclamation, gives_memory_back_under_the_lock_of_the_library) {
+TEST_F(reclamation, holds_the_library_lock_while_it_returns_memory) {
     static bool others_can_lock;
     others_can_lock = true;
     in_a_collection = [] {
@@ -153,7 +152,7 @@ TEST_F(reclamation, gives_memory_back_under_the_lock_of_the_library) {
 
 constexpr long mebibyte = 1024 * 1024;
 
-// The bytes of the process that are in memory.
+// The resident memory of the process, in bytes.
 long resident() {
     std::ifstream statm("/proc/self/statm");
     long pages = 0;
@@ -163,7 +162,7 @@ long resident() {
 
 TEST_F(reclamation, returns_free_pages_below_memory_in_use) {
     const long at_first = resident();
-    // Small blocks, of which the last one stays: the heap cannot shrink from its end.
+    // Small blocks. The last one is kept, so that the heap cannot shrink from its end.
     constexpr std::size_t size = 4000;
     std::vector<std::unique_ptr<char[]>> blocks;
     for (int block = 0; block < 16000; ++block) {
@@ -172,7 +171,7 @@ TEST_F(reclamation, returns_free_pages_below_memory_in_use) {
     }
     blocks.erase(blocks.begin(), blocks.end() - 1);
     const long held_back = resident() - at_first;
-    ASSERT_GT(held_back, 40 * mebibyte) << "the heap gives memory back by itself, so this shows nothing";
+    ASSERT_GT(held_back, 40 * mebibyte) << "expected the heap to keep free memory until the collection";
     quenta_gc_collect();
     EXPECT_LT(resident() - at_first, 10 * mebibyte);
 }

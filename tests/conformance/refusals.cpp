@@ -1,5 +1,5 @@
-// Requests that no solver from samples accepts have their status before anything is read or written: null arrays show
-// that.
+// Requests that no sample-based solver accepts return their status before any array is read or written. All arrays are
+// null pointers, so that an access would end the test.
 #include "conformance/sampled_call.hpp"
 
 #include <gtest/gtest.h>
@@ -16,48 +16,49 @@ namespace {
 
 struct request {
     int N, D, m, count, status;
-    std::vector<int> list; // null if empty
+    std::vector<int> list; // passed as a null pointer if empty
 
     const int* nodes() const { return list.empty() ? nullptr : list.data(); }
 };
 
-void PrintTo(const request& r, std::ostream* stream) {
-    *stream << "N = " << r.N << ", D = " << r.D << ", m = " << r.m << ", count = " << r.count << ", " << r.list.size()
-            << " ints in list";
+void PrintTo(const request& asked, std::ostream* stream) {
+    *stream << "N = " << asked.N << ", D = " << asked.D << ", m = " << asked.m << ", count = " << asked.count << ", "
+            << asked.list.size() << " ints in list";
 }
 
 struct solver {
     const char* name;
-    int (*call)(const request& r, int* n_steps);
+    int (*call)(const request& asked, int* n_steps);
 };
 
-void PrintTo(const solver& s, std::ostream* stream) {
-    *stream << s.name;
+void PrintTo(const solver& called, std::ostream* stream) {
+    *stream << called.name;
 }
 
-int call_vie1_vec(const request& r, int* n_steps) {
-    return quenta_solve_vie1_vec(nullptr, nullptr, r.N, r.D, nullptr, 0.03, r.m, r.nodes(), r.count, 1, 1, nullptr,
-                                 nullptr, n_steps);
+int call_vie1_vec(const request& asked, int* n_steps) {
+    return quenta_solve_vie1_vec(nullptr, nullptr, asked.N, asked.D, nullptr, 0.03, asked.m, asked.nodes(), asked.count,
+                                 1, 1, nullptr, nullptr, n_steps);
 }
-int call_vie1(const request& r, int* n_steps) {
-    return quenta_solve_vie1(nullptr, nullptr, r.N, 1.0, 0.03, r.m, r.nodes(), r.count, 1, 1, nullptr, nullptr,
-                             n_steps);
+int call_vie1(const request& asked, int* n_steps) {
+    return quenta_solve_vie1(nullptr, nullptr, asked.N, 1.0, 0.03, asked.m, asked.nodes(), asked.count, 1, 1, nullptr,
+                             nullptr, n_steps);
 }
-int call_vie2_vec(const request& r, int* n_steps) {
-    return quenta_solve_vie2_vec(nullptr, nullptr, r.N, r.D, 0.03, r.m, r.nodes(), r.count, 1, nullptr, nullptr,
-                                 n_steps);
-}
-int call_vie2(const request& r, int* n_steps) {
-    return quenta_solve_vie2(nullptr, nullptr, r.N, 0.03, r.m, r.nodes(), r.count, 1, nullptr, nullptr, n_steps);
-}
-
-int call_vide_vec(const request& r, int* n_steps) {
-    return quenta_solve_vide_vec(nullptr, nullptr, nullptr, r.N, r.D, nullptr, 0.03, r.m, r.nodes(), r.count, 1,
+int call_vie2_vec(const request& asked, int* n_steps) {
+    return quenta_solve_vie2_vec(nullptr, nullptr, asked.N, asked.D, 0.03, asked.m, asked.nodes(), asked.count, 1,
                                  nullptr, nullptr, n_steps);
 }
-int call_vide(const request& r, int* n_steps) {
-    return quenta_solve_vide(nullptr, nullptr, nullptr, r.N, 1.0, 0.03, r.m, r.nodes(), r.count, 1, nullptr, nullptr,
+int call_vie2(const request& asked, int* n_steps) {
+    return quenta_solve_vie2(nullptr, nullptr, asked.N, 0.03, asked.m, asked.nodes(), asked.count, 1, nullptr, nullptr,
                              n_steps);
+}
+
+int call_vide_vec(const request& asked, int* n_steps) {
+    return quenta_solve_vide_vec(nullptr, nullptr, nullptr, asked.N, asked.D, nullptr, 0.03, asked.m, asked.nodes(),
+                                 asked.count, 1, nullptr, nullptr, n_steps);
+}
+int call_vide(const request& asked, int* n_steps) {
+    return quenta_solve_vide(nullptr, nullptr, nullptr, asked.N, 1.0, 0.03, asked.m, asked.nodes(), asked.count, 1,
+                             nullptr, nullptr, n_steps);
 }
 
 const solver vector_solvers[] = {{"vie1_vec", call_vie1_vec}, {"vie2_vec", call_vie2_vec}, {"vide_vec", call_vide_vec}};
@@ -66,16 +67,16 @@ const solver all_solvers[] = {{"vie1", call_vie1},         {"vie1_vec", call_vie
 
 class refused_request : public ::testing::TestWithParam<std::tuple<solver, request>> {};
 
-TEST_P(refused_request, has_its_status_and_writes_nothing) {
-    const auto& [solver, r] = GetParam();
+TEST_P(refused_request, returns_its_status_and_does_not_write_n_steps) {
+    const auto& [solver, asked] = GetParam();
     int n_steps = marked_steps;
-    EXPECT_EQ(solver.call(r, &n_steps), r.status);
+    EXPECT_EQ(solver.call(asked, &n_steps), asked.status);
     EXPECT_EQ(n_steps, marked_steps);
 }
 
-template <class solvers, class requests>
-auto each_of(const solvers& called, const requests& made) {
-    return ::testing::Combine(::testing::ValuesIn(called), ::testing::ValuesIn(made));
+template <class solver_list, class request_list>
+auto each_of(const solver_list& solvers, const request_list& requests) {
+    return ::testing::Combine(::testing::ValuesIn(solvers), ::testing::ValuesIn(requests));
 }
 std::string case_name(const ::testing::TestParamInfo<std::tuple<solver, request>>& instance) {
     return std::string{std::get<0>(instance.param).name} + "_" + std::to_string(instance.index);
@@ -83,7 +84,7 @@ std::string case_name(const ::testing::TestParamInfo<std::tuple<solver, request>
 
 constexpr int unsupported = QUENTA_UNSUPPORTED_SETTING, overflow = QUENTA_SIZE_OVERFLOW;
 
-// A count that no row has, an unknown m: the list is not read.
+// No row has this m or this number of nodes, so the list is not read.
 const request without_a_list[] = {
     {1000, 2, 1, 0, unsupported, {}},       {1000, 2, 2, 0, unsupported, {}},
     {1000, 2, 3, 0, unsupported, {}},       {1000, 2, 4, 0, unsupported, {}},
@@ -103,7 +104,7 @@ const request unsupported_lists[] = {
     {1000, 2, 5, 1, unsupported, {1}}};
 INSTANTIATE_TEST_SUITE_P(unsupported_lists, refused_request, each_of(all_solvers, unsupported_lists), case_name);
 
-// (count + 1) squared: 46340 squared is below 2^31 and 46341 squared is not. Counts are signed.
+// The limit is on (count + 1) squared: 46340 squared is below 2^31, 46341 squared is not. Counts may be negative.
 const request wide_scalar_blocks[] = {
     {2, 1, 4, 46339, unsupported, {}}, {2, 1, 4, 46340, overflow, {}},         {2, 1, 4, -46341, unsupported, {}},
     {2, 1, 4, -46342, overflow, {}},   {2, 1, 1, 70000, overflow, {}},         {2, 1, 1, INT_MAX, overflow, {}},
@@ -111,7 +112,7 @@ const request wide_scalar_blocks[] = {
 };
 INSTANTIATE_TEST_SUITE_P(wide_blocks, refused_request, each_of(all_solvers, wide_scalar_blocks), case_name);
 
-// (count + 1) * steps: 2^31 - 1 is still accepted.
+// The limit is on (count + 1) * steps: 2^31 - 1 is accepted.
 const request many_steps[] = {
     {INT_MAX, 1, 1, 1, overflow, {0}},       {INT_MAX, 1, 2, 3, unsupported, {0, 1, 1}},
     {INT_MAX, 1, 2, 4, overflow, {}},        {1 << 30, 1, 1, 1, unsupported, {7}},
@@ -120,12 +121,12 @@ const request many_steps[] = {
 };
 INSTANTIATE_TEST_SUITE_P(many_steps, refused_request, each_of(all_solvers, many_steps), case_name);
 
-// The products of a negative number of samples are compared as they are.
+// A negative number of samples is not treated specially: the products are computed and compared.
 const request fewer_than_no_steps[] = {{-INT_MAX, 1, 1, -2, overflow, {}}};
 INSTANTIATE_TEST_SUITE_P(fewer_than_no_steps, refused_request, each_of(all_solvers, fewer_than_no_steps), case_name);
 
-// N * D * D, the coefficients, and the block of a step of order (count + 1) * D. A size that is accepted shows by the
-// status of a setting that is not.
+// The limits are on N * D * D, the number of coefficients, and the size of a block of order (count + 1) * D. Sizes
+// within the limits are combined with an unsupported setting, which then determines the status.
 const request large_systems[] = {
     {1000, 2000, 1, 1, overflow, {1}},       {INT_MAX, 1, 4, 1, unsupported, {5}},
     {INT_MAX, 2, 4, 1, overflow, {1}},       {INT_MAX, INT_MAX, 4, 1, overflow, {1}},

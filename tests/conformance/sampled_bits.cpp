@@ -1,5 +1,5 @@
-// Every solver from samples equals its plain twin bit for bit, for every row of the settings table and every class of
-// dimension, with and without coeffs.
+// Every sample-based solver is bit-identical to its reference implementation, for every row of the settings table and
+// every class of dimension, with and without coeffs.
 #include "conformance/sampled_bits.hpp"
 
 #include <cmath>
@@ -8,8 +8,7 @@ namespace quenta_tests {
 
 namespace {
 
-// Solves with and without coeffs.
-void compare_with_twin(const sampled_solver& solver, const sampled_problem& problem, comparison_counts& counts) {
+void compare_with_reference(const sampled_solver& solver, const sampled_problem& problem, comparison_counts& counts) {
     SCOPED_TRACE(problem.text());
     if (!solver.accepts(problem.row())) {
         ++counts.refused;
@@ -18,7 +17,7 @@ void compare_with_twin(const sampled_solver& solver, const sampled_problem& prob
         ASSERT_TRUE(refused.untouched());
         return;
     }
-    const reference::solution expected = twin_of(solver, problem);
+    const reference::solution expected = reference_of(solver, problem);
     ++(expected.solved ? counts.solved : counts.singular);
     for (const bool want_coeffs : {true, false}) {
         SCOPED_TRACE(want_coeffs ? "with coeffs" : "without coeffs");
@@ -47,22 +46,22 @@ std::vector<solver_of_dimension> every_solver_and_dimension() {
 
 class every_row : public ::testing::TestWithParam<solver_of_dimension> {};
 
-TEST_P(every_row, equals_the_twin_at_the_boundaries_of_the_schedule) {
+TEST_P(every_row, equals_the_reference_for_every_length_at_which_the_history_changes_its_algorithm) {
     const auto& [solver, D] = GetParam();
     random_data random{20260201 + std::uint64_t(D)};
     comparison_counts counts;
-    int suiting = 0;
+    int solvable = 0;
     std::vector<int> all_steps{boundary_steps.begin(), boundary_steps.end()};
-    if (D == 1) // more of them cost little
+    if (D == 1) // small enough for more lengths
         all_steps.insert(all_steps.end(), {31, 32, 34, 63, 300});
     for (const int steps : all_steps)
         for_each_row(steps, [&, &solver = solver, D = D](std::size_t row, std::size_t N) {
-            compare_with_twin(solver, random_problem(random, row, D, N), counts);
-            suiting += solver.suits(reference::settings()[row]);
+            compare_with_reference(solver, random_problem(random, row, D, N), counts);
+            solvable += solver.suits(reference::settings()[row]);
         });
     EXPECT_EQ(counts.all(), int(all_steps.size()) * 56);
-    EXPECT_GE(counts.solved, suiting);
-    EXPECT_GT(suiting, 0);
+    EXPECT_GE(counts.solved, solvable);
+    EXPECT_GT(solvable, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(solver, every_row, ::testing::ValuesIn(every_solver_and_dimension()),
@@ -77,14 +76,14 @@ protected:
     static std::vector<int> dimensions() {
         return GetParam().solves_systems ? std::vector{1, 2, 3, 8, 9} : std::vector{1};
     }
-    // One of each class.
+    // One fixed dimension, and one that is known only at run time.
     static std::vector<int> few_dimensions() { return GetParam().solves_systems ? std::vector{2, 9} : std::vector{1}; }
     static void compare(const sampled_problem& problem, comparison_counts& counts) {
-        compare_with_twin(GetParam(), problem, counts);
+        compare_with_reference(GetParam(), problem, counts);
     }
 };
 
-TEST_P(every_solver_bits, equals_the_twin_whatever_the_data) {
+TEST_P(every_solver_bits, equals_the_reference_for_every_kind_of_data) {
     random_data random{20260202};
     for (const data_kind& kind : data_kinds) {
         SCOPED_TRACE(kind.name);
@@ -98,8 +97,8 @@ TEST_P(every_solver_bits, equals_the_twin_whatever_the_data) {
     }
 }
 
-// Also under weights and factors of zero: with one component, at every place that there is.
-TEST_P(every_solver_bits, a_non_finite_sample_anywhere_shows_as_in_the_twin) {
+// Also where a sample is multiplied by zero. With one component, every sample is tried; with more, four random ones.
+TEST_P(every_solver_bits, equals_the_reference_with_any_sample_not_finite) {
     random_data random{20260203};
     comparison_counts counts;
     for (const int D : dimensions())
@@ -108,9 +107,9 @@ TEST_P(every_solver_bits, a_non_finite_sample_anywhere_shows_as_in_the_twin) {
                 sampled_problem problem = random_problem(random, row, D, N);
                 for (std::vector<double>* const array :
                      {&problem.data.g, &problem.data.K, &problem.data.a, &problem.data.y0}) {
-                    const std::size_t tried = D == 1 ? array->size() : 4;
-                    for (std::size_t place = 0; place < tried; ++place) {
-                        double& sample = (*array)[D == 1 ? place : random.below(array->size())];
+                    const std::size_t tries = D == 1 ? array->size() : 4;
+                    for (std::size_t index = 0; index < tries; ++index) {
+                        double& sample = (*array)[D == 1 ? index : random.below(array->size())];
                         const double ordinary = sample;
                         sample = non_finite(random);
                         compare(problem, counts);
@@ -119,10 +118,10 @@ TEST_P(every_solver_bits, a_non_finite_sample_anywhere_shows_as_in_the_twin) {
                 }
             });
     EXPECT_GT(counts.solved, 2000);
-    EXPECT_GT(counts.singular, 10) << "an infinite pivot counts as singular";
+    EXPECT_GT(counts.singular, 10) << "expected infinite pivots to count as singular";
 }
 
-TEST_P(every_solver_bits, every_spacing_is_taken_as_it_is) {
+TEST_P(every_solver_bits, equals_the_reference_for_extreme_spacings) {
     random_data random{20260204};
     comparison_counts counts;
     for (const int D : few_dimensions())
@@ -135,9 +134,10 @@ TEST_P(every_solver_bits, every_spacing_is_taken_as_it_is) {
     EXPECT_GT(counts.solved, 100);
 }
 
-// Small whole numbers and a spacing that is a power of two: sums are exact, magnitudes tie in the search of a pivot,
-// and blocks are singular now and then, by a zero or by the gap between their pivots, at the first step or later.
-TEST_P(every_solver_bits, ties_and_singular_blocks_are_decided_as_in_the_twin) {
+// Samples are small integers and the spacing is a power of two. So sums are exact, and several entries can have the
+// largest magnitude in the search for a pivot. Some blocks are singular, at the first step or later, because a pivot is
+// zero or much smaller than another one.
+TEST_P(every_solver_bits, equals_the_reference_for_ties_between_pivots_and_for_singular_blocks) {
     random_data random{20260205};
     comparison_counts counts;
     const data_kind whole_numbers{"", 1.0, small_integer, small_integer};
@@ -153,8 +153,8 @@ TEST_P(every_solver_bits, ties_and_singular_blocks_are_decided_as_in_the_twin) {
     EXPECT_GT(counts.singular, 50);
 }
 
-// A fixed dimension of 40 unknowns is the largest there is; here are up to 320.
-TEST_P(every_solver_bits, a_system_of_many_components_equals_the_twin) {
+// The variants of fixed dimensions have up to 40 unknowns per step. Here there are up to 320.
+TEST_P(every_solver_bits, equals_the_reference_for_64_components) {
     if (!GetParam().solves_systems)
         return;
     random_data random{20260206};
@@ -163,7 +163,7 @@ TEST_P(every_solver_bits, a_system_of_many_components_equals_the_twin) {
         const std::size_t S = std::size_t(reference::settings()[row].m * reference::settings()[row].m);
         compare(random_problem(random, row, 64, 4 * S + 1), counts);
     }
-    for (const std::size_t row : {1, 2}) // up to the transform
+    for (const std::size_t row : {1, 2}) // enough steps for the transform
         compare(random_problem(random, row, 64, 66 + 1), counts);
     EXPECT_EQ(counts.all(), 7);
     EXPECT_GE(counts.solved, 4);
@@ -172,16 +172,16 @@ TEST_P(every_solver_bits, a_system_of_many_components_equals_the_twin) {
 INSTANTIATE_TEST_SUITE_P(solver, every_solver_bits, ::testing::ValuesIn(every_solver),
                          [](const auto& instance) { return std::string{instance.param.name}; });
 
-// Otherwise the comparisons above could not see which of the three a solver takes.
-TEST(vide_twin, rounds_in_three_ways_that_bits_tell_apart) {
-    using enum reference::vide_body;
+// Otherwise the comparisons above could not detect that a solver uses the wrong one of the three.
+TEST(vide_reference, has_three_variants_that_round_differently) {
+    using enum reference::vide_variant;
     random_data random{20260207};
     int scalar_and_fixed = 0, fixed_and_any = 0, any_and_scalar = 0;
     for_each_row(10, [&](std::size_t row, std::size_t N) {
         const sampled_problem problem = random_problem(random, row, 2, N);
         const auto& [D, g, K, a, y0] = problem.data;
-        const auto out = [&, D = D, &g = g, &K = K, &a = a, &y0 = y0](reference::vide_body body) {
-            return reference::solve_vide(body, g, K, a, D, y0, problem.dt, problem.row()).out;
+        const auto out = [&, D = D, &g = g, &K = K, &a = a, &y0 = y0](reference::vide_variant variant) {
+            return reference::solve_vide(variant, g, K, a, D, y0, problem.dt, problem.row()).out;
         };
         scalar_and_fixed += !equal_bits(out(scalar), out(fixed_dimension));
         fixed_and_any += !equal_bits(out(fixed_dimension), out(any_dimension));

@@ -1,4 +1,5 @@
-// What the comparisons of the solvers with their twins share: the data, the numbers of steps, and what must agree.
+// Shared by the comparisons of sample-based solvers with their reference implementations: what must agree, the numbers
+// of steps, the data, and the calls of the reference implementations.
 #pragma once
 
 #include "conformance/every_solver.hpp"
@@ -27,7 +28,7 @@ inline constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 // ---- What must agree ----
 
-// How many problems ended in each status. A test that expects some of a kind makes sure that it saw them.
+// How many problems ended in each status, so that a test can check that it saw the cases it is about.
 struct comparison_counts {
     int solved = 0;
     int singular = 0;
@@ -36,7 +37,7 @@ struct comparison_counts {
     int all() const { return solved + singular + refused; }
 };
 
-// The cells of a step that mean nothing hold what the caller left there.
+// Cells of a step that hold no coefficient must be untouched.
 inline ::testing::AssertionResult equal_coefficients(const reference::solution& expected,
                                                      std::span<const double> coeffs) {
     const std::size_t written = std::size_t(expected.meaningful_of_a_step);
@@ -48,36 +49,37 @@ inline ::testing::AssertionResult equal_coefficients(const reference::solution& 
             return ::testing::AssertionFailure() << "coefficients of step " << n << ": " << equal.message();
         for (const double cell : coeffs.subspan(n * stride + written, stride - written))
             if (!is_marked(cell))
-                return ::testing::AssertionFailure() << "the last slot of step " << n << " was written";
+                return ::testing::AssertionFailure() << "expected the last slot of step " << n << " to be untouched";
     }
     return ::testing::AssertionSuccess();
 }
 
-// All that is written, and all that must not be. To be called in the scope of a trace that tells the problem.
+// Compares everything that is written, and checks that nothing else is. Call it where a SCOPED_TRACE names the problem.
 inline void expect_equal(const reference::solution& expected, const sampled_answer& actual, bool want_coeffs) {
     if (!expected.solved) {
         ASSERT_EQ(actual.status, QUENTA_SINGULAR_BLOCK);
-        ASSERT_TRUE(actual.untouched()) << "something was written although the block is singular";
+        ASSERT_TRUE(actual.untouched()) << "expected no output for a singular block";
         return;
     }
     ASSERT_EQ(actual.status, QUENTA_SOLVED);
     ASSERT_EQ(actual.n_steps, expected.steps);
     ASSERT_TRUE(equal_bits(expected.out, actual.out.values()));
-    ASSERT_TRUE(actual.out.fences_hold()) << "written outside out";
-    ASSERT_TRUE(actual.coeffs.fences_hold()) << "written outside coeffs";
+    ASSERT_TRUE(actual.out.fences_hold()) << "the solver wrote outside out";
+    ASSERT_TRUE(actual.coeffs.fences_hold()) << "the solver wrote outside coeffs";
     if (want_coeffs)
         ASSERT_TRUE(equal_coefficients(expected, actual.coeffs.values()));
     else
-        ASSERT_TRUE(actual.coeffs.untouched()) << "coeffs was written although it was not wanted";
+        ASSERT_TRUE(actual.coeffs.untouched()) << "expected coeffs to be untouched, since want_coeffs is 0";
 }
 
 // ---- Numbers of steps ----
 
-// No step, few, and both sides of the boundaries of the history's schedule.
+// No step, a few, and both sides of the lengths at which the history changes its algorithm.
 inline constexpr std::array boundary_steps{0, 1, 2, 3, 33, 64, 65, 66, 67, 68, 69, 70, 130};
 
-// Calls visit(row number, number of samples) for every row, with samples past the last whole step in two rows of three.
-// A row that has both ends of the step as nodes cannot run without a whole step.
+// Calls visit(row number, number of samples) for every row. Two rows of three have samples past the last whole step.
+// There are always enough samples for the kernel of the first step, so rows with nodes at both ends have at least one
+// step.
 template <class visitor>
 void for_each_row(int steps, const visitor& visit) {
     for (std::size_t row = 0; row < reference::settings().size(); ++row) {
@@ -99,10 +101,10 @@ inline double ordinary(random_data& random) {
 inline double positive(random_data& random) {
     return random.uniform_value(0.5, 1.5);
 }
-inline double of_several_sizes(random_data& random) {
+inline double over_24_binary_orders(random_data& random) {
     return random.wide_value(12);
 }
-inline double of_all_sizes(random_data& random) {
+inline double over_all_binary_orders(random_data& random) {
     return random.wide_value(1020);
 }
 inline double subnormal(random_data& random) {
@@ -111,7 +113,7 @@ inline double subnormal(random_data& random) {
 inline double zero_of_either_sign(random_data& random) {
     return random.below(2) == 0 ? 0.0 : -0.0;
 }
-inline double special_now_and_then(random_data& random) {
+inline double sometimes_special(random_data& random) {
     return random.below(64) == 0 ? random.special_value() : random.uniform_value();
 }
 inline double non_finite(random_data& random) {
@@ -138,16 +140,17 @@ inline void PrintTo(const data_kind& kind, std::ostream* stream) {
     *stream << kind.name;
 }
 
-// A spacing that is a power of two, or much smaller than 1, hides how products with it are grouped.
+// If the spacing is a power of two or much smaller than 1, the results do not depend on the order of products with it.
+// So several spacings are neither.
 inline constexpr data_kind data_kinds[] = {
     {"ordinary", 0.05, ordinary, ordinary},
     {"growing", 0.2, positive, positive},
-    {"back_in_time", -3.0, of_several_sizes, of_several_sizes},
-    {"huge", 0x1p10, of_all_sizes, of_several_sizes},
+    {"negative_spacing", -3.0, over_24_binary_orders, over_24_binary_orders},
+    {"huge", 0x1p10, over_all_binary_orders, over_24_binary_orders},
     {"subnormal", 1.0, subnormal, ordinary},
     {"signed_zeros_in_g", 0.5, zero_of_either_sign, ordinary},
     {"signed_zeros_in_K", 0.5, ordinary, zero_of_either_sign},
-    {"special_values_now_and_then", 0.1, special_now_and_then, special_now_and_then},
+    {"some_special_values", 0.1, sometimes_special, sometimes_special},
 };
 
 inline constexpr double extreme_spacings[] = {
@@ -168,7 +171,7 @@ struct sampled_problem {
     }
 };
 
-// Forcing and first value are of one kind, kernel and coefficient of the other; nothing is symmetric.
+// kind.g draws the forcing and the initial value, kind.K the kernel and the coefficient. Nothing is symmetric.
 inline sampled_problem random_problem(random_data& random, std::size_t row, int D, std::size_t N,
                                       const data_kind& kind = data_kinds[0]) {
     sampled_problem problem{row, kind.dt, system_samples{D}};
@@ -179,23 +182,23 @@ inline sampled_problem random_problem(random_data& random, std::size_t row, int 
     return problem;
 }
 
-// ---- The twins ----
+// ---- Reference implementations ----
 
-inline reference::solution twin_of(const sampled_solver& solver, const sampled_problem& problem) {
+inline reference::solution reference_of(const sampled_solver& solver, const sampled_problem& problem) {
     const auto& [D, g, K, a, y0] = problem.data;
     switch (solver.kind) {
     case equation::first_kind:
         return reference::solve_vie1(g, K, D, y0, problem.dt, solver.carries_value, problem.row());
     case equation::second_kind:
         return reference::solve_vie2(g, K, D, problem.dt, problem.row());
-    case equation::derivative:
+    case equation::integro_differential:
         break;
     }
     constexpr int largest_fixed_dimension = 8;
-    const reference::vide_body body = !solver.solves_systems         ? reference::vide_body::scalar
-                                      : D <= largest_fixed_dimension ? reference::vide_body::fixed_dimension
-                                                                     : reference::vide_body::any_dimension;
-    return reference::solve_vide(body, g, K, a, D, y0, problem.dt, problem.row());
+    const reference::vide_variant variant = !solver.solves_systems         ? reference::vide_variant::scalar
+                                            : D <= largest_fixed_dimension ? reference::vide_variant::fixed_dimension
+                                                                           : reference::vide_variant::any_dimension;
+    return reference::solve_vide(variant, g, K, a, D, y0, problem.dt, problem.row());
 }
 
 } // namespace quenta_tests

@@ -1,4 +1,4 @@
-// One call of a solver from samples with its outputs under watch.
+// A call of a sample-based solver whose outputs are checked for stray writes.
 #pragma once
 
 #include "quenta_native.h"
@@ -26,13 +26,13 @@ inline int steps_of(std::size_t N, const reference::setting& row) {
     return (int(N) - 1) / (row.m * row.m);
 }
 
-// The outputs of a call with N samples of D components, before it.
-inline sampled_answer awaited_answer(std::size_t N, int D, const reference::setting& row) {
+// The outputs of a call with N samples of D components, before the call.
+inline sampled_answer blank_answer(std::size_t N, int D, const reference::setting& row) {
     const std::size_t steps = std::size_t(std::max(steps_of(N, row), 0)), slots = row.indices.size() + 1;
     return {.status = -1, .out = fenced_array{N * D}, .coeffs = fenced_array{steps * slots * D}};
 }
 
-// The samples that the first step needs of the kernel, whether or not there is a whole step.
+// The number of kernel samples that the first step needs. The solver reads them even if there is no whole step.
 inline int present_samples(const reference::setting& row) {
     int largest = 0;
     for (const int k_i : row.indices)

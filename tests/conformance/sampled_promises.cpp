@@ -1,5 +1,5 @@
-// What every solver from samples promises alike, one promise a test: the ends of the grid, the means at the boundaries
-// of steps, samples that are no numbers, and the flags.
+// The promises that all sample-based solvers share, one per test: the ends of the grid, the means at step boundaries,
+// samples that are NaN, and the flags.
 #include "conformance/sampled_promises.hpp"
 #include "conformance/every_solver.hpp"
 
@@ -17,14 +17,14 @@ constexpr double dt = 0.03;
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-class every_solver_from_samples : public ::testing::TestWithParam<sampled_solver> {
+class every_sample_based_solver : public ::testing::TestWithParam<sampled_solver> {
 protected:
-    // One component, two, the most that have a body of their own, and more.
+    // The smallest and the largest dimensions with variants of their own, and one without.
     static std::vector<int> dimensions() {
         return GetParam().solves_systems ? std::vector{1, 2, 8, 9} : std::vector{1};
     }
 
-    static bool suits(const setting& row) { return GetParam().suits(row); }
+    static bool is_solvable(const setting& row) { return GetParam().suits(row); }
 
     // Calls visit(row, D) for all settings that have the property.
     template <class property, class visitor>
@@ -42,7 +42,7 @@ protected:
     }
 };
 
-TEST_P(every_solver_from_samples, gives_zeros_on_a_grid_shorter_than_a_step) {
+TEST_P(every_sample_based_solver, gives_zeros_on_a_grid_shorter_than_a_step) {
     const auto is_short = [](const setting& row) {
         return GetParam().accepts(row) && present_samples(row) <= row.m * row.m;
     };
@@ -56,8 +56,8 @@ TEST_P(every_solver_from_samples, gives_zeros_on_a_grid_shorter_than_a_step) {
     });
 }
 
-TEST_P(every_solver_from_samples, neither_reads_samples_past_the_last_whole_step_nor_solves_there) {
-    for_each_problem(suits, [](const setting& row, int D) {
+TEST_P(every_sample_based_solver, ignores_samples_past_the_last_whole_step_and_gives_zeros_there) {
+    for_each_problem(is_solvable, [](const setting& row, int D) {
         const int S = row.m * row.m, N = 3 * S + 1;
         system_samples data{D, N};
         const sampled_answer whole = solve(data, row);
@@ -72,42 +72,41 @@ TEST_P(every_solver_from_samples, neither_reads_samples_past_the_last_whole_step
     });
 }
 
-// One step is averaged with nothing; between two, the sample is the mean of their one-sided values.
-TEST_P(every_solver_from_samples, reports_the_mean_of_the_two_one_sided_values_at_a_step_boundary) {
-    for_each_problem(suits, [](const setting& row, int D) {
+TEST_P(every_sample_based_solver, returns_the_mean_of_the_two_one_sided_values_at_a_boundary_between_steps) {
+    for_each_problem(is_solvable, [](const setting& row, int D) {
         const int S = row.m * row.m, P = int(row.indices.size());
         for (const int steps : {1, 2, 3}) {
             const sampled_answer answer = solve({D, steps * S + 1}, row);
             expect_solved(answer, steps);
-            // Component r of the polynomial of step j at s, and the size of its terms.
+            // Component a of the polynomial of step n at s, and the sum of the magnitudes of its terms.
             struct sum_of_powers {
                 double value = 0.0, size = 0.0;
             };
-            const auto polynomial = [&](int j, double s, int r) {
+            const auto polynomial = [&](int n, double s, int a) {
                 sum_of_powers sum;
-                for (int e = GetParam().powers(row) - 1; e >= 0; --e) {
-                    const double coefficient = answer.coeffs.values()[((P + 1) * j + e) * D + r];
+                for (int p = GetParam().powers(row) - 1; p >= 0; --p) {
+                    const double coefficient = answer.coeffs.values()[((P + 1) * n + p) * D + a];
                     sum.value = sum.value * s + coefficient;
                     sum.size = sum.size * s + std::fabs(coefficient);
                 }
                 return sum;
             };
-            for (int r = 0; r < D; ++r)
-                for (int i = 0; i <= steps * S; ++i) {
-                    const int j = i / S, e = i % S;
-                    const bool ends = e == 0 && j > 0, starts = j < steps;
-                    const sum_of_powers before = ends ? polynomial(j - 1, 1.0, r) : polynomial(j, double(e) / S, r);
-                    const sum_of_powers after = starts ? polynomial(j, double(e) / S, r) : before;
-                    EXPECT_NEAR(answer.out.values()[i * D + r], (before.value + after.value) / 2,
+            for (int a = 0; a < D; ++a)
+                for (int sample = 0; sample <= steps * S; ++sample) {
+                    const int n = sample / S, e = sample % S;
+                    const bool ends = e == 0 && n > 0, starts = n < steps;
+                    const sum_of_powers before = ends ? polynomial(n - 1, 1.0, a) : polynomial(n, double(e) / S, a);
+                    const sum_of_powers after = starts ? polynomial(n, double(e) / S, a) : before;
+                    EXPECT_NEAR(answer.out.values()[sample * D + a], (before.value + after.value) / 2,
                                 1e-14 * (before.size + after.size))
-                        << "sample " << i << " of " << steps << " steps, component " << r;
+                        << "sample " << sample << " of " << steps << " steps, component " << a;
                 }
         }
     });
 }
 
-TEST_P(every_solver_from_samples, leaves_the_slots_alone_for_which_a_polynomial_has_no_power) {
-    for_each_problem(suits, [](const setting& row, int D) {
+TEST_P(every_sample_based_solver, leaves_the_last_slot_of_a_step_untouched_if_the_polynomial_has_no_such_power) {
+    for_each_problem(is_solvable, [](const setting& row, int D) {
         const sampled_answer answer = solve({D, 2 * row.m * row.m + 1}, row);
         expect_solved(answer, 2);
         const int slots = int(row.indices.size()) + 1;
@@ -116,8 +115,8 @@ TEST_P(every_solver_from_samples, leaves_the_slots_alone_for_which_a_polynomial_
     });
 }
 
-TEST_P(every_solver_from_samples, takes_a_block_of_nan_for_regular) {
-    for_each_problem(suits, [](const setting& row, int D) {
+TEST_P(every_sample_based_solver, does_not_report_a_block_of_nan_as_singular) {
+    for_each_problem(is_solvable, [](const setting& row, int D) {
         const int N = 3 * row.m * row.m + 1;
         system_samples data{D, N};
         std::fill(data.K.begin(), data.K.end(), nan);
@@ -127,8 +126,8 @@ TEST_P(every_solver_from_samples, takes_a_block_of_nan_for_regular) {
     });
 }
 
-TEST_P(every_solver_from_samples, needs_no_room_for_coefficients_that_are_not_wanted) {
-    for_each_problem(suits, [](const setting& row, int D) {
+TEST_P(every_sample_based_solver, does_not_write_coeffs_if_want_coeffs_is_0) {
+    for_each_problem(is_solvable, [](const setting& row, int D) {
         const system_samples data{D, 2 * row.m * row.m + 1};
         const sampled_answer with = solve(data, row), without = solve(data, row, 0);
         expect_solved(with, 2);
@@ -138,8 +137,8 @@ TEST_P(every_solver_from_samples, needs_no_room_for_coefficients_that_are_not_wa
     });
 }
 
-TEST_P(every_solver_from_samples, takes_any_flag_but_zero_for_yes) {
-    for_each_problem(suits, [](const setting& row, int D) {
+TEST_P(every_sample_based_solver, treats_any_flag_except_zero_as_yes) {
+    for_each_problem(is_solvable, [](const setting& row, int D) {
         const system_samples data{D, row.m * row.m + 1};
         const sampled_answer expected = solve(data, row);
         for (const int flag : {2, -1, 256, INT_MIN}) {
@@ -151,7 +150,7 @@ TEST_P(every_solver_from_samples, takes_any_flag_but_zero_for_yes) {
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(solver, every_solver_from_samples, ::testing::ValuesIn(every_solver),
+INSTANTIATE_TEST_SUITE_P(solver, every_sample_based_solver, ::testing::ValuesIn(every_solver),
                          [](const auto& instance) { return std::string{instance.param.name}; });
 
 } // namespace

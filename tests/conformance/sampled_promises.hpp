@@ -1,4 +1,4 @@
-// What the tests of the promises share: data, and expectations of an answer.
+// Shared by the tests of promises: data, and checks of an answer.
 #pragma once
 
 #include "conformance/sampled_call.hpp"
@@ -12,17 +12,17 @@
 
 namespace quenta_tests {
 
-// Forcing and kernel without any structure that a wrong index could hide behind.
-inline double g_at(int i) {
-    return 1.0 + std::sin(1.7 * i + 0.3);
+// Forcing and kernel. Each sample has a different value, so that a wrong index changes the result.
+inline double g_at(int sample) {
+    return 1.0 + std::sin(1.7 * sample + 0.3);
 }
-inline double K_at(int i) {
-    return 0.5 + std::cos(0.9 * i - 0.2);
+inline double K_at(int sample) {
+    return 0.5 + std::cos(0.9 * sample - 0.2);
 }
 inline std::vector<double> sampled(double (*value)(int), int N) {
     std::vector<double> samples;
-    for (int i = 0; i < N; ++i)
-        samples.push_back(value(i));
+    for (int sample = 0; sample < N; ++sample)
+        samples.push_back(value(sample));
     return samples;
 }
 inline std::vector<double> constant(double value, int N) {
@@ -52,17 +52,17 @@ void for_each_setting(const property& wanted, const visitor& visit) {
 
 inline void expect_near(double expected, double actual, const char* what, int index) {
     EXPECT_NEAR(expected, actual, 1e-13 * std::fabs(expected) + 1e-14)
-        << what << " at index " << index << ": expected " << in_hexadecimal(expected) << ", actual "
+        << what << " at index " << index << ": expected " << in_hexadecimal(expected) << ", got "
         << in_hexadecimal(actual) << ", " << ulps_apart(expected, actual) << " ulps apart";
 }
 
-// The samples of a solution that has the value U[j] all over step j, with one spacing to the step.
+// Checks the samples of a solution that has the value U[n] throughout step n, for steps of one spacing.
 inline void expect_constant_steps(const std::vector<double>& U, const sampled_answer& answer) {
     const int steps = int(U.size());
     const std::span<const double> out = answer.out.values();
     expect_near(U[0], out[0], "out", 0);
-    for (int x = 1; x < steps; ++x)
-        expect_near((U[x - 1] + U[x]) / 2, out[x], "out", x);
+    for (int n = 1; n < steps; ++n)
+        expect_near((U[n - 1] + U[n]) / 2, out[n], "out", n);
     expect_near(U[steps - 1], out[steps], "out", steps);
 }
 

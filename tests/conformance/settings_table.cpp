@@ -1,4 +1,4 @@
-// quenta_get_supported_settings writes the table, all of it and nothing else, without any start.
+// quenta_get_supported_settings writes the whole table and nothing else. The library need not be started.
 #include "quenta_native.h"
 #include "reference/settings.hpp"
 
@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(settings_table, is_written_row_by_row_in_six_ints_each) {
+TEST(settings_table, has_six_ints_per_row_and_nothing_is_written_outside_it) {
     constexpr int canary = 424242;
     std::array<int, 336 + 16> settings;
     settings.fill(canary);

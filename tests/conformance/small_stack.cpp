@@ -1,4 +1,4 @@
-// The largest variants of every solver run on a thread that has no more stack than the header says they take.
+// Every solver runs on a thread whose stack has the size that the header states for it.
 #include "conformance/every_solver.hpp"
 #include "support/painted_stack.hpp"
 
@@ -13,7 +13,6 @@ namespace {
 
 constexpr std::size_t KiB = 1024;
 
-// The solve, with its outputs ready before.
 struct solve_on_thread {
     const sampled_solver& solver;
     const system_samples& data;
@@ -29,7 +28,7 @@ void* solve(void* argument) {
 
 class small_stack : public ::testing::TestWithParam<sampled_solver> {};
 
-TEST_P(small_stack, is_enough_for_the_largest_variants) {
+TEST_P(small_stack, of_the_size_in_the_header_is_enough_for_every_setting) {
     const sampled_solver& solver = GetParam();
     int solved = 0;
     std::size_t most = 0;
@@ -37,7 +36,7 @@ TEST_P(small_stack, is_enough_for_the_largest_variants) {
         if (!solver.suits(row))
             continue;
         for (const int D : solver.solves_systems ? std::vector{1, 7, 8, 9} : std::vector{1}) {
-            // With steps in which the history takes the path of the transform.
+            // Enough steps for the transform in the history.
             const system_samples data{D, 70 * row.m * row.m + 1};
             painted_stack stack{std::size_t(solver.stack_KiB) * KiB};
             solve_on_thread task{solver, data, row};

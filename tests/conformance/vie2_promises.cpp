@@ -1,5 +1,5 @@
-// What quenta_solve_vie2 and quenta_solve_vie2_vec promise, one promise a test: the worked examples, weights of zero
-// and singular blocks.
+// The promises of quenta_solve_vie2 and quenta_solve_vie2_vec, one per test: worked examples, the ends of the grid,
+// weights of zero and singular blocks.
 #include "conformance/every_solver.hpp"
 #include "conformance/sampled_promises.hpp"
 
@@ -24,10 +24,10 @@ sampled_answer solve(const setting& row, int N) {
     return call_vie2(sampled(g_at, N), sampled(K_at, N), dt, row);
 }
 
-// ---- Worked examples, from their formulas ----
+// ---- Worked examples, computed from their formulas ----
 
-// With the node at the left end of the step it is explicit, at the right end implicit.
-TEST(vie2_example, one_node_at_an_end_of_the_step_is_a_rectangle_rule) {
+// The rule is explicit with the node at the left end of the step, implicit with the node at the right end.
+TEST(vie2_example, one_node_at_an_end_of_the_step_gives_a_rectangle_rule) {
     constexpr int steps = 50;
     for (const int node : {0, 1}) {
         const sampled_answer answer = solve({1, {node}}, steps + 1);
@@ -35,34 +35,34 @@ TEST(vie2_example, one_node_at_an_end_of_the_step_is_a_rectangle_rule) {
         std::vector<double> U;
         for (int n = 0; n < steps; ++n) {
             double sum = 0.0;
-            for (int j = 0; j < n; ++j)
-                sum += K_at(n - j) * U[j];
+            for (int k = 0; k < n; ++k)
+                sum += K_at(n - k) * U[k];
             U.push_back((g_at(n + node) + dt * sum) / (1.0 - dt * node * K_at(0)));
         }
         expect_constant_steps(U, answer);
     }
 }
 
-// Each step has its own value at both ends, so that the value at t_n occurs twice.
-TEST(vie2_example, row_2_has_the_trapezoidal_rule_on_every_step) {
+// Each step has a value at both of its ends, so there are two values at t_n.
+TEST(vie2_example, row_2_gives_the_trapezoidal_rule_on_every_step) {
     constexpr int steps = 50;
     const sampled_answer answer = solve({1, {0, 1}}, steps + 1);
     expect_solved(answer, steps);
     std::vector<double> left, right;
     for (int n = 0; n < steps; ++n) {
         double at_left = g_at(n), at_right = g_at(n + 1);
-        for (int i = 0; i < n; ++i) {
-            const int j = n - i;
-            at_left += dt / 2 * (K_at(j) * left[i] + K_at(j - 1) * right[i]);
-            at_right += dt / 2 * (K_at(j + 1) * left[i] + K_at(j) * right[i]);
+        for (int k = 0; k < n; ++k) {
+            const int d = n - k;
+            at_left += dt / 2 * (K_at(d) * left[k] + K_at(d - 1) * right[k]);
+            at_right += dt / 2 * (K_at(d + 1) * left[k] + K_at(d) * right[k]);
         }
         left.push_back(at_left);
         right.push_back((at_right + dt / 2 * K_at(1) * at_left) / (1.0 - dt / 2 * K_at(0)));
     }
     const auto out = answer.out.values();
     expect_near(left[0], out[0], "out", 0);
-    for (int x = 1; x < steps; ++x)
-        expect_near((right[x - 1] + left[x]) / 2, out[x], "out", x);
+    for (int n = 1; n < steps; ++n)
+        expect_near((right[n - 1] + left[n]) / 2, out[n], "out", n);
     expect_near(right[steps - 1], out[steps], "out", steps);
     for (int n = 0; n < steps; ++n) {
         expect_near(left[n], answer.coeffs.values()[n * 3], "coeffs", n * 3);
@@ -70,7 +70,7 @@ TEST(vie2_example, row_2_has_the_trapezoidal_rule_on_every_step) {
     }
 }
 
-TEST(vie2_example, row_4_is_the_midpoint_rule) {
+TEST(vie2_example, row_4_gives_the_midpoint_rule) {
     constexpr int steps = 50;
     const sampled_answer answer = solve({2, {1}}, 4 * steps + 1);
     expect_solved(answer, steps);
@@ -78,8 +78,8 @@ TEST(vie2_example, row_4_is_the_midpoint_rule) {
     std::vector<double> U;
     for (int n = 0; n < steps; ++n) {
         double sum = 0.0;
-        for (int j = 1; j <= n; ++j)
-            sum += K_at(4 * j) * U[n - j];
+        for (int d = 1; d <= n; ++d)
+            sum += K_at(4 * d) * U[n - d];
         U.push_back((g_at(4 * n + 2) + h * sum) / (1.0 - h * K_at(1) / 2));
     }
     for (int n = 0; n < steps; ++n) {
@@ -89,29 +89,29 @@ TEST(vie2_example, row_4_is_the_midpoint_rule) {
     }
 }
 
-TEST(vie2_example, row_9_has_simpsons_rule_on_every_step) {
+TEST(vie2_example, row_9_gives_simpsons_rule_on_every_step) {
     constexpr int steps = 20;
     const sampled_answer answer = solve({2, {0, 1, 2}}, 4 * steps + 1);
     expect_solved(answer, steps);
     const double h = 4 * dt;
     constexpr double b[3] = {1.0 / 6, 2.0 / 3, 1.0 / 6};
-    // The two lower rows of W, and the present step solved for the last two values by Cramer's rule.
+    // The last two rows of W. The current step is solved for its last two values by Cramer's rule.
     const double L1[3][3] = {{1, 0, 0}, {0.375, 0.75, -0.125}, {0, 1, 0}};
     const double L2[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
     double W1[3] = {}, W2[3] = {};
     for (int q = 0; q < 3; ++q)
-        for (int l = 0; l < 3; ++l) {
-            W1[l] += b[q] / 2 * K_at(2 - q) * L1[q][l];
-            W2[l] += b[q] * K_at(4 - 2 * q) * L2[q][l];
+        for (int j = 0; j < 3; ++j) {
+            W1[j] += b[q] / 2 * K_at(2 - q) * L1[q][j];
+            W2[j] += b[q] * K_at(4 - 2 * q) * L2[q][j];
         }
     std::vector<double> U;
     for (int n = 0; n < steps; ++n) {
         double rhs[3];
         for (int i = 0; i < 3; ++i) {
             rhs[i] = g_at(4 * n + 2 * i);
-            for (int j = 1; j <= n; ++j)
-                for (int l = 0; l < 3; ++l)
-                    rhs[i] += h * b[l] * K_at(4 * j + 2 * (i - l)) * U[3 * (n - j) + l];
+            for (int d = 1; d <= n; ++d)
+                for (int j = 0; j < 3; ++j)
+                    rhs[i] += h * b[j] * K_at(4 * d + 2 * (i - j)) * U[3 * (n - d) + j];
         }
         const double r1 = rhs[1] + h * W1[0] * rhs[0], r2 = rhs[2] + h * W2[0] * rhs[0];
         const double a11 = 1 - h * W1[1], a12 = -h * W1[2], a21 = -h * W2[1], a22 = 1 - h * W2[2];
@@ -129,10 +129,10 @@ TEST(vie2_example, row_9_has_simpsons_rule_on_every_step) {
     }
 }
 
-TEST(vie2_example, row_15_has_radaus_rule_in_the_history) {
+TEST(vie2_example, row_15_applies_radaus_rule_to_the_previous_step) {
     const setting row{3, {0, 2}};
     const double h = 9 * dt;
-    // Two steps; the second one's first node has no part of its own step in it.
+    // There are two steps. The equation at the first node of the second step contains no integral over its own step.
     const sampled_answer answer = solve(row, 19);
     expect_solved(answer, 2);
     const auto coeffs = answer.coeffs.values();
@@ -143,12 +143,12 @@ TEST(vie2_example, row_15_has_radaus_rule_in_the_history) {
                 "u_1 at node", 0);
 }
 
-// Cramer's rule on A = 1 - dt K(0): its transpose has another solution.
-TEST(vie2_vec_example, two_components_keep_the_orientation_of_the_kernel) {
+// Solved by Cramer's rule. With the kernel transposed, the solution would be different.
+TEST(vie2_vec_example, the_kernel_is_not_transposed) {
     constexpr int steps = 8;
     const system_samples data{2, steps + 1};
-    const auto K = [&](int n, int r, int s) {
-        return dt * data.K[4 * n + 2 * r + s];
+    const auto K = [&](int d, int a, int b) {
+        return dt * data.K[4 * d + 2 * a + b];
     };
     ASSERT_NE(K(0, 0, 1), K(0, 1, 0));
     const sampled_answer answer = call_vie2_vec(data.g, data.K, 2, dt, {1, {1}});
@@ -156,94 +156,94 @@ TEST(vie2_vec_example, two_components_keep_the_orientation_of_the_kernel) {
     std::vector<std::array<double, 2>> U;
     for (int n = 0; n < steps; ++n) {
         double rhs[2];
-        for (int r = 0; r < 2; ++r) {
-            rhs[r] = data.g[2 * (n + 1) + r];
-            for (int j = 1; j <= n; ++j)
-                rhs[r] += K(j, r, 0) * U[n - j][0] + K(j, r, 1) * U[n - j][1];
+        for (int a = 0; a < 2; ++a) {
+            rhs[a] = data.g[2 * (n + 1) + a];
+            for (int d = 1; d <= n; ++d)
+                rhs[a] += K(d, a, 0) * U[n - d][0] + K(d, a, 1) * U[n - d][1];
         }
         const double a00 = 1 - K(0, 0, 0), a01 = -K(0, 0, 1), a10 = -K(0, 1, 0), a11 = 1 - K(0, 1, 1);
         const double determinant = a00 * a11 - a01 * a10;
         U.push_back({(rhs[0] * a11 - a01 * rhs[1]) / determinant, (a00 * rhs[1] - a10 * rhs[0]) / determinant});
-        for (int r = 0; r < 2; ++r)
-            expect_near(U[n][r], answer.coeffs.values()[4 * n + r], "coeffs", 4 * n + r);
+        for (int a = 0; a < 2; ++a)
+            expect_near(U[n][a], answer.coeffs.values()[4 * n + a], "coeffs", 4 * n + a);
     }
 }
 
-// The lines of two components through both ends of a step; the last value of a line is that of the next lag's sample.
-TEST(vie2_vec_example, row_2_has_the_trapezoidal_rule_between_all_components) {
+// Each component is a line on a step, given by its values at both ends.
+TEST(vie2_vec_example, row_2_gives_the_trapezoidal_rule_for_every_pair_of_components) {
     constexpr int steps = 12;
     const system_samples data{2, steps + 1};
     const sampled_answer answer = call_vie2_vec(data.g, data.K, 2, dt, {1, {0, 1}});
     expect_solved(answer, steps);
     const std::span<const double> coeffs = answer.coeffs.values();
-    // Component s of step n at its left end (node 0) or at its right end (node 1).
-    const auto U = [&](int n, int node, int s) {
-        return coeffs[6 * n + s] + node * coeffs[6 * n + 2 + s];
+    // Component b of step n at its left end (node 0) or at its right end (node 1).
+    const auto U = [&](int n, int j, int b) {
+        return coeffs[6 * n + b] + j * coeffs[6 * n + 2 + b];
     };
     for (int n = 0; n < steps; ++n)
-        for (int node = 0; node < 2; ++node)
-            for (int r = 0; r < 2; ++r) {
-                double expected = data.g[2 * (n + node) + r];
-                for (int s = 0; s < 2; ++s) {
-                    for (int j = 1; j <= n; ++j)
-                        for (int l = 0; l < 2; ++l)
-                            expected += dt / 2 * data.K[4 * (j + node - l) + 2 * r + s] * U(n - j, l, s);
-                    if (node == 1)
-                        for (int l = 0; l < 2; ++l)
-                            expected += dt / 2 * data.K[4 * (1 - l) + 2 * r + s] * U(n, l, s);
+        for (int i = 0; i < 2; ++i)
+            for (int a = 0; a < 2; ++a) {
+                double expected = data.g[2 * (n + i) + a];
+                for (int b = 0; b < 2; ++b) {
+                    for (int d = 1; d <= n; ++d)
+                        for (int j = 0; j < 2; ++j)
+                            expected += dt / 2 * data.K[4 * (d + i - j) + 2 * a + b] * U(n - d, j, b);
+                    if (i == 1)
+                        for (int j = 0; j < 2; ++j)
+                            expected += dt / 2 * data.K[4 * (1 - j) + 2 * a + b] * U(n, j, b);
                 }
-                expect_near(expected, U(n, node, r), "value of the step", n);
+                expect_near(expected, U(n, i, a), "value of the step", n);
             }
 }
 
-TEST(vie2_vec, without_a_kernel_the_values_at_the_nodes_are_those_of_g) {
+TEST(vie2_vec, with_a_kernel_of_zero_the_solution_equals_g_at_the_nodes) {
     for (const int D : {1, 2, 8, 9, 64}) {
         system_samples data{D, 9};
         std::fill(data.K.begin(), data.K.end(), 0.0);
         const sampled_answer answer = call_vie2_vec(data.g, data.K, D, dt, {2, {0, 2}});
         expect_solved(answer, 2);
-        for (int r = 0; r < D; ++r) {
-            EXPECT_TRUE(equal_bits(data.g[r], answer.out.values()[r]));
-            EXPECT_TRUE(equal_bits(data.g[8 * D + r], answer.out.values()[8 * D + r]));
+        for (int a = 0; a < D; ++a) {
+            EXPECT_TRUE(equal_bits(data.g[a], answer.out.values()[a]));
+            EXPECT_TRUE(equal_bits(data.g[8 * D + a], answer.out.values()[8 * D + a]));
         }
     }
 }
 
 // ---- The ends of the grid ----
 
-TEST(vie2, one_sample_has_no_step_and_gives_zero_whatever_g_is) {
+TEST(vie2, one_sample_has_no_step_and_gives_zero_for_any_g) {
     const sampled_answer answer = call_vie2({5.0}, {1.0}, dt, {1, {0}});
     expect_solved(answer, 0);
     EXPECT_TRUE(equal_bits(std::vector{0.0}, answer.out.values()));
 }
 
-TEST(vie2, the_second_sample_of_g_and_K_is_not_used_by_one_explicit_step) {
+TEST(vie2, one_explicit_step_does_not_use_the_second_sample_of_g_and_K) {
     const sampled_answer answer = call_vie2({5.0, nan}, {1.0, nan}, dt, {1, {0}});
     expect_solved(answer, 1);
     EXPECT_TRUE(equal_bits(std::vector{5.0, 5.0}, answer.out.values()));
 }
 
-TEST(vie2, without_a_kernel_one_step_is_the_parabola_through_its_nodes) {
+TEST(vie2, with_a_kernel_of_zero_one_step_is_the_parabola_through_g_at_its_nodes) {
     const sampled_answer answer = call_vie2({1.0, 100.0, 4.0, 100.0, 9.0}, constant(0.0, 5), dt, {2, {0, 1, 2}});
     expect_solved(answer, 1);
     EXPECT_TRUE(equal_bits(std::vector{1.0, 2.25, 4.0, 6.25, 9.0}, answer.out.values())); // (1 + 2 s)^2
     EXPECT_TRUE(equal_bits(std::vector{1.0, 4.0, 4.0}, answer.coeffs.values().first(3)));
 }
 
-TEST(vie2, nodes_inside_the_step_are_extrapolated_to_sample_0) {
+TEST(vie2, the_polynomial_is_extrapolated_to_sample_0_if_there_is_no_node) {
     const sampled_answer constant_steps = solve({2, {1}}, 5);
     expect_solved(constant_steps, 1);
     const auto out = constant_steps.out.values();
     expect_near(g_at(2) / (1.0 - 4 * dt * K_at(1) / 2), out[0], "out", 0);
     EXPECT_NE(out[0], g_at(0));
-    for (int x = 1; x <= 4; ++x) // piecewise constant
-        EXPECT_TRUE(equal_bits(out[0], out[x])) << x;
+    for (int e = 1; e <= 4; ++e) // piecewise constant
+        EXPECT_TRUE(equal_bits(out[0], out[e])) << "sample " << e;
 }
 
 // ---- Weights of zero ----
 
-// Nodes 1/2 and 1 have the weights 1 and 0. The kernel is zero up to lag 2, so that a step's values are those of g.
-TEST(vie2, a_value_under_a_weight_of_zero_counts_for_nothing_unless_it_is_infinite) {
+// Nodes 1/2 and 1 have the weights 1 and 0. The kernel is 0 up to lag 2, so the first step equals g at its nodes.
+TEST(vie2, a_value_with_a_weight_of_zero_has_no_effect_unless_it_is_infinite) {
     const setting row{2, {1, 2}};
     const std::vector<double> K{0.0, 0.0, 0.0, 1.0, 2.0, 3.0, 4.0, 5.0, 6.0};
     const auto second_step = [&](double end_of_first_step) {
@@ -261,21 +261,21 @@ TEST(vie2, a_value_under_a_weight_of_zero_counts_for_nothing_unless_it_is_infini
         EXPECT_TRUE(std::isnan(coefficient));
 }
 
-TEST(vie2, an_infinite_sample_under_a_node_at_zero_spoils_its_row) {
-    // W of the row 1, [0] is K[0] * (0 * 1), which is 0 unless K[0] is not finite.
+TEST(vie2, an_infinite_sample_times_zero_makes_the_solution_nan) {
+    // W of the setting (1; 0) is K[0] * (0 * 1), which is 0 if K[0] is finite.
     std::vector<double> K = sampled(K_at, 4);
     K[0] = std::numeric_limits<double>::infinity();
     const sampled_answer answer = call_vie2(sampled(g_at, 4), K, dt, {1, {0}});
     expect_solved(answer, 3);
-    for (int x = 0; x < 4; ++x)
-        EXPECT_TRUE(std::isnan(answer.out.values()[x])) << x;
+    for (int sample = 0; sample < 4; ++sample)
+        EXPECT_TRUE(std::isnan(answer.out.values()[sample])) << "sample " << sample;
 }
 
-// Nodes 1/2 and 1 have the weights 1 and 0, and lag 0 is read once, under the second.
-TEST(vie2_vec, a_nan_under_a_weight_of_zero_is_a_nan) {
+// Nodes 1/2 and 1 have the weights 1 and 0. Lag 0 is read once, with the weight 0.
+TEST(vie2_vec, a_nan_times_a_weight_of_zero_makes_the_solution_nan) {
     for (const int D : {1, 2, 8, 9}) {
         system_samples data{D, 5};
-        data.K[D - 1] = nan; // of component 0, for the last one
+        data.K[D - 1] = nan; // row 0, last column
         const sampled_answer answer = call_vie2_vec(data.g, data.K, D, dt, {2, {1, 2}});
         expect_solved(answer, 1);
         EXPECT_TRUE(std::isnan(answer.out.values()[0])) << "D = " << D;
@@ -284,8 +284,8 @@ TEST(vie2_vec, a_nan_under_a_weight_of_zero_is_a_nan) {
 
 // ---- Singular blocks ----
 
-// K = 1 / dt times the unit matrix but in the last component, which makes the block of row 1 singular.
-TEST(vie2_vec, one_component_without_a_pivot_is_status_2_and_nothing_is_written) {
+// K(0) is zero except for the last diagonal entry, 1 / dt, which makes the block of row 1 singular.
+TEST(vie2_vec, a_singular_block_of_a_system_returns_status_2_and_nothing_is_written) {
     for (const int D : {1, 2, 3, 8, 9, 12}) {
         system_samples data{D, 10};
         std::fill(data.K.begin(), data.K.end(), 0.0);
@@ -293,7 +293,7 @@ TEST(vie2_vec, one_component_without_a_pivot_is_status_2_and_nothing_is_written)
         const sampled_answer answer = call_vie2_vec(data.g, data.K, D, 0.25, {1, {1}});
         EXPECT_EQ(answer.status, QUENTA_SINGULAR_BLOCK) << "D = " << D;
         EXPECT_TRUE(answer.untouched()) << "D = " << D;
-        // Without a step it is not looked at.
+        // Without a step there is no block.
         data.g.resize(D);
         data.K.resize(D * D);
         const sampled_answer no_step = call_vie2_vec(data.g, data.K, D, 0.25, {1, {1}});
@@ -302,20 +302,20 @@ TEST(vie2_vec, one_component_without_a_pivot_is_status_2_and_nothing_is_written)
     }
 }
 
-TEST(vie2, a_singular_block_is_status_2_and_nothing_is_written) {
-    // dt * K[0] = 1 makes the block of row 1 zero.
+TEST(vie2, a_singular_block_returns_status_2_and_nothing_is_written) {
+    // dt * K[0] = 1, so the block of row 1 is zero.
     const sampled_answer answer = call_vie2(constant(1.0, 10), constant(4.0, 10), 0.25, {1, {1}});
     EXPECT_EQ(answer.status, QUENTA_SINGULAR_BLOCK);
     EXPECT_TRUE(answer.untouched());
 }
 
-TEST(vie2, without_a_step_a_singular_block_is_not_looked_at) {
+TEST(vie2, without_a_step_a_kernel_that_would_make_a_block_singular_is_solved) {
     const sampled_answer answer = call_vie2({1.0}, {4.0}, 0.25, {1, {1}});
     expect_solved(answer, 0);
     EXPECT_TRUE(equal_bits(std::vector{0.0}, answer.out.values()));
 }
 
-TEST(vie2, after_a_singular_block_the_next_call_on_the_thread_is_as_good_as_any) {
+TEST(vie2, a_singular_block_does_not_change_the_next_call_on_the_thread) {
     const sampled_answer before = solve({2, {0, 1, 2}}, 401);
     EXPECT_EQ(call_vie2(constant(1.0, 10), constant(4.0, 10), 0.25, {1, {1}}).status, QUENTA_SINGULAR_BLOCK);
     const sampled_answer after = solve({2, {0, 1, 2}}, 401);
@@ -324,14 +324,14 @@ TEST(vie2, after_a_singular_block_the_next_call_on_the_thread_is_as_good_as_any)
     EXPECT_TRUE(equal_bits(before.coeffs.values(), after.coeffs.values()));
 }
 
-TEST(vie2, two_nodes_in_their_order_select_their_row) {
-    // The line through y(1/2) and y(1), and not the one through other nodes.
+TEST(vie2, the_list_of_nodes_selects_their_setting) {
+    // The line through g(1/2) and g(1), not through g at other nodes.
     const sampled_answer answer = call_vie2({9.0, 9.0, 1.0, 9.0, 3.0}, constant(0.0, 5), dt, {2, {1, 2}});
     expect_solved(answer, 1);
     EXPECT_TRUE(equal_bits(std::vector{-1.0, 0.0, 1.0, 2.0, 3.0}, answer.out.values()));
 }
 
-TEST(vie2, rows_that_a_first_kind_solver_would_refuse_are_solved) {
+TEST(vie2, settings_that_the_first_kind_refuses_are_solved) {
     for (const setting& row : {setting{3, {1}}, setting{4, {1}}, setting{4, {1, 2}}})
         expect_solved(solve(row, 16 * 9 + 1), 144 / (row.m * row.m));
 }

@@ -1,6 +1,6 @@
-// What a solve allocates, when, and what happens when it cannot. All allocations of this program are counted, recorded
-// and made to fail on demand; and every push into a history is noticed, so that one knows where a march is (the linker
-// sends the calls of ToeplitzHistory::push here).
+// What a solve allocates, when, and what happens if an allocation fails. This program counts and records all
+// allocations, and makes them fail on demand. It also counts the pushes into a history, to know the current step: the
+// linker redirects the calls of ToeplitzHistory::push here.
 #include "quenta_solvers/calling_threads_state.hpp"
 #include "quenta_solvers/quenta_native.h"
 #include "reference/settings.hpp"
@@ -22,22 +22,22 @@
 
 namespace {
 
-constexpr int before_the_march = 0;
+constexpr int before_the_first_step = 0;
 
 struct allocation {
     std::size_t bytes;
-    int pushes;     // begun so far
-    bool in_a_push; // or between two of them
+    int pushes;     // started so far
+    bool in_a_push; // false between two of them
 };
 
-// What the calling thread does with its allocations while a record is under way.
+// The allocations of one thread while they are recorded, and the one that fails.
 struct allocation_record {
     long fails_at = -1; // the number of the allocation that fails
     long count = 0;
-    int pushes = before_the_march;
+    int pushes = before_the_first_step;
     bool in_a_push = false;
     std::array<allocation, 256> allocations{};
-    long bytes = 0, most_bytes = 0; // not yet released, by this thread
+    long bytes = 0, most_bytes = 0; // allocated by this thread and not released
 
     std::span<const allocation> made() const { return std::span{allocations}.first(std::size_t(count)); }
 };
@@ -45,7 +45,7 @@ struct allocation_record {
 std::atomic<long> live_blocks{0};
 thread_local allocation_record* record = nullptr;
 
-// Records the allocations of the calling thread for the length of a scope.
+// Records the allocations of the calling thread within a scope.
 struct recording {
     explicit recording(allocation_record& into) { record = &into; }
     ~recording() { record = nullptr; }
@@ -85,7 +85,7 @@ void quenta_tests::release_block(void* block) noexcept {
 }
 
 extern "C" {
-// The push itself, and what is called in its place.
+// The original push, and the function that is called instead.
 void __real__ZN6quenta15ToeplitzHistory4pushENS_4viewIKdEE(quenta::ToeplitzHistory*, quenta::view<const double>);
 
 void __wrap__ZN6quenta15ToeplitzHistory4pushENS_4viewIKdEE(quenta::ToeplitzHistory* history,
@@ -104,10 +104,17 @@ namespace quenta {
 
 namespace {
 
-enum class kind { first, first_discontinuous, second, second_system, derivative, derivative_system };
+enum class kind {
+    first,
+    first_discontinuous,
+    second,
+    second_system,
+    integro_differential,
+    integro_differential_system
+};
 
-// A problem with its outputs, which are all there before the call: nothing here allocates during it. The first kind is
-// the continuous form, and of one component quenta_solve_vie1.
+// A problem and its outputs. They are allocated before the call, so that only the library allocates during it.
+// kind::first is the continuous form; with D = 1 it calls quenta_solve_vie1.
 class solve {
 public:
     solve(const reference::setting& setting, int step_count, kind solved_kind = kind::second, int dimension = 1)
@@ -140,10 +147,10 @@ public:
         case kind::second_system:
             return quenta_solve_vie2_vec(g.data(), K.data(), N, D, 0.01, row.m, list, count, 1, out.data(),
                                          coeffs.data(), &n_steps);
-        case kind::derivative:
+        case kind::integro_differential:
             return quenta_solve_vide(g.data(), K.data(), a.data(), N, 1.0, 0.01, row.m, list, count, 1, out.data(),
                                      coeffs.data(), &n_steps);
-        case kind::derivative_system:
+        case kind::integro_differential_system:
             return quenta_solve_vide_vec(g.data(), K.data(), a.data(), N, D, g.data(), 0.01, row.m, list, count, 1,
                                          out.data(), coeffs.data(), &n_steps);
         }
@@ -162,36 +169,40 @@ public:
                std::all_of(coeffs.begin(), coeffs.end(), is_untouched);
     }
 
-    bool has_derivative() const { return equation == kind::derivative || equation == kind::derivative_system; }
+    bool is_integro_differential() const {
+        return equation == kind::integro_differential || equation == kind::integro_differential_system;
+    }
 
-    // Of a block of the history.
+    // The size of a block of the history.
     std::size_t rows() const { return std::size_t(count * D); }
-    std::size_t columns() const { return has_derivative() ? rows() + std::size_t(D) : rows(); }
+    std::size_t columns() const { return is_integro_differential() ? rows() + std::size_t(D) : rows(); }
 
-    // What a solver keeps of every step, in doubles: the unknowns, and the value that is carried to the next. The
-    // history keeps a block of the kernel, a sum, and what was pushed.
+    // What a solver stores for each step, in doubles: the unknowns and the carried value. The history stores a block of
+    // the kernel, a sum, and the pushed values.
     std::size_t doubles_of_a_step() const {
         const std::size_t p = rows(), q = columns(), carried = equation == kind::first ? std::size_t(D) : 0;
         return q + carried + p * q + p + q;
     }
 
-    // A quarter of the kernel's blocks, up to 32 and one at least, are kept once more, in columns of 4 rows or a
-    // multiple of 8. A single step reads no lag.
+    // A second copy of the first blocks of the kernel: of a quarter of them, at least 1 and at most 32, in columns
+    // padded to 4 rows or to a multiple of 8. A single step needs none.
     std::size_t doubles_of_near_blocks() const {
         const std::size_t p = rows(), q = columns(), near = std::size_t(std::clamp(steps / 4, 1, 32));
         return steps < 2 || (p == 1 && q == 1) ? 0 : near * q * (p <= 4 ? 4 : (p + 7) / 8 * 8);
     }
 
-    // What the header says that a call takes at most, in doubles: of every step, and beside.
-    std::size_t promised_of_a_step() const {
+    // The bound in the header on the memory of a call, in doubles: the part for each step, and the rest.
+    std::size_t promised_for_a_step() const {
         const std::size_t n = rows(), d = std::size_t(D);
-        if (has_derivative())
+        if (is_integro_differential())
             return 3 * n * (n + d) + 11 * n + 6 * d + 8;
         return 3 * n * n + 11 * n + 8 + (equation == kind::first ? d : 0);
     }
-    std::size_t promised_beside() const {
+    std::size_t promised_for_the_call() const {
         const std::size_t n = rows(), d = std::size_t(D);
-        return equation == kind::derivative ? 1700 : has_derivative() ? 34 * (n + d) * (n + 7) : 32 * n * (n + 7);
+        return equation == kind::integro_differential ? 1700
+               : is_integro_differential()            ? 34 * (n + d) * (n + 7)
+                                                      : 32 * n * (n + 7);
     }
 
     kind equation;
@@ -233,35 +244,35 @@ constexpr allocating_solve allocating_solves[] = {
     {8, kind::first, 9},
     {8, kind::first_discontinuous, 1},
     {8, kind::first_discontinuous, 9},
-    {0, kind::derivative},
-    {8, kind::derivative},
-    {55, kind::derivative},
-    {4, kind::derivative_system},
-    {8, kind::derivative_system, 2},
-    {55, kind::derivative_system, 8},
-    {8, kind::derivative_system, 9},
+    {0, kind::integro_differential},
+    {8, kind::integro_differential},
+    {55, kind::integro_differential},
+    {4, kind::integro_differential_system},
+    {8, kind::integro_differential_system, 2},
+    {55, kind::integro_differential_system, 8},
+    {8, kind::integro_differential_system, 9},
 };
 
-TEST(failing_allocation, leaves_the_export_as_bad_alloc_without_a_leak_and_the_next_call_works) {
+TEST(failing_allocation, makes_the_export_throw_bad_alloc_without_a_leak_and_the_next_call_works) {
     ASSERT_EQ(quenta_rt_init(), 1);
     for (const auto [row, equation, D] : allocating_solves) {
         solve expected{row_at(row), 300, equation, D};
-        EXPECT_EQ(expected.call(), QUENTA_SOLVED); // the first of a process chooses the instruction sets
+        EXPECT_EQ(expected.call(), QUENTA_SOLVED); // the first solve of a process selects the instruction sets
         allocation_record complete;
-        // On a thread of its own, so that the attachment is among the allocations.
+        // On a new thread, so that the allocations of the attachment are included.
         std::thread{[&] {
             EXPECT_EQ(expected.call_recorded(complete), QUENTA_SOLVED);
         }}.join();
-        ASSERT_GT(complete.count, 5) << "a solve of this length needs the arrays of its history";
+        ASSERT_GT(complete.count, 5) << "expected allocations for the arrays of the history";
 
-        for (long k = 0; k < complete.count; ++k) {
+        for (long number = 0; number < complete.count; ++number) {
             SCOPED_TRACE("row " + std::to_string(row) + ", D = " + std::to_string(D) + ", allocation " +
-                         std::to_string(k));
+                         std::to_string(number));
             const long live_before = live_blocks;
             const int attached_before = attached_threads.size();
             std::thread{[&, row = row, equation = equation, D = D] {
                 solve attempt{row_at(row), 300, equation, D};
-                allocation_record failing{.fails_at = k};
+                allocation_record failing{.fails_at = number};
                 bool failed = false;
                 try {
                     attempt.call_recorded(failing);
@@ -269,7 +280,7 @@ TEST(failing_allocation, leaves_the_export_as_bad_alloc_without_a_leak_and_the_n
                     failed = true;
                 }
                 EXPECT_TRUE(failed);
-                EXPECT_EQ(failing.count, k + 1);
+                EXPECT_EQ(failing.count, number + 1);
                 EXPECT_TRUE(attempt.untouched());
 
                 EXPECT_EQ(attempt.call(), QUENTA_SOLVED);
@@ -293,12 +304,12 @@ TEST(failing_allocation, leaves_a_thread_that_only_collects_unattached) {
     std::thread{[&] {
         collect(complete);
     }}.join();
-    ASSERT_GT(complete.count, 0) << "a thread is attached by a record";
-    for (long k = 0; k < complete.count; ++k) {
+    ASSERT_GT(complete.count, 0) << "expected an allocation for the record of the thread";
+    for (long number = 0; number < complete.count; ++number) {
         const long live_before = live_blocks;
         const int attached_before = attached_threads.size();
         std::thread{[&] {
-            allocation_record failing{.fails_at = k};
+            allocation_record failing{.fails_at = number};
             EXPECT_THROW(collect(failing), std::bad_alloc);
             EXPECT_EQ(attached_threads.size(), attached_before);
             quenta_gc_collect();
@@ -309,7 +320,7 @@ TEST(failing_allocation, leaves_a_thread_that_only_collects_unattached) {
     }
 }
 
-TEST(nothing_is_left_behind, by_a_singular_or_refused_call) {
+TEST(memory, does_not_leak_in_a_singular_or_refused_call) {
     ASSERT_EQ(quenta_rt_init(), 1);
     solve singular{row_at(1), 100};
     std::fill(singular.K.begin(), singular.K.end(), 100.0); // dt * K[0] = 1
@@ -322,7 +333,7 @@ TEST(nothing_is_left_behind, by_a_singular_or_refused_call) {
     EXPECT_EQ(live_blocks, live_before);
 }
 
-TEST(nothing_is_left_behind, by_a_contradictory_call) {
+TEST(memory, does_not_leak_in_a_call_with_inconsistent_arguments) {
     ASSERT_EQ(quenta_rt_init(), 1);
     for (const auto [row, equation, D] : allocating_solves) {
         SCOPED_TRACE("row " + std::to_string(row) + ", D = " + std::to_string(D));
@@ -338,16 +349,16 @@ TEST(nothing_is_left_behind, by_a_contradictory_call) {
         };
         std::vector<double> coeffs;
         coeffs.swap(ordinary.coeffs);
-        expect_failure(); // after the march
+        expect_failure(); // after the last step
         coeffs.swap(ordinary.coeffs);
-        for (const int N : {0, -1}) { // before it
+        for (const int N : {0, -1}) { // before the first step
             ordinary.N = N;
             expect_failure();
         }
     }
 }
 
-TEST(failing_allocation, leaves_a_library_that_has_not_started) {
+TEST(failing_allocation, during_the_start_leaves_the_library_not_started) {
     ASSERT_EQ(quenta_rt_init(), 1);
     std::mutex* const lock = library_lock;
     library_lock = nullptr;
@@ -369,32 +380,34 @@ TEST(failing_allocation, leaves_a_library_that_has_not_started) {
 
 // ---- When a solve allocates ----
 
-// The arrays of doubles that one push of a history may ask for, by their length.
+// The arrays of doubles that one push may allocate, given by their lengths.
 class expected_arrays {
 public:
     expected_arrays(std::size_t steps, std::size_t rows, std::size_t columns)
-        : n{steps}, p{rows}, q{columns}, budget{2 * steps * rows * columns} {}
+        : n_steps{steps}, block_rows{rows}, block_columns{columns}, budget{2 * steps * rows * columns} {}
 
-    std::vector<std::size_t> of_push(std::size_t i) {
+    std::vector<std::size_t> of_push(std::size_t number) {
         std::vector<std::size_t> arrays;
-        const std::size_t s = i & ~(i - 1), m = 2 * s;
-        if (i + 32 > n || s < 32)
+        const std::size_t block = number & ~(number - 1), transform = 2 * block;
+        const std::size_t entries_of_a_block = block_rows * block_columns;
+        if (number + 32 > n_steps || block < 32)
             return arrays;
         const auto pair_of = [&](std::size_t length) {
             arrays.insert(arrays.end(), 2, length);
         };
-        if (m > largest_transform) { // the scratch: sources, products, and entries of the kernel
-            largest_transform = m;
-            pair_of(m * q);
-            pair_of(m * p);
+        if (transform > largest_transform) { // scratch for sources, products and entries of the kernel
+            largest_transform = transform;
+            pair_of(transform * block_columns);
+            pair_of(transform * block_rows);
             std::size_t entries = 1;
-            if (budget >= 2 * p * q * m) { // the transformed kernel of this size, made of a few entries at a time
-                budget -= 2 * p * q * m;
-                pair_of(p * q * m);
-                entries = std::min<std::size_t>(p * q, 8);
+            // The cached transform of the kernel, if it fits. It is computed for a few entries at a time.
+            if (budget >= 2 * entries_of_a_block * transform) {
+                budget -= 2 * entries_of_a_block * transform;
+                pair_of(entries_of_a_block * transform);
+                entries = std::min<std::size_t>(entries_of_a_block, 8);
             }
-            if (entries * m > entry_scratch) {
-                entry_scratch = entries * m;
+            if (entries * transform > entry_scratch) {
+                entry_scratch = entries * transform;
                 pair_of(entry_scratch);
             }
         }
@@ -402,54 +415,54 @@ public:
     }
 
 private:
-    std::size_t n, p, q, budget;
+    std::size_t n_steps, block_rows, block_columns, budget;
     std::size_t largest_transform = 0, entry_scratch = 0;
 };
 
-// Smaller than any array of a transform of 64 points: the lists of the caches.
+// The lists of the caches are smaller than any array of a transform of 64 points.
 constexpr std::size_t largest_list = 64 * sizeof(double) - 1;
 
 constexpr int recorded_steps[] = {1, 2, 31, 32, 33, 63, 64, 65, 96, 100, 127, 128, 300, 1000};
 
-// Calls visit(problem, record of its solution) for all of them and all numbers of steps.
+// Calls visit(problem, record of its solve) for all problems and all numbers of steps.
 template <class visitor>
 void for_each_record(const visitor& visit) {
     ASSERT_EQ(quenta_rt_init(), 1);
-    solve{row_at(9), 100, kind::second_system, 9}.call(); // attaches this thread and chooses the instruction sets
+    solve{row_at(9), 100, kind::second_system, 9}.call(); // attaches this thread and selects the instruction sets
     for (const auto [row, equation, D] : allocating_solves)
         for (const int steps : recorded_steps) {
             SCOPED_TRACE("row " + std::to_string(row) + ", D = " + std::to_string(D) + ", " + std::to_string(steps) +
                          " steps");
             solve problem{row_at(row), steps, equation, D};
-            allocation_record seen;
-            ASSERT_EQ(problem.call_recorded(seen), QUENTA_SOLVED);
-            ASSERT_EQ(seen.pushes, steps) << "the test does not see the march";
-            ASSERT_LE(seen.count, long(seen.allocations.size()));
-            visit(problem, seen);
+            allocation_record recorded;
+            ASSERT_EQ(problem.call_recorded(recorded), QUENTA_SOLVED);
+            ASSERT_EQ(recorded.pushes, steps) << "expected one recorded push per step";
+            ASSERT_LE(recorded.count, long(recorded.allocations.size()));
+            visit(problem, recorded);
         }
 }
 
-TEST(allocations, of_a_march_are_scratch_and_caches_of_the_history) {
+TEST(allocations, during_the_steps_are_only_scratch_and_caches_of_the_history) {
     int in_pushes = 0;
-    for_each_record([&](const solve& problem, const allocation_record& seen) {
-        for (const allocation& each : seen.made())
-            EXPECT_TRUE(each.in_a_push || each.pushes == before_the_march)
+    for_each_record([&](const solve& problem, const allocation_record& recorded) {
+        for (const allocation& each : recorded.made())
+            EXPECT_TRUE(each.in_a_push || each.pushes == before_the_first_step)
                 << each.bytes << " bytes after push " << each.pushes;
-        const std::size_t n = std::size_t(problem.steps);
-        expected_arrays expected{n, problem.rows(), problem.columns()};
-        for (std::size_t i = 1; i <= n; ++i) {
-            std::vector<std::size_t> allowed = expected.of_push(i);
+        const std::size_t steps = std::size_t(problem.steps);
+        expected_arrays expected{steps, problem.rows(), problem.columns()};
+        for (std::size_t push = 1; push <= steps; ++push) {
+            std::vector<std::size_t> allowed = expected.of_push(push);
             int lists_allowed = allowed.empty() ? 0 : 3;
-            for (const allocation& each : seen.made()) {
-                if (!each.in_a_push || std::size_t(each.pushes) != i)
+            for (const allocation& each : recorded.made()) {
+                if (!each.in_a_push || std::size_t(each.pushes) != push)
                     continue;
                 ++in_pushes;
                 if (each.bytes <= largest_list) {
-                    EXPECT_GT(lists_allowed--, 0) << each.bytes << " bytes in push " << i;
+                    EXPECT_GT(lists_allowed--, 0) << each.bytes << " bytes in push " << push;
                     continue;
                 }
                 const auto found = std::find(allowed.begin(), allowed.end(), each.bytes / sizeof(double));
-                ASSERT_NE(found, allowed.end()) << each.bytes << " bytes in push " << i;
+                ASSERT_NE(found, allowed.end()) << each.bytes << " bytes in push " << push;
                 allowed.erase(found);
             }
         }
@@ -457,20 +470,20 @@ TEST(allocations, of_a_march_are_scratch_and_caches_of_the_history) {
     EXPECT_GT(in_pushes, 100);
 }
 
-TEST(allocations, before_the_march_grow_by_what_is_kept_of_a_step_and_by_nothing_else) {
-    long beside = 0; // of the present problem with the fewest steps
+TEST(allocations, before_the_first_step_grow_only_by_what_is_stored_for_each_step) {
+    long fixed_part = 0; // does not depend on the number of steps
     int compared = 0;
-    for_each_record([&](const solve& problem, const allocation_record& seen) {
-        const std::size_t kept =
+    for_each_record([&](const solve& problem, const allocation_record& recorded) {
+        const std::size_t stored =
             std::size_t(problem.steps) * problem.doubles_of_a_step() + problem.doubles_of_near_blocks();
-        long bytes = -long(kept * sizeof(double));
-        for (const allocation& each : seen.made())
-            if (each.pushes == before_the_march)
+        long bytes = -long(stored * sizeof(double));
+        for (const allocation& each : recorded.made())
+            if (each.pushes == before_the_first_step)
                 bytes += long(each.bytes);
         if (problem.steps == recorded_steps[0])
-            beside = bytes;
-        EXPECT_EQ(bytes, beside);
-        // The variants of fixed dimensions keep the blocks of a step on the stack.
+            fixed_part = bytes;
+        EXPECT_EQ(bytes, fixed_part);
+        // The variants of fixed dimensions have the blocks of a step on the stack.
         const auto most = long((problem.rows() + std::size_t(problem.D)) * sizeof(double));
         if (problem.D <= 8) {
             EXPECT_LE(bytes, most);
@@ -484,11 +497,11 @@ TEST(allocations, before_the_march_grow_by_what_is_kept_of_a_step_and_by_nothing
 
 TEST(allocations, stay_below_what_the_header_promises) {
     int compared = 0;
-    for_each_record([&](const solve& problem, const allocation_record& seen) {
+    for_each_record([&](const solve& problem, const allocation_record& recorded) {
         const std::size_t promised =
-            std::size_t(problem.steps) * problem.promised_of_a_step() + problem.promised_beside();
-        EXPECT_LE(seen.most_bytes, long(promised * sizeof(double)));
-        EXPECT_GT(seen.most_bytes, 0);
+            std::size_t(problem.steps) * problem.promised_for_a_step() + problem.promised_for_the_call();
+        EXPECT_LE(recorded.most_bytes, long(promised * sizeof(double)));
+        EXPECT_GT(recorded.most_bytes, 0);
         ++compared;
     });
     EXPECT_EQ(compared, int(std::size(allocating_solves) * std::size(recorded_steps)));

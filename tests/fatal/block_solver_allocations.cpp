@@ -1,4 +1,5 @@
-// The block solvers take no memory but their frame, whose size is bounded; the constants take none at all.
+// The block solvers allocate no heap memory, and their use of the stack is bounded. The functions that return limits
+// and settings allocate nothing either.
 #include "conformance/function_call.hpp"
 #include "support/replaced_new.hpp"
 #ifdef __linux__
@@ -31,7 +32,7 @@ namespace quenta_tests {
 namespace {
 
 TEST(block_solvers, allocate_nothing) {
-    { // the count is one of something
+    { // the counter works
         counting = true;
         ::operator delete(::operator new(8));
         counting = false;
@@ -55,7 +56,7 @@ TEST(block_solvers, allocate_nothing) {
     EXPECT_EQ(calls, 4 * 45 * 3);
 }
 
-TEST(what_needs_no_start, allocates_nothing) {
+TEST(limits_and_settings, allocate_nothing) {
     int settings[336], sum = 0;
     allocations = 0;
     counting = true;
@@ -80,21 +81,21 @@ void* solve(void* argument) {
     return nullptr;
 }
 
-TEST(block_solvers, keep_to_the_stack_that_they_are_said_to_take) {
-    constexpr std::size_t promised = 32 * 1024, of_the_thread = 16 * 1024;
+TEST(block_solvers, use_no_more_stack_than_the_header_states) {
+    constexpr std::size_t promised = 32 * 1024, used_by_the_thread = 16 * 1024;
     random_data random{20260352};
     int calls = 0;
     for (const block_kind kind : block_kinds)
         for (const auto& [P, D] : {std::pair{1, 0}, {1, 8}, {5, 0}, {5, 8}, {4, 7}}) {
             const block_problem problem = random_blocks(random, kind, 3, P, D);
-            block_answer answer = call_block_solver(problem); // binds the symbol
+            block_answer answer = call_block_solver(problem); // resolves the symbol before the measurement
             answer.status = -1;
             solve_on_thread task{problem, answer};
             painted_stack stack{1 << 20};
             stack.run(solve, &task);
             EXPECT_EQ(answer.status, QUENTA_SOLVED);
             EXPECT_GT(stack.used(), std::size_t{256});
-            EXPECT_LT(stack.used(), promised + of_the_thread) << problem.text();
+            EXPECT_LT(stack.used(), promised + used_by_the_thread) << problem.text();
             ++calls;
         }
     EXPECT_EQ(calls, 20);

@@ -1,4 +1,4 @@
-// What a fatal failure says about itself: its type, where it was raised, and for an access its index and the length.
+// The types of fatal failures, and what they contain: the place, and for an access the index and the length.
 #include "quenta_solvers/quenta_native.h"
 #include "reference/settings.hpp"
 #include "utility/failure.hpp"
@@ -28,11 +28,11 @@ template <class failure, class... arguments>
 std::optional<failure> failure_of(const arguments&... request) {
     try {
         const int status = solve(request...);
-        ADD_FAILURE() << "status " << status;
+        ADD_FAILURE() << "expected an exception, got status " << status;
     } catch (const failure& caught) {
         return caught;
     } catch (const std::exception& other) {
-        ADD_FAILURE() << "another failure: " << other.what();
+        ADD_FAILURE() << "expected another type of failure, got: " << other.what();
     }
     return {};
 }
@@ -40,11 +40,11 @@ std::optional<failure> failure_of(const arguments&... request) {
 void expect_place(const fatal_failure& failure, const char* file) {
     ASSERT_NE(failure.where.file, nullptr);
     EXPECT_NE(std::strstr(failure.where.file, file), nullptr) << failure.where.file;
-    EXPECT_NE(failure.where.file[0], '/') << "a path of the machine that built it: " << failure.where.file;
+    EXPECT_NE(failure.where.file[0], '/') << "expected a path relative to the sources, got " << failure.where.file;
     EXPECT_GT(failure.where.line, 0);
 }
 
-TEST(failure_types, without_samples_every_row_is_an_index_failure) {
+TEST(failure_types, without_samples_every_row_throws_an_index_failure) {
     for (const reference::setting& row : reference::settings()) {
         const auto failure = failure_of<index_failure>(0, row);
         ASSERT_TRUE(failure);
@@ -54,7 +54,7 @@ TEST(failure_types, without_samples_every_row_is_an_index_failure) {
     ASSERT_EQ(reference::settings().size(), 56u);
 }
 
-TEST(failure_types, a_negative_number_of_samples_is_a_conversion_failure_for_every_row) {
+TEST(failure_types, a_negative_number_of_samples_throws_a_conversion_failure_for_every_row) {
     for (const reference::setting& row : reference::settings())
         for (const int N : {-1, -2, -17, -1000000, INT_MIN + 1}) {
             const auto failure = failure_of<conversion_failure>(N, row);
@@ -64,7 +64,7 @@ TEST(failure_types, a_negative_number_of_samples_is_a_conversion_failure_for_eve
         }
 }
 
-TEST(failure_types, a_kernel_too_short_for_the_first_step_is_an_index_failure_behind_its_end) {
+TEST(failure_types, a_kernel_too_short_for_the_first_step_throws_an_index_failure_with_an_index_past_its_end) {
     int too_short = 0, long_enough = 0;
     for (const reference::setting& row : reference::settings()) {
         int largest = 0;
@@ -90,7 +90,7 @@ TEST(failure_types, a_kernel_too_short_for_the_first_step_is_an_index_failure_be
     EXPECT_GT(long_enough, 100);
 }
 
-TEST(failure_types, a_missing_array_for_wanted_coefficients_is_an_index_failure) {
+TEST(failure_types, a_null_array_for_wanted_coefficients_throws_an_index_failure) {
     for (const reference::setting& row : reference::settings())
         for (const int steps : {1, 2, 100}) {
             const auto failure = failure_of<index_failure>(steps * row.m * row.m + 1, row, true);
@@ -100,7 +100,7 @@ TEST(failure_types, a_missing_array_for_wanted_coefficients_is_an_index_failure)
         }
 }
 
-TEST(failure_types, are_told_apart_and_are_all_exceptions) {
+TEST(failure_types, are_distinct_and_derive_from_exception) {
     const code_position here = code_position::here();
     try {
         fail_index(7, 5, here);

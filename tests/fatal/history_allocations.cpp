@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr long without_end = std::numeric_limits<long>::max();
-long allocations_left = without_end;
+constexpr long no_limit = std::numeric_limits<long>::max();
+long allocations_left = no_limit;
 
 } // namespace
 
@@ -38,42 +38,42 @@ namespace quenta {
 
 namespace {
 
-void march(ToeplitzHistory& history, int n, int p, const std::vector<double>& kernel, const std::vector<double>& x) {
-    history.init(n, p, p);
+void march(ToeplitzHistory& history, int n, int rows, const std::vector<double>& kernel, const std::vector<double>& x) {
+    history.init(n, rows, rows);
     std::copy(kernel.begin(), kernel.end(), history.kernel.begin());
-    for (int t = 0; t < n; ++t)
-        history.push({std::uint64_t(p), x.data() + t * p});
+    for (int step = 0; step < n; ++step)
+        history.push({std::uint64_t(rows), x.data() + step * rows});
 }
 
-TEST(history, begins_anew_after_any_failing_allocation) {
+TEST(history, can_be_initialized_again_after_any_failing_allocation) {
     quenta_tests::random_data random{20260811};
-    constexpr int n = 300; // transforms of several sizes, with and without room for their kernels
-    for (const int p : {1, 2, 5}) {
-        const std::vector<double> kernel = random.uniform(std::size_t(n * p * p)),
-                                  x = random.uniform(std::size_t(n * p));
-        ToeplitzHistory undisturbed;
-        march(undisturbed, n, p, kernel, x);
-        const std::vector<double> expected(undisturbed.sums.begin(), undisturbed.sums.end());
+    constexpr int n = 300; // transforms of several sizes, with cached kernels and without
+    for (const int rows : {1, 2, 5}) {
+        const std::vector<double> kernel = random.uniform(std::size_t(n * rows * rows)),
+                                  x = random.uniform(std::size_t(n * rows));
+        ToeplitzHistory reference;
+        march(reference, n, rows, kernel, x);
+        const std::vector<double> expected(reference.sums.begin(), reference.sums.end());
         int failures = 0;
         for (bool failed = true; failed; ++failures) {
             ToeplitzHistory history;
             allocations_left = failures;
             try {
-                march(history, n, p, kernel, x);
+                march(history, n, rows, kernel, x);
                 failed = false;
             } catch (const std::bad_alloc&) {
             }
-            allocations_left = without_end;
-            march(history, n, p, kernel, x);
+            allocations_left = no_limit;
+            march(history, n, rows, kernel, x);
             ASSERT_TRUE(quenta_tests::equal_bits(expected, {history.sums.data(), history.sums.size()}))
-                << "p = " << p << ", failed allocation " << failures;
+                << "blocks of " << rows << " rows, failed allocation " << failures;
         }
         EXPECT_GT(failures, 20);
     }
 }
 
 TEST(history, is_empty_after_an_init_that_fails) {
-    for (const int p : {1, 3}) {
+    for (const int rows : {1, 3}) {
         int failures = 0;
         for (;; ++failures) {
             ToeplitzHistory history;
@@ -81,11 +81,12 @@ TEST(history, is_empty_after_an_init_that_fails) {
             history.init(40, 1, 1);
             history.set_kernel_provider(&history, [](void*, std::int32_t, ToeplitzHistory&) {});
             allocations_left = failures;
-            const bool failed = quenta_tests::failure_of<std::bad_alloc>([&] { history.init(2000, p, p); }).has_value();
-            allocations_left = without_end;
+            const bool failed =
+                quenta_tests::failure_of<std::bad_alloc>([&] { history.init(2000, rows, rows); }).has_value();
+            allocations_left = no_limit;
             if (!failed)
                 break;
-            SCOPED_TRACE(::testing::Message() << "p = " << p << ", failed allocation " << failures);
+            SCOPED_TRACE(::testing::Message() << "blocks of " << rows << " rows, failed allocation " << failures);
             EXPECT_EQ(history.n, 0);
             EXPECT_EQ(history.p, 0);
             EXPECT_EQ(history.q, 0);
@@ -93,14 +94,14 @@ TEST(history, is_empty_after_an_init_that_fails) {
             EXPECT_EQ(history.provider, nullptr);
             EXPECT_EQ(history.kernels, chosen);
             EXPECT_TRUE(history.kernel.empty() && history.sums.empty() && history.pushed.empty());
-            const std::vector<double> x(std::size_t(p), 1.0);
+            const std::vector<double> x(std::size_t(rows), 1.0);
             for (int push = 0; push < 40; ++push)
                 EXPECT_TRUE(quenta_tests::failure_of<index_failure>([&] { history.push({x.size(), x.data()}); }));
             EXPECT_TRUE(quenta_tests::failure_of<index_failure>([&] { history.history_at(0); }));
             EXPECT_TRUE(quenta_tests::failure_of<index_failure>([&] { history.kernel_block(0); }));
-            const std::vector<double> kernel(std::size_t(2 * p * p), 3.0);
-            march(history, 2, p, kernel, std::vector<double>(std::size_t(2 * p), 1.0));
-            EXPECT_EQ(history.history_at(1).at(0), 3.0 * p);
+            const std::vector<double> kernel(std::size_t(2 * rows * rows), 3.0);
+            march(history, 2, rows, kernel, std::vector<double>(std::size_t(2 * rows), 1.0));
+            EXPECT_EQ(history.history_at(1).at(0), 3.0 * rows);
         }
         EXPECT_GT(failures, 2);
     }

@@ -1,6 +1,5 @@
-// The variants behind the exports look at the length of each array before they use it: one that ends a single element
-// too early is an index failure at its end. The kernel has no wrong length, as it is what says how many samples there
-// are.
+// The implementations behind the exports check the length of each array. An array that is one element too short causes
+// an index failure at its end. The kernel is not tested, since its length defines the number of samples.
 #include "quenta_solvers/vide.hpp"
 #include "quenta_solvers/vie1.hpp"
 #include "quenta_solvers/vie2.hpp"
@@ -21,27 +20,27 @@ using quenta::view;
 
 enum class kind { first, continuous_first, second, integro_differential };
 
-// In place of a dimension: the variants of scalars, of which the first kind has none.
+// Selects the scalar solver instead of a dimension. The first kind has none.
 constexpr int scalar = 0;
 
 constexpr int steps = 3;
 constexpr double dt = 0.01;
 
-// A smooth kernel that is invertible at the start, and every array as long as the march has to have it.
+// A smooth kernel that is invertible at lag 0. Every array has exactly the length that is needed.
 struct exact_arrays {
     exact_arrays(kind of, const reference::setting& row, std::size_t D) {
         const std::size_t S = std::size_t(row.m * row.m), samples = steps * S + 1, P = row.indices.size();
         const std::size_t powers = of == kind::first || of == kind::second ? P : P + 1;
-        for (std::size_t n = 0; n < samples; ++n)
+        for (std::size_t sample = 0; sample < samples; ++sample)
             for (std::size_t entry = 0; entry < D * D; ++entry)
-                K.push_back((entry % (D + 1) == 0 ? 1.0 : 0.0625) + 0.001 * double(n));
+                K.push_back((entry % (D + 1) == 0 ? 1.0 : 0.0625) + 0.001 * double(sample));
         g.assign(samples * D, 0.5);
         if (of == kind::integro_differential)
             a.assign(samples * D * D, 0.25);
         if (of == kind::continuous_first || of == kind::integro_differential)
             y0.assign(D, 1.0);
         out.resize(samples * D);
-        // As far as the last coefficient of the last step: the first places of the later ones are left out.
+        // Up to the last coefficient of the last step. Unused slots after it are not needed.
         coeffs.resize(((P + 1) * (steps - 1) + powers) * D);
     }
     std::vector<double> K, g, a, y0, out, coeffs;
@@ -67,12 +66,13 @@ bool call(kind of, int D, exact_arrays& arrays) {
 }
 
 template <int row>
-void shorten_one_after_the_other(int D, int& failures) {
+void shorten_each_array(int D, int& failures) {
     const reference::setting& setting = reference::settings()[row];
     for (const kind of : {kind::first, kind::continuous_first, kind::second, kind::integro_differential}) {
         if (D == scalar && (of == kind::first || of == kind::continuous_first))
             continue;
-        if (of == kind::first && setting.indices.front() == 0) // where the equation says 0 = g(0): always singular
+        if (of == kind::first &&
+            setting.indices.front() == 0) // the equation at t = 0 is 0 = g(0), so the block is singular
             continue;
         SCOPED_TRACE(testing::Message() << "kind " << int(of) << ", row " << row << ", D = " << D);
         exact_arrays sufficient{of, setting, std::size_t(D == scalar ? 1 : D)};
@@ -97,11 +97,11 @@ void shorten_one_after_the_other(int D, int& failures) {
 template <int row>
 void shorten_in_every_dimension(int& failures) {
     for (const int D : {scalar, 1, 2, 9})
-        shorten_one_after_the_other<row>(D, failures);
+        shorten_each_array<row>(D, failures);
 }
 
-// The rows have one node, two, and three of which the first is at the start of a step.
-TEST(short_views, are_index_failures_at_their_end) {
+// The rows have one node, two nodes, and three nodes with a node 0.
+TEST(short_views, cause_index_failures_at_their_end) {
     int failures = 0;
     shorten_in_every_dimension<1>(failures);
     shorten_in_every_dimension<37>(failures);

@@ -32,7 +32,7 @@ TEST(few_variants, of_sample_based_solvers_are_bit_identical_to_the_reference_im
                         const sampled_problem problem = random_problem(random, row, D, std::size_t(N), kind);
                         const int want_coeffs = int(random.below(2));
                         SCOPED_TRACE(std::string{solver.name} + ", " + problem.text());
-                        expect_equal(twin_of(solver, problem),
+                        expect_equal(reference_of(solver, problem),
                                      solver.solve(problem.data, problem.dt, setting, want_coeffs), want_coeffs != 0);
                         if (HasFatalFailure())
                             return;
@@ -55,7 +55,7 @@ TEST(few_variants, of_block_solvers_are_bit_identical_to_the_reference_implement
                                 for (int c = 0; c < std::max(D, 1); ++c)
                                     problem.A[problem.entry(N - 1, P - 1, r, N - 1, j, c)] =
                                         std::numeric_limits<double>::infinity();
-                    ASSERT_TRUE(answers_as_the_twin(problem, call_block_solver(problem), block_twin(problem)));
+                    ASSERT_TRUE(matches_reference(problem, call_block_solver(problem), block_reference(problem)));
                     ++compared;
                 }
     EXPECT_EQ(compared, 4 * 4 * 5 * 5);

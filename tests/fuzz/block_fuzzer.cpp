@@ -1,4 +1,4 @@
-// The solvers from blocks against their twins.
+// Compares the block solvers with the reference implementation.
 #include "conformance/function_call.hpp"
 #include "fuzz/fuzz_input.hpp"
 
@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                           {},
                           {},
                           {}};
-    if (problem.N * problem.P * problem.D > 600) // A is the square of it
+    if (problem.N * problem.P * problem.D > 600) // the size of A is its square
         return -1;
     problem.rho = input.real();
     const reference::block_shape shape = problem.shape();
@@ -29,6 +29,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     problem.w = input.reals(shape.P);
     problem.h = input.reals(shape.N);
     problem.y0 = input.reals(shape.D);
-    EXPECT_TRUE(answers_as_the_twin(problem, call_block_solver(problem), block_twin(problem)));
+    EXPECT_TRUE(matches_reference(problem, call_block_solver(problem), block_reference(problem)));
     return 0;
 }

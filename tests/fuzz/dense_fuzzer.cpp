@@ -1,4 +1,5 @@
-// The dense solve in every form against its twin: of any order in every instruction set, and of known order.
+// Compares every form of the dense solve with the reference implementation: those for any order on every instruction
+// set, and those for a fixed order.
 #include "fuzz/fuzz_input.hpp"
 #include "quenta_solvers/dense_kernels.hpp"
 #include "quenta_solvers/dense_solve.hpp"
@@ -13,9 +14,9 @@ using namespace quenta_tests;
 
 namespace {
 
-// The matrix is given by columns, and x is the solution of the twin.
+// The matrix is column-major. x is the solution of the reference implementation.
 template <int n>
-void compare_known_order(const std::vector<double>& a, const std::vector<double>& b, bool regular,
+void compare_fixed_order(const std::vector<double>& a, const std::vector<double>& b, bool regular,
                          const std::vector<double>& x) {
     quenta::square_matrix<n> rows;
     std::array<double, n> right_side;
@@ -55,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
     }
     [&]<int... smaller>(std::integer_sequence<int, smaller...>) {
-        ((n == 1 + smaller ? compare_known_order<1 + smaller>(a, b, regular, x) : void()), ...);
+        ((n == 1 + smaller ? compare_fixed_order<1 + smaller>(a, b, regular, x) : void()), ...);
     }
     (std::make_integer_sequence<int, quenta::largest_straight_order + 1>{});
     return 0;

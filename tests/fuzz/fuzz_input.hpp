@@ -1,4 +1,4 @@
-// A problem from the bytes of a fuzzer: first the choices, then some numbers, of any bits, that the arrays are made of.
+// Reads a problem from the bytes of a fuzzer: first the choices, then numbers of any bits with which arrays are filled.
 #pragma once
 
 #include "support/random_data.hpp"
@@ -17,7 +17,7 @@ class fuzz_input {
 public:
     fuzz_input(const std::uint8_t* data, std::size_t size) : next{data}, left{size} {}
 
-    // A number from 0 to bound - 1. There is no end: behind the last byte come zeros.
+    // A number from 0 to bound - 1. After the last byte, the input continues with zeros.
     int below(int bound) {
         std::uint16_t number = 0;
         take(&number, sizeof number);
@@ -30,7 +30,8 @@ public:
         return number;
     }
 
-    // To be called when all choices are made: `count` numbers, ordinary ones and those that the rest of the bytes are.
+    // `count` numbers: random ones in [-1, 1), mixed with the numbers in the rest of the input. All choices must be
+    // made before the first call.
     std::vector<double> reals(std::size_t count) {
         if (!palette_taken) {
             const int others = below(256);
@@ -62,11 +63,11 @@ private:
     std::size_t left;
     bool palette_taken = false;
     std::vector<double> palette;
-    int share = 0; // of the palette, in 256
+    int share = 0; // of 256 numbers, how many come from the palette
     random_data random{0};
 };
 
-// The comparisons are those of the tests; what fails in one ends the fuzzer, which keeps the bytes.
+// The fuzzers use the comparisons of the tests. A failure ends the process, and the fuzzer then saves the input.
 inline const bool failures_end_the_process = [] {
     GTEST_FLAG_SET(break_on_failure, true);
     return true;

@@ -1,4 +1,4 @@
-// The online convolution in every instruction set against its twin.
+// Compares the online convolution on every instruction set with the reference implementation.
 #include "fuzz/fuzz_input.hpp"
 #include "reference/toeplitz_history.hpp"
 #include "support/bits.hpp"
@@ -17,27 +17,27 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::vector<double> blocks = input.reals(std::size_t(n) * rows * columns);
     const std::vector<double> x = input.reals(std::size_t(n) * columns);
 
-    reference::toeplitz_history twin{n, p, q};
+    reference::toeplitz_history start{n, p, q};
     for (int d = 0; d < n; ++d)
-        for (int r = 0; r < p; ++r)
-            for (int c = 0; c < q; ++c)
-                twin.kernel_at(d, r, c) = blocks[(std::size_t(d) * rows + r) * columns + c];
+        for (int R = 0; R < p; ++R)
+            for (int C = 0; C < q; ++C)
+                start.kernel_at(d, R, C) = blocks[(std::size_t(d) * rows + R) * columns + C];
     for (const quenta::vector_kernels* const table : quenta::runnable_tables<quenta::vector_kernels>()) {
         SCOPED_TRACE(table->name);
         quenta::ToeplitzHistory history;
         history.init(n, p, q);
         history.kernels = table;
         std::copy(blocks.begin(), blocks.end(), history.kernel.begin());
-        reference::toeplitz_history expected = twin;
+        reference::toeplitz_history expected = start;
         for (int t = 0; t < n; ++t) {
             std::vector<double> pushed(x.begin() + t * q, x.begin() + (t + 1) * q);
             expected.push(pushed);
             history.push({pushed.size(), pushed.data()});
         }
         for (int t = 0; t < n; ++t)
-            for (int r = 0; r < p; ++r)
-                EXPECT_TRUE(equal_bits(expected.sum_at(t, r), history.history_at(t).at(std::uint64_t(r))))
-                    << "step " << t << ", row " << r << ", n " << n << ", p " << p << ", q " << q;
+            for (int R = 0; R < p; ++R)
+                EXPECT_TRUE(equal_bits(expected.sum_at(t, R), history.history_at(t).at(std::uint64_t(R))))
+                    << "step " << t << ", row " << R << ", n " << n << ", p " << p << ", q " << q;
     }
     return 0;
 }

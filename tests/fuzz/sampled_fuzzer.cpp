@@ -1,4 +1,4 @@
-// The solvers from samples of one kind of equation, QUENTA_FUZZED_KIND, against their twins.
+// Compares the sample-based solvers of one kind of equation, QUENTA_FUZZED_KIND, with the reference implementation.
 #include "conformance/sampled_bits.hpp"
 #include "fuzz/fuzz_input.hpp"
 
@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const reference::setting& setting = reference::settings()[row];
     const int D = solver.solves_systems ? 1 + input.below(10) : 1;
     const int want_coeffs = input.below(2);
-    const int most_steps = D <= 2 ? 140 : 40; // the twin of a system takes its time
+    const int most_steps = D <= 2 ? 140 : 40; // the reference implementation is slow for systems
     const int N = input.below(most_steps * setting.m * setting.m + 2);
     sampled_problem problem{row, input.real(), system_samples{D}};
     problem.data.g = input.reals(std::size_t(N * D));
@@ -40,8 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         EXPECT_TRUE(refused.untouched());
     } else if (N < present_samples(setting)) {
         EXPECT_THROW(solve(), std::exception);
-        EXPECT_THROW(twin_of(solver, problem), std::logic_error);
+        EXPECT_THROW(reference_of(solver, problem), std::logic_error);
     } else
-        expect_equal(twin_of(solver, problem), solve(), want_coeffs != 0);
+        expect_equal(reference_of(solver, problem), solve(), want_coeffs != 0);
     return 0;
 }

@@ -1,8 +1,8 @@
-"""The library as a part of other builds, under flags that they choose, and as pkg-config finds it.
+"""The library as a part of other builds, with flags that they choose, and the library as found by pkg-config.
 
 usage: dependency_test.py CHECKOUT LIBRARY COMPILER
 
-Nothing of the library is compiled but single units. LIBRARY is a built one, which stands for what an installation has.
+Only single units of the library are compiled. LIBRARY is already built; it stands for the installed library.
 """
 
 import json
@@ -25,7 +25,8 @@ LAST = "-ffp-contract=off"
 def output_of(command, **options):
     ran = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **options)
     if ran.returncode != 0:
-        raise AssertionError(f"this failed: {shlex.join(map(str, command))}\n{ran.stdout}")
+        line = shlex.join(map(str, command))
+        raise AssertionError(f"expected exit code 0, got {ran.returncode} from {line}\n{ran.stdout}")
     return ran.stdout
 
 
@@ -34,7 +35,7 @@ def configure(source, build, *options, generator="Ninja"):
 
 
 def compile_commands(build):
-    """{(object, source): words of the command}"""
+    """The words of each compile command, by (object, source)."""
     entries = json.loads((build / "compile_commands.json").read_text())
     commands = [(pathlib.Path(entry["file"]), shlex.split(entry["command"])) for entry in entries]
     return {(words[words.index("-o") + 1], file): words for file, words in commands}
@@ -50,7 +51,7 @@ class Case(unittest.TestCase):
 
 class PartOfAnotherBuild(Case):
     def configure_host(self, *options, how="add_subdirectory", **others):
-        """The command that compiles the host, and those of the library's units."""
+        """The command that compiles the host, and the commands of the units of the library."""
         configure(HERE / "dependency", self.build, f"-DQUENTA={ROOT}", f"-DHOW={how}", *options, **others)
         commands = compile_commands(self.build)
         host = [words for (_, file), words in commands.items() if file.name == "host.cpp"]
@@ -67,22 +68,22 @@ class PartOfAnotherBuild(Case):
         (linked,) = [line for line in commands if " -shared " in line]
         return linked
 
-    def test_only_the_library_comes_in(self):
+    def test_only_the_library_is_added(self):
         for how in ("add_subdirectory", "FetchContent"):
             with self.subTest(how):
                 self.build = self.place / how
-                self.configure_host(how=how)  # the host's CMakeLists.txt compares before and after
+                self.configure_host(how=how)  # the CMakeLists.txt of the host compares its variables before and after
                 self.assertFalse((self.build / "CPackConfig.cmake").exists())
                 output_of(["cmake", "--install", self.build, "--prefix", self.place / "prefix"])
-                self.assertFalse((self.place / "prefix").exists(), "something of the library was installed")
+                self.assertFalse((self.place / "prefix").exists(), "expected nothing of the library to be installed")
 
-    def test_the_host_is_compiled_as_before(self):
+    def test_the_options_of_the_host_do_not_change(self):
         host, _ = self.configure_host("-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS=-ffast-math")
         options = [word for word in host[1:host.index("-o")] if not word.startswith("-I")]
         self.assertEqual(options, ["-ffast-math", "-O3", "-DNDEBUG", "-Wold-style-cast", "-std=gnu++11", "-Werror"])
         output_of([*host, "-fsyntax-only"], cwd=self.build)
 
-    def test_flags_of_the_build_are_kept_and_those_of_the_arithmetic_stand_last(self):
+    def test_flags_of_the_host_are_kept_and_followed_by_those_for_the_arithmetic(self):
         _, units = self.configure_host("-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS=-ffp-contract=fast -g3",
                                        "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DOF_THE_HOST")
         for (_, file), words in units.items():
@@ -91,32 +92,32 @@ class PartOfAnotherBuild(Case):
             self.assertEqual([word for word in words if word[:2] in ("-f", "-m")][-1], LAST, file)
             self.assertNotIn("-Werror", words)
 
-    def test_no_build_type_means_no_optimisation(self):
+    def test_without_a_build_type_nothing_is_optimised(self):
         _, units = self.configure_host()
         for (_, file), words in units.items():
             self.assertEqual([word for word in words if word.startswith("-O")], [], file)
 
-    def test_all_configurations(self):
+    def test_every_configuration_has_its_optimisation_level_and_compiles(self):
         _, units = self.configure_host("-DCMAKE_CONFIGURATION_TYPES=Debug;Release;RelWithDebInfo;MinSizeRel",
-                                       "-DCMAKE_CXX_FLAGS=-Werror",  # and the host warns of old-style casts
+                                       "-DCMAKE_CXX_FLAGS=-Werror",  # although the host warns about old-style casts
                                        generator="Ninja Multi-Config")
         compiled = 0
         for configuration, levels in {"Debug": [], "Release": ["-O3"], "RelWithDebInfo": ["-O2"],
                                       "MinSizeRel": ["-Os"]}.items():
-            of_it = {key: words for key, words in units.items() if f"/{configuration}/" in key[0]}
-            self.assertGreater(len(of_it), 10)
-            for (_, file), words in of_it.items():
-                # Rows of the settings table come with less than the rest of a release.
+            in_configuration = {key: words for key, words in units.items() if f"/{configuration}/" in key[0]}
+            self.assertGreater(len(in_configuration), 10)
+            for (_, file), words in in_configuration.items():
+                # In a release, the units of the rows are optimised less.
                 rows = configuration == "Release" and "_rows_" in file.name and "-O2" in words
                 self.assertEqual([word for word in words if word.startswith("-O")], levels + rows * ["-O2"], file)
                 self.assertEqual([word for word in words if word[:2] in ("-f", "-m")][-1], LAST, file)
-            (target,) = [key[0] for key in of_it if key[1].name == "vector_kernels_baseline.cpp"]
+            (target,) = [key[0] for key in in_configuration if key[1].name == "vector_kernels_baseline.cpp"]
             output_of(["ninja", "-C", self.build, "-f", f"build-{configuration}.ninja", target])
             compiled += 1
         self.assertEqual(compiled, 4)
 
     def machine_code(self, command, *more):
-        """What the unit of a command compiles to, with more options before the first of its own."""
+        """The machine code of a unit, compiled with more options in front of its own."""
         target = self.place / "unit.o"
         words = [command[0], *more, *command[1:]]
         words[words.index("-o") + 1] = str(target)
@@ -131,27 +132,27 @@ class PartOfAnotherBuild(Case):
         for options in (["-ffast-math"], ["-Ofast"], ["-funsafe-math-optimizations"], ["-ffp-contract=fast"],
                         ["-fassociative-math", "-fno-signed-zeros", "-fno-trapping-math", "-freciprocal-math"]):
             self.assertEqual(self.machine_code(ours, *fused, *options), expected, options)
-        # The options do something where ours do not stand behind them.
+        # Without ours after them, the options do change the machine code.
         alone = [word for word in ours if word != LAST]
         self.assertNotEqual(self.machine_code(alone, *fused, "-ffp-contract=fast"), expected)
 
-    def test_loading_the_library_leaves_the_mode_of_the_process(self):
+    def test_loading_the_library_does_not_change_the_floating_point_mode(self):
         for option in ("-ffast-math", "-Ofast", "-funsafe-math-optimizations"):
             for where in ("CMAKE_CXX_FLAGS", "CMAKE_CXX_FLAGS_RELEASE"):
                 shutil.rmtree(self.build, ignore_errors=True)
                 self.configure_host("-DCMAKE_BUILD_TYPE=Release", f"-D{where}={option}")
                 linked = self.link_command().removeprefix(": && ").removesuffix(" && :")
-                said = output_of([*shlex.split(linked), "-###"], cwd=self.build)
-                self.assertIn("crti.o", said) # it says what is linked
-                self.assertNotIn("crtfastmath.o", said, option)
+                printed = output_of([*shlex.split(linked), "-###"], cwd=self.build)
+                self.assertIn("crti.o", printed)  # the output lists what is linked
+                self.assertNotIn("crtfastmath.o", printed, option)
 
-    def test_threads_are_linked_where_they_are_a_library_of_their_own(self):
+    def test_the_threads_library_is_linked_if_it_is_separate(self):
         self.configure_host("-DCMAKE_HAVE_LIBC_PTHREAD=OFF")
         self.assertRegex(self.link_command(), r" -l?pthread\b")
 
 
 class WholeProject(Case):
-    def test_a_generator_of_many_configurations_takes_it(self):
+    def test_a_multi_configuration_generator_works(self):
         configure(ROOT, self.build, generator="Ninja Multi-Config")
         self.assertGreater(len(compile_commands(self.build)), 100)
 
@@ -166,7 +167,7 @@ class PkgConfig(Case):
                 configure(ROOT, self.build, "-DQUENTA_BUILD_TESTS=OFF", "-DQUENTA_BUILD_TOOLS=OFF",
                           f"-DCMAKE_INSTALL_PREFIX={prefix}", f"-DCMAKE_INSTALL_LIBDIR={libraries}",
                           f"-DCMAKE_INSTALL_INCLUDEDIR={headers}")
-                # As the installation puts them: an absolute directory replaces the prefix.
+                # As in the installation, an absolute directory replaces the prefix.
                 libdir, includedir = prefix / libraries, prefix / headers
                 for directory in (libdir / "pkgconfig", includedir):
                     directory.mkdir(parents=True, exist_ok=True)

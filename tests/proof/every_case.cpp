@@ -1,13 +1,13 @@
-// Every export, row, dimension, flag and class of step, seeded, against the twins; and one hash of all results for each
-// export, row and dimension, by which builds and instruction sets are compared.
+// Compares every export with the reference implementation, for every row and dimension, on seeded random data. Computes
+// one hash of all results for each export, row and dimension, so that builds and instruction sets can be compared.
 //
-//   --full               all classes of step and kinds of data, instead of some drawn from them
+//   --full               all numbers of steps and kinds of data, instead of a random choice
 //   --seed=N
-//   --instruction-set=S  no wider than baseline, avx2 or avx512; without, the widest that the processor has
-//   --manifest=FILE      writes the hashes, those of transformed histories apart
-//   --hashes-only        compares with no twin: what takes long in a slow build
+//   --instruction-set=S  uses at most baseline, avx2 or avx512 (default: the widest of the processor)
+//   --manifest=FILE      writes the hashes; results with transforms have hashes of their own
+//   --hashes-only        does not compare with the reference implementation, which takes long in a slow build
 //
-// Ends with 77 if all is well, but the processor has no such instruction set, so that it was shown for another.
+// Exits with 77 if all tests passed but the processor lacks the instruction set, so that a narrower one was used.
 #include "conformance/function_call.hpp"
 #include "conformance/sampled_bits.hpp"
 #include "quenta_function_solvers/history_kernels.hpp"
@@ -44,7 +44,7 @@ struct {
 
 } // namespace
 
-// What the library asks when it chooses a table of functions, and what is called in its place.
+// The linker replaces the function with which the library detects the features of the processor.
 extern "C" {
 quenta::processor_features __real__ZN6quenta27detected_processor_featuresEv();
 
@@ -64,7 +64,7 @@ namespace {
 
 constexpr const char* instruction_sets[] = {quenta::baseline::name, quenta::avx2::name, quenta::avx512::name};
 
-// The wider the more; -1 for one that is not known.
+// A number that grows with the width of the instruction set. -1 for an unknown name.
 int width_of(std::string_view name) {
     if (name == "widest")
         return int(std::size(instruction_sets)) - 1;
@@ -83,8 +83,8 @@ const char* set_in_use() {
     return instruction_sets[std::find(all.begin(), all.end(), &quenta::widest_table<table>()) - all.begin()];
 }
 
-// Were it another, runs with several sets would compare one with itself.
-TEST(every_case, runs_with_the_instruction_set_that_it_is_told) {
+// Otherwise, runs with different instruction sets would compare one of them with itself.
+TEST(every_case, uses_the_requested_instruction_set) {
     const std::string expected = instruction_sets[std::min(width_of(options.instruction_set), width_of_processor())];
     EXPECT_EQ(set_in_use<quenta::vector_kernels>(), expected);
     EXPECT_EQ(set_in_use<quenta::dense_kernels>(), expected);
@@ -93,7 +93,7 @@ TEST(every_case, runs_with_the_instruction_set_that_it_is_told) {
 
 // ---- Hashes ----
 
-// FNV-1a of the bits, all NaNs being one.
+// The FNV-1a hash of the bits. All NaNs count as the same value.
 class hash {
 public:
     void add(std::uint64_t word) {
@@ -121,9 +121,9 @@ std::string numbered(const char* name, std::size_t number) {
     return name + std::string(2 - std::min<std::size_t>(digits.size(), 2), '0') + digits;
 }
 
-// ---- Solvers from samples ----
+// ---- Sample-based solvers ----
 
-// One case. Everything else follows from the numbers, so that the line it prints is the case.
+// One case. text() is a line of C++ that repeats it.
 struct sampled_case {
     const char* solver;
     std::size_t row;
@@ -152,12 +152,12 @@ void prove(const sampled_case& given) {
     ++proved;
     if (given.N < present_samples(problem.row()) && solver.accepts(problem.row())) {
         EXPECT_THROW(solve(), quenta::index_failure);
-        EXPECT_THROW(twin_of(solver, problem), std::logic_error);
+        EXPECT_THROW(reference_of(solver, problem), std::logic_error);
         return;
     }
     const sampled_answer answer = solve();
     ASSERT_TRUE(answer.out.fences_hold() && answer.coeffs.fences_hold());
-    // From 64 steps on the history is transformed, with numbers that come from the platform's cosine and sine.
+    // From 64 steps on, the history uses transforms, with twiddles from the cosine and sine of the platform.
     const bool transformed = steps_of(std::size_t(given.N), problem.row()) >= 64;
     hash& results = manifest[given.solver + numbered(" row ", given.row) + numbered(" D ", std::size_t(given.D)) +
                              (transformed ? " transformed" : "")];
@@ -169,11 +169,11 @@ void prove(const sampled_case& given) {
         ASSERT_EQ(answer.status, QUENTA_UNSUPPORTED_SETTING);
         ASSERT_TRUE(answer.untouched());
     } else if (!options.hashes_only) {
-        expect_equal(twin_of(solver, problem), answer, given.want_coeffs != 0);
+        expect_equal(reference_of(solver, problem), answer, given.want_coeffs != 0);
     }
 }
 
-// Calls visit(solver, row, D) for every solver, row and one of these dimensions.
+// Calls visit(solver, row, D) for every solver and row, and for the dimensions that the solver accepts.
 template <class visitor>
 void for_each_sampled_variant(std::initializer_list<int> dimensions, const visitor& visit) {
     for (const sampled_solver& solver : every_solver)
@@ -183,7 +183,7 @@ void for_each_sampled_variant(std::initializer_list<int> dimensions, const visit
                     visit(solver, row, D);
 }
 
-TEST(every_case, of_the_solvers_from_samples) {
+TEST(every_case, sample_based_solvers_are_bit_identical_to_the_reference) {
     random_data random{options.seed};
     const int proved_before = proved;
     for_each_sampled_variant(
@@ -198,17 +198,18 @@ TEST(every_case, of_the_solvers_from_samples) {
                 for (const int steps : boundary_steps)
                     for (std::size_t data = 0; data < std::size(data_kinds); ++data)
                         prove_drawn(steps, data);
-            else { // one ordinary case on both sides of the transform, and one that is not ordinary
+            else { // two cases with ordinary data, of few and of many steps, and one with any data
                 prove_drawn(int(random.below(33)), 0);
                 prove_drawn(boundary_steps[4 + random.below(boundary_steps.size() - 4)], 0);
-                const std::size_t data = random.below(std::size(data_kinds)); // arguments have no order of their own
+                // The order in which arguments are evaluated is unspecified.
+                const std::size_t data = random.below(std::size(data_kinds));
                 prove_drawn(boundary_steps[random.below(5)], data);
             }
         });
     EXPECT_EQ(proved - proved_before, (4 + 4 * 10) * 56 * (options.full ? int(13 * std::size(data_kinds)) : 3));
 }
 
-TEST(every_case, of_few_samples) {
+TEST(every_case, sample_based_solvers_are_bit_identical_to_the_reference_for_few_samples) {
     random_data random{options.seed + 2};
     const int proved_before = proved;
     for_each_sampled_variant({1, 2, 9}, [&](const sampled_solver& solver, std::size_t row, int D) {
@@ -218,9 +219,9 @@ TEST(every_case, of_few_samples) {
     EXPECT_EQ(proved - proved_before, (4 + 4 * 3) * 56 * 41);
 }
 
-// Transforms that are too long for the nearest cache, of 4096 points and of 8192. With these data the first kind would
-// long have left the finite numbers.
-TEST(every_case, of_long_histories) {
+// The transforms have 4096 and 8192 points and do not fit the first-level cache. The first kind is left out because its
+// solution would overflow.
+TEST(every_case, sample_based_solvers_are_bit_identical_to_the_reference_for_long_histories) {
     random_data random{options.seed + 3};
     const int proved_before = proved;
     for (const sampled_solver& solver : every_solver)
@@ -231,7 +232,7 @@ TEST(every_case, of_long_histories) {
     EXPECT_EQ(proved - proved_before, (2 + 2 * 2) * 2);
 }
 
-// ---- Solvers from blocks ----
+// ---- Block solvers ----
 
 struct block_case {
     block_kind kind;
@@ -248,7 +249,7 @@ void prove(const block_case& given) {
     SCOPED_TRACE(given.text());
     random_data random{given.seed};
     block_problem problem = random_blocks(random, given.kind, given.N, given.P, given.D);
-    if (given.seed % 4 == 0) // a special value somewhere
+    if (given.seed % 4 == 0) // one special value
         (random.below(2) == 0 ? problem.A[random.below(problem.A.size())] : problem.b[random.below(problem.b.size())]) =
             random.special_value();
     const block_answer answer = call_block_solver(problem);
@@ -259,11 +260,11 @@ void prove(const block_case& given) {
     results.add(answer.y.values());
     ++proved;
     if (!options.hashes_only) {
-        ASSERT_TRUE(answers_as_the_twin(problem, answer, block_twin(problem)));
+        ASSERT_TRUE(matches_reference(problem, answer, block_reference(problem)));
     }
 }
 
-TEST(every_case, of_the_solvers_from_blocks) {
+TEST(every_case, block_solvers_are_bit_identical_to_the_reference) {
     random_data random{options.seed + 1};
     const int proved_before = proved;
     for_each_variant([&](block_kind kind, int P, int D) {

@@ -1,5 +1,5 @@
-// Every array of a call, the caller's and the library's own, stands between two pages that must not be touched: right
-// in front of the one, and then right behind the other.
+// Every array of a call, of the caller and of the library, lies next to pages that cannot be accessed: directly before
+// such a page in one run, and directly after one in the other.
 #include "conformance/function_call.hpp"
 #include "conformance/sampled_bits.hpp"
 #include "support/replaced_new.hpp"
@@ -20,7 +20,7 @@
 
 namespace {
 
-enum class place { anywhere, before_the_page, behind_the_page };
+enum class place { anywhere, before_the_page, after_the_page };
 thread_local place placed = place::anywhere;
 
 struct guarded_block {
@@ -38,20 +38,20 @@ int blocks_made = 0;
 
 void* allocate_guarded(std::size_t size, std::size_t alignment) {
     static const std::size_t page = std::size_t(sysconf(_SC_PAGESIZE));
-    const std::size_t usable = (size + page) / page * page; // one byte at least, in whole pages
+    const std::size_t usable = (size + page) / page * page; // whole pages, at least one byte
     guarded_block made{nullptr, nullptr, usable + 2 * page};
     made.pages = mmap(nullptr, made.bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (made.pages == MAP_FAILED)
         throw std::bad_alloc{};
     char* const first = static_cast<char*>(made.pages) + page;
     if (mprotect(first, usable, PROT_READ | PROT_WRITE) != 0)
-        give_up("no access to the pages of a block");
-    std::fill_n(first, usable, char(0x7F)); // 7F7F7F...: a number that shows
-    made.block = placed == place::behind_the_page ? first : first + (usable - size) / alignment * alignment;
+        give_up("mprotect failed for the pages of a block");
+    std::fill_n(first, usable, char(0x7F)); // 7F7F7F...: a large number that is visible in a result
+    made.block = placed == place::after_the_page ? first : first + (usable - size) / alignment * alignment;
     const auto free_entry = std::find_if(guarded_blocks.begin(), guarded_blocks.end(),
                                          [](const guarded_block& each) { return each.block == nullptr; });
     if (free_entry == guarded_blocks.end())
-        give_up("more blocks than there is room to note");
+        give_up("expected at most 4096 blocks at a time, got more");
     ++blocks_made;
     return (*free_entry = made).block;
 }
@@ -59,7 +59,7 @@ void* allocate_guarded(std::size_t size, std::size_t alignment) {
 } // namespace
 
 void* quenta_tests::allocate_block(std::size_t size, std::size_t alignment) {
-    // An array of doubles or ints ends right before the page, although it may then not begin at a multiple of 16.
+    // An array of doubles or ints ends directly before the page, so it may start at an address that 16 does not divide.
     if (placed != place::anywhere)
         return allocate_guarded(size, alignment == alignof(std::max_align_t) ? std::gcd(size, alignment) : alignment);
     void* const block = alignment <= alignof(std::max_align_t)
@@ -87,7 +87,7 @@ namespace {
 
 class guard_pages : public ::testing::TestWithParam<place> {
 protected:
-    // What solve(problem) gives for a copy of the problem, where all that is allocated is guarded.
+    // The result of solve for a copy of the problem. All blocks that are allocated meanwhile are guarded.
     template <class problem_type, class solver_type>
     auto guarded(const problem_type& problem, const solver_type& solve) {
         struct in_place {
@@ -99,14 +99,14 @@ protected:
                 placed = place::anywhere;
                 fenced_array::width = 32;
             }
-        } until_the_end;
+        } placed_in_this_scope;
         const problem_type copy = problem;
         return solve(copy);
     }
     void SetUp() override { blocks_made = 0; }
 };
 
-TEST_P(guard_pages, stop_a_read_outside_of_an_array) {
+TEST_P(guard_pages, stop_a_read_outside_an_array) {
     const auto read_outside = [](const auto& array) {
         const volatile auto* const data = array.data();
         return GetParam() == place::before_the_page ? data[array.size()] : *(data - 1);
@@ -117,7 +117,7 @@ TEST_P(guard_pages, stop_a_read_outside_of_an_array) {
     }
 }
 
-TEST_P(guard_pages, stop_no_solver_from_samples) {
+TEST_P(guard_pages, are_not_accessed_by_the_sample_based_solvers) {
     random_data random{20260371};
     int solved = 0;
     for (const sampled_solver& solver : every_solver)
@@ -132,14 +132,14 @@ TEST_P(guard_pages, stop_no_solver_from_samples) {
                         const reference::setting with_its_list = copy.row();
                         return solver.solve(copy.data, copy.dt, with_its_list, 1);
                     });
-                    expect_equal(twin_of(solver, problem), answer, true);
+                    expect_equal(reference_of(solver, problem), answer, true);
                     ++solved;
                 });
     EXPECT_EQ(solved, 2 * ((4 * 4) * 56 + 4 * 56 - (2 * 4 + 2) * 3));
     EXPECT_GT(blocks_made, 10 * solved);
 }
 
-TEST_P(guard_pages, stop_no_solver_from_blocks) {
+TEST_P(guard_pages, are_not_accessed_by_the_block_solvers) {
     random_data random{20260372};
     int solved = 0;
     for_each_variant([&](block_kind kind, int P, int D) {
@@ -147,7 +147,7 @@ TEST_P(guard_pages, stop_no_solver_from_blocks) {
             const block_problem problem = random_blocks(random, kind, N, P, D);
             const block_answer answer =
                 guarded(problem, [](const block_problem& copy) { return call_block_solver(copy); });
-            ASSERT_TRUE(answers_as_the_twin(problem, answer, block_twin(problem)));
+            ASSERT_TRUE(matches_reference(problem, answer, block_reference(problem)));
             ++solved;
         }
     });
@@ -155,7 +155,7 @@ TEST_P(guard_pages, stop_no_solver_from_blocks) {
     EXPECT_GT(blocks_made, 4 * solved);
 }
 
-TEST_P(guard_pages, stop_no_list_of_the_settings) {
+TEST_P(guard_pages, are_not_accessed_by_the_list_of_settings) {
     const std::vector<int> settings = guarded(std::vector<int>(336), [](std::vector<int> room) {
         quenta_get_supported_settings(room.data());
         return room;
@@ -163,9 +163,9 @@ TEST_P(guard_pages, stop_no_list_of_the_settings) {
     EXPECT_EQ(settings[335], 4);
 }
 
-INSTANTIATE_TEST_SUITE_P(arrays, guard_pages, ::testing::Values(place::before_the_page, place::behind_the_page),
+INSTANTIATE_TEST_SUITE_P(arrays, guard_pages, ::testing::Values(place::before_the_page, place::after_the_page),
                          [](const auto& instance) {
-                             return instance.param == place::before_the_page ? "before_the_page" : "behind_the_page";
+                             return instance.param == place::before_the_page ? "before_the_page" : "after_the_page";
                          });
 
 } // namespace

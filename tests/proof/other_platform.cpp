@@ -1,9 +1,9 @@
-// How far results lie from those of another platform. Only the angles of the transform, which the platform's `cos` and
-// `sin` turn into numbers, can set them apart; here the samples are made by the four operations alone, and every march
-// is long enough for the transform.
+// Measures how much the results of two platforms differ. Only the `cos` and `sin` of the angles of the transform can
+// cause differences: the samples are calculated with the four basic operations alone. Every problem has enough steps
+// for the transform.
 //
 //   --write=FILE    writes the results of this platform
-//   --compare=FILE  compares them with those that another platform has written
+//   --compare=FILE  compares the results with those that another platform wrote
 #include "conformance/every_solver.hpp"
 #include "support/bits.hpp"
 #include "support/options.hpp"
@@ -27,20 +27,20 @@ namespace {
 
 struct result {
     std::string name;
-    std::uint64_t most_ulps; // that another platform may be away,
-    double negligible;       // but for differences of this size
+    std::uint64_t most_ulps; // the largest difference that is accepted
+    double negligible;       // differences up to this size are always accepted
     std::vector<double> values;
 };
 
-// The functions at the angles of all transforms of up to 2^24 points, forward; inverse, they only change their sign. At
-// half and quarter turns they are nearly 0, which not every platform calculates to the last digit; what counts is how
-// that compares with 1.
+// The function at the angles of all forward transforms of up to 2^24 points. The angles of inverse transforms have the
+// opposite sign, which may only change the sign of the result. At half and quarter turns, results close to 0 are not
+// accurate to the last digit on every platform. Their errors are negligible compared with 1.
 result function_at_angles(const char* name, double (*function)(double), double sign_of_inverse) {
     result made{name, 1, 0x1p-64, {}};
     for (const double angle : transform_angles(std::int64_t{1} << 24, -6.283185307179586)) {
         made.values.push_back(function(angle));
         if (function(-angle) != sign_of_inverse * made.values.back())
-            ADD_FAILURE() << name << " of " << -angle << " and of " << angle;
+            ADD_FAILURE() << name << " differs at " << -angle << " and " << angle << " by more than the sign";
     }
     return made;
 }
@@ -50,11 +50,11 @@ system_samples smooth_samples(equation kind, int D, int N, double dt) {
     system_samples made{D};
     for (int i = 0; i < N; ++i) {
         const double t = i * dt;
-        for (int r = 0; r < D; ++r) {
-            made.g.push_back((kind == equation::first_kind ? t : 1.0) * (1.0 + 0.125 * r));
-            for (int c = 0; c < D; ++c) {
-                made.K.push_back((r == c ? 1.0 : 0.25 / (D * (1.0 + r + c))) / (1.0 + t));
-                made.a.push_back((r == c ? -1.0 : 0.125 / D) / (2.0 + t));
+        for (int a = 0; a < D; ++a) {
+            made.g.push_back((kind == equation::first_kind ? t : 1.0) * (1.0 + 0.125 * a));
+            for (int b = 0; b < D; ++b) {
+                made.K.push_back((a == b ? 1.0 : 0.25 / (D * (1.0 + a + b))) / (1.0 + t));
+                made.a.push_back((a == b ? -1.0 : 0.125 / D) / (2.0 + t));
             }
         }
     }
@@ -64,7 +64,7 @@ system_samples smooth_samples(equation kind, int D, int N, double dt) {
     return made;
 }
 
-// The first kind takes differences of what the history has summed, and so makes more of each rounding.
+// The first kind subtracts sums of the history from each other, which amplifies rounding errors.
 std::uint64_t most_ulps_of(equation kind) {
     return kind == equation::first_kind ? 1000000 : 16;
 }
@@ -92,7 +92,7 @@ std::vector<result> results() {
 
 std::string file_to_write, file_to_compare;
 
-// A name a line, then a value a line, as its bits.
+// Each result is a line with its name, and a line per value with the bits as an integer.
 void write(const std::vector<result>& made, const std::string& path) {
     std::ofstream file{path, std::ios::binary};
     for (const result& each : made) {
@@ -103,7 +103,7 @@ void write(const std::vector<result>& made, const std::string& path) {
     ASSERT_TRUE(file.flush()) << path;
 }
 
-TEST(other_platform, has_these_results_but_for_a_few_ulps) {
+TEST(other_platform, gives_the_results_of_the_other_platform_within_a_few_ulps) {
     const std::vector<result> made = results();
     ASSERT_EQ(made.size(), 2u + 2 * (4 * 3 + 4) * 3);
     if (!file_to_write.empty())
@@ -112,7 +112,7 @@ TEST(other_platform, has_these_results_but_for_a_few_ulps) {
         return;
     std::ifstream file{file_to_compare, std::ios::binary};
     std::size_t differences = 0, values = 0;
-    std::printf("%-48s %9s %9s %12s\n", "", "values", "differ", "most ulps");
+    std::printf("%-48s %9s %9s %12s\n", "", "values", "differ", "max ulps");
     for (const result& here : made) {
         std::string line;
         ASSERT_TRUE(std::getline(file, line));

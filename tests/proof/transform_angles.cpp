@@ -1,5 +1,4 @@
-// The list of angles that other_platform compares is complete: transforms call `cos` and `sin` at these, and at no
-// other.
+// The transforms call `cos` and `sin` at exactly the angles that other_platform compares.
 #include "support/transform_angles.hpp"
 #include "toeplitz_history/fft.hpp"
 #include "toeplitz_history/vector_kernels.hpp"
@@ -19,7 +18,7 @@ std::set<double> angles_of_cos, angles_of_sin;
 
 } // namespace
 
-// What the library calls, noted on the way.
+// The linker replaces `cos` and `sin` by functions that record the angles.
 extern "C" double __real_cos(double angle);
 extern "C" double __real_sin(double angle);
 extern "C" double __wrap_cos(double angle) {
@@ -37,13 +36,13 @@ namespace {
 
 constexpr double turn = 6.283185307179586;
 
-TEST(transform_angles, are_those_at_which_transforms_call_cos_and_sin) {
-    // Long enough for runs of twiddles within blocks and across them.
+TEST(transform_angles, are_exactly_those_at_which_transforms_call_cos_and_sin) {
+    // Long enough for runs of twiddles within one block and across blocks.
     for (const std::int64_t longest : {2, 16, 64, 128, 4096, 65536})
         for (const bool inverse : {false, true}) {
             const std::vector<double> listed = quenta_tests::transform_angles(longest, inverse ? turn : -turn);
             const std::set<double> expected{listed.begin(), listed.end()};
-            EXPECT_EQ(expected.size(), listed.size()) << "an angle is listed twice";
+            EXPECT_EQ(expected.size(), listed.size()) << "expected every angle once";
             angles_of_cos.clear();
             angles_of_sin.clear();
             for (std::int64_t n = 2; n <= longest; n *= 2) {

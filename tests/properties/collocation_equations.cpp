@@ -1,5 +1,5 @@
-// What every solver solves, written down from the mathematics: at each node its polynomials satisfy the equation, with
-// every integral replaced by the quadrature rule of the nodes. No table of a step's system is formed here.
+// The solutions of every solver satisfy their equation at each node, with every integral replaced by the quadrature
+// rule of the nodes. The equations are written out directly, without the matrices that the solvers assemble.
 #include "conformance/every_solver.hpp"
 #include "conformance/sampled_promises.hpp"
 #include "reference/lagrange.hpp"
@@ -23,28 +23,28 @@ public:
     piecewise_polynomial(std::span<const double> values, int powers_of_a_step, int slots_of_a_step, int dimension)
         : coeffs{values}, powers{powers_of_a_step}, slots{slots_of_a_step}, D{dimension} {}
 
-    // Component r at t_n + s h, and its derivative by s there.
-    double value(int n, double s, int r) const {
+    // Component a at t_n + s h, and its derivative with respect to s.
+    double value(int n, double s, int a) const {
         double sum = 0.0;
-        for (int q = powers - 1; q >= 0; --q)
-            sum = sum * s + coefficient(n, q, r);
+        for (int p = powers - 1; p >= 0; --p)
+            sum = sum * s + coefficient(n, p, a);
         return sum;
     }
-    double derivative(int n, double s, int r) const {
+    double derivative(int n, double s, int a) const {
         double sum = 0.0;
-        for (int q = powers - 1; q > 0; --q)
-            sum = sum * s + q * coefficient(n, q, r);
+        for (int p = powers - 1; p > 0; --p)
+            sum = sum * s + p * coefficient(n, p, a);
         return sum;
     }
 
 private:
-    double coefficient(int n, int q, int r) const { return coeffs[(n * slots + q) * D + r]; }
+    double coefficient(int n, int p, int a) const { return coeffs[(n * slots + p) * D + a]; }
 
     std::span<const double> coeffs;
     int powers, slots, D;
 };
 
-// A sum, and the size of its terms.
+// A sum, and the sum of the magnitudes of its terms.
 struct sized_sum {
     double value = 0.0, size = 0.0;
 
@@ -56,7 +56,7 @@ struct sized_sum {
 
 class every_scheme : public ::testing::TestWithParam<sampled_solver> {
 protected:
-    // Calls visit(row, samples, polynomials) for the solutions in all settings that suit.
+    // Calls visit(setting, samples, polynomials) for the solutions under all suitable settings.
     template <class visitor>
     static void for_each_solution(const visitor& visit) {
         const sampled_solver& solver = GetParam();
@@ -79,55 +79,57 @@ TEST_P(every_scheme, satisfies_its_equation_at_every_node) {
     for_each_solution([](const setting& row, const system_samples& data, const piecewise_polynomial& u) {
         const int P = int(row.indices.size()), m = row.m, S = m * m, D = data.D;
         const double h = S * dt;
-        const std::vector<int>& k = row.indices;
+        const std::vector<int>& indices = row.indices;
         const std::vector<double> c = row.nodes();
-        std::vector<double> b;
-        for (int l = 0; l < P; ++l)
-            b.push_back(reference::quadrature_weight(reference::lagrange_coefficients(c, std::size_t(l))));
-        const auto K = [&](int lag, int r, int s) {
-            return data.K[(lag * D + r) * D + s];
+        std::vector<double> weights;
+        for (int j = 0; j < P; ++j)
+            weights.push_back(reference::quadrature_weight(reference::lagrange_coefficients(c, std::size_t(j))));
+        const auto K = [&](int sample, int a, int b) {
+            return data.K[(sample * D + a) * D + b];
         };
         for (int n = 0; n < steps; ++n)
             for (int i = 0; i < P; ++i)
-                for (int r = 0; r < D; ++r) {
-                    const int x = n * S + k[i] * m;
-                    sized_sum rest; // all of the right-hand side less the left-hand side
-                    for (int s = 0; s < D; ++s)
-                        for (int l = 0; l < P; ++l) {
-                            for (int j = 0; j < n; ++j)
-                                rest.add(h * b[l] * K((n - j) * S + (k[i] - k[l]) * m, r, s) * u.value(j, c[l], s));
-                            rest.add(h * c[i] * b[l] * K(k[i] * (m - k[l]), r, s) * u.value(n, c[i] * c[l], s));
+                for (int a = 0; a < D; ++a) {
+                    const int sample = n * S + indices[i] * m;
+                    sized_sum residual; // the right-hand side minus the left-hand side
+                    for (int b = 0; b < D; ++b)
+                        for (int q = 0; q < P; ++q) {
+                            for (int k = 0; k < n; ++k)
+                                residual.add(h * weights[q] * K((n - k) * S + (indices[i] - indices[q]) * m, a, b) *
+                                             u.value(k, c[q], b));
+                            residual.add(h * c[i] * weights[q] * K(indices[i] * (m - indices[q]), a, b) *
+                                         u.value(n, c[i] * c[q], b));
                         }
                     switch (GetParam().kind) {
                     case equation::first_kind:
-                        rest.add(-data.g[x * D + r]);
+                        residual.add(-data.g[sample * D + a]);
                         break;
                     case equation::second_kind:
-                        rest.add(data.g[x * D + r]);
-                        rest.add(-u.value(n, c[i], r));
+                        residual.add(data.g[sample * D + a]);
+                        residual.add(-u.value(n, c[i], a));
                         break;
-                    case equation::derivative:
-                        rest.add(data.g[x * D + r]);
-                        for (int s = 0; s < D; ++s)
-                            rest.add(data.a[(x * D + r) * D + s] * u.value(n, c[i], s));
-                        rest.add(-u.derivative(n, c[i], r) / h);
+                    case equation::integro_differential:
+                        residual.add(data.g[sample * D + a]);
+                        for (int b = 0; b < D; ++b)
+                            residual.add(data.a[(sample * D + a) * D + b] * u.value(n, c[i], b));
+                        residual.add(-u.derivative(n, c[i], a) / h);
                         break;
                     }
-                    EXPECT_NEAR(rest.value, 0.0, 1e-12 * rest.size)
-                        << "step " << n << ", node " << i << ", component " << r;
+                    EXPECT_NEAR(residual.value, 0.0, 1e-12 * residual.size)
+                        << "step " << n << ", node " << i << ", component " << a;
                 }
     });
 }
 
-TEST_P(every_scheme, starts_at_the_first_value_and_joins_the_steps_if_it_carries_a_value) {
+TEST_P(every_scheme, is_continuous_and_starts_at_the_initial_value_if_it_carries_a_value) {
     if (!GetParam().carries_value)
         return;
     for_each_solution([](const setting&, const system_samples& data, const piecewise_polynomial& u) {
-        for (int r = 0; r < data.D; ++r) {
-            EXPECT_NEAR(u.value(0, 0.0, r), data.y0[r], 1e-14 * std::fabs(data.y0[r])) << "component " << r;
+        for (int a = 0; a < data.D; ++a) {
+            EXPECT_NEAR(u.value(0, 0.0, a), data.y0[a], 1e-14 * std::fabs(data.y0[a])) << "component " << a;
             for (int n = 1; n < steps; ++n) {
-                const double end = u.value(n - 1, 1.0, r), start = u.value(n, 0.0, r);
-                EXPECT_NEAR(end, start, 1e-12 * (1.0 + std::fabs(end))) << "component " << r << ", step " << n;
+                const double end = u.value(n - 1, 1.0, a), start = u.value(n, 0.0, a);
+                EXPECT_NEAR(end, start, 1e-12 * (1.0 + std::fabs(end))) << "component " << a << ", step " << n;
             }
         }
     });

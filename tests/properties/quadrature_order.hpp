@@ -1,4 +1,4 @@
-// The order of the quadrature rule on a row's nodes.
+// The order of the quadrature rule on the nodes of a setting.
 #pragma once
 
 #include "reference/lagrange.hpp"
@@ -10,15 +10,15 @@
 
 namespace quenta_tests {
 
-// The rule integrates s^j over [0, 1] exactly for all j below its order.
+// The rule integrates s^p over [0, 1] exactly for all p below its order.
 inline int quadrature_order(const reference::setting& row) {
     const std::vector<double> c = row.nodes();
-    for (int j = 0;; ++j) {
+    for (int p = 0;; ++p) {
         double integral = 0.0;
-        for (std::size_t l = 0; l < c.size(); ++l)
-            integral += reference::quadrature_weight(reference::lagrange_coefficients(c, l)) * std::pow(c[l], j);
-        if (std::fabs(integral - 1.0 / (j + 1)) > 1e-12)
-            return j;
+        for (std::size_t j = 0; j < c.size(); ++j)
+            integral += reference::quadrature_weight(reference::lagrange_coefficients(c, j)) * std::pow(c[j], p);
+        if (std::fabs(integral - 1.0 / (p + 1)) > 1e-12)
+            return p;
     }
 }
 

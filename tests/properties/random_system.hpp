@@ -1,4 +1,4 @@
-// Seeded systems for identities that hold whatever the data are.
+// Seeded random systems, for identities that hold for any data.
 #pragma once
 
 #include "conformance/every_solver.hpp"
@@ -8,7 +8,7 @@
 
 namespace quenta_tests {
 
-// Kernel and coefficient lie around those of `system_samples`, so that blocks are regular.
+// Kernel and coefficient are those of `system_samples` plus small random values, so that blocks stay regular.
 inline system_samples random_system(random_data& random, int D, int N) {
     system_samples data{D, N};
     data.g = random.uniform(data.g.size());

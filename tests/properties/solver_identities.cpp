@@ -1,5 +1,5 @@
-// What must hold between solutions of every solver, whatever the data: what they reproduce, how they scale and add up,
-// and what a value cannot depend on.
+// Relations that hold for every solver and any data: linearity, scaling, causality, and the polynomials that a scheme
+// integrates exactly.
 #include "conformance/sampled_promises.hpp"
 #include "properties/quadrature_order.hpp"
 #include "properties/random_system.hpp"
@@ -26,23 +26,25 @@ std::vector<double> times(double factor, std::span<const double> values) {
         products.push_back(factor * value);
     return products;
 }
-std::vector<double> sum_of(std::span<const double> a, std::span<const double> b) {
+std::vector<double> sum_of(std::span<const double> left, std::span<const double> right) {
     std::vector<double> sums;
-    for (std::size_t i = 0; i < a.size(); ++i)
-        sums.push_back(a[i] + b[i]);
+    for (std::size_t index = 0; index < left.size(); ++index)
+        sums.push_back(left[index] + right[index]);
     return sums;
 }
 
-// To rounding, relative to the largest value.
+// Equal to rounding, relative to the largest value.
 ::testing::AssertionResult close(std::span<const double> expected, std::span<const double> actual) {
     double scale = 0.0;
     for (const double value : expected)
         scale = std::max(scale, std::fabs(value));
     if (expected.size() != actual.size() || scale == 0.0)
-        return ::testing::AssertionFailure() << "nothing to compare: " << expected.size() << ", " << actual.size();
-    for (std::size_t i = 0; i < expected.size(); ++i)
-        if (!(std::fabs(expected[i] - actual[i]) <= 1e-11 * scale))
-            return equal_bits(expected[i], actual[i]) << "\n  at index " << i << ", largest value " << scale;
+        return ::testing::AssertionFailure()
+               << "expected " << expected.size() << " values that are not all zero, got " << actual.size();
+    for (std::size_t index = 0; index < expected.size(); ++index)
+        if (!(std::fabs(expected[index] - actual[index]) <= 1e-11 * scale))
+            return equal_bits(expected[index], actual[index])
+                   << "\n  at index " << index << ", largest value " << scale;
     return ::testing::AssertionSuccess();
 }
 
@@ -52,16 +54,16 @@ int samples_of(int steps, const setting& row) {
 
 class every_solution : public ::testing::TestWithParam<sampled_solver> {
 protected:
-    // Calls visit(row, random system) for all settings that suit and for each of these numbers of steps.
+    // Calls visit(setting, random system) for all suitable settings and each of the numbers of steps.
     template <class visitor>
-    static void for_each_system(const std::vector<int>& runs, const visitor& visit) {
+    static void for_each_system(const std::vector<int>& step_counts, const visitor& visit) {
         random_data random{20260401};
         const auto suits = [](const setting& row) {
             return GetParam().suits(row);
         };
         for_each_setting(suits, [&](const setting& row) {
             for (const int D : GetParam().solves_systems ? std::vector{2, 9} : std::vector{1})
-                for (const int steps : runs) {
+                for (const int steps : step_counts) {
                     SCOPED_TRACE("D = " + std::to_string(D) + ", " + std::to_string(steps) + " steps");
                     visit(row, random_system(random, D, samples_of(steps, row)));
                 }
@@ -74,7 +76,7 @@ protected:
         return answer;
     }
 
-    // The coefficients that were written.
+    // The coefficients of all steps, without the unused slots.
     static std::vector<double> polynomials(const system_samples& data, const setting& row, double spacing = dt) {
         const sampled_answer answer = solve(data, row, spacing);
         const std::size_t written = doubles_of_a_step(data, row), stride = (row.indices.size() + 1) * data.D;
@@ -90,7 +92,7 @@ protected:
     }
 };
 
-TEST_P(every_solution, scales_every_bit_with_what_drives_it) {
+TEST_P(every_solution, scales_exactly_with_forcing_and_initial_value) {
     for_each_system({1, 7, 70}, [](const setting& row, const system_samples& data) {
         const std::vector<double> once = polynomials(data, row);
         for (const double factor : {2.0, -1.0, 0x1p-40}) {
@@ -102,14 +104,14 @@ TEST_P(every_solution, scales_every_bit_with_what_drives_it) {
     });
 }
 
-// A kernel is an inverse time, and that of an equation for the derivative the inverse of its square.
-TEST_P(every_solution, keeps_every_bit_when_time_is_scaled_by_a_power_of_two) {
+// The unit of a kernel is 1 / time; that of an integro-differential equation is 1 / time^2.
+TEST_P(every_solution, is_unchanged_when_the_unit_of_time_is_scaled_by_a_power_of_two) {
     for_each_system({1, 7, 70}, [](const setting& row, const system_samples& data) {
         const sampled_answer once = solve(data, row);
         for (const double factor : {2.0, -1.0, 0x1p-40}) {
             system_samples scaled = data;
             scaled.K = times(factor, data.K);
-            if (GetParam().kind == equation::derivative) {
+            if (GetParam().kind == equation::integro_differential) {
                 scaled.K = times(factor, scaled.K);
                 scaled.a = times(factor, data.a);
                 scaled.g = times(factor, data.g);
@@ -121,7 +123,7 @@ TEST_P(every_solution, keeps_every_bit_when_time_is_scaled_by_a_power_of_two) {
     });
 }
 
-TEST_P(every_solution, of_a_sum_is_the_sum_of_the_solutions) {
+TEST_P(every_solution, is_additive_in_forcing_and_initial_value) {
     random_data random{20260402};
     for_each_system({1, 7, 70}, [&](const setting& row, const system_samples& one) {
         system_samples other = one, both = one;
@@ -133,12 +135,12 @@ TEST_P(every_solution, of_a_sum_is_the_sum_of_the_solutions) {
     });
 }
 
-TEST_P(every_solution, does_not_depend_on_the_forcing_or_the_coefficient_of_later_steps) {
+TEST_P(every_solution, does_not_depend_on_forcing_or_coefficient_of_later_steps) {
     for_each_system({130}, [&](const setting& row, const system_samples& data) {
         const std::vector<double> once = polynomials(data, row);
         for (const int unchanged : {1, 31, 33, 64, 128}) {
             system_samples other = data;
-            // The sample on the boundary belongs to both steps, as a node of either.
+            // The sample on the boundary may be a node of either step, so it is not changed.
             const int first = samples_of(unchanged, row) * data.D;
             std::fill(other.g.begin() + first, other.g.end(), nan);
             std::fill(other.a.begin() + first * data.D, other.a.end(), nan);
@@ -151,16 +153,17 @@ TEST_P(every_solution, does_not_depend_on_the_forcing_or_the_coefficient_of_late
     });
 }
 
-// In a transformed block, later lags take part in the rounding of earlier sums. Before the transform comes into play,
-// no bit changes.
+// In a transformed block, later lags affect the rounding of earlier sums. With too few steps for the transform, no bit
+// changes.
 TEST_P(every_solution, does_not_depend_on_the_kernel_at_later_lags) {
     random_data random{20260403};
     for_each_system({60, 130}, [&](const setting& row, const system_samples& data) {
         const std::vector<double> once = polynomials(data, row);
         for (const int unchanged : {1, 2, 32, 33, 59}) {
             system_samples other = data;
-            for (std::size_t i = std::size_t(samples_of(unchanged, row) * data.D * data.D); i < data.K.size(); ++i)
-                other.K[i] += random.uniform_value(-0.1, 0.1);
+            for (std::size_t index = std::size_t(samples_of(unchanged, row) * data.D * data.D); index < data.K.size();
+                 ++index)
+                other.K[index] += random.uniform_value(-0.1, 0.1);
             const std::vector<double> changed = polynomials(other, row);
             const std::size_t known = std::size_t(unchanged) * doubles_of_a_step(data, row);
             if (data.N() == samples_of(60, row)) {
@@ -171,7 +174,7 @@ TEST_P(every_solution, does_not_depend_on_the_kernel_at_later_lags) {
     });
 }
 
-TEST_P(every_solution, begins_like_that_of_fewer_samples) {
+TEST_P(every_solution, with_fewer_samples_is_the_beginning_of_that_with_more) {
     for_each_system({150}, [](const setting& row, const system_samples& data) {
         const auto run = [&](int steps) {
             const std::size_t N = std::size_t(samples_of(steps, row));
@@ -192,9 +195,9 @@ TEST_P(every_solution, begins_like_that_of_fewer_samples) {
     });
 }
 
-// Rows of different m can have the same collocation parameters. On a grid that is finer by the square of the factor
-// they have the same step, and then the same polynomials. All samples in between are NaN: they are not read.
-TEST_P(every_solution, is_the_same_on_a_finer_grid_with_the_same_parameters) {
+// Settings of different m can have the same nodes c. On a grid that is finer by the square of the factor, the steps are
+// the same, and so are the polynomials. All samples in between are NaN, since they must not be read.
+TEST_P(every_solution, is_the_same_on_a_finer_grid_with_the_same_nodes) {
     int pairs = 0;
     for_each_system({1, 7, 70}, [&](const setting& row, const system_samples& coarse) {
         for (const int factor : {2, 4}) {
@@ -206,10 +209,10 @@ TEST_P(every_solution, is_the_same_on_a_finer_grid_with_the_same_parameters) {
                 index *= factor;
             const std::size_t spread = std::size_t(factor * factor);
             const auto spread_out = [&](const std::vector<double>& samples) {
-                const std::size_t of_a_sample = samples.size() / coarse.N();
-                std::vector<double> result(((coarse.N() - 1) * spread + 1) * of_a_sample, nan);
-                for (std::size_t i = 0; i < samples.size(); ++i)
-                    result[i / of_a_sample * spread * of_a_sample + i % of_a_sample] = samples[i];
+                const std::size_t width = samples.size() / coarse.N();
+                std::vector<double> result(((coarse.N() - 1) * spread + 1) * width, nan);
+                for (std::size_t index = 0; index < samples.size(); ++index)
+                    result[index / width * spread * width + index % width] = samples[index];
                 return result;
             };
             system_samples fine = coarse;
@@ -226,13 +229,13 @@ TEST_P(every_solution, is_the_same_on_a_finer_grid_with_the_same_parameters) {
 INSTANTIATE_TEST_SUITE_P(solver, every_solution, ::testing::ValuesIn(every_solver),
                          [](const auto& instance) { return std::string{instance.param.name}; });
 
-// ---- Polynomials ----
+// ---- Polynomials that are reproduced ----
 
 class reproduction : public ::testing::TestWithParam<sampled_solver> {};
 
-// The rule integrates K(t - s) y(s) exactly when the degrees of both stay below its order, whatever the coefficient is.
-// One degree more and it does not.
-TEST_P(reproduction, of_polynomials_up_to_the_degree_of_the_rule) {
+// The quadrature rule integrates K(t - s) y(s) exactly if the degree of the product is below its order, for any
+// coefficient. For one degree more it does not.
+TEST_P(reproduction, is_exact_if_the_degree_of_the_integrand_is_below_the_order_of_the_rule) {
     constexpr int steps = 8;
     const sampled_solver& solver = GetParam();
     random_data random{20260404};
@@ -245,18 +248,18 @@ TEST_P(reproduction, of_polynomials_up_to_the_degree_of_the_rule) {
         return true;
     };
     for_each_setting(any_row, [&](const setting& row) {
-        const int r = quadrature_order(row), N = samples_of(steps, row);
+        const int order = quadrature_order(row), N = samples_of(steps, row);
         for (int of_y = 0; of_y < solver.powers(row); ++of_y)
-            for (int of_K = 0; of_K + of_y <= r; ++of_K) {
+            for (int of_K = 0; of_K + of_y <= order; ++of_K) {
                 const volterra_problem problem = polynomial_problem("", of_degree(of_y), of_degree(of_K));
                 polynomial derivative;
-                for (int k = 1; k <= of_y; ++k)
-                    derivative.push_back(k * dense[std::size_t(k)]);
+                for (int p = 1; p <= of_y; ++p)
+                    derivative.push_back(p * dense[std::size_t(p)]);
                 const double spacing = 2.0 / (N - 1);
                 system_samples data{1};
                 data.y0.push_back(problem.y(0.0));
-                for (int i = 0; i < N; ++i) {
-                    const double t = i * spacing, a = random.uniform_value(-1.0, 0.0);
+                for (int sample = 0; sample < N; ++sample) {
+                    const double t = sample * spacing, a = random.uniform_value(-1.0, 0.0);
                     data.K.push_back(problem.K(t));
                     data.a.push_back(a);
                     data.g.push_back(solver.kind == equation::second_kind
@@ -266,9 +269,9 @@ TEST_P(reproduction, of_polynomials_up_to_the_degree_of_the_rule) {
                 const sampled_answer answer = solver.solve(data, spacing, row, 1);
                 ASSERT_EQ(answer.status, QUENTA_SOLVED);
                 double error = 0.0;
-                for (int i = 0; i < N; ++i)
-                    error = std::max(error, std::fabs(answer.out.values()[i] - problem.y(i * spacing)));
-                if (of_K + of_y < r) {
+                for (int sample = 0; sample < N; ++sample)
+                    error = std::max(error, std::fabs(answer.out.values()[sample] - problem.y(sample * spacing)));
+                if (of_K + of_y < order) {
                     ++exact;
                     EXPECT_LT(error, 1e-12) << "y of degree " << of_y << ", K of degree " << of_K;
                 } else {

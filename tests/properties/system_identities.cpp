@@ -1,4 +1,4 @@
-// What must hold between solutions of systems, whatever the data, in every kind of equation.
+// Relations between solutions of systems that hold for any data, for every kind of equation.
 #include "properties/random_system.hpp"
 #include "quenta_solvers/collocation_settings.hpp"
 #include "quenta_solvers/variants.hpp"
@@ -20,13 +20,13 @@ using reference::setting;
 
 constexpr double dt = 0.05;
 
-// A solver of systems, the solver of one equation, and the body for a dimension known at run time, which also solves
-// the systems for which the exports have another.
+// A solver of systems, its scalar solver, and its implementation for run-time dimensions. The tests also call the
+// latter for dimensions for which the exports use a variant of their own.
 struct system_solver {
     const char* name;
-    const char* of_one_equation;
-    bool (*run_time_body)(int row, const system_samples& data, sampled_answer& answer);
-    bool same_bits; // from all of them
+    const char* scalar_solver;
+    bool (*run_time_dimension)(int row, const system_samples& data, sampled_answer& answer);
+    bool same_bits; // from all three implementations
 };
 
 void PrintTo(const system_solver& solver, std::ostream* stream) {
@@ -40,51 +40,52 @@ quenta::view<double> view_of(fenced_array& array) {
     return {array.values().size(), array.data()};
 }
 
-// The bodies for a dimension known at run time, also for those that have a variant of their own.
+// The implementations for run-time dimensions, by row.
 constexpr auto first_kind_rows = quenta::of_every_row([]<int row>() { return quenta::vie1_solve_any<row>; });
 constexpr auto second_kind_rows = quenta::of_every_row([]<int row>() { return quenta::solve_vie2_vec_any_impl<row>; });
-constexpr auto derivative_rows = quenta::of_every_row([]<int row>() { return quenta::solve_vide_vec_any_impl<row>; });
+constexpr auto integro_differential_rows =
+    quenta::of_every_row([]<int row>() { return quenta::solve_vide_vec_any_impl<row>; });
 
 template <bool continuous>
-bool first_kind_body(int row, const system_samples& data, sampled_answer& answer) {
+bool solve_first_kind(int row, const system_samples& data, sampled_answer& answer) {
     return first_kind_rows[row]({view_of(data.g), view_of(data.K), view_of(data.y0), dt, true, continuous,
                                  view_of(answer.out), view_of(answer.coeffs), &answer.n_steps},
                                 data.D);
 }
 
-bool second_kind_body(int row, const system_samples& data, sampled_answer& answer) {
+bool solve_second_kind(int row, const system_samples& data, sampled_answer& answer) {
     return second_kind_rows[row](
         {view_of(data.g), view_of(data.K), dt, true, view_of(answer.out), view_of(answer.coeffs), &answer.n_steps},
         data.D);
 }
 
-bool derivative_body(int row, const system_samples& data, sampled_answer& answer) {
-    return derivative_rows[row]({view_of(data.g), view_of(data.K), view_of(data.a), view_of(data.y0), dt, true,
-                                 view_of(answer.out), view_of(answer.coeffs), &answer.n_steps},
-                                data.D);
+bool solve_integro_differential(int row, const system_samples& data, sampled_answer& answer) {
+    return integro_differential_rows[row]({view_of(data.g), view_of(data.K), view_of(data.a), view_of(data.y0), dt,
+                                           true, view_of(answer.out), view_of(answer.coeffs), &answer.n_steps},
+                                          data.D);
 }
 
 constexpr system_solver system_solvers[] = {
-    {"vie1_vec_discontinuous", "vie1_discontinuous", first_kind_body<false>, true},
-    {"vie1_vec_continuous", "vie1_continuous", first_kind_body<true>, true},
-    {"vie2_vec", "vie2", second_kind_body, true},
-    {"vide_vec", "vide", derivative_body, false},
+    {"vie1_vec_discontinuous", "vie1_discontinuous", solve_first_kind<false>, true},
+    {"vie1_vec_continuous", "vie1_continuous", solve_first_kind<true>, true},
+    {"vie2_vec", "vie2", solve_second_kind, true},
+    {"vide_vec", "vide", solve_integro_differential, false},
 };
 
-// The samples of another system, whose component r is component from[r] of this one; of the entries between two
-// components only those are kept that `keeps` says.
+// The samples of a system whose component a is component from[a] of the given one. Entries (a, b) of the matrices are
+// zero unless keeps(a, b).
 template <class entry_filter>
 system_samples reordered(const system_samples& data, const std::vector<int>& from, const entry_filter& keeps) {
     const int D = int(from.size());
     system_samples other{D, data.N()};
-    for (int i = 0; i < data.N(); ++i)
-        for (int r = 0; r < D; ++r) {
-            other.g[i * D + r] = data.g[i * data.D + from[r]];
-            other.y0[r] = data.y0[from[r]];
-            for (int s = 0; s < D; ++s) {
-                const int entry = (i * data.D + from[r]) * data.D + from[s];
-                other.K[(i * D + r) * D + s] = keeps(r, s) ? data.K[entry] : 0.0;
-                other.a[(i * D + r) * D + s] = keeps(r, s) ? data.a[entry] : 0.0;
+    for (int sample = 0; sample < data.N(); ++sample)
+        for (int a = 0; a < D; ++a) {
+            other.g[sample * D + a] = data.g[sample * data.D + from[a]];
+            other.y0[a] = data.y0[from[a]];
+            for (int b = 0; b < D; ++b) {
+                const int entry = (sample * data.D + from[a]) * data.D + from[b];
+                other.K[(sample * D + a) * D + b] = keeps(a, b) ? data.K[entry] : 0.0;
+                other.a[(sample * D + a) * D + b] = keeps(a, b) ? data.a[entry] : 0.0;
             }
         }
     return other;
@@ -93,29 +94,30 @@ system_samples reordered(const system_samples& data, const std::vector<int>& fro
 constexpr auto all_entries = [](int, int) {
     return true;
 };
-constexpr auto diagonal = [](int r, int s) {
-    return r == s;
+constexpr auto diagonal = [](int a, int b) {
+    return a == b;
 };
 
 std::vector<int> in_order(int D) {
     std::vector<int> components;
-    for (int r = 0; r < D; ++r)
-        components.push_back(r);
+    for (int a = 0; a < D; ++a)
+        components.push_back(a);
     return components;
 }
 
-// Component r of one answer is component s of another to rounding, relative to its size.
-void expect_same_component(const sampled_answer& expected, int D, int r, const sampled_answer& actual, int other_D,
-                           int s) {
+// Component a of one answer equals component b of another to rounding, relative to its largest magnitude.
+void expect_same_component(const sampled_answer& expected, int D, int a, const sampled_answer& actual, int other_D,
+                           int b) {
     const auto out = expected.out.values();
     double scale = 0.0;
-    for (std::size_t i = std::size_t(r); i < out.size(); i += std::size_t(D))
-        scale = std::max(scale, std::fabs(out[i]));
-    for (int i = 0; i < int(out.size()) / D; ++i) {
-        const double a = out[i * D + r], b = actual.out.values()[i * other_D + s];
-        ASSERT_NEAR(a, b, 1e-9 * scale) << "component " << r << " as " << s << ", sample " << i << ": "
-                                        << in_hexadecimal(a) << " and " << in_hexadecimal(b) << ", " << ulps_apart(a, b)
-                                        << " ulps apart";
+    for (std::size_t index = std::size_t(a); index < out.size(); index += std::size_t(D))
+        scale = std::max(scale, std::fabs(out[index]));
+    for (int sample = 0; sample < int(out.size()) / D; ++sample) {
+        const double wanted = out[sample * D + a], got = actual.out.values()[sample * other_D + b];
+        ASSERT_NEAR(wanted, got, 1e-9 * scale)
+            << "component " << a << " compared with component " << b << ", sample " << sample << ": expected "
+            << in_hexadecimal(wanted) << ", got " << in_hexadecimal(got) << ", " << ulps_apart(wanted, got)
+            << " ulps apart";
     }
 }
 
@@ -129,7 +131,7 @@ protected:
         return answer;
     }
 
-    // Calls visit(row number, D, random system) for all settings that suit, and fails if there is none.
+    // Calls visit(row number, setting, random system) for all suitable settings, and fails if there is none.
     template <class visitor>
     static void for_each_system(const std::vector<int>& dimensions, const visitor& visit, int steps = 4) {
         random_data random{20260401};
@@ -148,18 +150,18 @@ protected:
     }
 };
 
-TEST_P(system_identity, components_that_do_not_meet_are_equations_of_their_own) {
-    const sampled_solver& scalar = solver_named(GetParam().of_one_equation);
+TEST_P(system_identity, components_that_are_not_coupled_are_solved_as_scalar_equations) {
+    const sampled_solver& scalar = solver_named(GetParam().scalar_solver);
     for_each_system({1, 2, 3, 8, 9, 10}, [&](int, const setting& row, const system_samples& random) {
         const system_samples data = reordered(random, in_order(random.D), diagonal);
         const sampled_answer together = solve(solver(), data, row);
-        for (int r = 0; r < data.D; ++r)
-            expect_same_component(solve(scalar, reordered(data, {r}, all_entries), row), 1, 0, together, data.D, r);
+        for (int a = 0; a < data.D; ++a)
+            expect_same_component(solve(scalar, reordered(data, {a}, all_entries), row), 1, 0, together, data.D, a);
     });
 }
 
-TEST_P(system_identity, one_component_is_the_scalar_equation) {
-    const sampled_solver& scalar = solver_named(GetParam().of_one_equation);
+TEST_P(system_identity, a_system_of_one_component_is_solved_as_the_scalar_equation) {
+    const sampled_solver& scalar = solver_named(GetParam().scalar_solver);
     for (const int steps : {1, 3, 66, 130})
         for_each_system(
             {1},
@@ -174,61 +176,61 @@ TEST_P(system_identity, one_component_is_the_scalar_equation) {
             steps);
 }
 
-TEST_P(system_identity, an_idle_ninth_component_changes_nothing_of_eight) {
+TEST_P(system_identity, a_ninth_component_that_is_zero_and_not_coupled_changes_nothing_in_eight) {
     for_each_system({9}, [&](int, const setting& row, system_samples nine) {
-        constexpr auto idle = [](int r, int s) {
-            return r == s || (r < 8 && s < 8);
+        constexpr auto uncoupled = [](int a, int b) {
+            return a == b || (a < 8 && b < 8);
         };
-        for (int i = 0; i < nine.N(); ++i)
-            nine.g[i * 9 + 8] = 0.0;
+        for (int sample = 0; sample < nine.N(); ++sample)
+            nine.g[sample * 9 + 8] = 0.0;
         nine.y0[8] = 0.0;
-        nine = reordered(nine, in_order(9), idle);
+        nine = reordered(nine, in_order(9), uncoupled);
         const sampled_answer with = solve(solver(), nine, row);
         const sampled_answer without = solve(solver(), reordered(nine, in_order(8), all_entries), row);
-        for (int r = 0; r < 8; ++r)
-            expect_same_component(without, 8, r, with, 9, r);
-        for (int i = 0; i < nine.N(); ++i)
-            EXPECT_EQ(with.out.values()[i * 9 + 8], 0.0);
+        for (int a = 0; a < 8; ++a)
+            expect_same_component(without, 8, a, with, 9, a);
+        for (int sample = 0; sample < nine.N(); ++sample)
+            EXPECT_EQ(with.out.values()[sample * 9 + 8], 0.0);
     });
 }
 
-TEST_P(system_identity, the_order_of_the_components_does_not_matter) {
+TEST_P(system_identity, reordering_the_components_reorders_the_solution) {
     for_each_system({2, 3, 8, 9}, [&](int, const setting& row, const system_samples& data) {
         std::vector<int> from;
-        for (int r = 0; r < data.D; ++r)
-            from.push_back((r + 1) % data.D);
+        for (int a = 0; a < data.D; ++a)
+            from.push_back((a + 1) % data.D);
         const sampled_answer before = solve(solver(), data, row);
         const sampled_answer after = solve(solver(), reordered(data, from, all_entries), row);
-        for (int r = 0; r < data.D; ++r)
-            expect_same_component(before, data.D, from[r], after, data.D, r);
+        for (int a = 0; a < data.D; ++a)
+            expect_same_component(before, data.D, from[a], after, data.D, a);
     });
 }
 
-// The eliminations of both update an element by the same products in the same order, so that not only the solution is
-// the same but its bits are, where the step's matrix has one rounding for both.
-TEST_P(system_identity, a_dimension_known_early_or_late_gives_the_same_solution) {
+// Both eliminations update an entry by the same products in the same order. So the bits agree if both round the matrix
+// of a step in the same way, which the integro-differential variants do not.
+TEST_P(system_identity, fixed_and_run_time_dimensions_give_the_same_solution) {
     for_each_system({1, 2, 3, 4, 5, 6, 7, 8}, [&](int number, const setting& row, const system_samples& data) {
-        const sampled_answer early = solve(solver(), data, row);
-        sampled_answer late = awaited_answer(data.N(), data.D, row);
-        ASSERT_TRUE(GetParam().run_time_body(number, data, late));
-        EXPECT_EQ(early.n_steps, late.n_steps);
-        EXPECT_TRUE(late.out.fences_hold());
-        EXPECT_TRUE(late.coeffs.fences_hold());
+        const sampled_answer fixed = solve(solver(), data, row);
+        sampled_answer run_time = blank_answer(data.N(), data.D, row);
+        ASSERT_TRUE(GetParam().run_time_dimension(number, data, run_time));
+        EXPECT_EQ(fixed.n_steps, run_time.n_steps);
+        EXPECT_TRUE(run_time.out.fences_hold());
+        EXPECT_TRUE(run_time.coeffs.fences_hold());
         if (GetParam().same_bits) {
-            ASSERT_TRUE(equal_bits(early.out.values(), late.out.values()));
-            ASSERT_TRUE(equal_bits(early.coeffs.values(), late.coeffs.values()));
+            ASSERT_TRUE(equal_bits(fixed.out.values(), run_time.out.values()));
+            ASSERT_TRUE(equal_bits(fixed.coeffs.values(), run_time.coeffs.values()));
         }
-        for (int r = 0; r < data.D; ++r)
-            expect_same_component(early, data.D, r, late, data.D, r);
+        for (int a = 0; a < data.D; ++a)
+            expect_same_component(fixed, data.D, a, run_time, data.D, a);
     });
 }
 
 INSTANTIATE_TEST_SUITE_P(solver, system_identity, ::testing::ValuesIn(system_solvers),
                          [](const auto& instance) { return std::string{instance.param.name}; });
 
-// With K(t) = k(t) times the matrix that has its ones at (a, a + 1), component a + 1 solves the scalar equation whose
-// forcing is component a of g. Its transpose would give it to component a - 1.
-TEST(vie1_identity, a_kernel_that_turns_the_components_gives_the_scalar_solutions_turned) {
+// K(t) is k(t) times the permutation matrix with ones at (a, a + 1). Component a + 1 then solves the scalar equation
+// whose forcing is component a of g. With the kernel transposed, component a - 1 would solve it.
+TEST(vie1_identity, a_kernel_that_permutes_the_components_permutes_the_scalar_solutions) {
     random_data random{20260221};
     int compared = 0;
     for (const setting& row : reference::settings()) {
@@ -242,21 +244,21 @@ TEST(vie1_identity, a_kernel_that_turns_the_components_gives_the_scalar_solution
                 system_samples data = random_system(random, D, N);
                 std::vector<double> k;
                 std::fill(data.K.begin(), data.K.end(), 0.0);
-                for (int i = 0; i < N; ++i) {
-                    k.push_back(1.0 + 0.2 * std::cos(0.5 * i));
+                for (int sample = 0; sample < N; ++sample) {
+                    k.push_back(1.0 + 0.2 * std::cos(0.5 * sample));
                     for (int a = 0; a < D; ++a)
-                        data.K[(i * D + a) * D + (a + 1) % D] = k.back();
+                        data.K[(sample * D + a) * D + (a + 1) % D] = k.back();
                 }
                 const sampled_answer system = call_vie1_vec(data.g, data.K, D, data.y0, dt, row, continuous);
                 ASSERT_EQ(system.status, QUENTA_SOLVED);
                 for (int a = 0; a < D; ++a) {
-                    const int turned = (a + 1) % D;
+                    const int b = (a + 1) % D;
                     std::vector<double> g_a;
-                    for (int i = 0; i < N; ++i)
-                        g_a.push_back(data.g[i * D + a]);
-                    const sampled_answer scalar = call_vie1(g_a, k, data.y0[turned], dt, row, continuous);
+                    for (int sample = 0; sample < N; ++sample)
+                        g_a.push_back(data.g[sample * D + a]);
+                    const sampled_answer scalar = call_vie1(g_a, k, data.y0[b], dt, row, continuous);
                     ASSERT_EQ(scalar.status, QUENTA_SOLVED);
-                    expect_same_component(scalar, 1, 0, system, D, turned);
+                    expect_same_component(scalar, 1, 0, system, D, b);
                     ++compared;
                 }
             }

@@ -1,12 +1,11 @@
-// The error of quenta_solve_vie1_vec falls with the order that the scheme has, in every setting that keeps errors
-// bounded, for one equation and for systems with a kernel that is not symmetric.
+// quenta_solve_vie1_vec converges with the order of the scheme, for every setting that keeps errors bounded, for one
+// equation and for systems with a kernel that is not symmetric.
 //
-// On P nodes the rule of the history and the polynomial of a step both leave out terms of order P. In the
-// discontinuous form one step maps an error at its end to rho times it at the next, rho the product of (c - 1) / c
-// over the nodes: errors stay bounded if |rho| <= 1, and for rho = 1, where those of all steps add up, one order is
-// lost (H. Brunner, Collocation Methods for Volterra Integral and Related Functional Equations, Cambridge University
-// Press 2004, section 2.4). In the continuous form there is no such product; whether errors stay bounded is seen by
-// following one through the scheme.
+// With P nodes, the quadrature rule of the history and the polynomial of a step both have errors of order P. In the
+// discontinuous form, a step multiplies an error at its start by rho, the product of (c - 1) / c over the nodes. Errors
+// stay bounded if |rho| <= 1. If rho = 1, the errors of all steps add up, and one order is lost (H. Brunner,
+// Collocation Methods for Volterra Integral and Related Functional Equations, Cambridge University Press 2004,
+// section 2.4). The continuous form has no such formula; a numerical experiment shows whether errors stay bounded.
 #include "properties/system_problem.hpp"
 #include "reference/vie1.hpp"
 #include "support/random_data.hpp"
@@ -24,12 +23,12 @@ using reference::setting;
 
 double rho(const setting& row) {
     double product = 1.0;
-    for (const int k : row.indices)
-        product *= -double(row.m - k) / k;
+    for (const int k_i : row.indices)
+        product *= -double(row.m - k_i) / k_i;
     return product;
 }
 
-// A disturbance of the first step, in an equation with a constant kernel and no other forcing.
+// Disturbs the first step of an equation with a constant kernel and no other forcing, and follows the error.
 bool keeps_errors_bounded(const setting& row, bool continuous) {
     quenta_tests::random_data random{20260230};
     constexpr int steps = 200;
@@ -40,8 +39,8 @@ bool keeps_errors_bounded(const setting& row, bool continuous) {
     const std::vector<double> error = reference::solve_vie1(g, K, 1, {1.0}, 1.0, continuous, row).out;
     const auto largest = [&](std::size_t first_step, std::size_t last_step) {
         double size = 0.0;
-        for (std::size_t i = first_step * S; i <= last_step * S; ++i)
-            size = std::max(size, std::fabs(error[i]));
+        for (std::size_t sample = first_step * S; sample <= last_step * S; ++sample)
+            size = std::max(size, std::fabs(error[sample]));
         return size;
     };
     return largest(steps / 2, steps) < 10.0 * largest(0, 5);
@@ -55,13 +54,15 @@ double error_of(const system_problem& problem, const setting& row, bool continuo
     const sampled_answer answer = call_vie1_vec(data.g, data.K, D, data.y0, dt, row, continuous);
     EXPECT_EQ(answer.status, QUENTA_SOLVED);
     double largest = 0.0;
-    for (int i = 0; i < N; ++i)
-        for (int b = 0; b < D; ++b)
-            largest = std::max(largest, std::fabs(answer.out.values()[std::size_t(i * D + b)] - problem.y(i * dt, b)));
+    for (int sample = 0; sample < N; ++sample)
+        for (int a = 0; a < D; ++a) {
+            const double y = answer.out.values()[std::size_t(sample * D + a)];
+            largest = std::max(largest, std::fabs(y - problem.y(sample * dt, a)));
+        }
     return largest;
 }
 
-TEST(vie1_stability, the_discontinuous_form_keeps_errors_bounded_in_the_settings_that_are_accepted) {
+TEST(vie1_stability, the_discontinuous_form_keeps_errors_bounded_for_all_accepted_settings) {
     int bounded = 0, growing = 0;
     for (const setting& row : reference::settings())
         if (!has_node_0(row)) {
@@ -80,7 +81,7 @@ class vie1_convergence : public ::testing::TestWithParam<int> {};
 
 TEST_P(vie1_convergence, has_the_order_of_the_scheme) {
     const system_problem problem{GetParam(), equation::first_kind};
-    // Far enough that the leading error rules, and not so far that rounding does.
+    // Enough steps that the leading error term dominates, but not rounding.
     constexpr int steps = 100;
     int orders_seen[] = {0, 0};
     for (const setting& row : reference::settings())

@@ -1,14 +1,14 @@
-// The error of quenta_solve_vie2 and of quenta_solve_vie2_vec falls with the order that the scheme has, for every row
-// and at every kind of place.
+// quenta_solve_vie2 and quenta_solve_vie2_vec converge with the order of the scheme, for every setting: at nodes,
+// between nodes, at step boundaries, at the first sample and at the last.
 //
-// Let u be the solution computed with P nodes, omega(s) the product of (s - c_i), and r the order of the quadrature
-// rule on the nodes: it integrates powers below r exactly, and r >= P. Three errors meet:
+// Let omega(s) be the product of (s - c_i) over the P nodes, and r the order of the quadrature rule on them: it
+// integrates powers below r exactly, and r >= P. There are three errors:
 //   - between its nodes, the polynomial of a step differs from y by h^P omega(s) y^(P) / P!;
-//   - the history replaces integrals by the rule, which costs h^r;
-//   - the present step integrates the polynomial instead of y, which costs h * h^P.
-// So the values at the nodes have the order min(r, P + 1). Away from the nodes the order is P. A step boundary reports
-// the mean of two one-sided values: if both are nodes it has their order; otherwise the leading errors add up to
-// omega(1) + omega(0), and where that is zero (nodes that lie symmetrically, odd in number) the order is theirs too.
+//   - the history replaces integrals by the rule, with an error of order h^r;
+//   - the current step integrates the polynomial instead of y, with an error of order h * h^P.
+// So the order is min(r, P + 1) at the nodes, and P away from them. The solution at a step boundary is the mean of two
+// one-sided values, with the leading error omega(1) + omega(0). If that is zero, the order is the one at the nodes.
+// This is the case if both ends are nodes, and for an odd number of nodes that lie symmetrically.
 #include "properties/quadrature_order.hpp"
 #include "properties/system_problem.hpp"
 
@@ -67,19 +67,19 @@ public:
         return 0;
     }
 
-    // A first node at 0 has no integral in front of it.
+    // If the first node is 0, the equation there contains no integral at t = 0.
     bool starts_exactly() const { return row.indices.front() == 0; }
 
-    // The largest error at each kind of place, or `no_sample` if the row has no such place; y(t, r) is the solution.
+    // The largest error at each kind of place, or `no_sample` if there is no such place. y(t, a) is the solution.
     template <class solution>
     std::array<double, 5> errors(const sampled_answer& answer, const solution& y, int D, double dt, int steps) const {
         EXPECT_EQ(answer.status, QUENTA_SOLVED);
         std::array<double, 5> largest;
         largest.fill(no_sample);
-        for (int i = 0; i <= steps * S(); ++i)
-            for (int r = 0; r < D; ++r) {
-                double& error = largest[place_of(i, steps)];
-                error = std::max(error, std::fabs(answer.out.values()[i * D + r] - y(i * dt, r)));
+        for (int sample = 0; sample <= steps * S(); ++sample)
+            for (int a = 0; a < D; ++a) {
+                double& error = largest[place_of(sample, steps)];
+                error = std::max(error, std::fabs(answer.out.values()[sample * D + a] - y(sample * dt, a)));
             }
         return largest;
     }
@@ -101,14 +101,14 @@ const volterra_problem problems[] = {
     polynomial_problem("polynomial", {1.0, -0.8, 0.7, -0.6, 0.5, -0.4, 0.3, -0.2, 0.1}, {1.0, -0.5, 0.25, 0.1}),
 };
 
-// Errors of a run: errors(scheme, number of steps). Fails where doubling the number of steps does not divide them as
-// the scheme says.
+// errors(scheme, number of steps) solves and returns the errors. Fails unless doubling the number of steps divides them
+// by the power of 2 that the order of the scheme predicts.
 template <class error_function>
 void expect_order_of_the_scheme(const error_function& errors) {
     int orders_seen = 0;
     for (std::size_t row = 0; row < reference::settings().size(); ++row) {
         const scheme scheme{reference::settings()[row]};
-        // Far enough that the leading error rules, and not so far that rounding does.
+        // Enough steps that the leading error term dominates, but not rounding.
         const int steps = scheme.P() <= 2 ? 256 : scheme.P() <= 4 ? 128 : 32;
         const auto coarse = errors(scheme, steps), fine = errors(scheme, 2 * steps);
         for (const place where : {start, step_boundary, end, node, between_nodes}) {
@@ -136,9 +136,9 @@ TEST_P(vie2_convergence, has_the_order_of_the_scheme_at_every_kind_of_place) {
         const int N = steps * scheme.S() + 1;
         const double dt = 3.0 / (N - 1);
         std::vector<double> g, K;
-        for (int i = 0; i < N; ++i) {
-            g.push_back(problem.g(i * dt));
-            K.push_back(problem.K(i * dt));
+        for (int sample = 0; sample < N; ++sample) {
+            g.push_back(problem.g(sample * dt));
+            K.push_back(problem.K(sample * dt));
         }
         const auto y = [&](double t, int) {
             return problem.y(t);
@@ -158,8 +158,8 @@ TEST_P(vie2_vec_convergence, has_the_order_of_the_scheme_at_every_kind_of_place)
         const int N = steps * scheme.S() + 1;
         const double length = 3.0, dt = length / (N - 1);
         const system_samples& data = problem.sampled(N, length);
-        const auto y = [&](double t, int r) {
-            return problem.y(t, r);
+        const auto y = [&](double t, int a) {
+            return problem.y(t, a);
         };
         return scheme.errors(call_vie2_vec(data.g, data.K, data.D, dt, scheme.row), y, data.D, dt, steps);
     });

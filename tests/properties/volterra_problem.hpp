@@ -13,7 +13,7 @@ namespace quenta_tests {
 // y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
 struct volterra_problem {
     const char* name;
-    std::function<double(double)> y, K, convolution; // of K and y
+    std::function<double(double)> y, K, convolution; // the last one is that of K and y
 
     double g(double t) const { return y(t) - convolution(t); }
 };
@@ -22,7 +22,7 @@ inline void PrintTo(const volterra_problem& problem, std::ostream* stream) {
     *stream << problem.name;
 }
 
-// y = Re exp(lambda t) and K = Re exp(mu t), from Re(a) Re(b) = Re(a b + a conj(b)) / 2.
+// y = Re exp(lambda t) and K = Re exp(mu t). The convolution follows from Re(v) Re(w) = Re(v w + v conj(w)) / 2.
 inline volterra_problem exponential_problem(const char* name, std::complex<double> lambda, std::complex<double> mu) {
     const auto wave = [](std::complex<double> rate) {
         return [rate](double t) {
@@ -41,19 +41,19 @@ inline volterra_problem exponential_problem(const char* name, std::complex<doubl
 // Coefficients in ascending powers.
 using polynomial = std::vector<double>;
 
-inline double value(const polynomial& p, double t) {
+inline double value(const polynomial& coefficients, double t) {
     double sum = 0.0;
-    for (std::size_t k = p.size(); k > 0; --k)
-        sum = sum * t + p[k - 1];
+    for (std::size_t p = coefficients.size(); p > 0; --p)
+        sum = sum * t + coefficients[p - 1];
     return sum;
 }
 
-// t^a convolved with t^b is t^(a+b+1) * a! b! / (a+b+1)!.
+// The convolution of t^v and t^w is t^(v+w+1) * v! w! / (v+w+1)!.
 inline polynomial convolution(const polynomial& K, const polynomial& y) {
     polynomial result(K.size() + y.size(), 0.0);
-    for (std::size_t a = 0; a < K.size(); ++a)
-        for (std::size_t b = 0; b < y.size(); ++b)
-            result[a + b + 1] += K[a] * y[b] * std::beta(double(a + 1), double(b + 1));
+    for (std::size_t of_K = 0; of_K < K.size(); ++of_K)
+        for (std::size_t of_y = 0; of_y < y.size(); ++of_y)
+            result[of_K + of_y + 1] += K[of_K] * y[of_y] * std::beta(double(of_K + 1), double(of_y + 1));
     return result;
 }
 

@@ -1,4 +1,4 @@
-// Gaussian elimination with partial pivoting, step by step.
+// Gaussian elimination with partial pivoting, in plain loops.
 #pragma once
 
 #include <cmath>
@@ -10,8 +10,8 @@ namespace reference {
 
 enum class matrix_order { row_major, column_major };
 
-// Solves a x = b of order n; x replaces b, the multipliers and U replace a, and pivots[k] is the row that was swapped
-// with row k. False if the matrix is singular, with a and b as they were at that moment.
+// Solves a x = b of order n. x replaces b, the multipliers and U replace a, and pivots[k] is the row that was swapped
+// with row k. Returns false if the matrix is singular, and leaves a, b and pivots as they are at that pivot.
 inline bool solve_dense(matrix_order order, int n, std::vector<double>& a, std::vector<double>& b,
                         std::vector<int>& pivots) {
     const double eps = 2.220446049250313e-16;

@@ -1,4 +1,5 @@
-// The radix-2 transform, decimation in time, with its twiddles from a recurrence that is renewed every 32 butterflies.
+// The radix-2 transform, decimation in time. The twiddles come from a recurrence that restarts from cos and sin after
+// every 32 butterflies.
 #pragma once
 
 #include <cmath>
@@ -26,17 +27,17 @@ inline void fft(double* re, double* im, std::size_t n, bool inverse) {
         j = j | bit;
     }
 
-    const double c = inverse ? 6.283185307179586 : -6.283185307179586;
+    const double turn = inverse ? 6.283185307179586 : -6.283185307179586;
     for (std::size_t len = 2; len <= n; len = 2 * len) {
-        const double theta = c / double(len);
+        const double theta = turn / double(len);
         const double step_re = std::cos(theta);
         const double step_im = std::sin(theta);
         const std::size_t half = len / 2;
-        for (std::size_t b = 0; b < n; b = b + len) {
+        for (std::size_t first = 0; first < n; first = first + len) {
             double w_re = 1.0;
             double w_im = 0.0;
             for (std::size_t k = 1; k <= half; ++k) {
-                const std::size_t lo = b + k - 1;
+                const std::size_t lo = first + k - 1;
                 const std::size_t hi = lo + half;
                 const double t_im = w_re * im[hi] + w_im * re[hi];
                 const double t_re = re[hi] * w_re - im[hi] * w_im;
@@ -45,9 +46,9 @@ inline void fft(double* re, double* im, std::size_t n, bool inverse) {
                 re[lo] = t_re + re[lo];
                 im[lo] = t_im + im[lo];
                 if (k % 32 == 0) {
-                    const double a = double(k) * theta;
-                    w_re = std::cos(a);
-                    w_im = std::sin(a);
+                    const double angle = double(k) * theta;
+                    w_re = std::cos(angle);
+                    w_im = std::sin(angle);
                 } else {
                     const double new_re = step_re * w_re - step_im * w_im;
                     const double new_im = w_im * step_re + w_re * step_im;

@@ -1,7 +1,7 @@
-// The collocation settings, written out.
+// The table of collocation settings, written out. A setting is the collocation scheme with the nodes k / m.
 #pragma once
 
-#include <cstddef>
+#include <initializer_list>
 #include <vector>
 
 namespace reference {
@@ -10,14 +10,13 @@ struct setting {
     int m;
     std::vector<int> indices;
 
-    // The collocation parameters k / m.
     std::vector<double> nodes() const {
         std::vector<double> c;
         for (const int k : indices)
             c.push_back(double(k) / double(m));
         return c;
     }
-    // c_i c_q at i * P + q: where the first of the integrals of a step is sampled.
+    // c_i c_q at i * P + q: the points of the quadrature rule for the current step.
     std::vector<double> products_of_nodes() const {
         std::vector<double> products;
         for (const double c_i : nodes())
@@ -25,7 +24,7 @@ struct setting {
                 products.push_back(c_i * c_q);
         return products;
     }
-    // The places of the samples in a step, in units of the step.
+    // The positions of the samples in a step, in units of the step.
     std::vector<double> samples() const {
         std::vector<double> s;
         for (int e = 0; e <= m * m; ++e)
@@ -35,64 +34,34 @@ struct setting {
 };
 
 inline const std::vector<setting>& settings() {
-    static const std::vector<setting> table{
-        {1, {0}},
-        {1, {1}},
-        {1, {0, 1}}, // 0 .. 2
-        {2, {0}},
-        {2, {1}},
-        {2, {2}}, // 3 .. 5
-        {2, {0, 1}},
-        {2, {0, 2}},
-        {2, {1, 2}},
-        {2, {0, 1, 2}}, // 6 .. 9
-        {3, {0}},
-        {3, {1}},
-        {3, {2}},
-        {3, {3}}, // 10 .. 13
-        {3, {0, 1}},
-        {3, {0, 2}},
-        {3, {0, 3}},
-        {3, {1, 2}},
-        {3, {1, 3}}, // 14 .. 18
-        {3, {2, 3}},
-        {3, {0, 1, 2}},
-        {3, {0, 1, 3}},
-        {3, {0, 2, 3}},
-        {3, {1, 2, 3}},    // 19 .. 23
-        {3, {0, 1, 2, 3}}, // 24
-        {4, {0}},
-        {4, {1}},
-        {4, {2}},
-        {4, {3}},
-        {4, {4}}, // 25 .. 29
-        {4, {0, 1}},
-        {4, {0, 2}},
-        {4, {0, 3}},
-        {4, {0, 4}},
-        {4, {1, 2}}, // 30 .. 34
-        {4, {1, 3}},
-        {4, {1, 4}},
-        {4, {2, 3}},
-        {4, {2, 4}},
-        {4, {3, 4}}, // 35 .. 39
-        {4, {0, 1, 2}},
-        {4, {0, 1, 3}},
-        {4, {0, 1, 4}},
-        {4, {0, 2, 3}},
-        {4, {0, 2, 4}}, // 40 .. 44
-        {4, {0, 3, 4}},
-        {4, {1, 2, 3}},
-        {4, {1, 2, 4}},
-        {4, {1, 3, 4}},
-        {4, {2, 3, 4}}, // 45 .. 49
-        {4, {0, 1, 2, 3}},
-        {4, {0, 1, 2, 4}},
-        {4, {0, 1, 3, 4}},
-        {4, {0, 2, 3, 4}},
-        {4, {1, 2, 3, 4}},    // 50 .. 54
-        {4, {0, 1, 2, 3, 4}}, // 55
-    };
+    static const std::vector<setting> table = [] {
+        std::vector<setting> rows;
+        const auto add = [&](int m, std::initializer_list<std::vector<int>> lists) {
+            for (const std::vector<int>& indices : lists)
+                rows.push_back({m, indices});
+        };
+        add(1, {{0}, {1}, {0, 1}});                                                               // rows 0 to 2
+        add(2, {{0}, {1}, {2}, {0, 1}, {0, 2}, {1, 2}, {0, 1, 2}});                               // rows 3 to 9
+        add(3, {{0}, {1}, {2}, {3}});                                                             // rows 10 to 13
+        add(3, {{0, 1}, {0, 2}, {0, 3}, {1, 2}, {1, 3}, {2, 3}});                                 // rows 14 to 19
+        add(3, {{0, 1, 2}, {0, 1, 3}, {0, 2, 3}, {1, 2, 3}});                                     // rows 20 to 23
+        add(3, {{0, 1, 2, 3}});                                                                   // row 24
+        add(4, {{0}, {1}, {2}, {3}, {4}});                                                        // rows 25 to 29
+        add(4, {{0, 1}, {0, 2}, {0, 3}, {0, 4}, {1, 2}, {1, 3}, {1, 4}, {2, 3}, {2, 4}, {3, 4}}); // rows 30 to 39
+        add(4, {{0, 1, 2},
+                {0, 1, 3},
+                {0, 1, 4},
+                {0, 2, 3},
+                {0, 2, 4},
+                {0, 3, 4},
+                {1, 2, 3},
+                {1, 2, 4},
+                {1, 3, 4},
+                {2, 3, 4}});                                                            // rows 40 to 49
+        add(4, {{0, 1, 2, 3}, {0, 1, 2, 4}, {0, 1, 3, 4}, {0, 2, 3, 4}, {1, 2, 3, 4}}); // rows 50 to 54
+        add(4, {{0, 1, 2, 3, 4}});                                                      // row 55
+        return rows;
+    }();
     return table;
 }
 

@@ -1,4 +1,4 @@
-// What the twins of the solvers from samples give back.
+// The result of a reference implementation of a sample-based solver.
 #pragma once
 
 #include <vector>
@@ -8,8 +8,9 @@ namespace reference {
 struct solution {
     int steps = 0;
     bool solved = true;
-    std::vector<double> out; // component r at sample i at i * D + r
-    // Step n, power j, component r at (n * (P + 1) + j) * D + r. Only the first cells of a step mean something.
+    // Component a at D * (n * S + e) + a for sample e of step n.
+    std::vector<double> out;
+    // Component a of power p of step n at D * (n * (P + 1) + p) + a. Only the first values of a step are meaningful.
     std::vector<double> coefficients;
     int coefficients_of_a_step = 0;
     int meaningful_of_a_step = 0;

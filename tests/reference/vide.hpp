@@ -1,12 +1,13 @@
-// The integro-differential solver, once more: slow, obvious, and with the row and the dimension at run time. Every
-// sample is read with at(), so that a read past the end is an exception.
+// The reference implementation of the integro-differential solver: slow and obvious, with the collocation scheme and
+// the dimension as run-time values. Samples are read with at(), so that a read past the end throws.
 //
-// There are three bodies, for one equation, for a system of a dimension known early, and of one known late. They solve
-// the same equations and round differently in three places.
+// The scalar solver and the solvers for systems, of a fixed dimension and of any dimension, solve the same equations.
+// They round differently in three places.
 #pragma once
 
 #include "reference/dense_solve.hpp"
 #include "reference/lagrange.hpp"
+#include "reference/scheme.hpp"
 #include "reference/settings.hpp"
 #include "reference/solution.hpp"
 #include "reference/toeplitz_history.hpp"
@@ -16,158 +17,178 @@
 
 namespace reference {
 
-enum class vide_body { scalar, fixed_dimension, any_dimension };
+enum class vide_variant { scalar, fixed_dimension, any_dimension };
 
-// An entry of the step matrix, e - h Ba - h^2 W.
-inline double step_entry(vide_body body, double e, double W, double Ba, double h) {
-    switch (body) {
-    case vide_body::scalar:
-        return e - (W * h + Ba) * h;
-    case vide_body::fixed_dimension:
-        return e - ((h * h) * W + h * Ba);
-    case vide_body::any_dimension:
-        return (e - h * Ba) - (h * h) * W;
+// An entry of the step matrix, identity - h Ba - h^2 W.
+inline double step_entry(vide_variant variant, double identity, double W, double Ba, double h) {
+    switch (variant) {
+    case vide_variant::scalar:
+        return identity - (W * h + Ba) * h;
+    case vide_variant::fixed_dimension:
+        return identity - ((h * h) * W + h * Ba);
+    case vide_variant::any_dimension:
+        return (identity - h * Ba) - (h * h) * W;
     }
     return NAN;
 }
 
-// The coefficient of y(t_n) in the equation of node c; `sum` is that of the weighted kernel.
-inline double start_coefficient(vide_body body, double a, double sum, double c, double h) {
-    return body == vide_body::scalar ? a + (sum * c) * h : sum * (c * h) + a;
+// The coefficient of y(t_n) in the equation of node c. `sum` is the weighted sum of the kernel.
+inline double start_coefficient(vide_variant variant, double coefficient, double sum, double c, double h) {
+    return variant == vide_variant::scalar ? coefficient + (sum * c) * h : sum * (c * h) + coefficient;
 }
 
-// What a step's polynomial adds to y(t_n) up to the step's end: at s = 1, or by the weight of the node.
-inline double end_increment(vide_body body, double Z, double B_at_1, double b, double h) {
-    return body == vide_body::scalar ? B_at_1 * (Z * h) : (h * Z) * b;
+// The contribution of an unknown to y(t_n + h) - y(t_n): by its integral up to s = 1, or by the weight of its node.
+inline double end_increment(vide_variant variant, double unknown, double integral_at_1, double weight, double h) {
+    return variant == vide_variant::scalar ? integral_at_1 * (unknown * h) : (h * unknown) * weight;
 }
 
-// The unknown of component r at node i, a value of y', has the number r * P + i.
-inline solution solve_vide(vide_body body, const std::vector<double>& g, const std::vector<double>& K,
-                           const std::vector<double>& a, int D, const std::vector<double>& y0, double dt,
-                           const setting& row) {
-    const int m = row.m, S = m * m, P = int(row.indices.size()), n_sys = P * D;
-    const std::vector<int>& k = row.indices;
-    const std::vector<double> c = row.nodes();
-    const double h = dt * double(S);
-    const auto matrix_at = [&](const std::vector<double>& samples, int x, int r, int s) {
-        return samples.at(x * D * D + r * D + s);
-    };
-
-    // beta[j][q] is the coefficient of s^q of B_j(s), the integral of L_j from 0 to s; its values are those of any sum
-    // of powers.
-    std::vector<std::vector<double>> beta, B_at_node, B_at_product, B_at_sample;
-    std::vector<double> b;
-    for (int j = 0; j < P; ++j) {
-        const std::vector<double> lambda = lagrange_coefficients(c, j);
-        b.push_back(quadrature_weight(lambda));
-        beta.push_back({0.0});
-        for (int q = 1; q <= P; ++q)
-            beta[j].push_back(lambda[q - 1] * (1.0 / double(q)));
-        B_at_node.push_back(basis_values(beta[j], c));
-        B_at_product.push_back(basis_values(beta[j], row.products_of_nodes()));
-        B_at_sample.push_back(basis_values(beta[j], row.samples()));
+class vide_solver : collocation_scheme {
+public:
+    vide_solver(vide_variant which, const std::vector<double>& forcing, const std::vector<double>& kernel,
+                const std::vector<double>& matrices, int dimension, const std::vector<double>& initial_value, double dt,
+                const setting& row)
+        : collocation_scheme{row, dimension, dt, kernel.size()}, variant{which}, g{forcing}, K{kernel},
+          coefficient{matrices}, B{initial_value} {
+        for (int j = 0; j < P; ++j) {
+            beta.push_back({0.0});
+            for (int p = 1; p <= P; ++p)
+                beta[j].push_back(lambda[j][p - 1] * (1.0 / double(p)));
+            at_node.push_back(basis_values(beta[j], c));
+            at_product.push_back(basis_values(beta[j], row.products_of_nodes()));
+            at_sample.push_back(basis_values(beta[j], row.samples()));
+        }
     }
 
-    const int steps = (int(K.size()) / (D * D) - 1) / S;
-    solution result{.steps = steps,
-                    .out = std::vector<double>(g.size()),
-                    .coefficients = std::vector<double>(steps * (P + 1) * D),
-                    .coefficients_of_a_step = (P + 1) * D,
-                    .meaningful_of_a_step = (P + 1) * D};
+    solution solve() {
+        return assemble(march(), g.size(), (P + 1) * D, [this](int n, solution& result) { write_step(n, result); });
+    }
 
-    // What the present step has of the kernel: W for the unknowns, V for y(t_n); both row-major.
-    std::vector<double> W(n_sys * n_sys), V(n_sys * D);
-    for (int r = 0; r < D; ++r)
-        for (int i = 0; i < P; ++i)
-            for (int s = 0; s < D; ++s) {
-                for (int j = 0; j < P; ++j) {
-                    double sum = 0.0;
-                    for (int l = 0; l < P; ++l)
-                        sum =
-                            sum + (matrix_at(K, k[i] * (m - k[l]), r, s) * (c[i] * b[l])) * B_at_product[j][i * P + l];
-                    W[(r * P + i) * n_sys + s * P + j] = sum;
-                }
-                double sum = 0.0;
-                for (int l = 0; l < P; ++l)
-                    sum = sum + matrix_at(K, k[i] * (m - k[l]), r, s) * b[l];
-                V[(r * P + i) * D + s] = sum;
-            }
-
-    // Columns: the unknowns of a step, then its y(t_n).
-    toeplitz_history history(steps, n_sys, n_sys + D);
-    history.set_kernel_provider([&](int d, toeplitz_history& blocks) {
-        std::vector<double> x(P);
-        for (int r = 0; r < D; ++r)
+private:
+    // Fills W and V, the kernel of the current step for the unknowns and for y(t_n).
+    void build_step_kernels() {
+        W.resize(n_sys * n_sys);
+        V.resize(n_sys * D);
+        for (int a = 0; a < D; ++a)
             for (int i = 0; i < P; ++i)
-                for (int s = 0; s < D; ++s) {
-                    for (int l = 0; l < P; ++l)
-                        x[l] = matrix_at(K, d * S + (k[i] - k[l]) * m, r, s) * b[l];
+                for (int b = 0; b < D; ++b) {
+                    const int R = a * P + i;
                     for (int j = 0; j < P; ++j) {
                         double sum = 0.0;
-                        for (int l = 0; l < P; ++l)
-                            sum = sum + x[l] * B_at_node[j][l];
-                        blocks.kernel_at(d, r * P + i, s * P + j) = (h * h) * sum;
+                        for (int q = 0; q < P; ++q)
+                            sum = sum + (matrix_at(K, k[i] * (m - k[q]), a, b) * (c[i] * weight[q])) *
+                                            at_product[j][i * P + q];
+                        W[R * n_sys + b * P + j] = sum;
                     }
                     double sum = 0.0;
-                    for (int l = 0; l < P; ++l)
-                        sum = sum + x[l];
-                    blocks.kernel_at(d, r * P + i, n_sys + s) = h * sum;
+                    for (int q = 0; q < P; ++q)
+                        sum = sum + matrix_at(K, k[i] * (m - k[q]), a, b) * weight[q];
+                    V[R * D + b] = sum;
                 }
-    });
-
-    std::vector<std::vector<double>> Z, y{y0};
-    for (int n = 0; n < steps; ++n) {
-        std::vector<double> A(n_sys * n_sys), rhs(n_sys);
-        for (int r = 0; r < D; ++r)
-            for (int i = 0; i < P; ++i) {
-                const int position = r * P + i, sample = n * S + k[i] * m;
-                rhs[position] = g.at(sample * D + r) + history.sum_at(n, position);
-                for (int s = 0; s < D; ++s) {
-                    const double a_rs = matrix_at(a, sample, r, s);
-                    for (int j = 0; j < P; ++j) {
-                        const double e = r == s && i == j ? 1.0 : 0.0;
-                        const double Bc = B_at_node[j][i] - B_at_sample[j][0];
-                        const int entry = position * n_sys + s * P + j;
-                        A[entry] = step_entry(body, e, W[entry], a_rs * Bc, h);
-                    }
-                    const double Ya = start_coefficient(body, a_rs, V[position * D + s], c[i], h);
-                    rhs[position] = rhs[position] + Ya * y[n][s];
-                }
-            }
-        std::vector<int> pivots(n_sys);
-        if (!solve_dense(matrix_order::row_major, n_sys, A, rhs, pivots)) {
-            result.solved = false;
-            return result;
-        }
-        Z.push_back(rhs);
-        std::vector<double> pushed = rhs;
-        pushed.insert(pushed.end(), y[n].begin(), y[n].end());
-        history.push(pushed);
-        y.push_back(y[n]);
-        for (int r = 0; r < D; ++r)
-            for (int j = 0; j < P; ++j)
-                y[n + 1][r] = y[n + 1][r] + end_increment(body, Z[n][r * P + j], B_at_sample[j][S], b[j], h);
     }
 
-    for (int n = 0; n < steps; ++n)
-        for (int r = 0; r < D; ++r) {
-            for (int q = 0; q <= P; ++q) {
-                double coefficient = q == 0 ? y[n][r] : 0.0;
+    // The columns of a block belong to the unknowns of a step, then to its y(t_n).
+    void write_lag_block(int d, toeplitz_history& history) const {
+        std::vector<double> x(P);
+        for (int a = 0; a < D; ++a)
+            for (int i = 0; i < P; ++i)
+                for (int b = 0; b < D; ++b) {
+                    const int R = a * P + i;
+                    for (int q = 0; q < P; ++q)
+                        x[q] = matrix_at(K, d * S + (k[i] - k[q]) * m, a, b) * weight[q];
+                    for (int j = 0; j < P; ++j) {
+                        double sum = 0.0;
+                        for (int q = 0; q < P; ++q)
+                            sum = sum + x[q] * at_node[j][q];
+                        history.kernel_at(d, R, b * P + j) = (h * h) * sum;
+                    }
+                    double sum = 0.0;
+                    for (int q = 0; q < P; ++q)
+                        sum = sum + x[q];
+                    history.kernel_at(d, R, n_sys + b) = h * sum;
+                }
+    }
+
+    // Fills the matrix A and the right-hand side of the system of step n.
+    void build_system(int n, toeplitz_history& history, std::vector<double>& A, std::vector<double>& rhs) const {
+        for (int a = 0; a < D; ++a)
+            for (int i = 0; i < P; ++i) {
+                const int R = a * P + i, sample = n * S + k[i] * m;
+                rhs[R] = g.at(sample * D + a) + history.sum_at(n, R);
+                for (int b = 0; b < D; ++b) {
+                    const double coefficient_ab = matrix_at(coefficient, sample, a, b);
+                    for (int j = 0; j < P; ++j) {
+                        const int C = b * P + j;
+                        const double integral = at_node[j][i] - at_sample[j][0];
+                        A[R * n_sys + C] =
+                            step_entry(variant, R == C ? 1.0 : 0.0, W[R * n_sys + C], coefficient_ab * integral, h);
+                    }
+                    const double of_start = start_coefficient(variant, coefficient_ab, V[R * D + b], c[i], h);
+                    rhs[R] = rhs[R] + of_start * B[n][b];
+                }
+            }
+    }
+
+    std::vector<double> end_value(int n) const {
+        std::vector<double> end = B[n];
+        for (int a = 0; a < D; ++a)
+            for (int j = 0; j < P; ++j)
+                end[a] = end[a] + end_increment(variant, U[n][a * P + j], at_sample[j][S], weight[j], h);
+        return end;
+    }
+
+    // Computes U[n] and B[n] of every step. Returns false if the matrix of a step is singular.
+    bool march() {
+        build_step_kernels();
+        toeplitz_history history(steps, n_sys, n_sys + D);
+        history.set_kernel_provider([this](int d, toeplitz_history& blocks) { write_lag_block(d, blocks); });
+        for (int n = 0; n < steps; ++n) {
+            std::vector<double> A(n_sys * n_sys), rhs(n_sys);
+            build_system(n, history, A, rhs);
+            std::vector<int> pivots(n_sys);
+            if (!solve_dense(matrix_order::row_major, n_sys, A, rhs, pivots))
+                return false;
+            U.push_back(rhs);
+            std::vector<double> pushed = rhs;
+            pushed.insert(pushed.end(), B[n].begin(), B[n].end());
+            history.push(pushed);
+            B.push_back(end_value(n));
+        }
+        return true;
+    }
+
+    void write_step(int n, solution& result) const {
+        for (int a = 0; a < D; ++a) {
+            for (int p = 0; p <= P; ++p) {
+                double sum = p == 0 ? B[n][a] : 0.0;
                 for (int j = 0; j < P; ++j)
-                    coefficient = coefficient + (h * Z[n][r * P + j]) * beta[j][q];
-                result.coefficients[(n * (P + 1) + q) * D + r] = coefficient;
+                    sum = sum + (h * U[n][a * P + j]) * beta[j][p];
+                result.coefficients[(n * (P + 1) + p) * D + a] = sum;
             }
             for (int e = 0; e <= S; ++e) {
-                double value = y[n][r];
+                double value = B[n][a];
                 for (int j = 0; j < P; ++j)
-                    value = value + B_at_sample[j][e] * (h * Z[n][r * P + j]);
-                result.out[(n * S + e) * D + r] = result.out[(n * S + e) * D + r] + value;
+                    value = value + at_sample[j][e] * (h * U[n][a * P + j]);
+                result.out[(n * S + e) * D + a] = result.out[(n * S + e) * D + a] + value;
             }
         }
-    for (int n = 1; n < steps; ++n)
-        for (int r = 0; r < D; ++r)
-            result.out[n * S * D + r] = result.out[n * S * D + r] * 0.5;
-    return result;
+    }
+
+    const vide_variant variant;
+    const std::vector<double>&g, &K, &coefficient;
+
+    // beta[j][p] is the coefficient of s^p of the integral of L_j from 0 to s, and the others are values of that
+    // integral. They are evaluated as every polynomial is, also at s = 0.
+    std::vector<std::vector<double>> beta, at_node, at_product, at_sample;
+
+    std::vector<double> W, V;           // row-major
+    std::vector<std::vector<double>> U; // U[n][a * P + i]: component a of y' at node i of step n
+    std::vector<std::vector<double>> B; // B[n][a]: component a of y(t_n)
+};
+
+inline solution solve_vide(vide_variant variant, const std::vector<double>& g, const std::vector<double>& K,
+                           const std::vector<double>& a, int D, const std::vector<double>& y0, double dt,
+                           const setting& row) {
+    return vide_solver{variant, g, K, a, D, y0, dt, row}.solve();
 }
 
 } // namespace reference

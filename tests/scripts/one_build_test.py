@@ -1,10 +1,10 @@
-"""All scripts share build/release: in whatever order they run, none compiles what another has compiled, and none takes
-away what another has built.
+"""All scripts share build/release. Whatever their order, no script compiles the library again with other options, and
+no script removes a part that another script has built.
 
 usage: one_build_test.py CHECKOUT
 
-Each script runs in a copy of the checkout, in which nothing is installed, and scripts/build configures and does not
-build.
+Each script runs in a copy of the checkout, in which scripts/install_packages does nothing and scripts/build only
+configures.
 """
 
 import json
@@ -52,31 +52,31 @@ class OneBuild(unittest.TestCase):
         ran = subprocess.run([self.scripts / name], cwd=self.checkout, env=environment, stdin=subprocess.DEVNULL,
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         record = self.scripts / "configured"
-        self.assertTrue(record.exists(), f"scripts/{name} did not configure build/release:\n{ran.stdout}")
+        self.assertTrue(record.exists(), f"expected scripts/{name} to configure build/release, got:\n{ran.stdout}")
         record.unlink()
 
     def library(self):
-        """{unit: command} of the library."""
+        """The compile command of each unit of the library."""
         entries = json.loads((self.checkout / "build/release/compile_commands.json").read_text())
         return {entry["file"]: entry["command"] for entry in entries if "/quenta_objects.dir/" in entry["command"]}
 
     def parts(self):
-        """What is built beside the library."""
+        """The optional parts of the build that are enabled."""
         cache = (self.checkout / "build/release/CMakeCache.txt").read_text()
         return set(re.findall(r"^QUENTA_BUILD_(\w+):\w+=ON$", cache, re.MULTILINE))
 
-    def test_scripts_share_what_is_compiled(self):
+    def test_scripts_share_one_build(self):
         users = sorted(path.name for path in (ROOT / "scripts").iterdir() if CALL.search(path.read_text()))
         self.assertLessEqual({"check", "check-python", "demo", "docs", "gallery", "wheel"}, set(users))
         self.run_script("wheel")
         library, parts = self.library(), self.parts()
         self.assertGreater(len(library), 10)
-        self.assertEqual(parts, set(), "a wheel needs nothing but the library")
-        users.remove("check_cross")  # it takes arguments, and is a part of others
+        self.assertEqual(parts, set(), "expected a wheel to build only the library")
+        users.remove("check_cross")  # it takes arguments, and other scripts call it
         for name in [*users, "wheel", "demo"]:
             self.run_script(name)
-            self.assertTrue(self.library() == library, f"scripts/{name} compiles the library again")
-            self.assertLessEqual(parts, self.parts(), f"scripts/{name} takes parts away")
+            self.assertTrue(self.library() == library, f"expected scripts/{name} to use the same compile commands")
+            self.assertLessEqual(parts, self.parts(), f"expected scripts/{name} to keep all parts")
             parts = self.parts()
         self.assertEqual(parts, {"TESTS", "TOOLS"})
 

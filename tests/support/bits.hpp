@@ -1,4 +1,5 @@
-// Comparison of doubles bit for bit. Signed zeros are told apart; all NaNs are alike, as their payload is no result.
+// Comparison of doubles bit for bit. The two zeros differ. All NaNs are equal, because their payload is not part of a
+// result.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -21,13 +22,13 @@ inline bool same_bits(double a, double b) {
     return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
 }
 
-// How many doubles b is away from a, -0 and +0 being one step apart. NaN is as far as it gets.
+// The distance in units in the last place. -0.0 and +0.0 have distance 1. A NaN and a number have the largest distance.
 inline std::uint64_t ulps_apart(double a, double b) {
     if (same_bits(a, b))
         return 0;
     if (std::isnan(a) || std::isnan(b))
         return std::numeric_limits<std::uint64_t>::max();
-    // Numbers the doubles in ascending order.
+    // Numbers all doubles in ascending order.
     const auto position = [](double x) {
         constexpr std::uint64_t sign = std::uint64_t{1} << 63;
         const auto bits = std::bit_cast<std::uint64_t>(x);
@@ -47,24 +48,23 @@ inline std::string in_hexadecimal(double x) {
 inline ::testing::AssertionResult equal_bits(double expected, double actual) {
     if (same_bits(expected, actual))
         return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "expected " << in_hexadecimal(expected) << "\n  actual "
-                                         << in_hexadecimal(actual) << "\n  " << ulps_apart(expected, actual)
-                                         << " ulps apart";
+    return ::testing::AssertionFailure() << "expected " << in_hexadecimal(expected) << ",\n     got "
+                                         << in_hexadecimal(actual) << ",\n     which differs by "
+                                         << ulps_apart(expected, actual) << " ulps";
 }
 
-// For EXPECT_TRUE: a whole array. Tells the first difference, and how many there are.
+// For EXPECT_TRUE: an array. The message has the first difference and the number of differences.
 inline ::testing::AssertionResult equal_bits(std::span<const double> expected, std::span<const double> actual) {
     if (expected.size() != actual.size())
-        return ::testing::AssertionFailure()
-               << "expected " << expected.size() << " values, there are " << actual.size();
+        return ::testing::AssertionFailure() << "expected " << expected.size() << " values, got " << actual.size();
     std::size_t differences = 0, first = 0;
     for (std::size_t i = 0; i < expected.size(); ++i)
         if (!same_bits(expected[i], actual[i]) && differences++ == 0)
             first = i;
     if (differences == 0)
         return ::testing::AssertionSuccess();
-    return equal_bits(expected[first], actual[first])
-           << "\n  at index " << first << ", the first of " << differences << " differences in " << expected.size();
+    return equal_bits(expected[first], actual[first]) << "\n     at index " << first << ", the first of " << differences
+                                                      << " differences in " << expected.size() << " values";
 }
 
 } // namespace quenta_tests

@@ -1,4 +1,4 @@
-// Takes every thread-specific key that the platform has left, for the length of a scope.
+// Takes all thread-specific keys that the system has left, until the end of a scope.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,12 +1,12 @@
-// Catches the fatal failure that an action must end in.
+// Catches a failure that a test expects.
 #pragma once
 
 #include <optional>
 
 namespace quenta_tests {
 
-// The failure of this type that `act` raises, or nothing if it ends well. Any other exception travels on, and fails
-// the test.
+// The failure of this type that `act` raises, or nothing if it returns. Other exceptions are not caught and fail the
+// test.
 template <class failure, class action>
 std::optional<failure> failure_of(action&& act) {
     try {

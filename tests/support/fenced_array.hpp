@@ -1,4 +1,4 @@
-// An array that a call may write, under watch: every cell, and a fence on both sides, holds a mark beforehand.
+// An output array of a call that shows what was written: every element, and a fence on both sides, starts with a mark.
 #pragma once
 
 #include <algorithm>
@@ -10,7 +10,7 @@
 
 namespace quenta_tests {
 
-// A NaN that no arithmetic makes.
+// A NaN that no arithmetic operation produces.
 inline constexpr std::uint64_t mark = 0x7FFCA5A5A5A5A5A5;
 
 inline bool is_marked(double cell) {
@@ -30,7 +30,7 @@ public:
     }
     bool untouched() const { return std::all_of(cells.begin(), cells.end(), is_marked); }
 
-    // Of the fences of arrays that are made from now on: 0 for arrays that end where their memory does.
+    // The width of the fences of new arrays. With 0, an array ends at the end of its memory block.
     static inline std::ptrdiff_t width = 32;
 
 private:

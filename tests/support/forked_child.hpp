@@ -1,4 +1,4 @@
-// The child of a fork, as a test sees it.
+// Runs a part of a test in a forked child.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ namespace quenta_tests {
 
 inline constexpr unsigned seconds_of_a_child = 30;
 
-// Forks. A child that hangs is ended by its alarm.
+// Forks. An alarm ends a child that hangs.
 inline pid_t fork_child() {
     const pid_t child = fork();
     if (child == 0)
@@ -22,7 +22,7 @@ inline pid_t fork_child() {
     return child;
 }
 
-// Waits for the end of a child, which is to exit with 0.
+// Waits for a child and expects that it exits with 0.
 inline ::testing::AssertionResult child_works(pid_t child) {
     if (child < 0)
         return ::testing::AssertionFailure() << "fork failed: " << std::strerror(errno);
@@ -31,15 +31,17 @@ inline ::testing::AssertionResult child_works(pid_t child) {
         if (errno != EINTR)
             return ::testing::AssertionFailure() << "waitpid failed: " << std::strerror(errno);
     if (WIFSIGNALED(ending) && WTERMSIG(ending) == SIGALRM)
-        return ::testing::AssertionFailure() << "the child of a fork hangs";
+        return ::testing::AssertionFailure() << "expected the forked child to end, but it hangs";
     if (WIFSIGNALED(ending))
-        return ::testing::AssertionFailure() << "the child of a fork was ended by signal " << WTERMSIG(ending);
+        return ::testing::AssertionFailure()
+               << "expected the forked child to exit with 0, got signal " << WTERMSIG(ending);
     if (WEXITSTATUS(ending) != 0)
-        return ::testing::AssertionFailure() << "the child of a fork gives another result";
+        return ::testing::AssertionFailure()
+               << "expected the forked child to exit with 0, got exit status " << WEXITSTATUS(ending);
     return ::testing::AssertionSuccess();
 }
 
-// Forks, and runs `works()` in the child.
+// Forks and expects that works() returns true in the child.
 template <class action>
 ::testing::AssertionResult works_in_forked_child(const action& works) {
     const pid_t child = fork_child();

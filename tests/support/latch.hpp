@@ -1,4 +1,4 @@
-// A gate that opens when a number of threads have arrived at it, and stays open.
+// A latch: threads wait until it has been counted down to zero.
 #pragma once
 
 #include <condition_variable>
@@ -7,8 +7,8 @@
 
 namespace quenta_tests {
 
-// std::latch of this compiler for Windows looks at its count before it takes the lock that it sleeps under, and so may
-// miss the last arrival and sleep for good.
+// Not std::latch: with the compiler for Windows, wait() reads the count before it takes the lock, so that it can miss
+// the last count_down() and wait forever.
 class latch {
 public:
     explicit latch(std::size_t arrivals) : missing(arrivals) {}

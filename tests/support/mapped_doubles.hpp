@@ -1,4 +1,4 @@
-// Zeros, for as many doubles as one likes: a page takes memory once it is written.
+// An array of zeros of any length. A page uses memory only after it is written.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@ enum class page_size { small, large };
 
 class mapped_doubles {
 public:
-    // Large pages are read sooner. A written element takes a whole one.
+    // Large pages are read faster, but a written element then uses a whole large page.
     explicit mapped_doubles(std::size_t doubles, page_size size = page_size::small) : bytes{doubles * sizeof(double)} {
         void* const address =
             mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -32,7 +32,7 @@ public:
     double* start = nullptr;
 
 private:
-    // Where they do not, large pages take memory even if they are only read.
+    // Otherwise large pages use memory even if they are only read.
     static bool zeros_share_a_large_page() {
         char shared = '0';
         std::ifstream{"/sys/kernel/mm/transparent_hugepage/use_zero_page"} >> shared;

@@ -1,4 +1,4 @@
-// Options of a test program that are not those of the test framework.
+// Options of a test program, in addition to those of the test framework.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 
 namespace quenta_tests {
 
-// Whether the argument is NAME=VALUE; the name is given with its `=`.
+// Whether the argument is NAME=VALUE. `name` includes the `=`.
 inline bool value_of(std::string_view name, std::string_view argument, std::string& value) {
     const bool named = argument.starts_with(name);
     if (named)

@@ -1,5 +1,5 @@
-// A stack for a thread, painted all over beforehand: one sees how far the thread has gone. Nobody may touch what is
-// below it: who needs more than there is dies at once.
+// A thread stack that is filled with a known byte, so that its use can be measured. The memory below it cannot be
+// accessed, so that a thread that needs more ends the process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,8 +16,7 @@ namespace quenta_tests {
 class painted_stack {
 public:
     explicit painted_stack(std::size_t size) : bytes{size} {
-        // The least stack of a thread is on some systems more than a test wants to give: its lower part is then out of
-        // bounds, too.
+        // A test may want a smaller stack than the system allows. The lower part of the stack is then inaccessible too.
         const auto least = std::size_t(sysconf(_SC_THREAD_STACK_MIN));
         forbidden = page + std::max(least, bytes) - bytes;
         void* const mapped =
@@ -31,7 +30,7 @@ public:
     painted_stack& operator=(const painted_stack&) = delete;
     ~painted_stack() { munmap(lowest, forbidden + bytes); }
 
-    // Runs task(argument) on a thread that has this stack, to its end.
+    // Runs task(argument) on a thread with this stack and waits for its end.
     void run(void* (*task)(void*), void* argument) {
         pthread_attr_t attributes;
         pthread_attr_init(&attributes);
@@ -42,7 +41,7 @@ public:
         pthread_attr_destroy(&attributes);
     }
 
-    // From the top down to the last byte that has lost its paint.
+    // The bytes from the top down to the lowest one that was written.
     std::size_t used() const {
         const unsigned char* const first = lowest + forbidden;
         return bytes -

@@ -1,4 +1,4 @@
-// How a process ends that nobody saves, as death tests see it.
+// How a process ends after a failure that it does not handle, for death tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,15 +9,15 @@ namespace quenta_tests {
 
 #if defined(_WIN32)
 
-// By an exception that nothing catches: what abort() leaves. The message stays in the library, whose run time is not
-// the program's.
+// After an uncaught exception: the exit code of abort(). The message of the exception is not printed, because the
+// library has a C++ run time of its own.
 inline constexpr const char* message_of_the_uncaught(const char*) {
     return "terminate called";
 }
 inline ::testing::ExitedWithCode ends_uncaught() {
     return ::testing::ExitedWithCode(3);
 }
-// By the platform's arithmetic fault: EXCEPTION_INT_DIVIDE_BY_ZERO.
+// After an integer division by zero: EXCEPTION_INT_DIVIDE_BY_ZERO.
 inline ::testing::ExitedWithCode ends_by_arithmetic_fault() {
     return ::testing::ExitedWithCode(int(0xC0000094));
 }

@@ -1,4 +1,4 @@
-// Seeded test data: the same numbers on every machine.
+// Seeded test data, the same on every machine.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 
 namespace quenta_tests {
 
-// What arithmetic treats in a way of its own.
+// Values for which arithmetic has special rules, or that overflow or underflow easily.
 inline constexpr std::array special_values{
     std::numeric_limits<double>::quiet_NaN(),
     std::numeric_limits<double>::infinity(),
@@ -31,13 +31,13 @@ class random_data {
 public:
     explicit random_data(std::uint64_t seed) : engine{seed} {}
 
-    // Whole numbers from 0 to bound - 1.
+    // An integer from 0 to bound - 1.
     std::uint64_t below(std::uint64_t bound) { return engine() % bound; }
 
     double uniform_value(double lowest = -1.0, double highest = 1.0) {
         return lowest + (highest - lowest) * (double(engine() >> 11) * 0x1p-53);
     }
-    // Of either sign, with a binary exponent from -exponents to +exponents.
+    // A value of either sign, with a binary exponent from -exponents to +exponents.
     double wide_value(int exponents = 60) {
         const int exponent = static_cast<int>(below(2 * static_cast<std::uint64_t>(exponents) + 1)) - exponents;
         const double magnitude = std::ldexp(uniform_value(1.0, 2.0), exponent);
@@ -51,7 +51,7 @@ public:
     std::vector<double> wide(std::size_t count, int exponents = 60) {
         return filled(count, [&] { return wide_value(exponents); });
     }
-    // Ordinary values with special ones among them, one in `spacing` on average.
+    // Uniform values, of which on average one in `spacing` is replaced by a special value.
     std::vector<double> sprinkled(std::size_t count, std::uint64_t spacing = 8) {
         return filled(count, [&] { return below(spacing) == 0 ? special_value() : uniform_value(); });
     }

@@ -1,4 +1,5 @@
-// Replaces operator new and delete in the one unit of a program that includes this, by two functions of that unit.
+// Replaces operator new and delete of a program by two functions. Exactly one file of the program includes this header
+// and defines the functions.
 #pragma once
 
 #include <cstddef>
@@ -13,10 +14,10 @@ namespace quenta_tests {
 [[gnu::noinline]] void* allocate_block(std::size_t bytes, std::size_t alignment);
 [[gnu::noinline]] void release_block(void* block) noexcept;
 
-// The heap, for these two.
+// Access to the heap for these functions.
 #if defined(_WIN32)
 
-// Which tells no size of a block that is aligned: it stands before the block.
+// Windows does not report the size of an aligned block. It is stored before the block.
 constexpr std::size_t most_alignment = 64;
 
 inline void* heap_block(std::size_t bytes, std::size_t) {

@@ -6,11 +6,11 @@
 
 namespace quenta_tests {
 
-// Those of all transforms of up to n points, in one direction: `turn` is a full turn with its sign. n is a power of
-// two. None occurs twice.
+// The angles of all transforms of up to n points in one direction, each once. n is a power of two, and `turn` is 2 pi
+// with the sign of the direction.
 inline std::vector<double> transform_angles(std::int64_t n, double turn) {
     std::vector<double> angles;
-    // Between two twiddles of a stage.
+    // From one twiddle of a stage to the next.
     for (std::int64_t length = 2; length <= n; length *= 2)
         angles.push_back(turn / double(length));
     // The starts of runs of twiddles. The longest stage includes those of the shorter stages. Powers of two are already

@@ -1,4 +1,4 @@
-"""What the tests of all examples share: the example is run once, and what it printed and left is read and checked."""
+"""Shared by the tests of the examples: the example runs once, and the tests check its output and its files."""
 
 import csv
 import importlib.util
@@ -14,17 +14,18 @@ EXAMPLE = pathlib.Path(sys.argv[2])
 
 
 class ExampleTest(unittest.TestCase):
-    tables = []  # the names of all files that the example leaves, beside its picture
-    arguments = [PROGRAM]  # what it is given, beside the directory; one in Python has no use for the program
+    tables = []  # the names of all files that the example writes, except its picture
+    arguments = [PROGRAM]  # the arguments before the directory; examples in Python do not take the program
 
     @classmethod
     def setUpClass(cls):
-        directory = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(directory.cleanup)
-        cls.left = pathlib.Path(directory.name) / "made" / "here"
-        cls.made = subprocess.run([sys.executable, EXAMPLE / "run", *cls.arguments, cls.left], capture_output=True, text=True)
+        temporary = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(temporary.cleanup)
+        cls.directory = pathlib.Path(temporary.name) / "made" / "here"
+        command = [sys.executable, EXAMPLE / "run", *cls.arguments, cls.directory]
+        cls.made = subprocess.run(command, capture_output=True, text=True)
         if cls.made.returncode != 0:
-            raise AssertionError(f"the example failed: {cls.made.stderr}")
+            raise AssertionError(f"expected exit code 0, got {cls.made.returncode}: {cls.made.stderr}")
 
     @staticmethod
     def read(path):
@@ -37,30 +38,30 @@ class ExampleTest(unittest.TestCase):
         self.assertIsNotNone(found, self.made.stdout)
         return float(found[1])
 
-    def test_nothing_is_complained_of(self):
+    def test_the_program_prints_no_message(self):
         self.assertNotIn("quenta:", self.made.stderr)
 
-    def test_readme_shows_what_is_printed(self):
+    def test_readme_shows_the_output(self):
         readme = (EXAMPLE / "README.md").read_text()
         printed = [line for line in self.made.stdout.splitlines() if not line.startswith("written: ")]
         self.assertEqual(len(printed), 4)
         for line in printed:
             self.assertIn("\n" + line + "\n", readme)
 
-    def test_files_are_there_and_no_others(self):
+    def test_exactly_the_expected_files_are_written(self):
         picture = EXAMPLE.name + ".png"
-        self.assertEqual(sorted(path.name for path in self.left.iterdir()), sorted([picture, *self.tables]))
-        self.assertEqual((self.left / picture).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
+        self.assertEqual(sorted(path.name for path in self.directory.iterdir()), sorted([picture, *self.tables]))
+        self.assertEqual((self.directory / picture).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
 
 
-def convolved(kernel, y, i, spacing):
-    """The integral of K(t - s) y(s) over 0 .. t at sample i, by the trapezoidal rule."""
-    terms = [kernel[i - j] * y[j] for j in range(i + 1)]
+def convolved(kernel, y, n, spacing):
+    """The integral of K(t - s) y(s) ds from 0 to t at sample n, by the trapezoidal rule."""
+    terms = [kernel[n - k] * y[k] for k in range(n + 1)]
     return spacing * (sum(terms) - (terms[0] + terms[-1]) / 2)
 
 
 def main():
     if importlib.util.find_spec("matplotlib") is None:
-        print(f"skipped: {sys.executable} has no matplotlib (python3-matplotlib), which draws the example's picture")
+        print(f"skipped: {sys.executable} has no matplotlib (python3-matplotlib), which the picture needs")
         sys.exit(77)
     unittest.main(argv=sys.argv[:1], verbosity=2)

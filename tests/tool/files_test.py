@@ -1,4 +1,4 @@
-"""Which files the program `quenta` reads and writes, and that it spoils none: each promise a test.
+"""The files that the program `quenta` reads and writes, one promise per test.
 
 usage: files_test.py QUENTA
 """
@@ -15,7 +15,7 @@ from program_case import (BAD_INPUT, PROGRAM, SOLVED, UNEXPECTED, ProgramTest, c
 
 
 class OutputsAndInput(ProgramTest):
-    """No output may take the place of the samples, by whatever name."""
+    """No output may overwrite the samples, whatever the names of the files."""
 
     def setUp(self):
         super().setUp()
@@ -25,30 +25,30 @@ class OutputsAndInput(ProgramTest):
         os.link(self.directory / "samples.csv", self.directory / "hard.csv")
         (self.directory / "sub").mkdir()
 
-    def assert_samples_are_safe(self, *arguments, **settings):
+    def assert_samples_are_kept(self, *arguments, **settings):
         before = self.listing()
         run = self.run_program("vie2", *arguments, **settings)
         self.assertEqual(run.returncode, BAD_INPUT, run.stderr)
-        self.assert_one_sentence(run.stderr, "the input and the output", "expected two different files")
+        self.assert_one_sentence(run.stderr, "expected two different files for the input and --")
         self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
         self.assertEqual(self.listing(), before)
 
-    def test_outputs_that_are_the_input_are_refused(self):
+    def test_an_output_that_is_the_input_is_refused(self):
         names = ("samples.csv", "./samples.csv", "sub/../samples.csv", "symbolic.csv", "hard.csv",
                  str(self.directory / "samples.csv"))
         for read in names:
             for written in names:
-                with self.subTest(f"{read} {written}"):
-                    self.assert_samples_are_safe(read, "--output", written)
-                    self.assert_samples_are_safe(read, "--output", "y.csv", "--polynomials", written)
+                with self.subTest(read=read, written=written):
+                    self.assert_samples_are_kept(read, "--output", written)
+                    self.assert_samples_are_kept(read, "--output", "y.csv", "--polynomials", written)
 
-    def test_outputs_that_are_the_file_of_standard_input_are_refused(self):
+    def test_an_output_that_is_the_file_of_standard_input_is_refused(self):
         for option in ("--output", "--polynomials"):
             with open(self.directory / "samples.csv") as read:
                 run = subprocess.run([PROGRAM, "vie2", option, "hard.csv"], stdin=read, capture_output=True, text=True,
                                      cwd=self.directory)
             self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
-            self.assert_one_sentence(run.stderr, "input", "expected two different files")
+            self.assert_one_sentence(run.stderr, "expected two different files for the input and --")
             self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
 
     def test_standard_output_that_is_appended_to_the_input_is_refused(self):
@@ -56,14 +56,14 @@ class OutputsAndInput(ProgramTest):
             run = subprocess.run([PROGRAM, "vie2", "samples.csv"], stdout=appended, stderr=subprocess.PIPE, text=True,
                                  cwd=self.directory)
         self.assertEqual(run.returncode, BAD_INPUT)
-        self.assert_one_sentence(run.stderr, "input", "expected two different files")
+        self.assert_one_sentence(run.stderr, "expected two different files for the input and --")
         self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
 
     def test_an_option_without_its_value_does_not_take_the_next_argument(self):
         for option in ("--output=", "--polynomials=", "--setting=", "--y0="):
             run = self.run_program("vide" if option == "--y0=" else "vie2", option, "samples.csv", text=self.text)
             self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
-            self.assert_one_sentence(run.stderr, f"'{option}' has no value", "expected one")
+            self.assert_one_sentence(run.stderr, f"expected a value after '{option}'")
             self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
 
     def test_devices_may_be_read_and_written(self):
@@ -74,7 +74,7 @@ class OutputsAndInput(ProgramTest):
             run = subprocess.run([PROGRAM, "vie2"], stdin=null, stdout=null, stderr=subprocess.PIPE, text=True)
         self.assert_one_sentence(run.stderr, "standard input is empty")
 
-    def test_outputs_that_are_one_file_are_refused(self):
+    def test_two_outputs_to_the_same_file_are_refused(self):
         self.write("y.csv", "kept")
         os.link(self.directory / "y.csv", self.directory / "other.csv")
         (self.directory / "link.csv").symlink_to("new.csv")
@@ -83,13 +83,13 @@ class OutputsAndInput(ProgramTest):
             before = self.listing()
             run = self.run_program("vie2", "--output", output, "--polynomials", polynomials, text=self.text)
             self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
-            self.assert_one_sentence(run.stderr, "both")
+            self.assert_one_sentence(run.stderr, "expected two different files for --output and --polynomials")
             self.assertEqual(self.listing(), before)
         self.assertEqual((self.directory / "y.csv").read_text(), "kept")
 
 
 class Outputs(ProgramTest):
-    def test_a_dangling_link_is_written_through(self):
+    def test_a_link_to_a_missing_file_creates_that_file(self):
         (self.directory / "sub").mkdir()
         (self.directory / "first.csv").symlink_to("second.csv")
         (self.directory / "second.csv").symlink_to("sub/y.csv")
@@ -100,7 +100,7 @@ class Outputs(ProgramTest):
         self.assertTrue((self.directory / "second.csv").is_symlink())
         self.assertEqual([path.name for path in (self.directory / "sub").iterdir()], ["y.csv"])
 
-    def test_a_file_that_is_open_already_is_appended_to(self):
+    def test_a_name_of_standard_output_is_appended_to(self):
         solution = self.solve(text=constant_samples(4))
         for name in ("/dev/stdout", "/dev/fd/1", "/proc/self/fd/1", "/dev/../dev/stdout", "log"):
             self.write("log", "kept\n")
@@ -111,7 +111,7 @@ class Outputs(ProgramTest):
             self.assertEqual((self.directory / "log").read_text(), "kept\n" + solution)
             self.assertEqual(self.listing(), ["log"])
 
-    def test_the_file_of_standard_input_is_not_replaced(self):
+    def test_the_file_of_an_unused_standard_input_is_not_replaced(self):
         self.write("samples.csv", constant_samples(4))
         self.write("other.csv", "kept\n")
         for name in ("/dev/stdin", "other.csv"):
@@ -119,10 +119,10 @@ class Outputs(ProgramTest):
                 run = subprocess.run([PROGRAM, "vie2", "samples.csv", "--output", name], stdin=other,
                                      capture_output=True, text=True, cwd=self.directory)
             self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""), run.stderr)
-            self.assert_one_sentence(run.stderr, "cannot write " + name, "standard input is read from it")
+            self.assert_one_sentence(run.stderr, "cannot write " + name, "it is read as standard input")
             self.assertEqual((self.directory / "other.csv").read_text(), "kept\n")
 
-    def test_links_that_lead_nowhere_are_refused(self):
+    def test_links_without_a_target_that_can_be_created_are_refused(self):
         (self.directory / "absent.csv").symlink_to("absent/y.csv")
         (self.directory / "circle.csv").symlink_to("circle.csv")
         for name, reason in (("absent.csv", "No such file"), ("circle.csv", "symbolic links")):
@@ -135,35 +135,35 @@ class Outputs(ProgramTest):
         for arguments in (("--output", ""), ("--polynomials", ""), ("",)):
             run = self.run_program("vie2", *arguments, text=constant_samples(4))
             self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
-            self.assert_one_sentence(run.stderr, "the name ''", "expected a file, or - for standard")
+            self.assert_one_sentence(run.stderr, "got ''", "expected a file name, or - for standard")
         self.assertEqual(self.listing(), [])
 
-    def test_names_may_be_long_or_in_any_script(self):
+    def test_names_may_be_long_and_contain_any_characters(self):
         for name in ("y" * 251 + ".csv", "Lösung β.csv", "with space", "-dash"):
             self.solve("--output=" + name, text=constant_samples(4))
             self.assertEqual((self.directory / name).read_text(), self.solve(text=constant_samples(4)))
             (self.directory / name).rename(self.directory / "samples")
             self.assertIn("'y'", self.assert_refused("", "no column 'g'", arguments=("samples",)))
 
-    def test_names_with_control_characters_do_not_control_the_terminal(self):
+    def test_control_characters_of_names_are_replaced_in_messages(self):
         name = "a\x1b[2J\nquenta: all is well"
         for arguments in ((name,), ("--output", name + "/y.csv")):
             run = self.run_program("vie2", *arguments, text=constant_samples(4))
             self.assertEqual(run.returncode, BAD_INPUT)
             self.assert_one_sentence(run.stderr, "a?[2J?quenta")
         self.write(name, "t,g,K\n")
-        self.assert_one_sentence(self.run_program("vie2", name).stderr, "a?[2J?quenta", "0 samples")
+        self.assert_one_sentence(self.run_program("vie2", name).stderr, "a?[2J?quenta", "got 0")
 
-    def test_directory_that_may_not_be_written(self):
+    def test_a_directory_without_write_permission_is_an_error(self):
         (self.directory / "closed").mkdir(mode=0o555)
-        obeying = ["setpriv", "--bounding-set", "-dac_override"] if os.geteuid() == 0 else []
-        run = subprocess.run([*obeying, PROGRAM, "vie2", "--output", "closed/y.csv"], input=constant_samples(4),
+        as_user = ["setpriv", "--bounding-set", "-dac_override"] if os.geteuid() == 0 else []
+        run = subprocess.run([*as_user, PROGRAM, "vie2", "--output", "closed/y.csv"], input=constant_samples(4),
                              capture_output=True, text=True, cwd=self.directory)
         self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""), run.stderr)
         self.assert_one_sentence(run.stderr, "cannot write closed/y.csv", "Permission denied")
 
-    def test_limit_on_the_size_of_files_is_an_error_of_writing(self):
-        # With the signal as a shell leaves it, which would end the program.
+    def test_the_limit_on_the_size_of_files_is_a_write_error(self):
+        # The signal has its default action, which would end the program.
         run = self.run_program("vie2", "--output", "y.csv", text=samples(4000), restore_signals=True,
                                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (10000, 10000)))
         self.assertEqual(run.returncode, UNEXPECTED)
@@ -172,25 +172,25 @@ class Outputs(ProgramTest):
 
 
 class Signals(ProgramTest):
-    """A signal ends the program as usual, and leaves no temporary file."""
+    """A signal ends the program, and no temporary file is left."""
 
     def start(self, **settings):
-        """A program that has both temporary files open, and waits for the reader of a pipe."""
+        """Starts a program that has written a temporary file and waits for the reader of a pipe."""
         os.mkfifo(self.directory / "pipe")
         program = subprocess.Popen([PROGRAM, "vie2", "--polynomials", "p.csv", "--output", "pipe"],
                                    stdin=subprocess.PIPE, stderr=subprocess.PIPE, cwd=self.directory, **settings)
         self.addCleanup(program.stderr.close)
         self.addCleanup(program.wait)
         self.addCleanup(program.kill)
-        # The pipe is opened before p.csv, and for reading too, so that nothing waits for a reader. It fills up, and the
-        # program waits with p.csv written and not yet published.
+        # The pipe is opened here for reading and writing, so that the program can open it at once. Nothing reads from
+        # it. It fills up, and the program waits with p.csv written but not yet renamed.
         pipe = os.open(self.directory / "pipe", os.O_RDWR)
         self.addCleanup(os.close, pipe)
         program.stdin.write(samples(4000).encode())
         program.stdin.close()
         end = time.monotonic() + 60
         while not any(self.directory.glob("*.part")):
-            self.assertLess(time.monotonic(), end, "the program opened no temporary file")
+            self.assertLess(time.monotonic(), end, "expected the program to open a temporary file")
             time.sleep(0.01)
         return program
 
@@ -214,7 +214,7 @@ class Signals(ProgramTest):
 
 
 class Separators(ProgramTest):
-    def test_semicolons_and_tabs_separate_as_commas_do(self):
+    def test_semicolons_and_tabs_separate_columns_as_commas_do(self):
         text = samples(40)
         expected = self.solve(text=text)
         for separator in (";", "\t", " ; ", "\t "):
@@ -231,23 +231,23 @@ class Separators(ProgramTest):
     def test_decimal_commas_are_refused(self):
         for separator in (";", "\t"):
             text = constant_samples(4).replace(",", separator)
-            self.assert_refused(text.replace("1", "1,5"), "line 2", "'1,5'", "expected a number, with a decimal point")
+            self.assert_refused(text.replace("1", "1,5"), "line 2", "'1,5'", "expected a number with a decimal point")
 
-    def test_numbers_that_are_too_large_are_called_so(self):
+    def test_too_large_numbers_have_their_own_message(self):
         for number in ("1e400", "-1e309", "+2e308", "9" * 400):
             self.assert_refused(constant_samples(4, g=number), "line 2", "expected a number below 1.8e308")
 
-    def test_utf_16_is_called_so(self):
+    def test_utf_16_has_its_own_message(self):
         for encoding in ("utf-16-le", "utf-16-be"):
             (self.directory / "wide.csv").write_bytes(("\ufeff" + samples(8)).encode(encoding))
             self.assert_refused("", "wide.csv", "UTF-16", "expected UTF-8", arguments=("wide.csv",))
 
 
 class Headers(ProgramTest):
-    def test_many_columns_that_are_not_used_are_one_note(self):
-        names = "".join(f",x{i}" for i in range(2000))
-        text = "".join(line + (names if i == 0 else ",1" * 2000) + "\n"
-                       for i, line in enumerate(constant_samples(4).splitlines()))
+    def test_many_unused_columns_give_one_short_note(self):
+        names = "".join(f",x{column}" for column in range(2000))
+        text = "".join(line + (names if number == 0 else ",1" * 2000) + "\n"
+                       for number, line in enumerate(constant_samples(4).splitlines()))
         run = self.run_program("vie2", text=text)
         self.assertEqual(run.returncode, SOLVED)
         self.assert_one_sentence(run.stderr, "note", "line 1", "the columns 'x0', 'x1'", "'x1999' are not used")

@@ -1,4 +1,4 @@
-"""The example runs, leaves what it says, and its forecast obeys the renewal equation.
+"""The example runs and writes its files, and its forecast satisfies the renewal equation.
 
 usage: influenza_1918_test.py QUENTA EXAMPLE_DIRECTORY
 """
@@ -20,7 +20,7 @@ class Example(example_test.ExampleTest):
         self.assertTrue(1 < self.printed(r"([\d.]+) times the variance") < 10)
 
     def test_forecast_has_every_day_after_the_first_week_with_its_counts(self):
-        forecast = self.read(self.left / "forecast.csv")
+        forecast = self.read(self.directory / "forecast.csv")
         with open(EXAMPLE / "influenza_1918_baltimore.csv", newline="") as file:
             counted = list(csv.DictReader(line for line in file if not line.startswith("#")))
         self.assertEqual(len(counted), 92)
@@ -29,26 +29,27 @@ class Example(example_test.ExampleTest):
         for low, expected, high in zip(forecast["expected_low"], forecast["expected"], forecast["expected_high"]):
             self.assertTrue(0 < low < expected < high)
 
-    def test_fitted_days_add_up_to_the_cases_counted(self):
-        # Near the likeliest R0 of Poisson counts the totals are close; they would be equal if R0 were a plain factor.
-        forecast = self.read(self.left / "forecast.csv")
+    def test_fitted_days_sum_to_the_reported_cases(self):
+        # The totals are close for the R0 that is most likely with Poisson counts. If R0 were only a factor, they would
+        # be equal.
+        forecast = self.read(self.directory / "forecast.csv")
         self.assertAlmostEqual(sum(forecast["expected"][:21]) / sum(forecast["cases"][:21]), 1, delta=0.05)
 
-    def test_forecast_grows_at_last_at_the_rate_of_the_equation(self):
-        # R0 times the integral of w(s) exp(-r s) is 1; w is K / R0 in the samples that the program was given.
-        forecast, samples = self.read(self.left / "forecast.csv"), self.read(self.left / "samples.csv")
+    def test_forecast_finally_grows_at_the_rate_of_the_equation(self):
+        # R0 times the integral of w(s) exp(-r s) is 1, where w is K / R0 and K is in the samples.
+        forecast, samples = self.read(self.directory / "forecast.csv"), self.read(self.directory / "samples.csv")
         rate = math.log(forecast["expected"][-1] / forecast["expected"][-15]) / 14
         spacing = samples["t"][1]
         total = spacing * sum(K * math.exp(-rate * t) for t, K in zip(samples["t"], samples["K"]))
         self.assertAlmostEqual(total, 1, delta=1e-5)
 
     def test_solution_satisfies_the_equation_by_another_quadrature(self):
-        samples, solution = self.read(self.left / "samples.csv"), self.read(self.left / "solution.csv")
+        samples, solution = self.read(self.directory / "samples.csv"), self.read(self.directory / "solution.csv")
         spacing, y = samples["t"][1], solution["y"]
         checked = range(0, len(y), 97)
         self.assertGreater(len(checked), 10)
-        for i in checked:
-            self.assertAlmostEqual(y[i] / (samples["g"][i] + convolved(samples["K"], y, i, spacing)), 1, delta=1e-3)
+        for n in checked:
+            self.assertAlmostEqual(y[n] / (samples["g"][n] + convolved(samples["K"], y, n, spacing)), 1, delta=1e-3)
 
 
 if __name__ == "__main__":

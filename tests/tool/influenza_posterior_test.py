@@ -1,4 +1,4 @@
-"""The example runs, leaves what it says, and its posterior is that of a likelihood computed here, by another rule.
+"""The example runs and writes its files, and its posterior agrees with a likelihood computed here by another rule.
 
 usage: influenza_posterior_test.py QUENTA EXAMPLE_DIRECTORY
 """
@@ -14,7 +14,7 @@ DAYS = range(7, 28)
 
 
 def log_posterior(cases, R0, mean):
-    """By the trapezoidal rule, with the integrals of days taken the same way."""
+    """By the trapezoidal rule, also for the integrals over days."""
     variance = math.log1p((1.48 / 2.60) ** 2)
 
     def z(x):
@@ -27,17 +27,17 @@ def log_posterior(cases, R0, mean):
         return math.erfc(-z(x) / math.sqrt(2)) / 2 if x > 0 else 0.0
 
     count = round(len(DAYS) / SPACING) + 1
-    kernel = [R0 * density(i * SPACING) for i in range(count)]
-    seed = [R0 * sum(cases[day] * (distribution(i * SPACING + 7 - day) - distribution(i * SPACING + 6 - day))
-                     for day in range(7)) for i in range(count)]
+    kernel = [R0 * density(n * SPACING) for n in range(count)]
+    seed = [R0 * sum(cases[day] * (distribution(n * SPACING + 7 - day) - distribution(n * SPACING + 6 - day))
+                     for day in range(7)) for n in range(count)]
     y = []
-    for i in range(count):  # the kernel is 0 at lag 0, so every value follows from those before it
-        weights = sum(kernel[i - j] * y[j] for j in range(1, i)) + (kernel[i] * y[0] / 2 if i else 0.0)
-        y.append(seed[i] + SPACING * weights)
-    a_day = round(1 / SPACING)
+    for n in range(count):  # the kernel is 0 at lag 0, so each value follows from the previous ones
+        weights = sum(kernel[n - k] * y[k] for k in range(1, n)) + (kernel[n] * y[0] / 2 if n else 0.0)
+        y.append(seed[n] + SPACING * weights)
+    samples_per_day = round(1 / SPACING)
     deviance = 0.0
     for number, day in enumerate(DAYS):
-        values = y[number * a_day : (number + 1) * a_day + 1]
+        values = y[number * samples_per_day : (number + 1) * samples_per_day + 1]
         expected = SPACING * (sum(values) - (values[0] + values[-1]) / 2)
         deviance += 2 * (cases[day] * math.log(cases[day] / expected) - cases[day] + expected)
     return -len(DAYS) / 2 * math.log(deviance)
@@ -47,11 +47,11 @@ class Example(example_test.ExampleTest):
     tables = ["influenza_posterior.csv"]
     arguments = []
 
-    def test_R0_is_that_of_the_fit_where_the_interval_is_that_of_the_survey(self):
+    def test_R0_for_the_interval_of_the_survey_is_that_of_the_fit(self):
         self.assertAlmostEqual(self.printed(r"interval of 2.60 days: ([\d.]+)"), 1.30, delta=0.01)
 
-    def test_density_is_one_and_that_of_the_likelihood(self):
-        table = self.read(self.left / "influenza_posterior.csv")
+    def test_density_is_normalized_and_proportional_to_the_likelihood(self):
+        table = self.read(self.directory / "influenza_posterior.csv")
         self.assertEqual(len(table["R0"]), 20301)
         self.assertAlmostEqual(sum(table["density"]) * 0.005 * 0.05, 1, delta=1e-3)
         with open(EXAMPLE.with_name("influenza_1918") / "influenza_1918_baltimore.csv", newline="") as file:

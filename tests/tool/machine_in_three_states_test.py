@@ -1,4 +1,4 @@
-"""The example runs, leaves what it says, and its probabilities are such and obey the renewal equations.
+"""The example runs and writes its files, and its probabilities sum to 1 and satisfy the renewal equations.
 
 usage: machine_in_three_states_test.py QUENTA EXAMPLE_DIRECTORY
 """
@@ -18,11 +18,11 @@ class Example(example_test.ExampleTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        cls.samples = {state: cls.read(cls.left / f"samples_{state}.csv") for state in STATES}
-        cls.solution = {state: cls.read(cls.left / f"solution_{state}.csv") for state in STATES}
+        cls.samples = {state: cls.read(cls.directory / f"samples_{state}.csv") for state in STATES}
+        cls.solution = {state: cls.read(cls.directory / f"solution_{state}.csv") for state in STATES}
         cls.t = cls.solution["sound"]["t"]
 
-    def test_checks_of_the_script_are_met(self):
+    def test_the_checks_of_the_script_pass(self):
         self.assertLess(self.printed(r"whichever state, within ([\d.e-]+)"), 1e-3)
         self.assertLess(self.printed(r"sum to 1 within ([\d.e-]+)"), 1e-5)
         self.assertLess(self.printed(r"within ([\d.]+) standard errors"), 4)
@@ -46,8 +46,8 @@ class Example(example_test.ExampleTest):
                 self.assertAlmostEqual(sum(values), 1, delta=1e-5)
                 self.assertTrue(all(-1e-5 < value < 1 + 1e-5 for value in values))
 
-    def test_shares_in_the_end_are_those_of_the_mean_times(self):
-        # A round begins in sound. From it 9 of 10 go to worn, of which 3 of 10 come straight back.
+    def test_final_probabilities_are_proportional_to_the_mean_times(self):
+        # A cycle starts in sound. From there 9 of 10 go to worn, of which 3 of 10 return directly.
         worn, repair = 0.9, 0.1 + 0.9 * 0.7
         spent = {"sound": 0.9 * 90 + 0.1 * 60, "worn": worn * (0.3 * 14 + 0.7 * 25), "repair": repair * 8}
         for state in STATES:
@@ -60,10 +60,10 @@ class Example(example_test.ExampleTest):
         self.assertEqual(len(checked), 9)
         for state in STATES:
             samples, solution = self.samples[state], self.solution[state]
-            for i in checked:
-                for r in STARTS:
-                    integral = sum(convolved(samples[f"K{r}{c}"], solution[f"y{c}"], i, self.t[1]) for c in STARTS)
-                    self.assertAlmostEqual(solution[f"y{r}"][i], samples[f"g{r}"][i] + integral, delta=1e-4)
+            for n in checked:
+                for a in STARTS:
+                    integral = sum(convolved(samples[f"K{a}{b}"], solution[f"y{b}"], n, self.t[1]) for b in STARTS)
+                    self.assertAlmostEqual(solution[f"y{a}"][n], samples[f"g{a}"][n] + integral, delta=1e-4)
 
 
 if __name__ == "__main__":

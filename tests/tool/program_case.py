@@ -1,4 +1,4 @@
-"""What the tests of the program share: running `quenta` in a directory of its own, and samples to give it."""
+"""Shared by the tests of the program: running `quenta` in a temporary directory, and samples for it."""
 
 import csv
 import math
@@ -11,7 +11,7 @@ import unittest
 PROGRAM = pathlib.Path(sys.argv[1]).resolve()
 SOLVED, UNEXPECTED, BAD_INPUT, SINGULAR = 0, 1, 2, 3
 
-# y(t) = cos 3t, the kernel exp(-t), the integral of their product, and the forcing of the second kind.
+# y(t) = cos 3t, the kernel exp(-t), their convolution, and the forcing of the second kind.
 SOLUTION = lambda t: math.cos(3 * t)
 KERNEL = lambda t: math.exp(-t)
 INTEGRAL = lambda t: (math.cos(3 * t) + 3 * math.sin(3 * t) - math.exp(-t)) / 10
@@ -19,7 +19,7 @@ FORCING = lambda t: SOLUTION(t) - INTEGRAL(t)
 
 
 def grid(spacings, end=2.0):
-    return [end * i / spacings for i in range(spacings + 1)]
+    return [end * sample / spacings for sample in range(spacings + 1)]
 
 
 def samples(spacings, end=2.0):
@@ -27,19 +27,19 @@ def samples(spacings, end=2.0):
 
 
 def constant_samples(spacings, g=1, K=1, spacing=1):
-    return "t,g,K\n" + "".join(f"{i * spacing},{g},{K}\n" for i in range(spacings + 1))
+    return "t,g,K\n" + "".join(f"{sample * spacing},{g},{K}\n" for sample in range(spacings + 1))
 
 
 def columns(text):
     rows = list(csv.reader(text.splitlines()))
-    return {name: [float(row[i]) for row in rows[1:]] for i, name in enumerate(rows[0])}
+    return {name: [float(row[position]) for row in rows[1:]] for position, name in enumerate(rows[0])}
 
 
 class ProgramTest(unittest.TestCase):
     command = "vie2"
 
     def needed(self, dimension=1):
-        """The arguments that the command cannot do without."""
+        """The arguments that the command requires."""
         return ()
 
     def setUp(self):
@@ -63,7 +63,7 @@ class ProgramTest(unittest.TestCase):
             self.assertIn(fragment, message)
 
     def assert_refused(self, text, *fragments, arguments=None, code=BAD_INPUT):
-        """Refused in one sentence with these fragments; no output, no file. Returns the sentence."""
+        """Checks that the text is refused in one sentence with these fragments and no output. Returns the sentence."""
         before = self.listing()
         run = self.run_program(self.command, *(self.needed() if arguments is None else arguments), "--output",
                                "refused.csv", "--polynomials", "p.csv", text=text)

@@ -1,4 +1,4 @@
-"""The program `quenta`, driven as a user drives it: each promise a test.
+"""The program `quenta`, used from the command line: one promise per test.
 
 usage: program_test.py QUENTA
 """
@@ -32,18 +32,18 @@ class GoodInput(ProgramTest):
         third = self.solve("--setting", "1:0,1", text=f"t,g,K\n0,{1 / 3!r},0\n1,0,0\n").splitlines()[1]
         self.assertEqual(float(third.split(",")[1]), 1 / 3)
 
-    def test_columns_stand_in_any_order(self):
+    def test_columns_may_be_in_any_order(self):
         reordered = "K,t,g\n" + "".join(f"{KERNEL(t)!r},{t!r},{FORCING(t)!r}\n" for t in grid(40))
         self.assertEqual(self.solve(text=reordered), self.solve(text=samples(40)))
 
-    def test_further_columns_are_passed_over_with_a_note(self):
+    def test_other_columns_are_ignored_with_a_note(self):
         text = "t,g,K,remark\n0,1,1,\"first, of all\"\n1,1,1,\n2,1,1,x\n3,1,1,\n4,1,1,\n"
         run = self.run_program("vie2", text=text)
         self.assertEqual(run.returncode, SOLVED)
         self.assert_one_sentence(run.stderr, "note", "line 1", "'remark'")
         self.assertEqual(run.stdout, self.solve(text=constant_samples(4)))
 
-    def test_the_forms_that_spreadsheets_and_people_write(self):
+    def test_common_variants_of_csv_files_are_read(self):
         expected = self.solve(text=constant_samples(4))
         for name, text in {
                 "comments and empty lines":
@@ -65,13 +65,13 @@ class GoodInput(ProgramTest):
         exact = columns(self.solve("--setting", "1:0,1", text=constant_samples(6, spacing=1 / 3)))["y"]
         self.assertEqual(y, exact)
 
-    def test_samples_past_the_last_whole_step_are_left_out_with_a_note(self):
+    def test_samples_past_the_last_whole_step_are_not_used_and_there_is_a_note(self):
         run = self.run_program("vie2", text=constant_samples(6))
         self.assertEqual(run.returncode, SOLVED)
         self.assert_one_sentence(run.stderr, "note", "the last 2 of 7 samples", "4 spacings")
         self.assertEqual(run.stdout, self.solve(text=constant_samples(4)))
 
-    def test_existing_files_are_replaced_whole_and_keep_their_permissions(self):
+    def test_existing_files_are_replaced_and_keep_their_permissions(self):
         old = self.directory / "y.csv"
         old.write_text("old " * 10000)
         old.chmod(0o640)
@@ -81,7 +81,7 @@ class GoodInput(ProgramTest):
         self.assertEqual(old.stat().st_mode & 0o777, 0o640)
         self.assertTrue((self.directory / "link.csv").is_symlink())
 
-    def test_devices_and_pipes_are_written_and_not_replaced(self):
+    def test_pipes_are_written_to_and_not_replaced(self):
         os.mkfifo(self.directory / "pipe")
         with open(self.directory / "read", "w") as read:
             reader = subprocess.Popen(["cat", "pipe"], cwd=self.directory, stdout=read)
@@ -94,86 +94,87 @@ class GoodInput(ProgramTest):
 
 
 class BadInput(ProgramTest):
-    def test_missing_column(self):
+    def test_a_missing_column_is_named(self):
         self.assert_refused("t,g\n0,1\n1,1\n", "line 1", "'K'", "'t' and 'g'", "expected")
         self.assert_refused("0,1,1\n1,1,1\n", "line 1", "no column 't'")
         self.assert_refused("t,g,k\n0,1,1\n", "line 1", "no column 'K'", "'k'")
         self.assert_refused("# spaces\nt g K\n0 1 1\n", "line 2", "no column 't'", "'t g K'",
                             "commas, semicolons or tabs")
 
-    def test_column_named_twice(self):
-        self.assert_refused("t,g,K,g\n0,1,1,2\n", "line 1", "'g'", "twice")
+    def test_a_column_named_twice_is_refused(self):
+        self.assert_refused("t,g,K,g\n0,1,1,2\n", "line 1", "expected one column 'g', got 2")
 
-    def test_unreadable_number(self):
+    def test_a_field_that_is_not_a_number_is_refused(self):
         for field in ("x", "", "1,5", "1.0.0", "0x10", "1e999", "--1", "+-1", "1 2", "one\ttwo"):
             with self.subTest(field):
                 self.assert_refused(f't,g,K\n0,1,1\n# between\n1,"{field}",1\n', "line 4", "'g'", "expected a number")
 
-    def test_ragged_line(self):
-        self.assert_refused("t,g,K\n0,1,1\n1,1\n", "line 3", "2 fields", "expected 3")
-        self.assert_refused("t,g,K\n0,1,1\n1,1,1,1\n", "line 3", "4 fields", "expected 3")
+    def test_a_line_with_another_number_of_fields_is_refused(self):
+        self.assert_refused("t,g,K\n0,1,1\n1,1\n", "line 3", "expected 3 fields", "got 2")
+        self.assert_refused("t,g,K\n0,1,1\n1,1,1,1\n", "line 3", "expected 3 fields", "got 4")
 
-    def test_unbalanced_quotes(self):
+    def test_unbalanced_quotes_are_refused(self):
         self.assert_refused('t,g,K\n0,1,1\n1,"1,1\n2,1,1\n', "line 3", "quotes")
         self.assert_refused('t,g,K\n0,1"2,1\n', "line 2", "quotes")
 
     def test_line_numbers_count_line_ends_inside_quotes(self):
         self.assert_refused('# x\n"t",g,"K"\n0,1,1\n"1\n# no comment\n",1,1\nx,1,1\n', "line 4", "'t'")
 
-    def test_grid_that_is_not_uniform(self):
+    def test_a_grid_that_is_not_uniform_is_refused(self):
         rows = constant_samples(30).splitlines()
-        self.assert_refused("\n".join(rows[:11] + rows[12:]), "line 12", "t is 11", "expected 10", "0.001")
-        self.assert_refused("t,g,K\n0,1,1\n0.5,1,1\n1.5,1,1\n2.5,1,1\n3.5,1,1\n", "line 3", "expected 1,")
+        self.assert_refused("\n".join(rows[:11] + rows[12:]), "line 12", "expected t = 10,", "0.001", "got 11")
+        self.assert_refused("t,g,K\n0,1,1\n0.5,1,1\n1.5,1,1\n2.5,1,1\n3.5,1,1\n", "line 3", "expected t = 1,")
         drifting = "t,g,K\n" + "".join(f"{i * (1 + 1e-5 * i)!r},1,1\n" for i in range(401))
-        self.assert_refused(drifting, "line ", "expected ", "equally spaced")
+        self.assert_refused(drifting, "line ", "expected t = ", "equally spaced")
 
-    def test_times_that_do_not_ascend(self):
-        self.assert_refused("t,g,K\n0,1,1\n1,1,1\n1,1,1\n2,1,1\n3,1,1\n", "line 4", "t is 1 after 1", "ascend")
-        self.assert_refused("t,g,K\n0,1,1\n-1,1,1\n-2,1,1\n-3,1,1\n-4,1,1\n", "line 3", "ascend")
+    def test_times_that_do_not_ascend_are_refused(self):
+        self.assert_refused("t,g,K\n0,1,1\n1,1,1\n1,1,1\n2,1,1\n3,1,1\n", "line 4", "expected t to increase, got 1 after 1")
+        self.assert_refused("t,g,K\n0,1,1\n-1,1,1\n-2,1,1\n-3,1,1\n-4,1,1\n", "line 3", "expected t to increase, got -1 after 0")
 
-    def test_time_that_does_not_start_at_zero(self):
-        self.assert_refused("t,g,K\n1,1,1\n2,1,1\n3,1,1\n4,1,1\n5,1,1\n", "line 2", "starts at 1", "expected 0", "lag")
+    def test_a_grid_that_does_not_start_at_0_is_refused(self):
+        self.assert_refused("t,g,K\n1,1,1\n2,1,1\n3,1,1\n4,1,1\n5,1,1\n", "line 2", "expected t to start at 0", "lag",
+                            "got 1")
 
-    def test_time_that_is_not_finite(self):
+    def test_a_time_that_is_not_finite_is_refused(self):
         for time in ("nan", "inf"):
-            self.assert_refused(f"t,g,K\n0,1,1\n1,1,1\n2,1,1\n3,1,1\n{time},1,1\n", "line 6", "t is " + time)
+            self.assert_refused(f"t,g,K\n0,1,1\n1,1,1\n2,1,1\n3,1,1\n{time},1,1\n", "line 6", "expected a finite t, got " + time)
 
-    def test_setting_that_is_not_in_the_table(self):
-        for setting, nearest in {"2:2,1": "2:1,2", "2:0,3": "2:0 and", "5:0,4": "4:0,4", "3:1,1": "3:1 and",
+    def test_a_setting_that_is_not_in_the_table_is_refused_with_the_nearest_ones(self):
+        for setting, nearest in {"2:2,1": "2:1,2", "2:0,3": "2:0 or", "5:0,4": "4:0,4", "3:1,1": "3:1 or",
                                  "1:0,1,2,3,4,5": "1:0,1", "0:0": "1:0", "-1:0": "1:0"}.items():
             with self.subTest(setting):
-                self.assert_refused(constant_samples(40), f"'{setting}'", "not in the table", nearest,
+                self.assert_refused(constant_samples(40), f"got '{setting}'", "quenta settings", nearest,
                                     arguments=("--setting=" + setting,))
 
-    def test_setting_that_cannot_be_read(self):
+    def test_a_setting_with_a_syntax_error_is_refused(self):
         for setting in ("x", "2", "2:", "2:0,", "2:,0", ":0", "2:0 1", "2;0", "99999999999:0", "", "2:0,1.0"):
             with self.subTest(setting):
-                self.assert_refused(constant_samples(40), f"'{setting}'", "expected m:k1,k2",
+                self.assert_refused(constant_samples(40), f"got '{setting}'", "expected a setting m:k1,k2",
                                     arguments=("--setting", setting))
 
-    def test_too_few_samples_for_a_step(self):
+    def test_too_few_samples_for_a_step_are_refused(self):
         for setting, least in (("1:0", 2), ("2:0,1,2", 5), ("3:3", 10), ("4:4", 17)):
             for rows in range(least):
                 text = "".join(constant_samples(40).splitlines(True)[: rows + 1])
-                self.assert_refused(text, f" {rows} sample", f"at least {least}", setting,
+                self.assert_refused(text, f"got {rows}\n", f"expected at least {least} samples", setting,
                                     arguments=("--setting", setting))
             self.solve("--setting", setting, text=constant_samples(least - 1, K=0))
 
-    def test_empty_input(self):
+    def test_empty_input_is_refused(self):
         for text in ("", "\n\n", "# only a comment\n", "\ufeff"):
             self.assert_refused(text, "standard input is empty", "expected a header")
         self.assert_refused("", "empty.csv is empty", arguments=(self.write("empty.csv", ""),))
 
-    def test_unreadable_file(self):
+    def test_a_file_that_cannot_be_read_is_an_error(self):
         self.assert_refused("", "absent.csv", "No such file", arguments=("absent.csv",))
         self.assert_refused("", "cannot read .", "directory", arguments=(".",))
 
-    def test_closed_standard_input(self):
+    def test_a_closed_standard_input_is_an_error(self):
         run = self.run_program("vie2", preexec_fn=lambda: os.close(0))
         self.assertEqual(run.returncode, BAD_INPUT)
         self.assert_one_sentence(run.stderr, "cannot read standard input")
 
-    def test_unwritable_file(self):
+    def test_a_file_that_cannot_be_written_is_an_error(self):
         for option in ("--output", "--polynomials"):
             for path, reason in (("absent/y.csv", "No such file"), (".", "directory")):
                 with self.subTest(option + " " + path):
@@ -182,26 +183,26 @@ class BadInput(ProgramTest):
                     self.assert_one_sentence(run.stderr, "cannot write " + path, reason)
         self.assertEqual(self.listing(), [])
 
-    def test_write_protected_file_is_not_replaced(self):
+    def test_a_write_protected_file_is_not_replaced(self):
         (self.directory / "y.csv").write_text("kept")
         (self.directory / "y.csv").chmod(0o444)
-        # The superuser may write everywhere, unless without this capability.
-        obeying = ["setpriv", "--bounding-set", "-dac_override"] if os.geteuid() == 0 else []
-        run = subprocess.run([*obeying, PROGRAM, "vie2", "--output", "y.csv"], input=constant_samples(4),
+        # The superuser may write everywhere, except without this capability.
+        as_user = ["setpriv", "--bounding-set", "-dac_override"] if os.geteuid() == 0 else []
+        run = subprocess.run([*as_user, PROGRAM, "vie2", "--output", "y.csv"], input=constant_samples(4),
                              capture_output=True, text=True, cwd=self.directory)
         self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""), run.stderr)
         self.assert_one_sentence(run.stderr, "cannot write y.csv", "Permission denied")
         self.assertEqual((self.directory / "y.csv").read_text(), "kept")
 
-    def test_both_outputs_in_one_place(self):
+    def test_two_outputs_to_the_same_file_are_refused(self):
         for output, polynomials in (("y.csv", "y.csv"), ("y.csv", "./y.csv"), ("-", "-")):
             run = self.run_program("vie2", "--output", output, "--polynomials", polynomials, text=constant_samples(4))
             self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
-            self.assert_one_sentence(run.stderr, "both")
+            self.assert_one_sentence(run.stderr, "expected two different files for --output and --polynomials")
         self.assertEqual(self.listing(), [])
 
-    def test_command_line(self):
-        for arguments, fragment in (((), "vie1, vie2, vide or settings"), (("vie3",), "vie3"),
+    def test_an_invalid_command_line_is_refused(self):
+        for arguments, fragment in (((), "expected a command: vie1, vie2, vide or settings"), (("vie3",), "vie3"),
                                     (("vie2", "--what"), "--what"), (("vie2", "a.csv", "b.csv"), "b.csv"),
                                     (("vie2", "--setting"), "--setting"), (("settings", "x"), "x")):
             with self.subTest(arguments):
@@ -209,7 +210,7 @@ class BadInput(ProgramTest):
                 self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
                 self.assert_one_sentence(run.stderr, fragment)
 
-    def test_messages_show_no_control_characters_and_no_endless_text(self):
+    def test_messages_contain_no_control_characters_and_are_short(self):
         run = self.run_program("vie2", text="t,g,K\n0,\x1b[2J" + "y" * 5000 + ",1\n")
         self.assertEqual(run.returncode, BAD_INPUT)
         self.assertNotIn("\x1b", run.stderr)
@@ -217,7 +218,7 @@ class BadInput(ProgramTest):
 
 
 class NonFiniteSamples(ProgramTest):
-    def test_first_line_of_each_column_is_reported_and_the_solve_goes_on(self):
+    def test_the_first_line_in_each_column_is_reported_and_the_solution_is_computed(self):
         text = "t,g,K\n0,1,0\n1,1,0\n2,nan,0\n3,1,-inf\n4,inf,0\n"
         run = self.run_program("vie2", "--setting", "1:0", text=text)
         self.assertEqual(run.returncode, SOLVED)
@@ -226,26 +227,26 @@ class NonFiniteSamples(ProgramTest):
         self.assertIn("warning: standard input, line 4: g is nan", messages[0])
         self.assertIn("warning: standard input, line 6: g is inf, and the setting 1:0 does not read", messages[1])
         self.assertIn("warning: standard input, line 5: K is -inf", messages[2])
-        self.assertIn("not finite from t = 2 on: y is nan, since samples are not finite", messages[3])
+        self.assertIn("not finite from t = 2 on: y is nan, because samples are not finite", messages[3])
         y = columns(run.stdout)["y"]
         self.assertEqual(y[:2], [1, 1])
         self.assertTrue(all(math.isnan(value) for value in y[2:]))
 
 
 class SingularBlock(ProgramTest):
-    def test_exit_code_and_no_file(self):
+    def test_a_singular_block_has_its_exit_code_and_writes_no_file(self):
         # The implicit rectangle rule divides by 1 - dt K(0), here 0.
         self.assert_refused(constant_samples(4), "singular", "1:1", arguments=("--setting", "1:1"), code=SINGULAR)
 
 
 class Faults(ProgramTest):
-    """What is no fault of the input: exit code 1, a sentence, and no file that is half written."""
+    """Errors that are not caused by the input give exit code 1 and one sentence, and leave no incomplete file."""
 
     def assert_failed(self, run, *fragments):
         self.assertEqual(run.returncode, UNEXPECTED, run.stderr)
         self.assert_one_sentence(run.stderr, *fragments)
 
-    def test_full_disk_behind_standard_output(self):
+    def test_a_full_disk_under_standard_output_is_an_error(self):
         with open("/dev/full", "w") as full:
             for arguments in (("vie2",), ("settings",), ("--help",), ("vie2", "--polynomials", "p.csv")):
                 run = subprocess.run([PROGRAM, *arguments], input=samples(2000), stdout=full, stderr=subprocess.PIPE,
@@ -253,12 +254,12 @@ class Faults(ProgramTest):
                 self.assert_failed(run, "cannot write standard output", "No space left")
         self.assertEqual(self.listing(), [])
 
-    def test_full_device(self):
+    def test_a_full_device_is_an_error(self):
         self.assert_failed(self.run_program("vie2", "--output", "/dev/full", "--polynomials", "p.csv", text=samples(40)),
                            "cannot write /dev/full", "No space left")
         self.assertEqual(self.listing(), [])
 
-    def test_reader_that_went_away(self):
+    def test_a_pipe_without_a_reader_is_an_error(self):
         read_end, write_end = os.pipe()
         os.close(read_end)
         with contextlib.closing(os.fdopen(write_end, "w")) as broken:
@@ -267,13 +268,13 @@ class Faults(ProgramTest):
         self.assert_failed(run, "cannot write standard output", "Broken pipe")
         self.assertEqual(self.listing(), [])
 
-    def test_closed_standard_output(self):
+    def test_a_closed_standard_output_is_an_error(self):
         run = self.run_program("vie2", "--polynomials", "p.csv", text=samples(2000), preexec_fn=lambda: os.close(1))
         self.assert_failed(run, "cannot write standard output")
         self.assertEqual(self.listing(), [])
 
-    def test_file_cut_short_leaves_what_was_there(self):
-        # A limit on the size of files stops the write in the middle; without its signal it is a write error.
+    def test_an_incomplete_write_leaves_the_existing_file_unchanged(self):
+        # A limit on the size of files makes the write fail midway. Its signal is ignored, so that it is a write error.
         for option in ("--output", "--polynomials"):
             (self.directory / "y.csv").write_text("kept")
             run = self.run_program("vie2", option, "y.csv", text=samples(4000), restore_signals=False,
@@ -284,7 +285,7 @@ class Faults(ProgramTest):
             self.assertEqual(self.listing(), ["y.csv"])
 
     @unittest.skipIf(os.environ.get("QUENTA_SANITIZE"), "a sanitizer needs more address space than the limit leaves")
-    def test_memory_that_runs_out(self):
+    def test_running_out_of_memory_is_an_error(self):
         path = self.write("many.csv", constant_samples(1000000))
         limit = 40 << 20
         run = self.run_program("vie2", path, "--output", "y.csv",
@@ -294,12 +295,12 @@ class Faults(ProgramTest):
 
 
 class Tables(ProgramTest):
-    def test_settings_table_is_complete(self):
+    def test_the_settings_table_is_complete(self):
         run = self.run_program("settings")
         self.assertEqual((run.returncode, run.stderr), (SOLVED, ""))
         lines = run.stdout.splitlines()
         self.assertEqual(len(lines), 57)
-        # The rule of the table: the non-empty subsets of 0..m, the shorter first, then in lexicographic order.
+        # The table has the non-empty subsets of 0..m, ordered by length, then lexicographically.
         expected = []
         for m in (1, 2, 3, 4):
             subsets = [[k for k in range(m + 1) if bits >> k & 1] for bits in range(1, 2 ** (m + 1))]
@@ -314,14 +315,14 @@ class Tables(ProgramTest):
             self.assertEqual(values, [k / m for k in nodes])
             self.assertEqual(int(per_step), m * m)
             self.assertEqual(int(degree), len(nodes) - 1)
-            # Among many steps: the nodes that differ in a step, and the lags that differ between nodes.
+            # The fractions for many steps: those of samples at a node, and of lags between two nodes.
             self.assertEqual(fractions.Fraction(of_g), fractions.Fraction(len({k % m for k in nodes}), m * m))
             self.assertEqual(fractions.Fraction(of_K),
-                             fractions.Fraction(len({(k - l) % m for k in nodes for l in nodes}), m * m))
+                             fractions.Fraction(len({(k_i - k_j) % m for k_i in nodes for k_j in nodes}), m * m))
 
 
 class Help(ProgramTest):
-    def test_help_names_the_commands_and_the_exit_codes(self):
+    def test_help_lists_the_commands_and_the_exit_codes(self):
         run = self.run_program("--help")
         self.assertEqual((run.returncode, run.stderr), (SOLVED, ""))
         for word in ("vie1", "vie2", "vide", "settings", "Exit codes", "Example"):
@@ -331,8 +332,7 @@ class Help(ProgramTest):
         self.assertEqual(self.run_program("settings", "--help").returncode, SOLVED)
         self.assertRegex(self.run_program("--version").stdout, r"\Aquenta \d+\.\d+\.\d+\n\Z")
 
-    def test_examples_of_the_help_run(self):
-        """Each as it stands, in a shell."""
+    def test_the_examples_in_the_help_run_in_a_shell(self):
         printed = {}
         for command in ("", "vie1", "vie2", "vide", "settings"):
             help = self.run_program(*command.split(), "--help").stdout

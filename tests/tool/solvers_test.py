@@ -1,4 +1,4 @@
-"""What each solver of the program `quenta` computes, and which samples it takes.
+"""The results of each solver of the program `quenta`, and the columns that it accepts.
 
 usage: solvers_test.py QUENTA
 """
@@ -16,9 +16,9 @@ def csv_text(names, rows):
 
 
 class System:
-    """A system in any dimension that has the solution y_b(t) = 1 + b t.
+    """A system in any dimension with the solution y_b(t) = 1 + b t.
 
-    K_ab = a / (b D), and 1 more if a = b; the coefficient, where there is one, is A_ab(t) = t (a - b) / D.
+    K_ab = a / (b D), plus 1 if a = b. The coefficient, if there is one, is t (a - b) / D.
     """
 
     def __init__(self, solver, dimension, spacings):
@@ -54,16 +54,16 @@ def largest_error(solution, part=1):
 
 
 class SolverChecks:
-    """What every solver promises. Of the equation it tells the command and
+    """The promises of every solver. A class for an equation defines the command and
 
     forcing(derivative, y, coefficient_times_y, integral)
-        the g that belongs to a solution
+        the g of a solution
     forms(dimension)
-        for each form of the solver its arguments, where the initial values are 1, and the powers of a polynomial
+        [(arguments, number of coefficients of a polynomial), ..] for each form of the solver, with initial values 1
     orders
-        {part: order of convergence at every part-th sample} under the default setting
+        {part: order of convergence at every part-th sample} with the default setting
     some_settings
-        [(setting, number of its nodes), ..] of different m, under which nothing is warned of
+        [(setting, number of its nodes), ..] with different m, for which there are no warnings
     """
 
     has_coefficient = False
@@ -73,7 +73,7 @@ class SolverChecks:
         return [((), 3)]
 
     def samples(self, spacings):
-        """Those of an equation with the solution cos 3t."""
+        """Samples of an equation with the solution cos 3t."""
         names, rows = ["t", "g", "K"] + ["a"] * self.has_coefficient, []
         for t in grid(spacings):
             y, a = SOLUTION(t), math.sin(t)
@@ -86,7 +86,7 @@ class SolverChecks:
         self.assertEqual(len(settings), 56)
         return settings
 
-    def test_solution_is_that_of_the_equation_and_has_the_order_claimed(self):
+    def test_the_solution_converges_with_the_stated_order(self):
         for form, powers in self.forms():
             with self.subTest(form):
                 solutions = [columns(self.solve(*form, text=self.samples(spacings))) for spacings in (720, 1440)]
@@ -96,7 +96,7 @@ class SolverChecks:
                     coarse, fine = (largest_error(solution, part) for solution in solutions)
                     self.assertAlmostEqual(math.log2(coarse / fine), order, delta=0.1)
 
-    def test_systems_of_any_dimension(self):
+    def test_systems_of_any_dimension_are_solved(self):
         for dimension in (1, 2, 3, 8, 9, 10, 11):
             system = System(self, dimension, 36)
             for form, powers in self.forms(dimension):
@@ -108,7 +108,7 @@ class SolverChecks:
                         for t, y in zip(system.t, solution[name]):
                             self.assertAlmostEqual(y, system.solution(b, t), delta=1e-10)
 
-    def test_system_of_one_equation_is_the_scalar_equation(self):
+    def test_a_system_of_one_equation_gives_the_scalar_solution(self):
         text = self.samples(36)
         header, rows = text.split("\n", 1)
         of_system = header.replace("g", "g1").replace("K", "K11").replace("a", "a11") + "\n" + rows
@@ -122,7 +122,8 @@ class SolverChecks:
         p = columns((self.directory / "p.csv").read_text())
         steps, h = (len(y["t"]) - 1) // samples_per_step, samples_per_step * y["t"][1]
         prefixes = ["" if name == "y" else name + "_" for name in unknowns]
-        self.assertEqual(list(p), ["step", "t_start", "h"] + [f"{n}a{e}" for n in prefixes for e in range(powers)])
+        coefficients = [f"{prefix}a{power}" for prefix in prefixes for power in range(powers)]
+        self.assertEqual(list(p), ["step", "t_start", "h", *coefficients])
         self.assertEqual(p["step"], list(range(steps)))
         for n in range(steps):
             self.assertAlmostEqual(p["t_start"][n], n * h, delta=1e-14)
@@ -130,13 +131,13 @@ class SolverChecks:
         for name, prefix in zip(unknowns, prefixes, strict=True):
             reached = [[] for _ in y["t"]]
             for n in range(steps):
-                for i in range(n * samples_per_step, (n + 1) * samples_per_step + 1):
-                    s = (y["t"][i] - p["t_start"][n]) / h
-                    reached[i].append(sum(p[f"{prefix}a{power}"][n] * s**power for power in range(powers)))
-            for value, meeting in zip(y[name], reached, strict=True):
-                self.assertAlmostEqual(value, sum(meeting) / len(meeting), delta=1e-12)
+                for sample in range(n * samples_per_step, (n + 1) * samples_per_step + 1):
+                    s = (y["t"][sample] - p["t_start"][n]) / h
+                    reached[sample].append(sum(p[f"{prefix}a{power}"][n] * s**power for power in range(powers)))
+            for value, one_sided in zip(y[name], reached, strict=True):
+                self.assertAlmostEqual(value, sum(one_sided) / len(one_sided), delta=1e-12)
 
-    def test_polynomials_agree_with_the_samples(self):
+    def test_polynomials_agree_with_the_solution(self):
         for dimension in (1, 2, 10):
             system = System(self, dimension, 36)
             for form, powers in self.forms(dimension):
@@ -146,22 +147,22 @@ class SolverChecks:
                 self.assert_polynomials_agree(self.samples(144), ("--setting", setting, *form), ["y"],
                                               count + powers - 3, int(setting[0])**2)
 
-    def test_columns_of_a_system_that_are_missing(self):
+    def test_missing_columns_of_a_system_are_named(self):
         self.assert_refused("t,g1,g2,K11,K12,K21\n", "line 1", "'K22'")
         self.assert_refused("t,g1,g3,K11,K12,K21,K22\n", "line 1", "no column 'g2'")
         self.assert_refused("t,g1,K11,K12,K21,K22\n", "line 1", "no column 'g2'")
         self.assert_refused("t,g1\n", "line 1", "no column 'K11'")
-        self.assert_refused("t,g,K11\n", "line 1", "no column 'K' but")
+        self.assert_refused("t,g,K11\n", "line 1", "no column 'K':")
         ten = System(self, 10, 9).text
         self.assert_refused(ten.replace("K10_1,", "K101,", 1), "line 1", "no column 'K10_1'")
         self.assert_refused("t," + ",".join(f"g{r}" for r in range(1, 5000)) + "\n", "line 1", "no column 'K1_1'")
 
-    def test_what_a_single_equation_checks_is_checked(self):
+    def test_systems_have_the_same_checks_as_scalar_equations(self):
         self.assert_refused("t,g1,g2,K11,K12,K21,K22\n0,1,1,1,1,1,x\n", "line 2", "'K22'", "expected a number")
-        self.assert_refused(constant_samples(self.samples_per_step - 1), f" {self.samples_per_step} samples",
-                            f"at least {self.samples_per_step + 1}")
+        self.assert_refused(constant_samples(self.samples_per_step - 1), f"got {self.samples_per_step}",
+                            f"at least {self.samples_per_step + 1} samples")
         self.assert_refused("", "standard input is empty", "'t'", "'K'")
-        self.assert_refused(constant_samples(9), "'5:1'", "not in the table",
+        self.assert_refused(constant_samples(9), "'5:1'", "quenta settings",
                             arguments=("--setting", "5:1", *self.needed()))
         run = self.run_program(self.command, "--setting", "1:1", *self.needed(), text="t,g1,K11\n0,0,2\n1,nan,2\n")
         samples, solution = run.stderr.splitlines(True)
@@ -169,27 +170,27 @@ class SolverChecks:
         self.assert_one_sentence(solution, "warning", "not finite from t = 0 on", "y1 is nan")
         self.assertEqual(run.returncode, SOLVED)
 
-    def test_singular_step_leaves_what_was_there(self):
+    def test_a_singular_step_leaves_existing_files_unchanged(self):
         self.write("refused.csv", "kept")
         self.assert_refused(self.singular_under_implicit_rectangles, "singular", "1:1", code=SINGULAR,
                             arguments=("--setting", "1:1", *self.needed()))
         self.assertEqual((self.directory / "refused.csv").read_text(), "kept")
 
-    def test_help_tells_the_columns_and_the_options(self):
+    def test_help_lists_the_columns_and_the_options(self):
         text = self.run_program(self.command, "--help").stdout
         for word in ("g1 .. gD", "K1_1", "--setting", "--output", "--polynomials", "y1_a0", *self.words_of_help):
             self.assertIn(word, text)
 
 
 class InitialValues:
-    """What is promised where the solution starts from values that are given, with the arguments `starting`."""
+    """The promises of solvers with initial values, which take the arguments `starting`."""
 
     starting = ()
 
-    def test_initial_values(self):
+    def test_initial_values_are_checked_and_used(self):
         two = System(self, 2, 36).text
-        for values, count in (("1", "1 value"), ("1,2,3", "3 values")):
-            self.assert_refused(two, count, "expected 2", arguments=(*self.starting, "--y0", values))
+        for values, count in (("1", "got 1"), ("1,2,3", "got 3")):
+            self.assert_refused(two, count, "expected 2 values", arguments=(*self.starting, "--y0", values))
         for values in ("x", " ", "1,", ",1", "1;2", "nan,1", "1,inf"):
             with self.subTest(values):
                 self.assert_refused(two, "--y0", "expected", arguments=(*self.starting, "--y0=" + values))
@@ -225,20 +226,20 @@ class FirstKind(InitialValues, SolverChecks, ProgramTest):
         self.assertAlmostEqual(solution["y"][0], 1, delta=1e-12)
 
     def test_rectangle_rule_by_hand(self):
-        # U = 1, 2, 3, 4 are the differences of g; a sample inside is the mean of its neighbours.
+        # U = 1, 2, 3, 4 are the differences of g. The solution at a step boundary is the mean of two of them.
         text = "t,g,K\n0,0,1\n1,1,1\n2,3,1\n3,6,1\n4,10,1\n"
         self.assertEqual(self.solve("--setting", "1:1", text=text), "t,y\n0,1\n1,1.5\n2,2.5\n3,3.5\n4,4\n")
 
-    def test_every_setting_solves_or_says_why_not_and_which_do(self):
+    def test_every_setting_solves_or_is_refused_with_a_reason_and_alternatives(self):
         solved, recommended = 0, set()
         for setting in self.settings():
             with self.subTest(setting):
                 if setting in self.refused or ":0" in setting:
                     why = "amplifies" if setting in self.refused else "node 0"
                     for form in ((), ("--continuous", "--y0", "1")):
-                        sentence = self.assert_refused(self.samples(144), setting, why, "settings that work are ",
+                        sentence = self.assert_refused(self.samples(144), setting, why, "expected for example ",
                                                        arguments=("--setting", setting, *form))
-                        named = sentence.split(" are ")[1].split(" and ")
+                        named = sentence.split(" for example ")[1].split(" or ")
                         self.assertEqual(len(set(named)), 3)
                         recommended |= {(one, *form) for one in named}
                 else:
@@ -249,7 +250,7 @@ class FirstKind(InitialValues, SolverChecks, ProgramTest):
         for arguments in recommended:
             self.solve("--setting", *arguments, text=self.samples(144))
 
-    def test_continuous_form_warns_where_the_step_map_amplifies_errors_and_only_there(self):
+    def test_the_continuous_form_warns_only_for_settings_that_amplify_errors(self):
         self.assertAlmostEqual(self.growth("2:1"), 3 + 2 * math.sqrt(2), delta=1e-9)
         quiet, warned = [], []
         for setting in self.settings():
@@ -264,23 +265,23 @@ class FirstKind(InitialValues, SolverChecks, ProgramTest):
                     self.assertEqual(run.stderr, "")
                     quiet.append(setting)
                 else:
-                    self.assert_one_sentence(run.stderr, "warning", setting, "without growth are")
-                    told = float(run.stderr.split("about ")[1].split(" ")[0])
-                    self.assertAlmostEqual(told / growth, 1, delta=0.05)
+                    self.assert_one_sentence(run.stderr, "warning", setting, "expected a setting without growth")
+                    stated = float(run.stderr.split("about ")[1].split(" ")[0])
+                    self.assertAlmostEqual(stated / growth, 1, delta=0.05)
                     warned.append(setting)
         self.assertEqual((len(quiet), len(warned)), (7, 16))
 
-    def test_growth_shows_in_the_solution(self):
+    def test_errors_grow_for_a_setting_with_a_warning(self):
         run = self.run_program("vie1", "--continuous", "--y0", "1", "--setting", "2:1", text=self.samples(400))
         self.assertGreater(largest_error(columns(run.stdout)), 1e50)
 
-    def test_continuous_form_and_initial_values_need_each_other(self):
+    def test_the_continuous_form_and_initial_values_require_each_other(self):
         self.assert_refused(self.samples(9), "--continuous", "--y0", arguments=("--continuous",))
         self.assert_refused(self.samples(9), "--y0", "--continuous", arguments=("--y0", "1"))
 
 
 class AllSettings:
-    """What is promised by the solvers that take every setting of the table."""
+    """The promises of the solvers that accept every setting."""
 
     some_settings = [("1:1", 1), ("2:0,1,2", 3), ("3:1,2", 2), ("4:0,1,2,3,4", 5)]
 
@@ -303,7 +304,7 @@ class SecondKind(AllSettings, SolverChecks, ProgramTest):
         return y - integral
 
     def test_explicit_rectangle_rule_by_hand(self):
-        # U = 1, 2, 4, 8; a sample inside is the mean of its neighbours.
+        # U = 1, 2, 4, 8. The solution at a step boundary is the mean of two of them.
         solution = columns(self.solve("--setting", "1:0", text=constant_samples(4)))
         self.assertEqual(solution["y"], [1, 1.5, 3, 6, 8])
 
@@ -326,7 +327,7 @@ class IntegroDifferential(AllSettings, InitialValues, SolverChecks, ProgramTest)
         return [(self.needed(dimension), 4)]
 
     def test_explicit_euler_method_by_hand(self):
-        # y' is 1, 3, 8, 21: y, and with K the sum of all earlier y.
+        # y' is 1, 3, 8, 21: y plus the sum of all earlier y.
         text = "t,K,a\n" + "".join(f"{t},1,1\n" for t in range(5))
         self.assertEqual(self.solve("--setting", "1:0", "--y0=1", text=text), "t,y\n0,1\n1,2\n2,5\n3,13\n4,34\n")
 
@@ -341,14 +342,14 @@ class IntegroDifferential(AllSettings, InitialValues, SolverChecks, ProgramTest)
                 with self.subTest(short.splitlines()[0]):
                     self.assertEqual(self.solve(ones(unknowns), text=short), self.solve(ones(unknowns), text=full))
 
-    def test_a_part_of_a_term_asks_for_all_of_it(self):
+    def test_a_term_with_a_missing_column_is_refused(self):
         for header, missing in (("t,K11,K12,K21,K22,a11,a12,a22", "a21"), ("t,K11,K12,K21,K22,a", "a11"),
                                 ("t,K11,K12,K21,K22,g1", "g2"), ("t,K,a11", "a"), ("t,K11,K12,K21", "K22"),
                                 ("t,a", "K"), ("t,K11,g", "K"), ("t", "K")):
             with self.subTest(header):
-                self.assert_refused(header + "\n", "line 1", f"no column '{missing}' but")
+                self.assert_refused(header + "\n", "line 1", f"no column '{missing}':")
 
-    def test_initial_value_is_asked_for(self):
+    def test_the_initial_value_is_required(self):
         self.assert_refused(constant_samples(4), "--y0 is required", arguments=())
 
 

@@ -1,5 +1,5 @@
-// Which samples a setting reads, found out from the library: NaN shows in the solution where it is read, and only
-// there.
+// The samples that a setting reads, compared with the library: a sample that is NaN makes the solution NaN if and only
+// if it is read.
 #include "unread_samples.hpp"
 
 #include "quenta_native.h"
@@ -20,7 +20,7 @@ struct equation {
     std::vector<double> g, K, a;
 };
 
-// Empty if the solver does not take the setting.
+// The solution, or an empty vector if the solver refuses the setting.
 std::vector<double> solved(char kind, const equation& posed, const setting& chosen) {
     const int samples = static_cast<int>(posed.g.size()), m = chosen.m, count = chosen.count();
     const int* const nodes = chosen.nodes.data();
@@ -42,7 +42,7 @@ bool all_finite(const std::vector<double>& values) {
     return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
 }
 
-TEST(unread_samples, are_those_where_nan_does_not_show) {
+TEST(unread_samples, are_those_for_which_nan_does_not_change_the_solution) {
     quenta_rt_init();
     int solves = 0;
     for (const setting& chosen : supported_settings())
@@ -51,9 +51,9 @@ TEST(unread_samples, are_those_where_nan_does_not_show) {
             const std::size_t samples = at_nodes.size();
             ASSERT_EQ(at_lags.size(), samples);
             equation whole{std::vector<double>(samples), std::vector<double>(samples), std::vector<double>(samples)};
-            for (std::size_t i = 0; i < samples; ++i) {
-                whole.g[i] = std::sin(0.1 * static_cast<double>(i));
-                whole.K[i] = whole.a[i] = std::exp(-0.1 * static_cast<double>(i));
+            for (std::size_t sample = 0; sample < samples; ++sample) {
+                whole.g[sample] = std::sin(0.1 * static_cast<double>(sample));
+                whole.K[sample] = whole.a[sample] = std::exp(-0.1 * static_cast<double>(sample));
             }
             const std::vector<double> expected = solved(kind, whole, chosen);
             if (expected.empty())
@@ -65,14 +65,15 @@ TEST(unread_samples, are_those_where_nan_does_not_show) {
             if (kind == 'd')
                 arguments.push_back({&equation::a, &at_nodes});
             for (const auto& [argument, is_read] : arguments)
-                for (std::size_t i = 0; i < samples; ++i) {
-                    if (!(*is_read)[i]) {
-                        (without.*argument)[i] = NAN;
+                for (std::size_t sample = 0; sample < samples; ++sample) {
+                    if (!(*is_read)[sample]) {
+                        (without.*argument)[sample] = NAN;
                         continue;
                     }
                     equation spoiled = whole;
-                    (spoiled.*argument)[i] = NAN;
-                    EXPECT_FALSE(all_finite(solved(kind, spoiled, chosen))) << kind << " " << chosen.text() << " " << i;
+                    (spoiled.*argument)[sample] = NAN;
+                    EXPECT_FALSE(all_finite(solved(kind, spoiled, chosen)))
+                        << kind << " " << chosen.text() << " " << sample;
                     ++solves;
                 }
             EXPECT_EQ(solved(kind, without, chosen), expected) << kind << " " << chosen.text();
@@ -80,56 +81,56 @@ TEST(unread_samples, are_those_where_nan_does_not_show) {
     EXPECT_GT(solves, 1000);
 }
 
-// Samples of a function of which all derivatives but a few are 0.
+// Samples of a cubic, which is interpolated exactly between four samples.
 std::vector<double> cubic(std::size_t samples) {
     std::vector<double> values(samples);
-    for (std::size_t i = 0; i < samples; ++i) {
-        const double t = static_cast<double>(i) / static_cast<double>(samples - 1);
-        values[i] = 1.0 - 2.0 * t + 3.0 * t * t * t;
+    for (std::size_t sample = 0; sample < samples; ++sample) {
+        const double t = static_cast<double>(sample) / static_cast<double>(samples - 1);
+        values[sample] = 1.0 - 2.0 * t + 3.0 * t * t * t;
     }
     return values;
 }
 
-TEST(unread_samples, of_a_cubic_agree_and_one_that_is_off_is_found) {
-    int off = 0;
+TEST(unread_samples, of_a_cubic_agree_and_a_deviating_sample_is_found) {
+    int deviations = 0;
     for (const setting& chosen : supported_settings()) {
         const std::vector<bool> is_read = read_at_nodes(chosen, steps);
         const std::vector<std::vector<double>> smooth{cubic(is_read.size()), std::vector<double>(is_read.size(), 7.0)};
         EXPECT_FALSE(largest_difference(smooth, is_read)) << chosen.text();
         const double range = *std::max_element(smooth[0].begin(), smooth[0].end()) -
                              *std::min_element(smooth[0].begin(), smooth[0].end());
-        for (std::size_t i = 5; i + 5 < is_read.size(); ++i) {
+        for (std::size_t sample = 5; sample + 5 < is_read.size(); ++sample) {
             std::vector<std::vector<double>> changed = smooth;
-            changed[0][i] += 0.5 * range;
+            changed[0][sample] += 0.5 * range;
             const auto found = largest_difference(changed, is_read);
-            ASSERT_TRUE(is_read[i] || found) << chosen.text() << " " << i;
-            if (is_read[i])
+            ASSERT_TRUE(is_read[sample] || found) << chosen.text() << " " << sample;
+            if (is_read[sample])
                 continue;
             EXPECT_EQ(found->column, 0U);
-            EXPECT_EQ(found->row, i);
-            ++off;
+            EXPECT_EQ(found->row, sample);
+            ++deviations;
         }
     }
-    EXPECT_GT(off, 500);
+    EXPECT_GT(deviations, 500);
 }
 
-TEST(unread_samples, may_differ_by_the_tolerance_times_the_weights) {
-    // Midway between four samples the weights are -1/16, 9/16, 9/16, -1/16: their absolute values add up to 1.25.
+TEST(unread_samples, may_deviate_by_one_percent_times_the_sum_of_the_interpolation_weights) {
+    // In the middle of four samples the weights are -1/16, 9/16, 9/16, -1/16. The sum of their magnitudes is 1.25.
     const std::vector<bool> is_read{true, false, true, false, true, false, true};
     for (const double part : {0.0124, 0.0126}) {
         const std::vector<double> column{0.0, 0.0, 0.0, part, 0.0, 0.0, 0.0};
         std::vector<double> ramp(7);
-        for (std::size_t i = 0; i < 7; ++i)
-            ramp[i] = static_cast<double>(i) / 6.0 + column[i];
+        for (std::size_t sample = 0; sample < 7; ++sample)
+            ramp[sample] = static_cast<double>(sample) / 6.0 + column[sample];
         const std::vector<std::vector<double>> columns{ramp};
         EXPECT_EQ(largest_difference(columns, is_read).has_value(), part > 0.0125) << part;
     }
-    // One spacing outside of four samples they are 4, -6, 4, -1: 15.
+    // One spacing outside of four samples they are 4, -6, 4, -1. The sum of their magnitudes is 15.
     const std::vector<bool> all_but_first{false, true, true, true, true, true};
     for (const double part : {0.14, 0.16}) {
         const std::vector<std::vector<double>> columns{{1.0 / (1.0 - part) - 1.0, 0.0, 0.0, 0.0, 0.0, 0.0}};
         const auto found = largest_difference(columns, all_but_first);
-        ASSERT_TRUE(found); // here the range is the difference itself
+        ASSERT_TRUE(found); // the range is the difference itself
         EXPECT_DOUBLE_EQ(found->part_of_range, 1.0);
         const std::vector<std::vector<double>> in_range{{part, 0.0, 0.0, 0.0, 0.0, 1.0}};
         EXPECT_EQ(largest_difference(in_range, all_but_first).has_value(), part > 0.15) << part;

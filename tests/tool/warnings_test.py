@@ -1,4 +1,4 @@
-"""When the program `quenta` warns that its numbers may be worthless, and when it does not: each promise a test.
+"""When the program `quenta` warns that its numbers may be unreliable, and when it does not: one promise per test.
 
 usage: warnings_test.py QUENTA
 """
@@ -14,8 +14,8 @@ from program_case import SINGULAR, SOLVED, ProgramTest, columns, constant_sample
 def table(names, count, spacing, *functions):
     """Samples of functions of t."""
     rows = ["t," + names]
-    rows += [",".join(repr(value) for value in (i * spacing, *(f(i * spacing) for f in functions)))
-             for i in range(count)]
+    rows += [",".join(repr(value) for value in (sample * spacing, *(f(sample * spacing) for f in functions)))
+             for sample in range(count)]
     return "\n".join(rows) + "\n"
 
 
@@ -50,8 +50,8 @@ class WarningTest(ProgramTest):
 
 
 class UnreadSamples(WarningTest):
-    def test_impulse_between_the_nodes(self):
-        """The solution is 0 everywhere, as if the impulse were not there."""
+    def test_an_impulse_between_the_nodes_is_reported(self):
+        """No node reads the impulse, so the solution is 0 everywhere."""
         text = changed(constant_samples(40, g=0, spacing=0.1), 9, 1, "1")
         message = self.assert_warned("vie2", text, of=(
             "line 9", "the setting 2:0,1,2 does not read 20 of 41 samples of g", "g is 1", "by 100 percent of the range",
@@ -60,16 +60,16 @@ class UnreadSamples(WarningTest):
         self.assertEqual(set(columns(self.numbers)["y"]), {0})
         self.assert_silent("vie2", text, "--setting", "1:0,1")
 
-    def test_smooth_samples_agree_also_where_few_are_read(self):
+    def test_smooth_samples_give_no_warning_with_few_samples_read(self):
         for steps in range(1, 8):
             text = table("g,K", 9 * steps + 1, math.pi / 10, math.sin, math.cos)
             self.assert_silent("vie1", text)
 
-    def test_smooth_samples_agree(self):
+    def test_smooth_samples_give_no_warning(self):
         for setting in ("1:0,1", "2:0,1,2", "3:0,1,2,3", "4:0,1,2,3,4"):
             self.assert_silent("vie2", SMOOTH, "--setting", setting)
 
-    def test_each_argument_has_one_warning(self):
+    def test_there_is_one_warning_per_argument(self):
         text = table("g,K,a", 41, 0.05, math.cos, math.sin, math.exp)
         self.assert_silent("vide", text, "--y0=1")
         for column, name in enumerate("gKa", 1):
@@ -81,7 +81,7 @@ class UnreadSamples(WarningTest):
         messages = self.warnings("vide", all_three, "--y0=1")
         self.assertEqual([re.search("samples of (.)", message)[1] for message in messages], ["g", "K", "a"])
 
-    def test_a_system_names_the_column(self):
+    def test_the_warning_for_a_system_names_the_column(self):
         names = "g1,g2,K11,K12,K21,K22"
         text = table(names, 41, 0.05, *[lambda t, w=w: w + math.cos(w * t) for w in (1, 2, 0.5, 0.7, 1.1, 1.3)])
         self.assert_silent("vie2", text)
@@ -89,7 +89,7 @@ class UnreadSamples(WarningTest):
         constant = table(names, 41, 0.05, *[lambda t, w=w: w for w in (1, 1, 1 / 3, 1e-9, -1 / 3, 1e9)])
         self.assert_silent("vie2", constant)
 
-    def test_a_difference_of_one_percent_is_expected(self):
+    def test_a_difference_of_one_percent_is_accepted(self):
         for part, count in ((0.0124, 0), (0.0126, 1)):
             text = changed(table("g,K", 41, 0.05, lambda t: t / 2, lambda t: 1), 23, 1, repr(21 * 0.025 + part))
             self.assertEqual(len(self.warnings("vie2", text)), count, part)
@@ -101,13 +101,13 @@ class UnreadSamples(WarningTest):
         self.assertIn("line 44: K is nan, and the setting 2:0,1,2 does not read this sample", messages[1])
         self.assertEqual(len(messages), 2)
 
-    def test_unread_sample_that_is_not_finite(self):
+    def test_an_unread_sample_that_is_not_finite_is_reported(self):
         for value in ("nan", "inf", "-inf"):
             text = changed(SMOOTH, 7, 2, value)
             self.assert_warned("vie2", text, of=("line 7", f"K is {value}", "2:0,1,2 does not read"))
             self.assertTrue(all(map(math.isfinite, columns(self.numbers)["y"])))
 
-    def test_first_kind_names_its_own_setting(self):
+    def test_the_first_kind_suggests_a_setting_that_suits_it(self):
         text = table("g,K", 46, 0.05, math.sin, math.cos)
         self.assert_silent("vie1", text)
         self.assert_warned("vie1", changed(text, 21, 2, "3"), of=(
@@ -121,73 +121,73 @@ class UnreadSamples(WarningTest):
 
 
 class SolutionsThatAreNotFinite(WarningTest):
-    def test_growth_past_the_largest_number(self):
+    def test_an_overflow_of_the_solution_is_reported(self):
         text = table("g,K", 2001, 0.5, lambda t: 1.0, lambda t: 1.0)
         for command, arguments in (("vie2", ()), ("vide", ("--y0=1",))):
             message = self.assert_warned(command, text, *arguments, of=("the solution is not finite from t = ",
-                                                                        "although all samples are", "setting"))
+                                                                        "although all samples are finite", "setting"))
             t = float(re.search("from t = ([0-9.]+) on", message)[1])
             found = columns(self.numbers)
             self.assertTrue(all(math.isfinite(y) == (at < t) for at, y in zip(found["t"], found["y"])))
 
-    def test_samples_are_named_as_the_cause(self):
+    def test_samples_that_are_not_finite_are_named_as_the_cause(self):
         samples, solution = self.warnings("vie2", changed(SMOOTH, 74, 1, "inf"))
         self.assertIn("line 74: g is inf", samples)
         self.assertIn("the solution is not finite from t = 0.94", solution)
-        self.assertIn("since samples are not finite", solution)
+        self.assertIn("because samples are not finite", solution)
 
 
 class FirstKind(WarningTest):
-    """The kernels that vanish at 0, and those that only look so."""
+    """Kernels that are 0 or nearly 0 at the start, and forcings that are not."""
 
     def equation(self, kernel, spacing, g=None):
-        """By default the g of y = 1, summed up finely enough for what is looked at here."""
+        """Samples of g and the kernel. By default g is the integral of the kernel, so that y is close to 1."""
         count = 9 * max(4, round(2 / (9 * spacing))) + 1
         if g is None:
-            finer = [kernel((i + 0.5) * spacing / 8) * spacing / 8 for i in range(8 * count)]
-            sums = [sum(finer[8 * i:8 * i + 8]) for i in range(count)]
-            running = [math.fsum(sums[:i]) for i in range(count)]
+            finer = [kernel((sample + 0.5) * spacing / 8) * spacing / 8 for sample in range(8 * count)]
+            sums = [sum(finer[8 * sample:8 * sample + 8]) for sample in range(count)]
+            running = [math.fsum(sums[:sample]) for sample in range(count)]
             g = lambda t: running[round(t / spacing)]
         return table("g,K", count, spacing, g, kernel)
 
-    def test_kernels_that_are_0_at_the_start(self):
+    def test_kernels_that_are_0_at_the_start_are_reported(self):
         for kernel in (lambda t: t, lambda t: t * t, math.sin, lambda t: t * math.exp(-t),
                        lambda t: 1 - math.exp(-20 * t)):
             for spacing in (0.05, 0.01, 0.005):
                 messages = self.warnings("vie1", self.equation(kernel, spacing))
-                said = [message for message in messages if "K(0) is 0" in message]
-                self.assertEqual(len(said), 1, messages)
+                found = [message for message in messages if "K(0) is 0" in message]
+                self.assertEqual(len(found), 1, messages)
                 for fragment in ("warning: K(0) is 0", "differentiate", "K' and g'"):
-                    self.assertIn(fragment, said[0])
+                    self.assertIn(fragment, found[0])
 
-    def test_growth_is_measured(self):
-        said = self.warnings("vie1", self.equation(lambda t: t, 0.005))[0]
-        self.assertIn("errors grow by a factor of about 10 in every step", said)
+    def test_the_growth_of_errors_is_measured_and_reported(self):
+        found = self.warnings("vie1", self.equation(lambda t: t, 0.005))[0]
+        self.assertIn("errors grow by a factor of about 10 in every step", found)
         self.assertGreater(max(map(abs, columns(self.numbers)["y"])), 1e20)
 
-    def test_kernels_that_are_nearly_0_at_the_start(self):
+    def test_kernels_that_are_nearly_0_at_the_start_are_reported(self):
         for kernel in (lambda t: 1e-3 + t, lambda t: 1e-4 + t * t, lambda t: 0.01 + 1 - math.exp(-20 * t)):
             for spacing in (0.05, 0.02, 0.01):
-                said = [message for message in self.warnings("vie1", self.equation(kernel, spacing))
+                found = [message for message in self.warnings("vie1", self.equation(kernel, spacing))
                         if "K(0) is small" in message]
-                self.assertEqual(len(said), 1)
-                self.assertIn("solve y(t) = g'(t)/K(0) - integral of K'(t - s)/K(0) y(s) ds with vie2", said[0])
+                self.assertEqual(len(found), 1)
+                self.assertIn("solve y(t) = g'(t)/K(0) - integral of K'(t - s)/K(0) y(s) ds with vie2", found[0])
 
-    def test_kernel_whose_ratio_overflows(self):
-        said = self.warnings("vie1", self.equation(lambda t: t if t > 0 else 1e-320, 0.02))[0]
-        self.assertIn("K(0) is small (1e-320), and under", said)
+    def test_a_subnormal_kernel_at_the_start_is_reported(self):
+        found = self.warnings("vie1", self.equation(lambda t: t if t > 0 else 1e-320, 0.02))[0]
+        self.assertIn("K(0) is small (1e-320), and with", found)
 
-    def test_growth_of_other_settings(self):
+    def test_the_warning_depends_on_the_growth_under_the_chosen_setting(self):
         kernel = lambda t: 0.2 + math.sqrt(t) * math.exp(-t)
         for setting, warned in (("2:1", True), ("4:2,3,4", True), ("3:1,2,3", False)):
             messages = self.warnings("vie1", self.equation(kernel, 0.01), "--setting", setting)
-            said = [message for message in messages if "K(0) is small" in message]
-            self.assertEqual(len(said), int(warned), messages)
+            found = [message for message in messages if "K(0) is small" in message]
+            self.assertEqual(len(found), int(warned), messages)
             if warned:
-                self.assertRegex(said[0], "grow by a factor of about [0-9.]+ in every step")
+                self.assertRegex(found[0], "grow by a factor of about [0-9.]+ in every step")
 
-    def test_kernels_of_problems_that_are_well_posed(self):
-        moduli = lambda t: sum(10**(5 - i) * math.exp(-t / 10.0**(i - 2)) for i in range(3, 6))
+    def test_well_posed_problems_give_no_warning(self):
+        moduli = lambda t: sum(10**(5 - term) * math.exp(-t / 10.0**(term - 2)) for term in range(3, 6))
         for kernel in (lambda t: math.exp(-t), math.cos, lambda t: 1.0 + t, lambda t: math.exp(t), lambda t: 1.0,
                        lambda t: 1 - t, math.cosh, moduli, lambda t: -1e-9 * math.exp(-t), lambda t: math.cos(5 * t),
                        lambda t: 1e9 * (1 + t)):
@@ -196,8 +196,8 @@ class FirstKind(WarningTest):
                 self.assert_silent("vie1", self.equation(kernel, spacing), "--setting", "1:1")
         self.assert_silent("vie1", self.equation(lambda t: math.exp(5 * t), 0.01))
 
-    def test_systems(self):
-        """Neither units nor the size of one kernel beside another matter, but each solvable combination does."""
+    def test_systems_are_reported_if_the_matrix_at_lag_0_is_singular(self):
+        """The units and relative sizes of the entries do not matter."""
         names = "g1,g2,K11,K12,K21,K22"
         zero, falling, rising = lambda t: 0.0, lambda t: math.exp(-t), lambda t: t
         scaled = lambda factor, f: lambda t: factor * f(t)
@@ -208,52 +208,52 @@ class FirstKind(WarningTest):
         for kernels in ((falling, zero, zero, rising), (falling, falling, falling, lambda t: math.exp(-2 * t)),
                         (rising, zero, falling, falling)):
             messages = self.warnings("vie1", table(names, 181, 0.01, *g, *kernels))
-            said = [message for message in messages if "the matrix K(0) is singular" in message]
-            self.assertEqual(len(said), 1, messages)
+            found = [message for message in messages if "the matrix K(0) is singular" in message]
+            self.assertEqual(len(found), 1, messages)
         nearly = (falling, falling, falling, lambda t: math.exp(-t) * (1 + 1e-4) + t)
         self.assertIn("the matrix K(0) is small", self.warnings("vie1", table(names, 181, 0.01, *g, *nearly))[0])
 
-    def test_kernel_that_is_0_in_the_first_step(self):
+    def test_a_kernel_that_is_0_in_the_first_step_is_reported(self):
         text = self.equation(lambda t: 0.0 if t < 1 else 1.0, 0.05)
         run = self.run_program("vie1", text=text)
         self.assertEqual((run.returncode, run.stdout), (SINGULAR, ""))
         self.assertIn("K(0) is 0", run.stderr)
 
-    def test_singular_step_says_why(self):
+    def test_the_error_of_a_singular_step_gives_the_reason(self):
         run = self.run_program("vie1", "--setting", "1:1", text=self.equation(lambda t: t, 0.05))
         self.assertEqual((run.returncode, run.stdout), (SINGULAR, ""))
-        self.assert_one_sentence(run.stderr.splitlines(True)[-1], "is singular under the setting 1:1", "K(0) is 0",
+        self.assert_one_sentence(run.stderr.splitlines(True)[-1], "is singular with the setting 1:1", "K(0) is 0",
                                  "differentiate")
 
-    def test_forcing_that_does_not_start_at_0(self):
+    def test_a_forcing_that_does_not_start_at_0_is_reported(self):
         for offset in (1.0, -0.05):
             text = self.equation(math.cos, 0.01, g=lambda t: offset + math.sin(t))
             message = self.assert_warned("vie1", text, of=(f"g(0) is {offset:g}, but the integral is 0", "expected 0",
                                                            "spike", "offset"))
             spike = float(re.search("of the order of ([0-9.]+)", message)[1])
             self.assertAlmostEqual(spike, 5.5 * abs(offset) / 0.09, delta=0.5)
-            # It is on top of y(0) = 1.
+            # The spike is added to y(0) = 1.
             self.assertAlmostEqual((columns(self.numbers)["y"][0] - 1) / math.copysign(spike, offset), 1, delta=0.05)
         for setting, height in (("1:1", 1), ("2:1,2", 3), ("4:1,2,3,4", 25 / 3)):
             text = self.equation(lambda t: 1.0, 0.01, g=lambda t: 0.02 * height + t)
             spike = 0.02 * height / (0.01 * int(setting[0])**2) * height
-            said = self.warnings("vie1", text, "--setting", setting)
-            stated = float(re.search("of the order of ([0-9.]+)", " ".join(said))[1])
+            found = self.warnings("vie1", text, "--setting", setting)
+            stated = float(re.search("of the order of ([0-9.]+)", " ".join(found))[1])
             self.assertAlmostEqual(stated / spike, 1, delta=0.1)
-        # The spike of 1e-4 is below one percent of the solution.
+        # A spike of 1e-4 is below one percent of the solution.
         self.assert_silent("vie1", self.equation(math.cos, 0.01, g=lambda t: 1e-5 + math.sin(t)))
 
-    def test_forcing_of_a_system_that_does_not_start_at_0(self):
+    def test_a_forcing_of_a_system_that_does_not_start_at_0_is_reported(self):
         text = table("g1,g2,K11,K12,K21,K22", 181, 0.01, math.sin, lambda t: 0.3 + t,
                      *[lambda t, w=w: w * math.exp(-t) for w in (0, 1, 1, 0)])
         self.assert_warned("vie1", text, of=("g2(0) is 0.3", "y1 starts with a spike of the order of 18"))
 
-    def test_kernel_and_forcing_may_both_be_wrong(self):
+    def test_kernel_and_forcing_have_separate_warnings(self):
         messages = self.warnings("vie1", self.equation(lambda t: t, 0.02, g=lambda t: 1.0 + t))
         self.assertEqual([("K(0) is 0" in message, "g(0) is 1" in message) for message in messages],
                          [(True, False), (False, True)])
 
-    def test_few_steps(self):
+    def test_a_few_steps_are_enough_for_the_warning(self):
         for steps in (1, 2, 3, 4):
             text = table("g,K", 9 * steps + 1, 0.1, lambda t: t * t / 2, lambda t: t)
             self.assertIn("K(0) is 0", self.warnings("vie1", text)[0])

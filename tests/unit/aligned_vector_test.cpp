@@ -8,7 +8,7 @@
 namespace quenta {
 namespace {
 
-TEST(aligned_vector, starts_on_a_cache_line) {
+TEST(aligned_vector, starts_at_a_multiple_of_64_bytes) {
     for (std::size_t count = 1; count < 200; ++count) {
         const aligned_vector values(count, -1.0);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(values.data()) % 64, 0u) << count;

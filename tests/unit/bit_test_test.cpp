@@ -20,7 +20,7 @@ TEST(bit_test, reads_every_bit) {
         }
 }
 
-TEST(bit_test, a_position_above_31_is_an_assertion_failure) {
+TEST(bit_test, a_position_above_31_raises_an_assertion_failure) {
     const std::uint64_t positions[] = {32, 33, 63, 64, std::uint64_t{1} << 32, UINT64_MAX};
     for (const std::uint64_t position : positions) {
         const auto raised = quenta_tests::failure_of<assertion_failure>([&] { bit_test(0xFFFFFFFF, position); });

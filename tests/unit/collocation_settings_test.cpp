@@ -17,7 +17,7 @@ int find(int m, const std::vector<int>& list) {
     return find_setting_row(m, list.data(), static_cast<int>(list.size()));
 }
 
-TEST(collocation_settings, the_table_is_the_written_one) {
+TEST(collocation_settings, the_table_equals_the_reference_table) {
     const std::vector<reference::setting>& expected = reference::settings();
     ASSERT_EQ(expected.size(), 56u);
     ASSERT_EQ(supported_settings.size(), expected.size());
@@ -31,15 +31,15 @@ TEST(collocation_settings, the_table_is_the_written_one) {
     }
 }
 
-TEST(collocation_settings, the_table_is_the_same_when_it_is_made_at_run_time) {
-    std::array<collocation_setting, supported_setting_count> made = make_supported_settings();
-    for (std::size_t row = 0; row < made.size(); ++row) {
-        EXPECT_EQ(made[row].stored, supported_settings[row].stored) << "row " << row;
-        EXPECT_EQ(made[row].stored_length, supported_settings[row].stored_length) << "row " << row;
+TEST(collocation_settings, the_table_is_the_same_when_built_at_run_time) {
+    const std::array<collocation_setting, supported_setting_count> built = make_supported_settings();
+    for (std::size_t row = 0; row < built.size(); ++row) {
+        EXPECT_EQ(built[row].stored, supported_settings[row].stored) << "row " << row;
+        EXPECT_EQ(built[row].stored_length, supported_settings[row].stored_length) << "row " << row;
     }
 }
 
-TEST(collocation_settings, the_list_for_hosts_has_six_ints_a_row_and_writes_no_more) {
+TEST(collocation_settings, the_exported_list_has_six_ints_per_row_and_writes_no_more) {
     constexpr int untouched = INT_MIN;
     std::vector<int> settings(56 * 6 + 8, untouched);
     quenta_get_supported_settings(settings.data());
@@ -55,7 +55,7 @@ TEST(collocation_settings, the_list_for_hosts_has_six_ints_a_row_and_writes_no_m
     EXPECT_EQ(settings, expected);
 }
 
-TEST(collocation_settings, one_node_rows_end_in_four_times_minus_one) {
+TEST(collocation_settings, the_exported_rows_of_one_node_end_with_four_minus_ones) {
     std::vector<int> settings(336);
     quenta_get_supported_settings(settings.data());
     int one_node_rows = 0;
@@ -75,12 +75,12 @@ TEST(collocation_settings, every_row_is_found) {
     EXPECT_EQ(find(2, {1, 2}), 8);
 }
 
-TEST(collocation_settings, rows_with_the_same_parameters_stay_apart) {
+TEST(collocation_settings, settings_with_equal_nodes_are_different_rows) {
     EXPECT_EQ(find(2, {1}), 4);
     EXPECT_EQ(find(4, {2}), 27);
 }
 
-TEST(collocation_settings, no_permuted_list_is_found) {
+TEST(collocation_settings, a_permuted_list_is_not_found) {
     int permutations = 0;
     for (const reference::setting& setting : reference::settings()) {
         std::vector<int> list = setting.indices;
@@ -93,7 +93,7 @@ TEST(collocation_settings, no_permuted_list_is_found) {
     EXPECT_EQ(find(2, {2, 1}), no_setting_row);
 }
 
-TEST(collocation_settings, what_is_no_row_is_not_found) {
+TEST(collocation_settings, an_unsupported_setting_is_not_found) {
     EXPECT_EQ(find(5, {0}), no_setting_row);
     EXPECT_EQ(find(0, {0}), no_setting_row);
     EXPECT_EQ(find(-1, {0}), no_setting_row);
@@ -107,14 +107,14 @@ TEST(collocation_settings, what_is_no_row_is_not_found) {
     EXPECT_EQ(find(4, {0, 1, 2, 3, 4, -1}), no_setting_row);
 }
 
-TEST(collocation_settings, a_count_that_no_row_has_does_not_read_the_list) {
+TEST(collocation_settings, the_list_is_not_read_if_no_row_has_its_count) {
     for (int m = -2; m <= 6; ++m)
         for (const int count : {0, -1, -5, INT_MIN, 6, 1000, INT_MAX}) {
-            EXPECT_EQ(find_setting_row(m, nullptr, count), no_setting_row) << m << ", " << count;
+            EXPECT_EQ(find_setting_row(m, nullptr, count), no_setting_row) << "m " << m << ", count " << count;
             const int list = 0;
-            EXPECT_EQ(find_setting_row(m, &list, count), no_setting_row) << m << ", " << count;
+            EXPECT_EQ(find_setting_row(m, &list, count), no_setting_row) << "m " << m << ", count " << count;
         }
-    // No row of m = 1 has three nodes, and none of m = 5 has any.
+    // No row with m = 1 has three nodes, and there is no row with m = 5.
     EXPECT_EQ(find_setting_row(1, nullptr, 3), no_setting_row);
     EXPECT_EQ(find_setting_row(5, nullptr, 1), no_setting_row);
 }

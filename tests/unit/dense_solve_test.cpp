@@ -28,7 +28,7 @@ using quenta_tests::failure_of;
 using quenta_tests::random_data;
 using reference::matrix_order;
 
-// All orders of a step: node counts of 1 to 5 times dimensions of 1 to 8.
+// The orders of the systems of a step: P D for 1 to 5 nodes and dimensions 1 to 8.
 using orders_of_steps =
     std::integer_sequence<int, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 12, 14, 15, 16, 18, 20, 21, 24, 25, 28, 30, 32, 35, 40>;
 
@@ -49,7 +49,8 @@ using solution = std::optional<std::vector<double>>;
 
 ::testing::AssertionResult equal_solutions(const solution& expected, const solution& actual) {
     if (expected.has_value() != actual.has_value())
-        return ::testing::AssertionFailure() << "expected " << (expected ? "solved" : "singular") << ", is not";
+        return ::testing::AssertionFailure() << "expected a " << (expected ? "regular" : "singular")
+                                             << " matrix, got a " << (actual ? "regular" : "singular") << " one";
     return expected ? equal_bits(*expected, *actual) : ::testing::AssertionSuccess();
 }
 
@@ -60,7 +61,7 @@ solution solve_by_reference(linear_system system) {
     return system.b;
 }
 
-// A system as the forms for any order take it, column by column, and as they leave it.
+// The arguments of the forms for any order, which are column-major, and the results that they leave in them.
 struct column_system {
     explicit column_system(const linear_system& rows)
         : n{rows.n}, a(rows.a.size()), b{rows.b}, pivots(rows.b.size(), untouched) {
@@ -75,8 +76,8 @@ struct column_system {
     bool solved = false;
 };
 
-// Everything that the forms for any order leave behind must be what the reference leaves, be the matrix singular or
-// not. Of the loops of an instruction set, elimination and substitution are called apart.
+// Expects that the forms for any order leave the same values as the reference in every argument, also for a singular
+// matrix. The kernels of an instruction set have one function for the elimination and one for the substitution.
 solution solve_by_forms_of_any_order(const linear_system& system) {
     column_system expected{system};
     expected.solved =
@@ -104,7 +105,7 @@ solution solve_by_forms_of_any_order(const linear_system& system) {
     return expected.solved ? solution{expected.b} : std::nullopt;
 }
 
-// What the fixed form leaves must be what the reference leaves, too.
+// Expects that the form of a fixed order leaves the same values as the reference in every argument.
 template <int n>
 solution solve_fixed_order(const linear_system& system) {
     square_matrix<n> a;
@@ -124,14 +125,14 @@ solution solve_fixed_order(const linear_system& system) {
     return ok ? solution{{x.begin(), x.end()}} : std::nullopt;
 }
 
-// Calls body(n, the fixed form of order n) for every order of a step.
+// Calls visit(n, the form of the fixed order n) for every order of a step.
 template <int... n, class visitor>
-void visit_orders(std::integer_sequence<int, n...>, const visitor& body) {
-    (body(n, solve_fixed_order<n>), ...);
+void visit_orders(std::integer_sequence<int, n...>, const visitor& visit) {
+    (visit(n, solve_fixed_order<n>), ...);
 }
 
-void for_all_orders(const std::function<void(int)>& body) {
-    visit_orders(orders_of_steps{}, [&](int n, auto) { body(n); });
+void for_all_orders(const std::function<void(int)>& visit) {
+    visit_orders(orders_of_steps{}, [&](int n, auto) { visit(n); });
 }
 
 solution solve_fixed(const linear_system& system) {
@@ -143,14 +144,14 @@ solution solve_fixed(const linear_system& system) {
             found = true;
         }
     });
-    EXPECT_TRUE(found) << "no fixed form of order " << system.n;
+    EXPECT_TRUE(found) << "no form of the fixed order " << system.n;
     return solved;
 }
 
-// All forms agree. Returns whether the matrix was regular.
+// Expects that all forms agree with the reference. Returns whether the matrix is regular.
 bool expect_all_forms_agree(const linear_system& system) {
     const solution expected = solve_by_reference(system);
-    EXPECT_TRUE(equal_solutions(expected, solve_fixed(system))) << "fixed, n " << system.n;
+    EXPECT_TRUE(equal_solutions(expected, solve_fixed(system))) << "fixed order, n " << system.n;
     EXPECT_TRUE(equal_solutions(expected, solve_by_forms_of_any_order(system))) << "n " << system.n;
     return expected.has_value();
 }
@@ -160,14 +161,14 @@ linear_system random_system(random_data& data, int n) {
     return {n, data.uniform(size * size), data.uniform(size)};
 }
 
-TEST(dense_solve, random_matrices) {
+TEST(dense_solve, random_matrices_give_the_same_result_as_the_reference_and_a_small_residual) {
     for_all_orders([](int n) {
         random_data data(n);
         for (int repetition = 0; repetition < 20; ++repetition) {
             const linear_system system = random_system(data, n);
             ASSERT_TRUE(expect_all_forms_agree(system));
 
-            // And it is the solution: the residual is small against the terms that it is made of.
+            // The residual is small compared with its terms.
             const std::vector<double> x = *solve_by_reference(system);
             double largest = 0;
             for (const double component : x)
@@ -182,7 +183,7 @@ TEST(dense_solve, random_matrices) {
     });
 }
 
-TEST(dense_solve, matrices_like_those_of_a_step) {
+TEST(dense_solve, matrices_close_to_the_identity_give_the_same_result_as_the_reference) {
     for_all_orders([](int n) {
         random_data data(1000 + n);
         for (int repetition = 0; repetition < 20; ++repetition) {
@@ -195,7 +196,7 @@ TEST(dense_solve, matrices_like_those_of_a_step) {
     });
 }
 
-TEST(dense_solve, graded_matrices_on_both_sides_of_the_singularity_test) {
+TEST(dense_solve, graded_matrices_give_the_same_result_as_the_reference) {
     int solved = 0, singular = 0;
     for_all_orders([&](int n) {
         random_data data(2000 + n);
@@ -218,7 +219,7 @@ TEST(dense_solve, graded_matrices_on_both_sides_of_the_singularity_test) {
     EXPECT_GT(singular, 50);
 }
 
-TEST(dense_solve, tied_pivots) {
+TEST(dense_solve, matrices_with_tied_pivots_give_the_same_result_as_the_reference) {
     int solved = 0;
     for_all_orders([&](int n) {
         random_data data(3000 + n);
@@ -233,10 +234,10 @@ TEST(dense_solve, tied_pivots) {
     EXPECT_GT(solved, 100);
 }
 
-TEST(dense_solve, singular_matrices) {
+TEST(dense_solve, singular_matrices_give_the_same_result_as_the_reference) {
     for_all_orders([](int n) {
         random_data data(4000 + n);
-        // A column of zeros, wherever it stands.
+        // A column of zeros, at every position.
         for (int zero = 0; zero < n; ++zero) {
             linear_system system = random_system(data, n);
             for (int i = 0; i < n; ++i)
@@ -255,13 +256,13 @@ TEST(dense_solve, singular_matrices) {
                 system.at(n - 1, j) = system.at(0, j);
             expect_all_forms_agree(system);
         }
-        // Nothing but zeros.
+        // Only zeros.
         std::fill(system.a.begin(), system.a.end(), 0.0);
         EXPECT_FALSE(expect_all_forms_agree(system)) << "n " << n;
     });
 }
 
-TEST(dense_solve, special_values_in_matrix_and_right_hand_side) {
+TEST(dense_solve, special_values_give_the_same_result_as_the_reference) {
     int solved = 0, singular = 0;
     for_all_orders([&](int n) {
         random_data data(5000 + n);
@@ -278,7 +279,7 @@ TEST(dense_solve, special_values_in_matrix_and_right_hand_side) {
     EXPECT_GT(singular, 100);
 }
 
-TEST(dense_solve, a_nan_pivot_passes_the_test_and_flows_on) {
+TEST(dense_solve, a_nan_pivot_is_not_singular_and_gives_a_solution_of_nan) {
     for_all_orders([](int n) {
         random_data data(6000 + n);
         for (int place = 0; place < n; ++place) {
@@ -313,8 +314,8 @@ TEST(dense_solve, an_infinite_pivot_is_singular) {
     });
 }
 
-// Every matrix of side 2 and 3 over entries that tie, cancel, stand at the tolerance and are no numbers.
-TEST(dense_solve, every_matrix_of_a_small_world) {
+// Every matrix of order 2 and 3 with entries that tie, cancel, are close to the tolerance, or are NaN.
+TEST(dense_solve, every_matrix_of_a_small_world_gives_the_same_result_as_the_reference) {
     constexpr std::array entries{0.0, 1.0, -1.0, 1e-16, nan};
     for (const auto& [n, b, matrices] : {std::tuple{2, std::vector{1.0, 2.0}, 625},
                                          {2, std::vector{0.0, -0.0}, 625},
@@ -325,8 +326,8 @@ TEST(dense_solve, every_matrix_of_a_small_world) {
         int solved = 0, singular = 0;
         for (std::size_t carry = 0; carry < system.a.size();) {
             ++(expect_all_forms_agree(system) ? solved : singular);
-            ASSERT_FALSE(HasFailure()) << "of " << ::testing::PrintToString(system.a);
-            // The next one: the entries count up, like digits.
+            ASSERT_FALSE(HasFailure()) << "matrix " << ::testing::PrintToString(system.a);
+            // The entries count up like the digits of a number.
             for (carry = 0; carry < system.a.size(); ++carry) {
                 const std::size_t digit = digits[carry] = (digits[carry] + 1) % entries.size();
                 system.a[carry] = entries[digit];
@@ -340,14 +341,14 @@ TEST(dense_solve, every_matrix_of_a_small_world) {
     }
 }
 
-TEST(dense_solve, the_scale_is_the_largest_pivot_so_far) {
+TEST(dense_solve, a_pivot_is_compared_with_the_largest_pivot_so_far) {
     EXPECT_FALSE(expect_all_forms_agree({2, {1, 0, 0, 1e-16}, {1, 1}}));
     EXPECT_TRUE(expect_all_forms_agree({2, {1, 0, 0, 1e-15}, {1, 1}}));
-    // Exactly at the bound is singular, the next double above it is not.
+    // A pivot equal to the bound is singular. The next larger double is not.
     const double bound = 2 * 2.220446049250313e-16;
     EXPECT_FALSE(expect_all_forms_agree({2, {1, 0, 0, bound}, {1, 1}}));
     EXPECT_TRUE(expect_all_forms_agree({2, {1, 0, 0, std::nextafter(bound, 1.0)}, {1, 1}}));
-    // A small pivot before a large one is no trouble: nothing larger came before it.
+    // A small pivot before a large one is not singular.
     EXPECT_TRUE(expect_all_forms_agree({2, {1e-16, 0, 0, 1}, {1, 1}}));
 }
 
@@ -360,16 +361,16 @@ TEST(dense_solve, the_tolerance_is_the_order_times_eps) {
             system.at(i, i) = 1.0;
         const double bound = double(n) * 2.220446049250313e-16;
         system.at(n - 1, n - 1) = bound;
-        EXPECT_FALSE(expect_all_forms_agree(system)) << n;
+        EXPECT_FALSE(expect_all_forms_agree(system)) << "n " << n;
         system.at(n - 1, n - 1) = std::nextafter(bound, 1.0);
-        EXPECT_TRUE(expect_all_forms_agree(system)) << n;
+        EXPECT_TRUE(expect_all_forms_agree(system)) << "n " << n;
     });
     EXPECT_EQ(3 * eps, 6.661338147750939e-16);
     EXPECT_EQ(4 * eps, 8.881784197001252e-16);
     EXPECT_EQ(12 * eps, 2.6645352591003757e-15);
 }
 
-TEST(dense_solve, the_first_of_equal_magnitudes_is_the_pivot) {
+TEST(dense_solve, the_pivot_is_the_first_of_equal_magnitudes) {
     std::vector<double> a{1, -1, 1, 2, 3, 5, 7, 11, 13}, b{1, 1, 1};
     std::vector<int> pivots(3, untouched);
     ASSERT_TRUE(solve_dense_in_place({9, a.data()}, {3, b.data()}, 3, {3, pivots.data()}));
@@ -383,7 +384,7 @@ TEST(dense_solve, the_first_of_equal_magnitudes_is_the_pivot) {
     EXPECT_EQ(a[0], -2.0);
 }
 
-TEST(dense_solve, earlier_swaps_are_done_when_a_later_column_fails) {
+TEST(dense_solve, a_singular_matrix_leaves_the_right_hand_side_with_the_swaps_so_far) {
     // Column-major: the first column swaps rows 0 and 1, the second is zero.
     std::vector<double> a{1, 2, 0, 0, 0, 0, 3, 4, 5}, b{10, 20, 30};
     std::vector<int> pivots(3, untouched);
@@ -392,19 +393,19 @@ TEST(dense_solve, earlier_swaps_are_done_when_a_later_column_fails) {
     EXPECT_EQ(pivots, (std::vector<int>{1, 1, untouched}));
 }
 
-TEST(dense_solve, one_by_one) {
+TEST(dense_solve, a_system_of_order_one_is_solved_by_one_division) {
     EXPECT_FALSE(expect_all_forms_agree({1, {0.0}, {1}}));
     EXPECT_FALSE(expect_all_forms_agree({1, {-0.0}, {1}}));
     EXPECT_FALSE(expect_all_forms_agree({1, {infinity}, {1}}));
     for (const double pivot : {1.0, -3.0, 1e-300, -1e300, 0x1p-1070, std::numeric_limits<double>::max()})
         for (const double b : {0.0, -0.0, 1.0, -7.0}) {
             const linear_system system{1, {pivot}, {b}};
-            ASSERT_TRUE(expect_all_forms_agree(system)) << pivot;
+            ASSERT_TRUE(expect_all_forms_agree(system)) << "pivot " << pivot;
             EXPECT_TRUE(equal_bits(b / pivot, solve_fixed(system)->front()));
         }
 }
 
-TEST(dense_solve, an_order_below_one_is_solved_and_touches_nothing) {
+TEST(dense_solve, an_order_below_one_counts_as_solved_and_writes_nothing) {
     double a = 3, b = 4;
     int pivot = untouched;
     for (const int n : {0, -1, -5, std::numeric_limits<int>::min()}) {
@@ -416,10 +417,10 @@ TEST(dense_solve, an_order_below_one_is_solved_and_touches_nothing) {
     EXPECT_EQ(pivot, untouched);
 }
 
-TEST(dense_solve, every_order_in_place_and_by_every_instruction_set) {
+TEST(dense_solve, gives_the_same_bits_on_every_instruction_set_for_every_order_up_to_100) {
     for (int n = 1; n <= 100; ++n) {
         random_data data(9000 + n);
-        EXPECT_TRUE(solve_by_forms_of_any_order(random_system(data, n))) << n;
+        EXPECT_TRUE(solve_by_forms_of_any_order(random_system(data, n))) << "n " << n;
     }
 }
 
@@ -432,7 +433,7 @@ TEST(dense_solve, views_may_be_longer_than_needed) {
     EXPECT_EQ(pivots[2], untouched);
 }
 
-TEST(dense_solve, a_view_that_is_too_short_is_an_index_failure_before_anything_is_written) {
+TEST(dense_solve, a_view_that_is_too_short_raises_an_index_failure_before_anything_is_written) {
     for (const int n : {1, 2, 5, 40}) {
         const auto order = static_cast<std::size_t>(n);
         std::vector<double> a(order * order), b(order);
@@ -445,14 +446,14 @@ TEST(dense_solve, a_view_that_is_too_short_is_an_index_failure_before_anything_i
                                      {pivots.size() - missing_pivots, pivots.data()});
             });
         };
-        EXPECT_TRUE(solve(1, 0, 0)) << n;
-        EXPECT_TRUE(solve(a.size(), 0, 0)) << n;
-        EXPECT_TRUE(solve(0, 1, 0)) << n;
-        EXPECT_TRUE(solve(0, order, 0)) << n;
-        EXPECT_TRUE(solve(0, 0, 1)) << n;
-        EXPECT_TRUE(solve(0, 0, order)) << n;
-        EXPECT_EQ(pivots, std::vector<int>(order, untouched)) << n;
-        EXPECT_FALSE(solve(0, 0, 0)) << n;
+        EXPECT_TRUE(solve(1, 0, 0)) << "n " << n;
+        EXPECT_TRUE(solve(a.size(), 0, 0)) << "n " << n;
+        EXPECT_TRUE(solve(0, 1, 0)) << "n " << n;
+        EXPECT_TRUE(solve(0, order, 0)) << "n " << n;
+        EXPECT_TRUE(solve(0, 0, 1)) << "n " << n;
+        EXPECT_TRUE(solve(0, 0, order)) << "n " << n;
+        EXPECT_EQ(pivots, std::vector<int>(order, untouched)) << "n " << n;
+        EXPECT_FALSE(solve(0, 0, 0)) << "n " << n;
     }
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 using quenta_tests::failure_of;
 
-TEST(failure, index_failure_carries_place_index_and_length) {
+TEST(failure, an_index_failure_has_the_index_the_length_and_the_position_in_the_code) {
     const int line = __LINE__ + 1;
     const auto raised = failure_of<index_failure>([] { fail_index(7, 5, code_position::here()); });
     ASSERT_TRUE(raised);
@@ -25,7 +25,7 @@ TEST(failure, index_failure_carries_place_index_and_length) {
     EXPECT_EQ(raised->what(), "index 7, length 5, at " + std::string{raised->where.file} + ":" + std::to_string(line));
 }
 
-TEST(failure, the_longest_index_text_is_not_cut) {
+TEST(failure, the_longest_index_message_is_not_truncated) {
     const auto raised = failure_of<index_failure>([] {
         fail_index(UINT64_MAX, UINT64_MAX - 1, {"source/of/the/failure.cpp", 99999});
     });
@@ -34,14 +34,14 @@ TEST(failure, the_longest_index_text_is_not_cut) {
                  "index 18446744073709551615, length 18446744073709551614, at source/of/the/failure.cpp:99999");
 }
 
-TEST(failure, a_text_that_is_too_long_is_cut_and_ends) {
+TEST(failure, a_message_that_is_too_long_is_truncated) {
     const std::string path(1000, 'x');
     const auto raised = failure_of<index_failure>([&] { fail_index(7, 5, {path.c_str(), 1}); });
     ASSERT_TRUE(raised);
     EXPECT_LT(std::string{raised->what()}.size(), 200u);
 }
 
-TEST(failure, conversion_failure_carries_place_and_message) {
+TEST(failure, a_conversion_failure_has_the_message_and_the_position_in_the_code) {
     const int line = __LINE__ + 1;
     const auto raised = failure_of<conversion_failure>([] { fail_conversion("too far", code_position::here()); });
     ASSERT_TRUE(raised);
@@ -50,7 +50,7 @@ TEST(failure, conversion_failure_carries_place_and_message) {
     EXPECT_TRUE(std::string_view{raised->where.file}.ends_with("failure_test.cpp")) << raised->where.file;
 }
 
-TEST(failure, a_broken_requirement_is_an_assertion_failure_at_its_place) {
+TEST(failure, a_false_requirement_raises_an_assertion_failure_with_its_position_in_the_code) {
     const int line = __LINE__ + 1;
     const auto raised = failure_of<assertion_failure>([] { require(false, "bad luck"); });
     ASSERT_TRUE(raised);
@@ -60,13 +60,13 @@ TEST(failure, a_broken_requirement_is_an_assertion_failure_at_its_place) {
     EXPECT_NO_THROW(require(true, "bad luck"));
 }
 
-TEST(failure, a_requirement_without_text_has_an_empty_message) {
+TEST(failure, a_requirement_without_a_message_has_an_empty_message) {
     const auto raised = failure_of<assertion_failure>([] { require(false); });
     ASSERT_TRUE(raised);
     EXPECT_STREQ(raised->what(), "");
 }
 
-TEST(failure, a_host_can_catch_every_kind_as_a_standard_exception) {
+TEST(failure, every_failure_is_a_standard_exception) {
     EXPECT_THROW(fail_index(0, 0, code_position::here()), std::exception);
     EXPECT_THROW(fail_conversion("", code_position::here()), std::exception);
     EXPECT_THROW(fail_assertion("", code_position::here()), std::exception);

@@ -45,8 +45,8 @@ struct kind_of_data {
     std::function<std::vector<double>(random_data&, std::size_t)> values;
 };
 
-// One special value spoils a whole transform, so there are inputs with few of them, and inputs without NaN and
-// infinity that overflow and underflow on the way.
+// One special value affects every value of a transform. So some inputs have only one, and some have none but overflow
+// or underflow in the transform.
 const std::vector<kind_of_data> kinds{
     {"uniform",
      [](random_data& data, std::size_t n) {
@@ -81,19 +81,19 @@ const std::vector<kind_of_data> kinds{
      }},
 };
 
-// Calls `body(n, inverse, kind, input)` for every length, direction and kind of data.
-template <class action>
-void for_all_inputs(std::size_t rows, action&& body) {
+// Calls visit(n, inverse, kind, input) for every length, direction and kind of data.
+template <class visitor>
+void for_all_inputs(std::size_t rows, visitor&& visit) {
     random_data data(31 + rows);
     for (std::size_t n = 0; n <= longest; n = n == 0 ? 1 : 2 * n)
         for (const bool inverse : {false, true})
             for (const kind_of_data& kind : kinds) {
                 complex_row input{kind.values(data, n * rows), kind.values(data, n * rows)};
-                body(n, inverse, kind.name, std::move(input));
+                visit(n, inverse, kind.name, std::move(input));
             }
 }
 
-TEST(fft, every_length_up_to_16384_in_both_directions_has_the_bits_of_the_reference) {
+TEST(fft, is_bit_identical_to_the_reference_for_every_length_up_to_16384) {
     std::size_t lengths = 0;
     for_all_inputs(1, [&](std::size_t n, bool inverse, const char* kind, complex_row row) {
         ++lengths;
@@ -105,7 +105,7 @@ TEST(fft, every_length_up_to_16384_in_both_directions_has_the_bits_of_the_refere
     EXPECT_EQ(lengths, 16 * 2 * kinds.size());
 }
 
-TEST(fft, every_instruction_set_and_number_of_rows_has_the_bits_of_the_reference) {
+TEST(fft, is_bit_identical_to_the_reference_on_every_instruction_set) {
     std::size_t tables = 0;
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>()) {
         ++tables;
@@ -124,7 +124,7 @@ TEST(fft, every_instruction_set_and_number_of_rows_has_the_bits_of_the_reference
     EXPECT_GE(tables, 1u);
 }
 
-TEST(fft, arrays_may_start_anywhere_and_nothing_around_them_is_touched) {
+TEST(fft, accepts_arrays_of_any_alignment_and_writes_nothing_around_them) {
     constexpr double guard = 12345.678;
     constexpr std::size_t margin = 9;
     random_data data(32);
@@ -147,7 +147,7 @@ TEST(fft, arrays_may_start_anywhere_and_nothing_around_them_is_touched) {
                 }
 }
 
-TEST(fft, lengths_beyond_the_caches_have_the_bits_of_the_reference) {
+TEST(fft, is_bit_identical_to_the_reference_for_lengths_larger_than_the_caches) {
     random_data data(34);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (std::size_t n = 2 * longest; n <= 16 * longest; n *= 2)
@@ -160,7 +160,7 @@ TEST(fft, lengths_beyond_the_caches_have_the_bits_of_the_reference) {
             }
 }
 
-TEST(fft, every_other_length_is_an_assertion_failure_that_changes_nothing) {
+TEST(fft, a_length_that_is_not_a_power_of_two_raises_an_assertion_failure_and_changes_nothing) {
     random_data data(33);
     const std::vector<double> original_re = data.uniform(longest), original_im = data.uniform(longest);
     std::vector<double> re = original_re, im = original_im;
@@ -177,7 +177,7 @@ TEST(fft, every_other_length_is_an_assertion_failure_that_changes_nothing) {
     EXPECT_EQ(refused, 2 * (longest + 1 - 16));
 }
 
-TEST(fft, different_lengths_are_an_assertion_failure_that_changes_nothing) {
+TEST(fft, different_lengths_of_re_and_im_raise_an_assertion_failure_and_change_nothing) {
     random_data data(34);
     const std::vector<double> original_re = data.uniform(64), original_im = data.uniform(64);
     std::vector<double> re = original_re, im = original_im;
@@ -189,7 +189,7 @@ TEST(fft, different_lengths_are_an_assertion_failure_that_changes_nothing) {
             const auto raised = failure_of<assertion_failure>([&] {
                 fft_inplace({n_re, re.data()}, {n_im, im.data()}, false);
             });
-            ASSERT_TRUE(raised) << n_re << ", " << n_im;
+            ASSERT_TRUE(raised) << "re " << n_re << ", im " << n_im;
             EXPECT_STREQ(raised->what(), "");
         }
     EXPECT_TRUE(re == original_re && im == original_im);
@@ -216,24 +216,24 @@ TEST(fft, length_two_is_a_sum_and_a_difference) {
     }
 }
 
-TEST(fft, the_first_twiddle_is_a_factor_like_any_other) {
-    // 0 * infinity, in the product with the imaginary part of the twiddle 1 + 0i.
+TEST(fft, multiplies_by_the_first_twiddle_too) {
+    // The imaginary part of the twiddle 1 + 0i gives 0 * infinity.
     complex_row row{{1.0, 1.0}, {0.0, HUGE_VAL}};
     fft_inplace(row.re_view(), row.im_view(), false);
     EXPECT_TRUE(std::isnan(row.re[0]) && std::isnan(row.re[1]));
 }
 
-// An impulse at position j makes element k of the result the twiddle of j * k: that of the last stage for k below half.
-TEST(fft, twiddles_are_renewed_after_every_32_butterflies) {
+// The first half of the transform of an impulse at position 1 has the twiddles of the last stage.
+TEST(fft, takes_a_twiddle_from_cos_and_sin_after_every_32_butterflies) {
     constexpr std::size_t n = 128;
     const double theta = -6.283185307179586 / double(n);
     complex_row row{std::vector<double>(n), std::vector<double>(n)};
     row.re[1] = 1.0;
     fft_inplace(row.re_view(), row.im_view(), false);
-    // Butterfly 33 uses what cos and sin say.
+    // Butterfly 33 uses cos and sin.
     EXPECT_TRUE(equal_bits(std::cos(32 * theta), row.re[32]));
     EXPECT_TRUE(equal_bits(std::sin(32 * theta), row.im[32]));
-    // The others go on from there by the recurrence.
+    // The other butterflies use the recurrence.
     for (const std::size_t start : {0, 32}) {
         double w_re = start == 0 ? 1.0 : std::cos(double(start) * theta);
         double w_im = start == 0 ? 0.0 : std::sin(double(start) * theta);
@@ -244,7 +244,7 @@ TEST(fft, twiddles_are_renewed_after_every_32_butterflies) {
             w_im = w_im * std::cos(theta) + w_re * std::sin(theta);
             w_re = next;
         }
-        // Past the end of the first 32, the recurrence would have come out elsewhere.
+        // The recurrence would have given another value to butterfly 33.
         if (start == 0) {
             EXPECT_NE(w_im, row.im[32]);
         }
@@ -258,7 +258,7 @@ double norm_of(const complex_row& row) {
     return std::sqrt(squares);
 }
 
-TEST(fft, is_the_discrete_fourier_transform_to_rounding) {
+TEST(fft, equals_the_discrete_fourier_transform_within_rounding) {
     random_data data(35);
     for (std::size_t n = 1; n <= 2048; n *= 2)
         for (const bool inverse : {false, true}) {
@@ -281,7 +281,7 @@ TEST(fft, is_the_discrete_fourier_transform_to_rounding) {
         }
 }
 
-TEST(fft, forward_and_inverse_multiply_by_the_length) {
+TEST(fft, a_forward_and_an_inverse_transform_multiply_by_the_length) {
     random_data data(36);
     for (std::size_t n = 1; n <= 65536; n *= 2) {
         complex_row row{data.uniform(n), data.uniform(n)};

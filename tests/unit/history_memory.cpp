@@ -1,8 +1,8 @@
-// Histories whose arrays have more than 2^31 elements: an index that does not fit 32 bits would find another element,
-// or none. The arrays are pages of zeros that take no memory until they are written; large pages, since all of the
-// kernel is read.
+// Histories whose arrays have more than 2^31 elements. An index of 32 bits would access a wrong element or memory
+// outside the array. The arrays are pages of zeros, which use memory only after they are written. The pages are large
+// because the whole kernel is read.
 //
-// No spectrum is that long here. To transform as many elements would take minutes.
+// The spectra are shorter, since transforms of this length would take minutes.
 #include "reference/toeplitz_history.hpp"
 #include "support/bits.hpp"
 #include "support/mapped_doubles.hpp"
@@ -52,8 +52,8 @@ using quenta_tests::random_data;
 
 constexpr std::size_t many = std::size_t{1} << 31;
 
-// The push that makes `count` equal to i, with its s = i AND -i sources and so many targets, gives the sums of a
-// history in which this block is the first of its size.
+// Makes push number i, which has s = i AND -i sources and the given number of targets. Expects the same sums as in a
+// short history in which this block is the first of its size.
 void expect_sums_of_first_block(ToeplitzHistory& history, random_data& data, std::int32_t i, int targets) {
     const int s = i & -i, p = history.p, q = history.q;
     SCOPED_TRACE(::testing::Message() << "i " << i << ", s " << s << ", targets " << targets);
@@ -77,14 +77,14 @@ void expect_sums_of_first_block(ToeplitzHistory& history, random_data& data, std
     }
 }
 
-// Some systems limit the addresses of a process.
+// Some systems limit the address space of a process.
 bool has_address_space() {
     return quenta_tests::mapped_doubles{3 * many}.start != nullptr;
 }
 
-TEST(history_memory, more_than_2_31_elements_of_sums_and_values) {
+TEST(history_memory, sums_and_pushed_values_may_have_more_than_2_31_elements) {
     if (!has_address_space())
-        GTEST_SKIP() << "no address space for the arrays";
+        GTEST_SKIP() << "not enough address space for the arrays";
     constexpr int n = (1 << 30) - 1, p = 3, q = 4, lags = 64;
     random_data data{20261122};
     ToeplitzHistory history;
@@ -100,18 +100,18 @@ TEST(history_memory, more_than_2_31_elements_of_sums_and_values) {
     expect_sums_of_first_block(history, data, n - 1, 1);
 }
 
-TEST(history_memory, more_than_2_31_elements_of_the_kernel) {
+TEST(history_memory, the_kernel_may_have_more_than_2_31_elements) {
     if (!has_address_space())
-        GTEST_SKIP() << "no address space for the arrays";
+        GTEST_SKIP() << "not enough address space for the arrays";
     constexpr int s = 1 << 22, n = s + 1, p = 8, q = 72;
     ToeplitzHistory history;
-    history.init(2, p, q); // and the place of one block by columns
+    history.init(2, p, q); // also allocates the scratch block in columns
     history.n = n;
     for (const auto& [array, length] : {std::pair{&history.kernel, p * q}, {&history.sums, p}, {&history.pushed, q}})
         array->resize(std::size_t{n} * std::size_t(length));
     ASSERT_GT(history.kernel.size(), many);
 
-    // One target, to which every value contributes by a lag of its own; all but a few contribute nothing.
+    // The push has one target. Each value contributes with a different lag, and only those below are not zero.
     double sum = 0.0;
     for (const int lag : {1, s / 3, s - 77, s - 1, s}) {
         history.kernel_row(lag, p - 1).at(q - 2) = lag;
@@ -122,8 +122,8 @@ TEST(history_memory, more_than_2_31_elements_of_the_kernel) {
     const std::vector<double> last(history.pushed.end() - 2 * q, history.pushed.end() - q);
     history.push({last.size(), last.data()});
     const view<double> sums = history.history_at(s);
-    for (int r = 0; r < p; ++r)
-        EXPECT_EQ(sums.at(std::uint64_t(r)), r == p - 1 ? sum : 0.0) << "row " << r;
+    for (int R = 0; R < p; ++R)
+        EXPECT_EQ(sums.at(std::uint64_t(R)), R == p - 1 ? sum : 0.0) << "row " << R;
 }
 
 } // namespace

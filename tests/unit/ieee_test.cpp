@@ -10,8 +10,7 @@
 namespace quenta {
 namespace {
 
-// Values whose sums, products and quotients leave the finite numbers only through what is special about them: a finite
-// result never overflows, as a compiler does not evaluate that.
+// No sum, product or quotient of two finite values overflows. Compilers reject an overflow in a constant expression.
 constexpr std::array values{
     0.0, -0.0, 1.0, -1.0, 1.0 / 3.0, -2.5, 0x1p-500, -0x1.8p+500, ieee::infinity, -ieee::infinity, ieee::quiet_nan};
 constexpr std::size_t n = values.size();
@@ -33,8 +32,8 @@ constexpr table quotients = evaluated<ieee::quotient>();
 constexpr table products = evaluated<ieee::product>();
 constexpr table sums = evaluated<ieee::sum>();
 
-// Calls the operation of the machine, the function itself, and what of it is for the compiler, all with operands that
-// no compiler knows.
+// Compares three results with the operation of the processor: the one from build time, that of the function, and that
+// of its form for constant expressions. The operands are volatile, so that the compiler does not know them.
 template <class machine_operation>
 void expect_same(const table& built, operation function, operation spelled_out, machine_operation machine) {
     for (std::size_t i = 0; i < n; ++i)
@@ -46,19 +45,19 @@ void expect_same(const table& built, operation function, operation spelled_out, 
         }
 }
 
-TEST(ieee, quotients_at_build_time_are_those_of_the_machine) {
+TEST(ieee, quotients_at_build_time_equal_those_at_run_time) {
     expect_same(quotients, ieee::quotient, ieee::spelled_out::quotient, [](double a, double b) { return a / b; });
 }
 
-TEST(ieee, products_at_build_time_are_those_of_the_machine) {
+TEST(ieee, products_at_build_time_equal_those_at_run_time) {
     expect_same(products, ieee::product, ieee::spelled_out::product, [](double a, double b) { return a * b; });
 }
 
-TEST(ieee, sums_at_build_time_are_those_of_the_machine) {
+TEST(ieee, sums_at_build_time_equal_those_at_run_time) {
     expect_same(sums, ieee::sum, ieee::spelled_out::sum, [](double a, double b) { return a + b; });
 }
 
-TEST(ieee, values_are_classified) {
+TEST(ieee, nan_infinity_and_negative_zero_are_recognized) {
     EXPECT_TRUE(ieee::is_nan(ieee::quiet_nan));
     EXPECT_FALSE(ieee::is_nan(ieee::infinity));
     EXPECT_TRUE(ieee::is_infinite(ieee::infinity));

@@ -1,7 +1,8 @@
-# Looks at the machine code of the library's objects: the kernels for wide registers really use them, nothing else
-# does, so that the rest runs on every x86-64, and no function of theirs could stand in for one of another object.
+# Checks the machine code of the library's objects. The kernels for wide registers use them, and no other object does, so
+# that the rest of the library runs on every x86-64. The linker cannot replace a function of another object by one of
+# these kernels.
 #
-#   cmake -DOBJECT_LIST=<file, an object a line> -DOBJDUMP=<program> -DNM=<program> [-DONLY_UNALIGNED=ON]
+#   cmake -DOBJECT_LIST=<file, one object per line> -DOBJDUMP=<program> -DNM=<program> [-DONLY_UNALIGNED=ON]
 #         -P instruction_sets.cmake
 #
 # ONLY_UNALIGNED is for platforms that do not align the stack for wide registers.
@@ -9,7 +10,7 @@ cmake_minimum_required(VERSION 3.25)
 
 file(STRINGS "${OBJECT_LIST}" objects)
 if(NOT EXISTS "${OBJDUMP}" OR NOT EXISTS "${NM}")
-    message("SKIPPED: no objdump or no nm found, so the machine code was not looked at")
+    message("SKIPPED: the machine code is not checked, because objdump or nm was not found")
     return()
 endif()
 
@@ -21,7 +22,8 @@ function(run_on_object output object)
     set(${output} "${text}" PARENT_SCOPE)
 endfunction()
 
-# What an object may use and must use, by its name: the instructions with the registers of a set, or coded as for one.
+# What an object must use and must not use, by the name of the object: the registers of an instruction set, or any
+# instruction with a VEX or EVEX encoding.
 set(any_vex "\tv[a-z0-9]+[ \t][^\n]*%[xyz]mm")
 set(must_use_avx2 "%ymm")
 set(must_not_use_avx2 "%zmm")
@@ -45,25 +47,25 @@ foreach(object IN LISTS objects)
 
     run_on_object(code "${object}" "${OBJDUMP}" -d --no-show-raw-insn)
     if(must_use_${kind} AND NOT code MATCHES "${must_use_${kind}}")
-        message(SEND_ERROR "${object} has no instruction with ${must_use_${kind}}")
+        message(SEND_ERROR "${object}: expected an instruction with ${must_use_${kind}}, got none")
     endif()
     if(must_not_use_${kind} AND code MATCHES "${must_not_use_${kind}}")
-        message(SEND_ERROR "${object} has an instruction that not every processor has: ${CMAKE_MATCH_0}")
+        message(SEND_ERROR "${object} has an instruction of a wider instruction set: ${CMAKE_MATCH_0}")
     endif()
 
     if(ONLY_UNALIGNED AND code MATCHES "\tvmov(ap[sd]|dqa[0-9]*)[ \t][^\n]*%[yz]mm")
-        message(SEND_ERROR "${object} moves a wide register as if the stack were aligned for it: ${CMAKE_MATCH_0}")
+        message(SEND_ERROR "${object}: expected unaligned moves of wide registers, got ${CMAKE_MATCH_0}")
     endif()
 
-    # Functions that the linker would merge with another object's of the same name.
+    # Functions that the linker would merge with those of the same name in other objects.
     run_on_object(symbols "${object}" "${NM}" --defined-only)
     string(REGEX MATCHALL "[0-9a-f]+ [TWVu] [^\n]+" definitions "${symbols}")
-    # No code, but the address of the run time's routine that unwinds, wherever something may throw.
+    # This is not code: it is the address of the unwinder, in every object that may throw.
     list(FILTER definitions EXCLUDE REGEX " DW\\.ref\\.")
     foreach(definition IN LISTS definitions)
         string(REGEX REPLACE "^[0-9a-f]+ . " "" name "${definition}")
         if(owner STREQUAL "wide" AND name IN_LIST names_of_wide)
-            message(SEND_ERROR "both wide sets define ${name}")
+            message(SEND_ERROR "both wide instruction sets define ${name}: the linker keeps only one")
         endif()
         list(APPEND names_of_${owner} "${name}")
     endforeach()
@@ -71,13 +73,13 @@ endforeach()
 
 foreach(name IN LISTS names_of_wide)
     if(name IN_LIST names_of_others)
-        message(SEND_ERROR "${name} is defined for wide registers and for all processors: the linker keeps one of them")
+        message(SEND_ERROR "${name} is defined for wide registers and for all processors: the linker keeps only one")
     endif()
 endforeach()
 foreach(kind avx2 avx512 others)
     if(NOT kind IN_LIST kinds_seen)
-        message(SEND_ERROR "no object of the kind ${kind} was looked at")
+        message(SEND_ERROR "expected an object of the kind ${kind}, got none")
     endif()
 endforeach()
 list(LENGTH objects count)
-message("looked at ${count} objects")
+message("checked ${count} objects")

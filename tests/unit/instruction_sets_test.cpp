@@ -38,19 +38,19 @@ names runnable_names(processor_features features) {
     return found;
 }
 
-TEST(instruction_sets, features_choose_the_tables_from_the_baseline_up) {
+TEST(instruction_sets, the_runnable_tables_are_those_of_the_features_and_the_baseline) {
     EXPECT_EQ(runnable_names({.avx2 = false, .avx512 = false}), (names{"baseline"}));
 #if defined(__x86_64__)
     EXPECT_EQ(runnable_names({.avx2 = true, .avx512 = false}), (names{"baseline", "avx2"}));
     EXPECT_EQ(runnable_names({.avx2 = true, .avx512 = true}), (names{"baseline", "avx2", "avx512"}));
-    // No processor is like this, but the widest is what it can run.
+    // No processor is known that has AVX-512 and not AVX2. The widest table would still be the last.
     EXPECT_EQ(runnable_names({.avx2 = false, .avx512 = true}).back(), "avx512");
 #endif
 }
 
 #if defined(__x86_64__)
-// The system lists what the processor has and what it saves of it.
-TEST(instruction_sets, features_are_those_that_the_system_lists) {
+// /proc/cpuinfo lists the features that both the processor and the operating system support.
+TEST(instruction_sets, the_detected_features_are_those_in_proc_cpuinfo) {
     std::ifstream system{"/proc/cpuinfo"};
     std::vector<std::string> listed;
     for (std::string line; listed.empty() && std::getline(system, line);)
@@ -61,7 +61,7 @@ TEST(instruction_sets, features_are_those_that_the_system_lists) {
         }
     const char* const preloaded = std::getenv("LD_PRELOAD");
     if (listed.empty() || (preloaded != nullptr && std::strstr(preloaded, "valgrind") != nullptr))
-        GTEST_SKIP() << "no list, or the processor is another one";
+        GTEST_SKIP() << "no list of features, or valgrind replaces the processor";
     const auto has = [&](const char* feature) {
         return std::find(listed.begin(), listed.end(), feature) != listed.end();
     };
@@ -70,12 +70,12 @@ TEST(instruction_sets, features_are_those_that_the_system_lists) {
 }
 #endif
 
-TEST(instruction_sets, the_widest_table_is_the_last_that_the_processor_at_hand_can_run) {
+TEST(instruction_sets, the_widest_table_is_the_last_that_the_processor_can_run) {
     EXPECT_EQ(widest_table<named_table>().name, runnable_names(detected_processor_features()).back());
 }
 
 #if defined(__unix__)
-// A table that takes its time to be found.
+// A table for which one thread waits in of().
 struct slow_table {
     template <class set>
     static const slow_table& of() {
@@ -90,7 +90,7 @@ struct slow_table {
     static inline quenta_tests::latch *entered, *over;
 };
 
-TEST(instruction_sets, the_widest_table_is_found_in_the_child_of_a_fork_while_another_thread_looks_for_it) {
+TEST(instruction_sets, widest_table_returns_in_a_forked_child_while_another_thread_is_inside_it) {
     quenta_tests::latch entered{1}, over{1};
     slow_table::entered = &entered;
     slow_table::over = &over;

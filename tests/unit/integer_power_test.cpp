@@ -15,7 +15,7 @@ namespace {
 
 static_assert(integer_power(0.0, 0) == 1.0 && integer_power(0.0, 3) == 0.0 && integer_power(0.5, 3) == 0.125);
 
-// Every argument at which some table evaluates a basis: the nodes, the points c_i * c_q, and the samples of a step.
+// The arguments at which the tables evaluate a basis: the nodes, the points c_i c_q, and the samples of a step.
 std::set<double> arguments_of_the_tables() {
     std::set<double> arguments;
     for (const reference::setting& setting : reference::settings()) {
@@ -32,12 +32,12 @@ std::set<double> arguments_of_the_tables() {
     return arguments;
 }
 
-TEST(integer_power, is_the_power_of_the_mathematical_library_for_all_tables) {
+TEST(integer_power, equals_pow_for_all_arguments_of_the_tables) {
     const std::set<double> arguments = arguments_of_the_tables();
     ASSERT_GT(arguments.size(), 20u);
     for (const double x : arguments)
         for (int exponent = 0; exponent <= 5; ++exponent) {
-            volatile double base = x; // while the test runs, not when it is compiled
+            volatile double base = x; // forces the evaluation at run time
             EXPECT_TRUE(
                 quenta_tests::equal_bits(reference::power(x, std::size_t(exponent)), integer_power(base, exponent)))
                 << x << "^" << exponent;

@@ -29,7 +29,7 @@ TEST(integers, a_quotient_is_truncated_towards_zero) {
     EXPECT_EQ(faulting_quotient(INT32_MIN, -1), INT32_MIN);
 }
 
-TEST(integers, a_length_that_is_no_32_bit_number_is_a_conversion_failure) {
+TEST(integers, a_length_of_2_31_or_more_raises_a_conversion_failure) {
     EXPECT_EQ(guarded_int(0), 0);
     EXPECT_EQ(guarded_int(0x7FFFFFFF), 0x7FFFFFFF);
     const std::uint64_t lengths[] = {0x80000000, 0xFFFFFFFF, 0x100000000, static_cast<std::uint64_t>(-1)};

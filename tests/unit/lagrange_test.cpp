@@ -21,7 +21,7 @@ namespace {
 using quenta_tests::equal_bits;
 using quenta_tests::failure_of;
 
-// What is tested of a list of nodes, worked out while the program is built.
+// The tables of a list of nodes, computed at build time.
 template <std::size_t n>
 struct built_tables {
     node_list<n> nodes;
@@ -39,7 +39,7 @@ struct built_tables {
     }
 };
 
-// The lists with a leading 0 repeat the node 0 where a row has it already.
+// A scheme that has the node 0 then has it twice.
 template <int row>
 constexpr auto with_leading_zero() {
     constexpr auto& c = row_tables<row>::c;
@@ -54,7 +54,7 @@ constexpr built_tables plain_tables{row_tables<row>::c};
 template <int row>
 constexpr built_tables continuous_tables{with_leading_zero<row>()};
 
-// A copy that no compiler can look through.
+// A copy whose values the compiler does not know.
 template <std::size_t n>
 node_list<n> unknown_nodes(const std::vector<double>& nodes) {
     node_list<n> copy{};
@@ -83,8 +83,8 @@ void expect_tables_of(const std::vector<double>& list, const built_tables<n>& bu
         SCOPED_TRACE(::testing::Message() << "j " << j);
         const std::vector<double> expected = reference::lagrange_coefficients(list, j);
         EXPECT_TRUE(equal_bits(expected, built.basis[j])) << "at build time";
-        EXPECT_TRUE(equal_bits(expected, basis[j])) << "at run time, all";
-        EXPECT_TRUE(equal_bits(expected, coefficients_at_run_time(nodes, j))) << "at run time, one";
+        EXPECT_TRUE(equal_bits(expected, basis[j])) << "lagrange_basis at run time";
+        EXPECT_TRUE(equal_bits(expected, coefficients_at_run_time(nodes, j))) << "lagrange_coefficients at run time";
 
         const double weight = reference::quadrature_weight(expected);
         EXPECT_TRUE(equal_bits(weight, built.weights[j])) << "weight at build time";
@@ -111,7 +111,7 @@ void expect_tables_of_all_rows(std::integer_sequence<int, rows...>) {
     (expect_row(std::integral_constant<int, rows>{}), ...);
 }
 
-TEST(lagrange, every_list_has_the_reference_tables_at_build_time_and_at_run_time) {
+TEST(lagrange, every_row_has_the_tables_of_the_reference_at_build_time_and_at_run_time) {
     expect_tables_of_all_rows(std::make_integer_sequence<int, supported_setting_count>{});
 }
 
@@ -121,7 +121,7 @@ TEST(lagrange, the_basis_of_one_node_is_one) {
     EXPECT_TRUE(failure_of<assertion_failure>([] { lagrange_coefficients(node_list<1>{0.0}, 1); }));
 }
 
-TEST(lagrange, a_basis_index_outside_the_list_is_an_index_failure) {
+TEST(lagrange, an_index_outside_the_list_raises_an_index_failure) {
     const std::uint64_t indices[] = {3, 4, UINT64_MAX};
     for (const std::uint64_t j : indices) {
         const auto raised = failure_of<index_failure>([&] { lagrange_coefficients(node_list<3>{0, 0.5, 1}, j); });
@@ -131,10 +131,10 @@ TEST(lagrange, a_basis_index_outside_the_list_is_an_index_failure) {
     }
 }
 
-TEST(lagrange, coefficients_that_can_be_checked_by_hand) {
+TEST(lagrange, coefficients_and_weights_equal_those_calculated_by_hand) {
     using list = std::vector<double>;
     EXPECT_TRUE(equal_bits(list{1, -1}, lagrange_coefficients(node_list<2>{0, 1}, 0)));
-    EXPECT_TRUE(equal_bits(list{0, 1}, lagrange_coefficients(node_list<2>{0, 1}, 1))); // +0, as 0 + (-0) is
+    EXPECT_TRUE(equal_bits(list{0, 1}, lagrange_coefficients(node_list<2>{0, 1}, 1))); // 0 + (-0) is +0
     EXPECT_TRUE(equal_bits(list{1, -2}, lagrange_coefficients(node_list<2>{0, 0.5}, 0)));
     EXPECT_TRUE(equal_bits(list{0, 2}, lagrange_coefficients(node_list<2>{0, 0.5}, 1)));
     EXPECT_TRUE(equal_bits(list{1, -3, 2}, lagrange_coefficients(node_list<3>{0, 0.5, 1}, 0)));
@@ -147,24 +147,24 @@ TEST(lagrange, coefficients_that_can_be_checked_by_hand) {
     EXPECT_NEAR(plain_tables<9>.weights[2], 1.0 / 6.0, 1e-16);
 }
 
-TEST(lagrange, equal_lists_of_different_rows_have_equal_bases) {
+TEST(lagrange, rows_with_equal_nodes_have_equal_bases) {
     EXPECT_TRUE(equal_bits(plain_tables<4>.nodes, plain_tables<27>.nodes));
     for (std::size_t j = 0; j < 2; ++j)
         EXPECT_TRUE(equal_bits(plain_tables<2>.basis[j], continuous_tables<1>.basis[j]));
 }
 
-TEST(lagrange, a_repeated_node_gives_what_the_division_by_zero_gives) {
+TEST(lagrange, a_repeated_node_gives_infinity_and_nan) {
     for (std::uint64_t j = 0; j < 2; ++j) {
         const auto r = lagrange_coefficients(unknown_nodes<2>({0, 0}), j);
         EXPECT_TRUE(std::isnan(r[0]));
         EXPECT_TRUE(equal_bits(ieee::infinity, r[1]));
     }
-    // Row 0 with a leading zero is that list.
+    // Row 0 with a leading zero has these nodes.
     EXPECT_TRUE(std::isnan(continuous_tables<0>.basis[0][0]));
     EXPECT_TRUE(equal_bits(ieee::infinity, continuous_tables<0>.basis[0][1]));
 }
 
-TEST(lagrange, thirds_reproduce_the_identity_at_their_nodes) {
+TEST(lagrange, each_basis_polynomial_on_thirds_is_one_at_its_node_and_zero_at_the_others) {
     for (std::size_t i = 0; i < 4; ++i)
         for (std::size_t j = 0; j < 4; ++j)
             EXPECT_NEAR(plain_tables<24>.values_at_nodes[i][j], i == j ? 1.0 : 0.0, 1e-14);
@@ -174,11 +174,11 @@ template <int... rows>
 void expect_sums_of_one(std::integer_sequence<int, rows...>) {
     const auto expect_row = []<int row>(std::integral_constant<int, row>) {
         constexpr auto& basis = plain_tables<row>.basis;
-        for (std::size_t k = 0; k < basis.size(); ++k) {
+        for (std::size_t p = 0; p < basis.size(); ++p) {
             double sum = 0;
             for (const auto& coefficients : basis)
-                sum += coefficients[k];
-            EXPECT_NEAR(sum, k == 0 ? 1.0 : 0.0, 1e-13) << "row " << row << ", power " << k;
+                sum += coefficients[p];
+            EXPECT_NEAR(sum, p == 0 ? 1.0 : 0.0, 1e-13) << "row " << row << ", power " << p;
         }
     };
     (expect_row(std::integral_constant<int, rows>{}), ...);

@@ -1,4 +1,4 @@
-// What the platform gives when it has no more to give, and the value of a thread.
+// Thread slots: when the system has no keys left, and the values of a thread.
 #include "support/every_key_taken.hpp"
 #include "utility/platform.hpp"
 
@@ -11,7 +11,7 @@
 namespace quenta {
 namespace {
 
-TEST(platform, without_a_key_left_there_is_no_slot) {
+TEST(platform, allocate_thread_slot_returns_no_slot_if_the_system_has_no_keys_left) {
     {
         const quenta_tests::every_key_taken no_key_is_left;
         EXPECT_EQ(platform::allocate_thread_slot(nullptr), platform::no_slot);
@@ -23,7 +23,7 @@ TEST(platform, without_a_key_left_there_is_no_slot) {
 
 void* destroyed = nullptr;
 
-TEST(platform, a_thread_has_a_value_of_its_own_which_the_destructor_gets_at_its_end) {
+TEST(platform, each_thread_has_its_own_value_and_the_destructor_receives_it_when_the_thread_ends) {
     const std::uint32_t slot = platform::allocate_thread_slot([](void* value) { destroyed = value; });
     ASSERT_NE(slot, platform::no_slot);
     int number = 0;

@@ -20,7 +20,7 @@ using quenta_tests::equal_bits;
 
 using values = std::vector<double>;
 
-// The constants of a row, in a form that does not depend on it: the comparison is compiled once and not for every row.
+// The constants of a row, in a type that is the same for all rows, so that the comparison is compiled only once.
 struct row_constants {
     int m, P, S, present_samples;
     std::vector<int> k;
@@ -81,10 +81,10 @@ void expect_reference_tables(int row, const row_constants& tables) {
 
     std::vector<values> lambda;
     values b;
-    for (std::size_t l = 0; l < P; ++l) {
-        lambda.push_back(reference::lagrange_coefficients(c, l));
-        b.push_back(reference::quadrature_weight(lambda[l]));
-        EXPECT_TRUE(equal_bits(lambda[l], tables.lambda[l])) << "l " << l;
+    for (std::size_t j = 0; j < P; ++j) {
+        lambda.push_back(reference::lagrange_coefficients(c, j));
+        b.push_back(reference::quadrature_weight(lambda[j]));
+        EXPECT_TRUE(equal_bits(lambda[j], tables.lambda[j])) << "j " << j;
     }
     EXPECT_TRUE(equal_bits(b, tables.b));
 
@@ -97,18 +97,18 @@ void expect_reference_tables(int row, const row_constants& tables) {
             largest_lag = std::max(largest_lag, lag);
             EXPECT_EQ(rule.lag[q], lag) << "i " << i << ", q " << q;
             EXPECT_TRUE(equal_bits(c[i] * b[q], rule.weight[q])) << "i " << i << ", q " << q;
-            for (std::size_t l = 0; l < P; ++l)
-                EXPECT_TRUE(equal_bits(reference::basis_value(lambda[l], c[i] * c[q]), rule.value[q][l]))
-                    << "i " << i << ", q " << q << ", l " << l;
+            for (std::size_t j = 0; j < P; ++j)
+                EXPECT_TRUE(equal_bits(reference::basis_value(lambda[j], c[i] * c[q]), rule.value[q][j]))
+                    << "i " << i << ", q " << q << ", j " << j;
         }
     EXPECT_EQ(tables.present_samples, largest_lag + 1);
 
     ASSERT_EQ(tables.sample_value.size(), static_cast<std::size_t>(m * m + 1));
     for (std::size_t e = 0; e < tables.sample_value.size(); ++e)
-        for (std::size_t l = 0; l < P; ++l)
+        for (std::size_t j = 0; j < P; ++j)
             EXPECT_TRUE(
-                equal_bits(reference::basis_value(lambda[l], double(e) / double(m * m)), tables.sample_value[e][l]))
-                << "e " << e << ", l " << l;
+                equal_bits(reference::basis_value(lambda[j], double(e) / double(m * m)), tables.sample_value[e][j]))
+                << "e " << e << ", j " << j;
 }
 
 template <int... rows>
@@ -116,28 +116,28 @@ void expect_all(std::integer_sequence<int, rows...>) {
     (expect_reference_tables(rows, constants_of<rows>()), ...);
 }
 
-TEST(row_tables, all_rows_have_the_reference_constants) {
+TEST(row_tables, every_row_has_the_constants_of_the_reference) {
     expect_all(std::make_integer_sequence<int, supported_setting_count>{});
 }
 
-// At the samples of a step, which no compiler knows here.
+// The samples of a step are volatile, so that the compiler does not know them.
 template <class tables, int S>
 void expect_values_at_run_time(double (*sample)(int)) {
     for (int e = 0; e <= S; ++e) {
-        volatile double v = sample(e);
-        EXPECT_TRUE(equal_bits(listed(tables::sample_value[std::size_t(e)]), listed(tables::values_at(v))));
+        volatile double s = sample(e);
+        EXPECT_TRUE(equal_bits(listed(tables::sample_value[std::size_t(e)]), listed(tables::values_at(s))));
     }
 }
 
-TEST(row_tables, the_values_of_a_basis_are_the_same_at_run_time) {
+TEST(row_tables, basis_values_are_the_same_at_build_time_and_at_run_time) {
     expect_values_at_run_time<continuous_tables<37>, 16>([](int e) { return double(e) * (1.0 / 16.0); });
     expect_values_at_run_time<integrated_tables<37>, 16>([](int e) { return double(e) / 16.0; });
     expect_values_at_run_time<continuous_tables<17>, 9>([](int e) { return double(e) * (1.0 / 9.0); });
     expect_values_at_run_time<integrated_tables<17>, 9>([](int e) { return double(e) / 9.0; });
 }
 
-TEST(row_tables, the_block_weights_of_two_nodes_can_be_checked_by_hand) {
-    // m = 2, [0, 1], at c = 1/2: nothing from the node 0, and 1/4 of each basis function one spacing back.
+TEST(row_tables, the_rule_of_two_nodes_equals_the_one_calculated_by_hand) {
+    // m = 2, [0, 1], at c = 1/2: the point 0 has weight 0. Each basis polynomial has the integral 1/4.
     const auto& rule = row_tables<6>::present[1];
     EXPECT_EQ(rule.lag, (std::array{2, 1}));
     EXPECT_EQ(rule.weight[0], 0.0);
@@ -163,7 +163,7 @@ continuous_constants continuous_constants_of() {
     return constants;
 }
 
-// The basis polynomials that the run time makes of the same nodes, which the compiler must not know.
+// The basis polynomials computed at run time from the same nodes, which the compiler does not know.
 template <int row>
 std::vector<values> basis_at_run_time() {
     using tables = continuous_tables<row>;
@@ -183,20 +183,20 @@ void expect_reference_continuous_tables(int row, const continuous_constants& tab
     values nodes = c;
     nodes.insert(nodes.begin(), 0.0);
     std::vector<values> lambda;
-    for (std::size_t l = 0; l < nodes.size(); ++l)
-        lambda.push_back(reference::lagrange_coefficients(nodes, l));
-    const auto expect_values = [&](double v, const values& actual) {
+    for (std::size_t j = 0; j < nodes.size(); ++j)
+        lambda.push_back(reference::lagrange_coefficients(nodes, j));
+    const auto expect_values = [&](double s, const values& actual) {
         values expected;
         for (const values& basis : lambda)
-            expected.push_back(reference::basis_value(basis, v));
-        EXPECT_TRUE(equal_bits(expected, actual)) << "at " << v;
+            expected.push_back(reference::basis_value(basis, s));
+        EXPECT_TRUE(equal_bits(expected, actual)) << "at " << s;
     };
 
     ASSERT_EQ(tables.lambda.size(), nodes.size());
     ASSERT_EQ(at_run_time.size(), nodes.size());
-    for (std::size_t l = 0; l < nodes.size(); ++l) {
-        EXPECT_TRUE(equal_bits(lambda[l], tables.lambda[l])) << "l " << l;
-        EXPECT_TRUE(equal_bits(lambda[l], at_run_time[l])) << "l " << l << ", at run time";
+    for (std::size_t j = 0; j < nodes.size(); ++j) {
+        EXPECT_TRUE(equal_bits(lambda[j], tables.lambda[j])) << "j " << j;
+        EXPECT_TRUE(equal_bits(lambda[j], at_run_time[j])) << "j " << j << ", at run time";
     }
     ASSERT_EQ(tables.present.size(), c.size());
     for (std::size_t i = 0; i < c.size(); ++i) {
@@ -216,27 +216,27 @@ void expect_all_continuous(std::integer_sequence<int, rows...>) {
     (expect_reference_continuous_tables(rows, continuous_constants_of<rows>(), basis_at_run_time<rows>()), ...);
 }
 
-TEST(continuous_tables, all_rows_have_the_reference_constants_at_build_time_and_at_run_time) {
+TEST(continuous_tables, every_row_has_the_constants_of_the_reference_at_build_time_and_at_run_time) {
     expect_all_continuous(std::make_integer_sequence<int, supported_setting_count>{});
 }
 
-TEST(continuous_tables, a_repeated_node_spoils_its_own_two_polynomials_only) {
-    // 0, and m = 2 with [0, 1, 2]: 0 / 0 for the constant coefficient, and a number over 0 for some of the others.
+TEST(continuous_tables, a_repeated_node_makes_only_its_own_two_polynomials_infinite_or_nan) {
+    // The nodes 0 and m = 2, [0, 1, 2]: the constant coefficient is 0 / 0, and some others divide a number by 0.
     const auto& lambda = continuous_tables<9>::lambda;
     for (const std::size_t repeated : {0, 1}) {
         EXPECT_TRUE(std::isnan(lambda[repeated][0]));
         EXPECT_TRUE(std::isinf(lambda[repeated][3]));
         EXPECT_TRUE(std::isnan(continuous_tables<9>::end_value[repeated]));
     }
-    for (const std::size_t sound : {2, 3})
-        for (const double coefficient : lambda[sound])
+    for (const std::size_t other : {2, 3})
+        for (const double coefficient : lambda[other])
             EXPECT_TRUE(std::isfinite(coefficient));
     EXPECT_EQ(continuous_tables<9>::end_value[2], 0.0);
     EXPECT_EQ(continuous_tables<9>::end_value[3], 1.0);
 }
 
-TEST(continuous_tables, one_node_at_one_half_gives_two_straight_lines) {
-    using tables = continuous_tables<4>; // 1 - 2 v and 2 v
+TEST(continuous_tables, one_node_at_one_half_has_the_two_linear_basis_polynomials) {
+    using tables = continuous_tables<4>; // 1 - 2 s and 2 s
     EXPECT_EQ(tables::lambda[0], (std::array{1.0, -2.0}));
     EXPECT_EQ(tables::lambda[1], (std::array{0.0, 2.0}));
     EXPECT_EQ(tables::present[0][0], (std::array{0.5, 0.5}));

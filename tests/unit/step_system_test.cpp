@@ -15,7 +15,7 @@ using quenta_tests::equal_bits;
 
 struct solved_system {
     bool regular = false;
-    std::vector<double> first, second; // solutions for two right-hand sides, one after the other
+    std::vector<double> first, second; // the solutions of two consecutive solves with the same right-hand side
 };
 
 template <class system_type>
@@ -26,9 +26,9 @@ solved_system solve_twice(system_type system, const std::vector<double>& matrix,
         system.solve();
         solution.assign(system.rhs(), system.rhs() + n);
     };
-    for (int r = 0; r < n; ++r)
-        for (int c = 0; c < n; ++c)
-            system.at(r, c) = matrix[static_cast<std::size_t>(r * n + c)];
+    for (int R = 0; R < n; ++R)
+        for (int C = 0; C < n; ++C)
+            system.at(R, C) = matrix[static_cast<std::size_t>(R * n + C)];
     solved_system solved;
     solved.regular = system.eliminate();
     if (solved.regular) {
@@ -38,42 +38,42 @@ solved_system solve_twice(system_type system, const std::vector<double>& matrix,
     return solved;
 }
 
-// Row by row or column by column, every element receives the same products in the same order.
+// One form eliminates by rows and the other by columns. Every element receives the same products in the same order.
 template <int P, int D>
-void expect_one_answer(const std::vector<double>& matrix, const std::vector<double>& values, bool regular) {
+void expect_same_bits(const std::vector<double>& matrix, const std::vector<double>& values, bool regular) {
     SCOPED_TRACE(::testing::Message() << P << " nodes, dimension " << D);
     using fixed = fixed_dimension<D>;
-    const solved_system in_frame = solve_twice(step_system<P, fixed>{fixed{}}, matrix, values);
-    const solved_system in_heap = solve_twice(step_system<P, run_time_dimension>{{D}}, matrix, values);
-    EXPECT_EQ(in_frame.regular, regular);
-    EXPECT_EQ(in_heap.regular, regular);
+    const solved_system with_fixed = solve_twice(step_system<P, fixed>{fixed{}}, matrix, values);
+    const solved_system with_run_time = solve_twice(step_system<P, run_time_dimension>{{D}}, matrix, values);
+    EXPECT_EQ(with_fixed.regular, regular);
+    EXPECT_EQ(with_run_time.regular, regular);
     if (!regular)
         return;
-    EXPECT_TRUE(equal_bits(in_frame.first, in_heap.first));
-    EXPECT_TRUE(equal_bits(in_frame.first, in_frame.second)) << "the factors do not last";
-    EXPECT_TRUE(equal_bits(in_heap.first, in_heap.second)) << "the factors do not last";
+    EXPECT_TRUE(equal_bits(with_fixed.first, with_run_time.first));
+    EXPECT_TRUE(equal_bits(with_fixed.first, with_fixed.second)) << "the second solve differs from the first";
+    EXPECT_TRUE(equal_bits(with_run_time.first, with_run_time.second)) << "the second solve differs from the first";
 }
 
 template <int P, int D>
-void expect_one_answer_of_random_systems(quenta_tests::random_data& random) {
+void expect_same_bits_for_random_systems(quenta_tests::random_data& random) {
     constexpr std::size_t n = P * D;
     for (int repetition = 0; repetition < 20; ++repetition)
-        expect_one_answer<P, D>(random.uniform(n * n), random.uniform(n), true);
-    expect_one_answer<P, D>(std::vector<double>(n * n, 0.0), random.uniform(n), false);
+        expect_same_bits<P, D>(random.uniform(n * n), random.uniform(n), true);
+    expect_same_bits<P, D>(std::vector<double>(n * n, 0.0), random.uniform(n), false);
 }
 
 template <int... sizes>
-void expect_one_answer_of_all(std::integer_sequence<int, sizes...>) {
+void expect_same_bits_for_all_sizes(std::integer_sequence<int, sizes...>) {
     quenta_tests::random_data random{20260210};
-    (expect_one_answer_of_random_systems<sizes / 8 + 1, sizes % 8 + 1>(random), ...);
+    (expect_same_bits_for_random_systems<sizes / 8 + 1, sizes % 8 + 1>(random), ...);
 }
 
-TEST(step_system, a_dimension_known_early_or_late_gives_the_same_bits) {
-    expect_one_answer_of_all(std::make_integer_sequence<int, 5 * 8>{});
+TEST(step_system, a_fixed_and_a_run_time_dimension_give_the_same_bits) {
+    expect_same_bits_for_all_sizes(std::make_integer_sequence<int, 5 * 8>{});
 }
 
-TEST(step_system, at_is_row_and_column_in_both) {
-    // 1 2   x = 5   has the solution 1, 2; its transpose has another one
+TEST(step_system, at_takes_row_and_column_for_both_kinds_of_dimension) {
+    // 1 2   x = 5   has the solution 1, 2. The transposed system has another one.
     // 3 4       11
     const std::vector<double> matrix{1.0, 2.0, 3.0, 4.0}, values{5.0, 11.0};
     const std::vector<double> solution{1.0, 2.0};

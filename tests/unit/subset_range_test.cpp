@@ -25,7 +25,7 @@ std::array<double, 31> counted_elements() {
 
 const std::array<double, 31> elements = counted_elements();
 
-// The range must give the subsets of the plain enumeration, in its order, as words and as elements.
+// Expects the subsets of the reference in its order, both as words and as elements.
 void expect_lexicographic_order(std::size_t n, std::size_t size) {
     SCOPED_TRACE(::testing::Message() << "n " << n << ", size " << size);
     subset_range range{static_cast<int>(size), elements.data(), n};
@@ -48,19 +48,19 @@ void expect_lexicographic_order(std::size_t n, std::size_t size) {
     EXPECT_EQ(range.bits, 0x80000000u);
 }
 
-TEST(subset_range, gives_all_subsets_in_lexicographic_order) {
+TEST(subset_range, visits_all_subsets_in_lexicographic_order) {
     for (std::size_t n = 0; n <= 12; ++n)
         for (std::size_t size = 0; size <= n; ++size)
             expect_lexicographic_order(n, size);
 }
 
-TEST(subset_range, serves_lists_of_up_to_31_elements) {
+TEST(subset_range, works_for_lists_of_up_to_31_elements) {
     for (std::size_t n = 28; n <= 31; ++n)
         for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{2}, std::size_t{3}, n - 2, n - 1, n})
             expect_lexicographic_order(n, size);
 }
 
-TEST(subset_range, pairs_of_four_are_these_words) {
+TEST(subset_range, the_pairs_of_four_elements_have_these_words) {
     std::vector<std::uint32_t> words;
     for (subset_range range{2, elements.data(), 4}; !range.empty(); range.pop_front())
         words.push_back(range.bits);
@@ -78,7 +78,7 @@ TEST(subset_range, the_empty_subset_is_the_only_one_of_its_size) {
     }
 }
 
-TEST(subset_range, going_on_past_the_end_is_an_assertion_failure) {
+TEST(subset_range, access_past_the_end_raises_an_assertion_failure) {
     subset_range range{2, elements.data(), 2};
     range.pop_front();
     ASSERT_TRUE(range.empty());
@@ -86,7 +86,7 @@ TEST(subset_range, going_on_past_the_end_is_an_assertion_failure) {
     EXPECT_TRUE(failure_of<assertion_failure>([&] { range.front(); }));
 }
 
-TEST(subset_range, a_bit_beyond_the_list_is_an_assertion_failure) {
+TEST(subset_range, a_bit_beyond_the_list_raises_an_assertion_failure) {
     subset_range range{1, elements.data(), 4};
     for (int position = 4; position <= 30; ++position) {
         range.bits = 1u << position | 1u;
@@ -98,12 +98,12 @@ TEST(subset_range, a_bit_beyond_the_list_is_an_assertion_failure) {
     EXPECT_EQ(range.front().size(), 4);
 }
 
-TEST(subset_range, a_size_above_the_length_is_found_at_the_front) {
+TEST(subset_range, a_size_above_the_length_raises_an_assertion_failure_at_the_front) {
     const subset_range range{3, elements.data(), 2};
     EXPECT_TRUE(failure_of<assertion_failure>([&] { range.front(); }));
 }
 
-// The same walk while the program is built.
+// A range at build time.
 constexpr double sum_of_products_of_pairs() {
     constexpr std::array<double, 3> list{2, 3, 5};
     double sum = 0;

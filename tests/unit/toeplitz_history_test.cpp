@@ -38,11 +38,11 @@ view<const double> view_of(const std::vector<double>& values) {
     return {values.size(), values.data()};
 }
 
-// The kernel of a run, every lag of it, and what the march would find as its unknowns.
+// The input of a run: the kernel blocks of all lags, and the values that the steps push.
 struct march_input {
     int n, p, q;
-    std::vector<double> kernel; // the history's layout
-    std::vector<double> x;      // step by step
+    std::vector<double> kernel; // in the layout of the history
+    std::vector<double> x;      // q values per step
 
     std::span<const double> block(int lag) const {
         return std::span{kernel}.subspan(size(lag) * size(p * q), size(p * q));
@@ -59,39 +59,40 @@ march_input make_input(random_data& data, int n, int p, int q, const generator& 
     return {n, p, q, values(data, size(n) * size(p * q)), values(data, size(n) * size(q))};
 }
 
-// What a march sees of its history.
+// What a run reads from its history.
 struct march_record {
-    std::vector<std::vector<int>> asked; // [step]: the lags that the push of this step asked for
-    std::vector<double> history;         // H[t], as read before step t is pushed
+    std::vector<std::vector<int>> asked; // [step]: the lags that the push of this step requested
+    std::vector<double> history;         // the sums of step t, read before step t is pushed
     std::vector<double> sums;            // at the end
     std::vector<double> kernel;          // at the end
 };
 
-// A provider that writes the blocks of an input, even lags whole and odd ones by their rows, and notes the lags.
-struct noting_provider {
+// A provider that writes the blocks of an input and records the lags. Even lags are written as a whole, odd ones row by
+// row.
+struct recording_provider {
     const march_input* input;
     std::vector<int> asked;
 
     static void provide(void* context, std::int32_t lag, ToeplitzHistory& history) {
-        auto* const self = static_cast<noting_provider*>(context);
+        auto* const self = static_cast<recording_provider*>(context);
         self->asked.push_back(lag);
         const std::span<const double> block = self->input->block(lag);
         if (lag % 2 == 0)
             std::copy(block.begin(), block.end(), history.kernel_block(lag).pointer);
         else
-            for (int r = 0; r < history.p; ++r)
-                std::copy_n(block.data() + r * history.q, history.q, history.kernel_row(lag, r).pointer);
+            for (int R = 0; R < history.p; ++R)
+                std::copy_n(block.data() + R * history.q, history.q, history.kernel_row(lag, R).pointer);
     }
 };
 
-// Lag 0 and the lags that were not asked for yet are NaN in the history: reading one of them would show.
+// Lag 0 and the lags that have not been requested yet are NaN, so that reading one of them changes the sums.
 march_record march(const march_input& input, const vector_kernels& kernels, ToeplitzHistory& history) {
     march_record record;
-    noting_provider provider{&input, {}};
+    recording_provider provider{&input, {}};
     history.kernels = &kernels;
     history.init(input.n, input.p, input.q);
     std::fill(history.kernel.begin(), history.kernel.end(), nan);
-    history.set_kernel_provider(&provider, noting_provider::provide);
+    history.set_kernel_provider(&provider, recording_provider::provide);
     for (int t = 0; t < input.n; ++t) {
         const view<double> now = history.history_at(t);
         record.history.insert(record.history.end(), now.pointer, now.pointer + now.length);
@@ -110,13 +111,13 @@ march_record march_by_reference(const march_input& input, reference::toeplitz_hi
     history.set_kernel_provider([&](int lag, reference::toeplitz_history& self) {
         asked.push_back(lag);
         const std::span<const double> block = input.block(lag);
-        for (int r = 0; r < input.p; ++r)
-            for (int c = 0; c < input.q; ++c)
-                self.kernel_at(lag, r, c) = block[size(r * input.q + c)];
+        for (int R = 0; R < input.p; ++R)
+            for (int C = 0; C < input.q; ++C)
+                self.kernel_at(lag, R, C) = block[size(R * input.q + C)];
     });
     for (int t = 0; t < input.n; ++t) {
-        for (int r = 0; r < input.p; ++r)
-            record.history.push_back(history.sum_at(t, r));
+        for (int R = 0; R < input.p; ++R)
+            record.history.push_back(history.sum_at(t, R));
         history.push(input.value(t));
         record.asked.push_back(std::exchange(asked, {}));
     }
@@ -142,21 +143,21 @@ void expect_same_cache(const reference::toeplitz_history& expected, const Toepli
     }
 }
 
-// The same march by the reference and by every instruction set.
+// Expects the bits of the reference on every instruction set.
 void expect_reference_bits(const march_input& input) {
     SCOPED_TRACE(::testing::Message() << "n " << input.n << ", p " << input.p << ", q " << input.q);
     reference::toeplitz_history reference_history(input.n, input.p, input.q);
     const march_record expected = march_by_reference(input, reference_history);
-    ASSERT_TRUE(equal_bits(expected.history, expected.sums)) << "the reference changed a sum after its time";
+    ASSERT_TRUE(equal_bits(expected.history, expected.sums)) << "the reference changed a sum after it was read";
     int tables = 0;
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>()) {
         ++tables;
         ToeplitzHistory history;
         const march_record record = march(input, *kernels, history);
-        EXPECT_TRUE(equal_bits(expected.history, record.history)) << "H at its time, " << kernels->name;
+        EXPECT_TRUE(equal_bits(expected.history, record.history)) << "sums as read, " << kernels->name;
         EXPECT_TRUE(equal_bits(expected.sums, record.sums)) << "sums at the end, " << kernels->name;
         EXPECT_TRUE(equal_bits(expected.kernel, record.kernel)) << "kernel at the end, " << kernels->name;
-        EXPECT_EQ(expected.asked, record.asked) << kernels->name;
+        EXPECT_EQ(expected.asked, record.asked) << "requested lags, " << kernels->name;
         EXPECT_EQ(history.next_block, reference_history.next_block) << kernels->name;
         EXPECT_EQ(history.count, input.n);
         expect_same_cache(reference_history, history);
@@ -168,14 +169,14 @@ const generator uniform = [](random_data& data, std::size_t count) {
     return data.uniform(count);
 };
 
-// Around every boundary of the schedule.
+// Numbers of steps on both sides of every boundary of the schedule of blocks.
 const std::vector<int> boundary_lengths{0,  1,  2,  31, 32,  33,  40,  63,  64,  65,  66,  67,  68,  69,  70,
                                         96, 97, 98, 99, 100, 127, 128, 129, 130, 255, 256, 257, 258, 259, 260};
 
-// The blocks of p rows, with every q but p itself for most p.
+// The parameter is p. q runs from 1 to 12, except q = p where 3 divides p.
 class blocks_of_rows : public ::testing::TestWithParam<int> {};
 
-TEST_P(blocks_of_rows, every_march_has_the_bits_of_the_reference) {
+TEST_P(blocks_of_rows, all_numbers_of_columns_and_steps_are_bit_identical_to_the_reference) {
     const int p = GetParam();
     int marches = 0;
     for (int q = 1; q <= 12; ++q)
@@ -192,14 +193,14 @@ TEST_P(blocks_of_rows, every_march_has_the_bits_of_the_reference) {
 INSTANTIATE_TEST_SUITE_P(toeplitz_history, blocks_of_rows, ::testing::Range(1, 13),
                          ::testing::PrintToStringParamName());
 
-TEST(toeplitz_history, long_marches_have_the_bits_of_the_reference) {
+TEST(toeplitz_history, gives_the_same_bits_on_every_instruction_set_for_1000_steps) {
     for (const auto& [p, q] : {std::pair{1, 1}, {1, 2}, {2, 1}, {3, 3}, {3, 5}, {5, 3}, {1, 12}, {12, 1}, {8, 7}}) {
         random_data data(size(51 + p + 20 * q));
         expect_reference_bits(make_input(data, 1000, p, q, uniform));
     }
 }
 
-TEST(toeplitz_history, lengths_around_larger_powers_of_two_have_the_bits_of_the_reference) {
+TEST(toeplitz_history, gives_the_same_bits_on_every_instruction_set_around_powers_of_two) {
     for (const int n : {511, 512, 513, 543, 544, 545, 1023, 1024, 1025, 1056, 2048 + 31, 2048 + 32, 5000}) {
         random_data data(size(52 + n));
         expect_reference_bits(make_input(data, n, 1, 1, uniform));
@@ -207,7 +208,7 @@ TEST(toeplitz_history, lengths_around_larger_powers_of_two_have_the_bits_of_the_
     }
 }
 
-TEST(toeplitz_history, special_values_in_kernel_and_unknowns_have_the_bits_of_the_reference) {
+TEST(toeplitz_history, gives_the_same_bits_on_every_instruction_set_for_special_values) {
     const std::vector<generator> kinds{
         [](random_data& data, std::size_t count) { return data.sprinkled(count, 8); },
         [](random_data& data, std::size_t count) { return data.sprinkled(count, 500); },
@@ -230,7 +231,7 @@ TEST(toeplitz_history, special_values_in_kernel_and_unknowns_have_the_bits_of_th
             }
 }
 
-TEST(toeplitz_history, a_single_infinity_reaches_only_what_its_blocks_reach) {
+TEST(toeplitz_history, gives_the_same_bits_on_every_instruction_set_for_one_infinity_or_nan) {
     random_data data(54);
     for (const int step : {0, 5, 40, 70}) {
         march_input input = make_input(data, 100, 2, 3, uniform);
@@ -242,7 +243,7 @@ TEST(toeplitz_history, a_single_infinity_reaches_only_what_its_blocks_reach) {
     }
 }
 
-TEST(toeplitz_history, is_the_plain_double_sum_to_rounding) {
+TEST(toeplitz_history, equals_the_double_sum_within_rounding) {
     random_data data(55);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (const auto& [p, q] : {std::pair{1, 1}, {2, 3}, {4, 1}, {12, 7}})
@@ -251,19 +252,19 @@ TEST(toeplitz_history, is_the_plain_double_sum_to_rounding) {
                 ToeplitzHistory history;
                 const march_record record = march(input, *kernels, history);
                 for (int t = 0; t < n; ++t)
-                    for (int r = 0; r < p; ++r) {
+                    for (int R = 0; R < p; ++R) {
                         long double sum = 0;
-                        for (int j = 0; j < t; ++j)
-                            for (int c = 0; c < q; ++c)
-                                sum += static_cast<long double>(input.block(t - j)[size(r * q + c)]) *
-                                       static_cast<long double>(input.x[size(j * q + c)]);
-                        ASSERT_NEAR(double(sum), record.history[size(t * p + r)], 1e-15 * (100 + n * q))
+                        for (int k = 0; k < t; ++k)
+                            for (int C = 0; C < q; ++C)
+                                sum += static_cast<long double>(input.block(t - k)[size(R * q + C)]) *
+                                       static_cast<long double>(input.x[size(k * q + C)]);
+                        ASSERT_NEAR(double(sum), record.history[size(t * p + R)], 1e-15 * (100 + n * q))
                             << kernels->name << ", n " << n << ", p " << p << ", q " << q << ", t " << t;
                     }
             }
 }
 
-TEST(toeplitz_history, the_first_sum_is_zero_at_all_times) {
+TEST(toeplitz_history, the_sums_of_the_first_step_stay_zero) {
     random_data data(56);
     const march_input input = make_input(data, 100, 3, 2, uniform);
     ToeplitzHistory history;
@@ -276,8 +277,8 @@ TEST(toeplitz_history, the_first_sum_is_zero_at_all_times) {
     }
 }
 
-// With K = 1 everywhere and x[j] = 2^j, a sum is the set of its sources.
-TEST(toeplitz_history, the_first_pushes_add_these_sources_to_these_targets) {
+// With a kernel of ones and x[k] = 2^k, the bits of a sum are its sources.
+TEST(toeplitz_history, each_of_the_first_pushes_adds_its_sources_to_its_targets) {
     constexpr int n = 16;
     std::vector<int> asked;
     ToeplitzHistory history;
@@ -286,12 +287,12 @@ TEST(toeplitz_history, the_first_pushes_add_these_sources_to_these_targets) {
         static_cast<std::vector<int>*>(context)->push_back(lag);
         self.kernel_block(lag).at(0) = 1.0;
     });
-    struct row_of_table {
+    struct expected_push {
         int first_target, last_target;
         unsigned sources;
         std::vector<int> lags;
     };
-    const std::vector<row_of_table> table{
+    const std::vector<expected_push> table{
         {1, 1, 0b1, {1}},      {2, 3, 0b11, {2, 3}},
         {3, 3, 0b100, {}},     {4, 7, 0b1111, {4, 5, 6, 7}},
         {5, 5, 0b10000, {}},   {6, 7, 0b110000, {}},
@@ -301,7 +302,7 @@ TEST(toeplitz_history, the_first_pushes_add_these_sources_to_these_targets) {
     for (std::size_t push = 0; push < table.size(); ++push) {
         const double x = std::ldexp(1.0, static_cast<int>(push));
         history.push({1, &x});
-        const row_of_table& row = table[push];
+        const expected_push& row = table[push];
         for (int t = row.first_target; t <= row.last_target; ++t)
             expected[size(t)] += row.sources;
         EXPECT_EQ(std::exchange(asked, {}), row.lags) << "push " << push + 1;
@@ -311,7 +312,7 @@ TEST(toeplitz_history, the_first_pushes_add_these_sources_to_these_targets) {
     EXPECT_EQ(history.history_at(7).at(0), 0b1111111);
 }
 
-// The lags that push i asks for, in a march of n steps.
+// The lags that push i of n requests.
 std::vector<int> lags_of_push(int n, int i) {
     random_data data(57);
     ToeplitzHistory history;
@@ -326,8 +327,8 @@ std::vector<int> lags(int first, int last) {
     return all;
 }
 
-TEST(toeplitz_history, a_provider_is_asked_for_no_more_than_the_block_needs) {
-    // Six steps: two targets of push 4 are left, and push 6 has none.
+TEST(toeplitz_history, a_push_requests_only_the_lags_that_its_block_needs) {
+    // With six steps, push 4 has two targets and push 6 has none.
     EXPECT_EQ(lags_of_push(6, 4), lags(4, 5));
     EXPECT_EQ(lags_of_push(6, 5), lags(1, 0));
     EXPECT_EQ(lags_of_push(6, 6), lags(1, 0));
@@ -338,7 +339,7 @@ TEST(toeplitz_history, a_provider_is_asked_for_no_more_than_the_block_needs) {
     EXPECT_EQ(lags_of_push(1000, 64), lags(64, 127));
 }
 
-TEST(toeplitz_history, blocks_clipped_below_32_targets_are_summed_directly) {
+TEST(toeplitz_history, blocks_with_fewer_than_32_targets_are_summed_directly) {
     for (const auto& [n, first_level_tried, levels] :
          {std::tuple{40, false, 0}, {63, false, 0}, {64, true, 1}, {70, true, 1}, {95, true, 1}, {96, true, 2}}) {
         random_data data(58);
@@ -349,7 +350,8 @@ TEST(toeplitz_history, blocks_clipped_below_32_targets_are_summed_directly) {
     }
 }
 
-// Entry (r, c) of a cached level is the transform of that entry of all lags but 0, in tiles of frequencies.
+// Expects that a cached level has the transforms of all entries of the kernel, in tiles of frequencies. Lag 0 counts as
+// zero.
 void expect_transformed_kernel(const ToeplitzHistory& history, const march_input& input, int level) {
     const std::size_t m = std::size_t{64} << level, tile = std::size_t(spectrum_tile),
                       entries = size(input.p * input.q);
@@ -370,7 +372,7 @@ void expect_transformed_kernel(const ToeplitzHistory& history, const march_input
     }
 }
 
-TEST(toeplitz_history, the_cache_takes_the_levels_that_fit_its_budget_and_refuses_the_next_for_good) {
+TEST(toeplitz_history, the_cache_stores_the_levels_that_fit_its_budget_and_tries_the_next_one_once) {
     constexpr int n = 100, p = 2, q = 3;
     random_data data(59);
     const march_input input = make_input(data, n, p, q, uniform);
@@ -409,7 +411,7 @@ TEST(toeplitz_history, every_cached_level_is_the_transformed_kernel_in_tiles) {
     }
 }
 
-TEST(toeplitz_history, without_a_provider_the_kernel_is_read_as_it_stands) {
+TEST(toeplitz_history, without_a_provider_the_contents_of_the_kernel_are_used) {
     random_data data(60);
     for (const int n : {1, 33, 100}) {
         const march_input input = make_input(data, n, 2, 3, uniform);
@@ -445,8 +447,8 @@ TEST(toeplitz_history, without_a_provider_the_kernel_may_change_between_pushes) 
     }
 }
 
-// After a change of the provider, blocks written by the new provider are read; without a provider, the current kernel.
-TEST(toeplitz_history, forgets_its_copies_when_the_provider_changes) {
+// After set_kernel_provider, the blocks of the new provider are used, or the current kernel if there is no provider.
+TEST(toeplitz_history, discards_its_copies_when_the_provider_changes) {
     struct provided {
         std::vector<double> kernel;
     };
@@ -478,16 +480,16 @@ TEST(toeplitz_history, forgets_its_copies_when_the_provider_changes) {
             expected.push(x);
             history.push(view_of(x));
         }
-        EXPECT_TRUE(equal_bits(expected.sums, history.sums)) << (with_another ? "another" : "none");
+        EXPECT_TRUE(equal_bits(expected.sums, history.sums)) << (with_another ? "another provider" : "no provider");
     }
 }
 
-// The value is stored and counted before the provider is asked, and the block of sums comes after it.
-TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_asked_for_again_by_a_later_push) {
+// A push stores and counts its value, then calls the provider, then adds its block of sums.
+TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_requested_again_by_a_later_push) {
     constexpr int n = 130, p = 2, q = 3;
-    struct broken_off {};
+    struct provider_error {};
     struct failing_provider {
-        noting_provider provider;
+        recording_provider provider;
         int fails_at;
 
         void note(int lag) {
@@ -495,7 +497,7 @@ TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_asked_for_again_by_
                 return;
             fails_at = 0; // once
             provider.asked.push_back(lag);
-            throw broken_off{};
+            throw provider_error{};
         }
     };
     random_data data(65);
@@ -509,7 +511,7 @@ TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_asked_for_again_by_
         history.init(n, p, q);
         history.set_kernel_provider(&ours, [](void* context, std::int32_t asked, ToeplitzHistory& self) {
             static_cast<failing_provider*>(context)->note(asked);
-            noting_provider::provide(&static_cast<failing_provider*>(context)->provider, asked, self);
+            recording_provider::provide(&static_cast<failing_provider*>(context)->provider, asked, self);
         });
         reference::toeplitz_history reference_history(n, p, q);
         reference_history.set_kernel_provider([&](int asked, reference::toeplitz_history& self) {
@@ -519,8 +521,8 @@ TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_asked_for_again_by_
         });
         int failures = 0;
         for (int t = 0; t < n; ++t) {
-            const bool fails = failure_of<broken_off>([&] { history.push(view_of(input.value(t))); }).has_value();
-            EXPECT_EQ(fails, failure_of<broken_off>([&] { reference_history.push(input.value(t)); }).has_value());
+            const bool fails = failure_of<provider_error>([&] { history.push(view_of(input.value(t))); }).has_value();
+            EXPECT_EQ(fails, failure_of<provider_error>([&] { reference_history.push(input.value(t)); }).has_value());
             failures += fails;
             ASSERT_EQ(history.count, t + 1);
             ASSERT_EQ(history.next_block, reference_history.next_block);
@@ -536,7 +538,7 @@ TEST(toeplitz_history, a_lag_at_which_the_provider_throws_is_asked_for_again_by_
     }
 }
 
-// The sums stay 0.0, and the provider is asked all the same.
+// The sums stay 0.0. The provider is still called.
 TEST(toeplitz_history, blocks_without_rows_or_columns_add_nothing) {
     random_data data(66);
     for (const auto& [p, q] : {std::pair{3, 0}, {0, 3}, {0, 0}, {1, 0}, {0, 1}})
@@ -554,7 +556,7 @@ TEST(toeplitz_history, blocks_without_rows_or_columns_add_nothing) {
         }
 }
 
-TEST(toeplitz_history, starts_at_zero_and_can_be_started_again) {
+TEST(toeplitz_history, init_resets_everything_to_zero) {
     random_data data(61);
     ToeplitzHistory history;
     const march_input first = make_input(data, 260, 3, 4, uniform), second = make_input(data, 100, 2, 3, uniform);
@@ -574,7 +576,7 @@ TEST(toeplitz_history, starts_at_zero_and_can_be_started_again) {
     EXPECT_TRUE(equal_bits(expected.sums, march(second, widest_table<vector_kernels>(), history).sums));
 }
 
-TEST(toeplitz_history, the_scratch_has_the_size_of_the_largest_transform) {
+TEST(toeplitz_history, the_scratch_has_the_size_of_the_largest_transform_so_far) {
     constexpr int n = 300, p = 2, q = 5;
     random_data data(62);
     const march_input input = make_input(data, n, p, q, uniform);
@@ -586,7 +588,7 @@ TEST(toeplitz_history, the_scratch_has_the_size_of_the_largest_transform) {
         const std::size_t points = i < 32 ? 0 : i < 64 ? 64 : i < 128 ? 128 : i < 256 ? 256 : 512;
         ASSERT_EQ(history.x_re.size(), points * q) << i;
         ASSERT_EQ(history.x_im.size(), points * q) << i;
-        // Eight entries of the kernel at a time, where a level is cached; the larger levels are not, and take one.
+        // Eight entries of the kernel are transformed at a time for a cached level, and one for the larger levels.
         const std::size_t kernel_points = 8 * std::min<std::size_t>(points, 128);
         ASSERT_EQ(history.k_re.size(), kernel_points) << i;
         ASSERT_EQ(history.k_im.size(), kernel_points) << i;
@@ -602,7 +604,7 @@ std::size_t doubles_of(std::initializer_list<const aligned_vector*> arrays) {
     return doubles;
 }
 
-// Of the kernel, and of what is made of its blocks.
+// The doubles in the kernel and in the arrays that are made from its blocks.
 std::size_t doubles_of_blocks(const ToeplitzHistory& history) {
     std::size_t doubles = doubles_of({&history.kernel, &history.near_columns});
     for (const std::vector<aligned_vector>* cache : {&history.cache_re, &history.cache_im})
@@ -616,7 +618,7 @@ std::size_t doubles_of(const ToeplitzHistory& history) {
                                                     &history.k_re, &history.k_im, &history.acc_re, &history.acc_im});
 }
 
-TEST(toeplitz_history, copies_for_direct_sums_take_a_quarter_of_the_padded_blocks_or_one) {
+TEST(toeplitz_history, the_copies_for_direct_sums_take_at_most_a_quarter_of_the_padded_blocks_or_one_block) {
     random_data data(67);
     for (const int n : {0, 1, 2, 3, 4, 7, 8, 15, 16, 31, 32, 63, 64, 100, 127, 128, 200, 1000})
         for (const auto& [p, q] : {std::pair{1, 1}, {1, 2}, {2, 1}, {4, 4}, {8, 8}, {9, 3}, {24, 32}}) {
@@ -634,8 +636,8 @@ TEST(toeplitz_history, copies_for_direct_sums_take_a_quarter_of_the_padded_block
         }
 }
 
-// The Python package states the same numbers in test_memory.py.
-TEST(toeplitz_history, its_blocks_take_these_doubles) {
+// test_memory.py of the Python package has the same numbers.
+TEST(toeplitz_history, the_blocks_take_the_documented_number_of_doubles) {
     random_data data(68);
     for (const auto& [n, p, q, doubles] : {std::tuple{0, 3, 3, 0},
                                            {1, 3, 3, 9},
@@ -655,7 +657,7 @@ TEST(toeplitz_history, its_blocks_take_these_doubles) {
     }
 }
 
-TEST(toeplitz_history, more_than_q_values_may_be_handed_over) {
+TEST(toeplitz_history, push_reads_only_the_first_q_values) {
     random_data data(63);
     const march_input input = make_input(data, 70, 2, 3, uniform);
     ToeplitzHistory exact, generous;
@@ -673,7 +675,7 @@ TEST(toeplitz_history, more_than_q_values_may_be_handed_over) {
     EXPECT_TRUE(equal_bits(exact.sums, generous.sums));
 }
 
-TEST(toeplitz_history, accessors_show_the_layout) {
+TEST(toeplitz_history, the_accessors_return_the_documented_positions) {
     ToeplitzHistory history;
     history.init(4, 2, 3);
     for (std::size_t i = 0; i < history.kernel.size(); ++i)
@@ -683,16 +685,16 @@ TEST(toeplitz_history, accessors_show_the_layout) {
     for (int d = 0; d < 4; ++d) {
         EXPECT_EQ(history.kernel_block(d).length, 6u);
         EXPECT_EQ(history.kernel_block(d).at(0), 6 * d);
-        for (int r = 0; r < 2; ++r) {
-            EXPECT_EQ(history.kernel_row(d, r).length, 3u);
-            EXPECT_EQ(history.kernel_row(d, r).at(0), (d * 2 + r) * 3);
+        for (int R = 0; R < 2; ++R) {
+            EXPECT_EQ(history.kernel_row(d, R).length, 3u);
+            EXPECT_EQ(history.kernel_row(d, R).at(0), (d * 2 + R) * 3);
         }
         EXPECT_EQ(history.history_at(d).length, 2u);
         EXPECT_EQ(history.history_at(d).at(1), 2 * d + 1);
     }
 }
 
-TEST(toeplitz_history, an_access_out_of_range_is_an_index_failure) {
+TEST(toeplitz_history, an_access_out_of_range_raises_an_index_failure) {
     constexpr int n = 4, p = 2, q = 3;
     constexpr int lowest = std::numeric_limits<int>::min(), largest = std::numeric_limits<int>::max();
     ToeplitzHistory history;
@@ -707,7 +709,7 @@ TEST(toeplitz_history, an_access_out_of_range_is_an_index_failure) {
             EXPECT_TRUE(failure_of<index_failure>([&] { history.kernel_row(d, outside); })) << outside;
 }
 
-TEST(toeplitz_history, a_lag_or_step_out_of_range_is_an_index_failure_also_where_blocks_are_empty) {
+TEST(toeplitz_history, a_lag_or_step_out_of_range_raises_an_index_failure_also_for_empty_blocks) {
     constexpr int n = 4, largest = std::numeric_limits<int>::max();
     for (const auto& [p, q] : {std::pair{2, 0}, {0, 2}, {0, 0}}) {
         ToeplitzHistory history;
@@ -724,8 +726,8 @@ TEST(toeplitz_history, a_lag_or_step_out_of_range_is_an_index_failure_also_where
     }
 }
 
-// With no step there is no array, and blocks may have any size.
-TEST(toeplitz_history, without_a_step_every_access_is_an_index_failure) {
+// With no steps there are no arrays, so that the blocks may have any size.
+TEST(toeplitz_history, with_no_steps_every_access_raises_an_index_failure) {
     constexpr int largest = std::numeric_limits<int>::max();
     for (const int side : {0, 1, largest}) {
         ToeplitzHistory history;
@@ -739,7 +741,7 @@ TEST(toeplitz_history, without_a_step_every_access_is_an_index_failure) {
     }
 }
 
-TEST(toeplitz_history, sizes_that_no_array_has_are_a_length_error_and_leave_it_empty) {
+TEST(toeplitz_history, negative_or_too_large_sizes_raise_a_length_error_and_leave_the_history_empty) {
     constexpr int lowest = std::numeric_limits<int>::min(), largest = std::numeric_limits<int>::max();
     for (const auto& [n, p, q] : {std::tuple{largest, largest, largest},
                                   {2, largest, largest},
@@ -769,7 +771,7 @@ TEST(toeplitz_history, sizes_that_no_array_has_are_a_length_error_and_leave_it_e
     }
 }
 
-TEST(toeplitz_history, too_few_values_or_too_many_pushes_are_index_failures) {
+TEST(toeplitz_history, too_few_values_or_too_many_pushes_raise_an_index_failure) {
     const std::vector<double> x{1, 2, 3};
     for (const int n : {0, 1, 5, 64}) {
         ToeplitzHistory history;

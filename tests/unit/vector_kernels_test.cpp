@@ -22,55 +22,57 @@ namespace {
 using quenta_tests::equal_bits;
 using quenta_tests::random_data;
 
-TEST(vector_kernels, solvers_use_the_table_for_the_processor_at_hand) {
+TEST(vector_kernels, a_history_uses_the_widest_table_of_the_processor) {
     EXPECT_EQ(ToeplitzHistory{}.kernels, &widest_table<vector_kernels>());
 }
 
-// The arrays have just the size of the block, so that a sanitizer sees an access beside it.
-void expect_scalar_sums(const vector_kernels& kernels, random_data& data, int targets, int sources, bool special) {
-    const auto values = [&](int count) {
-        const auto size = static_cast<std::size_t>(count);
-        return special ? data.sprinkled(size, 16) : data.wide(size);
-    };
-    std::vector<double> sums = values(targets);
+std::vector<double> test_values(random_data& data, std::size_t count, bool special) {
+    return special ? data.sprinkled(count, 16) : data.wide(count);
+}
+
+// Values without -0.0. The sums of a history start at 0.0 and never become -0.0.
+std::vector<double> test_sums(random_data& data, std::size_t count, bool special) {
+    std::vector<double> sums = test_values(data, count, special);
     for (double& sum : sums)
-        sum += 0.0; // no -0: sums start at 0 and never become it
+        sum += 0.0;
+    return sums;
+}
+
+// The arrays have exactly the size of the block, so that a sanitizer detects an access outside it.
+void expect_scalar_sums(const vector_kernels& kernels, random_data& data, int targets, int sources, bool special) {
+    std::vector<double> sums = test_sums(data, std::size_t(targets), special);
     std::vector<double> expected = sums;
-    // From the lag of the first target and the last source to that of the last target and the first source.
-    const std::vector<double> kernel = values(targets + sources - 1), x = values(sources);
+    // The lags from that of the first target and the last source to that of the last target and the first source.
+    const std::vector<double> kernel = test_values(data, std::size_t(targets + sources - 1), special);
+    const std::vector<double> x = test_values(data, std::size_t(sources), special);
     const double* const first_lag = kernel.data() + sources - 1;
     for (int t = 0; t < targets; ++t)
-        for (int j = 0; j < sources; ++j)
-            expected[std::size_t(t)] = expected[std::size_t(t)] + (0.0 + first_lag[t - j] * x[std::size_t(j)]);
+        for (int k = 0; k < sources; ++k)
+            expected[std::size_t(t)] = expected[std::size_t(t)] + (0.0 + first_lag[t - k] * x[std::size_t(k)]);
     kernels.add_scalar_sums(sums.data(), first_lag, x.data(), targets, sources);
     EXPECT_TRUE(equal_bits(expected, sums))
         << kernels.name << ", targets " << targets << ", sources " << sources << ", special " << special;
 }
 
 void expect_block_products(const vector_kernels& kernels, random_data& data, int pairs, int p, int q, bool special) {
-    const auto values = [&](int count) {
-        const auto size = static_cast<std::size_t>(count);
-        return special ? data.sprinkled(size, 16) : data.wide(size);
-    };
-    std::vector<double> sums = values(pairs * p);
-    for (double& sum : sums)
-        sum += 0.0; // as above
+    std::vector<double> sums = test_sums(data, std::size_t(pairs * p), special);
     std::vector<double> expected = sums;
     const int stride = static_cast<int>(padded_rows(p));
-    const std::vector<double> block = values(q * stride), x = values(pairs * q); // anything in the padding
-    for (int u = 0; u < pairs; ++u)
-        for (int r = 0; r < p; ++r) {
+    const std::vector<double> block = test_values(data, std::size_t(q * stride), special); // any value in the padding
+    const std::vector<double> x = test_values(data, std::size_t(pairs * q), special);
+    for (int pair = 0; pair < pairs; ++pair)
+        for (int R = 0; R < p; ++R) {
             double dot = 0.0;
-            for (int c = 0; c < q; ++c)
-                dot = dot + block[std::size_t(c * stride + r)] * x[std::size_t(u * q + c)];
-            expected[std::size_t(u * p + r)] = expected[std::size_t(u * p + r)] + dot;
+            for (int C = 0; C < q; ++C)
+                dot = dot + block[std::size_t(C * stride + R)] * x[std::size_t(pair * q + C)];
+            expected[std::size_t(pair * p + R)] = expected[std::size_t(pair * p + R)] + dot;
         }
     kernels.add_block_products(sums.data(), block.data(), x.data(), pairs, p, q);
     EXPECT_TRUE(equal_bits(expected, sums))
         << kernels.name << ", pairs " << pairs << ", p " << p << ", q " << q << ", special " << special;
 }
 
-TEST(vector_kernels, products_of_blocks_have_the_bits_of_the_formula) {
+TEST(vector_kernels, block_products_are_bit_identical_to_the_formula) {
     random_data data(41);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (int p = 1; p <= 48; ++p)
@@ -79,13 +81,13 @@ TEST(vector_kernels, products_of_blocks_have_the_bits_of_the_formula) {
                     expect_block_products(*kernels, data, pairs, p, q, (p + q + pairs) % 4 == 0);
 }
 
-TEST(vector_kernels, a_block_is_copied_into_columns_padding_included) {
+TEST(vector_kernels, copy_columns_writes_the_columns_of_a_block_and_their_padding) {
     random_data data(46);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (std::size_t p = 1; p <= 48; ++p)
             for (std::size_t q = 1; q <= 48; q += q < 17 ? 1 : 5) {
                 const auto stride = std::size_t(padded_rows(std::int64_t(p)));
-                // The padding is read up to a whole register, of 4 lanes at most for small blocks.
+                // The padding is read up to a whole register, which has at most 4 lanes for p <= 4.
                 const std::size_t width = kernels == &vector_kernels::of<baseline>()  ? baseline::width
                                           : kernels->name == std::string_view{"avx2"} ? 4
                                                                                       : 8;
@@ -93,18 +95,18 @@ TEST(vector_kernels, a_block_is_copied_into_columns_padding_included) {
                 const std::vector<double> rows = data.uniform(p * q);
                 std::vector<double> columns(q * stride, std::numeric_limits<double>::quiet_NaN());
                 kernels->copy_columns(columns.data(), rows.data(), std::int64_t(p), std::int64_t(q));
-                for (std::size_t c = 0; c < q; ++c) {
-                    for (std::size_t r = 0; r < p; ++r)
-                        ASSERT_TRUE(equal_bits(rows[r * q + c], columns[c * stride + r]))
-                            << kernels->name << ", p " << p << ", q " << q << ", row " << r << ", column " << c;
-                    for (std::size_t r = p; r % lanes != 0; ++r)
-                        ASSERT_FALSE(std::isnan(columns[c * stride + r]))
+                for (std::size_t C = 0; C < q; ++C) {
+                    for (std::size_t R = 0; R < p; ++R)
+                        ASSERT_TRUE(equal_bits(rows[R * q + C], columns[C * stride + R]))
+                            << kernels->name << ", p " << p << ", q " << q << ", row " << R << ", column " << C;
+                    for (std::size_t R = p; R % lanes != 0; ++R)
+                        ASSERT_FALSE(std::isnan(columns[C * stride + R]))
                             << kernels->name << ", p " << p << ", q " << q;
                 }
             }
 }
 
-TEST(vector_kernels, direct_sums_of_scalars_have_the_bits_of_the_formula) {
+TEST(vector_kernels, scalar_sums_are_bit_identical_to_the_formula) {
     random_data data(42);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (int sources = 1; sources <= 128; sources *= 2)
@@ -113,50 +115,52 @@ TEST(vector_kernels, direct_sums_of_scalars_have_the_bits_of_the_formula) {
                     expect_scalar_sums(*kernels, data, targets, sources, special);
 }
 
-// Entry (r, c) at frequency f of a kernel of p x q entries.
-std::size_t in_tiles(std::size_t f, std::size_t r, std::size_t c, std::size_t p, std::size_t q) {
+// The position of entry (R, C) at frequency f in the spectrum of a kernel with p rows and q columns.
+std::size_t in_tiles(std::size_t f, std::size_t R, std::size_t C, std::size_t p, std::size_t q) {
     const auto tile = std::size_t(spectrum_tile);
-    return ((f / tile * p + r) * q + c) * tile + f % tile;
+    return ((f / tile * p + R) * q + C) * tile + f % tile;
 }
 
-TEST(vector_kernels, products_of_spectra_have_the_bits_of_the_formula) {
+void expect_spectrum_products(const vector_kernels& kernels, random_data& data, std::size_t length, std::size_t p,
+                              std::size_t q, bool special, bool from_zero) {
+    const auto values = [&](std::size_t count) {
+        return test_values(data, count, special);
+    };
+    const std::vector<double> k_re = values(length * p * q), k_im = values(length * p * q), x_re = values(length * q),
+                              x_im = values(length * q);
+    std::vector<double> acc_re = values(length * p), acc_im = values(length * p);
+    std::vector<double> expected_re = acc_re, expected_im = acc_im;
+    for (std::size_t R = 0; R < p; ++R)
+        for (std::size_t f = 0; f < length; ++f) {
+            double& re = expected_re[R * length + f];
+            double& im = expected_im[R * length + f];
+            if (from_zero)
+                re = im = 0.0;
+            for (std::size_t C = 0; C < q; ++C) {
+                const std::size_t k = in_tiles(f, R, C, p, q), x = C * length + f;
+                re = re + (k_re[k] * x_re[x] - k_im[k] * x_im[x]);
+                im = im + (k_im[k] * x_re[x] + k_re[k] * x_im[x]);
+            }
+        }
+    kernels.multiply_spectra(acc_re.data(), acc_im.data(), k_re.data(), k_im.data(), x_re.data(), x_im.data(),
+                             std::int64_t(length), std::int64_t(p), std::int64_t(q), from_zero);
+    SCOPED_TRACE(::testing::Message() << kernels.name << ", length " << length << ", p " << p << ", q " << q);
+    EXPECT_TRUE(equal_bits(expected_re, acc_re)) << "re";
+    EXPECT_TRUE(equal_bits(expected_im, acc_im)) << "im";
+}
+
+TEST(vector_kernels, spectrum_products_are_bit_identical_to_the_formula) {
     random_data data(44);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (const std::size_t length : {64, 128, 512})
             for (const std::size_t p : {1, 2, 5})
                 for (const std::size_t q : {1, 2, 3, 12})
                     for (const bool special : {false, true})
-                        for (const bool from_zero : {false, true}) {
-                            const auto values = [&](std::size_t count) {
-                                return special ? data.sprinkled(count, 16) : data.wide(count);
-                            };
-                            const std::vector<double> k_re = values(length * p * q), k_im = values(length * p * q),
-                                                      x_re = values(length * q), x_im = values(length * q);
-                            std::vector<double> acc_re = values(length * p), acc_im = values(length * p);
-                            std::vector<double> expected_re = acc_re, expected_im = acc_im;
-                            for (std::size_t r = 0; r < p; ++r)
-                                for (std::size_t f = 0; f < length; ++f) {
-                                    double& re = expected_re[r * length + f];
-                                    double& im = expected_im[r * length + f];
-                                    if (from_zero)
-                                        re = im = 0.0;
-                                    for (std::size_t c = 0; c < q; ++c) {
-                                        const std::size_t k = in_tiles(f, r, c, p, q), x = c * length + f;
-                                        re = re + (k_re[k] * x_re[x] - k_im[k] * x_im[x]);
-                                        im = im + (k_im[k] * x_re[x] + k_re[k] * x_im[x]);
-                                    }
-                                }
-                            kernels->multiply_spectra(acc_re.data(), acc_im.data(), k_re.data(), k_im.data(),
-                                                      x_re.data(), x_im.data(), std::int64_t(length), std::int64_t(p),
-                                                      std::int64_t(q), from_zero);
-                            EXPECT_TRUE(equal_bits(expected_re, acc_re))
-                                << "re, " << kernels->name << ", length " << length << ", p " << p << ", q " << q;
-                            EXPECT_TRUE(equal_bits(expected_im, acc_im))
-                                << "im, " << kernels->name << ", length " << length << ", p " << p << ", q " << q;
-                        }
+                        for (const bool from_zero : {false, true})
+                            expect_spectrum_products(*kernels, data, length, p, q, special, from_zero);
 }
 
-// A table that hands every call on and counts the work in it.
+// A table that counts the work and passes every call to another table.
 struct work {
     std::size_t direct_pairs, copied_blocks, transformed_rows, spectrum_points;
 };
@@ -187,7 +191,7 @@ constexpr vector_kernels counting_kernels{
         inspected->multiply_spectra(acc_re, acc_im, kernel_re, kernel_im, x_re, x_im, length, p, q, from_zero);
     }};
 
-TEST(vector_kernels, a_history_does_all_its_work_through_its_table) {
+TEST(vector_kernels, a_history_does_the_work_of_the_reference_through_its_table) {
     random_data data(45);
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
         for (const auto& [p, q, n] : {std::array{2, 3, 20},
@@ -213,7 +217,7 @@ TEST(vector_kernels, a_history_does_all_its_work_through_its_table) {
                 history.push({x.size(), x.data()});
             }
             EXPECT_TRUE(equal_bits(expected.sums, history.sums)) << kernels->name << ", n " << n;
-            // q + p transforms a block, and those of the kernel once for a level that fits: no more, and no fewer.
+            // A block needs q + p transforms. The kernel needs p q, once per cached level and otherwise once per block.
             EXPECT_EQ(counted.direct_pairs, expected.direct_pairs) << kernels->name << ", n " << n;
             EXPECT_EQ(counted.transformed_rows, expected.transformed_rows) << kernels->name << ", n " << n;
             EXPECT_EQ(counted.spectrum_points, expected.spectrum_points) << kernels->name << ", n " << n;
@@ -222,7 +226,7 @@ TEST(vector_kernels, a_history_does_all_its_work_through_its_table) {
         }
 }
 
-TEST(vector_kernels, of_256_steps_every_block_is_copied_once_with_a_provider_and_for_each_read_without_one) {
+TEST(vector_kernels, every_block_is_copied_once_with_a_provider_and_for_each_read_without_one) {
     inspected = &widest_table<vector_kernels>();
     for (const bool with_provider : {false, true}) {
         counted = {};
@@ -234,7 +238,7 @@ TEST(vector_kernels, of_256_steps_every_block_is_copied_once_with_a_provider_and
         const std::array<double, 3> x{};
         for (int t = 0; t < 256; ++t)
             history.push({x.size(), x.data()});
-        // 256 / (2 s) blocks of s = 1, 2, .. 16 sources read 2 s - 1 lags each.
+        // For s = 1, 2, .. 16 there are 256 / (2 s) blocks of s sources. Each reads 2 s - 1 lags.
         EXPECT_EQ(counted.copied_blocks, with_provider ? 31u : 128u + 64 * 3 + 32 * 7 + 16 * 15 + 8 * 31);
     }
 }

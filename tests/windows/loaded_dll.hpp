@@ -1,4 +1,4 @@
-// A copy of the DLL, loaded for as long as one wants it, whose calls of the system can be redirected.
+// A loaded copy of the DLL. It can be unloaded at any time, and its calls of the system can be redirected.
 #pragma once
 
 #include "quenta_native.h"
@@ -17,16 +17,16 @@ namespace quenta_tests {
 
 class loaded_dll {
 public:
-    // Under a name of its own, since the system loads no file twice.
+    // Each copy has its own name, since the system does not load a file twice.
     loaded_dll() {
         static int copies = 0;
         char program[MAX_PATH];
         GetModuleFileNameA(nullptr, program, MAX_PATH);
         const std::string directory = std::string{program}.substr(0, std::string{program}.rfind('\\') + 1);
-        place = directory + "quenta_native_copy_" + std::to_string(++copies) + ".dll";
-        EXPECT_TRUE(CopyFileA((directory + "quenta_native.dll").c_str(), place.c_str(), FALSE));
-        handle = LoadLibraryA(place.c_str());
-        EXPECT_NE(handle, nullptr) << place << ": error " << GetLastError();
+        copy_path = directory + "quenta_native_copy_" + std::to_string(++copies) + ".dll";
+        EXPECT_TRUE(CopyFileA((directory + "quenta_native.dll").c_str(), copy_path.c_str(), FALSE));
+        handle = LoadLibraryA(copy_path.c_str());
+        EXPECT_NE(handle, nullptr) << copy_path << ": error " << GetLastError();
     }
     loaded_dll(const loaded_dll&) = delete;
     loaded_dll& operator=(const loaded_dll&) = delete;
@@ -36,48 +36,48 @@ public:
         if (handle != nullptr)
             FreeLibrary(handle);
         handle = nullptr;
-        DeleteFileA(place.c_str());
+        DeleteFileA(copy_path.c_str());
     }
 
     HMODULE module() const { return handle; }
-    const std::string& path() const { return place; }
+    const std::string& path() const { return copy_path; }
 
     template <class signature>
     signature* function(const char* name) const {
         void* const found = reinterpret_cast<void*>(GetProcAddress(handle, name));
         if (found == nullptr)
-            throw std::runtime_error{std::string{"there is no export "} + name};
+            throw std::runtime_error{std::string{"expected an export "} + name};
         return reinterpret_cast<signature*>(found);
     }
 
-    // Calls the entry routine as the system does.
+    // Calls the entry point of the DLL, as the system does.
     bool notify(DWORD reason) const {
-        using entry_routine = BOOL WINAPI(HMODULE, DWORD, void*);
-        return reinterpret_cast<entry_routine*>(base() + headers().OptionalHeader.AddressOfEntryPoint)(handle, reason,
-                                                                                                       nullptr) != 0;
+        using entry_point = BOOL WINAPI(HMODULE, DWORD, void*);
+        return reinterpret_cast<entry_point*>(base() + headers().OptionalHeader.AddressOfEntryPoint)(handle, reason,
+                                                                                                     nullptr) != 0;
     }
 
-    // Lets the library call `replacement` where it would call this function of kernel32.dll.
+    // Makes the library call `replacement` instead of this function of kernel32.dll.
     void redirect(const char* name, void* replacement) const {
         const auto& imports = headers().OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
         const auto* from = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base() + imports.VirtualAddress);
         for (; from->Name != 0; ++from) {
-            const auto* asked = reinterpret_cast<const IMAGE_THUNK_DATA*>(base() + from->OriginalFirstThunk);
-            auto* given = reinterpret_cast<IMAGE_THUNK_DATA*>(base() + from->FirstThunk);
-            for (; asked->u1.AddressOfData != 0; ++asked, ++given) {
-                if (IMAGE_SNAP_BY_ORDINAL(asked->u1.Ordinal))
+            const auto* lookup = reinterpret_cast<const IMAGE_THUNK_DATA*>(base() + from->OriginalFirstThunk);
+            auto* address = reinterpret_cast<IMAGE_THUNK_DATA*>(base() + from->FirstThunk);
+            for (; lookup->u1.AddressOfData != 0; ++lookup, ++address) {
+                if (IMAGE_SNAP_BY_ORDINAL(lookup->u1.Ordinal))
                     continue;
-                const auto* by_name = reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base() + asked->u1.AddressOfData);
+                const auto* by_name = reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base() + lookup->u1.AddressOfData);
                 if (std::strcmp(reinterpret_cast<const char*>(by_name->Name), name) != 0)
                     continue;
                 DWORD protection;
-                VirtualProtect(given, sizeof *given, PAGE_READWRITE, &protection);
-                given->u1.Function = reinterpret_cast<ULONGLONG>(replacement);
-                VirtualProtect(given, sizeof *given, protection, &protection);
+                VirtualProtect(address, sizeof *address, PAGE_READWRITE, &protection);
+                address->u1.Function = reinterpret_cast<ULONGLONG>(replacement);
+                VirtualProtect(address, sizeof *address, protection, &protection);
                 return;
             }
         }
-        ADD_FAILURE() << "the library does not import " << name;
+        ADD_FAILURE() << "expected the library to import " << name;
     }
 
 private:
@@ -87,7 +87,7 @@ private:
         return *reinterpret_cast<const IMAGE_NT_HEADERS*>(base() + dos.e_lfanew);
     }
 
-    std::string place;
+    std::string copy_path;
     HMODULE handle = nullptr;
 };
 

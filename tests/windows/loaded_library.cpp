@@ -1,5 +1,5 @@
-// The DLL as a host of any language has it: loaded while it runs, known by the names of its functions alone. Each test
-// loads a copy of its own, which has not started, and watches what it asks of the system.
+// The DLL as hosts in any language use it: loaded at run time, with functions found by name. Each test loads its own
+// copy, which has not been started, and observes its calls of the system.
 #include "loaded_dll.hpp"
 
 #include "support/bits.hpp"
@@ -24,16 +24,16 @@ namespace quenta_tests {
 
 namespace {
 
-// ---- What the library asks of the system, noted on the way ----
+// ---- Calls of the system by the library, recorded ----
 
 std::atomic<int> disabled_notifications, allocated_slots;
-std::atomic<bool> no_slot_is_left, slot_has_no_memory;
+std::atomic<bool> no_slot_is_left, no_memory_for_the_slot;
 HMODULE disabled_for;
 DWORD slot;
 PFLS_CALLBACK_FUNCTION destructor;
 
-// The records that are in slots, each with the number of times that the destructor has had it. That of the main thread
-// comes when the process ends, after the destructors of what is static.
+// How often each record was stored in a slot, and how often it was passed to the destructor. They are never deleted,
+// since the record of the main thread is destroyed at the end of the process, after static objects.
 std::mutex& records_lock = *new std::mutex;
 std::map<void*, int>& stored = *new std::map<void*, int>;
 std::map<void*, int>& destroyed = *new std::map<void*, int>;
@@ -43,13 +43,13 @@ function* system_function(const char* name) {
     return reinterpret_cast<function*>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), name)));
 }
 
-BOOL WINAPI note_disabling(HMODULE module) {
+BOOL WINAPI record_disabling(HMODULE module) {
     ++disabled_notifications;
     disabled_for = module;
     return system_function<BOOL WINAPI(HMODULE)>("DisableThreadLibraryCalls")(module);
 }
 
-void WINAPI note_destruction(void* record) {
+void WINAPI record_destruction(void* record) {
     if (record != nullptr) {
         const std::lock_guard guard{records_lock};
         ++destroyed[record];
@@ -57,22 +57,22 @@ void WINAPI note_destruction(void* record) {
     destructor(record);
 }
 
-DWORD WINAPI note_allocation(PFLS_CALLBACK_FUNCTION given) {
+DWORD WINAPI record_allocation(PFLS_CALLBACK_FUNCTION given) {
     if (no_slot_is_left)
         return FLS_OUT_OF_INDEXES;
     ++allocated_slots;
     destructor = given;
-    return slot = system_function<DWORD WINAPI(PFLS_CALLBACK_FUNCTION)>("FlsAlloc")(note_destruction);
+    return slot = system_function<DWORD WINAPI(PFLS_CALLBACK_FUNCTION)>("FlsAlloc")(record_destruction);
 }
 
-BOOL WINAPI note_storing(DWORD index, void* record) {
-    if (slot_has_no_memory)
+BOOL WINAPI record_storing(DWORD index, void* record) {
+    if (no_memory_for_the_slot)
         return FALSE;
     if (record != nullptr) {
         const std::lock_guard guard{records_lock};
         ++stored[record];
     }
-    // Looked up at the first call, since a later one may come from a destructor, with locks of the system held.
+    // Found at the first call. A later call may come from a destructor, while locks of the system are held.
     static const auto store = system_function<BOOL WINAPI(DWORD, void*)>("FlsSetValue");
     return store(index, record);
 }
@@ -89,15 +89,15 @@ class loaded_library : public ::testing::Test {
 protected:
     loaded_library() {
         disabled_notifications = allocated_slots = 0;
-        no_slot_is_left = slot_has_no_memory = false;
+        no_slot_is_left = no_memory_for_the_slot = false;
         stored.clear();
         destroyed.clear();
-        dll.redirect("DisableThreadLibraryCalls", reinterpret_cast<void*>(note_disabling));
-        dll.redirect("FlsAlloc", reinterpret_cast<void*>(note_allocation));
-        dll.redirect("FlsSetValue", reinterpret_cast<void*>(note_storing));
+        dll.redirect("DisableThreadLibraryCalls", reinterpret_cast<void*>(record_disabling));
+        dll.redirect("FlsAlloc", reinterpret_cast<void*>(record_allocation));
+        dll.redirect("FlsSetValue", reinterpret_cast<void*>(record_storing));
     }
 
-    // y = exp(t), on the calling thread.
+    // Solves for y = exp(t) on the calling thread.
     int solve(int m = 2) const {
         const std::vector<double> ones(65, 1.0);
         std::vector<double> out(65);
@@ -117,7 +117,7 @@ protected:
 
 // ---- Loading and starting ----
 
-TEST_F(loaded_library, tells_its_limits_before_it_has_started) {
+TEST_F(loaded_library, returns_its_limits_and_settings_before_it_is_started) {
     EXPECT_EQ(QUENTA_FUNCTION(dll, quenta_have_lapack)(), 0);
     EXPECT_EQ(QUENTA_FUNCTION(dll, quenta_max_coll_params)(), 5);
     EXPECT_EQ(QUENTA_FUNCTION(dll, function_solve_max_p)(), 5);
@@ -130,7 +130,7 @@ TEST_F(loaded_library, tells_its_limits_before_it_has_started) {
     EXPECT_EQ(total(stored), 0);
 }
 
-TEST_F(loaded_library, solves_blocks_without_a_start_or_an_attachment) {
+TEST_F(loaded_library, solves_blocks_without_start_and_attachment) {
     const double A[] = {2.0, 99.0, 1.0, 4.0}, b[] = {2.0, 5.0};
     double x[2] = {};
     EXPECT_EQ(QUENTA_FUNCTION(dll, function_solve_vie1)(A, b, 2, 1, x), QUENTA_SOLVED);
@@ -140,7 +140,7 @@ TEST_F(loaded_library, solves_blocks_without_a_start_or_an_attachment) {
     EXPECT_EQ(total(stored), 0);
 }
 
-TEST_F(loaded_library, turns_notifications_off_when_it_is_loaded_and_does_nothing_else) {
+TEST_F(loaded_library, only_turns_thread_notifications_off_when_it_is_loaded) {
     EXPECT_TRUE(dll.notify(DLL_PROCESS_ATTACH));
     EXPECT_EQ(disabled_notifications, 1);
     EXPECT_EQ(disabled_for, dll.module());
@@ -151,13 +151,13 @@ TEST_F(loaded_library, turns_notifications_off_when_it_is_loaded_and_does_nothin
     EXPECT_EQ(total(stored), 0);
 }
 
-TEST_F(loaded_library, allocates_one_slot_however_often_it_starts) {
+TEST_F(loaded_library, allocates_one_slot_even_if_started_repeatedly) {
     start();
     start();
     EXPECT_EQ(allocated_slots, 1);
 }
 
-TEST_F(loaded_library, runs_without_a_slot_and_tries_again_at_the_next_start) {
+TEST_F(loaded_library, works_without_a_slot_and_requests_one_again_at_the_next_start) {
     no_slot_is_left = true;
     start();
     EXPECT_EQ(solve(), QUENTA_SOLVED);
@@ -177,7 +177,7 @@ TEST_F(loaded_library, runs_without_a_slot_and_tries_again_at_the_next_start) {
 
 // ---- Threads and fibers ----
 
-TEST_F(loaded_library, attaches_a_thread_once_and_its_end_runs_the_destructor) {
+TEST_F(loaded_library, attaches_a_thread_once_and_destroys_its_record_at_its_end) {
     start();
     constexpr int threads = 200;
     DWORD handles_before = 0, handles_after = 0;
@@ -187,22 +187,22 @@ TEST_F(loaded_library, attaches_a_thread_once_and_its_end_runs_the_destructor) {
             EXPECT_EQ(total(stored), number + 1);
             EXPECT_EQ(solve(number % 2 == 0 ? 5 : 2), number % 2 == 0 ? QUENTA_UNSUPPORTED_SETTING : QUENTA_SOLVED);
             QUENTA_FUNCTION(dll, quenta_gc_collect)();
-            EXPECT_EQ(total(stored), number + 1) << "attached twice";
-            EXPECT_EQ(total(destroyed), number) << "detached too soon";
+            EXPECT_EQ(total(stored), number + 1) << "expected the thread to be attached once";
+            EXPECT_EQ(total(destroyed), number) << "expected the thread to stay attached until its end";
         }}.join();
-        EXPECT_EQ(total(destroyed), number + 1) << "not detached at its end";
+        EXPECT_EQ(total(destroyed), number + 1) << "expected the thread to be detached at its end";
         GetProcessHandleCount(GetCurrentProcess(), number == threads / 2 ? &handles_before : &handles_after);
     }
     EXPECT_EQ(stored, destroyed);
-    EXPECT_LE(handles_after, handles_before + 5) << "a thread leaves handles behind";
+    EXPECT_LE(handles_after, handles_before + 5) << "expected threads not to leak handles";
 }
 
-TEST_F(loaded_library, throws_where_there_is_no_memory_for_the_slot_and_attaches_at_the_next_call) {
+TEST_F(loaded_library, throws_bad_alloc_without_memory_for_the_slot_and_attaches_at_the_next_call) {
     start();
     std::thread{[&] {
-        slot_has_no_memory = true;
+        no_memory_for_the_slot = true;
         EXPECT_THROW(solve(), std::bad_alloc);
-        slot_has_no_memory = false;
+        no_memory_for_the_slot = false;
         EXPECT_EQ(solve(), QUENTA_SOLVED);
         EXPECT_EQ(total(stored), 1);
     }}.join();
@@ -226,10 +226,11 @@ TEST_F(loaded_library, solves_on_many_threads_at_once) {
     EXPECT_EQ(stored, destroyed);
 }
 
-// A fiber that does one thing each time it is entered, and goes back to the fiber that entered it.
+// A fiber that runs its task each time it is entered, and then returns to the fiber that entered it.
 class fiber {
 public:
-    explicit fiber(std::function<void()> given) : task{std::move(given)}, address{CreateFiber(0, run, this)} {}
+    explicit fiber(std::function<void()> repeated_task)
+        : task{std::move(repeated_task)}, address{CreateFiber(0, run, this)} {}
     fiber(const fiber&) = delete;
     fiber& operator=(const fiber&) = delete;
     ~fiber() { DeleteFiber(address); }
@@ -241,9 +242,9 @@ public:
 
 private:
     static void WINAPI run(void* self) {
-        for (auto& that = *static_cast<fiber*>(self);;) {
-            that.task();
-            SwitchToFiber(that.entered_from);
+        for (auto& current = *static_cast<fiber*>(self);;) {
+            current.task();
+            SwitchToFiber(current.entered_from);
         }
     }
 
@@ -252,7 +253,7 @@ private:
     void* entered_from = nullptr;
 };
 
-// Runs a task on a thread of its own, as its first fiber.
+// Runs a task on a new thread, in the first fiber of that thread.
 void on_thread_of_fibers(const std::function<void()>& task) {
     std::thread{[&] {
         ASSERT_NE(ConvertThreadToFiber(nullptr), nullptr);
@@ -261,7 +262,7 @@ void on_thread_of_fibers(const std::function<void()>& task) {
     }}.join();
 }
 
-TEST_F(loaded_library, detaches_at_the_end_of_the_fiber_that_attached_and_attaches_in_the_next) {
+TEST_F(loaded_library, detaches_at_the_end_of_an_attached_fiber_and_attaches_in_the_next_fiber) {
     start();
     constexpr int fibers = 100;
     on_thread_of_fibers([&] {
@@ -279,7 +280,7 @@ TEST_F(loaded_library, detaches_at_the_end_of_the_fiber_that_attached_and_attach
     EXPECT_EQ(stored, destroyed);
 }
 
-TEST_F(loaded_library, attaches_each_fiber_of_a_thread_for_itself) {
+TEST_F(loaded_library, attaches_each_fiber_of_a_thread_separately) {
     start();
     constexpr int fibers = 10;
     on_thread_of_fibers([&] {
@@ -298,7 +299,7 @@ TEST_F(loaded_library, attaches_each_fiber_of_a_thread_for_itself) {
     EXPECT_EQ(stored, destroyed);
 }
 
-TEST_F(loaded_library, knows_a_fiber_on_every_thread_that_runs_it) {
+TEST_F(loaded_library, keeps_a_fiber_attached_on_every_thread_that_runs_it) {
     start();
     auto solving = std::make_unique<fiber>([&] { EXPECT_EQ(solve(), QUENTA_SOLVED); });
     for (int thread = 0; thread < 3; ++thread) {
@@ -310,7 +311,7 @@ TEST_F(loaded_library, knows_a_fiber_on_every_thread_that_runs_it) {
     EXPECT_EQ(stored, destroyed);
 }
 
-TEST_F(loaded_library, lets_a_fiber_end_on_another_thread) {
+TEST_F(loaded_library, detaches_a_fiber_that_ends_on_another_thread) {
     start();
     on_thread_of_fibers([&] {
         auto solving = std::make_unique<fiber>([&] { EXPECT_EQ(solve(), QUENTA_SOLVED); });
@@ -322,12 +323,12 @@ TEST_F(loaded_library, lets_a_fiber_end_on_another_thread) {
         }}.join();
         EXPECT_EQ(total(destroyed), 2);
         EXPECT_EQ(solve(), QUENTA_SOLVED);
-        EXPECT_EQ(total(stored), 3) << "it took the record of the fiber for its own";
+        EXPECT_EQ(total(stored), 3) << "expected the thread to have its own record";
     });
     EXPECT_EQ(stored, destroyed);
 }
 
-TEST_F(loaded_library, stays_where_threads_may_call_back_into_it) {
+TEST_F(loaded_library, stays_loaded_while_a_thread_is_attached) {
     start();
     std::atomic<bool> unloaded = false;
     std::thread attached{[&] {
@@ -344,21 +345,21 @@ TEST_F(loaded_library, stays_where_threads_may_call_back_into_it) {
     EXPECT_NE(GetModuleHandleA(dll.path().c_str()), nullptr);
 }
 
-TEST_F(loaded_library, goes_if_it_has_not_started) {
+TEST_F(loaded_library, is_unloaded_if_it_was_not_started) {
     dll.unload();
     EXPECT_EQ(GetModuleHandleA(dll.path().c_str()), nullptr);
 }
 
 // ---- Failures ----
 
-// The exception of the system that an action raises where no frame below handles one, or 0.
+// The system exception that an action raises and no caller handles, or 0.
 DWORD system_exception_of(const std::function<void()>& action) {
     static const std::function<void()>* acting;
-    static EXCEPTION_RECORD seen;
+    static EXCEPTION_RECORD record;
     acting = &action;
-    seen = {};
-    const auto outermost = SetUnhandledExceptionFilter([](EXCEPTION_POINTERS* raised) -> LONG {
-        seen = *raised->ExceptionRecord;
+    record = {};
+    const auto previous_filter = SetUnhandledExceptionFilter([](EXCEPTION_POINTERS* raised) -> LONG {
+        record = *raised->ExceptionRecord;
         ExitThread(1);
     });
     const HANDLE thread = CreateThread(
@@ -370,30 +371,30 @@ DWORD system_exception_of(const std::function<void()>& action) {
         nullptr, 0, nullptr);
     WaitForSingleObject(thread, INFINITE);
     CloseHandle(thread);
-    SetUnhandledExceptionFilter(outermost);
-    return seen.ExceptionCode;
+    SetUnhandledExceptionFilter(previous_filter);
+    return record.ExceptionCode;
 }
 
-constexpr DWORD thrown_by_the_compiler = 0x20474343; // "GCC", as its run time raises every C++ exception
+constexpr DWORD thrown_by_the_compiler = 0x20474343; // "GCC": the code of every C++ exception of this compiler
 
-TEST_F(loaded_library, fails_by_an_exception_of_the_system) {
+TEST_F(loaded_library, raises_a_system_exception_for_inconsistent_arguments) {
     start();
     const auto solve_without_samples = [&] {
         const int list[] = {1};
         int n_steps = 0;
         QUENTA_FUNCTION(dll, quenta_solve_vie2)(nullptr, nullptr, 0, 0.01, 2, list, 1, 0, nullptr, nullptr, &n_steps);
-        ADD_FAILURE() << "a status was returned";
+        ADD_FAILURE() << "expected an exception, got a status";
     };
     EXPECT_EQ(system_exception_of(solve_without_samples), thrown_by_the_compiler);
     EXPECT_EQ(solve(), QUENTA_SOLVED);
 }
 
-TEST_F(loaded_library, divides_by_zero_as_the_processor_does) {
+TEST_F(loaded_library, raises_the_arithmetic_fault_for_a_division_by_zero) {
     start();
     const auto solve_with_m = [&](int m) {
         return [this, m] {
             const int status = solve(m);
-            ADD_FAILURE() << "status " << status;
+            ADD_FAILURE() << "expected an exception, got status " << status;
         };
     };
     for (const int m : {0, 65536, -65536})
@@ -401,7 +402,7 @@ TEST_F(loaded_library, divides_by_zero_as_the_processor_does) {
     EXPECT_EQ(solve(), QUENTA_SOLVED);
 }
 
-TEST_F(loaded_library, throws_what_a_host_of_the_same_compiler_can_catch) {
+TEST_F(loaded_library, throws_an_exception_that_a_host_of_the_same_compiler_can_catch) {
     start();
     std::string message;
     for (int repetition = 0; repetition < 100; ++repetition)

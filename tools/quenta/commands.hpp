@@ -1,4 +1,4 @@
-// What the program does, one function a command.
+// The commands of the program.
 #pragma once
 
 #include <optional>
@@ -6,12 +6,12 @@
 
 namespace quenta_program {
 
-// Paths are files, or "-" for the standard streams.
+// A path of "-" is a standard stream.
 struct solve_request {
     std::string input;
     std::string setting;
     std::string output;
-    std::optional<std::string> polynomials; // written if asked for
+    std::optional<std::string> polynomials; // not written if absent
 };
 
 struct vide_request : solve_request {
@@ -19,20 +19,20 @@ struct vide_request : solve_request {
 };
 
 struct vie1_request : solve_request {
-    std::optional<std::string> y0; // "v1,v2,..": asks for the continuous form
+    std::optional<std::string> y0; // "v1,v2,.." in the continuous form, absent in the discontinuous form
 };
 
-// All solve an equation, or a system, from the samples of the input, and write t,y, or t,y1,y2,.. of a system, at the
-// samples of all whole steps. They return the program's exit code; they throw bad_input, or any other exception for
-// what is unexpected, and have then written no output file.
+// The first three commands solve an equation or a system from the samples of the input, and write t,y, or t,y1,y2,..
+// for a system, at the samples of all whole steps. All commands return the exit code. They throw bad_input, or another
+// exception on other errors; then no output file has been written.
 
-// integral from 0 to t of K(t - s) y(s) ds = g(t).
+// Solves integral from 0 to t of K(t - s) y(s) ds = g(t).
 int run_vie1(const vie1_request& request);
 
-// y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
+// Solves y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
 int run_vie2(const solve_request& request);
 
-// y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s) ds, from y(0) = y0 on.
+// Solves y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s) ds with y(0) = y0.
 int run_vide(const vide_request& request);
 
 // Writes the table of the collocation settings to standard output.

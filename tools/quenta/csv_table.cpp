@@ -26,14 +26,14 @@ std::string line_place(const std::string& source, std::size_t line) {
     return sentence(source, ", line ", line, ": ");
 }
 
-// Splits lines into fields with libcsv, in its strict mode, and keeps the rows that a line has finished.
+// Splits lines into fields with libcsv in strict mode. `finished` holds the rows that end on the line just fed.
 //
-// The lines are fed one by one, because the parser knows neither comments nor line numbers.
+// libcsv supports neither comments nor line numbers, so lines are fed to it one by one.
 class row_splitter {
 public:
     row_splitter() {
         if (csv_init(&parser, CSV_STRICT | CSV_STRICT_FINI) != 0)
-            throw std::runtime_error("the CSV parser could not be started");
+            throw std::runtime_error("cannot initialize the CSV parser");
     }
     ~row_splitter() { csv_free(&parser); }
     row_splitter(const row_splitter&) = delete;
@@ -41,7 +41,7 @@ public:
 
     void separate_at(char separator) { csv_set_delim(&parser, static_cast<unsigned char>(separator)); }
 
-    // Returns false if the line breaks the rules of quoting.
+    // Returns false if the quotes are malformed.
     bool feed(std::string& line) {
         line += '\n';
         row_is_open = row_is_open || !is_blank(line);
@@ -50,7 +50,7 @@ public:
     }
     bool finish() { return settle(csv_fini(&parser, take_field, take_row_end, this) == 0); }
 
-    // A quoted field can hold line ends, so a row may not be finished at the end of its line.
+    // True inside a quoted field that continues on the next line.
     bool inside_row() const { return row_is_open; }
 
     std::vector<std::vector<std::string>> finished;
@@ -58,7 +58,7 @@ public:
 private:
     static bool is_blank(const std::string& line) { return line.find_first_not_of(" \t\r\n") == std::string::npos; }
 
-    // No exception may pass through the parser, which is C: it waits here until the parser has returned.
+    // libcsv is C code, so no exception may pass through it: `settle` rethrows it after the parser has returned.
     template <class action>
     static void guarded(void* self, const action& act) noexcept {
         row_splitter& splitter = *static_cast<row_splitter*>(self);
@@ -94,7 +94,7 @@ private:
     bool row_is_open = false;
 };
 
-// All names, or the first and the last of very many.
+// Up to 12 names; of more, the first 11 and the last.
 std::string listed(const std::vector<std::string>& names) {
     constexpr std::size_t most = 12;
     std::string text;
@@ -106,7 +106,7 @@ std::string listed(const std::vector<std::string>& names) {
     return text;
 }
 
-// The character that separates the fields of a header: the most frequent outside of quotes; a comma if as frequent.
+// The most frequent of comma, semicolon and tab outside quotes; a comma in case of a tie.
 char separator_of(std::string_view header) {
     constexpr std::array candidates{',', ';', '\t'};
     std::array<std::size_t, candidates.size()> found{};
@@ -119,10 +119,10 @@ char separator_of(std::string_view header) {
     return candidates[static_cast<std::size_t>(std::max_element(found.begin(), found.end()) - found.begin())];
 }
 
-// What a field must hold that could not be read as a number.
+// What was expected in a field that is no readable number.
 std::string_view expectation(std::string_view field) {
     if (field.find(',') != std::string_view::npos)
-        return "expected a number, with a decimal point";
+        return "expected a number with a decimal point";
     if (read_number(field, out_of_range::is_infinite))
         return "expected a number below 1.8e308";
     return "expected a number";
@@ -152,12 +152,12 @@ private:
         for (const std::string& name : table.names) {
             const auto [found, end] = places.equal_range(name);
             if (found == end)
-                throw bad_input(sentence(line_place(table.source, line), "the header has no column ", in_quotes(name),
-                                         " but ", listed(fields), "; expected ", listed(table.names),
-                                         fields.size() == 1 ? ", separated by commas, semicolons or tabs" : ""));
+                throw bad_input(sentence(
+                    line_place(table.source, line), "no column ", in_quotes(name), ": expected ", listed(table.names),
+                    fields.size() == 1 ? ", separated by commas, semicolons or tabs" : "", ", got ", listed(fields)));
             if (std::next(found) != end)
-                throw bad_input(sentence(line_place(table.source, line), "the header names the column ",
-                                         in_quotes(name), " twice; expected it once"));
+                throw bad_input(sentence(line_place(table.source, line), "expected one column ", in_quotes(name),
+                                         ", got ", std::distance(found, end)));
             positions.push_back(found->second);
             is_used[found->second] = true;
         }
@@ -173,14 +173,14 @@ private:
 
     void take_numbers(std::size_t line, const std::vector<std::string>& fields) {
         if (fields.size() != header.size())
-            throw bad_input(sentence(line_place(table.source, line), "the row has ", fields.size(),
-                                     " fields; expected ", header.size(), " as in the header"));
+            throw bad_input(sentence(line_place(table.source, line), "expected ", header.size(),
+                                     " fields as in the header, got ", fields.size()));
         for (std::size_t i = 0; i < positions.size(); ++i) {
             const std::string& field = fields[positions[i]];
             const std::optional<double> value = read_number(field);
             if (!value)
-                throw bad_input(sentence(line_place(table.source, line), "the column ", in_quotes(table.names[i]),
-                                         " holds ", in_quotes(field), "; ", expectation(field)));
+                throw bad_input(sentence(line_place(table.source, line), "column ", in_quotes(table.names[i]), ": ",
+                                         expectation(field), ", got ", in_quotes(field)));
             table.columns[i].push_back(*value);
         }
         table.lines.push_back(line);
@@ -189,7 +189,7 @@ private:
     csv_table& table;
     const column_choice& choose;
     std::vector<std::string> header;
-    std::vector<std::size_t> positions; // of the columns asked for, in a row's fields
+    std::vector<std::size_t> positions; // of table.names in the header
 };
 
 csv_table read_stream(std::istream& stream, std::string source, const column_choice& choose) {
@@ -197,12 +197,12 @@ csv_table read_stream(std::istream& stream, std::string source, const column_cho
     table_builder builder(table, choose);
     row_splitter splitter;
     std::size_t line_number = 0;
-    std::size_t row_line = 0; // where the row being read began
+    std::size_t row_line = 0; // first line of the current row
 
     const auto pass_on = [&](bool parsed) {
         if (!parsed)
-            throw bad_input(sentence(line_place(table.source, row_line), "the quotes around a field do not match; ",
-                                     "expected \"...\" around the whole field, with \"\" for a quote in it"));
+            throw bad_input(sentence(line_place(table.source, row_line), "malformed quotes: expected \"...\" around ",
+                                     "the whole field, with \"\" for a quote inside"));
         for (const std::vector<std::string>& fields : splitter.finished)
             builder.take(row_line, fields);
         splitter.finished.clear();
@@ -212,9 +212,9 @@ csv_table read_stream(std::istream& stream, std::string source, const column_cho
     for (std::string line; std::getline(stream, line);) {
         ++line_number;
         if (line_number == 1 && line.starts_with("\xEF\xBB\xBF"))
-            line.erase(0, 3); // the byte-order mark that some spreadsheets write
+            line.erase(0, 3); // byte-order mark of UTF-8
         if (line_number == 1 && (line.starts_with("\xFF\xFE") || line.starts_with("\xFE\xFF")))
-            throw bad_input(sentence(table.source, " is encoded in UTF-16; expected UTF-8"));
+            throw bad_input(sentence(table.source, ": expected UTF-8, got UTF-16"));
         if (!splitter.inside_row()) {
             if (line.starts_with('#'))
                 continue;
@@ -235,7 +235,6 @@ csv_table read_stream(std::istream& stream, std::string source, const column_cho
 
 } // namespace
 
-// Every digit counts: the nearest double. A magnitude below the smallest double is zero to rounding and is taken.
 std::optional<double> read_number(std::string_view text, out_of_range treatment) {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
         text.remove_prefix(1);
@@ -267,7 +266,7 @@ csv_table read_csv_table(const std::string& path, const column_choice& choose) {
     if (path == "-")
         return read_stream(std::cin, "standard input", choose);
     if (path.empty())
-        throw bad_input("the input has the name ''; expected a file, or - for standard input");
+        throw bad_input("input: expected a file name, or - for standard input, got ''");
     std::ifstream file(path, std::ios::binary);
     if (!file)
         throw bad_input(sentence("cannot open ", printable(path), ": ", std::strerror(errno)));

@@ -1,4 +1,4 @@
-// The named number columns of a CSV text, with the line of every row for the messages that come later.
+// Reads named columns of numbers from a CSV file. The line of each row is kept for messages.
 #pragma once
 
 #include <cstddef>
@@ -11,31 +11,31 @@
 namespace quenta_program {
 
 struct csv_table {
-    std::string source;                       // as messages call it: the path, or "standard input"
-    std::vector<std::string> names;           // the columns asked for
-    std::vector<std::vector<double>> columns; // their values, in the same order
-    std::vector<std::size_t> lines;           // row i stands on line lines[i], counted from 1
+    std::string source;                       // for messages: the path, or "standard input"
+    std::vector<std::string> names;           // of the columns that were read
+    std::vector<std::vector<double>> columns; // in the order of the names
+    std::vector<std::size_t> lines;           // the line of each row, counted from 1
 
     std::size_t rows() const { return lines.size(); }
     const std::vector<double>& column(const std::string& name) const;
-    // "samples.csv, line 7: ", the head of a message about row i.
+    // "samples.csv, line 7: ", the beginning of a message about a row.
     std::string place(std::size_t row) const;
 };
 
-// A number in the text of a field, with nothing around it but spaces. One above the largest double is refused, or
-// infinite.
+// Parses a number with optional spaces and tabs around it. A number above the largest double is refused or infinite;
+// one below the smallest double is 0.
 enum class out_of_range { is_refused, is_infinite };
 std::optional<double> read_number(std::string_view text, out_of_range treatment = out_of_range::is_refused);
 
-// The columns to read, once the header is known; those of an empty header are what a message asks for.
+// Returns the columns to read, given the header. For an empty header it returns the columns that messages ask for.
 using column_choice = std::function<std::vector<std::string>(const std::vector<std::string>& header)>;
 
 // Reads the chosen columns from the file at `path`, or from standard input if it is "-".
 //
-// The first line that is neither empty nor a comment (its first character is #) is the header; the order of the
-// columns is free, and further columns are passed over with a note. What separates the names in it, commas, semicolons
-// or tabs, separates all fields. Every following row has as many fields as the
-// header, and a number in each column asked for: decimal, or inf or nan. Throws bad_input on anything else.
+// Lines that start with # are comments. The first line that is neither empty nor a comment is the header. Its separator
+// (comma, semicolon or tab) separates all fields. Columns may be in any order; a note names those that are not read.
+// Each row must have as many fields as the header, and a decimal number, inf or nan in each column that is read. Throws
+// bad_input otherwise.
 csv_table read_csv_table(const std::string& path, const column_choice& choose);
 
 } // namespace quenta_program

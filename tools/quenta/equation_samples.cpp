@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::string_view one_index = "0123456789", two_indices = "0123456789_";
 
-// How many names are the letter and an index, or two.
+// Counts the names that are the letter and one or two indices.
 std::size_t count_indexed(const std::vector<std::string>& header, char letter, std::string_view index) {
     const auto is_indexed = [=](const std::string& name) {
         return name.size() > 1 && name[0] == letter && name[1] != '0' &&
@@ -29,7 +29,7 @@ bool has(const std::vector<std::string>& header, const char* name) {
     return std::find(header.begin(), header.end(), name) != header.end();
 }
 
-// 0 if the header is that of a single equation. Otherwise it has room for all that it names of g and K.
+// The smallest D whose g and K have as many columns as the header names; 0 for a single equation.
 std::size_t dimension_of_system(const std::vector<std::string>& header) {
     const std::size_t forcings = count_indexed(header, 'g', one_index);
     if (has(header, "g") || (forcings == 0 && has(header, "K")))
@@ -43,25 +43,25 @@ std::size_t dimension_of_system(const std::vector<std::string>& header) {
 
 std::vector<std::string> vector_names(char letter, std::size_t dimension) {
     std::vector<std::string> names;
-    for (std::size_t r = 1; r <= dimension; ++r)
-        names.push_back(sentence(std::string(1, letter), r));
+    for (std::size_t a = 1; a <= dimension; ++a)
+        names.push_back(sentence(std::string(1, letter), a));
     return names.empty() ? std::vector{std::string(1, letter)} : names;
 }
 
-// If there are more than `most`, one of them is missing from the header already, and the square of very many would
-// only fill the memory.
+// Stops after `most` names, the number of columns in the header: then at least one is missing already, and all D * D
+// names might not fit into memory.
 std::vector<std::string> matrix_names(char letter, std::size_t dimension, std::size_t most) {
     std::vector<std::string> names;
-    for (std::size_t r = 1; r <= dimension; ++r)
-        for (std::size_t c = 1; c <= dimension; ++c) {
+    for (std::size_t a = 1; a <= dimension; ++a)
+        for (std::size_t b = 1; b <= dimension; ++b) {
             if (dimension > 9 && names.size() > most)
                 return names;
-            names.push_back(sentence(std::string(1, letter), r, dimension > 9 ? "_" : "", c));
+            names.push_back(sentence(std::string(1, letter), a, dimension > 9 ? "_" : "", b));
         }
     return names.empty() ? std::vector{std::string(1, letter)} : names;
 }
 
-// The names of an equation; of a term that is zero there are none.
+// The column names of an equation. A term without names is zero.
 struct equation_names {
     std::vector<std::string> unknowns, forcing, kernel, coefficient;
 
@@ -70,7 +70,7 @@ struct equation_names {
         const std::size_t dimension = dimension_of_system(header);
         unknowns = vector_names('y', dimension);
         kernel = matrix_names('K', dimension, header.size());
-        // A part of a term asks for all of it: with zeros in the place of the rest it would be another equation.
+        // If one column of a term is present, all must be: a missing column is not taken as zero.
         if (kind != equation_kind::integro_differential || has(header, "g") ||
             count_indexed(header, 'g', one_index) > 0)
             forcing = vector_names('g', dimension);
@@ -87,12 +87,12 @@ struct equation_names {
     }
 };
 
-// Puts columns side by side: row after row. Without columns it is `width` zeros a row.
+// values[row][column], with `width` columns; all zeros without columns.
 std::vector<double> interleaved(std::span<const std::vector<double>> columns, std::size_t rows, std::size_t width) {
     std::vector<double> values(rows * width);
-    for (std::size_t c = 0; c < columns.size(); ++c)
-        for (std::size_t i = 0; i < rows; ++i)
-            values[i * width + c] = columns[c][i];
+    for (std::size_t column = 0; column < columns.size(); ++column)
+        for (std::size_t row = 0; row < rows; ++row)
+            values[row * width + column] = columns[column][row];
     return values;
 }
 
@@ -107,11 +107,10 @@ equation_samples read_equation(const std::string& input, equation_kind kind, con
     const std::size_t rows = table.rows(), dimension = names.unknowns.size();
     const int steps = whole_steps(table.source, rows, chosen, dimension);
     const double spacing = uniform_spacing(table);
-    const std::size_t solved =
-        static_cast<std::size_t>(steps) * static_cast<std::size_t>(chosen.samples_per_step()) + 1;
-    if (solved < rows)
-        note("the last ", rows - solved, " of ", rows, " samples fill no whole step of ", chosen.samples_per_step(),
-             " spacings and are left out");
+    const std::size_t used = static_cast<std::size_t>(steps) * static_cast<std::size_t>(chosen.samples_per_step()) + 1;
+    if (used < rows)
+        note("the last ", rows - used, " of ", rows, " samples are not used, because they do not fill a step of ",
+             chosen.samples_per_step(), " spacings");
 
     const std::span<const std::vector<double>> columns = table.columns;
     const std::size_t kernel = 1 + names.forcing.size(), coefficient = kernel + names.kernel.size();
@@ -132,7 +131,7 @@ equation_samples read_equation(const std::string& input, equation_kind kind, con
             names.unknowns,
             spacing,
             steps,
-            solved,
+            used,
             reads_non_finite};
 }
 

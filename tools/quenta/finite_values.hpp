@@ -1,4 +1,4 @@
-// Questions about the finite ones of many values.
+// Functions of the finite values in an array.
 #pragma once
 
 #include <algorithm>

@@ -13,63 +13,64 @@ namespace quenta_program {
 
 namespace {
 
-// The spike counts if it is larger than this part of the largest value that follows.
-constexpr double largest_part = 0.01;
+// A spike below this fraction of the largest later value is not reported.
+constexpr double spike_tolerance = 0.01;
 
-// The largest magnitude of a component from some sample on.
+// The largest magnitude of a component in samples first .. end - 1.
 double largest_component(const std::vector<double>& values, std::size_t first, std::size_t end, std::size_t component,
                          std::size_t dimension) {
     double largest = 0.0;
-    for (std::size_t i = first; i < end; ++i)
-        largest = std::max(largest, largest_magnitude(std::span(values).subspan(i * dimension + component, 1)));
+    for (std::size_t sample = first; sample < end; ++sample)
+        largest = std::max(largest, largest_magnitude(std::span(values).subspan(sample * dimension + component, 1)));
     return largest;
 }
 
-// How many times as high as g(0) / (h K(0)) the spike is. The integral of the first polynomial is 0 at the start of the
-// step, and must be g(0) at every node k / m.
+// The height of the spike in units of g(0) / (h K(0)): the sum of 1 / c_i. The integral of the first polynomial is 0 at
+// the start of the step, and must be g(0) at every node c_i = k_i / m.
 double relative_height(const setting& chosen) {
     double sum = 0.0;
-    for (const int k : chosen.nodes)
-        sum += static_cast<double>(chosen.m) / k;
+    for (const int k_i : chosen.nodes)
+        sum += static_cast<double>(chosen.m) / k_i;
     return sum;
 }
 
-std::string description(const equation_samples& posed, std::size_t unknown, const std::string& height) {
-    const auto end = posed.g.begin() + static_cast<std::ptrdiff_t>(posed.dimension());
-    const auto worst = std::max_element(posed.g.begin(), end,
+std::string description(const equation_samples& equation, std::size_t unknown, const std::string& height) {
+    const auto end = equation.g.begin() + static_cast<std::ptrdiff_t>(equation.dimension());
+    const auto worst = std::max_element(equation.g.begin(), end,
                                         [](double left, double right) { return std::abs(left) < std::abs(right); });
-    return sentence(posed.dimension() == 1 ? "g" : sentence("g", worst - posed.g.begin() + 1), "(0) is ", *worst,
-                    ", but the integral is 0 at t = 0, and ", posed.unknowns[unknown], " starts with a spike", height,
-                    "; expected 0: correct the offset of g, or the time at which it starts");
+    return sentence(equation.dimension() == 1 ? "g" : sentence("g", worst - equation.g.begin() + 1), "(0) is ", *worst,
+                    ", but the integral is 0 at t = 0, so ", equation.unknowns[unknown], " starts with a spike", height,
+                    "; expected 0: correct the offset of g, or its start time");
 }
 
 } // namespace
 
-std::optional<std::string> fault_of_forcing(const equation_samples& posed, const setting& chosen,
+std::optional<std::string> fault_of_forcing(const equation_samples& equation, const setting& chosen,
                                             const std::vector<double>& y) {
-    const std::size_t dimension = posed.dimension();
+    const std::size_t dimension = equation.dimension();
     const std::size_t per_step = static_cast<std::size_t>(chosen.samples_per_step());
-    const std::span<const double> start(posed.g.data(), dimension);
-    if (!all_finite(posed.kernels(0, per_step + 1)) || !all_finite(start) || largest_magnitude(start) == 0.0)
+    const std::span<const double> start(equation.g.data(), dimension);
+    if (!all_finite(equation.kernels(0, per_step + 1)) || !all_finite(start) || largest_magnitude(start) == 0.0)
         return std::nullopt;
 
-    // Without an inverse of K(0) the spike has no bound, and g(0) is compared with g.
-    const kernel_factors of_start(kernel_matrix(posed, 0));
+    // If K(0) is singular, the spike has no bound, and g(0) is compared with g instead.
+    const kernel_factors of_start(kernel_matrix(equation, 0));
     if (is_singular(of_start)) {
-        for (std::size_t r = 0; r < dimension; ++r)
-            if (std::abs(start[r]) > largest_part * largest_component(posed.g, 0, posed.solved, r, dimension))
-                return description(posed, r, "");
+        for (std::size_t a = 0; a < dimension; ++a)
+            if (std::abs(start[a]) > spike_tolerance * largest_component(equation.g, 0, equation.used, a, dimension))
+                return description(equation, a, "");
         return std::nullopt;
     }
     const Eigen::VectorXd jump =
         of_start.solve(Eigen::Map<const Eigen::VectorXd>(start.data(), static_cast<Eigen::Index>(dimension)));
-    const double h = posed.spacing * static_cast<double>(per_step), height = relative_height(chosen);
-    const std::size_t after_spike = posed.steps <= 2 ? 0 : 2 * per_step + 1;
-    for (std::size_t r = 0; r < dimension; ++r) {
-        const double spike = height * std::abs(jump[static_cast<Eigen::Index>(r)]) / h;
-        if (spike > largest_part * largest_component(y, after_spike, posed.solved, r, dimension))
-            return description(posed, r,
-                               sentence(" of the order of ", two_digits(spike), " that grows as the spacing falls"));
+    const double h = equation.spacing * static_cast<double>(per_step), height = relative_height(chosen);
+    const std::size_t after_spike = equation.steps <= 2 ? 0 : 2 * per_step + 1;
+    for (std::size_t a = 0; a < dimension; ++a) {
+        const double spike = height * std::abs(jump[static_cast<Eigen::Index>(a)]) / h;
+        if (spike > spike_tolerance * largest_component(y, after_spike, equation.used, a, dimension))
+            return description(
+                equation, a,
+                sentence(" of the order of ", two_digits(spike), ", which grows as the spacing decreases"));
     }
     return std::nullopt;
 }

@@ -1,4 +1,4 @@
-// Whether the forcing of a first-kind equation starts at 0, as the integral does.
+// Checks that the forcing of a first-kind equation starts at 0, as the integral does.
 #pragma once
 
 #include "equation_samples.hpp"
@@ -10,8 +10,8 @@
 
 namespace quenta_program {
 
-// If g(0) is not 0, and the solution y starts with a spike that shows, what is wrong and the cure.
-std::optional<std::string> fault_of_forcing(const equation_samples& posed, const setting& chosen,
+// Returns a message if g(0) is not 0 and y therefore starts with a spike of significant height.
+std::optional<std::string> fault_of_forcing(const equation_samples& equation, const setting& chosen,
                                             const std::vector<double>& y);
 
 } // namespace quenta_program

@@ -13,10 +13,10 @@ namespace quenta_program {
 
 namespace {
 
-// Enough that what dies out within a few steps plays no part, and few enough that nothing overflows.
+// Half of the steps. The number is large enough for decaying modes to vanish, and small enough to avoid overflow.
 constexpr std::size_t half = 50;
 
-// The three nearest settings without a fault.
+// Names the three nearest settings that work without growth.
 std::string settings_that_work(const setting& asked, bool continuous) {
     std::string text;
     int found = 0;
@@ -24,7 +24,7 @@ std::string settings_that_work(const setting& asked, bool continuous) {
         const first_kind_trial tried = try_first_kind(one, continuous);
         if (tried.verdict != first_kind_verdict::solvable || tried.grows())
             continue;
-        text.append(found == 0 ? "" : " and ").append(one.text());
+        text.append(found == 0 ? "" : " or ").append(one.text());
         if (++found == 3)
             break;
     }
@@ -38,11 +38,11 @@ first_kind_trial try_first_kind(const setting& chosen, bool continuous) {
     const std::size_t samples = 2 * half * per_step + 1;
     const std::vector<double> kernel(samples, 1.0);
     std::vector<double> forcing(samples, 0.0);
-    for (std::size_t i = 0; i <= per_step; ++i)
-        forcing[i] = 1.0 / static_cast<double>(i + 1); // uneven, so that it favours no mode of the step
+    for (std::size_t sample = 0; sample <= per_step; ++sample)
+        forcing[sample] = 1.0 / static_cast<double>(sample + 1); // excites every mode of the step
     std::vector<double> y(samples);
-    const std::size_t width = static_cast<std::size_t>(chosen.count()) + 1;
-    std::vector<double> coefficients(2 * half * width);
+    const std::size_t per_half = half * (static_cast<std::size_t>(chosen.count()) + 1);
+    std::vector<double> coefficients(2 * per_half);
     int steps = 0;
     const int status = quenta_solve_vie1(forcing.data(), kernel.data(), static_cast<int>(samples), 1.0,
                                          1.0 / static_cast<double>(per_step), chosen.m, chosen.nodes.data(),
@@ -52,14 +52,15 @@ first_kind_trial try_first_kind(const setting& chosen, bool continuous) {
     if (status == QUENTA_SINGULAR_BLOCK)
         return {first_kind_verdict::singular, 0.0};
     if (status != QUENTA_SOLVED)
-        throw std::logic_error(sentence("the library refused the trial of ", chosen.text(), " with status ", status));
+        throw std::logic_error(sentence("internal error: the library returned status ", status,
+                                        " for a trial of the setting ", chosen.text()));
     if (!all_finite(coefficients))
         return {first_kind_verdict::without_basis, 0.0};
 
     const auto smaller = [](double left, double right) {
         return std::abs(left) < std::abs(right);
     };
-    const auto middle = coefficients.begin() + static_cast<std::ptrdiff_t>(half * width);
+    const auto middle = coefficients.begin() + static_cast<std::ptrdiff_t>(per_half);
     const double before = std::abs(*std::max_element(coefficients.begin(), middle, smaller));
     const double after = std::abs(*std::max_element(middle, coefficients.end(), smaller));
     return {first_kind_verdict::solvable, std::pow(after / before, 1.0 / static_cast<double>(half))};
@@ -67,16 +68,16 @@ first_kind_trial try_first_kind(const setting& chosen, bool continuous) {
 
 void require_first_kind(const setting& chosen, bool continuous) {
     const auto refuse = [&](std::string_view why) {
-        throw bad_input(sentence("the setting ", chosen.text(), " ", why, "; settings that work are ",
+        throw bad_input(sentence("the setting ", chosen.text(), " ", why, "; expected for example ",
                                  settings_that_work(chosen, continuous)));
     };
     switch (try_first_kind(chosen, continuous).verdict) {
     case first_kind_verdict::refused:
-        return refuse("amplifies every error of a first-kind equation and is not supported for it");
+        return refuse("amplifies every error of a first-kind equation and is not supported");
     case first_kind_verdict::singular:
-        return refuse("has the node 0, where a first-kind equation holds no unknown of its step");
+        return refuse("has the node 0, where a first-kind equation contains no unknown of the step");
     case first_kind_verdict::without_basis:
-        return refuse("has the node 0, which the continuous form adds by itself");
+        return refuse("has the node 0, which the continuous form already contains");
     case first_kind_verdict::solvable:
         return;
     }
@@ -85,9 +86,9 @@ void require_first_kind(const setting& chosen, bool continuous) {
 void warn_of_growth(const setting& chosen, bool continuous) {
     const first_kind_trial tried = try_first_kind(chosen, continuous);
     if (tried.grows())
-        warning("under the setting ", chosen.text(), " errors grow by a factor of about ",
-                std::round(tried.growth * 100.0) / 100.0, " in every step of the continuous form; settings without ",
-                "growth are ", settings_that_work(chosen, continuous));
+        warning("with the setting ", chosen.text(), " errors grow by a factor of about ",
+                std::round(tried.growth * 100.0) / 100.0, " in every step of the continuous form; expected a setting ",
+                "without growth, for example ", settings_that_work(chosen, continuous));
 }
 
 } // namespace quenta_program

@@ -1,4 +1,4 @@
-// Which collocation settings first-kind equations can be solved under, and where errors grow: found out by trying.
+// Solves a small first-kind equation to find out whether a setting works for it, and whether errors grow.
 #pragma once
 
 #include "settings_table.hpp"
@@ -7,28 +7,28 @@ namespace quenta_program {
 
 enum class first_kind_verdict {
     solvable,
-    refused,      // the library does not offer the setting for first-kind equations
-    singular,     // a node's equation holds no unknown
-    without_basis // a node occurs twice, so that nothing finite comes out
+    refused,      // the library does not support the setting for first-kind equations
+    singular,     // the node 0: its equation contains no unknown of the step
+    without_basis // the node 0 in the continuous form: the node occurs twice, and the solution is not finite
 };
 
 struct first_kind_trial {
     first_kind_verdict verdict;
-    double growth; // of an error from one step to the next, if solvable
+    double growth; // factor of errors per step, if solvable
 
-    // A trial cannot tell a factor of 1 from errors that add up evenly over the steps, which lie below this; the
-    // growing settings of the table lie above 1.6.
+    // Errors that grow linearly also give factors above 1, but below this limit. Settings with exponential growth have
+    // factors above 1.6.
     bool grows() const { return growth > 1.1; }
 };
 
-// Solves the integral of y over 0 .. t = g with a g that is zero but for the first step, and looks at what becomes of
-// that step's values: every error meets the same fate. Needs the library to be started.
+// Solves integral from 0 to t of y(s) ds = g(t) with a g that is 0 after the first step. The solution then grows as
+// errors do. Call quenta_rt_init first.
 first_kind_trial try_first_kind(const setting& chosen, bool continuous);
 
-// Throws bad_input with settings that do work if the setting does not.
+// Throws bad_input if the setting does not work. The message names settings that do.
 void require_first_kind(const setting& chosen, bool continuous);
 
-// Warns if errors grow under the setting.
+// Warns if errors grow with the setting.
 void warn_of_growth(const setting& chosen, bool continuous);
 
 } // namespace quenta_program

@@ -1,4 +1,4 @@
-// The matrix K(0) of a first-kind equation, factored once. Eigen does the linear algebra.
+// The matrix K(0) of a first-kind equation and its factors (Eigen).
 #pragma once
 
 #include "equation_samples.hpp"
@@ -7,16 +7,16 @@
 
 namespace quenta_program {
 
-// The kernel at sample i, as a matrix.
-inline auto kernel_matrix(const equation_samples& posed, std::size_t i) {
+// The D by D matrix of K at a sample.
+inline auto kernel_matrix(const equation_samples& equation, std::size_t sample) {
     using rows = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
-    const auto size = static_cast<Eigen::Index>(posed.dimension());
-    return Eigen::Map<const rows>(posed.kernels(i, 1).data(), size, size);
+    const auto size = static_cast<Eigen::Index>(equation.dimension());
+    return Eigen::Map<const rows>(equation.kernels(sample, 1).data(), size, size);
 }
 
 using kernel_factors = Eigen::PartialPivLU<Eigen::MatrixXd>;
 
-// Whether a pivot is 0, so that nothing can be solved with the factors.
+// Whether a pivot is 0.
 inline bool is_singular(const kernel_factors& factors) {
     return (factors.matrixLU().diagonal().array() == 0.0).any();
 }

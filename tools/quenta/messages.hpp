@@ -1,4 +1,4 @@
-// How the program speaks: one sentence a line on standard error, and an exit code.
+// Messages, one sentence per line on standard error, and exit codes.
 #pragma once
 
 #include <algorithm>
@@ -15,24 +15,24 @@ namespace quenta_program {
 
 enum exit_code {
     exit_solved = 0,
-    exit_unexpected = 1,    // memory, a full disk, a closed pipe, a defect
-    exit_bad_input = 2,     // what was given is wrong, and the message says where
-    exit_singular_block = 3 // the equation has no solution under this setting
+    exit_unexpected = 1,    // out of memory, a failed write, an internal error
+    exit_bad_input = 2,     // wrong arguments or samples
+    exit_singular_block = 3 // the linear system of a step is singular
 };
 
-// What the user gave is wrong: the sentence to show.
+// Wrong arguments or samples. what() is the message for the user.
 struct bad_input : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The shortest text that reads back as the same double. A NaN has no sign here: readers of CSV rarely take one.
+// The shortest text that reads back as the same double. NaN has no sign, because most CSV readers do not accept one.
 inline void append_number(std::string& text, double value) {
     char digits[32];
-    const double shown = std::isnan(value) ? std::abs(value) : value;
-    text.append(digits, std::to_chars(digits, digits + sizeof digits, shown).ptr);
+    const double unsigned_nan = std::isnan(value) ? std::abs(value) : value;
+    text.append(digits, std::to_chars(digits, digits + sizeof digits, unsigned_nan).ptr);
 }
 
-// For numbers that are only estimates: two digits, or all that stand before the point.
+// For estimates: two significant digits, or all digits of the integer part.
 inline std::string two_digits(double value) {
     char digits[32];
     const bool is_whole = std::abs(value) >= 9.95 && std::abs(value) < 1e6;
@@ -57,7 +57,7 @@ std::string sentence(const part&... parts) {
     return text;
 }
 
-// A text of the user's in a message, such as a path: nothing in it controls a terminal or ends the line.
+// User text in a message, such as a path, with control characters replaced.
 inline std::string printable(std::string_view text) {
     std::string shown;
     for (const char character : text) {
@@ -67,26 +67,26 @@ inline std::string printable(std::string_view text) {
     return shown;
 }
 
-// The same in quotes, and cut to a readable length.
+// The same in quotes, shortened to 40 bytes.
 inline std::string in_quotes(std::string_view text) {
     std::size_t length = std::min<std::size_t>(text.size(), 40);
     while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
-        --length; // not in the middle of a character
+        --length; // do not cut inside a UTF-8 character
     return sentence("'", printable(text.substr(0, length)), length < text.size() ? "...'" : "'");
 }
 
-inline void complain(std::string_view what) {
-    std::cerr << "quenta: " << what << '\n';
+inline void print_message(std::string_view text) {
+    std::cerr << "quenta: " << text << '\n';
 }
 
 template <class... part>
 void note(const part&... parts) {
-    complain(sentence("note: ", parts...));
+    print_message(sentence("note: ", parts...));
 }
 
 template <class... part>
 void warning(const part&... parts) {
-    complain(sentence("warning: ", parts...));
+    print_message(sentence("warning: ", parts...));
 }
 
 } // namespace quenta_program

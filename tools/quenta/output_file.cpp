@@ -18,7 +18,7 @@ bad_input unwritable(const std::string& path, const std::string& reason) {
     return bad_input(sentence("cannot write ", printable(path), ": ", reason));
 }
 
-// A file that did not exist before, in the directory of the target, so that a rename reaches it.
+// Creates a new file in the directory of the target: a rename cannot cross file systems.
 std::FILE* create_beside(const std::filesystem::path& target, std::string& created) {
     std::random_device random;
     for (int attempt = 0; attempt < 100; ++attempt) {
@@ -34,7 +34,7 @@ std::FILE* create_beside(const std::filesystem::path& target, std::string& creat
     return nullptr;
 }
 
-// Whether the file is open already, perhaps with something in it.
+// Whether the path is a standard output stream or an open descriptor of this process.
 bool is_open_file(const std::string& path) {
     return same_file("/dev/stdout", path) || same_file("/dev/stderr", path) || path.starts_with("/dev/fd/") ||
            path.starts_with("/proc/self/fd/");
@@ -53,7 +53,7 @@ output_file::output_file(const std::string& path) : shown(path == "-" ? "standar
         return;
     }
     if (path.empty())
-        throw bad_input("an output has the name ''; expected a file, or - for standard output");
+        throw bad_input("output: expected a file name, or - for standard output, got ''");
     std::error_code failure;
     const std::filesystem::file_status status = std::filesystem::status(path, failure);
     if (!std::filesystem::status_known(status))
@@ -61,9 +61,9 @@ output_file::output_file(const std::string& path) : shown(path == "-" ? "standar
     if (std::filesystem::is_directory(status))
         throw unwritable(path, "it is a directory");
     if (same_file("/dev/stdin", path))
-        throw unwritable(path, "standard input is read from it");
+        throw unwritable(path, "it is read as standard input");
     if (std::filesystem::exists(status)) {
-        // A file is replaced only if it could also have been overwritten.
+        // "r+b" checks that the file may be written; it is replaced later.
         const bool is_appended = is_open_file(path);
         const bool is_replaced = std::filesystem::is_regular_file(status) && !is_appended;
         stream.reset(std::fopen(path.c_str(), is_appended ? "ab" : is_replaced ? "r+b" : "wb"));

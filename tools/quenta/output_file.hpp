@@ -1,4 +1,4 @@
-// An output that appears whole or not at all.
+// An output file that is written completely or not at all.
 #pragma once
 
 #include <cstdio>
@@ -8,10 +8,9 @@
 
 namespace quenta_program {
 
-// Text goes to a temporary file beside the target. `complete` has all of it written out, and `publish` then puts it in
-// the target's place; what is not published is removed with the object, and by a signal that ends the program. "-" is
-// standard output, and what is neither absent nor a regular file (a device, a pipe) is written directly: neither can be
-// replaced.
+// Text is written to a temporary file in the directory of the target. `complete` flushes and closes it, and `publish`
+// renames it to the target. The destructor removes a file that is not published, and so does a signal that ends the
+// program. "-" (standard output), devices and pipes are written directly, because they cannot be replaced.
 class output_file {
 public:
     // Throws bad_input if the target cannot be written.
@@ -20,7 +19,7 @@ public:
     output_file(const output_file&) = delete;
     output_file& operator=(const output_file&) = delete;
 
-    // Both throw std::runtime_error if the text cannot be written out.
+    // All throw std::runtime_error if writing fails.
     void write(std::string_view text);
     void complete();
     void publish();
@@ -32,9 +31,9 @@ private:
 
     [[noreturn]] void fail_writing() const;
 
-    std::string shown;     // as messages call the target
-    std::string target;    // the file at the end of the path's links, or the place where it will be
-    std::string temporary; // empty once published, and if the target is written directly
+    std::string shown;     // name of the target in messages
+    std::string target;    // the path without symbolic links
+    std::string temporary; // empty after publish, and if the target is written directly
     std::unique_ptr<std::FILE, closing> stream;
 };
 

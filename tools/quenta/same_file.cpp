@@ -6,7 +6,7 @@ namespace quenta_program {
 
 namespace {
 
-constexpr int most_links = 40; // as many as Linux follows: more are a circle
+constexpr int most_links = 40; // the limit of Linux
 
 std::filesystem::path place_of(const std::string& path) {
     std::error_code failure;

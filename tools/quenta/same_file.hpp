@@ -1,4 +1,4 @@
-// Whether two paths lead to one file, whatever links they pass.
+// Whether two paths lead to the same file, through any links.
 #pragma once
 
 #include <filesystem>
@@ -6,13 +6,13 @@
 
 namespace quenta_program {
 
-// The path at the end of a chain of symbolic links, whether or not there is a file.
+// Follows a chain of symbolic links. The file at its end need not exist.
 std::filesystem::path without_links(std::filesystem::path path);
 
-// True if both are the name of one regular file that exists.
+// True if both paths lead to the same existing regular file.
 bool same_file(const std::string& one, const std::string& other);
 
-// True also of two paths at which one file would be created, or that lead to one device.
+// True also if the file does not exist yet, or is a device.
 bool same_place(const std::string& one, const std::string& other);
 
 } // namespace quenta_program

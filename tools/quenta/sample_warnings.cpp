@@ -18,7 +18,7 @@ std::string percent(double part) {
     return two_digits(100.0 * part) + " percent";
 }
 
-std::string cure(const setting& chosen, bool first_kind) {
+std::string advice(const setting& chosen, bool first_kind) {
     if (!first_kind)
         return sentence("the setting ", every_sample_setting, " reads every sample");
     if (chosen.text() == every_sample_first_kind_setting)
@@ -40,7 +40,7 @@ bool warn_of_non_finite(const csv_table& table, const sample_columns& checked, c
                 continue;
             if (is_read)
                 warning(table.place(row), table.names[column], " is ", values[row],
-                        ", and the solution will not be finite where it reaches");
+                        ", so the solution will not be finite");
             else
                 warning(table.place(row), table.names[column], " is ", values[row], ", and the setting ", chosen.text(),
                         " does not read this sample");
@@ -62,7 +62,7 @@ void warn_of_differences(const csv_table& table, const sample_columns& checked, 
             ", and they contradict the samples that it reads: at t = ", table.columns[0][found->row], " ",
             table.names[checked.first + found->column], " is ", columns[found->column][found->row],
             ", which differs from the polynomial through its neighbours by ", percent(found->part_of_range),
-            " of the range; expected at most ", percent(found->allowed), ", and ", cure(chosen, first_kind));
+            " of the range; expected at most ", percent(found->allowed), ", and ", advice(chosen, first_kind));
 }
 
 } // namespace quenta_program

@@ -1,4 +1,4 @@
-// Warnings about the samples of an equation, given before it is solved.
+// Warnings about samples, printed before the equation is solved.
 #pragma once
 
 #include "csv_table.hpp"
@@ -14,14 +14,14 @@ namespace quenta_program {
 struct sample_columns {
     std::string_view argument;
     std::size_t first, count;
-    const std::vector<bool>& is_read; // of the samples of the whole steps
+    const std::vector<bool>& is_read; // for each sample of the whole steps
 };
 
-// NaN and infinity are no error. Warns of the first such sample of each column that is read, and of the first that is
-// not. Returns whether one is read.
+// Warns of the first NaN or infinity in each column among the samples that are read, and of the first among the others.
+// Returns whether the setting reads any.
 bool warn_of_non_finite(const csv_table& table, const sample_columns& checked, const setting& chosen);
 
-// Warns if samples that are not read contradict those that are.
+// Warns if samples that are not read contradict those that are read.
 void warn_of_differences(const csv_table& table, const sample_columns& checked, const setting& chosen, bool first_kind);
 
 } // namespace quenta_program

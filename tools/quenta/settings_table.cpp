@@ -18,7 +18,7 @@ namespace quenta_program {
 
 namespace {
 
-// Takes a whole number off the front of the text.
+// Parses an integer at the front of the text and removes it.
 std::optional<int> take_int(std::string_view& text) {
     int value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -51,8 +51,7 @@ std::optional<setting> read_setting(std::string_view text) {
     return read;
 }
 
-// How far a setting of the table is from what was asked for: first by m, then by the nodes that one has and the other
-// has not, whatever their order.
+// Sorts by the difference in m, then by the number of nodes that only one of the two settings has.
 std::pair<long long, std::size_t> distance(const setting& asked, const setting& row) {
     const std::set<int> wanted(asked.nodes.begin(), asked.nodes.end());
     std::vector<int> different;
@@ -61,13 +60,15 @@ std::pair<long long, std::size_t> distance(const setting& asked, const setting& 
     return {std::llabs(static_cast<long long>(asked.m) - row.m), different.size()};
 }
 
-// k / m in lowest terms.
-std::string fraction(int k, int m) {
-    const int divisor = std::gcd(k, m);
-    return divisor == m ? std::to_string(k / m) : std::to_string(k / divisor) + "/" + std::to_string(m / divisor);
+// The fraction in lowest terms.
+std::string fraction(int numerator, int denominator) {
+    const int divisor = std::gcd(numerator, denominator);
+    if (divisor == denominator)
+        return std::to_string(numerator / denominator);
+    return std::to_string(numerator / divisor) + "/" + std::to_string(denominator / divisor);
 }
 
-// The part of the samples of a long record that is read: that of one step among others.
+// The part of the samples that is read in the second of three steps, and so in every inner step.
 std::string part_read(const std::vector<bool>& of_three_steps, int per_step) {
     const auto step = of_three_steps.begin() + per_step;
     return fraction(static_cast<int>(std::count(step, step + per_step, true)), per_step);
@@ -84,7 +85,7 @@ std::string comma_separated(const std::vector<element>& elements, const shown& s
 } // namespace
 
 std::string setting::text() const {
-    return std::to_string(m) + ":" + comma_separated(nodes, [](int k) { return std::to_string(k); });
+    return std::to_string(m) + ":" + comma_separated(nodes, [](int k_i) { return std::to_string(k_i); });
 }
 
 std::vector<setting> supported_settings() {
@@ -111,14 +112,12 @@ std::vector<setting> nearest_settings(const setting& asked) {
 setting parse_setting(const std::string& text) {
     const std::optional<setting> asked = read_setting(text);
     if (!asked)
-        throw bad_input(sentence("the setting ", in_quotes(text), " cannot be read; expected m:k1,k2,.. such as ",
-                                 default_setting));
+        throw bad_input(sentence("expected a setting m:k1,k2,.. such as ", default_setting, ", got ", in_quotes(text)));
     const std::vector<setting> settings = nearest_settings(*asked);
     if (settings.at(0) == *asked)
         return *asked;
-    throw bad_input(sentence("the setting ", in_quotes(text), " is not in the table; the nearest are ",
-                             settings.at(0).text(), " and ", settings.at(1).text(), " and ", settings.at(2).text(),
-                             ", and 'quenta settings' lists all"));
+    throw bad_input(sentence("expected a setting that 'quenta settings' lists, such as ", settings.at(0).text(), " or ",
+                             settings.at(1).text(), " or ", settings.at(2).text(), ", got ", in_quotes(text)));
 }
 
 std::string settings_listing() {
@@ -133,8 +132,8 @@ std::string settings_listing() {
          "degree");
     int row = 0;
     for (const setting& one : supported_settings())
-        line(row++, one.text(), one.m, comma_separated(one.nodes, [](int k) { return std::to_string(k); }),
-             comma_separated(one.nodes, [&](int k) { return fraction(k, one.m); }), one.samples_per_step(),
+        line(row++, one.text(), one.m, comma_separated(one.nodes, [](int k_i) { return std::to_string(k_i); }),
+             comma_separated(one.nodes, [&](int k_i) { return fraction(k_i, one.m); }), one.samples_per_step(),
              part_read(read_at_nodes(one, 3), one.samples_per_step()),
              part_read(read_at_lags(one, 3), one.samples_per_step()), one.count() - 1);
     return listing.str();

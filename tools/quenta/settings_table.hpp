@@ -1,4 +1,4 @@
-// The collocation settings as a user writes and reads them: "2:0,1,2" is m = 2 with the nodes 0, 1, 2.
+// Collocation settings and their text form: "2:0,1,2" is m = 2 with the nodes 0, 1, 2.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@ namespace quenta_program {
 
 struct setting {
     int m;
-    std::vector<int> nodes;
+    std::vector<int> nodes; // k_i: node i is at c_i = k_i / m
 
     int count() const { return static_cast<int>(nodes.size()); }
     int samples_per_step() const { return m * m; }
@@ -16,31 +16,30 @@ struct setting {
     bool operator==(const setting&) const = default;
 };
 
-// The setting taken when none is asked for. Of the settings with few samples per step it is the most accurate for
-// smooth data: parabolas, with Simpson's rule for the integrals. It keeps the nodes at both ends of a step, where
-// samples are, and its errors shrink with the third power of the spacing, at the nodes with the fourth. It reads half
-// of the samples: a warning is given if the other half contradicts them.
+// The default. Of the settings with few samples per step it is the most accurate for smooth data: quadratic
+// polynomials, with Simpson's rule for the integrals. Its order is 3, and 4 at the nodes. It reads half of the samples;
+// the program warns if the other half contradicts them.
 inline constexpr const char* default_setting = "2:0,1,2";
 
-// The same for first-kind equations, which take no node 0: again parabolas. It is the smallest setting of more than one
-// node whose errors grow in neither form.
+// The default for first-kind equations, for which the node 0 is singular: again quadratic polynomials. It is the
+// smallest setting with more than one node whose errors do not grow in either form.
 inline constexpr const char* default_first_kind_setting = "3:1,2,3";
 
-// The settings that read every sample, of the first kind all except the first of g and the last of K.
+// The settings that read every sample; for the first kind, every sample except the first of g and the last of K.
 inline constexpr const char* every_sample_setting = "1:0,1";
 inline constexpr const char* every_sample_first_kind_setting = "1:1";
 
-// The library's table, row by row.
+// The settings that the library supports, in its order.
 std::vector<setting> supported_settings();
 
-// The table with the settings nearest to a wanted one first, which may be a row itself.
+// The same settings, sorted by their distance from `asked`. If `asked` is supported, it is the first.
 std::vector<setting> nearest_settings(const setting& asked);
 
-// Reads "m:k1,k2,..". Throws bad_input if the text has another form, or with the nearest settings if it is no row of
-// the table.
+// Parses "m:k1,k2,..". Throws bad_input if the text has another form or the setting is not supported; then the message
+// names the nearest settings.
 setting parse_setting(const std::string& text);
 
-// The table for people.
+// The table that `quenta settings` prints.
 std::string settings_listing();
 
 } // namespace quenta_program

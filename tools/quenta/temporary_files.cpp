@@ -16,8 +16,7 @@ namespace quenta_program {
 
 namespace {
 
-// One for each output. A signal handler may only read what is in place before and after: an entry is filled before it
-// is marked as used.
+// One entry for each output. The signal handler reads an entry only if `used` is set, so the path is written first.
 struct entry {
     std::atomic<bool> used;
     std::array<char, 4096> path;
@@ -27,8 +26,8 @@ std::array<entry, 2> entries;
 #ifdef QUENTA_HAS_POSIX_SIGNALS
 constexpr std::array ending_signals{SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXCPU};
 
-// Calls nothing but what a signal handler may call. The signal has its default action again, and arrives once more
-// when the handler has returned.
+// Calls async-signal-safe functions only. SA_RESETHAND has restored the default action, which ends the program when the
+// handler returns.
 extern "C" void remove_all_and_end(int signal) {
     for (const entry& one : entries)
         if (one.used)
@@ -36,26 +35,26 @@ extern "C" void remove_all_and_end(int signal) {
     raise(signal);
 }
 
-// Holds the signals back while a file exists that no entry names.
-class signals_held_back {
+// Blocks the signals from the creation of a file until it has an entry.
+class signal_block {
 public:
-    signals_held_back() {
-        sigset_t held_back;
-        sigemptyset(&held_back);
+    signal_block() {
+        sigset_t blocked;
+        sigemptyset(&blocked);
         for (const int signal : ending_signals)
-            sigaddset(&held_back, signal);
-        pthread_sigmask(SIG_BLOCK, &held_back, &before);
+            sigaddset(&blocked, signal);
+        pthread_sigmask(SIG_BLOCK, &blocked, &before);
     }
-    ~signals_held_back() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-    signals_held_back(const signals_held_back&) = delete;
-    signals_held_back& operator=(const signals_held_back&) = delete;
+    ~signal_block() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    signal_block(const signal_block&) = delete;
+    signal_block& operator=(const signal_block&) = delete;
 
 private:
     sigset_t before;
 };
 #else
-struct signals_held_back {
-    ~signals_held_back() {} // not trivial, so that an object of it counts as used
+struct signal_block {
+    ~signal_block() {} // not trivial, so that the compiler does not warn of an unused object
 };
 #endif
 
@@ -82,7 +81,7 @@ std::FILE* create_temporary_file(const std::string& path) {
         errno = ENAMETOOLONG;
         return nullptr;
     }
-    const signals_held_back until_it_is_entered;
+    const signal_block until_entered;
     std::FILE* const stream = std::fopen(path.c_str(), "wbx");
     if (stream != nullptr) {
         std::memcpy(free_entry->path.data(), path.c_str(), path.size() + 1);

@@ -1,4 +1,4 @@
-// Temporary files that do not outlive the program, even if a signal ends it.
+// Temporary files that are removed even if a signal ends the program.
 #pragma once
 
 #include <cstdio>
@@ -6,15 +6,16 @@
 
 namespace quenta_program {
 
-// Ends the program by SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGXCPU as usual, but removes the temporary files first. A
+// From now on SIGHUP, SIGINT, SIGQUIT, SIGTERM and SIGXCPU remove the temporary files before they end the program. A
 // signal that is ignored at the start stays ignored.
 void remove_temporary_files_on_signals();
 
-// Creates a file that did not exist before. Returns a null pointer with the reason in errno otherwise.
+// Creates a new file. Returns a null pointer and sets errno if it exists or cannot be created.
 std::FILE* create_temporary_file(const std::string& path);
 
-// The file has been renamed, or is removed here.
+// Keeps the file: call this after it has been renamed.
 void forget_temporary_file(const std::string& path);
+
 void remove_temporary_file(const std::string& path);
 
 } // namespace quenta_program

@@ -10,12 +10,12 @@ namespace quenta_program {
 
 namespace {
 
-// Differences below this part of the largest value are due to rounding.
+// Differences below this fraction of the largest value are attributed to rounding.
 constexpr double rounding = 1e-12;
 
 constexpr std::size_t width = 4;
 
-// The Lagrange polynomial through the nearest ones of other samples, at a sample that is not read.
+// The Lagrange polynomial through the four samples of `others` nearest to `row`, evaluated at `row`.
 class neighbour_polynomial {
 public:
     // `following` is the index in `others` of the first sample after `row`.
@@ -24,10 +24,10 @@ public:
         std::copy_n(others.begin() + static_cast<std::ptrdiff_t>(first), count, places.begin());
         for (std::size_t j = 0; j < count; ++j) {
             double numerator = 1.0, denominator = 1.0;
-            for (std::size_t k = 0; k < count; ++k)
-                if (k != j) {
-                    numerator *= distance(row, places[k]);
-                    denominator *= distance(places[j], places[k]);
+            for (std::size_t i = 0; i < count; ++i)
+                if (i != j) {
+                    numerator *= distance(row, places[i]);
+                    denominator *= distance(places[j], places[i]);
                 }
             weights[j] = numerator / denominator;
         }
@@ -56,8 +56,8 @@ private:
     std::array<double, count> weights{};
 };
 
-// The polynomial at `row`, which lies between `read[following - 1]` and `read[following]`. Outside of the samples that
-// are read, and where they are few, it passes through the nearest samples, read or not.
+// The polynomial at `row`, which is between `read[following - 1]` and `read[following]`. Before the first and after the
+// last of `read`, or if there are fewer than four, it passes through the nearest samples, read or not.
 neighbour_polynomial polynomial_at(std::size_t row, const std::vector<std::size_t>& read, std::size_t following,
                                    std::size_t rows) {
     if (read.size() >= width && following > 0 && following < read.size())
@@ -69,7 +69,7 @@ neighbour_polynomial polynomial_at(std::size_t row, const std::vector<std::size_
     return {others, std::min(row, width), row};
 }
 
-// The largest difference of two finite values, or 0.
+// The range of the finite values.
 double range_of(std::span<const double> values) {
     double lowest = INFINITY, highest = -INFINITY;
     for (const double value : values)
@@ -85,22 +85,23 @@ double range_of(std::span<const double> values) {
 std::vector<bool> read_at_nodes(const setting& chosen, std::size_t steps) {
     const auto m = static_cast<std::size_t>(chosen.m), per_step = m * m;
     std::vector<bool> is_read(steps * per_step + 1);
-    for (std::size_t step = 0; step < steps; ++step)
-        for (const int k : chosen.nodes)
-            is_read[step * per_step + static_cast<std::size_t>(k) * m] = true;
+    for (std::size_t n = 0; n < steps; ++n)
+        for (const int k_i : chosen.nodes)
+            is_read[n * per_step + static_cast<std::size_t>(k_i) * m] = true;
     return is_read;
 }
 
 std::vector<bool> read_at_lags(const setting& chosen, std::size_t steps) {
     const int m = chosen.m;
     std::vector<bool> is_read(steps * static_cast<std::size_t>(m * m) + 1);
-    for (const int k : chosen.nodes)
-        for (const int l : chosen.nodes) {
-            // In the current step the integral up to the node k has the nodes k/m of that part.
-            is_read[static_cast<std::size_t>(k * (m - l))] = true;
-            for (std::size_t distance = 1; distance < steps; ++distance)
-                is_read[distance * static_cast<std::size_t>(m * m) + static_cast<std::size_t>(k * m) -
-                        static_cast<std::size_t>(l * m)] = true;
+    for (const int k_i : chosen.nodes)
+        for (const int k_j : chosen.nodes) {
+            // In the current step the integral up to c_i has its quadrature points at c_i c_j, lag c_i (1 - c_j).
+            is_read[static_cast<std::size_t>(k_i * (m - k_j))] = true;
+            // In previous steps the lag is d + c_i - c_j.
+            for (std::size_t d = 1; d < steps; ++d)
+                is_read[d * static_cast<std::size_t>(m * m) + static_cast<std::size_t>(k_i * m) -
+                        static_cast<std::size_t>(k_j * m)] = true;
         }
     return is_read;
 }
@@ -131,15 +132,16 @@ std::optional<unread_difference> largest_difference(std::span<const std::vector<
             continue;
         }
         const neighbour_polynomial polynomial = polynomial_at(row, read, following, rows);
-        const double weight = polynomial.sum_of_absolute_weights();
-        for (std::size_t c = 0; c < columns.size(); ++c) {
-            if (ranges[c] == 0.0)
-                continue; // a constant
-            const double difference = std::abs(columns[c][row] - polynomial.value(columns[c]));
-            // Samples that are not finite are reported by themselves.
-            if (std::isfinite(difference) && difference > unread_tolerance * ranges[c] * weight + rounding * largest &&
-                (!worst || difference / ranges[c] > worst->part_of_range))
-                worst = {c, row, difference / ranges[c], unread_tolerance * weight};
+        const double Lambda = polynomial.sum_of_absolute_weights();
+        for (std::size_t column = 0; column < columns.size(); ++column) {
+            const double range = ranges[column];
+            if (range == 0.0)
+                continue;
+            const double difference = std::abs(columns[column][row] - polynomial.value(columns[column]));
+            // Samples that are not finite have a warning of their own.
+            if (std::isfinite(difference) && difference > unread_tolerance * range * Lambda + rounding * largest &&
+                (!worst || difference / range > worst->part_of_range))
+                worst = {column, row, difference / range, unread_tolerance * Lambda};
         }
     }
     return worst;

@@ -1,8 +1,8 @@
-// A program of another project. It sees the public header, and nothing that stands beside it in the checkout.
+// A program of another project. It finds the public header, but no other header of the library.
 #include <quenta_native.h>
 
 #if __has_include(<status.hpp>) || __has_include(<lagrange.hpp>)
-#error "headers of the inside of the library are found"
+#error "expected no internal headers of the library on the include path"
 #endif
 
 int main() {
