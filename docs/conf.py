@@ -1,6 +1,7 @@
-"""The manual: Sphinx reads Markdown by MyST, here and where the examples tell of themselves. `scripts/docs` builds it.
+"""The manual, built by Sphinx and MyST from every Markdown file of the checkout: see `scripts/docs`.
 
-Its root is that of the checkout, so that links lead to the same places as for those who read the files as they are.
+The source directory is the root of the checkout, so relative links are the same in the files and in the manual. A link
+to a file or heading that does not exist is a warning, and the build treats warnings as errors.
 """
 
 import pathlib
@@ -24,7 +25,7 @@ version = release = re.search(r"VERSION (\d+\.\d+\.\d+)", (here.parent / "CMakeL
 
 extensions = ["myst_parser", "sphinx.ext.autodoc", "header_reference", "measured_settings"]
 root_doc = "docs/index"
-include_patterns = ["docs/*", "examples/*/README.md", "CHANGELOG.md", "CONTRIBUTING.md"]
+include_patterns = ["docs/*", "examples/*/README.md", "bindings/python/README.md", "*.md"]
 exclude_patterns = ["build*", ".git"]
 nitpicky = True
 
@@ -74,14 +75,14 @@ def keep_indented(app, what, name, object, options, lines):
         lines += [*paragraph, ""]
 
 
-def find_untold(app, env):
-    told = env.get_domain("py").objects
+def find_undocumented(app, env):
+    documented = env.get_domain("py").objects
     for name in quenta.__all__:
-        if f"quenta.{name}" not in told:
-            logging.getLogger(__name__).warning("the reference leaves out quenta.%s", name)
+        if f"quenta.{name}" not in documented:
+            logging.getLogger(__name__).warning("the reference lacks quenta.%s", name)
 
 
 def setup(app):
-    app.connect("env-check-consistency", find_untold)
+    app.connect("env-check-consistency", find_undocumented)
     app.connect("autodoc-process-docstring", keep_indented)
     app.add_html_math_renderer("mathml", (write_math, None), (write_math, None))

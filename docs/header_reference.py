@@ -1,9 +1,9 @@
-"""The directive `header-reference`: the reference of a C header, made from the header's own comments.
+"""The directive `header-reference`: documents a C header from its own comments.
 
-A header holds comments and declarations. A declaration is told by the comment in front of it, which may tell several.
-In a comment, a paragraph whose lines are all at the margin is text; one with indented lines is a table, and is shown as
-it stands. `---- A title ----` begins a section, whose text is the next comment if no declaration follows that. The
-header's first comment may have definitions and numbered lists, in the notation that Sphinx reads.
+A comment documents the declarations that follow it, one or several. A paragraph of a comment whose lines all start at
+the margin is text; one with indented lines is a table and is shown verbatim. `---- A title ----` begins a section, whose
+text is the next comment if no declaration follows it. The first comment of the header may contain definitions and
+numbered lists in the notation of Sphinx.
 """
 
 import pathlib
@@ -23,7 +23,7 @@ PIECE = re.compile(
 
 
 def text_of(comment):
-    """What a comment says, without the stars at its left."""
+    """The text of a comment, without the stars at its left."""
     lines = comment.strip().splitlines()
     return "\n".join([lines[0], *(re.sub(r"^ \* ?", "", line) for line in lines[1:])]).strip()
 
@@ -33,7 +33,7 @@ def escaped(text):
 
 
 def paragraphs(text):
-    """A comment on a declaration in Sphinx's notation."""
+    """The comment of a declaration in the notation of Sphinx."""
     for paragraph in re.split(r"\n\s*\n", text):
         if re.search(r"^(In|Out|Returns|Takes) |^ ", paragraph, re.MULTILINE):
             yield "::\n\n" + textwrap.indent(paragraph, "    ")
@@ -48,20 +48,20 @@ def declared(kind, signatures, text):
 
 
 def reference(header):
-    """The header as a document in Sphinx's notation, piece by piece."""
+    """The header as a document in the notation of Sphinx."""
     functions = 0
-    waiting = None  # a comment whose declarations are still to come
-    told = []  # its declarations
+    waiting = None  # a comment whose declarations may follow
+    declarations = []  # its declarations so far
     parts = []
 
     def finish():
         nonlocal waiting
-        if told:
-            parts.append(declared("function", told, waiting))
+        if declarations:
+            parts.append(declared("function", declarations, waiting))
         elif waiting:
             parts.extend(paragraphs(waiting))
         waiting = None
-        told.clear()
+        declarations.clear()
 
     pieces = list(PIECE.finditer(header))
     parts.append(escaped(text_of(pieces[0]["comment"])))
@@ -75,8 +75,8 @@ def reference(header):
                 waiting = None
         elif piece["function"]:
             if not waiting:
-                raise ValueError(f"nothing tells what this does: {piece['function']}")
-            told.append(" ".join(piece["function"].split()))
+                raise ValueError(f"expected a comment before {piece['function']}, got none")
+            declarations.append(" ".join(piece["function"].split()))
             functions += 1
         elif piece["constants"]:
             parts.append(escaped(waiting))
@@ -86,9 +86,9 @@ def reference(header):
     finish()
     rest = PIECE.sub("", header).strip()
     if rest:
-        raise ValueError(f"the reference leaves out: {rest}")
+        raise ValueError(f"expected comments and declarations, got {rest}")
     if functions != len(re.findall(r"^QUENTA_API ", header, re.MULTILINE)):
-        raise ValueError("the reference leaves out a function")
+        raise ValueError("the reference lacks a function")
     return "\n\n".join(parts)
 
 
