@@ -103,19 +103,20 @@ struct vide_present_blocks {
 // sample of a in the step.
 template <int row, class rounding, class dimension>
 void fill_vide_system(step_system<row_tables<row>::P, dimension>& system, const vide_present_blocks& present,
-                      const double* coefficient, const double* y, const double* Q, double h, std::int64_t D) {
+                      const double* coefficient, const double* y, const double* Q, double h, dimension dim) {
     using tables = row_tables<row>;
     using integrals = integrated_tables<row>;
     constexpr int P = tables::P;
+    const int D = dim.D;
     const std::int64_t n_sys = system.n_sys;
     double* const rhs = system.rhs();
     for (int a = 0; a < D; ++a)
         for (int i = 0; i < P; ++i) {
-            const double* const a_row = coefficient + (tables::m * tables::k[i] * D + a) * D;
+            const double* const a_row = coefficient + (std::int64_t{tables::m} * tables::k[i] * D + a) * D;
             const int R = a * P + i;
             double right_side = rhs[R] + Q[R];
             for (int b = 0; b < D; ++b) {
-                const double kernel_sum = present.kernel_sums[R * D + b];
+                const double kernel_sum = present.kernel_sums[std::int64_t{R} * D + b];
                 right_side += rounding::y_coefficient(a_row[b], kernel_sum, tables::c[i], h) * y[b];
                 for (int j = 0; j < P; ++j) {
                     const int C = b * P + j;
@@ -128,11 +129,11 @@ void fill_vide_system(step_system<row_tables<row>::P, dimension>& system, const 
 }
 
 // y[n + 1]: the polynomial of step n at its end.
-template <int row, class rounding>
-void carry_vide(const double* Z, const double* y, double h, std::int64_t D, double* next) {
+template <int row, class rounding, class dimension>
+void carry_vide(const double* Z, const double* y, double h, dimension dim, double* next) {
     constexpr int P = row_tables<row>::P;
     constexpr auto& B_at_end = integrated_tables<row>::sample_value[row_tables<row>::S];
-    for (std::int64_t a = 0; a < D; ++a) {
+    for (std::int64_t a = 0; a < dim.D; ++a) {
         double end = y[a];
         for (int j = 0; j < P; ++j)
             end += (h * Z[a * P + j]) * rounding::end_weight(row_tables<row>::b[j], B_at_end[j]);
@@ -208,12 +209,12 @@ bool march_vide(std::int32_t samples, const vide_arguments& arguments, dimension
         double* const y = Z + n_sys;
         gather_node_forcing<row>(forcing, D, rhs);
         const double* const Q = history.history_at(n).pointer;
-        fill_vide_system<row, rounding>(system, {W.data(), kernel_sums.data()}, coefficient, y, Q, h, D);
+        fill_vide_system<row, rounding>(system, {W.data(), kernel_sums.data()}, coefficient, y, Q, h, dim);
         if (!system.eliminate())
             return false;
         system.solve();
         std::copy_n(rhs, n_sys, Z);
-        carry_vide<row, rounding>(Z, y, h, D, y + width);
+        carry_vide<row, rounding>(Z, y, h, dim, y + width);
         history.push({std::uint64_t(width), Z});
     }
 

@@ -55,11 +55,11 @@ template <int row, class basis>
 }
 
 // B_(n+1): the polynomial of step n at its end.
-template <int row>
-void carry_vie1(const double* U, const double* B, std::int64_t D, double* next) {
+template <int row, class dimension>
+void carry_vie1(const double* U, const double* B, dimension dim, double* next) {
     constexpr auto& weight = continuous_tables<row>::end_value;
     constexpr int P = row_tables<row>::P;
-    for (std::int64_t a = 0; a < D; ++a) {
+    for (std::int64_t a = 0; a < dim.D; ++a) {
         double end = weight[0] * B[a];
         for (int j = 0; j < P; ++j)
             end += weight[j + 1] * U[a * P + j];
@@ -149,7 +149,7 @@ bool march_vie1(const vie1_arguments& arguments, dimension dim) {
         std::copy_n(rhs, n_sys, solved);
         history.push({std::uint64_t(n_sys), solved});
         if (continuous)
-            carry_vie1<row>(solved, B.data() + n * D, D, B.data() + (n + 1) * D);
+            carry_vie1<row>(solved, B.data() + n * D, dim, B.data() + (n + 1) * D);
     }
 
     const output_arrays to{steps, D, want_coeffs, out, coeffs, output_order::coefficients};
