@@ -3,9 +3,10 @@
 
 usage: benchmark_calls.py [--quick]
 
-The time of the library is that of the foreign call, minus that of the same call with no nodes, which the library refuses
-at once. So it does not include the cost of a foreign call. The overhead is the time of the Python function minus that
-time. The calls are timed alternately, so that other work on the machine affects all of them. All results are medians.
+The time of the library is that of the foreign call, minus that of the same call with no nodes, which the library
+refuses at once. So it does not include the cost of a foreign call. The overhead is the time of the Python function
+minus that time. The calls are timed alternately, so that other work on the machine affects all of them. All results are
+medians.
 """
 
 from __future__ import annotations
@@ -86,7 +87,7 @@ def overhead(kind: str, D: Optional[int], rounds: int) -> tuple[float, float, fl
 
 
 def run_threads(threads: int, N: int, solves: int) -> tuple[float, float]:
-    """Runs threads that each make `solves` solves. Returns solves per second, and the average number of busy processors.
+    """Solves per second and the mean number of busy processors, for threads that each make `solves` solves.
 
     The time begins after all threads have started.
     """
@@ -114,7 +115,8 @@ def run_threads(threads: int, N: int, solves: int) -> tuple[float, float]:
 def thread_gain(N: int, solves: int, rounds: int) -> tuple[float, float, float, float]:
     """Solves per second with one thread, the speedup with two, and the busy processors in both cases.
 
-    The results are medians over alternating runs. Other work on the machine reduces the speedup and the busy processors.
+    The results are medians over alternating runs. Other work on the machine reduces the speedup and the busy
+    processors.
     """
     pairs = [(*run_threads(1, N, solves), *run_threads(2, N, solves)) for _ in range(rounds)]
     one, gain, busy, both_busy = (

@@ -114,7 +114,7 @@ def kinked_error(form: str, setting: Setting, smoothness: int, count: int) -> fl
 
 
 def growth(form: str, setting: Setting, stiff: bool) -> float:
-    """The growth factor per step: for K = 1 in the first kind, else for decay with rate 1, or STIFF per step if stiff."""
+    """The growth factor per step: for K = 1 in the first kind, else for decay with rate 1, or if stiff STIFF per step."""
     steps, dt = 61, 1e-3 / setting.spacings
     count = steps * setting.spacings + 1
     rate = STIFF / (setting.spacings * dt) if stiff else 1.0

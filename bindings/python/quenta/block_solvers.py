@@ -51,7 +51,7 @@ class CarriedSolution(NamedTuple):
 def solve_blocks_vie1(A: Any, b: Any, *, check_finite: bool = True) -> Array:
     """Solves a scheme of the first kind: sum over k = 0 .. n of A[n, :, k] x[k] = b[n] for n = 0 .. N-1.
 
-    Shapes: A (N, P, N, P) and b (N, P); for a system A (N, P, N, P, D, D) and b (N, P, D). Returns x with the shape of b.
+    Shapes: A (N, P, N, P) and b (N, P); for a system A (N, P, N, P, D, D) and b (N, P, D). Returns x, shaped like b.
 
     Raises `SingularBlockError` if the system of a step is singular, `SizeError` if N, P or D is out of range, and
     `ValueError` for any other invalid argument. With `check_finite`, NaN and infinity are refused where they are read,
@@ -63,7 +63,7 @@ def solve_blocks_vie1(A: Any, b: Any, *, check_finite: bool = True) -> Array:
 def solve_blocks_vie2(A: Any, b: Any, *, check_finite: bool = True) -> Array:
     """Solves a scheme of the second kind: x[n] = b[n] + sum over k = 0 .. n of A[n, :, k] x[k] for n = 0 .. N-1.
 
-    Shapes: A (N, P, N, P) and b (N, P); for a system A (N, P, N, P, D, D) and b (N, P, D). Returns x with the shape of b.
+    Shapes: A (N, P, N, P) and b (N, P); for a system A (N, P, N, P, D, D) and b (N, P, D). Returns x, shaped like b.
 
     Raises `SingularBlockError` if the system of a step is singular, `SizeError` if N, P or D is out of range, and
     `ValueError` for any other invalid argument. With `check_finite`, NaN and infinity are refused where they are read,
@@ -103,8 +103,8 @@ def solve_blocks_vide(
         y[n+1] = y[n] + h[n] sum over j of w[j] x[n, j],    y[0] = y0.
 
     Shapes: A (N, P, N, P + 1), b and C (N, P), E (P, P), w (P,), h (N,) and a number y0; for a system
-    A (N, P, N, P + 1, D, D), b (N, P, D), C (N, P, D, D) and y0 (D,). Returns a `CarriedSolution`: x with the shape of b,
-    and y with the shape (N + 1,) or (N + 1, D).
+    A (N, P, N, P + 1, D, D), b (N, P, D), C (N, P, D, D) and y0 (D,). Returns a `CarriedSolution`: x with the shape of
+    b, and y with the shape (N + 1,) or (N + 1, D).
 
     Raises `SingularBlockError` if the system of a step is singular, `SizeError` if N, P or D is out of range, and
     `ValueError` for any other invalid argument. With `check_finite`, NaN and infinity are refused where they are read,

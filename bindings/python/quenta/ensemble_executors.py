@@ -19,14 +19,14 @@ PartFuture = concurrent.futures.Future[list[Outcome]]
 def solve_elsewhere(
     solve: Callable[[Any], Any], members: Part, executor: Any, chunk: Optional[int]
 ) -> Generator[list[Outcome], None, None]:
-    """Yields the outcomes of all members in the order of completion. Closing it cancels members that have not started."""
+    """Yields the outcomes of all members in the order of completion. Closing it cancels members not yet started."""
     sharing = _Sharing(solve, executor)
     size = chunk or 1 + len(members) // _CHUNKS
     sharing.waiting.extend(members[first : first + size] for first in range(0, len(members), size))
     try:
         yield from sharing.outcomes()
     finally:
-        # Before Python 3.12, shutting down a process pool can hang after futures were cancelled. It has few pending.
+        # Before Python 3.12, shutting down a process pool can hang after futures were cancelled. Few are pending.
         if not isinstance(executor, concurrent.futures.ProcessPoolExecutor):
             for future in sharing.pending:
                 future.cancel()

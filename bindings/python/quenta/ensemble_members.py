@@ -37,7 +37,7 @@ class Outcome(NamedTuple):
 
 
 class Packed(NamedTuple):
-    """A pickled value from another process. Pickled separately, a value that cannot be restored affects only its member."""
+    """A separately pickled value from another process. If it cannot be restored, only its member fails."""
 
     content: bytes
 
@@ -59,7 +59,7 @@ def origin(executor: Any) -> Origin:
 
 
 def runs_this_thread(executor: Any) -> bool:
-    """Whether this thread is solving a member for the executor, or for the executor that this process was forked from."""
+    """Whether this thread is solving a member for this executor, or this process was forked while solving one."""
     return any(one.token == _TOKEN and one.executor == id(executor) for one in _solving.origins)
 
 

@@ -38,11 +38,11 @@ class EstimatedSolution:
     solution
         The `Solution` that the solver returns for the same arguments.
     error
-        The estimated absolute error of each value of `solution.y`; NaN if no estimate is possible. Its maximum estimates
-        the largest error at the samples. Errors between samples are not estimated.
+        The estimated absolute error of each value of `solution.y`; NaN if no estimate is possible. Its maximum
+        estimates the largest error at the samples. Errors between samples are not estimated.
     order
-        The observed order of convergence: halving the spacing divided the largest error by 2 to this power. NaN if there
-        are too few samples, or if there is no error.
+        The observed order of convergence: halving the spacing divided the largest error by 2 to this power. NaN if
+        there are too few samples, or if there is no error.
     trusted
         True if the estimate is reliable.
     reason
@@ -65,9 +65,9 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
     `solve` is `solve_vie1`, `solve_vie2` or `solve_vide`. The other arguments are passed to it; there must be at least
     13 samples.
 
-    1. A reference solution is computed from the same samples by the backward differentiation formula of order 6. It uses
-       all samples, including those that the setting does not read. A second reference, from every second sample, shows
-       the uncertainty of the first.
+    1. A reference solution is computed from the same samples by the backward differentiation formula of order 6. It
+       uses all samples, including those that the setting does not read. A second reference, from every second sample,
+       shows the uncertainty of the first.
     2. The estimate is the sum of two differences: that of the solution and the reference, and that of the two
        references. The second difference is the uncertainty. If it exceeds half the first difference, a third reference,
        from every fourth sample, is computed. On smooth problems halving the spacing divides the difference of the
@@ -79,8 +79,8 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
     The estimate is not trusted if the reference is more than twice as large as the solution, or if the integral of the
     kernel changes by more than a tenth when every second sample is left out.
 
-    Features that no sample shows are not detected, such as a spike between two samples or an oscillation with fewer than
-    two samples per period. Errors of the samples themselves are not estimated.
+    Features that no sample shows are not detected, such as a spike between two samples or an oscillation with fewer
+    than two samples per period. Errors of the samples themselves are not estimated.
 
     This takes 2.4 to 9 times as long as the solve for 20,000 or more samples, and a few milliseconds for up to 1,000.
 
@@ -150,7 +150,7 @@ def _further_fall(problem: SampledProblem, coarse: Array, doubt: float, count: i
 
     A kink or a jump between two samples causes an error of order 2 or 1 in the reference, and one at least twice as
     large in the coarser reference, at any position. So the difference of both bounds the error. With smooth samples the
-    error is of order 6, and the difference exceeds it by a factor of about 2^6. One eighth of the observed factor is used.
+    error has order 6, and the difference is about 2^6 times as large. One eighth of the observed factor is used.
     """
     if len(problem.g) < 4 * (LEAST - 1) + 1:
         return 1.0

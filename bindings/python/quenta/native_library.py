@@ -28,7 +28,7 @@ _NAMES = {
 
 
 def _load() -> ctypes.CDLL:
-    """Loads the library that the environment variable names, or else searches the package, the prefix and the system."""
+    """Loads the library from the environment variable, or else from the package, the prefix or the system."""
     named = os.environ.get(_VARIABLE)
     if named is not None:
         try:

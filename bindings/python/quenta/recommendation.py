@@ -43,12 +43,12 @@ def recommend(
     samples
         The number of samples, 1441 by default. At least 9, since there must be 8 steps.
 
-    Errors are those of `Measurement.expected_error`. They were measured with problems of exactly this smoothness, with 41
-    to 1441 samples of a few oscillations. With m = 1 every sample is read. Other settings read only some of the samples,
-    as `reason` states, and require samples without noise.
+    Errors are those of `Measurement.expected_error`. They were measured with problems of exactly this smoothness, with
+    41 to 1441 samples of a few oscillations. With m = 1 every sample is read. Other settings read only some of the
+    samples, as `reason` states, and require samples without noise.
 
-    Returns a `Recommendation`. Raises `ValueError` for an invalid argument, and its subclass `SizeError` for fewer than 9
-    samples.
+    Returns a `Recommendation`. Raises `ValueError` for an invalid argument, and its subclass `SizeError` for fewer than
+    9 samples.
     """
     one_of("kind", kind, ("vie1", "vie2", "vide"))
     stiff, continuous = true_or_false("stiff", stiff), true_or_false("continuous", continuous)
@@ -90,7 +90,7 @@ def _best(form: str, smoothness: int, stiff: bool, count: int) -> Recommendation
 
 
 def _is_suitable(measured: Measurement, stiff: bool, decaying: bool) -> bool:
-    """Whether errors are known and do not grow. With `decaying` they must decay: otherwise they add up over the steps."""
+    """Whether errors are known and do not grow. With `decaying` they must decay, since constant ones add up."""
     return (
         measured.stable
         and measured.error is not None

@@ -45,12 +45,12 @@ def solve_vie1(
 
     g, K
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K; or functions, which are called with an
-        array of times. In a system, a scalar K means this multiple of the identity, and a number g applies to all
+        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K; or functions, which are called with
+        an array of times. In a system, a scalar K means this multiple of the identity, and a number g applies to all
         components.
     setting
-        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "3:1,2,3", one of `settings()` or a
-        `Recommendation`. Settings with the node 0 do not support the first kind.
+        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "3:1,2,3", one of `settings()` or
+        a `Recommendation`. Settings with the node 0 do not support the first kind.
     continuous
         Use the continuous form: the polynomials of adjacent steps join, and the first one starts from y0, a number or
         an array of shape (D,). With many settings errors then grow from step to step, which causes a warning.
@@ -62,15 +62,15 @@ def solve_vie1(
     check_finite
         Refuse NaN and infinity. Otherwise they propagate to the solution.
 
-    Equations of the first kind are ill-posed: noise in g is differentiated. g(0) must be zero. K(0) must be neither zero
-    nor small compared with K in the first step. `IllPosedWarning` reports violations of either condition.
+    Equations of the first kind are ill-posed: noise in g is differentiated. g(0) must be zero. K(0) must be neither
+    zero nor small compared with K in the first step. `IllPosedWarning` reports violations of either condition.
 
     The default setting (3, [1, 2, 3]) has a high order for smooth samples, and reads a third of the samples of g and K.
     A warning reports other samples that contradict them. The setting (1, [1]) reads every sample except the first of g
     and the last of K.
 
-    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot be
-    solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot
+    be solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
     samples that contradict the others (`UnreadSamplesWarning`), samples past the last whole step
     (`DroppedSamplesWarning`), and errors that grow (`GrowthWarning`).
     """
@@ -94,12 +94,12 @@ def solve_vie2(
 
     g, K
         Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K; or functions, which are called with an
-        array of times. In a system, a scalar K means this multiple of the identity, and a number g applies to all
+        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K; or functions, which are called with
+        an array of times. In a system, a scalar K means this multiple of the identity, and a number g applies to all
         components.
     setting
-        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a
-        `Recommendation`.
+        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or
+        a `Recommendation`.
     t_end
         Required if no argument has samples: the solution covers 0 to t_end. The last step ends at t_end if t_end is a
         multiple of the step m * m * dt, otherwise after it. Functions are sampled up to that end.
@@ -111,8 +111,8 @@ def solve_vie2(
     The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of the samples of g and K. A
     warning reports other samples that contradict them. The setting (1, [0, 1]) reads every sample.
 
-    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot be
-    solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot
+    be solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
     samples that contradict the others (`UnreadSamplesWarning`), samples past the last whole step
     (`DroppedSamplesWarning`), and a solution that is not finite (`GrowthWarning`).
     """
@@ -144,8 +144,8 @@ def solve_vide(
     y0
         A number; for a system an array of shape (D,), or a number that applies to all components.
     setting
-        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or a
-        `Recommendation`.
+        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or
+        a `Recommendation`.
     t_end
         Required if no argument has samples: the solution covers 0 to t_end. The last step ends at t_end if t_end is a
         multiple of the step m * m * dt, otherwise after it. Functions are sampled up to that end.
@@ -154,11 +154,11 @@ def solve_vide(
     check_finite
         Refuse NaN and infinity. Otherwise they propagate to the solution.
 
-    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of the samples of g, K and a. A
-    warning reports other samples that contradict them. The setting (1, [0, 1]) reads every sample.
+    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of the samples of g, K and a.
+    A warning reports other samples that contradict them. The setting (1, [0, 1]) reads every sample.
 
-    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot be
-    solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
+    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot
+    be solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
     samples that contradict the others (`UnreadSamplesWarning`), samples past the last whole step
     (`DroppedSamplesWarning`), and a solution that is not finite (`GrowthWarning`).
     """
@@ -271,7 +271,7 @@ def _sampled(
 
 
 def _check_sizes(dt: float, N: int, D: int, row: Setting) -> None:
-    """Checks that there is at least one step, and the limits that the library does not check or that end the process."""
+    """Checks that there is at least one step, and that no size exceeds the limits of the library."""
     if N <= row.spacings:
         raise SizeError(
             f"g: expected at least {row.spacings + 1} samples, for one step of setting {row}, got {N}"

@@ -21,8 +21,8 @@ from .native_library import LARGEST_INDEX
 from .setting_table import Setting
 from .solve_memory import require_samples, reserve_copies, reserve_function_values, reserve_solve
 
-#: An array of samples, a constant, or a function. A function is called with the array of all times and returns the array
-#: of its values, with the times along the first axis.
+#: An array of samples, a constant, or a function. A function is called with the array of all times and returns the
+#: array of its values, with the times along the first axis.
 Samples = Any
 
 

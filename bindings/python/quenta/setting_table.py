@@ -171,7 +171,7 @@ def settings() -> list[Setting]:
 
 
 def find_setting(setting: SettingLike) -> Setting:
-    """The row for a `Setting`, an object with a setting, a pair such as `(2, [0, 1, 2])`, or a text such as `"2:0,1,2"`."""
+    """The row for a `Setting`, an object with one, a pair such as `(2, [0, 1, 2])`, or a text such as `"2:0,1,2"`."""
     itself = _BY_IDENTITY.get(id(setting))
     if itself is not None:
         return itself

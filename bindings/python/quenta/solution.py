@@ -25,8 +25,8 @@ class Solution:
     step
         The length of a step, `setting.spacings * dt`.
     polynomials
-        The coefficients for each step n in ascending powers of s = (t - n * step) / step, 0 <= s <= 1: an array of shape
-        (steps, degree + 1) or, for a system, (steps, degree + 1, D).
+        The coefficients for each step n in ascending powers of s = (t - n * step) / step, 0 <= s <= 1: an array of
+        shape (steps, degree + 1) or, for a system, (steps, degree + 1, D).
     dt
         The spacing of the samples.
     setting

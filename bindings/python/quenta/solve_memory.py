@@ -24,7 +24,7 @@ def solve_size(N: int, D: int, row: Setting, differential: bool) -> int:
 
 
 def history_blocks(n: int, p: int, q: int) -> int:
-    """The doubles that the history of n steps allocates for blocks of p rows and q columns, their transforms and copies."""
+    """The doubles that the history of n steps allocates for blocks of p rows and q columns, transforms and copies."""
     blocks = n * p * q
     # Transformed blocks, for transforms of 64, 128, ... points while they fit their budget.
     transformed = 0
@@ -68,7 +68,7 @@ def require_samples(count: int, values: dict[str, Any], row: Setting) -> None:
 
 
 def reserve_function_values(name: str, count: int, arrays: dict[str, Any]) -> Reservation:
-    """Reserves memory for a function that computes `count` values of g, K or a, of the dimension of the other arrays."""
+    """Reserves memory for a function that computes `count` values of g, K or a. The arrays give the dimension."""
     D = max((array.shape[-1] for array in arrays.values() if array.ndim > 1), default=1)
     size = _ARRAYS_OF_TIMES + _ARRAYS_OF_VALUES * (D if name == "g" else D * D)
     return reserve(8 * count * size, f"{count} values of the function {name}", for_function=True)

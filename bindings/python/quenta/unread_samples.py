@@ -1,10 +1,10 @@
 """Compares the samples that a setting does not read with those that it reads.
 
 An unread sample between read ones is compared with the polynomial through the four nearest read samples, two on each
-side where possible. An unread sample before the first or after the last read one is compared with the polynomial through
-the four nearest samples, read or unread; so are all if fewer than four samples are read. Four samples or fewer are not
-compared. Let Lambda be the sum of the absolute weights of that polynomial at the sample: 1.25 in the middle of four
-equally spaced samples, and 15 one spacing outside of them. The sample contradicts the others if
+side where possible. An unread sample before the first or after the last read one is compared with the polynomial
+through the four nearest samples, read or unread; so are all if fewer than four samples are read. Four samples or fewer
+are not compared. Let Lambda be the sum of the absolute weights of that polynomial at the sample: 1.25 in the middle of
+four equally spaced samples, and 15 one spacing outside of them. The sample contradicts the others if
 
     |sample - polynomial| > TOLERANCE * range * Lambda + ROUNDING * (largest |sample|),
 
@@ -213,7 +213,9 @@ class _Stencils:
             of_group = np.flatnonzero(in_period & (nearest[:, 0] == first))
             lebesgue = self.lebesgue[of_group]
             self.groups.append(
-                _Group(places[of_group], nearest[of_group[0]] - begin, weights[of_group] / lebesgue[:, np.newaxis], lebesgue)
+                _Group(
+                    places[of_group], nearest[of_group[0]] - begin, weights[of_group] / lebesgue[:, np.newaxis], lebesgue
+                )
             )
 
     def count_unread(self, steps: int) -> int:

@@ -108,7 +108,7 @@ def test_no_other_setting_is_much_better_than_the_recommended_one(kind, continuo
 
 @pytest.mark.filterwarnings("ignore::quenta.UnreadSamplesWarning")
 def test_recommendations_state_how_many_samples_are_read():
-    told = set()
+    recommended = set()
     for smoothness, samples in [(0, None), (1, 145), (1, None), (2, None), (5, None)]:
         chosen = quenta.recommend("vie2", smoothness=smoothness, samples=samples)
         solve = functools.partial(quenta.solve_vie2, K=np.exp(-T), dt=DT, setting=chosen.setting)
@@ -121,8 +121,8 @@ def test_recommendations_state_how_many_samples_are_read():
         expected = words if chosen.setting.m > 1 else "; every sample is read"
         assert chosen.reason.endswith(expected), chosen.reason
         assert read == 1 or chosen.setting.m > 1
-        told.add(chosen.setting)
-    assert len(told) >= 3
+        recommended.add(chosen.setting)
+    assert len(recommended) >= 3
 
 
 def test_the_recommended_stiff_setting_stays_bounded_where_others_overflow():

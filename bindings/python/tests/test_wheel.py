@@ -42,7 +42,7 @@ def test_the_wheel_solves_in_a_new_environment(tmp_path):
     assert {"quenta/libquenta_native.so", "quenta/py.typed", "quenta/measured_settings.json"} <= set(names)
     assert not any("test" in name for name in names)
 
-    # NumPy and pip are those of the system: to install a pip of its own would take most of the time.
+    # The environment uses NumPy and pip of the system. Installing another pip would take most of the time.
     run("/usr/bin/python3", "-m", "venv", "--system-site-packages", "--without-pip", tmp_path / "new")
     clean = {name: value for name, value in os.environ.items() if not name.startswith(("QUENTA", "PYTHON", "PIP"))}
     python = tmp_path / "new/bin/python"
