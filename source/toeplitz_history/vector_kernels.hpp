@@ -11,7 +11,7 @@ inline constexpr std::int64_t shortest_vector_transform = 64;
 // The padded length of a column of a block: a whole number of registers of any instruction set. It is always inlined,
 // since the linker would otherwise keep one copy of it for the units of all instruction sets.
 [[gnu::always_inline]] constexpr std::int64_t padded_rows(std::int64_t p) {
-    return p <= 4 ? 4 : (p + 7) / 8 * 8;
+    return p <= 4 ? 4 : (p + 7) / 8 * 8; // GCOVR_EXCL_BR_LINE: inlined, so that every caller has branches of its own
 }
 
 // The number of frequencies in a tile of spectra.
