@@ -15,32 +15,32 @@ function(quenta_add_instances target unit header options)
     set_source_files_properties("${file}" PROPERTIES COMPILE_OPTIONS "${options}")
 endfunction()
 
-# Sample-based solvers, for every row of the settings table that is built, with several rows in a unit:
-# quenta_add_row_instances(<target> <name of the units> <header> <rows per unit> <instance with ROW in it>...)
+# Sample-based solvers, for every row of the settings table that is built, in a unit for each number of nodes, since rows
+# with the same number of nodes share their code:
+# quenta_add_row_instances(<target> <name of the units> <header> <instance with ROW in it>...)
+set(quenta_rows_with_1_node 0 1 3 4 5 10 11 12 13 25 26 27 28 29)
+set(quenta_rows_with_2_nodes 2 6 7 8 14 15 16 17 18 19 30 31 32 33 34 35 36 37 38 39)
+set(quenta_rows_with_3_nodes 9 20 21 22 23 40 41 42 43 44 45 46 47 48 49)
+set(quenta_rows_with_4_nodes 24 50 51 52 53 54)
+set(quenta_rows_with_5_nodes 55)
 
-# -O2 with the options of -O3 that make these solvers faster. Full -O3 would increase their code and compile time by
-# half. Long loops are in other units.
+# -O2 with these options of -O3 compiles short marches better than -O3 does. Long loops are in other units.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_FLAGS_RELEASE MATCHES "-O3" AND NOT QUENTA_SANITIZE)
     set(quenta_options_of_rows "$<$<CONFIG:Release>:-O2;-fvect-cost-model=dynamic;-fpeel-loops>")
 endif()
-function(quenta_add_row_instances target name header rows_per_unit)
-    set(rows ${QUENTA_DEVELOPMENT_ROWS})
-    if(NOT rows)
-        foreach(row RANGE 0 55)
-            list(APPEND rows ${row})
-        endforeach()
-    endif()
-    while(rows)
-        list(SUBLIST rows 0 ${rows_per_unit} rows_here)
-        list(GET rows_here 0 first)
+function(quenta_add_row_instances target name header)
+    foreach(nodes 1_node 2_nodes 3_nodes 4_nodes 5_nodes)
         set(instances "")
-        foreach(row IN LISTS rows_here)
-            list(TRANSFORM ARGN REPLACE "ROW" "${row}" OUTPUT_VARIABLE of_row)
-            list(APPEND instances ${of_row})
-            list(POP_FRONT rows)
+        foreach(row IN LISTS quenta_rows_with_${nodes})
+            if(NOT QUENTA_DEVELOPMENT_ROWS OR row IN_LIST QUENTA_DEVELOPMENT_ROWS)
+                list(TRANSFORM ARGN REPLACE "ROW" "${row}" OUTPUT_VARIABLE of_row)
+                list(APPEND instances ${of_row})
+            endif()
         endforeach()
-        quenta_add_instances(${target} ${name}_${first} ${header} "${quenta_options_of_rows}" ${instances})
-    endwhile()
+        if(instances)
+            quenta_add_instances(${target} ${name}_with_${nodes} ${header} "${quenta_options_of_rows}" ${instances})
+        endif()
+    endforeach()
 endfunction()
 
 # A block solver, for every number of points and every dimension, in one unit:

@@ -9,6 +9,7 @@
 #include "utility/integers.hpp"
 #include "utility/view.hpp"
 
+#include <array>
 #include <cstdint>
 
 namespace quenta {
@@ -23,26 +24,26 @@ inline std::int32_t sample_count(view<const double> K, std::int32_t D, code_posi
 }
 
 // The number of whole steps on so many samples.
-template <int row>
-std::int32_t whole_steps(std::int32_t samples) {
-    return wrapping_sum(samples, -1) / row_tables<row>::S;
+template <int P>
+std::int32_t whole_steps(const collocation_scheme<P>& scheme, std::int32_t samples) {
+    return wrapping_sum(samples, -1) / scheme.S;
 }
 
 // The samples of all steps, `cells` doubles each, as a pointer.
-template <int row>
-const double* samples_of_steps(view<const double> samples, std::int64_t steps, std::int64_t cells) {
-    return samples.slice(0, std::uint64_t((steps * row_tables<row>::S + 1) * cells)).pointer;
+template <int P>
+const double* samples_of_steps(const collocation_scheme<P>& scheme, view<const double> samples, std::int64_t steps,
+                               std::int64_t cells) {
+    return samples.slice(0, std::uint64_t((steps * scheme.S + 1) * cells)).pointer;
 }
 
 // The kernel samples that the current step reads, as a pointer. If some are missing, the failure reports the first
 // missing element in the order in which the sums over the points c_i * c_q access them.
-template <int row>
-const double* present_samples(view<const double> K, std::int64_t D) {
-    using tables = row_tables<row>;
-    const auto needed = std::uint64_t(tables::present_samples * D * D);
+template <int P>
+const double* present_samples(const collocation_scheme<P>& scheme, view<const double> K, std::int64_t D) {
+    const auto needed = std::uint64_t(scheme.present_samples * D * D);
     if (K.length < needed)
-        for (std::int64_t a = 0; a < D; ++a) // GCOVR_EXCL_BR_LINE: a failure ends the loops
-            for (const auto& rule : tables::present)
+        for (std::int64_t a = 0; a < D; ++a)
+            for (const auto& rule : scheme.present)
                 for (std::int64_t b = 0; b < D; ++b)
                     for (const int lag : rule.lag)
                         static_cast<void>(K.at(std::uint64_t((lag * D + a) * D + b)));
@@ -52,20 +53,19 @@ const double* present_samples(view<const double> K, std::int64_t D) {
 // The sum over q of (K[k_i (m - k_q)](a, b) * (c_i * b_q)) * (basis polynomial j at c_i * c_q), terms ascending from
 // 0.0, for every basis polynomial: row-major, in row a * P + i and column b * basis size + j. Factors of zero are not
 // skipped. It is called once per solve, and not inlined, so that all dimensions share one copy.
-template <int row, class basis>
-[[gnu::noinline]] void diagonal_block(view<const double> K, std::int64_t D, view<double> block) {
-    using tables = row_tables<row>;
-    constexpr int basis_size = basis::basis_size;
-    const double* const samples = present_samples<row>(K, D);
-    double* cell = block.slice(0, std::uint64_t(tables::P * D * D * basis_size)).pointer;
+template <int P, class basis_type>
+[[gnu::noinline]] void diagonal_block(const collocation_scheme<P>& scheme, const basis_type& basis,
+                                      view<const double> K, std::int64_t D, view<double> block) {
+    const double* const samples = present_samples(scheme, K, D);
+    double* cell = block.slice(0, std::uint64_t(P * D * D * basis.size)).pointer;
     for (std::int64_t a = 0; a < D; ++a)
-        for (int i = 0; i < tables::P; ++i)
+        for (int i = 0; i < P; ++i)
             for (std::int64_t b = 0; b < D; ++b)
-                for (int j = 0; j < basis_size; ++j) {
+                for (int j = 0; j < basis.size; ++j) {
                     double sum = 0.0;
-                    for (int q = 0; q < tables::P; ++q) {
-                        const double sample = samples[(tables::present[i].lag[q] * D + a) * D + b];
-                        sum += (sample * tables::present[i].weight[q]) * basis::at_point(i, q, j);
+                    for (int q = 0; q < P; ++q) {
+                        const double sample = samples[(scheme.present[i].lag[q] * D + a) * D + b];
+                        sum += (sample * scheme.present[i].weight[q]) * basis.at_point[i][q][j];
                     }
                     *cell++ = sum;
                 }
@@ -73,47 +73,43 @@ template <int row, class basis>
 
 // Copies the forcing at the nodes of a step to `rhs`, in the order of the unknowns. `forcing` points to the first
 // sample of the step.
-template <int row>
-void gather_node_forcing(const double* forcing, std::int64_t D, double* rhs) {
-    using tables = row_tables<row>;
+template <int P>
+void gather_node_forcing(const collocation_scheme<P>& scheme, const double* forcing, std::int64_t D, double* rhs) {
     for (std::int64_t a = 0; a < D; ++a)
-        for (int i = 0; i < tables::P; ++i)
-            rhs[a * tables::P + i] = forcing[tables::m * tables::k[i] * D + a];
+        for (int i = 0; i < P; ++i)
+            rhs[a * P + i] = forcing[scheme.node_sample[i] * D + a];
 }
 
 // What the kernel provider of a solve needs.
-template <class dimension>
+template <int P, class dimension>
 struct lag_block_context {
+    const collocation_scheme<P>& scheme;
     view<const double> K;
     double h;
     dimension dim;
 };
 
 // The kernel sample at lag d * h, with those around it that a lag block reads: (k_i - k_j) m before and after it.
-template <int row>
-const double* lag_samples(view<const double> K, std::int64_t D, std::int32_t d) {
-    using tables = row_tables<row>;
-    constexpr std::int64_t reach = (tables::k[tables::P - 1] - tables::k[0]) * tables::m;
-    const std::int64_t first = std::int64_t{d} * tables::S - reach;
+template <int P>
+const double* lag_samples(const collocation_scheme<P>& scheme, view<const double> K, std::int64_t D, std::int32_t d) {
+    const std::int64_t reach = scheme.sample_distance[P - 1][0];
+    const std::int64_t first = std::int64_t{d} * scheme.S - reach;
     return K.slice(std::uint64_t(first * D * D), std::uint64_t((2 * reach + 1) * D * D)).pointer + reach * D * D;
 }
 
 // Kernel provider: the block of lag d is h * (K[d S + (k_i - k_j) m](a, b) * b_j), row-major.
-template <int row, class dimension>
+template <int P, class dimension>
 void lag_block(void* context, std::int32_t d, ToeplitzHistory& history) {
-    using tables = row_tables<row>;
-    constexpr int P = tables::P;
-    const auto& [K, h, dim] = *static_cast<const lag_block_context<dimension>*>(context);
+    const auto& [scheme, K, h, dim] = *static_cast<const lag_block_context<P, dimension>*>(context);
     const std::int64_t D = dim.D;
-    const double* const samples = lag_samples<row>(K, D, d);
+    const std::array<double, P> weight = scheme.b;
+    const double* const samples = lag_samples(scheme, K, D, d);
     double* entry = history.kernel_block(d).pointer;
     for (std::int64_t a = 0; a < D; ++a)
         for (int i = 0; i < P; ++i)
             for (std::int64_t b = 0; b < D; ++b)
-                for (int j = 0; j < P; ++j) {
-                    const std::int64_t sample = (tables::k[i] - tables::k[j]) * tables::m;
-                    *entry++ = h * (samples[(sample * D + a) * D + b] * tables::b[j]);
-                }
+                for (int j = 0; j < P; ++j)
+                    *entry++ = h * (samples[(scheme.sample_distance[i][j] * D + a) * D + b] * weight[j]);
 }
 
 } // namespace quenta

@@ -7,13 +7,6 @@
 
 namespace quenta {
 
-template class dense_factors<3>;
-template class dense_factors<4>;
-template class dense_factors<5>;
-template class dense_factors<6>;
-template class dense_factors<7>;
-template class dense_factors<8>;
-
 namespace {
 
 // The number of columns that had a pivot.

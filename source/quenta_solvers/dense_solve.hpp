@@ -124,16 +124,6 @@ void dense_factors<n>::substitute(std::array<double, n>& b) const {
     }
 }
 
-// Compiled once, in dense_solve.cpp. Orders 1 and 2 are worth inlining. Orders above largest_straight_order only
-// forward a call.
-extern template class dense_factors<3>;
-extern template class dense_factors<4>;
-extern template class dense_factors<5>;
-extern template class dense_factors<6>;
-extern template class dense_factors<7>;
-extern template class dense_factors<8>;
-static_assert(largest_straight_order == 8);
-
 template <int n>
 using square_matrix = std::array<std::array<double, n>, n>;
 

@@ -1,4 +1,8 @@
 // The constants of a row of the settings table, computed at build time.
+//
+// row_tables, continuous_tables and integrated_tables compute them. scheme_of_row has them as values in a form whose type
+// depends on the number of nodes only. The solvers take this form, so that all rows with the same number of nodes share
+// their code.
 #pragma once
 
 #include "quenta_solvers/collocation_settings.hpp"
@@ -8,6 +12,14 @@
 #include <cstddef>
 
 namespace quenta {
+
+// The quadrature rule on the part [0, c_i] of a step, with the points c_i * c_q.
+template <int P>
+struct partial_rule {
+    std::array<double, P> weight;               // [q]: c_i * b_q
+    std::array<std::array<double, P>, P> value; // [q][j]: L_j(c_i * c_q)
+    std::array<int, P> lag;                     // [q]: samples from the point c_i * c_q to c_i
+};
 
 template <int row>
 struct row_tables {
@@ -43,14 +55,8 @@ struct row_tables {
         return weights;
     }();
 
-    // The rule on the part [0, c_i] of a step, with the points c_i * c_q.
-    struct partial_rule {
-        per_node<double> weight;          // [q]: c_i * b_q
-        per_node<per_node<double>> value; // [q][l]: L_l(c_i * c_q)
-        per_node<int> lag;                // [q]: samples from the point c_i * c_q to c_i
-    };
-    static constexpr per_node<partial_rule> present = [] {
-        per_node<partial_rule> rules{};
+    static constexpr per_node<partial_rule<P>> present = [] {
+        per_node<partial_rule<P>> rules{};
         for (std::size_t i = 0; i < P; ++i)
             for (std::size_t q = 0; q < P; ++q) {
                 rules[i].weight[q] = c[i] * b[q];
@@ -61,14 +67,10 @@ struct row_tables {
         return rules;
     }();
 
-    // Basis polynomial j at the point c_i * c_q.
-    static constexpr int basis_size = P;
-    static constexpr double at_point(int i, int q, int j) { return present[i].value[q][j]; }
-
     // The number of kernel samples that the current step reads.
     static constexpr int present_samples = [] {
         int largest = 0;
-        for (const partial_rule& rule : present)
+        for (const partial_rule<P>& rule : present)
             for (const int lag : rule.lag)
                 largest = lag > largest ? lag : largest;
         return largest + 1;
@@ -116,9 +118,6 @@ struct continuous_tables {
                 values[i][q] = values_at(tables::c[i] * tables::c[q]);
         return values;
     }();
-
-    static constexpr int basis_size = P + 1;
-    static constexpr double at_point(int i, int q, int l) { return present[i][q][l]; }
 
     // [e]: at sample e of a step. The reciprocal is rounded first.
     static constexpr auto sample_value = [] {
@@ -173,9 +172,6 @@ struct integrated_tables {
         return values;
     }();
 
-    static constexpr int basis_size = P;
-    static constexpr double at_point(int i, int q, int l) { return present[i][q][l]; }
-
     // [e]: at sample e of a step, e / S; the last is the end of the step.
     static constexpr std::array<per_basis, tables::S + 1> sample_value = [] {
         std::array<per_basis, tables::S + 1> values{};
@@ -184,6 +180,62 @@ struct integrated_tables {
         return values;
     }();
 };
+
+// A basis of `size` polynomials with `powers` coefficients each, as values.
+template <int P, int size_, int powers_>
+struct basis_table {
+    static constexpr int size = size_, powers = powers_;
+
+    std::array<std::array<double, powers>, size> coefficients;       // [j][p]
+    std::array<std::array<std::array<double, size>, P>, P> at_point; // [i][q][j]: at c_i * c_q
+    const std::array<double, size>* sample_value;                    // [e][j]: at sample e of a step, e = 0 .. S
+};
+
+// The constants of a row as values.
+template <int P_>
+struct collocation_scheme {
+    static constexpr int P = P_;
+
+    int S, present_samples;
+    std::array<int, P> node_sample;                    // [i]: m * k_i, the sample of a step at node i
+    std::array<std::array<int, P>, P> sample_distance; // [i][j]: m * (k_i - k_j)
+    std::array<double, P> c, b;
+    std::array<partial_rule<P>, P> present;
+    basis_table<P, P, P> nodes;                            // of a polynomial given by its values at the nodes
+    basis_table<P, P + 1, P + 1> continuous;               // by a carried value too, which comes first
+    std::array<double, P + 1> carried_weight;              // of `continuous`: its values at the end of a step
+    basis_table<P, P, P + 1> integrated;                   // by its derivatives at the nodes
+    std::array<std::array<double, P>, P> integral_at_node; // [i][j]: B_j(c_i)
+    std::array<double, P> integral_at_end;                 // [j]: B_j(1), by its coefficients
+};
+
+template <int row>
+inline constexpr collocation_scheme<row_tables<row>::P> scheme_of_row = [] {
+    using tables = row_tables<row>;
+    using continuous = continuous_tables<row>;
+    using integrated = integrated_tables<row>;
+    collocation_scheme<tables::P> scheme{};
+    scheme.S = tables::S;
+    scheme.present_samples = tables::present_samples;
+    for (int i = 0; i < tables::P; ++i) {
+        scheme.node_sample[i] = tables::m * tables::k[i];
+        for (int j = 0; j < tables::P; ++j) {
+            scheme.sample_distance[i][j] = tables::m * (tables::k[i] - tables::k[j]);
+            scheme.nodes.at_point[i][j] = tables::present[i].value[j];
+        }
+    }
+    scheme.c = tables::c;
+    scheme.b = tables::b;
+    scheme.present = tables::present;
+    scheme.nodes.coefficients = tables::lambda;
+    scheme.nodes.sample_value = tables::sample_value.data();
+    scheme.continuous = {continuous::lambda, continuous::present, continuous::sample_value.data()};
+    scheme.carried_weight = continuous::end_value;
+    scheme.integrated = {integrated::beta, integrated::present, integrated::sample_value.data()};
+    scheme.integral_at_node = integrated::node_value;
+    scheme.integral_at_end = integrated::sample_value[tables::S];
+    return scheme;
+}();
 
 // Values that can be checked by hand: the trapezoidal rule, and Simpson's rule, whose weights are rounded sums of
 // rounded terms and therefore not the doubles nearest to 1/6 and 2/3.

@@ -14,12 +14,12 @@ inline void clear_samples(view<double> out) {
 
 // value(n, a, e) is component a of the polynomial of step n at its sample e = 0 .. S. It is added to `out`, which has
 // been cleared. Two adjacent steps have a sample in common, which becomes the mean of their two values.
-template <int S, class polynomial_value>
-void add_samples(std::int64_t steps, std::int64_t D, view<double> out, const polynomial_value& value) {
+template <class polynomial_value>
+void add_samples(std::int64_t steps, std::int64_t S, std::int64_t D, view<double> out, const polynomial_value& value) {
     double* const to = out.slice(0, std::uint64_t((steps * S + 1) * D)).pointer;
     for (std::int64_t n = 0; n < steps; ++n)
         for (std::int64_t a = 0; a < D; ++a)
-            for (int e = 0; e <= S; ++e)
+            for (std::int64_t e = 0; e <= S; ++e)
                 to[(S * n + e) * D + a] += value(n, a, e);
     for (std::int64_t n = 1; n < steps; ++n)
         for (std::int64_t a = 0; a < D; ++a)
@@ -43,14 +43,14 @@ void write_coefficients(std::int64_t steps, std::int64_t D, int slots, int power
 enum class output_order { cleared_samples, coefficients };
 
 struct output_arrays {
-    std::int64_t steps, D;
+    std::int64_t steps, S, D;
     bool want_coeffs;
     view<double> out, coeffs;
     output_order first;
 };
 
 // Writes both outputs, for polynomials with `powers` coefficients in `slots` places.
-template <int S, class polynomial_coefficient, class polynomial_value>
+template <class polynomial_coefficient, class polynomial_value>
 void write_output(const output_arrays& to, int slots, int powers, const polynomial_coefficient& coefficient,
                   const polynomial_value& value) {
     if (to.first == output_order::cleared_samples)
@@ -59,7 +59,7 @@ void write_output(const output_arrays& to, int slots, int powers, const polynomi
         write_coefficients(to.steps, to.D, slots, powers, to.coeffs, coefficient);
     if (to.first != output_order::cleared_samples)
         clear_samples(to.out);
-    add_samples<S>(to.steps, to.D, to.out, value);
+    add_samples(to.steps, to.S, to.D, to.out, value);
 }
 
 } // namespace quenta

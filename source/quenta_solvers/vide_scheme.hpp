@@ -48,26 +48,25 @@ struct any_dimension_rounding : vector_rounding {
 // Kernel provider: the block of lag d, row-major. With x_q = K[d S + (k_i - k_q) m](a, b) * b_q, the entry for row a, i
 // is (h * h) * (sum over q of x_q * B_j(c_q)) in the column of component b of Z at node j, and h * (sum over q of x_q)
 // in the column of component b of y; these come last.
-template <int row, class dimension>
+template <int P, class dimension>
 void vide_history_provider(void* context, std::int32_t d, ToeplitzHistory& history) {
-    using tables = row_tables<row>;
-    constexpr int P = tables::P;
-    const auto& [K, h, dim] = *static_cast<const lag_block_context<dimension>*>(context);
+    const auto& [scheme, K, h, dim] = *static_cast<const lag_block_context<P, dimension>*>(context);
     const std::int64_t D = dim.D;
-    const double* const samples = lag_samples<row>(K, D, d);
+    const std::array<double, P> weight = scheme.b;
+    const auto integral_at_node = scheme.integral_at_node;
+    const double* const samples = lag_samples(scheme, K, D, d);
     double* z = history.kernel_block(d).pointer;
     for (std::int64_t a = 0; a < D; ++a)
         for (int i = 0; i < P; ++i) {
             double* const y = z + P * D;
             for (std::int64_t b = 0; b < D; ++b) {
                 double y_sum = 0.0;
-                typename tables::template per_node<double> z_sum{};
+                std::array<double, P> z_sum{};
                 for (int q = 0; q < P; ++q) {
-                    const std::int64_t sample = (tables::k[i] - tables::k[q]) * tables::m;
-                    const double x = samples[(sample * D + a) * D + b] * tables::b[q];
+                    const double x = samples[(scheme.sample_distance[i][q] * D + a) * D + b] * weight[q];
                     y_sum += x;
                     for (int j = 0; j < P; ++j)
-                        z_sum[j] += x * integrated_tables<row>::node_value[q][j];
+                        z_sum[j] += x * integral_at_node[q][j];
                 }
                 for (int j = 0; j < P; ++j)
                     *z++ = (h * h) * z_sum[j];
@@ -78,17 +77,17 @@ void vide_history_provider(void* context, std::int32_t d, ToeplitzHistory& histo
 }
 
 // What the kernel adds to Ya, the same in every step: [a * P + i][b] is the sum over q of K[k_i (m - k_q)](a, b) * b_q.
-template <int row>
-[[gnu::noinline]] void vide_present_y_block(view<const double> K, std::int64_t D, view<double> block) {
-    using tables = row_tables<row>;
-    const double* const samples = present_samples<row>(K, D);
-    double* cell = block.slice(0, std::uint64_t(tables::P * D * D)).pointer;
+template <int P>
+[[gnu::noinline]] void vide_present_y_block(const collocation_scheme<P>& scheme, view<const double> K, std::int64_t D,
+                                            view<double> block) {
+    const double* const samples = present_samples(scheme, K, D);
+    double* cell = block.slice(0, std::uint64_t(P * D * D)).pointer;
     for (std::int64_t a = 0; a < D; ++a)
-        for (int i = 0; i < tables::P; ++i)
+        for (int i = 0; i < P; ++i)
             for (std::int64_t b = 0; b < D; ++b) {
                 double sum = 0.0;
-                for (int q = 0; q < tables::P; ++q)
-                    sum += samples[(tables::present[i].lag[q] * D + a) * D + b] * tables::b[q];
+                for (int q = 0; q < P; ++q)
+                    sum += samples[(scheme.present[i].lag[q] * D + a) * D + b] * scheme.b[q];
                 *cell++ = sum;
             }
 }
@@ -101,26 +100,27 @@ struct vide_present_blocks {
 
 // The matrix of a step, and its right-hand side, which holds the forcing before. `coefficient` points to the first
 // sample of a in the step.
-template <int row, class rounding, class dimension>
-void fill_vide_system(step_system<row_tables<row>::P, dimension>& system, const vide_present_blocks& present,
-                      const double* coefficient, const double* y, const double* Q, double h, dimension dim) {
-    using tables = row_tables<row>;
-    using integrals = integrated_tables<row>;
-    constexpr int P = tables::P;
+template <class rounding, int P, class dimension>
+void fill_vide_system(const collocation_scheme<P>& scheme, step_system<P, dimension>& system,
+                      const vide_present_blocks& present, const double* coefficient, const double* y, const double* Q,
+                      double h, dimension dim) {
+    // Copies, which the stores to the matrix cannot change.
+    const auto integral_at_node = scheme.integral_at_node;
+    const auto c = scheme.c;
     const int D = dim.D;
     const std::int64_t n_sys = system.n_sys;
     double* const rhs = system.rhs();
     for (int a = 0; a < D; ++a)
         for (int i = 0; i < P; ++i) {
-            const double* const a_row = coefficient + (std::int64_t{tables::m} * tables::k[i] * D + a) * D;
+            const double* const a_row = coefficient + (std::int64_t{scheme.node_sample[i]} * D + a) * D;
             const int R = a * P + i;
             double right_side = rhs[R] + Q[R];
             for (int b = 0; b < D; ++b) {
                 const double kernel_sum = present.kernel_sums[std::int64_t{R} * D + b];
-                right_side += rounding::y_coefficient(a_row[b], kernel_sum, tables::c[i], h) * y[b];
+                right_side += rounding::y_coefficient(a_row[b], kernel_sum, c[i], h) * y[b];
                 for (int j = 0; j < P; ++j) {
                     const int C = b * P + j;
-                    const double Ba = a_row[b] * integrals::node_value[i][j];
+                    const double Ba = a_row[b] * integral_at_node[i][j];
                     system.at(R, C) = rounding::matrix_entry(R == C ? 1.0 : 0.0, present.W[R * n_sys + C], Ba, h);
                 }
             }
@@ -129,23 +129,21 @@ void fill_vide_system(step_system<row_tables<row>::P, dimension>& system, const 
 }
 
 // y[n + 1]: the polynomial of step n at its end.
-template <int row, class rounding, class dimension>
-void carry_vide(const double* Z, const double* y, double h, dimension dim, double* next) {
-    constexpr int P = row_tables<row>::P;
-    constexpr auto& B_at_end = integrated_tables<row>::sample_value[row_tables<row>::S];
+template <class rounding, int P, class dimension>
+void carry_vide(const collocation_scheme<P>& scheme, const double* Z, const double* y, double h, dimension dim,
+                double* next) {
     for (std::int64_t a = 0; a < dim.D; ++a) {
         double end = y[a];
         for (int j = 0; j < P; ++j)
-            end += (h * Z[a * P + j]) * rounding::end_weight(row_tables<row>::b[j], B_at_end[j]);
+            end += (h * Z[a * P + j]) * rounding::end_weight(scheme.b[j], scheme.integral_at_end[j]);
         next[a] = end;
     }
 }
 
 // `solution` holds Z[n], then y[n], for every step.
-template <int row>
-[[gnu::noinline]] void write_vide(const output_arrays& to, double h, const double* solution) {
-    using integrals = integrated_tables<row>;
-    constexpr int P = row_tables<row>::P;
+template <int P>
+[[gnu::noinline]] void write_vide(const basis_table<P, P, P + 1>& integrals, const output_arrays& to, double h,
+                                  const double* solution) {
     const std::int64_t D = to.D;
     const auto y = [=](std::int64_t n, std::int64_t a) {
         return solution[n * (P + 1) * D + P * D + a];
@@ -159,24 +157,23 @@ template <int row>
         return sum;
     };
     const auto vide_step_polynomial = [&](std::int64_t n, std::int64_t a, int p) {
-        return weighted_sum(p == 0 ? y(n, a) : 0.0, n, a, [p](int j) { return integrals::beta[j][p]; });
+        return weighted_sum(p == 0 ? y(n, a) : 0.0, n, a, [&](int j) { return integrals.coefficients[j][p]; });
     };
-    const auto vide_step_value = [&](std::int64_t n, std::int64_t a, int e) {
-        return weighted_sum(y(n, a), n, a, [e](int j) { return integrals::sample_value[e][j]; });
+    const auto vide_step_value = [&](std::int64_t n, std::int64_t a, std::int64_t e) {
+        return weighted_sum(y(n, a), n, a, [&](int j) { return integrals.sample_value[e][j]; });
     };
-    write_output<row_tables<row>::S>(to, P + 1, P + 1, vide_step_polynomial, vide_step_value);
+    write_output(to, P + 1, P + 1, vide_step_polynomial, vide_step_value);
 }
 
 // `samples` is the number of samples. The scalar and the vector form derive it from the length of K in their own ways.
-template <int row, class rounding, class dimension>
-bool march_vide(std::int32_t samples, const vide_arguments& arguments, dimension dim, output_order first) {
+template <class rounding, int P, class dimension>
+bool march_vide(const collocation_scheme<P>& scheme, std::int32_t samples, const vide_arguments& arguments,
+                dimension dim, output_order first) {
     const auto& [g, K, a, y0, dt, want_coeffs, out, coeffs, n_steps] = arguments;
-    constexpr int P = row_tables<row>::P;
-    constexpr int S = row_tables<row>::S;
-    const std::int64_t D = dim.D;
+    const std::int64_t D = dim.D, S = scheme.S;
 
     const double h = dt * double(S);
-    const std::int32_t steps = whole_steps<row>(samples);
+    const std::int32_t steps = whole_steps(scheme, samples);
     *n_steps = steps;
 
     // The parts of the matrix that are the same in every step. Without a step too, a kernel that is too short for them
@@ -184,60 +181,60 @@ bool march_vide(std::int32_t samples, const vide_arguments& arguments, dimension
     step_system<P, dimension> system{dim};
     const std::int64_t n_sys = system.n_sys;
     auto W = make_blocks<P * P>(dim);
-    diagonal_block<row, integrated_tables<row>>(K, D, whole(W));
+    diagonal_block(scheme, scheme.integrated, K, D, whole(W));
     auto kernel_sums = make_blocks<P>(dim);
-    vide_present_y_block<row>(K, D, whole(kernel_sums));
+    vide_present_y_block(scheme, K, D, whole(kernel_sums));
 
     // What is pushed to the history after each step: Z[n], then y[n]. The last block has room for the final y only.
     const std::int64_t width = n_sys + D;
     std::vector<double> solution((std::int64_t{steps} + 1) * width);
-    lag_block_context<dimension> context{K, h, dim};
+    lag_block_context<P, dimension> context{scheme, K, h, dim};
     ToeplitzHistory history;
     history.init(steps, static_cast<std::int32_t>(n_sys), static_cast<std::int32_t>(width));
-    history.set_kernel_provider(&context, vide_history_provider<row, dimension>);
+    history.set_kernel_provider(&context, vide_history_provider<P, dimension>);
     std::copy_n(y0.slice(0, D).pointer, D, solution.data() + n_sys);
     if (steps == 0) {
         clear_samples(out);
         return true;
     }
 
-    const double* forcing = samples_of_steps<row>(g, steps, D);
-    const double* coefficient = samples_of_steps<row>(a, steps, D * D);
+    const double* forcing = samples_of_steps(scheme, g, steps, D);
+    const double* coefficient = samples_of_steps(scheme, a, steps, D * D);
     double* const rhs = system.rhs();
     for (std::int32_t n = 0; n < steps; ++n, forcing += S * D, coefficient += S * D * D) {
         double* const Z = solution.data() + n * width;
         double* const y = Z + n_sys;
-        gather_node_forcing<row>(forcing, D, rhs);
+        gather_node_forcing(scheme, forcing, D, rhs);
         const double* const Q = history.history_at(n).pointer;
-        fill_vide_system<row, rounding>(system, {W.data(), kernel_sums.data()}, coefficient, y, Q, h, dim);
+        fill_vide_system<rounding>(scheme, system, {W.data(), kernel_sums.data()}, coefficient, y, Q, h, dim);
         if (!system.eliminate())
             return false;
         system.solve();
         std::copy_n(rhs, n_sys, Z);
-        carry_vide<row, rounding>(Z, y, h, dim, y + width);
+        carry_vide<rounding>(scheme, Z, y, h, dim, y + width);
         history.push({std::uint64_t(width), Z});
     }
 
-    write_vide<row>({steps, D, want_coeffs, out, coeffs, first}, h, solution.data());
+    write_vide(scheme.integrated, {steps, S, D, want_coeffs, out, coeffs, first}, h, solution.data());
     return true;
 }
 
 template <int row>
 bool solve_vide_impl(const vide_arguments& arguments) {
-    return march_vide<row, scalar_rounding>(guarded_int(arguments.K.length), arguments, fixed_dimension<1>{},
-                                            output_order::cleared_samples);
+    return march_vide<scalar_rounding>(scheme_of_row<row>, guarded_int(arguments.K.length), arguments,
+                                       fixed_dimension<1>{}, output_order::cleared_samples);
 }
 
 template <int row, int D>
 bool solve_vide_vec_impl(const vide_arguments& arguments) {
-    return march_vide<row, vector_rounding>(sample_count(arguments.K, D), arguments, fixed_dimension<D>{},
-                                            output_order::coefficients);
+    return march_vide<vector_rounding>(scheme_of_row<row>, sample_count(arguments.K, D), arguments,
+                                       fixed_dimension<D>{}, output_order::coefficients);
 }
 
 template <int row>
 bool solve_vide_vec_any_impl(const vide_arguments& arguments, int D) {
-    return march_vide<row, any_dimension_rounding>(sample_count(arguments.K, D), arguments, run_time_dimension{D},
-                                                   output_order::coefficients);
+    return march_vide<any_dimension_rounding>(scheme_of_row<row>, sample_count(arguments.K, D), arguments,
+                                              run_time_dimension{D}, output_order::coefficients);
 }
 
 template <int row>

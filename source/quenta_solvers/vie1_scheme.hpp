@@ -25,21 +25,20 @@
 namespace quenta {
 
 // C0 of the continuous form, from the block of the current step in its basis: row-major, n_sys by D.
-template <int row>
+template <int P>
 void start_value_block(view<const double> raw, std::int64_t D, view<double> block) {
-    constexpr int P = row_tables<row>::P;
     for (std::int64_t cell = 0; cell < P * D * D; ++cell)
         block.pointer[cell] = -raw.pointer[cell * (P + 1)]; // the polynomial of the carried value comes first
 }
 
 // h * A0 into the matrix A of the step and, in the continuous form, h * C0 into `start_block`. `raw` is scratch for the
 // block of the basis. All dimensions share this code.
-template <int row, class basis>
-[[gnu::noinline]] void fill_vie1_system(view<const double> K, std::int64_t D, double h, view<double> raw,
+template <int P, class basis_type>
+[[gnu::noinline]] void fill_vie1_system(const collocation_scheme<P>& scheme, const basis_type& basis,
+                                        view<const double> K, std::int64_t D, double h, view<double> raw,
                                         const matrix_cells& A, view<double> start_block) {
-    constexpr int P = row_tables<row>::P;
-    constexpr int carried = basis::basis_size - P;
-    diagonal_block<row, basis>(K, D, raw);
+    constexpr int carried = basis_type::size - P;
+    diagonal_block(scheme, basis, K, D, raw);
     const double* cell = raw.pointer;
     for (std::int64_t R = 0; R < P * D; ++R)
         for (std::int64_t b = 0; b < D; ++b) {
@@ -48,17 +47,16 @@ template <int row, class basis>
                 A.at(R, b * P + j) = h * *cell++;
         }
     if (carried) {
-        start_value_block<row>(raw, D, start_block);
+        start_value_block<P>(raw, D, start_block);
         for (std::int64_t entry = 0; entry < P * D * D; ++entry)
             start_block.pointer[entry] = h * start_block.pointer[entry];
     }
 }
 
 // B_(n+1): the polynomial of step n at its end.
-template <int row, class dimension>
-void carry_vie1(const double* U, const double* B, dimension dim, double* next) {
-    constexpr auto& weight = continuous_tables<row>::end_value;
-    constexpr int P = row_tables<row>::P;
+template <int P, class dimension>
+void carry_vie1(const std::array<double, P + 1>& weight, const double* U, const double* B, dimension dim,
+                double* next) {
     for (std::int64_t a = 0; a < dim.D; ++a) {
         double end = weight[0] * B[a];
         for (int j = 0; j < P; ++j)
@@ -68,10 +66,9 @@ void carry_vie1(const double* U, const double* B, dimension dim, double* next) {
 }
 
 // U_n stands at n * P * D and, in the continuous form, B_n at n * D.
-template <int row, class basis>
-[[gnu::noinline]] void write_vie1(const output_arrays& to, const double* U, const double* B) {
-    constexpr int P = row_tables<row>::P;
-    constexpr int terms = basis::basis_size;
+template <int P, class basis_type>
+[[gnu::noinline]] void write_vie1(const basis_type& basis, const output_arrays& to, const double* U, const double* B) {
+    constexpr int terms = basis_type::size;
     constexpr int carried = terms - P; // the polynomial passes through B_n, then through U_n
     // A value of the polynomial of step n, or one of its coefficients. The sum starts from its first term.
     const auto weighted_sum = [=, D = to.D](std::int64_t n, std::int64_t a, const auto& weight) {
@@ -82,26 +79,23 @@ template <int row, class basis>
         return sum;
     };
     const auto coefficient = [&](std::int64_t n, std::int64_t a, int p) {
-        return weighted_sum(n, a, [p](int j) { return basis::lambda[j][p]; });
+        return weighted_sum(n, a, [&](int j) { return basis.coefficients[j][p]; });
     };
-    const auto value = [&](std::int64_t n, std::int64_t a, int e) {
-        return weighted_sum(n, a, [e](int j) { return basis::sample_value[e][j]; });
+    const auto value = [&](std::int64_t n, std::int64_t a, std::int64_t e) {
+        return weighted_sum(n, a, [&](int j) { return basis.sample_value[e][j]; });
     };
-    write_output<row_tables<row>::S>(to, P + 1, terms, coefficient, value);
+    write_output(to, P + 1, terms, coefficient, value);
 }
 
-template <int row, class dimension>
-bool march_vie1(const vie1_arguments& arguments, dimension dim) {
+template <int P, class dimension>
+bool march_vie1(const collocation_scheme<P>& scheme, const vie1_arguments& arguments, dimension dim) {
     const auto& [g, K, y0, dt, want_coeffs, continuous, out, coeffs, n_steps] = arguments;
-    using tables = row_tables<row>;
-    constexpr int P = tables::P;
-    constexpr int S = tables::S;
-    const std::int64_t D = dim.D;
+    const std::int64_t D = dim.D, S = scheme.S;
 
     if (continuous)
         static_cast<void>(y0.at(0)); // for a dimension below 1 this failure comes before every other
     const double h = double(S) * dt;
-    const std::int32_t steps = whole_steps<row>(sample_count(K, dim.D));
+    const std::int32_t steps = whole_steps(scheme, sample_count(K, dim.D));
     *n_steps = steps;
 
     // Without a step too, a kernel that is too short for the matrix is fatal.
@@ -110,18 +104,18 @@ bool march_vie1(const vie1_arguments& arguments, dimension dim) {
     auto start_block = make_blocks<P>(dim, continuous);
     if (continuous) {
         auto raw = make_blocks<P*(P + 1)>(dim);
-        fill_vie1_system<row, continuous_tables<row>>(K, D, h, whole(raw), system.cells(), whole(start_block));
+        fill_vie1_system(scheme, scheme.continuous, K, D, h, whole(raw), system.cells(), whole(start_block));
     } else {
         auto raw = make_blocks<P * P>(dim);
-        fill_vie1_system<row, tables>(K, D, h, whole(raw), system.cells(), {});
+        fill_vie1_system(scheme, scheme.nodes, K, D, h, whole(raw), system.cells(), {});
     }
 
     std::vector<double> U(n_sys * steps); // U_n at n * n_sys
     std::vector<double> B;                // continuous: B_n at n * D
-    lag_block_context<dimension> context{K, h, dim};
+    lag_block_context<P, dimension> context{scheme, K, h, dim};
     ToeplitzHistory history;
     history.init(steps, static_cast<std::int32_t>(n_sys), static_cast<std::int32_t>(n_sys));
-    history.set_kernel_provider(&context, lag_block<row, dimension>);
+    history.set_kernel_provider(&context, lag_block<P, dimension>);
     if (continuous) {
         B.resize((std::int64_t{steps} + 1) * D);
         std::copy_n(y0.slice(0, std::uint64_t(D)).pointer, D, B.data());
@@ -133,10 +127,10 @@ bool march_vie1(const vie1_arguments& arguments, dimension dim) {
 
     if (!system.eliminate())
         return false;
-    const double* forcing = samples_of_steps<row>(g, steps, D);
+    const double* forcing = samples_of_steps(scheme, g, steps, D);
     double* const rhs = system.rhs();
     for (std::int32_t n = 0; n < steps; ++n, forcing += S * D) {
-        gather_node_forcing<row>(forcing, D, rhs);
+        gather_node_forcing(scheme, forcing, D, rhs);
         const double* const past = history.history_at(n).pointer;
         for (std::int64_t R = 0; R < n_sys; ++R) {
             rhs[R] -= past[R];
@@ -149,25 +143,25 @@ bool march_vie1(const vie1_arguments& arguments, dimension dim) {
         std::copy_n(rhs, n_sys, solved);
         history.push({std::uint64_t(n_sys), solved});
         if (continuous)
-            carry_vie1<row>(solved, B.data() + n * D, dim, B.data() + (n + 1) * D);
+            carry_vie1<P>(scheme.carried_weight, solved, B.data() + n * D, dim, B.data() + (n + 1) * D);
     }
 
-    const output_arrays to{steps, D, want_coeffs, out, coeffs, output_order::coefficients};
+    const output_arrays to{steps, S, D, want_coeffs, out, coeffs, output_order::coefficients};
     if (continuous)
-        write_vie1<row, continuous_tables<row>>(to, U.data(), B.data());
+        write_vie1<P>(scheme.continuous, to, U.data(), B.data());
     else
-        write_vie1<row, tables>(to, U.data(), nullptr);
+        write_vie1<P>(scheme.nodes, to, U.data(), nullptr);
     return true;
 }
 
 template <int row, int D>
 bool vie1_solve(const vie1_arguments& arguments) {
-    return march_vie1<row>(arguments, fixed_dimension<D>{});
+    return march_vie1(scheme_of_row<row>, arguments, fixed_dimension<D>{});
 }
 
 template <int row>
 bool vie1_solve_any(const vie1_arguments& arguments, int D) {
-    return march_vie1<row>(arguments, run_time_dimension{D});
+    return march_vie1(scheme_of_row<row>, arguments, run_time_dimension{D});
 }
 
 template <int row>

@@ -22,21 +22,19 @@
 namespace quenta {
 
 // I - h W into the matrix A of the step. `W` is scratch. All dimensions share this code.
-template <int row>
-[[gnu::noinline]] void fill_vie2_system(view<const double> K, std::int64_t D, double h, view<double> W,
-                                        const matrix_cells& A) {
-    diagonal_block<row, row_tables<row>>(K, D, W);
+template <int P>
+[[gnu::noinline]] void fill_vie2_system(const collocation_scheme<P>& scheme, view<const double> K, std::int64_t D,
+                                        double h, view<double> W, const matrix_cells& A) {
+    diagonal_block(scheme, scheme.nodes, K, D, W);
     const double* cell = W.pointer;
-    for (std::int64_t R = 0; R < row_tables<row>::P * D; ++R)
-        for (std::int64_t C = 0; C < row_tables<row>::P * D; ++C)
+    for (std::int64_t R = 0; R < P * D; ++R)
+        for (std::int64_t C = 0; C < P * D; ++C)
             A.at(R, C) = (R == C ? 1.0 : 0.0) - h * *cell++;
 }
 
 // U[n] stands at n * P * D.
-template <int row>
-[[gnu::noinline]] void write_vie2(const output_arrays& to, const double* U) {
-    using tables = row_tables<row>;
-    constexpr int P = tables::P;
+template <int P>
+[[gnu::noinline]] void write_vie2(const basis_table<P, P, P>& basis, const output_arrays& to, const double* U) {
     // A value of the polynomial of step n, or one of its coefficients. The sum starts from 0.0.
     const auto weighted_sum = [=, D = to.D](std::int64_t n, std::int64_t a, const auto& weight) {
         const double* const values = U + (n * D + a) * P;
@@ -46,37 +44,36 @@ template <int row>
         return sum;
     };
     const auto coefficient = [&](std::int64_t n, std::int64_t a, int p) {
-        return weighted_sum(n, a, [p](int j) { return tables::lambda[j][p]; });
+        return weighted_sum(n, a, [&](int j) { return basis.coefficients[j][p]; });
     };
-    const auto value = [&](std::int64_t n, std::int64_t a, int e) {
-        return weighted_sum(n, a, [e](int j) { return tables::sample_value[e][j]; });
+    const auto value = [&](std::int64_t n, std::int64_t a, std::int64_t e) {
+        return weighted_sum(n, a, [&](int j) { return basis.sample_value[e][j]; });
     };
-    write_output<tables::S>(to, P + 1, P, coefficient, value);
+    write_output(to, P + 1, P, coefficient, value);
 }
 
 // `samples` is the number of samples. The scalar and the vector form derive it from the length of K in their own ways.
-template <int row, class dimension>
-bool march_vie2(std::int32_t samples, const vie2_arguments& arguments, dimension dim, output_order first) {
+template <int P, class dimension>
+bool march_vie2(const collocation_scheme<P>& scheme, std::int32_t samples, const vie2_arguments& arguments,
+                dimension dim, output_order first) {
     const auto& [g, K, dt, want_coeffs, out, coeffs, n_steps] = arguments;
-    constexpr int P = row_tables<row>::P;
-    constexpr int S = row_tables<row>::S;
-    const std::int64_t D = dim.D;
+    const std::int64_t D = dim.D, S = scheme.S;
 
     const double h = dt * double(S);
-    const std::int32_t steps = whole_steps<row>(samples);
+    const std::int32_t steps = whole_steps(scheme, samples);
     *n_steps = steps;
 
     // Without a step too, a kernel that is too short for the matrix is fatal.
     step_system<P, dimension> system{dim};
     const std::int64_t n_sys = system.n_sys;
     auto W = make_blocks<P * P>(dim);
-    fill_vie2_system<row>(K, D, h, whole(W), system.cells());
+    fill_vie2_system(scheme, K, D, h, whole(W), system.cells());
 
     std::vector<double> U(n_sys * steps); // U[n] at n * n_sys
-    lag_block_context<dimension> context{K, h, dim};
+    lag_block_context<P, dimension> context{scheme, K, h, dim};
     ToeplitzHistory history;
     history.init(steps, static_cast<std::int32_t>(n_sys), static_cast<std::int32_t>(n_sys));
-    history.set_kernel_provider(&context, lag_block<row, dimension>);
+    history.set_kernel_provider(&context, lag_block<P, dimension>);
     if (steps == 0) {
         clear_samples(out);
         return true;
@@ -84,10 +81,10 @@ bool march_vie2(std::int32_t samples, const vie2_arguments& arguments, dimension
 
     if (!system.eliminate())
         return false;
-    const double* forcing = samples_of_steps<row>(g, steps, D);
+    const double* forcing = samples_of_steps(scheme, g, steps, D);
     double* const rhs = system.rhs();
     for (std::int32_t n = 0; n < steps; ++n, forcing += S * D) {
-        gather_node_forcing<row>(forcing, D, rhs);
+        gather_node_forcing(scheme, forcing, D, rhs);
         const double* const Q = history.history_at(n).pointer;
         for (std::int64_t R = 0; R < n_sys; ++R)
             rhs[R] += Q[R];
@@ -97,24 +94,26 @@ bool march_vie2(std::int32_t samples, const vie2_arguments& arguments, dimension
         history.push({std::uint64_t(n_sys), solved});
     }
 
-    write_vie2<row>({steps, D, want_coeffs, out, coeffs, first}, U.data());
+    write_vie2(scheme.nodes, {steps, S, D, want_coeffs, out, coeffs, first}, U.data());
     return true;
 }
 
 template <int row>
 bool solve_vie2_impl(const vie2_arguments& arguments) {
-    return march_vie2<row>(guarded_int(arguments.K.length), arguments, fixed_dimension<1>{},
-                           output_order::cleared_samples);
+    return march_vie2(scheme_of_row<row>, guarded_int(arguments.K.length), arguments, fixed_dimension<1>{},
+                      output_order::cleared_samples);
 }
 
 template <int row, int D>
 bool solve_vie2_vec_impl(const vie2_arguments& arguments) {
-    return march_vie2<row>(sample_count(arguments.K, D), arguments, fixed_dimension<D>{}, output_order::coefficients);
+    return march_vie2(scheme_of_row<row>, sample_count(arguments.K, D), arguments, fixed_dimension<D>{},
+                      output_order::coefficients);
 }
 
 template <int row>
 bool solve_vie2_vec_any_impl(const vie2_arguments& arguments, int D) {
-    return march_vie2<row>(sample_count(arguments.K, D), arguments, run_time_dimension{D}, output_order::coefficients);
+    return march_vie2(scheme_of_row<row>, sample_count(arguments.K, D), arguments, run_time_dimension{D},
+                      output_order::coefficients);
 }
 
 template <int row>

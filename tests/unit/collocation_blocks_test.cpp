@@ -34,31 +34,32 @@ view<const double> view_of(const std::vector<double>& K) {
     return {K.size(), K.data()};
 }
 
-template <int row, class basis>
-std::vector<double> block_of_basis(const std::vector<double>& K, int D) {
-    std::vector<double> block(std::size_t(row_tables<row>::P * basis::basis_size * D * D), ieee::quiet_nan);
-    diagonal_block<row, basis>(view_of(K), D, whole(block));
+template <int row, class basis_type>
+std::vector<double> block_of_basis(const basis_type& basis, const std::vector<double>& K, int D) {
+    std::vector<double> block(std::size_t(row_tables<row>::P * basis_type::size * D * D), ieee::quiet_nan);
+    diagonal_block(scheme_of_row<row>, basis, view_of(K), D, whole(block));
     return block;
 }
 
 template <int row>
 std::vector<double> discontinuous_block(const std::vector<double>& K, int D) {
-    return block_of_basis<row, row_tables<row>>(K, D);
+    return block_of_basis<row>(scheme_of_row<row>.nodes, K, D);
 }
 
 template <int row>
 std::vector<double> continuous_block(const std::vector<double>& K, int D) {
-    return block_of_basis<row, continuous_tables<row>>(K, D);
+    return block_of_basis<row>(scheme_of_row<row>.continuous, K, D);
 }
 
 // The block of a lag as the history receives it. A fixed and a run-time dimension must give the same bits.
 template <int row, int D>
 std::vector<double> provided_block(const std::vector<double>& K, double h, int lag) {
     const auto provided = [&]<class dimension>(dimension dim) {
-        lag_block_context<dimension> context{view_of(K), h, dim};
+        constexpr int P = row_tables<row>::P;
+        lag_block_context<P, dimension> context{scheme_of_row<row>, view_of(K), h, dim};
         ToeplitzHistory history;
-        history.init(lag + 1, row_tables<row>::P * D, row_tables<row>::P * D);
-        lag_block<row, dimension>(&context, lag, history);
+        history.init(lag + 1, P * D, P * D);
+        lag_block<P, dimension>(&context, lag, history);
         const view<double> block = history.kernel_block(lag);
         return std::vector<double>(block.pointer, block.pointer + block.length);
     };
