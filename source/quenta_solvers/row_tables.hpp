@@ -1,8 +1,8 @@
 // The constants of a row of the settings table, computed at build time.
 //
-// row_tables, continuous_tables and integrated_tables compute them. scheme_of_row has them as values in a form whose type
-// depends on the number of nodes only. The solvers take this form, so that all rows with the same number of nodes share
-// their code.
+// row_tables, continuous_tables and integrated_tables compute them. scheme_of_row has them as values in a form whose
+// type depends on the number of nodes only. The solvers take this form, so that all rows with the same number of nodes
+// share their code.
 #pragma once
 
 #include "quenta_solvers/collocation_settings.hpp"
