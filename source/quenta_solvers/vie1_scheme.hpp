@@ -53,6 +53,19 @@ template <int P, class basis_type>
     }
 }
 
+// The same in either form, with scratch for this dimension.
+template <int P, class dimension>
+void build_vie1_system(const collocation_scheme<P>& scheme, view<const double> K, double h, bool continuous,
+                       dimension dim, const matrix_cells& A, view<double> start_block) {
+    if (continuous) {
+        auto raw = make_blocks<P*(P + 1)>(dim);
+        fill_vie1_system(scheme, scheme.continuous, K, dim.D, h, whole(raw), A, start_block);
+    } else {
+        auto raw = make_blocks<P * P>(dim);
+        fill_vie1_system(scheme, scheme.nodes, K, dim.D, h, whole(raw), A, {});
+    }
+}
+
 // B_(n+1): the polynomial of step n at its end.
 template <int P, class dimension>
 void carry_vie1(const std::array<double, P + 1>& weight, const double* U, const double* B, dimension dim,
@@ -102,13 +115,7 @@ bool march_vie1(const collocation_scheme<P>& scheme, const vie1_arguments& argum
     step_system<P, dimension> system{dim};
     const std::int64_t n_sys = system.n_sys;
     auto start_block = make_blocks<P>(dim, continuous);
-    if (continuous) {
-        auto raw = make_blocks<P*(P + 1)>(dim);
-        fill_vie1_system(scheme, scheme.continuous, K, D, h, whole(raw), system.cells(), whole(start_block));
-    } else {
-        auto raw = make_blocks<P * P>(dim);
-        fill_vie1_system(scheme, scheme.nodes, K, D, h, whole(raw), system.cells(), {});
-    }
+    build_vie1_system(scheme, K, h, continuous, dim, system.cells(), whole(start_block));
 
     std::vector<double> U(n_sys * steps); // U_n at n * n_sys
     std::vector<double> B;                // continuous: B_n at n * D
