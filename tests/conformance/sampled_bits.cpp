@@ -2,6 +2,8 @@
 // every class of dimension, with and without coeffs.
 #include "conformance/sampled_bits.hpp"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace quenta_tests {
@@ -44,22 +46,37 @@ std::vector<solver_of_dimension> every_solver_and_dimension() {
     return all;
 }
 
+// Rows with the same number of nodes share the code of the march, and the history does not depend on the row. With more
+// than two components, whose long solutions take the reference long, the longer lengths are compared for these rows
+// only: one for each number of nodes.
+constexpr std::array<std::size_t, 5> one_row_per_number_of_nodes{1, 8, 21, 50, 55};
+constexpr int longer_length = 32;
+
+bool is_compared(std::size_t row, int D, int steps) {
+    const auto& rows = one_row_per_number_of_nodes;
+    return D <= 2 || steps < longer_length || std::find(rows.begin(), rows.end(), row) != rows.end();
+}
+
 class every_row : public ::testing::TestWithParam<solver_of_dimension> {};
 
 TEST_P(every_row, equals_the_reference_for_every_length_at_which_the_history_changes_its_algorithm) {
     const auto& [solver, D] = GetParam();
     random_data random{20260201 + std::uint64_t(D)};
     comparison_counts counts;
-    int solvable = 0;
+    int expected = 0, solvable = 0;
     std::vector<int> all_steps{boundary_steps.begin(), boundary_steps.end()};
     if (D == 1) // small enough for more lengths
         all_steps.insert(all_steps.end(), {31, 32, 34, 63, 300});
     for (const int steps : all_steps)
         for_each_row(steps, [&, &solver = solver, D = D](std::size_t row, std::size_t N) {
+            if (!is_compared(row, D, steps))
+                return;
+            ++expected;
             compare_with_reference(solver, random_problem(random, row, D, N), counts);
             solvable += solver.suits(reference::settings()[row]);
         });
-    EXPECT_EQ(counts.all(), int(all_steps.size()) * 56);
+    EXPECT_EQ(counts.all(), expected);
+    EXPECT_GE(expected, int(all_steps.size()) * 5);
     EXPECT_GE(counts.solved, solvable);
     EXPECT_GT(solvable, 0);
 }

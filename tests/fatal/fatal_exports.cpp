@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <exception>
 #include <ostream>
-#include <regex>
 #include <string>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -199,7 +199,7 @@ TEST_P(fatal, throws_an_exception_that_a_host_can_catch_and_the_next_call_works)
         ++caught;
         ASSERT_NE(failure.what(), nullptr);
         EXPECT_NE(std::string{failure.what()}, "");
-        EXPECT_TRUE(std::regex_search(failure.what(), std::regex{GetParam().message})) << failure.what();
+        EXPECT_TRUE(std::string_view{failure.what()}.starts_with(GetParam().message)) << failure.what();
     }
     EXPECT_EQ(caught, 1);
     const sampled_answer after = call_vie2(ones, ones, 0.01, simpson);
@@ -212,7 +212,11 @@ INSTANTIATE_TEST_SUITE_P(request, fatal, ::testing::ValuesIn(fatal_requests),
 
 // Whether the message of a failure ends with a place in the library.
 bool gives_a_place(const std::string& text) {
-    return std::regex_search(text, std::regex{", at .*[a-z_]+\\.[ch]pp:[0-9]+$"});
+    const std::size_t place = text.rfind(", at "), extension = text.rfind("pp:");
+    if (place == std::string::npos || extension == std::string::npos || extension < place)
+        return false;
+    const std::string line = text.substr(extension + 3);
+    return text[extension - 2] == '.' && !line.empty() && line.find_first_not_of("0123456789") == std::string::npos;
 }
 
 // The message of the exception that an action throws, or an empty text.
