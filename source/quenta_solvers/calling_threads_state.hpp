@@ -24,7 +24,7 @@ public:
     thread_record* enter(std::unique_ptr<thread_record> record);
     // Returns whether the record was in the list. A record that is not in the list is not accessed.
     bool take_out(const thread_record* record);
-    int size();
+    int size(); // for tests
     // For a forked child. The records of threads that do not exist in it stay in the list: they are a few bytes each,
     // and the heap, which may have fork handlers of its own, must not be called while the handlers of a fork run.
     void renew_lock();

@@ -30,7 +30,7 @@ inline constexpr double eps = 2.220446049250313e-16;
 bool eliminate_in_place(view<double> a, int n, view<int> pivots);
 // Replaces b by the solution, given the result of the elimination.
 void substitute_in_place(view<const double> a, int n, view<const int> pivots, view<double> b);
-// Both in one call.
+// Both in one call. The solvers call the two parts; tests compare this with the reference implementation.
 bool solve_dense_in_place(view<double> a, view<double> b, int n, view<int> pivots);
 
 // Up to this order, a matrix whose order is known at build time is eliminated by scalar code with constant bounds.

@@ -39,13 +39,13 @@ public:
     void init(std::int32_t n, std::int32_t p, std::int32_t q);
 
     // The provider is called once for each lag from 1 on, in ascending order, when a block of targets first needs it.
-    // Without a provider, each push reads the current contents of `kernel`.
+    // Without a provider, as in some tests, each push reads the current contents of `kernel`.
     void set_kernel_provider(void* context, kernel_provider function);
 
     // The p doubles of H[t], complete as soon as t values have been pushed.
     view<double> history_at(std::int32_t t);
 
-    // The p * q doubles of lag d, row-major, and the q doubles of its row r.
+    // The p * q doubles of lag d, row-major, and the q doubles of its row r, which only tests call.
     view<double> kernel_block(std::int32_t d);
     view<double> kernel_row(std::int32_t d, std::int32_t r);
 

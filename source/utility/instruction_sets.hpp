@@ -42,6 +42,7 @@ struct table_list {
     std::array<const table*, 3> tables;
     std::size_t count;
 
+    // For tests of all tables.
     const table* const* begin() const { return tables.data(); }
     const table* const* end() const { return tables.data() + count; }
     const table* back() const { return tables[count - 1]; }

@@ -42,7 +42,7 @@ public:
     constexpr subset(std::uint32_t of, const double* list) : bits{of}, elements{list} {}
     constexpr iterator begin() const { return {bits, elements}; }
     constexpr end_marker end() const { return {}; }
-    constexpr int size() const { return std::popcount(bits); }
+    constexpr int size() const { return std::popcount(bits); } // for tests
 
 private:
     std::uint32_t bits;
