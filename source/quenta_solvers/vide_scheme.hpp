@@ -9,8 +9,8 @@
 //
 // where a is the coefficient at the nodes, the quadrature rule of the nodes replaces the integral over the previous
 // steps by the history Q, and the tables V and W replace the integral over the part [t_n, t_n + c_i h] of the current
-// step (H. Brunner, Collocation Methods for Volterra Integral and Related Functional Equations, Cambridge University
-// Press 2004, chapter 3).
+// step (H. Brunner, Collocation Methods for Volterra Integral and Related Functional Differential Equations, Cambridge
+// University Press 2004, chapter 3).
 #pragma once
 
 #include "quenta_solvers/collocation_blocks.hpp"

@@ -7,9 +7,10 @@
 //     A0 U_n = G_n - history_n + h C0 B_n         continuous: it also passes through B_n, the end value of the
 //                                                 previous step
 //
-// (H. Brunner, Collocation Methods for Volterra Integral and Related Functional Equations, Cambridge University Press
-// 2004, section 2.4.) With many settings the errors of the continuous form grow from step to step, with some of them
-// even where it does not extrapolate (c_P = 1). This is a property of the scheme, and nothing here damps it.
+// (H. Brunner, Collocation Methods for Volterra Integral and Related Functional Differential Equations, Cambridge
+// University Press 2004, section 2.4.) With many settings the errors of the continuous form grow from step to step,
+// with some of them even where it does not extrapolate (c_P = 1). This is a property of the scheme, and nothing here
+// damps it.
 #pragma once
 
 #include "quenta_solvers/collocation_blocks.hpp"

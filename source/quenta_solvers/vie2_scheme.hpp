@@ -6,7 +6,7 @@
 //
 // where the quadrature rule of the nodes replaces the integral over the previous steps by the history Q, and the table
 // W replaces the integral over the part [t_n, t_n + c_i h] of the current step (H. Brunner, Collocation Methods for
-// Volterra Integral and Related Functional Equations, Cambridge University Press 2004, section 2.2).
+// Volterra Integral and Related Functional Differential Equations, Cambridge University Press 2004, section 2.2).
 #pragma once
 
 #include "quenta_solvers/collocation_blocks.hpp"

@@ -4,8 +4,9 @@
 // With P nodes, the quadrature rule of the history and the polynomial of a step both have errors of order P. In the
 // discontinuous form, a step multiplies an error at its start by rho, the product of (c - 1) / c over the nodes. Errors
 // stay bounded if |rho| <= 1. If rho = 1, the errors of all steps add up, and one order is lost (H. Brunner,
-// Collocation Methods for Volterra Integral and Related Functional Equations, Cambridge University Press 2004,
-// section 2.4). The continuous form has no such formula; a numerical experiment shows whether errors stay bounded.
+// Collocation Methods for Volterra Integral and Related Functional Differential Equations, Cambridge University Press
+// 2004, section 2.4). The continuous form has no such formula; a numerical experiment shows whether errors stay
+// bounded.
 #include "properties/system_problem.hpp"
 #include "reference/vie1.hpp"
 #include "support/random_data.hpp"
