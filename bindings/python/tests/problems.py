@@ -7,6 +7,14 @@ import numpy as np
 import quenta
 
 
+def grid(spacings, end=10.0):
+    return end * np.arange(spacings + 1) / spacings
+
+
+def largest_error(solved, exact):
+    return abs(solved.y - exact[: len(solved.y)]).max()
+
+
 def solution(t):
     return 1 + np.sin(t)
 

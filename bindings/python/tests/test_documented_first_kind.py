@@ -39,6 +39,20 @@ def carried(setting):
 NOISE = 1e-4
 
 
+def test_the_example_with_rounded_samples():
+    t = np.arange(5401) * 0.001
+    g, K = np.round((np.cos(t) + np.sin(t) - np.exp(-t)) / 2, 4), np.exp(-t)
+    found, exact = solve(g, K, 0.001, (3, (1, 2, 3)))
+    every = root_mean_square(found - exact)
+    found, exact = solve(g[::10], K[::10], 0.01, (3, (1, 2, 3)))
+    tenth = root_mean_square(found - exact)
+    assert_stated(PAGE, "With all 5401 samples the root mean square error is {}", every)
+    assert every / tenth == pytest.approx(10, rel=0.1)
+    predicted = 0.52 * 1e-4 / np.sqrt(12) / 0.01
+    assert predicted == pytest.approx(tenth, rel=0.1)
+    assert_stated(PAGE, "estimates that of the noise, {} in the example above with every tenth sample", predicted)
+
+
 def noisy_solutions(setting, spacings, repetitions=20):
     """The exact solution, the numerical one from exact samples, and those from noisy samples."""
     t, g, K = problem(spacings)
@@ -60,7 +74,7 @@ def test_the_amplification_of_noise():
     assert len(fading) == 18
     least, most = min(fading, key=fading.get), max(fading, key=fading.get)
     assert (str(least), str(most)) == ("(4, [4])", "(1, [1])")
-    assert_stated(PAGE, "between {} (m = 4, node 4) and {} (m = 1, node 1) for the 18 settings that let errors die out",
+    assert_stated(PAGE, "between {} (m = 4, node 4) and {} (m = 1, node 1) for the 18 schemes in which errors decay",
                   fading[least], fading[most])
     for setting in ((2, (1, 2)), (3, (1, 2, 3)), (4, (1, 2, 3, 4))):
         row = next(row for row in fading if (row.m, row.nodes) == setting)
@@ -69,7 +83,7 @@ def test_the_amplification_of_noise():
     assert len(staying) == 5
     for setting in staying:
         assert amplification(setting, 40) > 1.5 * amplification(setting, 10)
-    assert_stated(PAGE, "For the five settings with $\\rho = \\pm 1$ it grows with the number of steps")
+    assert_stated(PAGE, "For the five schemes with $\\rho = \\pm 1$ it grows with the number of steps")
 
 
 def best_under_noise(setting):
@@ -245,7 +259,7 @@ def test_only_damped_settings_with_one_node_converge_at_a_jump_of_K():
         else:
             assert many > few / 2, setting
     assert min(errors, key=lambda name: errors[name][1]) == (1, (1,))
-    assert_stated(PAGE, "Only the settings with one node and $-1 < \\rho < 1$ converge, and m = 1 with the node 1 is the best "
+    assert_stated(PAGE, "Only the schemes with one node and $-1 < \\rho < 1$ converge, and m = 1 with the node 1 is the best "
                         "of them: the root mean square error falls from {} with 289 samples to {} with 2881. With m = 3 and "
                         "the nodes 1 2 3 it stays at {}.", *errors[1, (1,)], errors[3, (1, 2, 3)][1])
 
@@ -285,10 +299,10 @@ def test_the_growth_of_the_continuous_form():
             assert setting.measured["vie1_continuous"].order == pytest.approx(setting.count, abs=0.1), setting
     growth = next(s for s in USABLE if (s.m, s.nodes) == (2, (1,))).measured["vie1_continuous"].growth
     assert growth == pytest.approx(3 + 2 * np.sqrt(2), abs=0.001)
-    assert_stated(PAGE, "gives the factor $3 + 2 \\sqrt 2 \\approx {}$ a step", growth)
+    assert_stated(PAGE, "gives the factor $3 + 2 \\sqrt 2 \\approx {}$ per step", growth)
     for setting in ((2, (1,)), (4, (1, 2, 3))):  # the settings in the figure
         t = np.arange(30 * setting[0] ** 2 + 1) / (30 * setting[0] ** 2)
         g = (np.cos(t) + np.sin(t) - np.exp(-t)) / 2
         solved = quenta.solve_vie1(g, np.exp(-t), t[1], setting=setting, continuous=True, y0=1.0)
         assert abs(solved.y - np.cos(t)).max() > 1e18
-    assert_stated(PAGE, "two settings in the continuous form grow to 1e18 and beyond")
+    assert_stated(PAGE, "two schemes in the continuous form grow to 1e18 and beyond")

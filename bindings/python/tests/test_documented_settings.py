@@ -1,24 +1,15 @@
-"""Measures what README.md and docs/settings.md state about the settings."""
+"""Measures what README.md and docs/settings.md state about the collocation schemes."""
 
 import numpy as np
 import pytest
 from documented import assert_stated, described
-from problems import SOLVERS, arguments, kernel, memory, solution
+from problems import arguments, grid, kernel, largest_error, solution
 
 import quenta
 
 PAGE = "docs/settings.md"
-END = 10.0
 
 pytestmark = pytest.mark.filterwarnings("ignore")
-
-
-def grid(spacings, end=END):
-    return end * np.arange(spacings + 1) / spacings
-
-
-def largest_error(solved, exact):
-    return abs(solved.y - exact[: len(solved.y)]).max()
 
 
 # ---- The table of orders --------------------------------------------------------------------------------------------
@@ -41,7 +32,7 @@ def test_the_order_at_step_ends_is_higher_for_an_odd_number_of_equally_spaced_no
         if setting.nodes[0] == 0 and setting.nodes[-1] == setting.m and second.order_at_steps > second.order + 0.5:
             better.add(str(setting))
     assert better == {"(2, [0, 1, 2])", "(4, [0, 2, 4])", "(4, [0, 1, 2, 3, 4])"}
-    assert_stated(PAGE, "in the second kind by one order, if the number of nodes is odd and they lie evenly")
+    assert_stated(PAGE, "in the second kind by one order, if the number of nodes is odd and they are equally spaced")
 
 
 def test_the_most_accurate_setting_of_the_first_kind():
@@ -167,7 +158,7 @@ def test_the_trapezoidal_rule_is_best_if_g_and_K_start_at_zero():
         assert str(min(quenta.settings(), key=lambda setting: gamma_renewal_error(setting, spacings))) == "(1, [0, 1])"
     ratio = gamma_renewal_error((1, (0, 1)), 400) / gamma_renewal_error((1, (0, 1)), 800)
     assert ratio == pytest.approx(16, rel=0.05)
-    assert_stated(PAGE, "m = 1 with the nodes 0 1 then has order 4 and the smallest error of all settings")
+    assert_stated(PAGE, "m = 1 with the nodes 0 1 then has order 4 and the smallest error of all schemes")
 
 
 def test_the_order_is_that_of_the_table_if_only_the_values_start_at_zero():
@@ -221,22 +212,3 @@ def test_damping_of_components_that_decay_within_a_step():
     assert damping_with_the_first == {"(3, [0, 2, 3])", "(4, [0, 3, 4])", "(4, [0, 2, 3, 4])"}
     assert_stated(PAGE, "m = 3 with 2; m = 4 with 3 and with 2 3; and, with both ends, m = 3 with 0 2 3, m = 4 with 0 3 4 "
                         "and with 0 2 3 4")
-
-
-# ---- Halving the spacing --------------------------------------------------------------------------------------------
-
-
-@pytest.mark.parametrize("kind, name", [("vie2", "second kind"), ("vie1", "first kind"), ("vide", "integro-differential")])
-def test_the_difference_of_two_solutions_estimates_the_error_of_the_coarser_one(kind, name):
-    settings = [(2, (1, 2)), (3, (1, 2, 3))] if kind == "vie1" else [(1, (0, 1)), (2, (0, 1, 2)), (4, (0, 1, 2, 3, 4))]
-    for setting in settings:
-        solved, errors = [], []
-        for steps in (40, 80, 160):
-            t = grid(steps * setting[0] ** 2)
-            solved.append(SOLVERS[kind](*arguments(kind, t), t[1], setting=setting))
-            errors.append(largest_error(solved[-1], solution(t)))
-        differences = [abs(fine.y[::2] - coarse.y).max() for coarse, fine in zip(solved, solved[1:])]
-        order = round(np.log2(errors[1] / errors[2]))
-        assert_stated(PAGE, f"| {name} | {described(setting)} | {order} | {{}} | {{}} | {{}} |",
-                      differences[0] / differences[1], differences[1] / errors[1],
-                      differences[1] / (2**order - 1) / errors[2])
