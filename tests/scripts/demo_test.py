@@ -39,9 +39,9 @@ class Demo(unittest.TestCase):
         deviation = re.search(r"^closed form: within (\S+) of it, relatively$", ran.stdout, re.MULTILINE)
         self.assertIsNotNone(deviation, f"expected a comparison with the closed form, got:\n{ran.stdout}")
         self.assertLess(float(deviation[1]), 1e-3)
-        last = re.search(r"written: (\S+\.png)\n\Z", ran.stdout)
+        last = re.search(r"written: (\S+\.(?:png|svg))\n\Z", ran.stdout)
         self.assertIsNotNone(last, f"expected the path of a picture on the last line, got:\n{ran.stdout}")
-        self.assertEqual((self.checkout / last[1]).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
+        self.assertRegex((self.checkout / last[1]).read_bytes(), rb"\A(\x89PNG\r\n|<\?xml )")
 
 
 if __name__ == "__main__":
