@@ -52,5 +52,5 @@ def test_measured_orders_are_those_of_the_quadrature_rules():
         assert r in (setting.count, setting.count + 1), setting
         assert setting.measured["vide"].order == pytest.approx(r, abs=0.2), setting
         assert setting.measured["vie2"].order == pytest.approx(setting.count, abs=0.1), setting
-    assert_stated(PAGE, "$r$ is $P$ or $P + 1$ for all settings of the table")
+    assert_stated(PAGE, "$r$ is $P$ or $P + 1$ for all schemes of the table")
     assert_stated(PAGE, "| integro-differential | $r$ | all |")
