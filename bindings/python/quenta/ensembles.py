@@ -96,7 +96,7 @@ class Ensemble:
 
         See Also
         --------
-        Ensemble.failures : The members that failed.
+        Ensemble : The results of an ensemble.
 
         Examples
         --------

@@ -110,18 +110,15 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
     Notes
     -----
     1. A reference solution is computed from the same samples by the backward differentiation formula of order 6 [1]_.
-    It
-       uses all samples, including those that the scheme does not read. A second reference, from every second sample,
+       It uses all samples, including those that the scheme does not read. A second reference, from every second sample,
        shows the uncertainty of the first.
     2. The estimate is the sum of two differences: that of the solution and the reference, and that of the two
-    references.
-       The second difference is the uncertainty. If it exceeds half the first difference, a third reference, from every
-       fourth sample, is computed. On smooth problems halving the spacing divides the difference of the references by
-       64. The uncertainty is divided by one eighth of the observed factor, at most by 8.
+       references. The second difference is the uncertainty. If it exceeds half the first difference, a third reference,
+       from every fourth sample, is computed. On smooth problems halving the spacing divides the difference of the
+       references by 64. The uncertainty is divided by one eighth of the observed factor, at most by 8.
     3. The estimate is trusted if the uncertainty is at most half the difference from the reference. Then the estimate
-    is
-       within a factor of 3 of the error, with rare exceptions. An estimate of the size of rounding errors is trusted as
-       an upper bound.
+       is within a factor of 3 of the error, with rare exceptions. An estimate of the size of rounding errors is trusted
+       as an upper bound.
 
     The estimate is not trusted if the reference is more than twice as large as the solution, or if the integral of the
     kernel changes by more than a tenth when every second sample is left out.
