@@ -23,7 +23,7 @@ author = "the quenta_native developers"
 copyright = f"2026, {author}"
 version = release = re.search(r"VERSION (\d+\.\d+\.\d+)", (here.parent / "CMakeLists.txt").read_text())[1]
 
-extensions = ["myst_parser", "sphinx.ext.autodoc", "header_reference", "measured_settings"]
+extensions = ["myst_parser", "numpydoc", "sphinx.ext.autodoc", "header_reference", "measured_settings"]
 root_doc = "docs/index"
 include_patterns = ["docs/*", "examples/*/README.md", "bindings/python/README.md", "*.md"]
 exclude_patterns = ["build*", ".git"]
@@ -32,6 +32,7 @@ nitpicky = True
 default_role = "code"
 autodoc_member_order = "bysource"
 autodoc_typehints = "none"
+numpydoc_show_class_members = False
 smartquotes = False
 highlight_language = "none"
 
@@ -60,21 +61,6 @@ def write_math(translator, node):
     raise nodes.SkipNode
 
 
-# In a docstring, a paragraph that is all indented is a formula or a piece of code: it is shown as it stands.
-def keep_indented(app, what, name, object, options, lines):
-    paragraphs = [[]]
-    for line in lines:
-        if line:
-            paragraphs[-1].append(line)
-        elif paragraphs[-1]:
-            paragraphs.append([])
-    lines.clear()
-    for paragraph in paragraphs:
-        if paragraph and all(line.startswith(" ") for line in paragraph):
-            lines += ["::", ""]
-        lines += [*paragraph, ""]
-
-
 def find_undocumented(app, env):
     documented = env.get_domain("py").objects
     for name in quenta.__all__:
@@ -84,5 +70,4 @@ def find_undocumented(app, env):
 
 def setup(app):
     app.connect("env-check-consistency", find_undocumented)
-    app.connect("autodoc-process-docstring", keep_indented)
     app.add_html_math_renderer("mathml", (write_math, None), (write_math, None))

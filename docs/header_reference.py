@@ -35,7 +35,7 @@ def escaped(text):
 def paragraphs(text):
     """The comment of a declaration in the notation of Sphinx."""
     for paragraph in re.split(r"\n\s*\n", text):
-        if re.search(r"^(In|Out|Returns|Takes) |^ ", paragraph, re.MULTILINE):
+        if re.search(r"^(In|Out|Returns|Memory)\b|^ ", paragraph, re.MULTILINE):
             yield "::\n\n" + textwrap.indent(paragraph, "    ")
         else:
             yield escaped(paragraph)

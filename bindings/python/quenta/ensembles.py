@@ -20,16 +20,33 @@ _MOST_MEMBERS = 10**7  # a limit that catches endless iterables
 
 @dataclass(frozen=True)
 class Failure:
-    """A member without a value.
+    """A member of an ensemble without a value.
 
-    index
+    Attributes
+    ----------
+    index : int
         The index of its parameter.
-    parameter
+    parameter : object
         The argument of `solve`.
-    error
+    error : str
         The exception in one line, or the reason why the member was not run.
-    details
-        The exception with its traceback.
+    details : str
+        The exception with its traceback, or an empty text.
+
+    See Also
+    --------
+    Ensemble : The results of an ensemble.
+
+    Examples
+    --------
+    >>> import warnings
+    >>> import quenta
+    >>> with warnings.catch_warnings():
+    ...     warnings.simplefilter("ignore")  # the warning that reports the failure
+    ...     inverses = quenta.ensemble(lambda x: 1 / x, [1, 0])
+    >>> failure = inverses.failures[0]
+    >>> print(failure.index, failure.parameter, failure.error)
+    1 0 ZeroDivisionError: division by zero
     """
 
     index: int
@@ -42,12 +59,27 @@ class Failure:
 class Ensemble:
     """The results of an ensemble, in the order of the parameters.
 
-    parameters
-        The parameters, as a list.
-    values
+    Its length is the number of members.
+
+    Attributes
+    ----------
+    parameters : list
+        The parameters.
+    values : list
         The values that `solve` returned, None for members that failed.
-    failures
-        The members that failed, as a list of `Failure`, in order.
+    failures : list of Failure
+        The members that failed, in order.
+
+    See Also
+    --------
+    ensemble : Solve for many parameters.
+
+    Examples
+    --------
+    >>> import quenta
+    >>> ends = quenta.ensemble(lambda rate: quenta.solve_vie2(1, -rate, 0.01, t_end=1).y[-1], [1, 2])
+    >>> print(len(ends), [f"{end:.4f}" for end in ends.values], ends.failures)
+    2 ['0.3679', '0.1353'] []
     """
 
     parameters: list[Any]
@@ -55,6 +87,24 @@ class Ensemble:
     failures: list[Failure]
 
     def __len__(self) -> int:
+        """Return the number of members, with those that failed.
+
+        Returns
+        -------
+        int
+            The number of parameters.
+
+        See Also
+        --------
+        Ensemble : The results of an ensemble.
+
+        Examples
+        --------
+        >>> import quenta
+        >>> len(quenta.ensemble(abs, [-1, -2, -3]))
+        3
+        """
+
         return len(self.values)
 
 
@@ -66,32 +116,68 @@ def ensemble(
     progress: bool = False,
     chunk: Optional[int] = None,
 ) -> Ensemble:
-    """Calls solve(parameter) for all parameters, and returns the values in the same order.
+    """Call a function for many parameters, and return the values in the same order.
 
-    solve
+    Parameters
+    ----------
+    solve : callable
         A function of one argument, which it must not modify. For an executor with processes the function must be
         importable by module and name, and its values are pickled: return the numbers of interest, not whole solutions.
-    parameters
-        A list, an array (its rows are the parameters) or another finite iterable. It is read to the end before the
+    parameters : iterable
+        A list, an array, whose rows are the parameters, or another finite iterable. It is read to the end before the
         first solve. An exception that it raises is not caught.
-    executor
-        An executor of `concurrent.futures`, or a `Client` of Dask for several machines. Without one the members are
-        solved sequentially in this thread. Solvers release the global interpreter lock, so threads run in parallel.
-    progress
-        Show a progress bar (requires the package tqdm).
-    chunk
-        The number of members that are sent at once. By default there are about 64 chunks.
+    executor : concurrent.futures.Executor or dask.distributed.Client, optional
+        Runs the members, on one machine or several. Without an executor the members are solved sequentially in this
+        thread.
+    progress : bool, optional
+        If True, show a progress bar. This requires the package tqdm.
+    chunk : int, optional
+        The number of members that are sent to the executor at once. By default there are about 64 chunks.
 
-    Returns an `Ensemble`. A member that raises any exception, including `SystemExit`, becomes one of its `failures`.
-    All other members are solved, and a warning reports the failures. Warnings of members in other processes are issued
-    again in this one.
+    Returns
+    -------
+    Ensemble
+        The values, and the members that failed. A member that raises any exception, including `SystemExit`, is one of
+        the failures. All other members are solved.
 
-    A member may kill its process. Dask then solves the other members of that process again, and only this member fails.
+    Raises
+    ------
+    ValueError
+        If an argument is invalid. The message names the argument, what was expected, and what it got.
+    EnsembleInterrupt
+        If the user interrupts, for example by Ctrl-C. The exception contains the members solved so far.
+
+    Warns
+    -----
+    UserWarning
+        If members failed. Warnings of members in other processes are issued again in this one.
+
+    See Also
+    --------
+    Ensemble : The results.
+    Failure : A member that failed.
+
+    Notes
+    -----
+    Solvers release the global interpreter lock, so threads run in parallel.
+
+    A member may end its process. Dask then solves the other members of that process again, and only this member fails.
     An executor of `concurrent.futures` does not recover: the members in flight, which `Failure.error` names, and those
     not yet started fail. Values computed before are kept.
 
-    Raises `ValueError` for an invalid argument, and `EnsembleInterrupt`, a `KeyboardInterrupt`, if the user interrupts.
-    The attribute `ensemble` of the exception contains the members solved so far.
+    Examples
+    --------
+    Solve y(t) = 1 - rate * (integral from 0 to t of y(s) ds) for three rates on two threads. The solution is exp(-rate
+    t):
+
+    >>> from concurrent.futures import ThreadPoolExecutor
+    >>> import quenta
+    >>> def end_value(rate):
+    ...     return quenta.solve_vie2(1, -rate, 0.01, t_end=1).y[-1]
+    >>> with ThreadPoolExecutor(2) as threads:
+    ...     sweep = quenta.ensemble(end_value, [0.5, 1.0, 2.0], executor=threads)
+    >>> print([f"{value:.4f}" for value in sweep.values])
+    ['0.6065', '0.3679', '0.1353']
     """
     _check_solve(solve)
     if chunk is not None:

@@ -147,9 +147,28 @@ def _check_stack() -> None:
 
 
 def release_memory() -> None:
-    """Returns memory that the process still holds from finished solves to the system, where that is possible.
+    """Return memory that the process still holds from finished solves to the system.
 
-    Returns nothing and raises nothing.
+    This works where the platform supports it, and does not affect running solves.
+
+    Raises
+    ------
+    SizeError
+        If the thread has not solved before and its stack is smaller than 512 KiB.
+
+    See Also
+    --------
+    ensemble : Many solves.
+
+    Notes
+    -----
+    Each solve releases its memory, but the C library may keep some of it for later allocations. Call this function
+    after large solves.
+
+    Examples
+    --------
+    >>> import quenta
+    >>> quenta.release_memory()
     """
     enter_thread()
     library.quenta_gc_collect()

@@ -14,12 +14,26 @@ _FEWEST_STEPS = 8
 
 @dataclass(frozen=True)
 class Recommendation:
-    """A recommended setting, and the reason for it.
+    """A recommended collocation scheme, and the reason for it.
 
-    setting
-        The `Setting`. Solvers accept it as their `setting`.
-    reason
+    Attributes
+    ----------
+    setting : Setting
+        The scheme. Solvers accept it, and the recommendation itself, as their `setting`.
+    reason : str
         One sentence with the selection criteria, the expected error, and the number of samples that are read.
+
+    See Also
+    --------
+    recommend : Choose a scheme.
+
+    Examples
+    --------
+    >>> import quenta
+    >>> choice = quenta.recommend("vie2", smoothness=0)
+    >>> print(choice.setting)
+    (1, [0, 1])
+    >>> solution = quenta.solve_vie2(1, -1, dt=0.01, t_end=1, setting=choice)
     """
 
     setting: Setting
@@ -29,26 +43,52 @@ class Recommendation:
 def recommend(
     kind: str, *, smoothness: int = 3, stiff: bool = False, continuous: bool = False, samples: Optional[int] = None
 ) -> Recommendation:
-    """Recommends the setting with the smallest measured error for a kind of equation.
+    """Recommend the collocation scheme with the smallest measured error for a kind of equation.
 
-    kind
-        "vie1", "vie2" or "vide", as in `solve_vie1`, `solve_vie2` and `solve_vide`.
-    smoothness
+    Parameters
+    ----------
+    kind : {"vie1", "vie2", "vide"}
+        The kind of equation, as in `solve_vie1`, `solve_vie2` and `solve_vide`.
+    smoothness : int, optional
         The number of continuous derivatives of g, K and a: 0 for samples with noise, jumps or kinks, such as measured
         data; 5 or more for smooth functions.
-    stiff
+    stiff : bool, optional
         Whether components of the solution decay within about one step; only for "vie2" and "vide".
-    continuous
+    continuous : bool, optional
         Whether the polynomials of adjacent steps must join; only for "vie1".
-    samples
+    samples : int, optional
         The number of samples, 1441 by default. At least 9, since there must be 8 steps.
 
-    Errors are those of `Measurement.expected_error`. They were measured with problems of exactly this smoothness, with
-    41 to 1441 samples of a few oscillations. With m = 1 every sample is read. Other settings read only some of the
-    samples, as `reason` states, and require samples without noise.
+    Returns
+    -------
+    Recommendation
+        The scheme, and the reason for it.
 
-    Returns a `Recommendation`. Raises `ValueError` for an invalid argument, and its subclass `SizeError` for fewer than
-    9 samples.
+    Raises
+    ------
+    ValueError
+        If an argument is invalid. The message names the argument, what was expected, and what it got.
+    SizeError
+        If `samples` is less than 9.
+
+    See Also
+    --------
+    settings : All schemes, with their measured properties.
+    with_error : Estimate the error of a solution.
+
+    Notes
+    -----
+    Errors are those of `Measurement.expected_error`. They were measured with problems of exactly this smoothness, with
+    41 to 1441 samples of a few oscillations. With m = 1 every sample is read. Other schemes read only some of the
+    samples, as `Recommendation.reason` states, and require samples without noise.
+
+    Examples
+    --------
+    >>> import quenta
+    >>> print(quenta.recommend("vie2", smoothness=4, stiff=True).setting)
+    (4, [0, 2, 3, 4])
+    >>> print(quenta.recommend("vie1", smoothness=0).setting)
+    (1, [1])
     """
     one_of("kind", kind, ("vie1", "vie2", "vide"))
     stiff, continuous = true_or_false("stiff", stiff), true_or_false("continuous", continuous)

@@ -41,38 +41,124 @@ def solve_vie1(
     kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
-    """Solves an equation of the first kind: integral from 0 to t of K(t - s) y(s) ds = g(t).
+    r"""Solve a Volterra equation of the first kind from samples.
 
-    g, K
-        Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K; or functions, which are called with
-        an array of times. In a system, a scalar K means this multiple of the identity, and a number g applies to all
-        components.
-    setting
-        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "3:1,2,3", one of `settings()` or
-        a `Recommendation`. Settings with the node 0 do not support the first kind.
-    continuous
-        Use the continuous form: the polynomials of adjacent steps join, and the first one starts from y0, a number or
-        an array of shape (D,). With many settings errors then grow from step to step, which causes a warning.
-    t_end
-        Required if no argument has samples: the solution covers 0 to t_end. The last step ends at t_end if t_end is a
-        multiple of the step m * m * dt, otherwise after it. Functions are sampled up to that end.
-    kernel_ends
-        K may have fewer samples than g, and is zero after its last one.
-    check_finite
-        Refuse NaN and infinity. Otherwise they propagate to the solution.
+    .. math:: \int_0^t K(t - s)\, y(s)\, ds = g(t)
 
-    Equations of the first kind are ill-posed: noise in g is differentiated. g(0) must be zero. K(0) must be neither
-    zero nor small compared with K in the first step. `IllPosedWarning` reports violations of either condition.
+    The equation is scalar, or a system of D equations, in which g(t) and y(t) are vectors and K(t) is a matrix.
 
-    The default setting (3, [1, 2, 3]) has a high order for smooth samples, and reads a third of the samples of g and K.
-    A warning reports other samples that contradict them. The setting (1, [1]) reads every sample except the first of g
-    and the last of K.
+    Parameters
+    ----------
+    g : array_like or callable
+        Right-hand side, with g(0) = 0: samples at 0, dt, 2 dt, ... of shape (N,), or (N, D) for a system; a constant,
+        that is a number or a vector of shape (D,); or a function of an array of times that returns the samples. In a
+        system a number applies to all components.
+    K : array_like or callable
+        Kernel, where K y has the unit of g/time: samples at the lags 0, dt, 2 dt, ... of shape (N,), or (N, D, D) for a
+        system; a constant, that is a number or a matrix of shape (D, D); or a function of an array of lags that returns
+        the samples. In a system a scalar kernel means this multiple of the identity. K(0) must be neither zero nor
+        small compared with K in the first step.
+    dt : float
+        Spacing of the samples, in the unit of time. Positive.
+    setting : tuple, str, Setting or Recommendation, optional
+        Collocation scheme (m; nodes): a pair such as ``(3, [1, 2, 3])``, a text such as ``"3:1,2,3"``, one of
+        `settings`, or a result of `recommend`. A step spans m * m spacings of the samples. Schemes with the node 0 are
+        refused.
+    continuous : bool, optional
+        If True, use the continuous form: the polynomials of adjacent steps join, and the first one starts from `y0`.
+        With many schemes errors then grow from step to step.
+    y0 : float or array_like, optional
+        The solution at t = 0: a number, or an array of shape (D,) for a system, in which a number applies to all
+        components. Required if `continuous` is True, and refused otherwise.
+    t_end : float, optional
+        End of the solution, in the unit of time. Required if no argument has samples, and refused otherwise. The last
+        step ends at `t_end` if that is a multiple of the step m * m * dt, otherwise after it. Functions are sampled up
+        to the end of the last step.
+    kernel_ends : bool, optional
+        If True, `K` may have fewer samples than `g`, and is zero after its last one.
+    check_finite : bool, optional
+        If True, NaN and infinity in the arguments are refused. If False, they propagate to the solution.
 
-    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot
-    be solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
-    samples that contradict the others (`UnreadSamplesWarning`), samples past the last whole step
-    (`DroppedSamplesWarning`), and errors that grow (`GrowthWarning`).
+    Returns
+    -------
+    Solution
+        The solution at the samples, in the unit of g / (K time), and as a piecewise polynomial.
+
+    Raises
+    ------
+    ValueError
+        If an argument is invalid. The message names the argument, what was expected, and what it got.
+    UnsupportedSettingError
+        If there is no such scheme, or if it does not support the first kind.
+    SizeError
+        If there are too few samples for one step, or too many for the library or for the memory.
+    SingularBlockError
+        If the linear system of a step is singular, for example because K(0) is zero.
+
+    Warns
+    -----
+    IllPosedWarning
+        If K(0) is zero or nearly zero, or if g(0) is not zero.
+    GrowthWarning
+        If errors grow from step to step in the continuous form, or if the solution is not finite.
+    UnreadSamplesWarning
+        If samples that the scheme does not read contradict those that it reads.
+    DroppedSamplesWarning
+        If there are samples past the last whole step.
+
+    See Also
+    --------
+    solve_vie2 : Equations of the second kind.
+    solve_vide : Integro-differential equations.
+    solve_blocks_vie1 : Equations of the first kind with any kernel.
+    with_error : Estimate the error of the solution.
+    recommend : Choose a scheme.
+
+    Notes
+    -----
+    Equations of the first kind are ill-posed: noise in g is differentiated. With noise use fewer samples, or smooth g.
+    No regularization is applied.
+
+    On each step of length h = m * m * dt the solution is the polynomial through its values at the nodes
+    :math:`t_n + c_i h`, and the equation is imposed at the nodes. The integrals are replaced by the interpolatory
+    quadrature rule on the nodes, with the weights :math:`b_l` [1]_. With :math:`u_n(s)` for the solution on step n,
+    0 <= s <= 1:
+
+    .. math::
+
+        h\, c_i \sum_{q} b_q\, K(c_i (1 - c_q) h)\, u_n(c_i c_q)
+        + h \sum_{d=1}^{n} \sum_{l} b_l\, K((d + c_i - c_l) h)\, u_{n-d}(c_l) = g(t_n + c_i h)
+
+    With P nodes, smooth g and K and a nonzero K(0), the largest error is proportional to dt to the power P, except with
+    (3; 1, 2) and (4; 1, 3), which have order P - 1. In the continuous form the order is P with the schemes whose errors
+    do not grow. The second sum is a convolution of blocks, which is computed by fast Fourier transforms as the solution
+    becomes known. So n steps cost about :math:`n \log^2 n`.
+
+    The default scheme (3; 1, 2, 3) is meant for smooth samples. It has order 3 and reads a third of the samples of g
+    and K. The scheme (1; 1) has order 1, and reads every sample except the first of g and the last of K.
+
+    References
+    ----------
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+       University Press 2004, chapter 2.
+
+    Examples
+    --------
+    With K(t) = exp(-t) and g = (sin t - cos t + exp(-t)) / 2, the solution is sin t:
+
+    >>> import numpy as np
+    >>> import quenta
+    >>> t = np.arange(451) * 0.01
+    >>> g = (np.sin(t) - np.cos(t) + np.exp(-t)) / 2
+    >>> solution = quenta.solve_vie1(g, np.exp(-t), dt=0.01)
+    >>> print(f"largest error {abs(solution.y - np.sin(t)).max():.0e}")
+    largest error 3e-05
+
+    The continuous form starts from the known value y(0) = 0:
+
+    >>> continuous = quenta.solve_vie1(g, np.exp(-t), dt=0.01, continuous=True, y0=0)
+    >>> print(f"largest error {abs(continuous.y - np.sin(t)).max():.0e}")
+    largest error 2e-04
     """
     problem = prepare_vie1(g, K, dt, setting, continuous, y0, t_end, kernel_ends, check_finite)
     solution = problem.solve()
@@ -90,31 +176,119 @@ def solve_vie2(
     kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
-    """Solves an equation of the second kind: y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.
+    r"""Solve a Volterra equation of the second kind from samples.
 
-    g, K
-        Samples at 0, dt, 2 dt, ...: arrays of shape (N,) and (N,) for a scalar equation, (N, D) and (N, D, D) for a
-        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K; or functions, which are called with
-        an array of times. In a system, a scalar K means this multiple of the identity, and a number g applies to all
-        components.
-    setting
-        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or
-        a `Recommendation`.
-    t_end
-        Required if no argument has samples: the solution covers 0 to t_end. The last step ends at t_end if t_end is a
-        multiple of the step m * m * dt, otherwise after it. Functions are sampled up to that end.
-    kernel_ends
-        K may have fewer samples than g, and is zero after its last one.
-    check_finite
-        Refuse NaN and infinity. Otherwise they propagate to the solution.
+    .. math:: y(t) = g(t) + \int_0^t K(t - s)\, y(s)\, ds
 
-    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of the samples of g and K. A
-    warning reports other samples that contradict them. The setting (1, [0, 1]) reads every sample.
+    The equation is scalar, or a system of D equations, in which g(t) and y(t) are vectors and K(t) is a matrix.
 
-    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot
-    be solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
-    samples that contradict the others (`UnreadSamplesWarning`), samples past the last whole step
-    (`DroppedSamplesWarning`), and a solution that is not finite (`GrowthWarning`).
+    Parameters
+    ----------
+    g : array_like or callable
+        Forcing, in the unit of y: samples at 0, dt, 2 dt, ... of shape (N,), or (N, D) for a system; a constant, that
+        is a number or a vector of shape (D,); or a function of an array of times that returns the samples. In a system
+        a number applies to all components.
+    K : array_like or callable
+        Kernel, in the unit of 1/time: samples at the lags 0, dt, 2 dt, ... of shape (N,), or (N, D, D) for a system; a
+        constant, that is a number or a matrix of shape (D, D); or a function of an array of lags that returns the
+        samples. In a system a scalar kernel means this multiple of the identity.
+    dt : float
+        Spacing of the samples, in the unit of time. Positive.
+    setting : tuple, str, Setting or Recommendation, optional
+        Collocation scheme (m; nodes): a pair such as ``(2, [0, 1, 2])``, a text such as ``"2:0,1,2"``, one of
+        `settings`, or a result of `recommend`. A step spans m * m spacings of the samples.
+    t_end : float, optional
+        End of the solution, in the unit of time. Required if no argument has samples, and refused otherwise. The last
+        step ends at `t_end` if that is a multiple of the step m * m * dt, otherwise after it. Functions are sampled up
+        to the end of the last step.
+    kernel_ends : bool, optional
+        If True, `K` may have fewer samples than `g`, and is zero after its last one.
+    check_finite : bool, optional
+        If True, NaN and infinity in the arguments are refused. If False, they propagate to the solution.
+
+    Returns
+    -------
+    Solution
+        The solution at the samples, in the unit of `g`, and as a piecewise polynomial.
+
+    Raises
+    ------
+    ValueError
+        If an argument is invalid. The message names the argument, what was expected, and what it got.
+    UnsupportedSettingError
+        If there is no such scheme.
+    SizeError
+        If there are too few samples for one step, or too many for the library or for the memory.
+    SingularBlockError
+        If the linear system of a step is singular. Smaller steps help.
+
+    Warns
+    -----
+    UnreadSamplesWarning
+        If samples that the scheme does not read contradict those that it reads.
+    DroppedSamplesWarning
+        If there are samples past the last whole step.
+    GrowthWarning
+        If the solution is not finite.
+
+    See Also
+    --------
+    solve_vide : Integro-differential equations.
+    solve_vie1 : Equations of the first kind.
+    solve_blocks_vie2 : Equations of the second kind with any kernel.
+    with_error : Estimate the error of the solution.
+    recommend : Choose a scheme.
+
+    Notes
+    -----
+    On each step of length h = m * m * dt the solution is the polynomial through its values at the nodes
+    :math:`t_n + c_i h`, and the equation is imposed at the nodes. The integrals are replaced by the interpolatory
+    quadrature rule on the nodes, with the weights :math:`b_l` [1]_. With :math:`u_n(s)` for the solution on step n,
+    0 <= s <= 1, and :math:`U_{n,i} = u_n(c_i)`:
+
+    .. math::
+
+        U_{n,i} = g(t_n + c_i h)
+                  + h\, c_i \sum_{q} b_q\, K(c_i (1 - c_q) h)\, u_n(c_i c_q)
+                  + h \sum_{d=1}^{n} \sum_{l} b_l\, K((d + c_i - c_l) h)\, u_{n-d}(c_l)
+
+    With P nodes and smooth g and K, the largest error is proportional to dt to the power P. At the nodes the order is
+    that of the quadrature rule, P or P + 1. The last sum is a convolution of blocks, which is computed by fast Fourier
+    transforms as the solution becomes known [2]_. So n steps cost about :math:`n \log^2 n`.
+
+    The default scheme (2; 0, 1, 2) is meant for smooth samples. It has order 3 and reads half of the samples of g and
+    K. The scheme (1; 0, 1) is the trapezoidal rule, and reads every sample.
+
+    References
+    ----------
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+       University Press 2004, chapter 2.
+    .. [2] J. van der Hoeven, Relax, but don't be too lazy, *Journal of Symbolic Computation* 34, 2002, pages 479 to
+       542.
+
+    Examples
+    --------
+    With the kernel K(t) = t and g = 1, the solution is cosh t:
+
+    >>> import numpy as np
+    >>> import quenta
+    >>> t = np.arange(401) * 0.01
+    >>> solution = quenta.solve_vie2(np.ones(401), t, dt=0.01)
+    >>> print(f"largest error {abs(solution.y - np.cosh(t)).max():.0e}")
+    largest error 1e-05
+    >>> print(f"y(2.345) = {solution(2.345):.5f}, y'(2.345) = {solution.derivative(2.345):.2f}")
+    y(2.345) = 5.26456, y'(2.345) = 5.17
+
+    The same equation from a constant and a function of time:
+
+    >>> quenta.solve_vie2(1, lambda t: t, dt=0.01, t_end=4)
+    <Solution: y of shape (401,) on 0 .. 4, 100 steps of setting (2, [0, 1, 2])>
+
+    A system of two equations, whose solution is (cos t, sin t):
+
+    >>> rotation = quenta.solve_vie2([1, 0], [[0, -1], [1, 0]], dt=0.01, t_end=2)
+    >>> print(rotation(2.0).round(6), rotation.y.shape)
+    [-0.416147  0.909297] (201, 2)
     """
     problem = prepare_vie2(g, K, dt, setting, t_end, kernel_ends, check_finite)
     solution = problem.solve()
@@ -134,33 +308,113 @@ def solve_vide(
     kernel_ends: bool = False,
     check_finite: bool = True,
 ) -> Solution:
-    """Solves y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s) ds, with y(0) = y0.
+    r"""Solve a Volterra integro-differential equation from samples.
 
-    g, K, a
-        Samples at 0, dt, 2 dt, ...: arrays of shape (N,) for a scalar equation; (N, D), (N, D, D) and (N, D, D) for a
-        system; constants: a number, a vector (D,) for g or a matrix (D, D) for K and a; or functions, which are called
-        with an array of times. In a system, a scalar K or a means this multiple of the identity, and a number g applies
-        to all components.
-    y0
-        A number; for a system an array of shape (D,), or a number that applies to all components.
-    setting
-        The collocation scheme (m; nodes): a pair (m, nodes), a text "m:nodes" such as "2:0,1,2", one of `settings()` or
-        a `Recommendation`.
-    t_end
-        Required if no argument has samples: the solution covers 0 to t_end. The last step ends at t_end if t_end is a
-        multiple of the step m * m * dt, otherwise after it. Functions are sampled up to that end.
-    kernel_ends
-        K may have fewer samples than g, and is zero after its last one.
-    check_finite
-        Refuse NaN and infinity. Otherwise they propagate to the solution.
+    .. math:: y'(t) = a(t)\, y(t) + g(t) + \int_0^t K(t - s)\, y(s)\, ds, \quad y(0) = y_0
 
-    The default setting (2, [0, 1, 2]) has a high order for smooth samples, and reads half of the samples of g, K and a.
-    A warning reports other samples that contradict them. The setting (1, [0, 1]) reads every sample.
+    The equation is scalar, or a system of D equations, in which g(t) and y(t) are vectors and K(t) and a(t) are
+    matrices.
 
-    Returns a `Solution`. Raises `UnsupportedSettingError`, `SizeError` or `SingularBlockError` if the equation cannot
-    be solved, and `ValueError` for any other invalid argument. Before the solution is returned, warnings report unread
-    samples that contradict the others (`UnreadSamplesWarning`), samples past the last whole step
-    (`DroppedSamplesWarning`), and a solution that is not finite (`GrowthWarning`).
+    Parameters
+    ----------
+    g : array_like or callable
+        Forcing, in the unit of y/time: samples at 0, dt, 2 dt, ... of shape (N,), or (N, D) for a system; a constant,
+        that is a number or a vector of shape (D,); or a function of an array of times that returns the samples. In a
+        system a number applies to all components.
+    K : array_like or callable
+        Kernel, in the unit of 1/time squared: samples at the lags 0, dt, 2 dt, ... of shape (N,), or (N, D, D) for a
+        system; a constant, that is a number or a matrix of shape (D, D); or a function of an array of lags that returns
+        the samples. In a system a scalar kernel means this multiple of the identity.
+    a : array_like or callable
+        Coefficient of y, in the unit of 1/time, in the same forms as `K`.
+    y0 : float or array_like
+        The solution at t = 0: a number, or an array of shape (D,) for a system, in which a number applies to all
+        components.
+    dt : float
+        Spacing of the samples, in the unit of time. Positive.
+    setting : tuple, str, Setting or Recommendation, optional
+        Collocation scheme (m; nodes): a pair such as ``(2, [0, 1, 2])``, a text such as ``"2:0,1,2"``, one of
+        `settings`, or a result of `recommend`. A step spans m * m spacings of the samples.
+    t_end : float, optional
+        End of the solution, in the unit of time. Required if no argument has samples, and refused otherwise. The last
+        step ends at `t_end` if that is a multiple of the step m * m * dt, otherwise after it. Functions are sampled up
+        to the end of the last step.
+    kernel_ends : bool, optional
+        If True, `K` may have fewer samples than `g`, and is zero after its last one.
+    check_finite : bool, optional
+        If True, NaN and infinity in the arguments are refused. If False, they propagate to the solution.
+
+    Returns
+    -------
+    Solution
+        The solution at the samples, in the unit of `y0`, and as a piecewise polynomial, which is continuous.
+
+    Raises
+    ------
+    ValueError
+        If an argument is invalid. The message names the argument, what was expected, and what it got.
+    UnsupportedSettingError
+        If there is no such scheme.
+    SizeError
+        If there are too few samples for one step, or too many for the library or for the memory.
+    SingularBlockError
+        If the linear system of a step is singular. Smaller steps help.
+
+    Warns
+    -----
+    UnreadSamplesWarning
+        If samples that the scheme does not read contradict those that it reads.
+    DroppedSamplesWarning
+        If there are samples past the last whole step.
+    GrowthWarning
+        If the solution is not finite.
+
+    See Also
+    --------
+    solve_vie2 : Equations of the second kind.
+    solve_vie1 : Equations of the first kind.
+    solve_blocks_vide : Integro-differential equations with any kernel and steps of any lengths.
+    with_error : Estimate the error of the solution.
+    recommend : Choose a scheme.
+
+    Notes
+    -----
+    On each step of length h = m * m * dt the derivative is the polynomial through its values :math:`Z_{n,i}` at the
+    nodes :math:`t_n + c_i h`, where the equation is imposed, and the solution is its integral. The integrals of the
+    equation are replaced by the interpolatory quadrature rule on the nodes, with the weights :math:`b_l` [1]_. With
+    :math:`u_n(s)` for the solution on step n, 0 <= s <= 1:
+
+    .. math::
+
+        Z_{n,i} = a(t_n + c_i h)\, u_n(c_i) + g(t_n + c_i h)
+                  + h\, c_i \sum_{q} b_q\, K(c_i (1 - c_q) h)\, u_n(c_i c_q)
+                  + h \sum_{d=1}^{n} \sum_{l} b_l\, K((d + c_i - c_l) h)\, u_{n-d}(c_l)
+
+    With P nodes and smooth g, K and a, the largest error is proportional to dt to the power of the order of the
+    quadrature rule, P or P + 1. The last sum is a convolution of blocks, which is computed by fast Fourier transforms
+    as the solution becomes known. So n steps cost about :math:`n \log^2 n`.
+
+    The default scheme (2; 0, 1, 2) is meant for smooth samples. It has order 4 and reads half of the samples of g, K
+    and a. The scheme (1; 0, 1) is the trapezoidal rule, and reads every sample.
+
+    References
+    ----------
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+       University Press 2004, chapter 3.
+
+    Examples
+    --------
+    An oscillator with memory, y' = -(integral from 0 to t of exp(-(t - s)) y(s) ds), y(0) = 1:
+
+    >>> import numpy as np
+    >>> import quenta
+    >>> solution = quenta.solve_vide(g=0, K=lambda t: -np.exp(-t), a=0, y0=1, dt=0.025, t_end=10)
+    >>> solution
+    <Solution: y of shape (401,) on 0 .. 10, 100 steps of setting (2, [0, 1, 2])>
+    >>> t, omega = solution.t, np.sqrt(0.75)
+    >>> exact = np.exp(-t / 2) * (np.cos(omega * t) + np.sin(omega * t) / (2 * omega))
+    >>> print(f"largest error {abs(solution.y - exact).max():.0e}")
+    largest error 1e-07
     """
     problem = prepare_vide(g, K, a, y0, dt, setting, t_end, kernel_ends, check_finite)
     solution = problem.solve()

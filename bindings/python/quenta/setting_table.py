@@ -39,26 +39,41 @@ _MEASUREMENTS = pathlib.Path(__file__).with_name("measured_settings.json")
 
 @dataclass(frozen=True)
 class Measurement:
-    """Measured properties of one setting in one form, from problems with known solutions (`measure_settings.py`).
+    """Measured properties of one collocation scheme in one form, from problems with known solutions.
 
-    usable
-        Whether the form can be solved with this setting. If not, all numbers below are None.
-    order
+    Attributes
+    ----------
+    usable : bool
+        Whether the form can be solved with this scheme. If not, all numbers below are None.
+    order : float or None
         The order of convergence: the largest error over all samples is proportional to dt to this power.
-    order_at_steps
+    order_at_steps : float or None
         The order of the errors at the ends of the steps, which can be higher.
-    error
+    error : float or None
         The largest error for a smooth problem with 1441 samples on 0 .. 10, relative to the solution.
-    growth
+    growth : float or None
         The asymptotic factor by which a disturbance grows per step. Above 1 the form is unstable.
-    stiff_growth
-        The same factor for a solution that decays within a small fraction of a step; only for `vie2` and `vide`.
-    note
+    stiff_growth : float or None
+        The same factor for a solution that decays within a small fraction of a step; only for "vie2" and "vide".
+    note : str
         One sentence that summarizes these numbers.
-    kinked_errors
+    kinked_errors : tuple or None
         The errors for problems whose g, K and a have 0, 1, ... 5 continuous derivatives, each with 41, 145 and 1441
         samples on 0 .. 10: relative to the solution, and the geometric mean over several problems. None if the form is
         not stable.
+
+    See Also
+    --------
+    Setting : The scheme.
+    recommend : Choose a scheme by these numbers.
+
+    Examples
+    --------
+    >>> import quenta
+    >>> trapezoidal = quenta.settings()[2]
+    >>> measured = trapezoidal.measured["vie2"]
+    >>> print(trapezoidal, f"order {measured.order:.1f}", measured.stable)
+    (1, [0, 1]) order 2.0 True
     """
 
     usable: bool
@@ -72,13 +87,47 @@ class Measurement:
 
     @property
     def stable(self) -> bool:
-        """Whether disturbances do not grow from step to step."""
+        """Whether disturbances do not grow from step to step.
+
+        Examples
+        --------
+        >>> import quenta
+        >>> print(quenta.settings()[2].measured["vie2"].stable)
+        True
+        """
         return self.growth is not None and self.growth <= 1.01
 
     def expected_error(self, smoothness: int, samples: int) -> float:
-        """The expected error for a problem with this number of continuous derivatives and this number of samples.
+        """Return the expected error for problems of some smoothness. It is meant for comparing schemes.
 
-        Interpolates `kinked_errors` by powers of the number of samples. The result is meant for comparing settings.
+        Parameters
+        ----------
+        smoothness : int
+            The number of continuous derivatives of g, K and a.
+        samples : int
+            The number of samples.
+
+        Returns
+        -------
+        float
+            The largest error relative to the solution, infinity if the form is not stable.
+
+        See Also
+        --------
+        recommend : Choose a scheme by this error.
+
+        Notes
+        -----
+        Interpolates `kinked_errors` by powers of the number of samples.
+
+        Examples
+        --------
+        >>> import quenta
+        >>> trapezoidal, simpson = quenta.settings()[2], quenta.settings()[9]
+        >>> for scheme in trapezoidal, simpson:
+        ...     print(scheme, f"{scheme.measured['vie2'].expected_error(smoothness=5, samples=1441):.0e}")
+        (1, [0, 1]) 8e-06
+        (2, [0, 1, 2]) 3e-08
         """
         if self.kinked_errors is None:
             return math.inf
@@ -91,16 +140,34 @@ class Measurement:
 
 @dataclass(frozen=True)
 class Setting:
-    """A collocation scheme (m; nodes). A step has m * m spacings, and the nodes are at k / m of the step.
+    """A collocation scheme (m; nodes).
 
-    row
+    A step has m * m spacings of the samples, and the nodes are at the fractions k / m of the step.
+
+    Attributes
+    ----------
+    row : int
         The index in the table of the library, from 0 to 55.
-    m
+    m : int
         A number from 1 to 4.
-    nodes
+    nodes : tuple of int
         The numbers k, ascending, from 0 .. m.
-    measured
+    measured : dict
         A `Measurement` for each form: "vie1", "vie1_continuous", "vie2", "vide".
+
+    See Also
+    --------
+    settings : All schemes.
+    recommend : Choose a scheme.
+
+    Examples
+    --------
+    >>> import quenta
+    >>> scheme = quenta.settings()[9]
+    >>> print(scheme, scheme.parameters, scheme.spacings)
+    (2, [0, 1, 2]) (0.0, 0.5, 1.0) 4
+    >>> print(scheme.fraction_of_g_read, scheme.fraction_of_K_read)
+    0.5 0.5
     """
 
     row: int
@@ -166,7 +233,28 @@ NODE_ADDRESSES = tuple(ctypes.addressof(nodes) for nodes in NODE_ARRAYS)
 
 
 def settings() -> list[Setting]:
-    """Returns all 56 collocation settings with their measured properties, in the order of the table of the library."""
+    """Return all 56 collocation schemes with their measured properties.
+
+    Returns
+    -------
+    list of Setting
+        The schemes, in the order of the table of the library.
+
+    See Also
+    --------
+    recommend : Choose a scheme.
+    Setting : A scheme.
+
+    Notes
+    -----
+    For m = 1, 2, 3, 4 the table has every non-empty subset of the nodes 0 .. m, shorter subsets first.
+
+    Examples
+    --------
+    >>> import quenta
+    >>> print(len(quenta.settings()), *quenta.settings()[:4])
+    56 (1, [0]) (1, [1]) (1, [0, 1]) (2, [0])
+    """
     return list(_SETTINGS)
 
 

@@ -19,18 +19,36 @@ class Solution:
 
     The solution ends with the last whole step. It has no values at samples after that.
 
-    y
-        The solution at the times `t`, an array of shape (n,) or, for a system, (n, D). At the ends of steps it is the
-        mean of the two one-sided values.
-    step
-        The length of a step, `setting.spacings * dt`.
-    polynomials
-        The coefficients for each step n in ascending powers of s = (t - n * step) / step, 0 <= s <= 1: an array of
-        shape (steps, degree + 1) or, for a system, (steps, degree + 1, D).
-    dt
-        The spacing of the samples.
-    setting
-        The collocation setting, a `Setting`.
+    Attributes
+    ----------
+    y : ndarray
+        The solution at the times `t`, of shape (n,), or (n, D) for a system. At the ends of steps it is the mean of the
+        two one-sided values.
+    step : float
+        The length of a step, `setting.spacings * dt`, in the unit of time.
+    polynomials : ndarray
+        The coefficients for each step n in ascending powers of s = (t - n * step) / step, 0 <= s <= 1, in the unit of
+        y, of shape (steps, degree + 1), or (steps, degree + 1, D) for a system.
+    dt : float
+        The spacing of the samples, in the unit of time.
+    setting : Setting
+        The collocation scheme.
+
+    See Also
+    --------
+    solve_vie2 : A solver that returns it.
+    with_error : Estimate the error.
+
+    Examples
+    --------
+    >>> import quenta
+    >>> solution = quenta.solve_vie2(1, lambda t: t, dt=0.01, t_end=4)
+    >>> solution
+    <Solution: y of shape (401,) on 0 .. 4, 100 steps of setting (2, [0, 1, 2])>
+    >>> print(solution.steps, solution.step, solution.end, solution.polynomials.shape)
+    100 0.04 4.0 (100, 3)
+    >>> print(solution(1.2345).round(5), solution([0.5, 1.5]).round(5))
+    1.86382 [1.12763 2.35241]
     """
 
     y: Array
@@ -55,20 +73,77 @@ class Solution:
         return self.steps * self.step
 
     def __call__(self, t: Any, side: str = "mean") -> Array:
-        """Evaluates the solution at any times from 0 to `end`.
+        """Evaluate the solution at any times from 0 to `end`.
 
-        t
-            A number or an array of any shape.
-        side
+        Parameters
+        ----------
+        t : array_like
+            A number or an array of any shape, in the unit of time.
+        side : {"mean", "left", "right"}, optional
             The polynomials of adjacent steps need not join. At a boundary of two steps, `side` selects the polynomial
             before it ("left"), the one after it ("right"), or their mean ("mean"), as in `y`.
 
-        Returns an array of the shape of t, followed by (D,) for a system. Raises `ValueError` for other times.
+        Returns
+        -------
+        ndarray
+            The values, of the shape of `t`, followed by (D,) for a system.
+
+        Raises
+        ------
+        ValueError
+            If a time is outside 0 .. `end`, or if an argument is invalid.
+
+        See Also
+        --------
+        Solution.derivative : The derivative.
+
+        Examples
+        --------
+        >>> import quenta
+        >>> solution = quenta.solve_vie2(1, lambda t: t, dt=0.25, t_end=2, setting=(2, [1, 2]))
+        >>> print(solution(1.0, "left").round(4), solution(1.0, "right").round(4), solution(1.0).round(4))
+        1.5556 0.7901 1.1728
         """
         return self._evaluate(self.polynomials, t, side)
 
     def derivative(self, t: Any, side: str = "mean") -> Array:
-        """Evaluates the derivative of the polynomials. Arguments, result and exceptions are as for the solution."""
+        """Evaluate the derivative of the polynomials at any times from 0 to `end`.
+
+        Parameters
+        ----------
+        t : array_like
+            A number or an array of any shape, in the unit of time.
+        side : {"mean", "left", "right"}, optional
+            The polynomial at a boundary of two steps, as in `Solution.__call__`.
+
+        Returns
+        -------
+        ndarray
+            The derivatives, in the unit of y/time, of the shape of `t`, followed by (D,) for a system.
+
+        Raises
+        ------
+        ValueError
+            If a time is outside 0 .. `end`, or if an argument is invalid.
+
+        See Also
+        --------
+        Solution.__call__ : The solution.
+
+        Notes
+        -----
+        With smooth data the error is proportional to dt to the power of the degree of the polynomials.
+
+        Examples
+        --------
+        The derivative of cosh is sinh:
+
+        >>> import numpy as np
+        >>> import quenta
+        >>> solution = quenta.solve_vie2(1, lambda t: t, dt=0.01, t_end=4)
+        >>> print(f"{solution.derivative(2.345):.2f}, exact {np.sinh(2.345):.2f}")
+        5.17, exact 5.17
+        """
         degree = self.polynomials.shape[1] - 1
         powers = np.arange(1.0, degree + 1) / self.step
         slopes = self.polynomials[:, 1:] * powers.reshape((1, degree) + (1,) * (self.polynomials.ndim - 2))

@@ -139,14 +139,3 @@ def test_a_solution_that_overflows_causes_a_warning():
     with pytest.warns(quenta.GrowthWarning, match="the solution overflows"):
         x, y = quenta.solve_blocks_vide(np.zeros((1, 1, 1, 2)), 1e308 + zero, zero, zero, [1.0], [1.0], 1e308)
     assert np.isfinite(x).all() and np.isinf(y[-1])
-
-
-def test_docstrings_list_the_fields_of_results():
-    for kind in (quenta.CarriedSolution, quenta.Ensemble, quenta.Failure, quenta.Recommendation):
-        for field in kind.__annotations__:
-            assert f"\n    {field}\n" in kind.__doc__, (kind, field)
-    block_solvers = (
-        quenta.solve_blocks_vie1, quenta.solve_blocks_vie2, quenta.solve_blocks_vie1_cont, quenta.solve_blocks_vide
-    )
-    for solve in block_solvers:
-        assert "Returns" in solve.__doc__ and "Raises `SingularBlockError`" in solve.__doc__

@@ -1,5 +1,6 @@
 """Solves on concurrent threads and in forked children are bit-identical to a single solve. How the library is found."""
 
+import functools
 import os
 import signal
 import sys
@@ -44,12 +45,13 @@ def test_solves_on_short_lived_threads_are_bit_identical():
     assert not wrong
 
 
-def test_a_thread_with_too_small_a_stack_is_refused():
+@pytest.mark.parametrize("first_call", [functools.partial(solve, 1.0), quenta.release_memory])
+def test_a_thread_with_too_small_a_stack_is_refused(first_call):
     raised, go_on = [], threading.Event()
 
     def work():
         try:
-            solve(1.0)
+            first_call()
         except quenta.SizeError as refusal:
             raised.append(str(refusal))
 
