@@ -69,7 +69,7 @@ class Manual(unittest.TestCase):
         found = 0
         for path in self.styles:
             style = path.read_text()
-            self.assertNotRegex(style, "@import", path)
+            self.assertFalse("@import" in style, path)
             for address in re.findall(r"""url\(['"]?([^'")]+)""", style):
                 self.assertNotRegex(address, "^(https?:)?//", path)
                 if not address.startswith("data:"):
@@ -81,13 +81,14 @@ class Manual(unittest.TestCase):
         scripts = sorted((MANUAL / "_static").rglob("*.js"))
         self.assertGreater(len(scripts), 3)
         for path in scripts:
-            self.assertNotRegex(path.read_text(), r"""(src|href)\s*=\s*['"`](https?:)?//""", path)
+            self.assertIsNone(re.search(r"""(src|href)\s*=\s*['"`](https?:)?//""", path.read_text()), path)
 
     def test_pages_fit_the_screen_and_its_colours(self):
         for page in self.pages:
             self.assertIn("width=device-width", page.viewport, page.path)
             self.assertEqual(page.schemes.split(), ["light", "dark"], page.path)
-        self.assertIn("prefers-color-scheme: dark", "".join(path.read_text() for path in self.styles))
+        style = (MANUAL / "_static/styles/furo.css").read_text()
+        self.assertTrue(re.search(r"prefers-color-scheme: dark\)\s*\{[^}]*--color-background-primary", style))
 
     def test_tables_and_formulas_scroll_inside_their_box(self):
         tables = [(page, around) for page in self.pages for tag, around in page.around if tag == "table"]
@@ -105,7 +106,6 @@ class Manual(unittest.TestCase):
         for page in with_formulas:
             names = {pathlib.Path(address.split("?")[0]).name for address in page.loaded}
             self.assertLessEqual({"katex.js", "katex.css", "set_formulas.js"}, names, page.path)
-            self.assertLess(0, page.path.read_text().index("katex.js"), page.path)
 
 
 if __name__ == "__main__":
