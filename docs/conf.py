@@ -8,8 +8,6 @@ import pathlib
 import re
 import sys
 
-from docutils import nodes
-from docutils.utils.math import latex2mathml
 from sphinx.util import logging
 
 here = pathlib.Path(__file__).parent
@@ -23,7 +21,8 @@ author = "the quenta_native developers"
 copyright = f"2026, {author}"
 version = release = re.search(r"VERSION (\d+\.\d+\.\d+)", (here.parent / "CMakeLists.txt").read_text())[1]
 
-extensions = ["myst_parser", "numpydoc", "sphinx.ext.autodoc", "header_reference", "measured_settings"]
+extensions = ["myst_parser", "numpydoc", "sphinx.ext.autodoc", "debian_furo", "formulas", "header_reference",
+              "measured_settings"]
 root_doc = "docs/index"
 include_patterns = ["docs/*", "examples/*/README.md", "bindings/python/README.md", "*.md"]
 exclude_patterns = ["build*", ".git"]
@@ -39,26 +38,13 @@ highlight_language = "none"
 myst_enable_extensions = ["dollarmath"]
 myst_heading_anchors = 3
 
-html_theme = "alabaster"
-html_theme_options = {
-    "description": "Solvers for linear Volterra equations",
-    "fixed_sidebar": True,
-    "page_width": "1400px",
-    "body_max_width": "none",
-    "sidebar_width": "240px",
-    "code_font_size": "0.75em",
-}
+html_theme = "furo"
+html_title = f"{project} {release}"
+html_math_renderer = "katex"
+html_static_path = ["static"]
+html_css_files = ["manual.css"]
 html_copy_source = False
 html_show_sphinx = False
-html_math_renderer = "mathml"
-
-
-# Formulas become MathML, which browsers show by themselves: the manual needs no script, and no network.
-def write_math(translator, node):
-    inline = isinstance(node, nodes.math)
-    formula = latex2mathml.tex2mathml(node.astext(), inline=inline)
-    translator.body.append(formula if inline else f"<p>{formula}</p>\n")
-    raise nodes.SkipNode
 
 
 def find_undocumented(app, env):
@@ -70,4 +56,3 @@ def find_undocumented(app, env):
 
 def setup(app):
     app.connect("env-check-consistency", find_undocumented)
-    app.add_html_math_renderer("mathml", (write_math, None), (write_math, None))

@@ -49,9 +49,15 @@ class ExampleTest(unittest.TestCase):
             self.assertIn("\n" + line + "\n", readme)
 
     def test_exactly_the_expected_files_are_written(self):
-        picture = EXAMPLE.name + ".png"
+        picture = EXAMPLE.name + ".svg"
         self.assertEqual(sorted(path.name for path in self.directory.iterdir()), sorted([picture, *self.tables]))
-        self.assertEqual((self.directory / picture).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
+
+    def test_picture_is_the_one_in_the_manual(self):
+        picture = EXAMPLE.name + ".svg"
+        drawn, shown = ((place / picture).read_text() for place in (self.directory, EXAMPLE.parents[1] / "docs/pictures"))
+        texts = r"<!-- (.*?) -->"
+        self.assertGreater(len(re.findall(texts, drawn)), 5)
+        self.assertEqual(re.findall(texts, drawn), re.findall(texts, shown))
 
 
 def convolved(kernel, y, n, spacing):
