@@ -27,6 +27,17 @@ void compare_with_reference(const sampled_solver& solver, const sampled_problem&
     }
 }
 
+// Rows with the same number of nodes share the code of the march, and the history does not depend on the row. With more
+// than two components, whose long solutions take the reference long, the longer lengths are compared for these rows
+// only: one for each number of nodes.
+constexpr std::array<std::size_t, 5> one_row_per_number_of_nodes{1, 8, 21, 50, 55};
+constexpr int longer_length = 32;
+
+bool is_compared(std::size_t row, int D, int steps) {
+    const auto& rows = one_row_per_number_of_nodes;
+    return D <= 2 || steps < longer_length || std::find(rows.begin(), rows.end(), row) != rows.end();
+}
+
 // ---- Every row and dimension ----
 
 struct solver_of_dimension {
@@ -44,17 +55,6 @@ std::vector<solver_of_dimension> every_solver_and_dimension() {
         for (int D = 1; D <= (solver.solves_systems ? 10 : 1); ++D)
             all.push_back({solver, D});
     return all;
-}
-
-// Rows with the same number of nodes share the code of the march, and the history does not depend on the row. With more
-// than two components, whose long solutions take the reference long, the longer lengths are compared for these rows
-// only: one for each number of nodes.
-constexpr std::array<std::size_t, 5> one_row_per_number_of_nodes{1, 8, 21, 50, 55};
-constexpr int longer_length = 32;
-
-bool is_compared(std::size_t row, int D, int steps) {
-    const auto& rows = one_row_per_number_of_nodes;
-    return D <= 2 || steps < longer_length || std::find(rows.begin(), rows.end(), row) != rows.end();
 }
 
 class every_row : public ::testing::TestWithParam<solver_of_dimension> {};
@@ -105,12 +105,17 @@ TEST_P(every_solver_bits, equals_the_reference_for_every_kind_of_data) {
     for (const data_kind& kind : data_kinds) {
         SCOPED_TRACE(kind.name);
         comparison_counts counts;
+        int expected = 0;
         for (const int D : dimensions())
             for (const int steps : {3, 66})
                 for_each_row(steps, [&](std::size_t row, std::size_t N) {
+                    if (!is_compared(row, D, steps))
+                        return;
+                    ++expected;
                     compare(random_problem(random, row, D, N, kind), counts);
                 });
-        EXPECT_EQ(counts.all(), int(dimensions().size()) * 2 * 56);
+        EXPECT_EQ(counts.all(), expected);
+        EXPECT_GE(expected, int(dimensions().size()) * (56 + 5));
     }
 }
 
