@@ -21,8 +21,8 @@ author = "the quenta_native developers"
 copyright = f"2026, {author}"
 version = release = re.search(r"VERSION (\d+\.\d+\.\d+)", (here.parent / "CMakeLists.txt").read_text())[1]
 
-extensions = ["myst_parser", "numpydoc", "sphinx.ext.autodoc", "debian_furo", "formulas", "header_reference",
-              "measured_settings"]
+extensions = ["myst_parser", "numpydoc", "sphinx.ext.autodoc", "citation_labels", "debian_furo", "formulas",
+              "header_reference", "measured_settings"]
 root_doc = "docs/index"
 include_patterns = ["docs/*", "examples/*/README.md", "bindings/python/README.md", "*.md"]
 exclude_patterns = ["build*", ".git"]

@@ -33,14 +33,15 @@ constexpr const char* example_of_vide =
     "Example: y'(t) = -integral from 0 to t of y(s) ds, y(0) = 1, whose solution is cos(t)\n"
     "  printf 't,K\\n0,-1\\n0.25,-1\\n0.5,-1\\n0.75,-1\\n1,-1\\n' | quenta vide --y0=1\n";
 constexpr const char* example_of_settings =
-    "Example: the settings that read all samples of g except the first or last, and the part of K that they read\n"
+    "Example: the schemes that read all samples of g except the first or last, and the part of K that they read\n"
     "  quenta settings | awk '$7 == 1 { print $2, $8 }'\n";
 
 constexpr const char* about_the_table =
-    "A step of the setting m:k1,k2,.. spans m*m spacings of the samples. In each step the solution is\n"
-    "a polynomial through the nodes, which are at the fractions c = k/m of the step. The columns\n"
-    "'read of g, a' and 'read of K' give the part of the samples that a setting reads. The program\n"
-    "compares the other samples with these, and warns if they contradict them.\n"
+    "A step of the collocation scheme m:k1,k2,.. spans m*m spacings of the samples. In each step the\n"
+    "solution is a polynomial through the nodes, which are at the fractions c = k/m of the step. The\n"
+    "columns 'read of g, a' and 'read of K' give the part of the samples that a scheme reads. The\n"
+    "program compares the other samples with these, and warns if they contradict them. The option\n"
+    "--setting of the other commands selects a scheme.\n"
     "\n";
 
 constexpr const char* columns_of_integral_equations =
@@ -83,14 +84,15 @@ void add_solve_options(CLI::App& command, solve_request& request, const solve_he
         ->type_name("FILE");
     command
         .add_option("-s,--setting", request.setting,
-                    "Collocation setting m:k1,k2,.., one of 'quenta settings': a step spans m*m\n"
+                    "Collocation scheme m:k1,k2,.., one of 'quenta settings': a step spans m*m\n"
                     "spacings of the samples and has nodes at the fractions k/m of its length.\n" +
                         help.setting)
         ->type_name("SETTING");
 }
 
 const CLI::App& add_vie1(CLI::App& program, vie1_request& request) {
-    CLI::App& command = *program.add_subcommand("vie1", "Solve integral from 0 to t of K(t - s) y(s) ds = g(t).");
+    CLI::App& command =
+        *program.add_subcommand("vie1", "Solve the first kind: integral from 0 to t of K(t - s) y(s) ds = g(t).");
     add_solve_options(command, request,
                       {columns_of_integral_equations,
                        "\nWithout --continuous the polynomials of adjacent steps need not join.",
@@ -101,8 +103,8 @@ const CLI::App& add_vie1(CLI::App& program, vie1_request& request) {
                        "reads every sample except the first of g and the last of K.",
                        example_of_vie1});
     CLI::Option& continuous = *command.add_flag("-c,--continuous");
-    continuous.description("Make the solution continuous, starting at --y0. With many settings\n"
-                           "errors then grow from step to step, and the program warns of it.");
+    continuous.description("Make the solution continuous, starting at --y0. With many schemes\n"
+                           "errors then grow from step to step, which causes a warning.");
     CLI::Option& y0 =
         *command.add_option("--y0", request.y0, "y(0), one value for each unknown: --y0=v1,v2,.. (--continuous only)");
     y0.type_name("VALUES");
@@ -112,8 +114,8 @@ const CLI::App& add_vie1(CLI::App& program, vie1_request& request) {
 }
 
 const CLI::App& add_vie2(CLI::App& program, solve_request& request) {
-    CLI::App& command =
-        *program.add_subcommand("vie2", "Solve y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.");
+    CLI::App& command = *program.add_subcommand(
+        "vie2", "Solve the second kind: y(t) = g(t) + integral from 0 to t of K(t - s) y(s) ds.");
     add_solve_options(command, request,
                       {columns_of_integral_equations, "",
                        "The default 2:0,1,2 is for smooth samples: quadratic polynomials over 4\n"
@@ -125,8 +127,8 @@ const CLI::App& add_vie2(CLI::App& program, solve_request& request) {
 }
 
 const CLI::App& add_vide(CLI::App& program, vide_request& request) {
-    CLI::App& command = *program.add_subcommand(
-        "vide", "Solve y'(t) = a(t) y(t) + g(t) + integral from 0 to t of K(t - s) y(s) ds, y(0) = y0.");
+    CLI::App& command = *program.add_subcommand("vide", "Solve an integro-differential equation: y'(t) = a(t) y(t) + "
+                                                        "g(t) + integral from 0 to t of K(t - s) y(s) ds, y(0) = y0.");
     add_solve_options(command, request,
                       {columns_of_vide, "",
                        "The default 2:0,1,2 is for smooth samples: cubic polynomials over 4\n"
@@ -179,7 +181,7 @@ int run_command_line(int argc, char** argv) {
     const CLI::App& vie1_command = add_vie1(program, vie1);
     const CLI::App& vie2_command = add_vie2(program, vie2);
     const CLI::App& vide_command = add_vide(program, vide);
-    program.add_subcommand("settings", "List the collocation settings.")
+    program.add_subcommand("settings", "List the collocation schemes.")
         ->footer(std::string(about_the_table) + example_of_settings);
 
     if (const std::optional<std::string> text = parse(program, argc, argv))

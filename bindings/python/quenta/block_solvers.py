@@ -216,11 +216,9 @@ def solve_blocks_vie1_cont(
 ) -> CarriedSolution:
     r"""Solve a collocation scheme of the first kind that carries a value from step to step.
 
-    .. math::
+    .. math:: \sum_{k=0}^{n} \Bigl( \sum_{j=0}^{P-1} A_{n,k,j}\, x_{k,j} + A_{n,k,P}\, y_k \Bigr) = b_n
 
-        \sum_{k=0}^{n} \Bigl( \sum_{j=0}^{P-1} A_{n,k,j}\, x_{k,j} + A_{n,k,P}\, y_k \Bigr) &= b_n,
-        \quad n = 0, \ldots, N - 1 \\
-        y_{n+1} &= \rho\, y_n + \sum_{j=0}^{P-1} w_j\, x_{n,j}
+    .. math:: y_{n+1} = \rho\, y_n + \sum_{j=0}^{P-1} w_j\, x_{n,j}, \quad n = 0, \ldots, N - 1
 
     Parameters
     ----------
@@ -305,9 +303,10 @@ def solve_blocks_vide(
 
     .. math::
 
-        x_{n,i} &= b_{n,i} + C_{n,i} \Bigl( y_n + h_n \sum_{j} E_{i,j}\, x_{n,j} \Bigr)
-        + \sum_{k=0}^{n} \Bigl( A_{n,i,k,P}\, y_k + h_k \sum_{j} A_{n,i,k,j}\, x_{k,j} \Bigr) \\
-        y_{n+1} &= y_n + h_n \sum_{j} w_j\, x_{n,j}
+        x_{n,i} = b_{n,i} + C_{n,i} \Bigl( y_n + h_n \sum_{j} E_{i,j}\, x_{n,j} \Bigr)
+                  + \sum_{k=0}^{n} \Bigl( A_{n,i,k,P}\, y_k + h_k \sum_{j} A_{n,i,k,j}\, x_{k,j} \Bigr)
+
+    .. math:: y_{n+1} = y_n + h_n \sum_{j} w_j\, x_{n,j}, \quad n = 0, \ldots, N - 1
 
     Parameters
     ----------

@@ -59,7 +59,7 @@ class Solution:
 
     @property
     def t(self) -> Array:
-        """The times of the samples: 0, dt, 2 dt, ..."""
+        """The times of the samples, 0, dt, 2 dt, ..., an array of shape (n,) in the unit of time."""
         return np.arange(len(self.y)) * self.dt
 
     @property
@@ -69,7 +69,7 @@ class Solution:
 
     @property
     def end(self) -> float:
-        """The end of the last step."""
+        """The end of the last step, in the unit of time."""
         return self.steps * self.step
 
     def __call__(self, t: Any, side: str = "mean") -> Array:
