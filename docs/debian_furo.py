@@ -11,7 +11,7 @@ from sphinx.errors import ExtensionError
 
 
 def include_imports(sheet):
-    """The sheet with each imported sheet in place of its import. Debian has the directory of the server in /usr/share."""
+    """The sheet with each imported one in place of its import. Debian has the directory of the server in /usr/share."""
     return re.sub(r"@import url\(/(.*?)\);", lambda found: (pathlib.Path("/usr/share") / found[1]).read_text(), sheet)
 
 

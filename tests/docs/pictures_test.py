@@ -65,7 +65,7 @@ class Pictures(unittest.TestCase):
 
     def test_nothing_is_raster_or_loaded(self):
         for path, root in self.roots.items():
-            self.assertEqual([part.tag for part in root.iter() if part.tag in (SVG + "image", SVG + "script")], [], path.name)
+            self.assertEqual([part for part in root.iter() if part.tag in (SVG + "image", SVG + "script")], [], path.name)
             self.assertEqual(re.findall(r"""(?:href="|url\()(?!#)[^")]*""", path.read_text()), [], path.name)
 
     def test_no_date_is_written(self):

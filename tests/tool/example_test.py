@@ -54,7 +54,8 @@ class ExampleTest(unittest.TestCase):
 
     def test_picture_is_the_one_in_the_manual(self):
         picture = EXAMPLE.name + ".svg"
-        drawn, shown = ((place / picture).read_text() for place in (self.directory, EXAMPLE.parents[1] / "docs/pictures"))
+        places = self.directory, EXAMPLE.parents[1] / "docs/pictures"
+        drawn, shown = ((place / picture).read_text() for place in places)
         texts = r"<!-- (.*?) -->"
         self.assertGreater(len(re.findall(texts, drawn)), 5)
         self.assertEqual(re.findall(texts, drawn), re.findall(texts, shown))
