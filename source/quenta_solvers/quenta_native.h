@@ -131,8 +131,8 @@ QUENTA_API void quenta_get_supported_settings(int* settings);
  * Piecewise polynomial collocation. On each step of length h = m * m * dt the solution is the polynomial of degree
  * count - 1 through its values at the nodes t_n + c_j h. Both integrals, over the current step and over the previous
  * steps, are replaced by the interpolatory quadrature rule on these nodes (H. Brunner, Collocation Methods for Volterra
- * Integral and Related Functional Equations, Cambridge University Press 2004, chapter 2). The polynomials of adjacent
- * steps need not join. The cost grows like steps * log(steps)^2. All 56 schemes are accepted.
+ * Integral and Related Functional Differential Equations, Cambridge University Press 2004, chapter 2). The polynomials
+ * of adjacent steps need not join. The cost grows like steps * log(steps)^2. All 56 schemes are accepted.
  *
  * In   g[N], K[N]       forcing at t_i, in the unit of y, and kernel at lag t_i, in the unit of 1/time
  *      N                number of samples: at least 1, and enough for the kernel samples of the first step, that is

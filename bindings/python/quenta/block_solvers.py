@@ -118,7 +118,7 @@ def solve_blocks_vie1(A: Any, b: Any, *, check_finite: bool = True) -> Array:
 
     References
     ----------
-    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Differential Equations*, Cambridge
        University Press 2004, chapter 2.
 
     Examples
@@ -187,7 +187,7 @@ def solve_blocks_vie2(A: Any, b: Any, *, check_finite: bool = True) -> Array:
 
     References
     ----------
-    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Differential Equations*, Cambridge
        University Press 2004, chapter 2.
 
     Examples
@@ -271,7 +271,7 @@ def solve_blocks_vie1_cont(
 
     References
     ----------
-    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Differential Equations*, Cambridge
        University Press 2004, chapter 2.
 
     Examples
@@ -364,7 +364,7 @@ def solve_blocks_vide(
 
     References
     ----------
-    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Differential Equations*, Cambridge
        University Press 2004, chapter 3.
 
     Examples

@@ -139,7 +139,7 @@ def solve_vie1(
 
     References
     ----------
-    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Differential Equations*, Cambridge
        University Press 2004, chapter 2.
 
     Examples
@@ -261,7 +261,7 @@ def solve_vie2(
 
     References
     ----------
-    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Differential Equations*, Cambridge
        University Press 2004, chapter 2.
     .. [2] J. van der Hoeven, Relax, but don't be too lazy, *Journal of Symbolic Computation* 34, 2002, pages 479 to
        542.
@@ -399,7 +399,7 @@ def solve_vide(
 
     References
     ----------
-    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Equations*, Cambridge
+    .. [1] H. Brunner, *Collocation Methods for Volterra Integral and Related Functional Differential Equations*, Cambridge
        University Press 2004, chapter 3.
 
     Examples
