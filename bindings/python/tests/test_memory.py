@@ -71,7 +71,7 @@ def test_threads_wait_if_memory_suffices_for_one_solve():
         for thread in threads:
             thread.start()
         started.wait()
-        limit_addresses(160e6)  # a solve takes up to 88 MB plus 12 MB for the result
+        limit_addresses(160e6)  # a solve needs up to 88 MB, and its result 12 MB
         started.wait()
         for thread in threads:
             thread.join()
