@@ -184,7 +184,7 @@ struct integrated_tables {
 // A basis of `size` polynomials with `powers` coefficients each, as values.
 template <int P, int size_, int powers_>
 struct basis_table {
-    static constexpr int size = size_, powers = powers_;
+    static constexpr int points = P, size = size_, powers = powers_;
 
     std::array<std::array<double, powers>, size> coefficients;       // [j][p]
     std::array<std::array<std::array<double, size>, P>, P> at_point; // [i][q][j]: at c_i * c_q

@@ -49,10 +49,23 @@ struct output_arrays {
     output_order first;
 };
 
-// Writes both outputs, for polynomials with `powers` coefficients in `slots` places.
-template <class polynomial_coefficient, class polynomial_value>
-void write_output(const output_arrays& to, int slots, int powers, const polynomial_coefficient& coefficient,
-                  const polynomial_value& value) {
+// What a weighted sum over the basis polynomials of a step gives. Where the polynomial is y + (a sum), y is a part of
+// its values and of the coefficient of s^0.
+enum class sum_of { value, lowest_coefficient, higher_coefficient };
+
+// Writes both outputs. weighted_sum(n, a, what, weight) is the sum, for component a of the polynomial of step n, over
+// all basis polynomials j, of what the scheme multiplies the j-th with, times weight(j): the value of this basis
+// polynomial at a sample, or one of its coefficients. Every scheme has its own grouping of this sum.
+template <class basis_type, class sum_over_basis>
+void write_output(const output_arrays& to, const basis_type& basis, const sum_over_basis& weighted_sum) {
+    const auto coefficient = [&](std::int64_t n, std::int64_t a, int p) {
+        return weighted_sum(n, a, p == 0 ? sum_of::lowest_coefficient : sum_of::higher_coefficient,
+                            [&](int j) { return basis.coefficients[j][p]; });
+    };
+    const auto value = [&](std::int64_t n, std::int64_t a, std::int64_t e) {
+        return weighted_sum(n, a, sum_of::value, [&](int j) { return basis.sample_value[e][j]; });
+    };
+    constexpr int slots = basis_type::points + 1, powers = basis_type::powers;
     if (to.first == output_order::cleared_samples)
         clear_samples(to.out);
     if (to.want_coeffs)

@@ -145,24 +145,15 @@ template <int P>
 [[gnu::noinline]] void write_vide(const basis_table<P, P, P + 1>& integrals, const output_arrays& to, double h,
                                   const double* solution) {
     const std::int64_t D = to.D;
-    const auto y = [=](std::int64_t n, std::int64_t a) {
-        return solution[n * (P + 1) * D + P * D + a];
-    };
-    // A value of the polynomial of step n, or one of its coefficients: `sum`, plus the sum over j of h * Z[n][j] times
-    // a value or a coefficient of B_j.
-    const auto weighted_sum = [=](double sum, std::int64_t n, std::int64_t a, const auto& weight) {
-        const double* const Z = solution + n * (P + 1) * D + a * P;
+    // y[n] belongs to the values and to the coefficients of s^0; to it comes the sum over j of h * Z[n][j] times a
+    // value or a coefficient of B_j.
+    write_output(to, integrals, [=](std::int64_t n, std::int64_t a, sum_of what, const auto& weight) {
+        const double* const step = solution + n * (P + 1) * D;
+        double sum = what == sum_of::higher_coefficient ? 0.0 : step[P * D + a];
         for (int j = 0; j < P; ++j)
-            sum += (h * Z[j]) * weight(j);
+            sum += (h * step[a * P + j]) * weight(j);
         return sum;
-    };
-    const auto vide_step_polynomial = [&](std::int64_t n, std::int64_t a, int p) {
-        return weighted_sum(p == 0 ? y(n, a) : 0.0, n, a, [&](int j) { return integrals.coefficients[j][p]; });
-    };
-    const auto vide_step_value = [&](std::int64_t n, std::int64_t a, std::int64_t e) {
-        return weighted_sum(y(n, a), n, a, [&](int j) { return integrals.sample_value[e][j]; });
-    };
-    write_output(to, P + 1, P + 1, vide_step_polynomial, vide_step_value);
+    });
 }
 
 // `samples` is the number of samples. The scalar and the vector form derive it from the length of K in their own ways.

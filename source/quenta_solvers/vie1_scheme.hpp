@@ -84,21 +84,14 @@ template <int P, class basis_type>
 [[gnu::noinline]] void write_vie1(const basis_type& basis, const output_arrays& to, const double* U, const double* B) {
     constexpr int terms = basis_type::size;
     constexpr int carried = terms - P; // the polynomial passes through B_n, then through U_n
-    // A value of the polynomial of step n, or one of its coefficients. The sum starts from its first term.
-    const auto weighted_sum = [=, D = to.D](std::int64_t n, std::int64_t a, const auto& weight) {
+    // The sum starts from its first term.
+    write_output(to, basis, [=, D = to.D](std::int64_t n, std::int64_t a, sum_of, const auto& weight) {
         const double* const values = U + (n * D + a) * P;
         double sum = weight(0) * (carried ? B[n * D + a] : values[0]);
         for (int j = 1; j < terms; ++j)
             sum += weight(j) * values[j - carried];
         return sum;
-    };
-    const auto coefficient = [&](std::int64_t n, std::int64_t a, int p) {
-        return weighted_sum(n, a, [&](int j) { return basis.coefficients[j][p]; });
-    };
-    const auto value = [&](std::int64_t n, std::int64_t a, std::int64_t e) {
-        return weighted_sum(n, a, [&](int j) { return basis.sample_value[e][j]; });
-    };
-    write_output(to, P + 1, terms, coefficient, value);
+    });
 }
 
 template <int P, class dimension>

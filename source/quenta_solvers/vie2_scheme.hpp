@@ -35,21 +35,14 @@ template <int P>
 // U[n] stands at n * P * D.
 template <int P>
 [[gnu::noinline]] void write_vie2(const basis_table<P, P, P>& basis, const output_arrays& to, const double* U) {
-    // A value of the polynomial of step n, or one of its coefficients. The sum starts from 0.0.
-    const auto weighted_sum = [=, D = to.D](std::int64_t n, std::int64_t a, const auto& weight) {
+    // The sum starts from 0.0.
+    write_output(to, basis, [=, D = to.D](std::int64_t n, std::int64_t a, sum_of, const auto& weight) {
         const double* const values = U + (n * D + a) * P;
         double sum = 0.0;
         for (int j = 0; j < P; ++j)
             sum += values[j] * weight(j);
         return sum;
-    };
-    const auto coefficient = [&](std::int64_t n, std::int64_t a, int p) {
-        return weighted_sum(n, a, [&](int j) { return basis.coefficients[j][p]; });
-    };
-    const auto value = [&](std::int64_t n, std::int64_t a, std::int64_t e) {
-        return weighted_sum(n, a, [&](int j) { return basis.sample_value[e][j]; });
-    };
-    write_output(to, P + 1, P, coefficient, value);
+    });
 }
 
 // `samples` is the number of samples. The scalar and the vector form derive it from the length of K in their own ways.
