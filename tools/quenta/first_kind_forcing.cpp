@@ -54,19 +54,18 @@ std::optional<std::string> fault_of_forcing(const equation_samples& equation, co
         return std::nullopt;
 
     // If K(0) is singular, the spike has no bound, and g(0) is compared with g instead.
-    const kernel_factors of_start(kernel_matrix(equation, 0));
-    if (is_singular(of_start)) {
+    const kernel_start kernel(equation);
+    if (kernel.is_singular()) {
         for (std::size_t a = 0; a < dimension; ++a)
             if (std::abs(start[a]) > spike_tolerance * largest_component(equation.g, 0, equation.used, a, dimension))
                 return description(equation, a, "");
         return std::nullopt;
     }
-    const Eigen::VectorXd jump =
-        of_start.solve(Eigen::Map<const Eigen::VectorXd>(start.data(), static_cast<Eigen::Index>(dimension)));
+    const std::vector<double> jump = kernel.solve(start);
     const double h = equation.spacing * static_cast<double>(per_step), height = relative_height(chosen);
     const std::size_t after_spike = equation.steps <= 2 ? 0 : 2 * per_step + 1;
     for (std::size_t a = 0; a < dimension; ++a) {
-        const double spike = height * std::abs(jump[static_cast<Eigen::Index>(a)]) / h;
+        const double spike = height * std::abs(jump[a]) / h;
         if (spike > spike_tolerance * largest_component(y, after_spike, equation.used, a, dimension))
             return description(
                 equation, a,

@@ -25,19 +25,14 @@ constexpr double growth_until_the_end = 1000.0;
 // The growth is measured over 4 to 40 steps.
 constexpr std::size_t most_steps_of_trial = 40;
 
-// The largest ratio of K(t) to K(0) within the first step: the spectral radius of K(0)^-1 K(t), which does not depend
-// on the units of the equations and unknowns. Infinite if K(0) is singular.
+// The largest size of K(t), relative to K(0), within the first step. Infinite if K(0) is singular.
 double rise_of_kernel(const equation_samples& equation, std::size_t per_step) {
-    const kernel_factors of_start(kernel_matrix(equation, 0));
-    if (is_singular(of_start))
+    const kernel_start start(equation);
+    if (start.is_singular())
         return std::numeric_limits<double>::infinity();
     double rise = 0.0;
-    for (std::size_t sample = 1; sample <= per_step; ++sample) {
-        const Eigen::MatrixXd relative = of_start.solve(kernel_matrix(equation, sample));
-        if (!relative.allFinite())
-            return std::numeric_limits<double>::infinity();
-        rise = std::max(rise, relative.eigenvalues().cwiseAbs().maxCoeff());
-    }
+    for (std::size_t sample = 1; sample <= per_step && std::isfinite(rise); ++sample)
+        rise = std::max(rise, start.relative_size(sample));
     return rise;
 }
 

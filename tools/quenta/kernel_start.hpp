@@ -1,24 +1,34 @@
-// The matrix K(0) of a first-kind equation and its factors (Eigen).
+// The matrix K(0) of a first-kind equation, and what is relative to it.
 #pragma once
 
 #include "equation_samples.hpp"
 
-#include <Eigen/Dense>
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <vector>
 
 namespace quenta_program {
 
-// The D by D matrix of K at a sample.
-inline auto kernel_matrix(const equation_samples& equation, std::size_t sample) {
-    using rows = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
-    const auto size = static_cast<Eigen::Index>(equation.dimension());
-    return Eigen::Map<const rows>(equation.kernels(sample, 1).data(), size, size);
-}
+class kernel_start {
+public:
+    explicit kernel_start(const equation_samples& equation);
+    ~kernel_start();
 
-using kernel_factors = Eigen::PartialPivLU<Eigen::MatrixXd>;
+    // Whether a pivot of K(0) is 0. The other functions need a regular matrix.
+    bool is_singular() const;
 
-// Whether a pivot is 0.
-inline bool is_singular(const kernel_factors& factors) {
-    return (factors.matrixLU().diagonal().array() == 0.0).any();
-}
+    // K(0)^-1 x for the D components of x.
+    std::vector<double> solve(std::span<const double> x) const;
+
+    // The spectral radius of K(0)^-1 K(t) at a sample, which does not depend on the units of the equations and
+    // unknowns. Infinite if K(0)^-1 K(t) is not finite.
+    double relative_size(std::size_t sample) const;
+
+private:
+    struct factors; // of Eigen, whose headers take long to compile
+    const equation_samples& equation;
+    std::unique_ptr<const factors> of_start;
+};
 
 } // namespace quenta_program
