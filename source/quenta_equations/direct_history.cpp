@@ -7,7 +7,7 @@ namespace quenta {
 namespace {
 
 // A batch amortizes the call of a function of the caller, also of one that is interpreted, and fits the caches.
-constexpr std::int64_t most_batch_points = 4096, most_batch_values = 32768;
+constexpr std::int64_t most_batch_points = 2048, most_batch_values = 32768;
 // Kernel values that a group keeps. At least one step is a group.
 constexpr std::int64_t most_group_values = 32768, most_group_points = 1536;
 
@@ -92,9 +92,12 @@ void direct_history::add_sources_before_group(const memory_term& term, const ter
         for (std::int64_t first = 0; first < sources;) {
             const std::int64_t count = std::min(sources - first, batch_points - points);
             const double* const source_time = node_times.data() + first;
-            for (std::int64_t p = 0; p < count; ++p) {
-                t[points + p] = term.of_lag ? target_time - source_time[p] : target_time;
-                s[points + p] = source_time[p];
+            if (term.of_lag)
+                for (std::int64_t p = 0; p < count; ++p)
+                    t[points + p] = target_time - source_time[p];
+            else {
+                std::fill_n(t.data() + points, count, target_time);
+                std::copy_n(source_time, count, s.data() + points);
             }
             segments.push_back({sums.data() + (target - group_first * P) * D, first, count});
             first += count;

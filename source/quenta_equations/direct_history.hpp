@@ -48,9 +48,9 @@ private:
     const int D, P;
     const std::int64_t steps, group_steps, batch_points;
 
-    std::vector<double> node_times;       // k*P + j
-    std::vector<double> t, s, values;     // a batch; t holds the lags for a kernel of the lag
-    std::vector<double> sums;             // of the steps of the group
+    std::vector<double> node_times;   // k*P + j
+    std::vector<double> t, s, values; // a batch; t holds the lags for a kernel of the lag
+    std::vector<double> sums;         // of the steps of the group
     std::int64_t group_first = 0, group_end = 0;
     std::vector<term_history> terms;
     const kernel_sums* const kernels = &widest_table<kernel_sums>();

@@ -40,9 +40,8 @@ difference compare(const quenta_solution& coarse, const quenta_solution& fine, c
         coarse.value(n / 2, (x + double(n % 2)) / 2.0, b.data());
         for (int component = 0; component < D; ++component) {
             const double distance = std::fabs(a[component] - b[component]);
-            const double allowed = wanted.absolute > 0.0
-                                       ? wanted.absolute + wanted.relative * std::fabs(a[component])
-                                       : wanted.relative * scale[component];
+            const double allowed = wanted.absolute > 0.0 ? wanted.absolute + wanted.relative * std::fabs(a[component])
+                                                         : wanted.relative * scale[component];
             result.largest[component] = std::max(result.largest[component], distance);
             if (distance > 0.0)
                 result.in_tolerances = std::max(result.in_tolerances, distance / allowed);
@@ -90,8 +89,8 @@ march_result solve_to_tolerance(const quenta_equation& equation, double t_end, c
         }
         if (coarse.status == equation_status::solved) {
             const difference now = compare(coarse.solution, fine.solution, wanted);
-            const double order = now.in_tolerances == 0.0 ? highest_order
-                                                          : std::log2(last_difference / now.in_tolerances);
+            const double order =
+                now.in_tolerances == 0.0 ? highest_order : std::log2(last_difference / now.in_tolerances);
             const double believed = std::min({order, last_order, highest_order});
             if (last_difference != unknown && believed >= lowest_order) {
                 const double factor = 1.0 / (std::exp2(believed) - 1.0);

@@ -24,6 +24,11 @@ namespace {
 constexpr int max_dimension = 1000, default_max_steps = 16384;
 constexpr int max_steps_of_any_solve = 100'000'000;
 
+// The number of nodes if the caller leaves the choice to the library. For a small tolerance the higher order needs far
+// fewer steps.
+constexpr int usual_nodes = 3, accurate_nodes = 5;
+constexpr double accurate_below = 1e-7;
+
 void check(bool condition, equation_status otherwise) {
     if (!condition)
         throw solve_ended{otherwise};
@@ -87,8 +92,11 @@ bool first_kind_converges(const double* nodes, int P) {
     return std::fabs(product) <= 1.0 + 1e-12; // it is 1 for Gauss
 }
 
-collocation_nodes checked_nodes(const quenta_equation& equation, const double* nodes, int P) {
+// `chosen` is the number of nodes if the caller gives neither nodes nor their number.
+collocation_nodes checked_nodes(const quenta_equation& equation, const double* nodes, int P, int chosen = usual_nodes) {
     per_node<double> radau{};
+    if (nodes == nullptr && P == 0)
+        P = chosen;
     check(P >= 1 && P <= max_nodes, equation_status::bad_nodes);
     if (nodes == nullptr) {
         family_nodes(node_family::radau, P, radau.data());
@@ -131,8 +139,7 @@ int evaluate(const quenta_solution* solution, int count, const double* t, double
         const standard_floating_point_mode mode;
         for (std::int64_t p = 0; p < count; ++p) {
             const std::int64_t n = solution->step_at(t[p]);
-            (solution->*polynomial)(n, (t[p] - solution->mesh[n]) / solution->step_length(n),
-                                    values + p * solution->D);
+            (solution->*polynomial)(n, (t[p] - solution->mesh[n]) / solution->step_length(n), values + p * solution->D);
         }
     });
 }
@@ -314,11 +321,12 @@ int quenta_equation_solve_to_tolerance(const quenta_equation* equation, double t
               equation_status::bad_tolerance);
         check(max_steps == 0 || (max_steps >= 64 && max_steps <= max_steps_of_any_solve), equation_status::bad_steps);
         check_equation(*equation);
-        const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
+        const collocation_nodes scheme =
+            checked_nodes(*equation, nodes, P, std::max(rtol, atol) < accurate_below ? accurate_nodes : usual_nodes);
         const standard_floating_point_mode mode;
-        hand_over(solve_to_tolerance(*equation, t_end, {rtol, atol, max_steps == 0 ? default_max_steps : max_steps},
-                                     scheme),
-                  solution);
+        hand_over(
+            solve_to_tolerance(*equation, t_end, {rtol, atol, max_steps == 0 ? default_max_steps : max_steps}, scheme),
+            solution);
     });
 }
 

@@ -39,8 +39,8 @@ public:
             });
         for (std::int64_t source = 0; source < sources; ++source)
             for (int c = 0; c < term.E; ++c)
-                weighted[source * term.E + c] = solution.step_length(source / P) * solution.nodes.b[source % P] *
-                                                phi[source * term.E + c];
+                weighted[source * term.E + c] =
+                    solution.step_length(source / P) * solution.nodes.b[source % P] * phi[source * term.E + c];
     }
 
     void add(double time, double* sum) {

@@ -35,7 +35,7 @@ constexpr per_node<per_node<double>> lobatto_nodes{{
 bool family_nodes(node_family family, int P, double* nodes) {
     if (P < (family == node_family::lobatto ? 2 : 1) || P > max_nodes)
         return false;
-    const auto& table = family == node_family::radau ? radau_nodes
+    const auto& table = family == node_family::radau   ? radau_nodes
                         : family == node_family::gauss ? gauss_nodes
                                                        : lobatto_nodes;
     std::copy_n(table[P - 1].data(), P, nodes);

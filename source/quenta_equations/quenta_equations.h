@@ -183,9 +183,9 @@ QUENTA_EQUATIONS_API int quenta_equation_nodes(int family, int P, double* nodes)
  * In   t_end          above 0, finite
  *      steps          at least 1
  *      mesh[steps+1]  0 = mesh[0] < mesh[1] < .. < mesh[steps], finite
- *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means Radau IIA. A first-kind equation
- *                     needs nodes[0] > 0, and converges only if the product of (1 - c) / c over all nodes c is at most
- *                     1 (Brunner 2004, theorem 2.4.2), which is checked.
+ *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA, and 3 if
+ *                     P is 0. A first-kind equation needs nodes[0] > 0, and converges only if the product of
+ *                     (1 - c) / c over all nodes c is at most 1 (Brunner 2004, theorem 2.4.2), which is checked.
  * Out  solution       a new object, also if the status is from 1 to 5; then it contains the steps that were solved
  * Returns QUENTA_EQUATION_SOLVED, STOPPED, NOT_FINITE, NO_CONVERGENCE, SINGULAR_STEP, OUT_OF_MEMORY, or the status of a
  *      wrong argument. After OUT_OF_MEMORY nothing was written. */
@@ -203,7 +203,7 @@ QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* eq
  *      rtol       at least 0, finite
  *      atol       at least 0, finite; not both 0
  *      max_steps  the most steps to be tried; 0 means 16384
- *      nodes[P]   as above
+ *      nodes[P]   as above, except that null with P = 0 means 5 nodes for a tolerance below 1e-7, and 3 for others
  * Out  solution   as above
  * Returns as above, or TOLERANCE_MISSED: the solution is the one with the smallest estimate. */
 QUENTA_EQUATIONS_API int quenta_equation_solve_to_tolerance(const quenta_equation* equation, double t_end, double rtol,

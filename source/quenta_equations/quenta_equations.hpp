@@ -21,7 +21,6 @@
 
 #include "quenta_equations.h"
 
-#include <array>
 #include <cstddef>
 #include <exception>
 #include <initializer_list>
@@ -102,7 +101,7 @@ struct solve_options {
     double rtol = 0.0, atol = 0.0;
     int max_steps = 0;
     std::vector<double> own_nodes;
-    int family = QUENTA_RADAU, P = 3;
+    int family = QUENTA_RADAU, P = 0; // 0: the library chooses among the nodes of Radau IIA
 
     solve_options nodes(int of_family, int count) const {
         solve_options changed = *this;
@@ -224,8 +223,7 @@ public:
         return memory(std::move(K), std::move(phi), nullptr, E);
     }
     template <class kernel, class nonlinearity, class slope>
-        requires(!std::is_arithmetic_v<slope>)
-    equation& memory(kernel K, nonlinearity phi, slope derivative, int E = 0) {
+    requires(!std::is_arithmetic_v<slope>) equation& memory(kernel K, nonlinearity phi, slope derivative, int E = 0) {
         const int columns = E > 0 ? E : D;
         add_memory<detail::kernel_function<kernel>>(quenta_equation_add_memory, std::move(K), columns);
         return set_phi(std::move(phi), std::move(derivative), columns);
@@ -241,8 +239,8 @@ public:
         return lag_memory(std::move(K), std::move(phi), nullptr, E);
     }
     template <class kernel, class nonlinearity, class slope>
-        requires(!std::is_arithmetic_v<slope>)
-    equation& lag_memory(kernel K, nonlinearity phi, slope derivative, int E = 0) {
+    requires(!std::is_arithmetic_v<slope>) equation& lag_memory(kernel K, nonlinearity phi, slope derivative,
+                                                                int E = 0) {
         const int columns = E > 0 ? E : D;
         add_memory<detail::time_function<kernel>>(quenta_equation_add_lag_memory, std::move(K), columns);
         return set_phi(std::move(phi), std::move(derivative), columns);
@@ -252,8 +250,8 @@ public:
     template <class slope>
     equation& jacobian(slope df_dy) {
         using function = detail::state_function<slope>;
-        check(quenta_equation_set_jacobian(get(), function::call, keep<function>({std::move(df_dy), size_t_of(D * D),
-                                                                                size_t_of(D)})));
+        check(quenta_equation_set_jacobian(get(), function::call,
+                                           keep<function>({std::move(df_dy), size_t_of(D * D), size_t_of(D)})));
         return *this;
     }
 
@@ -265,24 +263,24 @@ public:
 
     // Throws equation_error for an argument, solve_failure for a solve that ended early, and what a function threw.
     solution solve(double t_end, const solve_options& options) const {
-        const double* const nodes = options.own_nodes.empty() ? nullptr : options.own_nodes.data();
-        std::array<double, 5> of_family{};
-        const int P = nodes ? int(options.own_nodes.size()) : options.P;
-        if (!nodes)
-            check(quenta_equation_nodes(options.family, P, of_family.data()));
-        const double* const c = nodes ? nodes : of_family.data();
+        std::vector<double> nodes = options.own_nodes;
+        if (nodes.empty() && options.P != 0) {
+            nodes.resize(5);
+            check(quenta_equation_nodes(options.family, options.P, nodes.data()));
+            nodes.resize(std::size_t(options.P));
+        }
+        const int P = int(nodes.size());
+        const double* const c = nodes.empty() ? nullptr : nodes.data();
         quenta_solution* solved = nullptr;
         detail::thrown = nullptr;
         const int status =
-            !options.mesh.empty()
-                ? (options.mesh.back() == t_end
-                       ? quenta_equation_solve_on_mesh(get(), options.mesh.data(), int(options.mesh.size()) - 1, c, P,
-                                                       &solved)
-                       : QUENTA_EQUATION_BAD_MESH)
-            : options.steps != 0
-                ? quenta_equation_solve(get(), t_end, options.steps, c, P, &solved)
-                : quenta_equation_solve_to_tolerance(get(), t_end, options.rtol, options.atol, options.max_steps, c, P,
-                                                     &solved);
+            !options.mesh.empty() ? (options.mesh.back() == t_end
+                                         ? quenta_equation_solve_on_mesh(get(), options.mesh.data(),
+                                                                         int(options.mesh.size()) - 1, c, P, &solved)
+                                         : QUENTA_EQUATION_BAD_MESH)
+            : options.steps != 0  ? quenta_equation_solve(get(), t_end, options.steps, c, P, &solved)
+                                  : quenta_equation_solve_to_tolerance(get(), t_end, options.rtol, options.atol,
+                                                                       options.max_steps, c, P, &solved);
         return finish(status, solved);
     }
 

@@ -12,8 +12,8 @@ struct quenta_solution {
     quenta::equation_kind kind;
     int D;
     quenta::collocation_nodes nodes;
-    std::vector<double> mesh;     // of all steps, also of those that are not solved
-    int steps = 0;                // solved
+    std::vector<double> mesh;       // of all steps, also of those that are not solved
+    int steps = 0;                  // solved
     std::vector<double> unknowns{}; // component a of y, or of y', at node i of step n: (n*P + i)*D + a
     std::vector<double> y{};        // at the mesh points: n*D + a
     std::vector<double> error{};    // the estimate for each component, or empty

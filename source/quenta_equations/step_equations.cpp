@@ -300,7 +300,7 @@ equation_status step_equations::newton(double* X) {
     // For short steps the determinant is positive, as that of the unit matrix. If it is negative, the solution belongs
     // to another branch than the one that starts at short steps, as after the time at which a solution blows up.
     return equation.kind == equation_kind::first || system.determinant_is_positive() ? equation_status::solved
-                                                                                      : equation_status::no_convergence;
+                                                                                     : equation_status::no_convergence;
 }
 
 // Without a nonlinear term the equations are a linear system.

@@ -70,10 +70,10 @@ private:
     bool linear;
 
     double h = 0.0;
-    std::vector<double> start;      // y_n
-    std::vector<double> times;      // t_ni
-    std::vector<double> constant;   // what does not depend on X
-    std::vector<double> matrix;     // e I minus the linear terms, by rows
+    std::vector<double> start;    // y_n
+    std::vector<double> times;    // t_ni
+    std::vector<double> constant; // what does not depend on X
+    std::vector<double> matrix;   // e I minus the linear terms, by rows
     std::vector<step_term> terms;
     std::vector<double> Y, f, f_derivative;
     std::vector<double> residual, magnitude; // of the terms that are added in the residual

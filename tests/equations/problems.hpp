@@ -2,7 +2,7 @@
 // quadrature.
 #pragma once
 
-#include "quenta_equations/quenta_equations.hpp"
+#include "quenta_equations.hpp"
 
 #include <cmath>
 #include <functional>
@@ -50,7 +50,9 @@ equation_problem second_kind_problem(std::string name, double t_end, kernel K, n
 
 template <class kernel, class nonlinearity, class exact>
 equation_problem first_kind_problem(std::string name, double t_end, kernel K, nonlinearity phi, exact y) {
-    const auto g = [=](double t) { return integral_to(t, [&](double s) { return K(t, s) * phi(s, y(s)); }); };
+    const auto g = [=](double t) {
+        return integral_to(t, [&](double s) { return K(t, s) * phi(s, y(s)); });
+    };
     const double guess = y(0.0);
     return {std::move(name), quenta::first_kind(g).memory(K, phi).first_guess(std::span(&guess, 1)),
             [=](double t) { return std::vector{y(t)}; }, t_end, '1'};
@@ -84,28 +86,26 @@ inline std::vector<equation_problem> closed_forms() {
            });
     scalar("A4", '2', 4, quenta::second_kind([](double t) { return t; }).lag_memory([](double u) { return u; }),
            [](double t) { return std::sinh(t); });
-    scalar("A7", '2', 10,
-           quenta::second_kind([](double t) { return std::cyl_bessel_j(0, t); }).lag_memory([](double u) {
-               return std::cyl_bessel_j(1, u);
-           }),
+    scalar("A7", '2', 10, quenta::second_kind([](double t) {
+                              return std::cyl_bessel_j(0, t);
+                          }).lag_memory([](double u) { return std::cyl_bessel_j(1, u); }),
            [](double) { return 1.0; });
     scalar("C2", '2', 2, quenta::second_kind([](double t) { return exp(-t) - t * t; }).memory([](double t, double s) {
         return t * exp(s);
     }),
            [](double t) { return exp(-t); });
-    scalar("D1", '2', 20,
-           quenta::second_kind([](double t) { return exp(-t); })
-               .lag_memory([](double u) { return exp(-u); }, [](double, double y) { return y + exp(-y); }),
+    scalar("D1", '2', 20, quenta::second_kind([](double t) {
+                              return exp(-t);
+                          }).lag_memory([](double u) { return exp(-u); }, [](double, double y) { return y + exp(-y); }),
            [](double t) { return std::log(t + std::numbers::e); });
     scalar("D4", '2', 1,
            quenta::second_kind([](double t) { return exp(t) + t * (1 - exp(3 * t)) / 3; })
                .memory([](double t, double) { return t; }, [](double, double y) { return y * y * y; },
                        [](double, double y) { return 3 * y * y; }),
            [](double t) { return exp(t); });
-    scalar("E2", '1', 1,
-           quenta::first_kind([](double t) { return exp(-t) / 4 + exp(t) * (2 * t - 1) / 4; }).lag_memory([](double u) {
-               return exp(-u);
-           }),
+    scalar("E2", '1', 1, quenta::first_kind([](double t) {
+                             return exp(-t) / 4 + exp(t) * (2 * t - 1) / 4;
+                         }).lag_memory([](double u) { return exp(-u); }),
            [](double t) { return t * exp(t); });
     scalar("F1", 'D', 5,
            quenta::integro_differential([](double, double y) { return -y; }, 1.0).lag_memory([](double u) {
@@ -124,7 +124,10 @@ inline std::vector<equation_problem> closed_forms() {
                             K[1] = -1;
                             K[2] = 1;
                         }),
-                    [](double t) { return std::vector{cos(t), sin(t)}; }, 2, '2'});
+                    [](double t) {
+                        return std::vector{cos(t), sin(t)};
+                    },
+                    2, '2'});
     return list;
 }
 
