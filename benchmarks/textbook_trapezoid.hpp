@@ -7,8 +7,7 @@
 
 template <class forcing, class kernel, class nonlinearity, class slope>
 std::vector<double> textbook_trapezoid(const forcing& g, const kernel& K, const nonlinearity& phi,
-                                       const slope& phi_derivative, double t_end, int steps) {
-    const double h = t_end / steps;
+                                       const slope& phi_derivative, double h, int steps) {
     std::vector<double> y(steps + 1), phi_of_y(steps + 1);
     y[0] = g(0.0);
     phi_of_y[0] = phi(y[0]);
