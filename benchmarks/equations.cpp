@@ -51,7 +51,7 @@ void against_bare_loop(benchmark::State& state, const function& K, int steps) {
         [&] { bare_history(of_times, at, memory); });
 }
 
-// y = exp(-t) + integral of K(t - s) phi(y(s)) ds, on 0 .. 20, with phi = y + exp(-y) and with phi = y.
+// y = exp(-t) + integral of K(t - s) phi(y(s)) ds, on 0 .. 2, with phi = y + exp(-y) and with phi = y.
 template <bool with_derivative, class function>
 void nonlinear_against_linear(benchmark::State& state, const function& K, int steps, double limit) {
     const auto phi = [](double, double y) {
