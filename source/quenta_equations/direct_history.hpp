@@ -10,7 +10,6 @@
 #include "quenta_equations/equation.hpp"
 #include "quenta_equations/kernel_sums.hpp"
 #include "quenta_equations/solution.hpp"
-#include "utility/instruction_sets.hpp"
 
 #include <cstdint>
 #include <vector>
@@ -53,7 +52,7 @@ private:
     std::vector<double> sums;         // of the steps of the group
     std::int64_t group_first = 0, group_end = 0;
     std::vector<term_history> terms;
-    const kernel_sums* const kernels = &widest_table<kernel_sums>();
+    const kernel_sums* const kernels = &kernel_sums_between_calls();
 };
 
 } // namespace quenta

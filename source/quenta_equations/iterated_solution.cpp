@@ -1,7 +1,6 @@
 #include "quenta_equations/iterated_solution.hpp"
 
 #include "quenta_equations/kernel_sums.hpp"
-#include "utility/instruction_sets.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -78,7 +77,7 @@ private:
     const int D, P;
     const std::int64_t sources;
     std::vector<double> source_times, phi, weighted, t, kernel;
-    const kernel_sums* const kernels = &widest_table<kernel_sums>();
+    const kernel_sums* const kernels = &kernel_sums_between_calls();
 };
 
 } // namespace

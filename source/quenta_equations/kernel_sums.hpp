@@ -16,6 +16,9 @@ struct kernel_sums {
     double (*scalar_sum)(const double* values, const double* weighted, std::int64_t count);
 };
 
+// The table that the solvers use.
+const kernel_sums& kernel_sums_between_calls();
+
 // sum[a] += the sum over `count` points and the E columns of kernel[p](a, c) * weighted[p][c]; kernel blocks have D
 // rows.
 inline void add_kernel_sum(const kernel_sums& loops, const double* kernel, const double* weighted, std::int64_t count,
