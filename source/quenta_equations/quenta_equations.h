@@ -54,6 +54,7 @@
 extern "C" {
 #endif
 
+/* An equation that can be solved, and a solution. Programs use pointers to them only. */
 typedef struct quenta_equation quenta_equation;
 typedef struct quenta_solution quenta_solution;
 
