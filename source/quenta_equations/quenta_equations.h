@@ -54,13 +54,14 @@
 extern "C" {
 #endif
 
+/* An equation that can be solved, and a solution. Programs use pointers to them only. */
 typedef struct quenta_equation quenta_equation;
 typedef struct quenta_solution quenta_solution;
 
 /* ---- Status --------------------------------------------------------------------------------------------------- */
 
-/* What a function returns. The statuses from 1 to 7 end a solve that has begun: the solution exists, and contains all
- * steps before the one that failed. With the statuses from 8 on nothing was written. */
+/* What a function returns. The statuses from 1 to 5 end a solve that has begun: the solution exists, and contains all
+ * steps before the one that failed, or is the best one. With the others nothing was written. */
 enum {
     QUENTA_EQUATION_SOLVED = 0,
     QUENTA_EQUATION_STOPPED = 1,         /* a function of the caller returned a value other than 0 */
@@ -69,21 +70,21 @@ enum {
     QUENTA_EQUATION_SINGULAR_STEP = 4,   /* the linear system of a step is singular to rounding */
     QUENTA_EQUATION_TOLERANCE_MISSED = 5, /* the tolerance was not reached; the solution is the best one */
     QUENTA_EQUATION_OUT_OF_MEMORY = 6,   /* memory ran out */
-    QUENTA_EQUATION_NULL_POINTER = 8,
+    QUENTA_EQUATION_NULL_POINTER = 8,    /* an argument is null that must not be */
     QUENTA_EQUATION_BAD_DIMENSION = 9,   /* D or E is below 1 or above quenta_equation_max_dimension */
-    QUENTA_EQUATION_BAD_STEPS = 10,
-    QUENTA_EQUATION_BAD_MESH = 11,
-    QUENTA_EQUATION_BAD_END = 12,
-    QUENTA_EQUATION_BAD_NODES = 13,
+    QUENTA_EQUATION_BAD_STEPS = 10,      /* fewer than 1 step, or too many; or max_steps */
+    QUENTA_EQUATION_BAD_MESH = 11,       /* the mesh does not start at 0, increase, and end at a finite time */
+    QUENTA_EQUATION_BAD_END = 12,        /* t_end is not positive and finite */
+    QUENTA_EQUATION_BAD_NODES = 13,      /* not 1 to 5 increasing nodes in [0, 1], or no such family */
     QUENTA_EQUATION_UNSTABLE_NODES = 14, /* nodes with which a first-kind equation does not converge */
-    QUENTA_EQUATION_BAD_SINGULARITY = 15,
-    QUENTA_EQUATION_BAD_TOLERANCE = 16,
+    QUENTA_EQUATION_BAD_SINGULARITY = 15, /* the singularity is not 0 */
+    QUENTA_EQUATION_BAD_TOLERANCE = 16,  /* rtol or atol is negative or not finite, or both are 0 */
     QUENTA_EQUATION_NO_TERM = 17,        /* there is no memory term */
-    QUENTA_EQUATION_COLUMNS_NEED_PHI = 18,
-    QUENTA_EQUATION_WRONG_KIND = 19,
-    QUENTA_EQUATION_BAD_TIME = 20,
-    QUENTA_EQUATION_BAD_START = 21,
-    QUENTA_EQUATION_BAD_COUNT = 22
+    QUENTA_EQUATION_COLUMNS_NEED_PHI = 18, /* a term with E other than D has no phi */
+    QUENTA_EQUATION_WRONG_KIND = 19,     /* the function is for equations of another kind */
+    QUENTA_EQUATION_BAD_TIME = 20,       /* a time is not in the solution */
+    QUENTA_EQUATION_BAD_START = 21,      /* y0 or the first guess is not finite */
+    QUENTA_EQUATION_BAD_COUNT = 22       /* a count is negative */
 };
 
 /* A sentence that says what a status means and, for a wrong argument, what was expected. A constant. */
@@ -218,7 +219,7 @@ QUENTA_EQUATIONS_API int quenta_equation_solve_to_tolerance(const quenta_equatio
 /* Releases a solution. Null is allowed. */
 QUENTA_EQUATIONS_API void quenta_solution_destroy(quenta_solution* solution);
 
-/* The number of steps it contains; D; the time its last step ends at. */
+/* The number of steps it contains; D. */
 QUENTA_EQUATIONS_API int quenta_solution_steps(const quenta_solution* solution);
 QUENTA_EQUATIONS_API int quenta_solution_dimension(const quenta_solution* solution);
 

@@ -19,6 +19,10 @@
 #ifndef QUENTA_EQUATIONS_HPP
 #define QUENTA_EQUATIONS_HPP
 
+#if __cplusplus < 202002L
+#error "quenta_equations.hpp: expected C++20 or later, got an older standard; quenta_equations.h is for those"
+#endif
+
 #include "quenta_equations.h"
 
 #include <cstddef>
