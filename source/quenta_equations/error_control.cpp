@@ -12,7 +12,7 @@ namespace quenta {
 
 namespace {
 
-constexpr std::int64_t first_steps = 16;
+constexpr std::int64_t first_steps = 8;
 constexpr double unknown = std::numeric_limits<double>::infinity();
 
 // A narrow feature of g or of a kernel must meet some nodes: no solution with fewer of them is accepted.
@@ -22,7 +22,7 @@ constexpr int least_nodes = 300;
 constexpr double least_order = 0.4;
 // Differences that decrease by nearly the order of the scheme are extrapolated. Others may decrease by chance: how well
 // a kink is approximated depends on where it lies in its step.
-constexpr double regular_within = 0.7;
+constexpr double regular_within = 1.5;
 constexpr double safety = 1.25;
 
 // Parts of |y|. Differences below the first are rounding; below the second they can be, if they do not decrease.
@@ -48,8 +48,8 @@ public:
     void add(int component, double distance, double y) {
         if (distance == 0.0)
             return;
-        const double allowed =
-            wanted.absolute > 0.0 ? wanted.absolute + wanted.relative * std::fabs(y) : wanted.relative * scale[component];
+        const double allowed = wanted.absolute > 0.0 ? wanted.absolute + wanted.relative * std::fabs(y)
+                                                     : wanted.relative * scale[component];
         largest[component] = std::max(largest[component], distance);
         in_tolerances = std::max(in_tolerances, distance / allowed);
         relative = std::max(relative, distance / scale[component]);
@@ -110,15 +110,21 @@ distances jumps(const quenta_equation& equation, const quenta_solution& solution
 class doubling {
 public:
     doubling(const quenta_equation& of, double end, const tolerance& to, const collocation_nodes& with)
-        : equation{of}, t_end{end}, wanted{to}, nodes{with},
-          highest_order{double(with.P) + (of.solves_for_derivative() ? 1.0 : 0.0)} {}
+        : equation{of}, t_end{end}, wanted{to}, nodes{with}, highest_order{double(with.P) +
+                                                                           (of.solves_for_derivative() ? 1.0 : 0.0)} {}
 
     march_result run() {
         bool go_on = true;
         for (std::int64_t steps = first_steps; go_on && steps <= wanted.max_steps; steps *= 2) {
             march_result fine = march(equation, equal_steps(t_end, int(steps)), nodes);
             fine.solution.error.assign(equation.D, unknown);
-            go_on = fine.status == equation_status::solved ? judge(fine) : may_succeed(fine);
+            try {
+                go_on = fine.status == equation_status::solved ? judge(fine) : may_succeed(fine);
+            } catch (const solve_ended& end) { // by f(0, y0)
+                best = fine;
+                best.status = end.status;
+                go_on = false;
+            }
             coarse = std::move(fine);
         }
         if (best.status == equation_status::solved && !is_reached)
@@ -129,16 +135,17 @@ public:
 private:
     // A solve that failed: steps that are too long can fail, also where there is a solution.
     bool may_succeed(const march_result& fine) {
-        const quenta_solution& now = fine.solution;
-        const double end = now.mesh[now.steps], last_end = coarse.solution.mesh.empty() ? 0.0 : best_end;
-        const bool same_end = std::fabs(end - last_end) <= 2.0 * t_end / double(now.mesh.size() - 1);
+        const quenta_solution &now = fine.solution, &last = coarse.solution;
+        const std::int64_t steps = std::int64_t(now.mesh.size()) - 1;
+        const bool same_end =
+            !last.mesh.empty() && std::fabs(now.mesh[now.steps] - last.mesh[last.steps]) <= 2.0 * t_end / double(steps);
         failures = same_end ? failures + 1 : 0;
         best = fine;
-        best_end = end;
         smallest_estimate = last_difference = last_order = unknown;
-        const bool at_start = now.steps == 0; // costs nothing
-        return fine.status != equation_status::stopped &&
-               (at_start || failures < 3 || std::int64_t(now.mesh.size()) <= least_steps_to_fail);
+        if (fine.status == equation_status::stopped)
+            return false;
+        const bool costs_nothing = now.steps == 0;
+        return costs_nothing || failures < 3 || steps < least_steps_to_fail;
     }
 
     // Estimates the error of a complete solution, and keeps it if it is the best. False: the end.
@@ -153,17 +160,19 @@ private:
         const bool is_rounding = now.relative <= rounding;
         const double order = is_rounding ? highest_order : std::log2(last_difference / now.in_tolerances);
         const double slower = std::min(order, last_order);
-        const bool is_first = last_difference == unknown, converges = !is_first && (is_rounding || slower >= least_order);
+        const bool is_first = last_difference == unknown,
+                   converges = !is_first && (is_rounding || slower >= least_order);
         const double factor = extrapolation(is_first ? 0.0 : slower);
         const double estimate = std::max(factor * now.in_tolerances, jump.in_tolerances);
         for (int a = 0; a < equation.D; ++a)
             fine.solution.error[a] = std::max(factor * now.largest[a], jump.largest[a]);
         const bool reached = converges && estimate <= 1.0 && steps * nodes.P >= least_nodes;
-        if (reached || !(estimate > 2.0 * smallest_estimate)) {
+        // A larger estimate refutes the one before, unless both are rounding.
+        if (reached || now.relative > noise || !(estimate > smallest_estimate)) {
             best = fine;
             is_reached = reached;
+            smallest_estimate = estimate;
         }
-        smallest_estimate = std::min(smallest_estimate, estimate);
         const bool go_on = !reached && !is_hopeless(steps, estimate, order, now.relative);
         last_order = is_first ? unknown : order;
         last_difference = now.in_tolerances;
@@ -200,7 +209,7 @@ private:
 
     march_result coarse{}, best{};
     bool is_reached = false;
-    double smallest_estimate = unknown, best_end = 0.0;
+    double smallest_estimate = unknown;
     double last_difference = unknown, last_order = unknown;
     int failures = 0; // at nearly the same time
 };

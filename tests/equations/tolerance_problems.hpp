@@ -89,7 +89,9 @@ public:
     }
 
 private:
-    double between(double lo, double hi) { return lo + (hi - lo) * std::uniform_real_distribution<double>(0, 1)(random); }
+    double between(double lo, double hi) {
+        return lo + (hi - lo) * std::uniform_real_distribution<double>(0, 1)(random);
+    }
     int below(int n) { return int(random() % std::uint64_t(n)); }
     double sign() { return below(2) ? 1.0 : -1.0; }
 
@@ -101,8 +103,8 @@ private:
     }
 
     shape solution_shape(bool with_slope) {
-        static constexpr std::array names{"smooth",      "smooth", "smooth", "oscillating", "kinked", "power inside",
-                                          "power at 0",  "log",    "jump",   "layer",       "bump",   "narrow bump"};
+        static constexpr std::array names{"smooth",     "smooth", "smooth", "oscillating", "kinked", "power inside",
+                                          "power at 0", "log",    "jump",   "layer",       "bump",   "narrow bump"};
         shape base = smooth_shape(), added;
         const int which = below(int(names.size()));
         solution_name = names[std::size_t(which)];
@@ -125,8 +127,7 @@ private:
         else if (which == 9) {
             const double rate = std::pow(10.0, between(1, 5)) / T;
             added = {[=](double t) { return size * std::exp(-rate * t); },
-                     [=](double t) { return -rate * size * std::exp(-rate * t); },
-                     breaks_near(0.0)};
+                     [=](double t) { return -rate * size * std::exp(-rate * t); }, breaks_near(0.0)};
         } else if (which >= 10)
             added = bump(a, size, T * (which == 10 ? between(0.02, 0.1) : between(0.0025, 0.005)));
         else
@@ -137,8 +138,8 @@ private:
 
     shape oscillation(double size) {
         const double w = between(10, 60) / T;
-        return {[=](double t) { return size * std::sin(w * t); }, [=](double t) { return size * w * std::cos(w * t); },
-                {}};
+        return {
+            [=](double t) { return size * std::sin(w * t); }, [=](double t) { return size * w * std::cos(w * t); }, {}};
     }
 
     // Distances to `a` that double, down to rounding.
@@ -155,7 +156,8 @@ private:
         const double scale = size / std::pow(T, exponent);
         return {[=](double t) { return scale * std::pow(std::fabs(t - a), exponent); },
                 [=](double t) {
-                    return t == a ? 0.0 : exponent * scale * std::pow(std::fabs(t - a), exponent - 1) * (t < a ? -1 : 1);
+                    return t == a ? 0.0
+                                  : exponent * scale * std::pow(std::fabs(t - a), exponent - 1) * (t < a ? -1 : 1);
                 },
                 breaks_near(a)};
     }
@@ -163,8 +165,7 @@ private:
     shape logarithm(double size) {
         const double T_ = T;
         return {[=](double t) { return t > 0 ? size * t / T_ * std::log(t / T_) : 0.0; },
-                [=](double t) { return t > 0 ? size / T_ * (std::log(t / T_) + 1) : 0.0; },
-                breaks_near(0.0)};
+                [=](double t) { return t > 0 ? size / T_ * (std::log(t / T_) + 1) : 0.0; }, breaks_near(0.0)};
     }
 
     shape bump(double a, double size, double width) {
@@ -183,46 +184,66 @@ private:
         const double c = between(0.3, 2) / T, mu = between(0.2, 5) / T, w = between(1, 12) / T;
         const double a = between(0.1, 0.9) * T, width = 0.005 * T, stiffness = std::pow(10.0, between(1, 4)) / T;
         const double side = positive ? 1.0 : sign();
-        const auto near_a = [=](double x) { return std::exp(-std::pow((x - a) / width, 2)); };
+        const auto near_a = [=](double x) {
+            return std::exp(-std::pow((x - a) / width, 2));
+        };
         kernel_shape made;
         switch (below(positive ? 5 : 9)) {
         case 0:
             made.of_lag = true;
-            made.value = [=](double t, double s) { return side * c * std::exp(-mu * (t - s)); };
+            made.value = [=](double t, double s) {
+                return side * c * std::exp(-mu * (t - s));
+            };
             break;
         case 1:
             made.of_lag = true;
-            made.value = [=](double t, double s) { return side * c / (1 + mu * (t - s)); };
+            made.value = [=](double t, double s) {
+                return side * c / (1 + mu * (t - s));
+            };
             break;
         case 2:
-            made.value = [=](double t, double s) { return side * c * (1 + 0.5 * std::sin(w * t) * std::cos(mu * s)); };
+            made.value = [=](double t, double s) {
+                return side * c * (1 + 0.5 * std::sin(w * t) * std::cos(mu * s));
+            };
             break;
         case 3:
             made.of_lag = true;
             made.kink_in_lag = a;
-            made.value = [=](double t, double s) { return side * c * (0.5 + std::fabs(t - s - a) * c); };
+            made.value = [=](double t, double s) {
+                return side * c * (0.5 + std::fabs(t - s - a) * c);
+            };
             break;
         case 4:
             made.breaks_in_s = {a};
-            made.value = [=](double t, double s) { return side * c * (0.5 + std::fabs(s - a) * mu * std::exp(-mu * t)); };
+            made.value = [=](double t, double s) {
+                return side * c * (0.5 + std::fabs(s - a) * mu * std::exp(-mu * t));
+            };
             break;
         case 5:
             made.of_lag = true;
-            made.value = [=](double t, double s) { return c * std::cos(w * (t - s)); };
+            made.value = [=](double t, double s) {
+                return c * std::cos(w * (t - s));
+            };
             break;
         case 6: // stiff
             made.of_lag = true;
-            made.value = [=](double t, double s) { return -stiffness * std::exp(-mu * (t - s)); };
+            made.value = [=](double t, double s) {
+                return -stiffness * std::exp(-mu * (t - s));
+            };
             break;
         case 7:
             for (int x = -6; x <= 6; ++x)
                 made.breaks_in_s.push_back(a + x * width);
-            made.value = [=](double, double s) { return c * (1 + 5 * near_a(s)); };
+            made.value = [=](double, double s) {
+                return c * (1 + 5 * near_a(s));
+            };
             break;
         default:
             made.of_lag = true;
             made.cells = 200;
-            made.value = [=](double t, double s) { return c * (1 + 5 * near_a(t - s)); };
+            made.value = [=](double t, double s) {
+                return c * (1 + 5 * near_a(t - s));
+            };
         }
         return made;
     }
@@ -233,15 +254,25 @@ private:
         case 1:
             return {[](double y) { return y; }, true};
         case 2:
-            return {[](double y) { return y + y * y * y / 3; }};
+            return {[](double y) {
+                return y + y * y * y / 3;
+            }};
         case 3:
-            return {[](double y) { return std::sinh(y); }};
+            return {[](double y) {
+                return std::sinh(y);
+            }};
         case 4:
-            return {[](double y) { return std::sin(2 * y); }};
+            return {[](double y) {
+                return std::sin(2 * y);
+            }};
         case 5:
-            return {[](double y) { return y + std::exp(-y); }};
+            return {[](double y) {
+                return y + std::exp(-y);
+            }};
         default:
-            return {[](double y) { return y / (1 + y * y); }};
+            return {[](double y) {
+                return y / (1 + y * y);
+            }};
         }
     }
 
@@ -252,7 +283,7 @@ private:
         kernel_shape K;
         nonlinearity_shape phi;
         double coupling;
-        std::vector<double> ends{}, s{};             // of the cells; the points in them
+        std::vector<double> ends{}, s{};               // of the cells; the points in them
         std::array<std::vector<double>, 2> weighted{}; // phi of each component
 
         double phi_of(std::size_t a, double t) const {
@@ -309,9 +340,15 @@ private:
     static void add_memory(quenta::equation& equation, const std::shared_ptr<const memory>& M) {
         const int D = int(M->y.size());
         if (D == 1) {
-            const auto K = [M](double t, double s) { return M->K.value(t, s); };
-            const auto of_lag = [M](double u) { return M->K.value(u, 0.0); };
-            const auto phi = [M](double, double y) { return M->phi.value(y); };
+            const auto K = [M](double t, double s) {
+                return M->K.value(t, s);
+            };
+            const auto of_lag = [M](double u) {
+                return M->K.value(u, 0.0);
+            };
+            const auto phi = [M](double, double y) {
+                return M->phi.value(y);
+            };
             if (M->K.of_lag && M->phi.linear)
                 equation.lag_memory(of_lag);
             else if (M->K.of_lag)
@@ -361,7 +398,9 @@ private:
         problem.name = "integro-differential: " + problem.name;
         const auto M = make_memory(problem, false);
         const double rate = std::pow(10.0, between(-1, 1.5)) / T, cubic = below(2) ? between(0, 1) / T : 0.0;
-        const auto local = [=](double y) { return -rate * y - cubic * y * y * y; };
+        const auto local = [=](double y) {
+            return -rate * y - cubic * y * y * y;
+        };
         std::vector<double> y0;
         for (const shape& y : M->y)
             y0.push_back(y.value(0.0));
