@@ -24,10 +24,9 @@ namespace {
 constexpr int max_dimension = 1000, default_max_steps = 16384;
 constexpr int max_steps_of_any_solve = 100'000'000;
 
-// The number of nodes if the caller leaves the choice to the library. For a small tolerance the higher order needs far
-// fewer steps.
-constexpr int usual_nodes = 3, accurate_nodes = 5;
-constexpr double accurate_below = 1e-7;
+// The number of nodes if the caller leaves the choice to the library. To a tolerance, the higher order needs fewer
+// evaluations of the kernel.
+constexpr int usual_nodes = 3, nodes_to_tolerance = 5;
 
 void check(bool condition, equation_status otherwise) {
     if (!condition)
@@ -321,8 +320,7 @@ int quenta_equation_solve_to_tolerance(const quenta_equation* equation, double t
               equation_status::bad_tolerance);
         check(max_steps == 0 || (max_steps >= 64 && max_steps <= max_steps_of_any_solve), equation_status::bad_steps);
         check_equation(*equation);
-        const collocation_nodes scheme =
-            checked_nodes(*equation, nodes, P, std::max(rtol, atol) < accurate_below ? accurate_nodes : usual_nodes);
+        const collocation_nodes scheme = checked_nodes(*equation, nodes, P, nodes_to_tolerance);
         const standard_floating_point_mode mode;
         hand_over(
             solve_to_tolerance(*equation, t_end, {rtol, atol, max_steps == 0 ? default_max_steps : max_steps}, scheme),

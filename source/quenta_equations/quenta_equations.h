@@ -197,16 +197,23 @@ QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* eq
 
 /* Solves an equation to a tolerance on equal steps. The number of steps is doubled until, at every time and in every
  * component, the estimated error of the returned polynomials is at most atol + rtol * |y(t)| or, with atol = 0, at most
- * rtol times the largest |y|. The estimate is the difference of two solutions, extrapolated by the observed order. A
- * difference that does not shrink as it should is not believed.
+ * rtol times the largest |y| of the component. The estimate is the difference of two solutions, extrapolated by the
+ * observed order, or the jumps of the polynomials at the mesh points if they are larger. A difference that does not
+ * shrink as it should is not accepted. A solution with fewer than 300 nodes is not accepted either, so that features of
+ * g and K as narrow as t_end / 200 are seen.
+ *
+ * A solve that cannot reach the tolerance ends early: when the observed order needs more than max_steps, when the
+ * differences no longer decrease, and when solves fail at the same time again and again.
  *
  * In   t_end      above 0, finite
  *      rtol       at least 0, finite
  *      atol       at least 0, finite; not both 0
- *      max_steps  the most steps to be tried; 0 means 16384
- *      nodes[P]   as above, except that null with P = 0 means 5 nodes for a tolerance below 1e-7, and 3 for others
+ *      max_steps  the most steps to be tried, at least 64; 0 means 16384
+ *      nodes[P]   as above, except that null with P = 0 means 5 nodes
  * Out  solution   as above
- * Returns as above, or TOLERANCE_MISSED: the solution is the one with the smallest estimate. */
+ * Returns as above, or TOLERANCE_MISSED: the solution is the one with the most steps, or an earlier one if rounding has
+ *      made that worse. A function of the caller that stops the solve, or a solve that fails, leaves the steps of the
+ *      present attempt. */
 QUENTA_EQUATIONS_API int quenta_equation_solve_to_tolerance(const quenta_equation* equation, double t_end, double rtol,
                                                             double atol, int max_steps, const double* nodes, int P,
                                                             quenta_solution** solution);
