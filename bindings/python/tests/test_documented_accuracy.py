@@ -30,8 +30,8 @@ def test_the_difference_of_two_solutions_estimates_the_error_of_the_coarser_one(
 
 def test_rounding_errors_limit_the_accuracy():
     for kind, nodes, fewer, sentence in (
-        ("vie2", (0, 1, 2, 3, 4), 14400, "with m = 4 and the nodes 0 1 2 3 4 is {} from 14401 samples and also {} from 144001."),
-        ("vie1", (1, 2, 3, 4), 28800, "with m = 4 and the nodes 1 2 3 4 the error is {} from 28801 samples and {} from 144001."),
+        ("vie2", (0, 1, 2, 3, 4), 14400, "with (4; 0, 1, 2, 3, 4) is {} from 14401 samples and also {} from 144001."),
+        ("vie1", (1, 2, 3, 4), 28800, "with (4; 1, 2, 3, 4) the error is {} from 28801 samples and {} from 144001."),
     ):
         errors = []
         for spacings in (fewer, 144000):

@@ -74,7 +74,7 @@ def test_the_amplification_of_noise():
     assert len(fading) == 18
     least, most = min(fading, key=fading.get), max(fading, key=fading.get)
     assert (str(least), str(most)) == ("(4, [4])", "(1, [1])")
-    assert_stated(PAGE, "between {} (m = 4, node 4) and {} (m = 1, node 1) for the 18 schemes in which errors decay",
+    assert_stated(PAGE, "between {} ((4; 4)) and {} ((1; 1)) for the 18 schemes in which errors decay",
                   fading[least], fading[most])
     for setting in ((2, (1, 2)), (3, (1, 2, 3)), (4, (1, 2, 3, 4))):
         row = next(row for row in fading if (row.m, row.nodes) == setting)
@@ -139,7 +139,7 @@ def test_the_spike_of_a_g_that_does_not_start_at_zero():
         later = slice(setting[0] ** 2 + 1, None)
         assert errors[later].max() < 1.5 * abs(without - exact)[later].max()
     assert_stated(PAGE, "a spike of height $c\\, g(0) / (h K(0))$, where $h$ is the length of a step and $c$ is {} for "
-                        "m = 1 with 1, {} for m = 2 with 1 2, {} for m = 3 with 1 2 3 and {} for m = 4 with 1 2 3 4",
+                        "(1; 1), {} for (2; 1, 2), {} for (3; 1, 2, 3) and {} for (4; 1, 2, 3, 4)",
                   *factors)
 
 
@@ -194,7 +194,7 @@ def test_kernels_that_start_at_zero():
         assert squared is None or not squared[1] < 1e3, setting
     assert singular == {(m, m) for m in (1, 2, 3, 4)}
     assert bounded == {(2, 1, 2), (4, 2, 4)}
-    assert_stated(PAGE, "only m = 2 with 1 2 and m = 4 with 2 4 keep errors bounded, with order 1; if $K'(0) = 0$ too, none "
+    assert_stated(PAGE, "only (2; 1, 2) and (4; 2, 4) keep errors bounded, with order 1; if $K'(0) = 0$ too, none "
                         "does")
     assert_stated(PAGE, "with the node $m$ alone the system is singular")
 
@@ -207,12 +207,12 @@ def test_a_small_kernel_at_the_start_needs_short_steps_or_the_second_kind():
         found, exact = solve(g + offset * np.sin(t), K + offset, dt, (3, (1, 2, 3)))
         errors.append(abs(found - exact).max())
     assert errors[0] > 1e20
-    assert_stated(PAGE, "With $K = 1.1 - e^{-20 t}$ and m = 3 with 1 2 3, the error is above 1e20 at $\\Delta t = 0.01$ and "
+    assert_stated(PAGE, "With $K = 1.1 - e^{-20 t}$ and (3; 1, 2, 3), the error is above 1e20 at $\\Delta t = 0.01$ and "
                         "{} at 0.001", errors[1])
     t = 0.01 * np.arange(501)
     _, (K, g) = rising_kernel(t)
     second = quenta.solve_vie2(np.cos(t) + g / offset, -K / offset, 0.01, setting=(2, (0, 1, 2)))
-    assert_stated(PAGE, "its error with m = 2 and the nodes 0 1 2 is {} at $\\Delta t = 0.01$", abs(second.y - np.cos(t)).max())
+    assert_stated(PAGE, "its error with (2; 0, 1, 2) is {} at $\\Delta t = 0.01$", abs(second.y - np.cos(t)).max())
 
 
 # ---- Jumps and kinks: the largest error over several positions ------------------------------------------------------
@@ -232,8 +232,8 @@ def test_a_kink_of_the_solution_stays_in_its_step():
             everywhere = max(everywhere, errors.max())
             away = max(away, errors[abs(t - position) > setting[0] ** 2 * t[1]].max())
         largest[setting] = everywhere, away
-    assert_stated(PAGE, "the largest error from 2881 samples is {} with m = 3 and the nodes 1 2 3, and {} one step and more "
-                        "away from the kink. With m = 1 and the node 1 it is {} everywhere",
+    assert_stated(PAGE, "the largest error from 2881 samples is {} with (3; 1, 2, 3), and {} one step and more "
+                        "away from the kink. With (1; 1) it is {} everywhere",
                   *largest[3, (1, 2, 3)], largest[1, (1,)][0])
     assert largest[1, (1,)][1] == pytest.approx(largest[1, (1,)][0], rel=0.1)
 
@@ -259,7 +259,7 @@ def test_only_damped_settings_with_one_node_converge_at_a_jump_of_K():
         else:
             assert many > few / 2, setting
     assert min(errors, key=lambda name: errors[name][1]) == (1, (1,))
-    assert_stated(PAGE, "Only the schemes with one node and $-1 < \\rho < 1$ converge, and m = 1 with the node 1 is the best "
+    assert_stated(PAGE, "Only the schemes with one node and $-1 < \\rho < 1$ converge, and (1; 1) is the best "
                         "of them: the root mean square error falls from {} with 289 samples to {} with 2881. With m = 3 and "
                         "the nodes 1 2 3 it stays at {}.", *errors[1, (1,)], errors[3, (1, 2, 3)][1])
 
