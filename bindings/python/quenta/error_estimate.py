@@ -186,16 +186,16 @@ def _estimated(problem: SampledProblem, solution: Solution) -> EstimatedSolution
 
     differs = f"the solution differs by {apart:.1e} from a reference with an uncertainty of {uncertain:.1e}"
     if not _resolved(problem):
-        return judged(False, "the samples of the kernel are too few or too rough: its integral is uncertain")
+        return judged(False, "the samples of the kernel are too few, too rough or noisy: its integral is uncertain")
     if error.max() <= 16 * _EPSILON * len(y) * largest:
         return judged(True, f"{differs}; rounding errors explain both")
     if abs(reference).max() > _LARGER * largest:
         return judged(False, f"the reference is more than {_LARGER:g} times as large as the solution, and may be unstable")
     if not uncertain <= _CERTAIN * apart:
-        return judged(False, f"{differs}, which is too large: the samples are too few or too rough")
+        return judged(False, f"{differs}, which is too large: the samples are too few, too rough or noisy")
     expected = problem.setting.measured[problem.form].order
     if expected is not None and order < expected - 0.5:
-        differs += f"; expected order {expected:.1f}, got {order:.1f}: the samples are too few or too rough"
+        differs += f"; expected order {expected:.1f}, got {order:.1f}: the samples are too few, too rough or noisy"
     return judged(True, differs)
 
 

@@ -180,8 +180,7 @@ def test_negative_counts_of_renewals():
         for setting in ((2, (0, 1, 2)), (1, (0, 1)))
     ]
     assert lowest[1] == 0
-    assert_stated(PAGE, "with 145 samples on 0 .. 10 (2; 0, 1, 2) gives counts down to {}, m = 1 with the "
-                        "nodes 0 1 none below 0", lowest[0])
+    assert_stated(PAGE, "with 145 samples on $[0, 10]$ (2; 0, 1, 2) gives counts down to {}, (1; 0, 1) none below 0", lowest[0])
 
 
 # ---- Components that decay within a step ----------------------------------------------------------------------------
