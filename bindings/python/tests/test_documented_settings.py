@@ -52,7 +52,7 @@ def test_one_node_has_order_1_and_the_midpoint_rule_has_order_2_at_some_samples(
         errors.append(abs(solved.y - solution(t))[4:-1])
     for place, factor in enumerate((4, 2, 4, 2)):  # the end of a step, between, the node, between
         assert errors[0][place::4].max() / errors[1][place::4].max() == pytest.approx(factor, rel=0.1)
-    assert_stated(PAGE, "The midpoint ((2; 1)) has second order at its nodes and at the ends of steps inside the "
+    assert_stated(PAGE, "The midpoint rule (2; 1) has second order at its nodes and at the ends of steps inside the "
                         "interval, where the mean of both sides is returned, and first order elsewhere.")
 
 
@@ -180,7 +180,8 @@ def test_negative_counts_of_renewals():
         for setting in ((2, (0, 1, 2)), (1, (0, 1)))
     ]
     assert lowest[1] == 0
-    assert_stated(PAGE, "with 145 samples on $[0, 10]$ (2; 0, 1, 2) gives counts down to {}, (1; 0, 1) none below 0", lowest[0])
+    assert_stated(PAGE, "with 145 samples on $[0, 10]$ (2; 0, 1, 2) gives counts down to {}, (1; 0, 1) none below 0",
+                  lowest[0])
 
 
 # ---- Components that decay within a step ----------------------------------------------------------------------------
@@ -209,5 +210,5 @@ def test_damping_of_components_that_decay_within_a_step():
             damping_with_the_first.add(str(setting))
     assert damping_without_the_last_node == {"(3, [2])", "(4, [3])", "(4, [2, 3])"}
     assert damping_with_the_first == {"(3, [0, 2, 3])", "(4, [0, 3, 4])", "(4, [0, 2, 3, 4])"}
-    assert_stated(PAGE, "(3; 2); (4; 3) and with 2 3; and, with both ends, (3; 0, 2, 3), (4; 0, 3, 4) "
-                        "and with 0 2 3 4")
+    assert_stated(PAGE, "(3; 2), (4; 3), (4; 2, 3) and, with both ends, (3; 0, 2, 3), (4; 0, 3, 4), "
+                        "(4; 0, 2, 3, 4)")
