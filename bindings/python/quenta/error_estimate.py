@@ -124,7 +124,9 @@ def with_error(solve: Callable[..., Solution], *arguments: Any, **keywords: Any)
     kernel changes by more than a tenth when every second sample is left out.
 
     Features that no sample shows are not detected, such as a spike between two samples or an oscillation with fewer
-    than two samples per period. Errors of the samples themselves are not estimated.
+    than two samples per period. Errors of the samples themselves are not estimated. In an equation of the first kind the
+    reference amplifies noise in g more than the solution, and the estimate is not trusted. With a smooth fit of
+    g in place of the samples, it estimates the error of the scheme.
 
     This takes 2.4 to 9 times as long as the solve for 20,000 or more samples, and a few milliseconds for up to 1,000.
 
