@@ -5,8 +5,10 @@
  *
  * Calling order
  *   Call quenta_rt_init once, and let it return before any other thread calls the library. Then any number of threads
- *   may call any solver at once. Threads need no preparation, and there is no function for shutting down. The functions
- *   that only report limits or settings, and the block solvers, do not need quenta_rt_init.
+ *   may call any solver at once. Threads need no preparation, and there is no function for shutting down. A
+ *   sample-based solver or quenta_gc_collect that is called before quenta_rt_init has undefined results; on Linux it
+ *   ends the process by a segmentation fault. The functions that only report limits or settings, and the block solvers,
+ *   do not need quenta_rt_init.
  *
  * Fork
  *   The child may call every function, whatever other threads were doing in the library at the time of the fork. If the
@@ -135,8 +137,9 @@ QUENTA_API void quenta_get_supported_settings(int* settings);
  * of adjacent steps need not join. The cost grows like steps * log(steps)^2. All 56 schemes are accepted.
  *
  * In   g[N], K[N]       forcing at t_i, in the unit of y, and kernel at lag t_i, in the unit of 1/time
- *      N                number of samples: at least 1, and enough for the kernel samples of the first step, that is
- *                       more than the largest k_i * (m - k_q) over the nodes of the scheme. A smaller N is fatal.
+ *      N                number of samples: m*m + 1 for one step, k*m*m + 1 for k steps. N must be at least 1, and more
+ *                       than the largest k_i * (m - k_q) over the nodes of the scheme, so that the kernel samples of
+ *                       the first step exist. A smaller N is fatal.
  *      dt               spacing of the samples, in the unit of t; not examined
  *      m, list[count]   a collocation scheme, from quenta_get_supported_settings. list is not read if the table has
  *                       no scheme with this m and this count.
@@ -146,7 +149,8 @@ QUENTA_API void quenta_get_supported_settings(int* settings);
  *                       step n is at n*(count+1) + j, for j = 0 .. count-1; the element j = count of each step is not
  *                       written. Without want_coeffs it is not accessed and may be null. With want_coeffs a null
  *                       pointer is fatal if there is a step.
- *      n_steps          steps = (N-1) / (m*m), rounded down. Samples past steps*m*m are not used.
+ *      n_steps          steps = (N-1) / (m*m), rounded down. If steps*m*m < N-1, the samples past steps*m*m are not
+ *                       used, and the status is still QUENTA_SOLVED.
  * Returns QUENTA_SOLVED;
  *      QUENTA_SIZE_OVERFLOW if (count+1)*steps > 2147483647 or (count+1)*(count+1) > 2147483647, checked first;
  *      QUENTA_UNSUPPORTED_SETTING if the table has no scheme (m, list);
@@ -242,8 +246,9 @@ QUENTA_API int quenta_solve_vie1(const double* g, const double* K, int N, double
  *
  * In   g[N], K[N]       forcing at t_i, in the unit of y/time, and kernel at lag t_i, in the unit of 1/time squared
  *      a[N]             coefficient at t_i, in the unit of 1/time
- *      N                number of samples: at least 1, and enough for the kernel samples of the first step, that is
- *                       more than the largest k_i * (m - k_q) over the nodes of the scheme. A smaller N is fatal.
+ *      N                number of samples: m*m + 1 for one step, k*m*m + 1 for k steps. N must be at least 1, and more
+ *                       than the largest k_i * (m - k_q) over the nodes of the scheme, so that the kernel samples of
+ *                       the first step exist. A smaller N is fatal.
  *      y0               y at t = 0
  *      dt               spacing of the samples, in the unit of t; not examined
  *      m, list[count]   a collocation scheme, from quenta_get_supported_settings. list is not read if the table has
@@ -254,7 +259,8 @@ QUENTA_API int quenta_solve_vie1(const double* g, const double* K, int N, double
  *      coeffs[(count+1)*steps]   with want_coeffs: the coefficient of power j of s = (t - t_n) / h, 0 <= s <= 1, in
  *                       step n is at n*(count+1) + j, for j = 0 .. count. Without want_coeffs it is not accessed and
  *                       may be null. With want_coeffs a null pointer is fatal if there is a step.
- *      n_steps          steps = (N-1) / (m*m), rounded down. Samples past steps*m*m are not used.
+ *      n_steps          steps = (N-1) / (m*m), rounded down. If steps*m*m < N-1, the samples past steps*m*m are not
+ *                       used, and the status is still QUENTA_SOLVED.
  * Returns QUENTA_SOLVED;
  *      QUENTA_SIZE_OVERFLOW if (count+1)*steps > 2147483647 or (count+1)*(count+1) > 2147483647, checked first;
  *      QUENTA_UNSUPPORTED_SETTING if the table has no scheme (m, list);

@@ -149,7 +149,9 @@ template <int P>
     // value or a coefficient of B_j.
     write_output(to, integrals, [=](std::int64_t n, std::int64_t a, sum_of what, const auto& weight) {
         const double* const step = solution + n * (P + 1) * D;
+        // GCOVR_EXCL_BR_START: the instance for values has one case only
         double sum = what == sum_of::higher_coefficient ? 0.0 : step[P * D + a];
+        // GCOVR_EXCL_BR_STOP
         for (int j = 0; j < P; ++j)
             sum += (h * step[a * P + j]) * weight(j);
         return sum;

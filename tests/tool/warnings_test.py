@@ -248,6 +248,13 @@ class FirstKind(WarningTest):
                      *[lambda t, w=w: w * math.exp(-t) for w in (0, 1, 1, 0)])
         self.assert_warned("vie1", text, of=("g2(0) is 0.3", "y1 starts with a spike of the order of 18"))
 
+    def test_no_spike_is_claimed_if_only_the_first_sample_of_the_forcing_is_wrong(self):
+        right = self.run_program("vie1", text=self.equation(math.cos, 0.01, g=math.sin)).stdout
+        text = self.equation(math.cos, 0.01, g=lambda t: math.sin(t) if t > 0 else 0.1)
+        messages = self.warnings("vie1", text)
+        self.assertEqual(self.numbers, right)
+        self.assertIn("if all samples have this offset, y starts with a spike", " ".join(messages))
+
     def test_kernel_and_forcing_have_separate_warnings(self):
         messages = self.warnings("vie1", self.equation(lambda t: t, 0.02, g=lambda t: 1.0 + t))
         self.assertEqual([("K(0) is 0" in message, "g(0) is 1" in message) for message in messages],

@@ -39,8 +39,8 @@ std::string description(const equation_samples& equation, std::size_t unknown, c
     const auto worst = std::max_element(equation.g.begin(), end,
                                         [](double left, double right) { return std::abs(left) < std::abs(right); });
     return sentence(equation.dimension() == 1 ? "g" : sentence("g", worst - equation.g.begin() + 1), "(0) is ", *worst,
-                    ", but the integral is 0 at t = 0, so ", equation.unknowns[unknown], " starts with a spike", height,
-                    "; expected 0: correct the offset of g, or its start time");
+                    ", but the integral is 0 at t = 0; if all samples have this offset, ", equation.unknowns[unknown],
+                    " starts with a spike", height, "; expected 0: correct the offset of g, or its start time");
 }
 
 } // namespace

@@ -10,7 +10,7 @@
 
 namespace quenta_program {
 
-// Returns a message if g(0) is not 0 and y therefore starts with a spike of significant height.
+// Returns a message if g(0) is not 0, and y starts with a spike of significant height if all samples have this offset.
 std::optional<std::string> fault_of_forcing(const equation_samples& equation, const setting& chosen,
                                             const std::vector<double>& y);
 

@@ -256,7 +256,7 @@ class DroppedSamplesWarning(QuentaWarning):
 
 
 class IllPosedWarning(QuentaWarning):
-    """An equation of the first kind has a zero or nearly zero K(0), or a nonzero g(0).
+    """An equation of the first kind has a zero or nearly zero K(0), or a g(0) that is not zero.
 
     See Also
     --------

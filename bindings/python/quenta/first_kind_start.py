@@ -91,8 +91,8 @@ def fault_of_forcing(problem: SampledProblem, solution: Solution) -> Optional[st
         return None
     shown = f"{start[0]:.6g}" if g.ndim == 1 else np.array2string(start, precision=6, threshold=8)
     return (
-        f"g: expected g(0) = 0, got {shown}: the solution starts with a spike{height}; correct the offset of g or the time "
-        f"at which it starts"
+        f"g: expected g(0) = 0, got {shown}: if all samples have this offset, the solution starts with a spike{height}; "
+        f"correct the offset of g or the time at which it starts"
     )
 
 

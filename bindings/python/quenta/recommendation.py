@@ -10,6 +10,8 @@ from .errors import SizeError
 from .setting_table import KINKED_SAMPLES, Measurement, Setting, settings
 
 _FEWEST_STEPS = 8
+# The trapezoidal rule has order 4 if g and K have this many continuous derivatives and start at 0 with zero slope.
+_SMOOTH = 3
 
 
 @dataclass(frozen=True)
@@ -50,8 +52,9 @@ def recommend(
     kind : {"vie1", "vie2", "vide"}
         The kind of equation, as in `solve_vie1`, `solve_vie2` and `solve_vide`.
     smoothness : int, optional
-        The number of continuous derivatives of g, K and a: 0 for samples with noise, jumps or kinks, such as measured
-        data; 5 or more for smooth functions.
+        The number of continuous derivatives of g, K and a: 0 for samples with jumps or kinks, 5 or more for smooth
+        functions. Noise is treated as 0 for "vie2" and "vide". Noise of an equation of the first kind is another matter;
+        see Notes.
     stiff : bool, optional
         Whether components of the solution decay within about one step; only for "vie2" and "vide".
     continuous : bool, optional
@@ -81,6 +84,14 @@ def recommend(
     Errors are those of `Measurement.expected_error`. They were measured with problems of exactly this smoothness, with
     41 to 1441 samples of a few oscillations. With m = 1 every sample is read. Other schemes read only some of the
     samples, as `Recommendation.reason` states, and require samples without noise.
+
+    Two cases are not among these problems. `Recommendation.reason` mentions them where they matter:
+
+    - Equations of the first kind amplify noise in g, least with a scheme of high order and few samples. Keep the default
+      scheme of `solve_vie1`, and smooth g or use fewer samples, as the page "Noisy samples and first-kind problems" of
+      the manual describes.
+    - If g and K of an equation of the second kind are smooth and start at 0 with zero slope, as in many renewal
+      equations, (1; 0, 1) has order 4 and is the most accurate scheme.
 
     Examples
     --------
@@ -125,8 +136,18 @@ def _best(form: str, smoothness: int, stiff: bool, count: int) -> Recommendation
     return Recommendation(
         best,
         f"{among} {', '.join(criteria)}, {best} has the smallest error for problems with {smoothness} continuous "
-        f"{derivatives}, about {error(best):.1g} with {count} samples; {best.measured[form].note}; {_samples_read(best)}",
+        f"{derivatives}, about {error(best):.1g} with {count} samples; {best.measured[form].note}; "
+        f"{_unknown_case(form, smoothness, stiff)}{_samples_read(best)}",
     )
+
+
+def _unknown_case(form: str, smoothness: int, stiff: bool) -> str:
+    """The case in which another scheme may be better for data of this smoothness, as part of a sentence."""
+    if form.startswith("vie1") and smoothness == 0:
+        return "noise in g is another matter, for which the default scheme and fewer samples are better; "
+    if form == "vie2" and smoothness >= _SMOOTH and not stiff:
+        return "if g and K also start at 0 with zero slope, (1, [0, 1]) has order 4 and is more accurate; "
+    return ""
 
 
 def _is_suitable(measured: Measurement, stiff: bool, decaying: bool) -> bool:

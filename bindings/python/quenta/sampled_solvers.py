@@ -98,7 +98,8 @@ def solve_vie1(
     Warns
     -----
     IllPosedWarning
-        If K(0) is zero or nearly zero, or if g(0) is not zero.
+        If K(0) is zero or nearly zero, or if g(0) is not zero: if an offset of this size in all samples would cause a
+        spike of more than 1 percent of the largest value of the solution.
     GrowthWarning
         If errors grow from step to step in the continuous form, or if the solution is not finite.
     UnreadSamplesWarning
@@ -116,8 +117,9 @@ def solve_vie1(
 
     Notes
     -----
-    Equations of the first kind are ill-posed: noise in g is differentiated. With noise use fewer samples, or smooth g.
-    No regularization is applied.
+    Equations of the first kind are ill-posed: noise in g is differentiated. No warning reports the resulting errors, and
+    no regularization is applied. The best remedy is to fit a smooth function with g(0) = 0 to the samples, and to solve
+    the equation with the fit. Otherwise use fewer samples.
 
     On each step of length h = m * m * dt the solution is the polynomial through its values at the nodes
     :math:`t_n + c_i h`, and the equation is imposed at the nodes. The integrals are replaced by the interpolatory

@@ -9,6 +9,7 @@ The equation is a system of D equations if g has the shape (N, D), if K or a is 
 
 from __future__ import annotations
 
+import inspect
 import math
 from typing import Any, Callable, NamedTuple, Optional
 
@@ -20,6 +21,8 @@ from .memory_account import refusal
 from .native_library import LARGEST_INDEX
 from .setting_table import Setting
 from .solve_memory import require_samples, reserve_copies, reserve_function_values, reserve_solve
+
+_MISSING_END = "t_end: expected the end of the interval because no argument has samples, got None"
 
 #: An array of samples, a constant, or a function. A function is called with the array of all times and returns the
 #: array of its values, with the times along the first axis.
@@ -99,6 +102,8 @@ def gather(
         if (array.ndim > 0 and not constant_g if name == "g" else array.ndim % 2 == 1)
         and not (name == "K" and kernel_ends)
     }
+    if not sampled and t_end is None:
+        raise _no_samples(arrays)
     count = _count(dt, sampled, row.spacings, t_end)
     require_samples(count, values, row)
     functions = {name: value for name, value in values.items() if callable(value)}
@@ -163,6 +168,24 @@ def _needless_end(name: str, t_end: Any) -> ValueError:
     return ValueError(f"t_end: expected None because the samples of {name} determine the end, got {sketch(t_end)}")
 
 
+def _no_samples(arrays: dict[str, Array]) -> ValueError:
+    """The exception if `t_end` is missing. It explains why K or a, and with it g, are not taken for samples."""
+    g = arrays["g"].shape if "g" in arrays else ()
+    for name, array in arrays.items():
+        shape = array.shape
+        if name == "g" or not shape:
+            continue
+        if len(shape) != 2 or shape[0] != shape[1]:
+            return ValueError(
+                f"{name}: expected samples of shape (N,) or (N, D, D), or a constant matrix of shape (D, D), got "
+                f"{shape_text(shape)}{f'; g has shape {shape_text(g)}' if g else ''}"
+            )
+        if g:
+            constants = f"{name} of shape {shape_text(shape)} is a constant matrix, and g of shape {shape_text(g)}"
+            return ValueError(f"{_MISSING_END}; {constants} a constant vector")
+    return ValueError(_MISSING_END)
+
+
 def _count(dt: float, sampled: dict[str, int], spacings: int, t_end: Any) -> int:
     """The number of samples: that of the first sampled array, or enough for whole steps that cover 0 to t_end."""
     if sampled:
@@ -170,8 +193,6 @@ def _count(dt: float, sampled: dict[str, int], spacings: int, t_end: Any) -> int
         if t_end is not None:
             raise _needless_end(name, t_end)
         return count
-    if t_end is None:
-        raise ValueError("t_end: expected the end of the interval because no argument has samples, got None")
     length = positive_number("t_end", t_end) / dt
     if length > LARGEST_INDEX - spacings:
         raise SizeError(f"t_end: expected at most {LARGEST_INDEX} spacings dt, got {t_end!r} / {dt!r}")
@@ -199,6 +220,8 @@ def _sample(
         except MemoryError as failure:
             raise refusal(0, f"{count} values of the function {name}, which ran out of memory") from failure
         except TypeError as failure:
+            if not _takes_one_argument(function):
+                raise _needs_more_arguments(name) from failure
             raise ValueError(
                 f"{name}: expected a function of an array of times, got one that raises {sketch(failure)} "
                 f"(numpy.vectorize converts functions of one number)"
@@ -214,6 +237,25 @@ def _sample(
     # Several functions may return their values in the same memory.
     shared = several and isinstance(values, np.ndarray) and np.may_share_memory(array, values)
     return array.copy() if shared else array
+
+
+def _takes_one_argument(function: Callable[..., Any]) -> bool:
+    try:
+        inspect.signature(function).bind(None)
+    except TypeError:
+        return False
+    except ValueError:  # functions of NumPy and of C have no signature
+        pass
+    return True
+
+
+def _needs_more_arguments(name: str) -> ValueError:
+    if name == "K":
+        return ValueError(
+            "K: expected a function of the lag alone, got one that needs more arguments; for K(t, s) use a block solver "
+            "such as quenta.solve_blocks_vie2"
+        )
+    return ValueError(f"{name}: expected a function of time alone, got one that needs more arguments")
 
 
 def _finite_array(name: str, value: Any, finite: bool) -> Array:

@@ -36,4 +36,4 @@ def last_digit(number):
 
 def described(setting):
     m, nodes = setting
-    return f"m = {m}, node{'s' if len(nodes) > 1 else ''} {' '.join(map(str, nodes))}"
+    return f"({m}; {', '.join(map(str, nodes))})"

@@ -28,10 +28,24 @@ def test_the_difference_of_two_solutions_estimates_the_error_of_the_coarser_one(
                       differences[1] / (2**order - 1) / errors[2])
 
 
+def test_a_larger_factor_that_is_steady():
+    """g = K = t^2 exp(-t) / 2, whose solution follows from the poles of its Laplace transform 1 / ((s + 1)^3 - 1)."""
+    roots, found = np.exp(2j * np.pi * np.arange(3) / 3), []
+    for spacings in (100, 200, 400, 800):
+        t = grid(spacings, 20.0)
+        K = t**2 * np.exp(-t) / 2
+        found.append(quenta.solve_vie2(K, K, t[1], setting=(1, (0, 1))).y)
+    exact = sum(np.exp((root - 1) * t) / (3 * root**2) for root in roots).real
+    first, second, last = (abs(fine[::2] - coarse).max() for coarse, fine in zip(found, found[1:]))
+    assert first / second == pytest.approx(second / last, rel=0.05)
+    assert_stated(PAGE, "it is {} instead of 4 with (1; 0, 1)", second / last)
+    assert last / (second / last - 1) == pytest.approx(abs(found[-1] - exact).max(), rel=0.05)
+
+
 def test_rounding_errors_limit_the_accuracy():
     for kind, nodes, fewer, sentence in (
-        ("vie2", (0, 1, 2, 3, 4), 14400, "with m = 4 and the nodes 0 1 2 3 4 is {} from 14401 samples and also {} from 144001."),
-        ("vie1", (1, 2, 3, 4), 28800, "with m = 4 and the nodes 1 2 3 4 the error is {} from 28801 samples and {} from 144001."),
+        ("vie2", (0, 1, 2, 3, 4), 14400, "with (4; 0, 1, 2, 3, 4) is {} from 14401 samples and also {} from 144001."),
+        ("vie1", (1, 2, 3, 4), 28800, "with (4; 1, 2, 3, 4) the error is {} from 28801 samples and {} from 144001."),
     ):
         errors = []
         for spacings in (fewer, 144000):

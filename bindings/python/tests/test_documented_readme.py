@@ -33,7 +33,7 @@ def fewest_samples(setting):
 
 
 def test_the_numbers_of_samples_for_an_error_of_1e_6():
-    assert_stated("README.md", "For an error of {}, the default scheme", ERROR)
-    assert_stated("README.md", "from {} samples, and a textbook loop", fewest_samples((2, (0, 1, 2))))
-    # The loop is the trapezoidal rule, and so is m = 1 with the nodes 0 1.
-    assert_stated("README.md", "ms from {} samples. For", fewest_samples((1, (0, 1))))
+    assert_stated("README.md", "For an error of {}, the default scheme needs", ERROR)
+    assert_stated("README.md", "the default scheme needs {} samples and", fewest_samples((2, (0, 1, 2))))
+    # The loop is the trapezoidal rule, and so is (1; 0, 1).
+    assert_stated("README.md", "a textbook loop needs {} samples and", fewest_samples((1, (0, 1))))

@@ -38,7 +38,7 @@ def test_the_order_at_step_ends_is_higher_for_an_odd_number_of_equally_spaced_no
 def test_the_most_accurate_setting_of_the_first_kind():
     usable = [setting for setting in quenta.settings() if setting.measured["vie1"].error is not None]
     assert str(min(usable, key=lambda setting: setting.measured["vie1"].error)) == "(4, [1, 2, 3, 4])"
-    assert_stated(PAGE, "For the first kind, the most accurate one is m = 4 with 1 2 3 4.")
+    assert_stated(PAGE, "For the first kind, the most accurate one is (4; 1, 2, 3, 4).")
 
 
 def test_one_node_has_order_1_and_the_midpoint_rule_has_order_2_at_some_samples():
@@ -52,7 +52,7 @@ def test_one_node_has_order_1_and_the_midpoint_rule_has_order_2_at_some_samples(
         errors.append(abs(solved.y - solution(t))[4:-1])
     for place, factor in enumerate((4, 2, 4, 2)):  # the end of a step, between, the node, between
         assert errors[0][place::4].max() / errors[1][place::4].max() == pytest.approx(factor, rel=0.1)
-    assert_stated(PAGE, "The midpoint (m = 2, node 1) has second order at its nodes and at the ends of steps inside the "
+    assert_stated(PAGE, "The midpoint rule (2; 1) has second order at its nodes and at the ends of steps inside the "
                         "interval, where the mean of both sides is returned, and first order elsewhere.")
 
 
@@ -117,8 +117,8 @@ def test_jumps_and_kinks_of_integro_differential_equations():
                 solved = quenta.solve_vide(slope + y - past, kernel(t), np.full(len(t), -1.0), 0.0, t[1], setting=setting)
                 errors.append(largest_error(solved, y))
             largest.append(max(errors))
-    assert_stated(PAGE, "The largest error from 1441 samples at a jump in g is {} with m = 1 and the nodes 0 1, and {} with "
-                        "m = 2 and the nodes 0 1 2; at a kink in g it is {} and {}.", *largest)
+    assert_stated(PAGE, "The largest error from 1441 samples at a jump in g is {} with (1; 0, 1), and {} with "
+                        "(2; 0, 1, 2); at a kink in g it is {} and {}.", *largest)
 
 
 def test_a_jump_at_the_end_of_a_step_with_the_mean_of_both_sides():
@@ -130,7 +130,7 @@ def test_a_jump_at_the_end_of_a_step_with_the_mean_of_both_sides():
     errors = [abs(quenta.solve_vie2(g, K, t[1]).y - y)[away].max()]
     g[at] = 0.5
     errors.append(abs(quenta.solve_vie2(g, K, t[1]).y - y)[away].max())
-    assert_stated(PAGE, "with m = 2 and the nodes 0 1 2, the largest error outside this step is then {} instead of {}",
+    assert_stated(PAGE, "with (2; 0, 1, 2), the largest error outside this step is then {} instead of {}",
                   errors[1], errors[0])
 
 
@@ -158,7 +158,7 @@ def test_the_trapezoidal_rule_is_best_if_g_and_K_start_at_zero():
         assert str(min(quenta.settings(), key=lambda setting: gamma_renewal_error(setting, spacings))) == "(1, [0, 1])"
     ratio = gamma_renewal_error((1, (0, 1)), 400) / gamma_renewal_error((1, (0, 1)), 800)
     assert ratio == pytest.approx(16, rel=0.05)
-    assert_stated(PAGE, "m = 1 with the nodes 0 1 then has order 4 and the smallest error of all schemes")
+    assert_stated(PAGE, "(1; 0, 1) then has order 4 and the smallest error of all schemes")
 
 
 def test_the_order_is_that_of_the_table_if_only_the_values_start_at_zero():
@@ -169,7 +169,7 @@ def test_the_order_is_that_of_the_table_if_only_the_values_start_at_zero():
 
     assert error((1, (0, 1)), 400) / error((1, (0, 1)), 800) == pytest.approx(4, rel=0.05)
     assert error((2, (0, 1, 2)), 800) < error((1, (0, 1)), 800) / 5
-    assert_stated(PAGE, "If only the values are 0, as for $g = K = t e^{-t}$, the order of m = 1 with the nodes 0 1 is 2, as "
+    assert_stated(PAGE, "If only the values are 0, as for $g = K = t e^{-t}$, the order of (1; 0, 1) is 2, as "
                         "in the table above.")
 
 
@@ -180,8 +180,8 @@ def test_negative_counts_of_renewals():
         for setting in ((2, (0, 1, 2)), (1, (0, 1)))
     ]
     assert lowest[1] == 0
-    assert_stated(PAGE, "with 145 samples on 0 .. 10 m = 2 with the nodes 0 1 2 gives counts down to {}, m = 1 with the "
-                        "nodes 0 1 none below 0", lowest[0])
+    assert_stated(PAGE, "with 145 samples on $[0, 10]$ (2; 0, 1, 2) gives counts down to {}, (1; 0, 1) none below 0",
+                  lowest[0])
 
 
 # ---- Components that decay within a step ----------------------------------------------------------------------------
@@ -210,5 +210,5 @@ def test_damping_of_components_that_decay_within_a_step():
             damping_with_the_first.add(str(setting))
     assert damping_without_the_last_node == {"(3, [2])", "(4, [3])", "(4, [2, 3])"}
     assert damping_with_the_first == {"(3, [0, 2, 3])", "(4, [0, 3, 4])", "(4, [0, 2, 3, 4])"}
-    assert_stated(PAGE, "m = 3 with 2; m = 4 with 3 and with 2 3; and, with both ends, m = 3 with 0 2 3, m = 4 with 0 3 4 "
-                        "and with 0 2 3 4")
+    assert_stated(PAGE, "(3; 2), (4; 3), (4; 2, 3) and, with both ends, (3; 0, 2, 3), (4; 0, 3, 4), "
+                        "(4; 0, 2, 3, 4)")

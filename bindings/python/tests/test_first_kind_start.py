@@ -89,6 +89,18 @@ def test_an_offset_of_g_causes_a_warning():
         assert len(solve(lambda t: offset + np.sin(t), lambda t: np.exp(-t))[1]) == 1
 
 
+def test_the_warning_does_not_claim_a_spike_if_only_the_first_sample_of_g_is_wrong():
+    t = np.arange(271) * DT
+    g, K = np.sin(t), np.exp(-t)
+    right = quenta.solve_vie1(g, K, DT).y
+    g[0] = 0.1
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        assert np.array_equal(quenta.solve_vie1(g, K, DT).y, right)
+    (text,) = [str(warning.message) for warning in caught if warning.category is quenta.IllPosedWarning]
+    assert "if all samples have this offset, the solution starts with a spike" in text
+
+
 def test_samples_that_are_not_finite_cause_no_warning_here():
     K = np.exp(-np.arange(91) * DT)
     K[3] = np.nan

@@ -104,7 +104,17 @@ REFUSED = [
      lambda: quenta.solve_vie2(np.ones(101), np.cos, 0.05, t_end=1)),
     ("t_end: expected None because the samples of g determine the end",
      lambda: quenta.solve_vie2(np.ones(101), 1.0, 0.05, t_end=1)),
-    ("t_end: expected the end", lambda: quenta.solve_vie2([1.0, 2.0], MATRIX, 0.05)),
+    (r"t_end: expected the end .* got None; K of shape \(2, 2\) is a constant matrix, and g of shape \(2,\) a constant vector",
+     lambda: quenta.solve_vie2([1.0, 2.0], MATRIX, 0.05)),
+    ("t_end: expected the end .* got None$", lambda: quenta.solve_vie2(1.0, np.cos, 0.05)),
+    (r"K: expected samples of shape \(N,\) or \(N, D, D\), or a constant matrix of shape \(D, D\), got \(101, 2\); "
+     r"g has shape \(101,\)", lambda: quenta.solve_vie2(np.ones(101), np.ones((101, 2)), 0.05)),
+    (r"a: expected samples of shape .* got \(2, 2, 2, 2\)$",
+     lambda: quenta.solve_vide(np.cos, 1.0, np.ones((2, 2, 2, 2)), 1.0, 0.05)),
+    (r"K: expected a function of the lag alone, got one that needs more arguments; for K\(t, s\) use a block solver such as "
+     r"quenta.solve_blocks_vie2", lambda: quenta.solve_vie2(np.ones(101), lambda t, s: t * s, 0.05)),
+    ("g: expected a function of time alone, got one that needs more arguments$",
+     lambda: quenta.solve_vie2(lambda t, y: t * y, 1.0, 0.05, t_end=1)),
     ("y0: expected a real number", lambda: quenta.solve_vide(np.ones(101), np.ones(101), np.ones(101), [1.0, 2.0], 0.05)),
     ("K: expected a system with D above 0", lambda: quenta.solve_vie2(1.0, np.ones((0, 0)), 0.05, t_end=1)),
     (r"K: expected an array of shape \(101,\).* got \(60,\) \(with kernel_ends=True, K is zero after its last sample\)",

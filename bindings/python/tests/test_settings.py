@@ -125,6 +125,31 @@ def test_recommendations_state_how_many_samples_are_read():
     assert len(recommended) >= 3
 
 
+def test_recommendations_name_the_cases_that_they_do_not_know():
+    """Noise in the first kind, and smooth g and K that start at 0 with zero slope."""
+    t = np.arange(1441) / 144
+    noisy = (np.cos(t) + np.sin(t) - np.exp(-t)) / 2 + 1e-4 * np.random.default_rng(1).standard_normal(len(t))
+    choice = quenta.recommend("vie1", smoothness=0)
+    assert "noise in g is another matter" in choice.reason
+    default, recommended = (
+        np.sqrt(np.mean((solution.y - np.cos(t)[: len(solution.y)]) ** 2))
+        for solution in (quenta.solve_vie1(noisy, np.exp(-t), t[1], **options) for options in ({}, {"setting": choice}))
+    )
+    assert recommended > 1.2 * default
+
+    K = t**2 * np.exp(-t) / 2
+    roots = np.exp(2j * np.pi * np.arange(3) / 3)
+    exact = sum(np.exp((root - 1) * t) / (3 * root**2) for root in roots).real
+    choice = quenta.recommend("vie2", smoothness=5)
+    assert "if g and K also start at 0 with zero slope, (1, [0, 1]) has order 4" in choice.reason
+    default, trapezoidal = (
+        abs(quenta.solve_vie2(K, K, t[1], setting=setting).y - exact).max() for setting in (choice, (1, [0, 1]))
+    )
+    assert trapezoidal < default / 100
+    for kind, options in (("vie2", {"smoothness": 0}), ("vie2", {"stiff": True}), ("vide", {}), ("vie1", {})):
+        assert "zero slope" not in quenta.recommend(kind, **options).reason
+
+
 def test_the_recommended_stiff_setting_stays_bounded_where_others_overflow():
     g, K = np.ones(433), np.full(433, -1e5)
     stiff = quenta.recommend("vie2", stiff=True).setting
