@@ -37,7 +37,7 @@ std::vector<double> square(const std::vector<double>& C, int n) {
 // An eigenvalue x of J is an eigenvalue (x - 1) / (x + 1) of C = (J - I) (J + I)^-1 = I - 2 (J + I)^-1, and its real
 // part is positive if the latter is smaller than 1. Powers of C decrease if all are.
 bool eigenvalues_are_positive(const std::vector<double>& J, int n) {
-    constexpr int most_squares = 30;
+    constexpr int most_squares = 50;
     constexpr double large = 1e100;
     scaled_system J_plus_I(n);
     for (int i = 0; i < n; ++i)

@@ -19,7 +19,7 @@ step_equations::step_equations(const quenta_equation& of, const quenta_solution&
       linear{!(of.solves_for_derivative() && of.forcing)}, start(D), times(P), constant(n_sys),
       matrix(std::int64_t{n_sys} * n_sys), terms(of.memory.size()), Y(n_sys), f(n_sys), residual(n_sys),
       magnitude(n_sys), jacobian_magnitude(n_sys), correction(n_sys), trial(n_sys), guess(n_sys),
-      second_correction(n_sys), unit(D), system{n_sys} {
+      unit(D), system{n_sys} {
     std::int64_t widest = of.solves_for_derivative() ? D : 0;
     for (std::size_t r = 0; r < terms.size(); ++r) {
         const std::int64_t E = of.memory[r].E;
@@ -220,9 +220,10 @@ void step_equations::form_jacobian(const double* X) {
                         by_Y[std::int64_t{R} * n_sys + j * D + b] += A * slope[b];
                 }
     }
+    const double time_unit = equation.solves_for_derivative() ? h : 1.0;
     std::fill(unit.begin(), unit.end(), 0.0);
     for (int R = 0; R < n_sys; ++R)
-        unit[R % D] = std::max(unit[R % D], std::fabs(X[R]));
+        unit[R % D] = std::max(unit[R % D], std::fabs(Y[R]) / time_unit);
     feedback = 0.0;
     for (int R = 0; R < n_sys; ++R) {
         double size = 0.0, response = 0.0;

@@ -70,7 +70,7 @@ private:
     equation_status newton(double* X);
     bool leaves_the_guess(const double* X) const;
     equation_status trace_step(double* X);
-    equation_status advance_trace(const double* X);
+    equation_status advance_trace();
     equation_status solve_nonlinear(double* X);
 
     const quenta_equation& equation;
@@ -90,8 +90,8 @@ private:
     std::vector<double> residual, magnitude; // of the terms that are added in the residual
     std::vector<double> jacobian_magnitude;  // what rounding X and Y changes, divided by eps
     std::vector<double> correction, trial, by_Y, jacobian;
-    std::vector<double> guess, second_correction;
-    std::vector<double> unit; // of each component: the largest |X|
+    std::vector<double> guess;
+    std::vector<double> unit; // of each component of X: the largest |Y|, over h if X is the derivative
     double feedback = 0.0;    // the norm of the Jacobian without e I in these units
     std::vector<double> repeated_times, perturbed, perturbed_values; // finite differences
     scaled_system system;

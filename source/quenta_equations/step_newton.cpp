@@ -17,10 +17,11 @@ constexpr double keep_matrix_below = 0.1; // of the residual before the iteratio
 // A solution is traced unless the feedback is this small, or the solution this near to the guess.
 constexpr double small_feedback = 0.5, small_change = 0.1;
 
-// A stage of a trace is short enough if the second correction is this part of the first: then Newton's method converges
-// to the solution that continues the one of the stage before (the theorem of Newton and Kantorovich needs 1/4).
-constexpr double contraction = 0.125;
-constexpr double shortest_stage = 1e-4, shortest_first_stage = 1e-12;
+// A stage of a trace is short enough if every correction is this part of the one before (near a point where two
+// solutions meet it is 1/2), until it is this small.
+constexpr double contraction = 0.25, stage_accuracy = 1e-6;
+constexpr int most_stage_iterations = 8;
+constexpr double shortest_stage = 1e-4, shortest_first_stage = 1e-40;
 constexpr int most_stages = 400;
 
 } // namespace
@@ -91,49 +92,40 @@ equation_status step_equations::newton(double* X) {
 bool step_equations::leaves_the_guess(const double* X) const {
     if (feedback <= small_feedback)
         return false;
-    for (int a = 0; a < D; ++a) {
-        double size = 0.0, change = 0.0;
-        for (int R = a; R < n_sys; R += D) {
-            size = std::max(size, std::fabs(X[R]));
-            change = std::max(change, std::fabs(X[R] - guess[R]));
-        }
-        if (!(change <= small_change * size))
+    for (int R = 0; R < n_sys; ++R)
+        if (!(std::fabs(X[R] - guess[R]) <= small_change * unit[R % D]))
             return true;
-    }
     return false;
 }
 
-// One stage of a trace: from X, the solution for a smaller part, to `trial`.
-equation_status step_equations::advance_trace(const double* X) {
-    if (!evaluate(X))
-        return equation_status::not_finite;
-    form_jacobian(X);
-    if (!all_finite(jacobian_magnitude))
-        return equation_status::not_finite;
-    if (!system.eliminate())
-        return equation_status::singular_step;
-    correction = residual;
-    system.solve(correction.data());
-    for (int R = 0; R < n_sys; ++R)
-        trial[R] = X[R] - correction[R];
-    if (!evaluate(trial.data()))
-        return equation_status::not_finite;
-    second_correction = residual;
-    system.solve(second_correction.data());
-    double first = 0.0, second = 0.0; // in units of the components
-    for (int a = 0; a < D; ++a) {
+// One stage of a trace: Newton's method from `trial`. It must converge at once, so that it finds the solution that
+// continues the one of the stage before, and no other.
+equation_status step_equations::advance_trace() {
+    double last = 0.0;
+    for (int iteration = 0; iteration < most_stage_iterations; ++iteration) {
+        if (!evaluate(trial.data()))
+            return equation_status::not_finite;
+        form_jacobian(trial.data());
+        if (!all_finite(jacobian_magnitude))
+            return equation_status::not_finite;
+        if (!system.eliminate())
+            return equation_status::singular_step;
+        correction = residual;
+        system.solve(correction.data());
         double size = 0.0;
-        for (int R = a; R < n_sys; R += D)
-            size = std::max(size, std::fabs(X[R]) + std::fabs(correction[R]));
-        for (int R = a; R < n_sys && size > 0.0; R += D) {
-            first = std::max(first, std::fabs(correction[R]) / size);
-            second = std::max(second, std::fabs(second_correction[R]) / size);
-            trial[R] -= second_correction[R];
+        for (int R = 0; R < n_sys; ++R) {
+            trial[R] -= correction[R];
+            if (correction[R] != 0.0)
+                size = std::max(size, std::fabs(correction[R]) / unit[R % D]);
         }
+        if (size <= stage_accuracy)
+            return eigenvalues_are_positive(jacobian, n_sys) ? equation_status::solved
+                                                             : equation_status::no_convergence;
+        if (iteration > 0 && !(size <= contraction * last))
+            return equation_status::no_convergence;
+        last = size;
     }
-    return second <= contraction * first + n_sys * eps && eigenvalues_are_positive(jacobian, n_sys)
-               ? equation_status::solved
-               : equation_status::no_convergence;
+    return equation_status::no_convergence;
 }
 
 // Follows the solution from a step without memory of its own, X_i = f_i + Q_i, to the whole step: `part` of the step's
@@ -151,7 +143,10 @@ equation_status step_equations::trace_step(double* X) {
     double reached = 0.0, length = 1.0;
     for (int stage = 0; stage < most_stages && reached < 1.0; ++stage) {
         part = std::min(1.0, reached + length);
-        const equation_status status = advance_trace(X);
+        const double factor = equation.solves_for_derivative() ? reached / part : 1.0; // Y stays as it is
+        for (int R = 0; R < n_sys; ++R)
+            trial[R] = factor * X[R];
+        const equation_status status = advance_trace();
         if (status == equation_status::solved) {
             std::copy_n(trial.data(), n_sys, X);
             reached = part;
