@@ -108,7 +108,7 @@ march_result march(const quenta_equation& equation, std::vector<double> mesh, co
             step.prepare(n, history, Q, g, y);
             first_attempt(n, g, y, X);
             equation_status status = step.solve(X);
-            if (status != equation_status::solved && n > 0) {
+            if (status != equation_status::solved && equation.kind == equation_kind::first && n > 0) {
                 continue_polynomial(solution, n, true, X);
                 status = step.solve(X);
             }

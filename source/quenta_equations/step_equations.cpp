@@ -7,25 +7,19 @@
 
 namespace quenta {
 
-namespace {
-
-constexpr int most_iterations = 40, most_halvings = 10;
-constexpr double keep_matrix_below = 0.1; // of the residual before the iteration
-
-bool all_finite(const double* values, std::size_t count) {
+bool step_equations::all_finite(const std::vector<double>& values) {
     double sum = 0.0;
-    for (std::size_t i = 0; i < count; ++i)
-        sum += values[i] - values[i]; // NaN if the value is not finite
+    for (const double value : values)
+        sum += value - value; // NaN if the value is not finite
     return sum == 0.0;
 }
-
-} // namespace
 
 step_equations::step_equations(const quenta_equation& of, const quenta_solution& into)
     : equation{of}, solution{into}, nodes{into.nodes}, D{of.D}, P{into.nodes.P}, n_sys{P * D},
       linear{!(of.solves_for_derivative() && of.forcing)}, start(D), times(P), constant(n_sys),
       matrix(std::int64_t{n_sys} * n_sys), terms(of.memory.size()), Y(n_sys), f(n_sys), residual(n_sys),
-      magnitude(n_sys), jacobian_magnitude(n_sys), correction(n_sys), trial(n_sys), system{n_sys} {
+      magnitude(n_sys), jacobian_magnitude(n_sys), correction(n_sys), trial(n_sys), guess(n_sys),
+      unit(D), system{n_sys} {
     std::int64_t widest = of.solves_for_derivative() ? D : 0;
     for (std::size_t r = 0; r < terms.size(); ++r) {
         const std::int64_t E = of.memory[r].E;
@@ -40,6 +34,7 @@ step_equations::step_equations(const quenta_equation& of, const quenta_solution&
     if (linear)
         return;
     by_Y.resize(matrix.size());
+    jacobian.resize(matrix.size());
     f_derivative.resize(std::int64_t{P} * D * D);
     repeated_times.resize(n_sys);
     perturbed.resize(std::int64_t{n_sys} * D);
@@ -118,7 +113,7 @@ void step_equations::values_at_nodes(const double* X) {
             double sum = 0.0;
             for (int j = 0; j < P; ++j)
                 sum += nodes.integral[i][j] * X[j * D + a];
-            Y[i * D + a] = start[a] + h * sum;
+            Y[i * D + a] = start[a] + part * h * sum;
         }
 }
 
@@ -129,6 +124,12 @@ void step_equations::right_side_at(const double* y, double* result) {
     for (int i = 0; i < P; ++i)
         std::copy_n(y, D, Y.data() + i * D);
     equation.forcing(P, times.data(), Y.data(), result);
+}
+
+// e I minus `part` of the linear terms.
+double step_equations::linear_entry(int R, int C) const {
+    const double entry = matrix[std::int64_t{R} * n_sys + C];
+    return part == 1.0 ? entry : part * entry + (R == C ? 1.0 - part : 0.0);
 }
 
 // The residual, and the sum of the magnitudes of what was added in it. False: it is not finite.
@@ -147,18 +148,18 @@ bool step_equations::evaluate(const double* X) {
             size += std::fabs(product);
         };
         for (int C = 0; C < n_sys; ++C)
-            add(matrix[std::int64_t{R} * n_sys + C] * X[C]);
+            add(linear_entry(R, C) * X[C]);
         for (std::size_t r = 0; r < terms.size(); ++r) {
             if (equation.memory[r].is_linear())
                 continue;
             const std::int64_t columns = std::int64_t{P} * equation.memory[r].E;
             for (std::int64_t C = 0; C < columns; ++C)
-                add(-(terms[r].A[R * columns + C] * terms[r].phi[C]));
+                add(-(part * terms[r].A[R * columns + C] * terms[r].phi[C]));
         }
         residual[R] = sum;
         magnitude[R] = size;
     }
-    return all_finite(residual.data(), residual.size());
+    return all_finite(residual);
 }
 
 // The derivatives of a function with `components` components by y, at the nodes: by the caller's function, or by
@@ -213,94 +214,38 @@ void step_equations::form_jacobian(const double* X) {
         for (int R = 0; R < n_sys; ++R)
             for (int j = 0; j < P; ++j)
                 for (int c = 0; c < term.E; ++c) {
-                    const double A = step.A[(std::int64_t{R} * P + j) * term.E + c];
+                    const double A = part * step.A[(std::int64_t{R} * P + j) * term.E + c];
                     const double* const slope = step.derivative.data() + (std::int64_t{j} * term.E + c) * D;
                     for (int b = 0; b < D; ++b)
                         by_Y[std::int64_t{R} * n_sys + j * D + b] += A * slope[b];
                 }
     }
+    const double time_unit = equation.solves_for_derivative() ? h : 1.0;
+    std::fill(unit.begin(), unit.end(), 0.0);
+    for (int R = 0; R < n_sys; ++R)
+        unit[R % D] = std::max(unit[R % D], std::fabs(Y[R]) / time_unit);
+    feedback = 0.0;
     for (int R = 0; R < n_sys; ++R) {
-        double size = 0.0;
+        double size = 0.0, response = 0.0;
         for (int j = 0; j < P; ++j)
             for (int b = 0; b < D; ++b) {
                 const int C = j * D + b;
-                double entry = matrix[std::int64_t{R} * n_sys + C];
+                double entry = linear_entry(R, C);
                 if (equation.solves_for_derivative())
                     for (int i = 0; i < P; ++i)
-                        entry -= by_Y[std::int64_t{R} * n_sys + i * D + b] * (h * nodes.integral[i][j]);
+                        entry -= by_Y[std::int64_t{R} * n_sys + i * D + b] * (part * h * nodes.integral[i][j]);
                 else
                     entry -= by_Y[std::int64_t{R} * n_sys + C];
-                system.at(R, C) = entry;
+                system.at(R, C) = jacobian[std::int64_t{R} * n_sys + C] = entry;
                 size += std::fabs(entry * X[C]);
+                response += std::fabs((R == C ? 1.0 - entry : entry) * unit[b]);
             }
+        if (equation.solves_for_derivative())
+            for (int C = 0; C < n_sys; ++C)
+                size += std::fabs(by_Y[std::int64_t{R} * n_sys + C] * Y[C]);
         jacobian_magnitude[R] = size;
+        feedback = std::max(feedback, response > 0.0 ? response / unit[R % D] : 0.0);
     }
-}
-
-// Rounding X alone changes the residual by eps times |J X|, and the additions in it by eps times their magnitude.
-bool step_equations::residual_is_rounding() const {
-    const double tolerance = 4.0 * (n_sys + 2) * eps;
-    for (int R = 0; R < n_sys; ++R)
-        if (!(std::fabs(residual[R]) <= tolerance * (magnitude[R] + jacobian_magnitude[R])))
-            return false;
-    return true;
-}
-
-double step_equations::residual_norm() const {
-    double norm = 0.0;
-    for (int R = 0; R < n_sys; ++R)
-        if (residual[R] != 0.0)
-            norm = std::max(norm, std::fabs(residual[R]) / (magnitude[R] + jacobian_magnitude[R]));
-    return norm;
-}
-
-// Newton's method with steps that are halved until the residual decreases. A matrix is kept for the next iteration if
-// the residual decreased fast.
-equation_status step_equations::newton(double* X) {
-    if (!evaluate(X))
-        return equation_status::not_finite;
-    bool current_matrix = false, kept_matrix = false;
-    for (int iteration = 0; iteration < most_iterations; ++iteration) {
-        if (!current_matrix && !kept_matrix) {
-            form_jacobian(X);
-            if (!all_finite(jacobian_magnitude.data(), jacobian_magnitude.size()))
-                return equation_status::not_finite;
-            if (!system.eliminate())
-                return equation_status::singular_step;
-            current_matrix = true;
-        }
-        if (residual_is_rounding()) // after the matrix, which says how large rounding is
-            break;
-        const double before = residual_norm();
-        correction = residual;
-        system.solve(correction.data());
-        bool finite = false, reduced = false;
-        double part = 1.0;
-        for (int halving = 0; halving < most_halvings && !reduced; ++halving, part *= 0.5) {
-            for (int R = 0; R < n_sys; ++R)
-                trial[R] = X[R] - part * correction[R];
-            finite = evaluate(trial.data());
-            reduced = finite && (residual_is_rounding() || residual_norm() < before);
-            if (kept_matrix)
-                break;
-        }
-        if (reduced)
-            std::copy_n(trial.data(), n_sys, X);
-        else if (current_matrix)
-            return finite ? equation_status::no_convergence : equation_status::not_finite;
-        else
-            static_cast<void>(evaluate(X));
-        if (reduced && residual_is_rounding())
-            break;
-        kept_matrix = reduced && residual_norm() < keep_matrix_below * before;
-        current_matrix = false;
-    }
-    if (!residual_is_rounding())
-        return equation_status::no_convergence;
-    // For short steps the determinant is positive, as that of the unit matrix. If it is negative, the solution belongs
-    // to another branch than the one that starts at short steps, as after the time at which a solution blows up.
-    return equation.kind == equation_kind::first || system.determinant_is_positive() ? equation_status::solved
-                                                                                     : equation_status::no_convergence;
 }
 
 // Without a nonlinear term the equations are a linear system.
@@ -313,16 +258,16 @@ equation_status step_equations::solve_linear(double* X) {
     std::copy(constant.begin(), constant.end(), X);
     system.solve(X);
     values_at_nodes(X);
-    return all_finite(Y.data(), Y.size()) ? equation_status::solved : equation_status::not_finite;
+    return all_finite(Y) ? equation_status::solved : equation_status::not_finite;
 }
 
 equation_status step_equations::solve(double* X) {
-    if (!all_finite(constant.data(), constant.size()) || !all_finite(matrix.data(), matrix.size()))
+    if (!all_finite(constant) || !all_finite(matrix))
         return equation_status::not_finite;
     for (const step_term& term : terms)
-        if (!all_finite(term.A.data(), term.A.size()))
+        if (!all_finite(term.A))
             return equation_status::not_finite;
-    const equation_status status = linear ? solve_linear(X) : newton(X);
+    const equation_status status = linear ? solve_linear(X) : solve_nonlinear(X);
     for (std::size_t r = 0; r < terms.size(); ++r)
         if (equation.memory[r].is_linear())
             std::copy_n(Y.data(), n_sys, terms[r].phi.data());

@@ -16,6 +16,8 @@
 //
 // (Brunner 2004, sections 2.2, 2.3 and 3.2: collocation with phi interpolated at the nodes). Where phi(s, y) = y, the
 // polynomial of y itself is evaluated at these points, which is the same unless y has the degree P.
+//
+// Nonlinear equations can have several solutions. The one that is meant tends to f_i + Q_i for short steps.
 #pragma once
 
 #include "quenta_equations/direct_history.hpp"
@@ -58,10 +60,18 @@ private:
     void differentiate(const callback& function, const callback& derivative, int components, const double* at_Y,
                        double* result);
     void form_jacobian(const double* X);
+    static bool all_finite(const std::vector<double>& values);
+    double linear_entry(int R, int C) const;
+    equation_status solve_linear(double* X);
+
+    // step_newton.cpp
     bool residual_is_rounding() const;
     double residual_norm() const;
     equation_status newton(double* X);
-    equation_status solve_linear(double* X);
+    bool leaves_the_guess(const double* X) const;
+    equation_status trace_step(double* X);
+    equation_status advance_trace();
+    equation_status solve_nonlinear(double* X);
 
     const quenta_equation& equation;
     const quenta_solution& solution;
@@ -70,6 +80,7 @@ private:
     bool linear;
 
     double h = 0.0;
+    double part = 1.0;            // of the step's own memory and of f, see trace_step
     std::vector<double> start;    // y_n
     std::vector<double> times;    // t_ni
     std::vector<double> constant; // what does not depend on X
@@ -77,8 +88,11 @@ private:
     std::vector<step_term> terms;
     std::vector<double> Y, f, f_derivative;
     std::vector<double> residual, magnitude; // of the terms that are added in the residual
-    std::vector<double> jacobian_magnitude;  // sum over C of |J_RC X_C|
-    std::vector<double> correction, trial, by_Y;
+    std::vector<double> jacobian_magnitude;  // what rounding X and Y changes, divided by eps
+    std::vector<double> correction, trial, by_Y, jacobian;
+    std::vector<double> guess;
+    std::vector<double> unit; // of each component of X: the largest |Y|, over h if X is the derivative
+    double feedback = 0.0;    // the norm of the Jacobian without e I in these units
     std::vector<double> repeated_times, perturbed, perturbed_values; // finite differences
     scaled_system system;
 };
