@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::int64_t first_steps = 8;
 constexpr double unknown = std::numeric_limits<double>::infinity();
+constexpr double largest_number = std::numeric_limits<double>::max(); // where nothing is allowed
 
 // A narrow feature of g or of a kernel must meet some nodes: no solution with fewer of them is accepted.
 constexpr int least_nodes = 300;
@@ -23,6 +24,8 @@ constexpr double least_order = 0.4;
 // Differences that decrease by nearly the order of the scheme are extrapolated. Others may decrease by chance: how well
 // a kink is approximated depends on where it lies in its step.
 constexpr double regular_within = 1.5;
+// An order above this one is not extrapolated: a feature that is just resolved hides lower orders.
+constexpr double most_order = 4.0;
 constexpr double safety = 1.25;
 
 // Parts of |y|. Differences below the first are rounding; below the second they can be, if they do not decrease.
@@ -51,8 +54,8 @@ public:
         const double allowed = wanted.absolute > 0.0 ? wanted.absolute + wanted.relative * std::fabs(y)
                                                      : wanted.relative * scale[component];
         largest[component] = std::max(largest[component], distance);
-        in_tolerances = std::max(in_tolerances, distance / allowed);
-        relative = std::max(relative, distance / scale[component]);
+        in_tolerances = std::max(in_tolerances, std::min(distance / allowed, largest_number));
+        relative = std::max(relative, std::min(distance / scale[component], largest_number));
     }
 
     std::vector<double> largest; // of each component
@@ -180,9 +183,9 @@ private:
     }
 
     double extrapolation(double order) const {
-        const double believed = std::clamp(order, least_order, highest_order);
-        const double factor = 1.0 / (std::exp2(believed) - 1.0);
-        return safety * (believed >= highest_order - regular_within ? factor : std::max(1.0, factor));
+        const double factor =
+            1.0 / (std::exp2(std::clamp(order, least_order, std::min(highest_order, most_order))) - 1.0);
+        return safety * (order >= highest_order - regular_within ? factor : std::max(1.0, factor));
     }
 
     // Whether more steps will not do.

@@ -20,9 +20,10 @@ struct tolerance {
 
 std::vector<double> equal_steps(double t_end, int steps);
 
-// The status is `tolerance_missed` if no solution meets the tolerance; the result is then the one with the smallest
-// estimate. A solve that cannot succeed ends before it has tried `max_steps`: one whose differences decrease too
-// slowly, or no longer because of rounding, and one that fails at the same time again and again.
+// The status is `tolerance_missed` if no solution meets the tolerance; the result is then the one with the most
+// steps, or an earlier one if rounding has made that worse. A solve that cannot succeed ends before it has tried
+// `max_steps`: one whose differences decrease too slowly, or no longer because of rounding, and one that fails at the
+// same time again and again.
 march_result solve_to_tolerance(const quenta_equation& equation, double t_end, const tolerance& wanted,
                                 const collocation_nodes& nodes);
 

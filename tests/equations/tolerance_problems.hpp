@@ -142,10 +142,10 @@ private:
             [=](double t) { return size * std::sin(w * t); }, [=](double t) { return size * w * std::cos(w * t); }, {}};
     }
 
-    // Distances to `a` that double, down to rounding.
+    // Distances to `a` that double, from one that is negligible in an integral.
     std::vector<double> breaks_near(double a) const {
         std::vector<double> breaks{a};
-        for (double distance = T; distance > 1e-13 * T; distance /= 2) {
+        for (double distance = T; distance > 1e-9 * T; distance /= 2) {
             breaks.push_back(a + distance);
             breaks.push_back(a - distance);
         }
@@ -240,7 +240,7 @@ private:
             break;
         default:
             made.of_lag = true;
-            made.cells = 200;
+            made.cells = 150;
             made.value = [=](double t, double s) {
                 return c * (1 + 5 * near_a(t - s));
             };
