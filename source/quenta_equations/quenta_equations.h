@@ -59,8 +59,8 @@ typedef struct quenta_solution quenta_solution;
 
 /* ---- Status --------------------------------------------------------------------------------------------------- */
 
-/* What a function returns. The statuses from 1 to 7 end a solve that has begun: the solution exists, and contains all
- * steps before the one that failed. With the statuses from 8 on nothing was written. */
+/* What a function returns. The statuses from 1 to 5 end a solve that has begun: the solution exists, and contains all
+ * steps before the one that failed. With the others, except QUENTA_EQUATION_SOLVED, nothing was written. */
 enum {
     QUENTA_EQUATION_SOLVED = 0,
     QUENTA_EQUATION_STOPPED = 1,         /* a function of the caller returned a value other than 0 */
@@ -68,7 +68,7 @@ enum {
     QUENTA_EQUATION_NO_CONVERGENCE = 3,  /* the nonlinear equations of a step have no solution that can be reached */
     QUENTA_EQUATION_SINGULAR_STEP = 4,   /* the linear system of a step is singular to rounding */
     QUENTA_EQUATION_TOLERANCE_MISSED = 5, /* the tolerance was not reached; the solution is the best one */
-    QUENTA_EQUATION_OUT_OF_MEMORY = 6,   /* memory ran out */
+    QUENTA_EQUATION_OUT_OF_MEMORY = 6,
     QUENTA_EQUATION_NULL_POINTER = 8,
     QUENTA_EQUATION_BAD_DIMENSION = 9,   /* D or E is below 1 or above quenta_equation_max_dimension */
     QUENTA_EQUATION_BAD_STEPS = 10,
@@ -104,7 +104,9 @@ QUENTA_EQUATIONS_API const char* quenta_equations_error_text(int status);
  *
  * The points of a call may be in any order. The function must give the same values for the same point whenever it is
  * called. It may call the library, but must not change the equation. A value other than 0 ends the solve with
- * QUENTA_EQUATION_STOPPED. This is how a caller handles errors of its own. */
+ * QUENTA_EQUATION_STOPPED. This is how a caller handles errors of its own. In C++ it may also throw: the exception leaves
+ * the call of the library, which has then released all its memory and written nothing. Only std::bad_alloc is returned
+ * as QUENTA_EQUATION_OUT_OF_MEMORY. A function must not leave by longjmp. */
 typedef int (*quenta_function)(void* context, int count, const double* t, const double* x, double* values);
 
 /* Progress: `done` of `steps` steps are solved. A value other than 0 ends the solve with QUENTA_EQUATION_STOPPED. */
@@ -181,8 +183,9 @@ QUENTA_EQUATIONS_API int quenta_equation_nodes(int family, int P, double* nodes)
 /* Solve an equation on 0 .. t_end with `steps` equal steps, or on the steps of a mesh.
  *
  * In   t_end          above 0, finite
- *      steps          at least 1
+ *      steps          from 1 to 100000000
  *      mesh[steps+1]  0 = mesh[0] < mesh[1] < .. < mesh[steps], finite
+ *      No step may be shorter than the smallest normal number, 2.3e-308.
  *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA, and 3 if
  *                     P is 0. A first-kind equation needs nodes[0] > 0, and converges only if the product of
  *                     (1 - c) / c over all nodes c is at most 1 (Brunner 2004, theorem 2.4.2), which is checked.
@@ -202,7 +205,7 @@ QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* eq
  * In   t_end      above 0, finite
  *      rtol       at least 0, finite
  *      atol       at least 0, finite; not both 0
- *      max_steps  the most steps to be tried; 0 means 16384
+ *      max_steps  the most steps to be tried, from 64 to 100000000; 0 means 16384
  *      nodes[P]   as above, except that null with P = 0 means 5 nodes for a tolerance below 1e-7, and 3 for others
  * Out  solution   as above
  * Returns as above, or TOLERANCE_MISSED: the solution is the one with the smallest estimate. */
@@ -218,7 +221,7 @@ QUENTA_EQUATIONS_API int quenta_equation_solve_to_tolerance(const quenta_equatio
 /* Releases a solution. Null is allowed. */
 QUENTA_EQUATIONS_API void quenta_solution_destroy(quenta_solution* solution);
 
-/* The number of steps it contains; D; the time its last step ends at. */
+/* The number of steps it contains, and D. This and the arrays below are 0 and null for a null solution. */
 QUENTA_EQUATIONS_API int quenta_solution_steps(const quenta_solution* solution);
 QUENTA_EQUATIONS_API int quenta_solution_dimension(const quenta_solution* solution);
 
@@ -247,7 +250,8 @@ QUENTA_EQUATIONS_API int quenta_solution_derivative(const quenta_solution* solut
  * In   equation          the one that was solved
  *      count, t[count]   as above
  * Out  y[count*D]
- * Returns as above, or STOPPED, NOT_FINITE, WRONG_KIND, OUT_OF_MEMORY. */
+ * Returns as above, or STOPPED, NOT_FINITE, WRONG_KIND, COLUMNS_NEED_PHI (equation), OUT_OF_MEMORY. Nothing is written
+ *      unless SOLVED. */
 QUENTA_EQUATIONS_API int quenta_solution_iterate(const quenta_solution* solution, const quenta_equation* equation,
                                                  int count, const double* t, double* y);
 
