@@ -15,7 +15,7 @@ constexpr double unknown = std::numeric_limits<double>::infinity();
 
 // Where two solutions are compared in each step of the finer one, besides the nodes: at the ends too, since the
 // polynomials of a scheme without a node there may be worst at them.
-constexpr std::array inner_points{0.0, 0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 0.875, 1.0};
+constexpr std::array<double, 9> inner_points{0.0, 0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 0.875, 1.0};
 
 // The difference of two solutions, the finer of which has twice as many steps.
 struct difference {

@@ -63,14 +63,14 @@ typedef struct quenta_solution quenta_solution;
  * steps before the one that failed. With the others, except QUENTA_EQUATION_SOLVED, nothing was written. */
 enum {
     QUENTA_EQUATION_SOLVED = 0,
-    QUENTA_EQUATION_STOPPED = 1,         /* a function of the caller returned a value other than 0 */
-    QUENTA_EQUATION_NOT_FINITE = 2,      /* a function of the caller gave NaN or infinity, or a sum overflowed */
-    QUENTA_EQUATION_NO_CONVERGENCE = 3,  /* the nonlinear equations of a step have no solution that can be reached */
-    QUENTA_EQUATION_SINGULAR_STEP = 4,   /* the linear system of a step is singular to rounding */
+    QUENTA_EQUATION_STOPPED = 1,          /* a function of the caller returned a value other than 0 */
+    QUENTA_EQUATION_NOT_FINITE = 2,       /* a function of the caller gave NaN or infinity, or a sum overflowed */
+    QUENTA_EQUATION_NO_CONVERGENCE = 3,   /* the nonlinear equations of a step have no solution that can be reached */
+    QUENTA_EQUATION_SINGULAR_STEP = 4,    /* the linear system of a step is singular to rounding */
     QUENTA_EQUATION_TOLERANCE_MISSED = 5, /* the tolerance was not reached; the solution is the best one */
     QUENTA_EQUATION_OUT_OF_MEMORY = 6,
     QUENTA_EQUATION_NULL_POINTER = 8,
-    QUENTA_EQUATION_BAD_DIMENSION = 9,   /* D or E is below 1 or above quenta_equation_max_dimension */
+    QUENTA_EQUATION_BAD_DIMENSION = 9, /* D or E is below 1 or above quenta_equation_max_dimension */
     QUENTA_EQUATION_BAD_STEPS = 10,
     QUENTA_EQUATION_BAD_MESH = 11,
     QUENTA_EQUATION_BAD_END = 12,
@@ -78,7 +78,7 @@ enum {
     QUENTA_EQUATION_UNSTABLE_NODES = 14, /* nodes with which a first-kind equation does not converge */
     QUENTA_EQUATION_BAD_SINGULARITY = 15,
     QUENTA_EQUATION_BAD_TOLERANCE = 16,
-    QUENTA_EQUATION_NO_TERM = 17,        /* there is no memory term */
+    QUENTA_EQUATION_NO_TERM = 17, /* there is no memory term */
     QUENTA_EQUATION_COLUMNS_NEED_PHI = 18,
     QUENTA_EQUATION_WRONG_KIND = 19,
     QUENTA_EQUATION_BAD_TIME = 20,
@@ -104,9 +104,9 @@ QUENTA_EQUATIONS_API const char* quenta_equations_error_text(int status);
  *
  * The points of a call may be in any order. The function must give the same values for the same point whenever it is
  * called. It may call the library, but must not change the equation. A value other than 0 ends the solve with
- * QUENTA_EQUATION_STOPPED. This is how a caller handles errors of its own. In C++ it may also throw: the exception leaves
- * the call of the library, which has then released all its memory and written nothing. Only std::bad_alloc is returned
- * as QUENTA_EQUATION_OUT_OF_MEMORY. A function must not leave by longjmp. */
+ * QUENTA_EQUATION_STOPPED. This is how a caller handles errors of its own. In C++ it may also throw: the exception
+ * leaves the call of the library, which has released its memory and written nothing. Only std::bad_alloc is returned as
+ * QUENTA_EQUATION_OUT_OF_MEMORY. A function must not leave by longjmp. */
 typedef int (*quenta_function)(void* context, int count, const double* t, const double* x, double* values);
 
 /* Progress: `done` of `steps` steps are solved. A value other than 0 ends the solve with QUENTA_EQUATION_STOPPED. */
@@ -124,8 +124,8 @@ QUENTA_EQUATIONS_API int quenta_equation_second_kind(int D, quenta_function g, v
                                                      quenta_equation** equation);
 QUENTA_EQUATIONS_API int quenta_equation_first_kind(int D, quenta_function g, void* context,
                                                     quenta_equation** equation);
-QUENTA_EQUATIONS_API int quenta_equation_integro_differential(int D, quenta_function f, void* context,
-                                                              const double* y0, quenta_equation** equation);
+QUENTA_EQUATIONS_API int quenta_equation_integro_differential(int D, quenta_function f, void* context, const double* y0,
+                                                              quenta_equation** equation);
 
 /* Releases an equation. Null is allowed. */
 QUENTA_EQUATIONS_API void quenta_equation_destroy(quenta_equation* equation);
@@ -185,13 +185,13 @@ QUENTA_EQUATIONS_API int quenta_equation_nodes(int family, int P, double* nodes)
  * In   t_end          above 0, finite
  *      steps          from 1 to 100000000
  *      mesh[steps+1]  0 = mesh[0] < mesh[1] < .. < mesh[steps], finite
- *      No step may be shorter than the smallest normal number, 2.3e-308.
- *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA, and 3 if
- *                     P is 0. A first-kind equation needs nodes[0] > 0, and converges only if the product of
+ *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA, and 3
+ *                     if P is 0. A first-kind equation needs nodes[0] > 0, and converges only if the product of
  *                     (1 - c) / c over all nodes c is at most 1 (Brunner 2004, theorem 2.4.2), which is checked.
  * Out  solution       a new object, also if the status is from 1 to 5; then it contains the steps that were solved
- * Returns QUENTA_EQUATION_SOLVED, STOPPED, NOT_FINITE, NO_CONVERGENCE, SINGULAR_STEP, OUT_OF_MEMORY, or the status of a
- *      wrong argument. After OUT_OF_MEMORY nothing was written. */
+ * Returns QUENTA_EQUATION_SOLVED, STOPPED, NOT_FINITE, NO_CONVERGENCE, SINGULAR_STEP, OUT_OF_MEMORY, or the status of
+ *      a wrong argument. After OUT_OF_MEMORY nothing was written.
+ * No step may be shorter than the smallest normal number, 2.3e-308. */
 QUENTA_EQUATIONS_API int quenta_equation_solve(const quenta_equation* equation, double t_end, int steps,
                                                const double* nodes, int P, quenta_solution** solution);
 QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double* mesh, int steps,
@@ -234,7 +234,8 @@ QUENTA_EQUATIONS_API const double* quenta_solution_values(const quenta_solution*
  * estimate is infinite if there was none to be believed. */
 QUENTA_EQUATIONS_API const double* quenta_solution_error(const quenta_solution* solution);
 
-/* Evaluate the polynomials, or their derivatives, at any times in the solution; at a mesh point that of the step before.
+/* Evaluate the polynomials, or their derivatives, at any times in the solution; at a mesh point that of the step
+ * before.
  *
  * In   count, t[count]   0 <= t <= the last mesh point
  * Out  y[count*D], dy[count*D]
