@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -57,7 +58,8 @@ using owned_solution = std::unique_ptr<quenta_solution, release>;
 //     constant, t, s, t*s, then those of y, and that of the square of one component of y
 class polynomials {
 public:
-    polynomials(random_data& random, int of_rows, int columns, int dimension, double size)
+    template <class source>
+    polynomials(source& random, int of_rows, int columns, int dimension, double size)
         : rows{of_rows * columns}, D{dimension},
           coefficients(random.uniform(std::size_t(rows * length()), -size, size)) {}
 
@@ -90,12 +92,16 @@ private:
 class polynomial_equation {
 public:
     // A first-kind equation can be solved if g(0) = 0 and K(t, t) is regular; here it has a diagonal part.
-    polynomial_equation(random_data& random, equation_shape of_shape, double size = 0.3)
+    // source::uniform(count, lowest, highest) gives the coefficients.
+    template <class source>
+    polynomial_equation(source& random, equation_shape of_shape, double size = 0.3)
         : shape{std::move(of_shape)}, forcing{make(random, shape.D, 1, size)},
           start(random.uniform(std::size_t(shape.D), -size, size)) {
         if (shape.kind == '1')
             for (int a = 0; a < shape.D; ++a)
                 forcing.functions.of_one(a) = 0.0;
+        for (double& value : start)
+            value = std::isfinite(value) ? value : 0.0;
         create();
         for (const term_shape& term : shape.terms)
             add_term(random, term, size);
@@ -125,7 +131,8 @@ private:
     };
     using pointwise = void (*)(const context& of, double t, double s, const double* y, double* values);
 
-    context& make(random_data& random, int rows, int columns, double size) {
+    template <class source>
+    context& make(source& random, int rows, int columns, double size) {
         return contexts.emplace_back(context{polynomials{random, rows, columns, shape.D, size}});
     }
 
@@ -192,7 +199,8 @@ private:
             status = quenta_equation_set_jacobian(created, state_derivative, &forcing);
         EXPECT_EQ(status, 0);
     }
-    void add_term(random_data& random, const term_shape& term, double size) {
+    template <class source>
+    void add_term(source& random, const term_shape& term, double size) {
         context& kernel = make(random, shape.D, term.E, size);
         if (shape.kind == '1')
             for (int a = 0; a < std::min(shape.D, term.E); ++a)
@@ -215,7 +223,7 @@ private:
 
 public:
     const polynomials& right_side() const { return forcing.functions; }
-    const std::vector<double> start;
+    std::vector<double> start;
     std::vector<functions_of_term> terms;
 };
 
