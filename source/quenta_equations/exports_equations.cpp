@@ -48,6 +48,7 @@ bool are_finite(const double* values, std::int64_t count) {
 // Runs the body of an export, and returns the status of what it throws.
 template <class body>
 int status_of(const body& run) {
+    const standard_floating_point_mode mode;
     try {
         run();
         return QUENTA_EQUATION_SOLVED;
@@ -153,7 +154,6 @@ int evaluate(const quenta_solution* solution, int count, const double* t, double
              void (quenta_solution::*polynomial)(std::int64_t, double, double*) const) {
     return status_of([&] {
         check_times(solution, count, t, values);
-        const standard_floating_point_mode mode;
         for (std::int64_t p = 0; p < count; ++p) {
             const std::int64_t n = solution->step_at(t[p]);
             (solution->*polynomial)(n, (t[p] - solution->mesh[n]) / solution->step_length(n), values + p * solution->D);
@@ -306,7 +306,6 @@ int quenta_equation_solve(const quenta_equation* equation, double t_end, int ste
         check_end(t_end, steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
-        const standard_floating_point_mode mode;
         hand_over(march(*equation, equal_steps(t_end, steps), scheme), solution);
     });
 }
@@ -319,7 +318,6 @@ int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double*
         check_mesh(mesh, steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
-        const standard_floating_point_mode mode;
         hand_over(march(*equation, std::vector<double>(mesh, mesh + steps + 1), scheme), solution);
     });
 }
@@ -337,7 +335,6 @@ int quenta_equation_solve_to_tolerance(const quenta_equation* equation, double t
         check_equation(*equation);
         const collocation_nodes scheme =
             checked_nodes(*equation, nodes, P, std::max(rtol, atol) < accurate_below ? accurate_nodes : usual_nodes);
-        const standard_floating_point_mode mode;
         hand_over(solve_to_tolerance(*equation, t_end, {rtol, atol, max_steps}, scheme), solution);
     });
 }
@@ -385,7 +382,6 @@ int quenta_solution_iterate(const quenta_solution* solution, const quenta_equati
         check_equation(*equation);
         if (count == 0)
             return;
-        const standard_floating_point_mode mode;
         std::vector<double> values(std::int64_t{count} * equation->D); // so that nothing is written if this fails
         iterate_solution(*solution, *equation, count, t, values.data());
         std::copy(values.begin(), values.end(), y);
