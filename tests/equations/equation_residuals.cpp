@@ -49,6 +49,19 @@ TEST(every_shape, satisfies_its_collocation_equations) {
     EXPECT_EQ(solved, 3 * (24 * 14 + 8 * 10)) << "expected every kind of nodes except Lobatto for the first kind";
 }
 
+// The kernel values of one step do not fit a batch.
+TEST(large_system, satisfies_its_collocation_equations) {
+    random_data random{202616};
+    const term_shape lag{40, true, false, false}, wide{42, false, true, true};
+    const polynomial_equation equation{random, {'2', 40, false, false, {lag, wide}}, 0.02};
+    double nodes[5];
+    ASSERT_EQ(quenta_equation_nodes(QUENTA_GAUSS, 5, nodes), 0);
+    int status = -1;
+    const owned_solution solution = equation.solve(1.0, 3, nodes, status);
+    ASSERT_EQ(status, QUENTA_EQUATION_SOLVED);
+    expect_collocation_equations(equation, *solution, 1e-13);
+}
+
 } // namespace
 
 } // namespace quenta_tests
