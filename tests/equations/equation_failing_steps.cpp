@@ -42,11 +42,15 @@ TEST(value_that_is_not_finite, ends_the_solve_at_its_step) {
         const auto late_derivative = [bad](double t, double) {
             return after_step_4(t, bad, 0.0);
         };
+        const auto late_source = [bad](double, double s) { // in step 4 only inside the step
+            return after_step_4(s, bad, 0.1);
+        };
         const auto y = [](double, double value) {
             return value;
         };
         for (const quenta::equation& equation :
-             {quenta::second_kind([bad](double t) { return after_step_4(t, bad, 1.0); }),
+             {quenta::second_kind(one).memory(late_source), quenta::second_kind(one).memory(late_source, y),
+              quenta::second_kind([bad](double t) { return after_step_4(t, bad, 1.0); }),
               quenta::second_kind(one).memory(late), quenta::second_kind(one).memory(late, y),
               quenta::second_kind(one).memory(y, late), quenta::second_kind(one).memory(y, y, late_derivative),
               quenta::integro_differential(late, 1.0), quenta::integro_differential(y, 1.0).jacobian(late_derivative),
