@@ -59,6 +59,18 @@ TEST(value_that_is_not_finite, ends_the_solve_at_its_step) {
     }
 }
 
+// The nodes of Gauss are inside the step. From its values there, y at the end overflows.
+TEST(overflow_at_the_end_of_a_step, ends_the_solve) {
+    const auto failure = failure_of<quenta::solve_failure>([] {
+        quenta::second_kind([](double t) {
+            return t < 0.45 ? 1.0 : t < 0.7 ? -1.7e308 : 1.7e308;
+        }).solve(1.0, quenta::on_mesh({0.0, 0.4, 1.0}).nodes(QUENTA_GAUSS, 2));
+    });
+    ASSERT_TRUE(failure.has_value());
+    EXPECT_EQ(failure->status, QUENTA_EQUATION_NOT_FINITE);
+    EXPECT_EQ(failure->partial.steps(), 1);
+}
+
 TEST(singular_step, ends_the_solve) {
     const auto y = [](double, double value) {
         return value;
