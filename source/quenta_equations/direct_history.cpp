@@ -67,31 +67,26 @@ void direct_history::begin_group(std::int64_t first) {
     }
 }
 
+// The pairs of a target of the group and a source before it are numbered, the sources of one target after those of
+// another. Calls visit(target, first source, count) for the pairs first .. end - 1 of each target.
+template <class visitor>
+void direct_history::for_each_target(std::int64_t first, std::int64_t end, const visitor& visit) const {
+    const std::int64_t sources = group_first * P;
+    while (first < end) {
+        const std::int64_t source = first % sources, count = std::min(sources - source, end - first);
+        visit(first / sources, source, count);
+        first += count;
+    }
+}
+
 void direct_history::add_sources_before_group(const memory_term& term, const term_history& history) {
-    const std::int64_t sources = group_first * P, block = std::int64_t{D} * term.E;
-    struct segment {
-        double* sum;
-        std::int64_t first, count;
-    };
-    std::vector<segment> segments;
-    std::int64_t points = 0;
-    const auto flush = [&] {
-        if (points == 0)
-            return;
-        evaluate(term, points, values.data());
-        const double* value = values.data();
-        for (const auto& [sum, first, count] : segments) {
-            add_kernel_sum(*kernels, value, history.weighted.data() + first * term.E, count, D, term.E, sum);
-            value += count * block;
-        }
-        segments.clear();
-        points = 0;
-    };
-    for (std::int64_t target = group_first * P; target < group_end * P; ++target) {
-        const double target_time = node_times[target];
-        for (std::int64_t first = 0; first < sources;) {
-            const std::int64_t count = std::min(sources - first, batch_points - points);
-            const double* const source_time = node_times.data() + first;
+    const std::int64_t pairs = (group_end - group_first) * P * group_first * P;
+    for (std::int64_t first = 0; first < pairs; first += batch_points) {
+        const std::int64_t end = std::min(pairs, first + batch_points);
+        std::int64_t points = 0;
+        for_each_target(first, end, [&](std::int64_t target, std::int64_t source, std::int64_t count) {
+            const double target_time = node_times[group_first * P + target];
+            const double* const source_time = node_times.data() + source;
             if (term.of_lag)
                 for (std::int64_t p = 0; p < count; ++p)
                     t[points + p] = target_time - source_time[p];
@@ -99,14 +94,16 @@ void direct_history::add_sources_before_group(const memory_term& term, const ter
                 std::fill_n(t.data() + points, count, target_time);
                 std::copy_n(source_time, count, s.data() + points);
             }
-            segments.push_back({sums.data() + (target - group_first * P) * D, first, count});
-            first += count;
             points += count;
-            if (points == batch_points)
-                flush();
-        }
+        });
+        evaluate(term, points, values.data());
+        const double* value = values.data();
+        for_each_target(first, end, [&](std::int64_t target, std::int64_t source, std::int64_t count) {
+            add_kernel_sum(*kernels, value, history.weighted.data() + source * term.E, count, D, term.E,
+                           sums.data() + target * D);
+            value += count * D * term.E;
+        });
     }
-    flush();
 }
 
 void direct_history::evaluate_inside_group(const memory_term& term, term_history& history) {

@@ -4,7 +4,8 @@
 //
 // Each kernel is evaluated once at each of these points. The kernels do not depend on the solution, so they are
 // evaluated in batches: for a group of steps first with all sources before the group, then with those inside the group,
-// which are needed one step after another. Only the values of one batch and of one group are kept.
+// which are needed one step after another. Only the values of one batch and of one group are kept. All memory is
+// allocated by the constructor.
 #pragma once
 
 #include "quenta_equations/equation.hpp"
@@ -37,6 +38,8 @@ private:
     };
 
     void begin_group(std::int64_t first);
+    template <class visitor>
+    void for_each_target(std::int64_t first, std::int64_t end, const visitor& visit) const;
     void add_sources_before_group(const memory_term& term, const term_history& history);
     void evaluate_inside_group(const memory_term& term, term_history& history);
     void evaluate(const memory_term& term, std::int64_t points, double* values);

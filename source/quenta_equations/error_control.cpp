@@ -37,7 +37,7 @@ constexpr std::int64_t least_steps_to_predict = 512, least_steps_to_stagnate = 2
 
 // Where two solutions are compared in each step of the finer one, besides the nodes: at the ends too, since the
 // polynomials of a scheme without a node there may be worst at them.
-constexpr std::array inner_points{0.0, 0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 0.875, 1.0};
+constexpr std::array<double, 9> inner_points{0.0, 0.125, 0.25, 0.375, 0.5, 0.625, 0.75, 0.875, 1.0};
 
 // What is compared with the tolerance: distances of two values of the solution.
 class distances {

@@ -12,16 +12,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <new>
-#include <stdexcept>
 #include <utility>
+#include <vector>
 
 using namespace quenta;
 
 namespace {
 
 constexpr int max_dimension = 1000, default_max_steps = 16384;
+constexpr int min_max_steps = 64; // fewer steps give no order, and so no estimate
 constexpr int max_steps_of_any_solve = 100'000'000;
 
 // The number of nodes if the caller leaves the choice to the library. To a tolerance, the higher order needs fewer
@@ -45,14 +47,13 @@ bool are_finite(const double* values, std::int64_t count) {
 // Runs the body of an export, and returns the status of what it throws.
 template <class body>
 int status_of(const body& run) {
+    const standard_floating_point_mode mode;
     try {
         run();
         return QUENTA_EQUATION_SOLVED;
     } catch (const solve_ended& end) {
         return static_cast<int>(end.status);
     } catch (const std::bad_alloc&) {
-        return QUENTA_EQUATION_OUT_OF_MEMORY;
-    } catch (const std::length_error&) { // an array that no memory could hold
         return QUENTA_EQUATION_OUT_OF_MEMORY;
     }
 }
@@ -115,8 +116,31 @@ void check_equation(const quenta_equation& equation) {
         check(!term.is_linear() || term.E == equation.D, equation_status::columns_need_phi);
 }
 
-bool is_end(double t_end) {
-    return t_end > 0.0 && std::isfinite(t_end);
+// Shorter steps lose digits, and the reciprocal of their length may overflow.
+bool is_step(double length) {
+    return length >= std::numeric_limits<double>::min() && std::isfinite(length);
+}
+
+void check_end(double t_end, int steps) {
+    check(is_step(t_end / steps), equation_status::bad_end);
+}
+
+void check_mesh(const double* mesh, int steps) {
+    check(mesh[0] == 0.0, equation_status::bad_mesh);
+    for (int n = 0; n < steps; ++n)
+        check(is_step(mesh[n + 1] - mesh[n]), equation_status::bad_mesh);
+}
+
+// Also checks that `count` values can be written to `values`.
+void check_times(const quenta_solution* solution, int count, const double* t, const double* values) {
+    check_pointers(solution);
+    check(count >= 0, equation_status::bad_count);
+    if (count == 0)
+        return;
+    check_pointers(t, values);
+    check(solution->steps > 0, equation_status::bad_time);
+    for (int p = 0; p < count; ++p)
+        check(t[p] >= 0.0 && t[p] <= solution->mesh[solution->steps], equation_status::bad_time);
 }
 
 // The solution is given to the caller also if it is not complete, and then tells which steps are solved.
@@ -128,14 +152,7 @@ void hand_over(march_result&& result, quenta_solution** solution) {
 int evaluate(const quenta_solution* solution, int count, const double* t, double* values,
              void (quenta_solution::*polynomial)(std::int64_t, double, double*) const) {
     return status_of([&] {
-        check_pointers(solution);
-        check(count >= 0, equation_status::bad_count);
-        if (count > 0)
-            check_pointers(t, values);
-        check(count == 0 || solution->steps > 0, equation_status::bad_time);
-        for (int p = 0; p < count; ++p)
-            check(t[p] >= 0.0 && t[p] <= solution->mesh[solution->steps], equation_status::bad_time);
-        const standard_floating_point_mode mode;
+        check_times(solution, count, t, values);
         for (std::int64_t p = 0; p < count; ++p) {
             const std::int64_t n = solution->step_at(t[p]);
             (solution->*polynomial)(n, (t[p] - solution->mesh[n]) / solution->step_length(n), values + p * solution->D);
@@ -168,9 +185,9 @@ const char* quenta_equations_error_text(int status) {
     case QUENTA_EQUATION_BAD_STEPS:
         return "expected at least 1 step, at most 100000000, and max_steps 0 or at least 64";
     case QUENTA_EQUATION_BAD_MESH:
-        return "expected a mesh that starts at 0, increases and is finite";
+        return "expected a mesh that starts at 0, increases by at least 2.3e-308 from point to point, and is finite";
     case QUENTA_EQUATION_BAD_END:
-        return "expected a finite t_end above 0";
+        return "expected a finite t_end above 0, such that no step is shorter than 2.3e-308";
     case QUENTA_EQUATION_BAD_NODES:
         return "expected 1 to 5 increasing nodes from 0 to 1, or a family that has so many nodes";
     case QUENTA_EQUATION_UNSTABLE_NODES:
@@ -284,15 +301,11 @@ int quenta_equation_solve(const quenta_equation* equation, double t_end, int ste
                           quenta_solution** solution) {
     return status_of([&] {
         check_pointers(equation, solution);
-        check(is_end(t_end), equation_status::bad_end);
         check(steps >= 1 && steps <= max_steps_of_any_solve, equation_status::bad_steps);
+        check_end(t_end, steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
-        const standard_floating_point_mode mode;
-        std::vector<double> mesh = equal_steps(t_end, steps);
-        for (int n = 0; n < steps; ++n) // not so with a subnormal t_end
-            check(mesh[n] < mesh[n + 1], equation_status::bad_end);
-        hand_over(march(*equation, std::move(mesh), scheme), solution);
+        hand_over(march(*equation, equal_steps(t_end, steps), scheme), solution);
     });
 }
 
@@ -301,12 +314,9 @@ int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double*
     return status_of([&] {
         check_pointers(equation, mesh, solution);
         check(steps >= 1 && steps <= max_steps_of_any_solve, equation_status::bad_steps);
-        check(mesh[0] == 0.0 && std::isfinite(mesh[steps]), equation_status::bad_mesh);
-        for (int n = 0; n < steps; ++n)
-            check(mesh[n] < mesh[n + 1], equation_status::bad_mesh);
+        check_mesh(mesh, steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
-        const standard_floating_point_mode mode;
         hand_over(march(*equation, std::vector<double>(mesh, mesh + steps + 1), scheme), solution);
     });
 }
@@ -315,16 +325,15 @@ int quenta_equation_solve_to_tolerance(const quenta_equation* equation, double t
                                        int max_steps, const double* nodes, int P, quenta_solution** solution) {
     return status_of([&] {
         check_pointers(equation, solution);
-        check(is_end(t_end), equation_status::bad_end);
-        check(rtol >= 0.0 && atol >= 0.0 && std::isfinite(rtol) && std::isfinite(atol) && rtol + atol > 0.0,
+        if (max_steps == 0)
+            max_steps = default_max_steps;
+        check(max_steps >= min_max_steps && max_steps <= max_steps_of_any_solve, equation_status::bad_steps);
+        check_end(t_end, max_steps);
+        check(rtol >= 0.0 && atol >= 0.0 && std::isfinite(rtol) && std::isfinite(atol) && std::max(rtol, atol) > 0.0,
               equation_status::bad_tolerance);
-        check(max_steps == 0 || (max_steps >= 64 && max_steps <= max_steps_of_any_solve), equation_status::bad_steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P, nodes_to_tolerance);
-        const standard_floating_point_mode mode;
-        hand_over(
-            solve_to_tolerance(*equation, t_end, {rtol, atol, max_steps == 0 ? default_max_steps : max_steps}, scheme),
-            solution);
+        hand_over(solve_to_tolerance(*equation, t_end, {rtol, atol, max_steps}, scheme), solution);
     });
 }
 
@@ -333,23 +342,23 @@ void quenta_solution_destroy(quenta_solution* solution) {
 }
 
 int quenta_solution_steps(const quenta_solution* solution) {
-    return solution->steps;
+    return solution == nullptr ? 0 : solution->steps;
 }
 
 int quenta_solution_dimension(const quenta_solution* solution) {
-    return solution->D;
+    return solution == nullptr ? 0 : solution->D;
 }
 
 const double* quenta_solution_mesh(const quenta_solution* solution) {
-    return solution->mesh.data();
+    return solution == nullptr ? nullptr : solution->mesh.data();
 }
 
 const double* quenta_solution_values(const quenta_solution* solution) {
-    return solution->y.data();
+    return solution == nullptr ? nullptr : solution->y.data();
 }
 
 const double* quenta_solution_error(const quenta_solution* solution) {
-    return solution->error.empty() ? nullptr : solution->error.data();
+    return solution == nullptr || solution->error.empty() ? nullptr : solution->error.data();
 }
 
 int quenta_solution_evaluate(const quenta_solution* solution, int count, const double* t, double* y) {
@@ -363,18 +372,16 @@ int quenta_solution_derivative(const quenta_solution* solution, int count, const
 int quenta_solution_iterate(const quenta_solution* solution, const quenta_equation* equation, int count,
                             const double* t, double* y) {
     return status_of([&] {
-        check_pointers(solution, equation);
-        check(count >= 0, equation_status::bad_count);
-        if (count > 0)
-            check_pointers(t, y);
+        check_pointers(equation);
+        check_times(solution, count, t, y);
         check(equation->kind == equation_kind::second && solution->kind == equation_kind::second &&
                   equation->D == solution->D,
               equation_status::wrong_kind);
         check_equation(*equation);
-        check(count == 0 || solution->steps > 0, equation_status::bad_time);
-        for (int p = 0; p < count; ++p)
-            check(t[p] >= 0.0 && t[p] <= solution->mesh[solution->steps], equation_status::bad_time);
-        const standard_floating_point_mode mode;
-        iterate_solution(*solution, *equation, count, t, y);
+        if (count == 0)
+            return;
+        std::vector<double> values(std::int64_t{count} * equation->D); // so that nothing is written if this fails
+        iterate_solution(*solution, *equation, count, t, values.data());
+        std::copy(values.begin(), values.end(), y);
     });
 }

@@ -24,8 +24,8 @@ class term_sums {
 public:
     term_sums(const quenta_solution& of, const quenta_equation& equation, const memory_term& in)
         : solution{of}, term{in}, D{equation.D}, P{of.nodes.P}, sources{std::int64_t{of.steps} * P},
-          source_times(sources), phi(sources * in.E), weighted(sources * in.E), t(most_points),
-          kernel(most_points * D * in.E) {
+          source_times(sources), phi(sources * in.E), weighted(sources * in.E),
+          weighted_in_step(std::int64_t{P} * in.E), t(most_points), kernel(most_points * D * in.E) {
         for (std::int64_t n = 0; n < solution.steps; ++n)
             for (int j = 0; j < P; ++j)
                 source_times[n * P + j] = solution.node_time(n, j);
@@ -43,14 +43,13 @@ public:
     }
 
     void add(double time, double* sum) {
-        const std::int64_t n = solution.step_at(time), P_E = std::int64_t{P} * term.E;
+        const std::int64_t n = solution.step_at(time);
         in_parts(n * P, [&](std::int64_t first, std::int64_t count) {
             add_points(count, time, source_times.data() + first, weighted.data() + first * term.E, sum);
         });
         // In the step of `time` the points are those of the scheme, with x in the place of c_i.
         const double h = solution.step_length(n), x = (time - solution.mesh[n]) / h;
         per_node<double> point_times;
-        std::vector<double> at_points(P_E);
         for (int q = 0; q < P; ++q) {
             point_times[q] = std::min(solution.mesh[n] + x * solution.nodes.c[q] * h, time);
             const per_node<double> basis = solution.nodes.values(x * solution.nodes.c[q]);
@@ -58,10 +57,10 @@ public:
                 double value = 0.0;
                 for (int j = 0; j < P; ++j)
                     value += basis[j] * phi[(n * P + j) * term.E + c];
-                at_points[q * term.E + c] = h * x * solution.nodes.b[q] * value;
+                weighted_in_step[q * term.E + c] = h * x * solution.nodes.b[q] * value;
             }
         }
-        add_points(P, time, point_times.data(), at_points.data(), sum);
+        add_points(P, time, point_times.data(), weighted_in_step.data(), sum);
     }
 
 private:
@@ -76,7 +75,7 @@ private:
     const memory_term& term;
     const int D, P;
     const std::int64_t sources;
-    std::vector<double> source_times, phi, weighted, t, kernel;
+    std::vector<double> source_times, phi, weighted, weighted_in_step, t, kernel;
     const kernel_sums* const kernels = &kernel_sums_between_calls();
 };
 

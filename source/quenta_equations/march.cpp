@@ -61,11 +61,14 @@ void continue_polynomial(const quenta_solution& solution, std::int64_t n, bool a
     }
 }
 
+bool is_finite(const double* y, int D) {
+    return std::all_of(y, y + D, [](double value) { return std::isfinite(value); });
+}
+
 // A first-kind equation has no value at 0 before its first step is solved, and g of the second kind may be infinite
 // there.
 bool starts_with_a_number(const quenta_equation& equation, const double* y) {
-    return equation.kind != equation_kind::first &&
-           std::all_of(y, y + equation.D, [](double value) { return std::isfinite(value); });
+    return equation.kind != equation_kind::first && is_finite(y, equation.D);
 }
 
 } // namespace
@@ -117,6 +120,8 @@ march_result march(const quenta_equation& equation, std::vector<double> mesh, co
             for (std::size_t r = 0; r < equation.memory.size(); ++r)
                 history.add_step(n, r, step.phi_at_nodes(r));
             solution.value(n, 1.0, y + D);
+            if (!is_finite(y + D, D)) // extrapolated from the nodes
+                throw solve_ended{equation_status::not_finite};
             if (n == 0 && !starts_with_a_number(equation, y))
                 solution.value(0, 0.0, y);
             solution.steps = static_cast<int>(n) + 1;

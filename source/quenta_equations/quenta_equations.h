@@ -61,30 +61,31 @@ typedef struct quenta_solution quenta_solution;
 /* ---- Status --------------------------------------------------------------------------------------------------- */
 
 /* What a function returns. The statuses from 1 to 5 end a solve that has begun: the solution exists, and contains all
- * steps before the one that failed, or is the best one. With the others nothing was written. */
+ * steps before the one that failed, or is the best one. With the others, except QUENTA_EQUATION_SOLVED, nothing was
+ * written. */
 enum {
-    QUENTA_EQUATION_SOLVED = 0,
-    QUENTA_EQUATION_STOPPED = 1,         /* a function of the caller returned a value other than 0 */
-    QUENTA_EQUATION_NOT_FINITE = 2,      /* a function of the caller gave NaN or infinity, or a sum overflowed */
-    QUENTA_EQUATION_NO_CONVERGENCE = 3,  /* the nonlinear equations of a step have no solution that can be reached */
-    QUENTA_EQUATION_SINGULAR_STEP = 4,   /* the linear system of a step is singular to rounding */
-    QUENTA_EQUATION_TOLERANCE_MISSED = 5, /* the tolerance was not reached; the solution is the best one */
-    QUENTA_EQUATION_OUT_OF_MEMORY = 6,   /* memory ran out */
-    QUENTA_EQUATION_NULL_POINTER = 8,    /* an argument is null that must not be */
-    QUENTA_EQUATION_BAD_DIMENSION = 9,   /* D or E is below 1 or above quenta_equation_max_dimension */
-    QUENTA_EQUATION_BAD_STEPS = 10,      /* fewer than 1 step, or too many; or max_steps */
-    QUENTA_EQUATION_BAD_MESH = 11,       /* the mesh does not start at 0, increase, and end at a finite time */
-    QUENTA_EQUATION_BAD_END = 12,        /* t_end is not positive and finite */
-    QUENTA_EQUATION_BAD_NODES = 13,      /* not 1 to 5 increasing nodes in [0, 1], or no such family */
-    QUENTA_EQUATION_UNSTABLE_NODES = 14, /* nodes with which a first-kind equation does not converge */
-    QUENTA_EQUATION_BAD_SINGULARITY = 15, /* the singularity is not 0 */
-    QUENTA_EQUATION_BAD_TOLERANCE = 16,  /* rtol or atol is negative or not finite, or both are 0 */
-    QUENTA_EQUATION_NO_TERM = 17,        /* there is no memory term */
+    QUENTA_EQUATION_SOLVED = 0,            /* the solution is complete, and meets the tolerance if there is one */
+    QUENTA_EQUATION_STOPPED = 1,           /* a function of the caller returned a value other than 0 */
+    QUENTA_EQUATION_NOT_FINITE = 2,        /* a function of the caller gave NaN or infinity, or a sum overflowed */
+    QUENTA_EQUATION_NO_CONVERGENCE = 3,    /* the nonlinear equations of a step have no solution that can be reached */
+    QUENTA_EQUATION_SINGULAR_STEP = 4,     /* the linear system of a step is singular to rounding */
+    QUENTA_EQUATION_TOLERANCE_MISSED = 5,  /* the tolerance was not reached; the solution is the best one */
+    QUENTA_EQUATION_OUT_OF_MEMORY = 6,     /* memory ran out */
+    QUENTA_EQUATION_NULL_POINTER = 8,      /* an argument is null that must not be */
+    QUENTA_EQUATION_BAD_DIMENSION = 9,     /* D or E is below 1 or above quenta_equation_max_dimension */
+    QUENTA_EQUATION_BAD_STEPS = 10,        /* fewer than 1 step, or too many; or max_steps */
+    QUENTA_EQUATION_BAD_MESH = 11,         /* the mesh does not start at 0, increase, and end at a finite time */
+    QUENTA_EQUATION_BAD_END = 12,          /* t_end is not positive and finite */
+    QUENTA_EQUATION_BAD_NODES = 13,        /* not 1 to 5 increasing nodes in [0, 1], or no such family */
+    QUENTA_EQUATION_UNSTABLE_NODES = 14,   /* nodes with which a first-kind equation does not converge */
+    QUENTA_EQUATION_BAD_SINGULARITY = 15,  /* the singularity is not 0 */
+    QUENTA_EQUATION_BAD_TOLERANCE = 16,    /* rtol or atol is negative or not finite, or both are 0 */
+    QUENTA_EQUATION_NO_TERM = 17,          /* there is no memory term */
     QUENTA_EQUATION_COLUMNS_NEED_PHI = 18, /* a term with E other than D has no phi */
-    QUENTA_EQUATION_WRONG_KIND = 19,     /* the function is for equations of another kind */
-    QUENTA_EQUATION_BAD_TIME = 20,       /* a time is not in the solution */
-    QUENTA_EQUATION_BAD_START = 21,      /* y0 or the first guess is not finite */
-    QUENTA_EQUATION_BAD_COUNT = 22       /* a count is negative */
+    QUENTA_EQUATION_WRONG_KIND = 19,       /* the function is for equations of another kind */
+    QUENTA_EQUATION_BAD_TIME = 20,         /* a time is not in the solution */
+    QUENTA_EQUATION_BAD_START = 21,        /* y0 or the first guess is not finite */
+    QUENTA_EQUATION_BAD_COUNT = 22         /* a count is negative */
 };
 
 /* A sentence that says what a status means and, for a wrong argument, what was expected. A constant. */
@@ -105,7 +106,9 @@ QUENTA_EQUATIONS_API const char* quenta_equations_error_text(int status);
  *
  * The points of a call may be in any order. The function must give the same values for the same point whenever it is
  * called. It may call the library, but must not change the equation. A value other than 0 ends the solve with
- * QUENTA_EQUATION_STOPPED. This is how a caller handles errors of its own. */
+ * QUENTA_EQUATION_STOPPED. This is how a caller handles errors of its own. In C++ it may also throw: the exception
+ * leaves the call of the library, which has released its memory and written nothing. Only std::bad_alloc is returned as
+ * QUENTA_EQUATION_OUT_OF_MEMORY. A function must not leave by longjmp. */
 typedef int (*quenta_function)(void* context, int count, const double* t, const double* x, double* values);
 
 /* Progress: `done` of `steps` steps are solved. A value other than 0 ends the solve with QUENTA_EQUATION_STOPPED. */
@@ -123,8 +126,8 @@ QUENTA_EQUATIONS_API int quenta_equation_second_kind(int D, quenta_function g, v
                                                      quenta_equation** equation);
 QUENTA_EQUATIONS_API int quenta_equation_first_kind(int D, quenta_function g, void* context,
                                                     quenta_equation** equation);
-QUENTA_EQUATIONS_API int quenta_equation_integro_differential(int D, quenta_function f, void* context,
-                                                              const double* y0, quenta_equation** equation);
+QUENTA_EQUATIONS_API int quenta_equation_integro_differential(int D, quenta_function f, void* context, const double* y0,
+                                                              quenta_equation** equation);
 
 /* Releases an equation. Null is allowed. */
 QUENTA_EQUATIONS_API void quenta_equation_destroy(quenta_equation* equation);
@@ -182,14 +185,15 @@ QUENTA_EQUATIONS_API int quenta_equation_nodes(int family, int P, double* nodes)
 /* Solve an equation on 0 .. t_end with `steps` equal steps, or on the steps of a mesh.
  *
  * In   t_end          above 0, finite
- *      steps          at least 1
+ *      steps          from 1 to 100000000
  *      mesh[steps+1]  0 = mesh[0] < mesh[1] < .. < mesh[steps], finite
- *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA, and 3 if
- *                     P is 0. A first-kind equation needs nodes[0] > 0, and converges only if the product of
+ *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA, and 3
+ *                     if P is 0. A first-kind equation needs nodes[0] > 0, and converges only if the product of
  *                     (1 - c) / c over all nodes c is at most 1 (Brunner 2004, theorem 2.4.2), which is checked.
  * Out  solution       a new object, also if the status is from 1 to 5; then it contains the steps that were solved
- * Returns QUENTA_EQUATION_SOLVED, STOPPED, NOT_FINITE, NO_CONVERGENCE, SINGULAR_STEP, OUT_OF_MEMORY, or the status of a
- *      wrong argument. After OUT_OF_MEMORY nothing was written. */
+ * Returns QUENTA_EQUATION_SOLVED, STOPPED, NOT_FINITE, NO_CONVERGENCE, SINGULAR_STEP, OUT_OF_MEMORY, or the status of
+ *      a wrong argument. After OUT_OF_MEMORY nothing was written.
+ * No step may be shorter than the smallest normal number, 2.3e-308. */
 QUENTA_EQUATIONS_API int quenta_equation_solve(const quenta_equation* equation, double t_end, int steps,
                                                const double* nodes, int P, quenta_solution** solution);
 QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double* mesh, int steps,
@@ -208,7 +212,7 @@ QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* eq
  * In   t_end      above 0, finite
  *      rtol       at least 0, finite
  *      atol       at least 0, finite; not both 0
- *      max_steps  the most steps to be tried, at least 64; 0 means 16384
+ *      max_steps  the most steps to be tried, from 64 to 100000000; 0 means 16384
  *      nodes[P]   as above, except that null with P = 0 means 5 nodes
  * Out  solution   as above
  * Returns as above, or TOLERANCE_MISSED: the solution is the one with the most steps, or an earlier one if rounding has
@@ -226,7 +230,7 @@ QUENTA_EQUATIONS_API int quenta_equation_solve_to_tolerance(const quenta_equatio
 /* Releases a solution. Null is allowed. */
 QUENTA_EQUATIONS_API void quenta_solution_destroy(quenta_solution* solution);
 
-/* The number of steps it contains; D. */
+/* The number of steps it contains, and D. This and the arrays below are 0 and null for a null solution. */
 QUENTA_EQUATIONS_API int quenta_solution_steps(const quenta_solution* solution);
 QUENTA_EQUATIONS_API int quenta_solution_dimension(const quenta_solution* solution);
 
@@ -239,7 +243,8 @@ QUENTA_EQUATIONS_API const double* quenta_solution_values(const quenta_solution*
  * estimate is infinite if there was none to be believed. */
 QUENTA_EQUATIONS_API const double* quenta_solution_error(const quenta_solution* solution);
 
-/* Evaluate the polynomials, or their derivatives, at any times in the solution; at a mesh point that of the step before.
+/* Evaluate the polynomials, or their derivatives, at any times in the solution; at a mesh point that of the step
+ * before.
  *
  * In   count, t[count]   0 <= t <= the last mesh point
  * Out  y[count*D], dy[count*D]
@@ -255,7 +260,8 @@ QUENTA_EQUATIONS_API int quenta_solution_derivative(const quenta_solution* solut
  * In   equation          the one that was solved
  *      count, t[count]   as above
  * Out  y[count*D]
- * Returns as above, or STOPPED, NOT_FINITE, WRONG_KIND, OUT_OF_MEMORY. */
+ * Returns as above, or STOPPED, NOT_FINITE, WRONG_KIND, COLUMNS_NEED_PHI (equation), OUT_OF_MEMORY. Nothing is written
+ *      unless SOLVED. */
 QUENTA_EQUATIONS_API int quenta_solution_iterate(const quenta_solution* solution, const quenta_equation* equation,
                                                  int count, const double* t, double* y);
 

@@ -4,8 +4,6 @@
 
 #include "quenta_equations/quenta_equations.h"
 
-#include <exception>
-
 namespace quenta {
 
 enum class equation_status {
@@ -33,11 +31,7 @@ enum class equation_status {
     bad_count = QUENTA_EQUATION_BAD_COUNT,
 };
 
-class solve_ended final : public std::exception {
-public:
-    explicit solve_ended(equation_status why) noexcept : status{why} {}
-    const char* what() const noexcept override { return quenta_equations_error_text(static_cast<int>(status)); }
-
+struct solve_ended {
     equation_status status;
 };
 
