@@ -134,12 +134,7 @@ equation_status step_equations::advance_trace() {
 // part, the step is too long, as it is before a time at which the solution is infinite: what solves the equations of
 // the step then is not near a solution of the equation.
 equation_status step_equations::trace_step(double* X) {
-    if (equation.solves_for_derivative())
-        right_side_at(start.data(), X);
-    else
-        std::fill_n(X, n_sys, 0.0);
-    for (int R = 0; R < n_sys; ++R)
-        X[R] += constant[R];
+    std::copy(constant.begin(), constant.end(), X); // the solution, or for an integro-differential equation not used
     double reached = 0.0, length = 1.0;
     for (int stage = 0; stage < most_stages && reached < 1.0; ++stage) {
         part = std::min(1.0, reached + length);
@@ -174,7 +169,10 @@ equation_status step_equations::solve_nonlinear(double* X) {
         return status;
     if (status == equation_status::solved && system.determinant_is_positive() && !leaves_the_guess(X))
         return status;
-    return trace_step(X);
+    // The functions are finite at a solution that was found.
+    const equation_status traced = trace_step(X);
+    return status == equation_status::solved && traced == equation_status::not_finite ? equation_status::no_convergence
+                                                                                      : traced;
 }
 
 } // namespace quenta
