@@ -16,7 +16,8 @@ constexpr std::int64_t first_steps = 8;
 constexpr double unknown = std::numeric_limits<double>::infinity();
 constexpr double largest_number = std::numeric_limits<double>::max(); // where nothing is allowed
 
-// A narrow feature of g or of a kernel must meet some nodes: no solution with fewer of them is accepted.
+// A narrow feature of g or of a kernel must meet some nodes: no solution with fewer of them is accepted, unless
+// max_steps allows no more.
 constexpr int least_nodes = 300;
 
 // Below this order, differences that decrease are no evidence of convergence.
@@ -169,7 +170,8 @@ private:
         const double estimate = std::max(factor * now.in_tolerances, jump.in_tolerances);
         for (int a = 0; a < equation.D; ++a)
             fine.solution.error[a] = std::max(factor * now.largest[a], jump.largest[a]);
-        const bool reached = converges && estimate <= 1.0 && steps * nodes.P >= least_nodes;
+        const bool is_last = 2 * steps > wanted.max_steps;
+        const bool reached = converges && estimate <= 1.0 && (is_last || steps * nodes.P >= least_nodes);
         // A larger estimate refutes the one before, unless both are rounding.
         if (reached || now.relative > noise || !(estimate > smallest_estimate)) {
             best = fine;

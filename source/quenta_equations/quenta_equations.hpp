@@ -163,13 +163,13 @@ struct time_function {
     std::size_t width;
 
     static int call(void* context, int count, const double* t, const double*, double* values) noexcept {
-        auto& [function, width] = *static_cast<time_function*>(context);
+        auto& self = *static_cast<time_function*>(context);
         return guarded([&] {
             for (int p = 0; p < count; ++p)
                 if constexpr (std::is_invocable_r_v<double, F&, double>)
-                    values[p] = function(t[p]);
+                    values[p] = self.function(t[p]);
                 else
-                    function(t[p], std::span<double>(values + std::size_t(p) * width, width));
+                    self.function(t[p], std::span<double>(values + std::size_t(p) * self.width, self.width));
         });
     }
 };
@@ -181,13 +181,13 @@ struct kernel_function {
     std::size_t width;
 
     static int call(void* context, int count, const double* t, const double* s, double* values) noexcept {
-        auto& [function, width] = *static_cast<kernel_function*>(context);
+        auto& self = *static_cast<kernel_function*>(context);
         return guarded([&] {
             for (int p = 0; p < count; ++p)
                 if constexpr (std::is_invocable_r_v<double, F&, double, double>)
-                    values[p] = function(t[p], s[p]);
+                    values[p] = self.function(t[p], s[p]);
                 else
-                    function(t[p], s[p], std::span<double>(values + std::size_t(p) * width, width));
+                    self.function(t[p], s[p], std::span<double>(values + std::size_t(p) * self.width, self.width));
         });
     }
 };
@@ -199,14 +199,14 @@ struct state_function {
     std::size_t width, D;
 
     static int call(void* context, int count, const double* t, const double* y, double* values) noexcept {
-        auto& [function, width, D] = *static_cast<state_function*>(context);
+        auto& self = *static_cast<state_function*>(context);
         return guarded([&] {
             for (int p = 0; p < count; ++p)
                 if constexpr (std::is_invocable_r_v<double, F&, double, double>)
-                    values[p] = function(t[p], y[p]);
+                    values[p] = self.function(t[p], y[p]);
                 else
-                    function(t[p], std::span<const double>(y + std::size_t(p) * D, D),
-                             std::span<double>(values + std::size_t(p) * width, width));
+                    self.function(t[p], std::span<const double>(y + std::size_t(p) * self.D, self.D),
+                                  std::span<double>(values + std::size_t(p) * self.width, self.width));
         });
     }
 };

@@ -1,7 +1,5 @@
 #include "quenta_equations/stable_matrix.hpp"
 
-#include "quenta_equations/scaled_system.hpp"
-
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -21,31 +19,32 @@ double largest_row_sum(const std::vector<double>& C, int n) {
     return largest;
 }
 
-std::vector<double> square(const std::vector<double>& C, int n) {
-    std::vector<double> result(C.size());
+} // namespace
+
+stable_matrix::stable_matrix(int order)
+    : n{order}, J_plus_I{order}, C(std::int64_t{order} * order), squared(C.size()), column(order) {}
+
+void stable_matrix::square() {
+    std::fill(squared.begin(), squared.end(), 0.0);
     for (std::int64_t i = 0; i < n; ++i)
         for (std::int64_t k = 0; k < n; ++k) {
             const double factor = C[i * n + k];
             for (std::int64_t j = 0; j < n; ++j)
-                result[i * n + j] += factor * C[k * n + j];
+                squared[i * n + j] += factor * C[k * n + j];
         }
-    return result;
+    C.swap(squared);
 }
-
-} // namespace
 
 // An eigenvalue x of J is an eigenvalue (x - 1) / (x + 1) of C = (J - I) (J + I)^-1 = I - 2 (J + I)^-1, and its real
 // part is positive if the latter is smaller than 1. Powers of C decrease if all are.
-bool eigenvalues_are_positive(const std::vector<double>& J, int n) {
+bool stable_matrix::eigenvalues_are_positive(const std::vector<double>& J) {
     constexpr int most_squares = 50;
     constexpr double large = 1e100;
-    scaled_system J_plus_I(n);
     for (int i = 0; i < n; ++i)
         for (int j = 0; j < n; ++j)
             J_plus_I.at(i, j) = J[std::int64_t{i} * n + j] + (i == j ? 1.0 : 0.0);
     if (!J_plus_I.eliminate())
         return false;
-    std::vector<double> C(J.size()), column(n);
     for (std::int64_t j = 0; j < n; ++j) {
         std::fill(column.begin(), column.end(), 0.0);
         column[j] = 1.0;
@@ -59,7 +58,7 @@ bool eigenvalues_are_positive(const std::vector<double>& J, int n) {
             return true;
         if (!(size < large))
             return false;
-        C = square(C, n);
+        square();
     }
     return false;
 }

@@ -19,7 +19,7 @@ step_equations::step_equations(const quenta_equation& of, const quenta_solution&
       linear{!(of.solves_for_derivative() && of.forcing)}, start(D), times(P), constant(n_sys),
       matrix(std::int64_t{n_sys} * n_sys), terms(of.memory.size()), Y(n_sys), f(n_sys), residual(n_sys),
       magnitude(n_sys), jacobian_magnitude(n_sys), correction(n_sys), trial(n_sys), guess(n_sys),
-      unit(D), system{n_sys} {
+      unit(D), system{n_sys}, stability{0} {
     std::int64_t widest = of.solves_for_derivative() ? D : 0;
     for (std::size_t r = 0; r < terms.size(); ++r) {
         const std::int64_t E = of.memory[r].E;
@@ -33,6 +33,7 @@ step_equations::step_equations(const quenta_equation& of, const quenta_solution&
     }
     if (linear)
         return;
+    stability = stable_matrix{n_sys};
     by_Y.resize(matrix.size());
     jacobian.resize(matrix.size());
     f_derivative.resize(std::int64_t{P} * D * D);

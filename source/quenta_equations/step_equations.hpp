@@ -24,6 +24,7 @@
 #include "quenta_equations/equation.hpp"
 #include "quenta_equations/scaled_system.hpp"
 #include "quenta_equations/solution.hpp"
+#include "quenta_equations/stable_matrix.hpp"
 
 #include <cstdint>
 #include <vector>
@@ -95,6 +96,7 @@ private:
     double feedback = 0.0;    // the norm of the Jacobian without e I in these units
     std::vector<double> repeated_times, perturbed, perturbed_values; // finite differences
     scaled_system system;
+    stable_matrix stability; // of a nonlinear equation
 };
 
 } // namespace quenta

@@ -1,7 +1,6 @@
 // Newton's method for the equations of a step, and the choice among their solutions.
 #include "quenta_equations/step_equations.hpp"
 
-#include "quenta_equations/stable_matrix.hpp"
 #include "quenta_solvers/dense_solve.hpp" // eps
 
 #include <algorithm>
@@ -119,8 +118,8 @@ equation_status step_equations::advance_trace() {
                 size = std::max(size, std::fabs(correction[R]) / unit[R % D]);
         }
         if (size <= stage_accuracy)
-            return eigenvalues_are_positive(jacobian, n_sys) ? equation_status::solved
-                                                             : equation_status::no_convergence;
+            return stability.eigenvalues_are_positive(jacobian) ? equation_status::solved
+                                                                : equation_status::no_convergence;
         if (iteration > 0 && !(size <= contraction * last))
             return equation_status::no_convergence;
         last = size;
@@ -156,7 +155,7 @@ equation_status step_equations::trace_step(double* X) {
     }
     part = 1.0;
     const equation_status status = reached < 1.0 ? equation_status::no_convergence : newton(X);
-    return status == equation_status::solved && !eigenvalues_are_positive(jacobian, n_sys)
+    return status == equation_status::solved && !stability.eigenvalues_are_positive(jacobian)
                ? equation_status::no_convergence
                : status;
 }

@@ -13,7 +13,8 @@ namespace {
 using matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
 bool positive(const matrix& J) {
-    return quenta::eigenvalues_are_positive(std::vector<double>(J.data(), J.data() + J.size()), int(J.rows()));
+    return quenta::stable_matrix(int(J.rows()))
+        .eigenvalues_are_positive(std::vector<double>(J.data(), J.data() + J.size()));
 }
 
 TEST(stable_matrix, has_eigenvalues_with_positive_real_parts) {
