@@ -5,15 +5,20 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <numeric>
 #include <string>
 #include <vector>
 
 namespace {
 
-double median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+// The value below which a part of the values lies.
+double quantile(std::vector<double> values, double part) {
+    const auto place = values.begin() + static_cast<std::ptrdiff_t>(part * double(values.size()));
+    std::nth_element(values.begin(), place, values.end());
+    return *place;
+}
+double median(const std::vector<double>& values) {
+    return quantile(values, 0.5);
 }
 
 std::string readable_time(double seconds) {
@@ -30,11 +35,30 @@ std::string readable_time(double seconds) {
     return text;
 }
 
+std::string readable_ratio(double ratio) {
+    char text[32];
+    std::snprintf(text, sizeof text, ratio < 0.01 ? "%.1e" : "%.3f", ratio);
+    return text;
+}
+
+// The exponent e of time ~ size^e, by least squares.
+double fitted_exponent(const std::vector<double>& log_size, const std::vector<double>& log_seconds) {
+    const double count = double(log_size.size());
+    const double mean_size = std::accumulate(log_size.begin(), log_size.end(), 0.0) / count;
+    double covariance = 0.0, variance = 0.0;
+    for (std::size_t i = 0; i < log_size.size(); ++i) {
+        covariance += (log_size[i] - mean_size) * log_seconds[i];
+        variance += (log_size[i] - mean_size) * log_size[i];
+    }
+    return covariance / variance;
+}
+
 // Prints one line for each benchmark when it finishes.
 class table_reporter : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context&) override {
-        std::printf("%-44s %9s %10s %10s %8s %7s\n", "benchmark", "size", "ours", "peer", "ratio", "limit");
+        std::printf("%-44s %9s %10s %10s %8s %16s %7s\n", "benchmark", "size", "ours", "peer", "ratio", "quartiles",
+                    "limit");
         return true;
     }
 
@@ -61,7 +85,7 @@ private:
         const double ours = run.counters.at("ours");
         std::printf("%10s ", readable_time(ours).c_str());
         if (run.counters.count("peer") == 0)
-            print_growth(name, size, ours);
+            print_growth(run, name, size, ours);
         else
             print_comparison(run);
     }
@@ -69,29 +93,37 @@ private:
     void print_comparison(const Run& run) {
         const double ratio = run.counters.at("ratio");
         const double limit = run.counters.at("limit");
-        std::printf("%10s %8.3f ", readable_time(run.counters.at("peer")).c_str(), ratio);
-        if (limit == no_limit) {
-            std::printf("%7s\n", "-");
-            return;
+        const std::string quartiles =
+            readable_ratio(run.counters.at("lower_quartile")) + ' ' + readable_ratio(run.counters.at("upper_quartile"));
+        std::printf("%10s %8s %16s ", readable_time(run.counters.at("peer")).c_str(), readable_ratio(ratio).c_str(),
+                    quartiles.c_str());
+        if (limit == no_limit)
+            std::printf("%7s", "-");
+        else {
+            ++limits;
+            limits_exceeded += ratio > limit;
+            std::printf("%7.2f%s", limit, ratio > limit ? "  OVER" : "");
         }
-        ++limits;
-        limits_exceeded += ratio > limit;
-        std::printf("%7.2f%s\n", limit, ratio > limit ? "  OVER" : "");
+        std::printf("%s%s\n", run.report_label.empty() ? "" : "  ", run.report_label.c_str());
     }
 
-    // The exponent e of time ~ size^e, from the previous line if it has the same name.
-    void print_growth(const std::string& name, long long size, double seconds) {
-        std::printf("%10s per step", readable_time(seconds / double(size)).c_str());
-        if (name == last_name)
-            std::printf(", exponent %.2f", std::log(seconds / last_seconds) / std::log(double(size) / last_size));
-        std::printf("\n");
+    // With the exponent of all lines of this name so far.
+    void print_growth(const Run& run, const std::string& name, long long size, double seconds) {
+        if (name != last_name)
+            log_size.clear(), log_seconds.clear();
         last_name = name;
-        last_size = double(size);
-        last_seconds = seconds;
+        log_size.push_back(std::log(double(size)));
+        log_seconds.push_back(std::log(seconds));
+        std::printf("%10s per step", readable_time(seconds / double(size)).c_str());
+        if (run.counters.count("bytes") != 0)
+            std::printf(", %.0f bytes per step", run.counters.at("bytes") / double(size));
+        if (log_size.size() > 1)
+            std::printf(", exponent %.2f", fitted_exponent(log_size, log_seconds));
+        std::printf("\n");
     }
 
     std::string last_name;
-    double last_size = 0.0, last_seconds = 0.0;
+    std::vector<double> log_size, log_seconds;
 };
 
 } // namespace
@@ -102,6 +134,8 @@ void report_comparison(benchmark::State& state, const std::vector<double>& ours,
     std::transform(ours.begin(), ours.end(), peer.begin(), std::back_inserter(ratios), std::divides<>());
     state.counters["peer"] = median(peer);
     state.counters["ratio"] = median(ratios);
+    state.counters["lower_quartile"] = quantile(ratios, 0.25);
+    state.counters["upper_quartile"] = quantile(ratios, 0.75);
     state.counters["limit"] = limit;
     report_alone(state, ours);
 }

@@ -1,30 +1,13 @@
-# Installs the header, the library, the files for CMake and pkg-config, and the program with manual pages and
-# completion.
+# Installs the libraries, each with its headers and files for CMake and pkg-config, and the program with manual pages
+# and completion.
 #
-# There are three components: `library` (to run programs), `development` (to build programs) and `program` (quenta).
+# The components are, for programs that use libquenta_native, `library` (to run them) and `development` (to build them);
+# for those that use libquenta_equations, `equations_library` and `equations_development`; and `program` (quenta).
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
-target_include_directories(quenta_native INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-install(TARGETS quenta_native EXPORT quenta_native
-    RUNTIME COMPONENT library
-    LIBRARY COMPONENT library NAMELINK_COMPONENT development
-    ARCHIVE COMPONENT development)
-install(FILES source/quenta_solvers/quenta_native.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
-
-# find_package(quenta_native) defines the target quenta::quenta_native, which has no dependencies.
-set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/quenta_native)
-install(EXPORT quenta_native NAMESPACE quenta:: FILE quenta_native-targets.cmake DESTINATION ${package_directory}
-    COMPONENT development)
-set(package_file ${PROJECT_BINARY_DIR}/quenta_native-config)
-file(CONFIGURE OUTPUT ${package_file}.cmake @ONLY
-    CONTENT "include(\"\${CMAKE_CURRENT_LIST_DIR}/quenta_native-targets.cmake\")\n")
-write_basic_package_version_file(${package_file}-version.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${package_file}.cmake ${package_file}-version.cmake DESTINATION ${package_directory}
-    COMPONENT development)
-
-# quenta_native.pc states the prefix relative to itself, so that the installation can be moved. Absolute directories
-# stay absolute.
+# A .pc file states the prefix relative to itself, so that the installation can be moved. Absolute directories stay
+# absolute.
 set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
     set(pkgconfig_prefix ${CMAKE_INSTALL_PREFIX})
@@ -36,8 +19,38 @@ foreach(directory LIBDIR INCLUDEDIR)
     set(pkgconfig_${directory} "\${prefix}")
     cmake_path(APPEND pkgconfig_${directory} ${CMAKE_INSTALL_${directory}}) # an absolute directory replaces the prefix
 endforeach()
-configure_file(cmake/quenta_native.pc.in quenta_native.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/quenta_native.pc DESTINATION ${pkgconfig_directory} COMPONENT development)
+
+# quenta_install_library(<name> <component to run> <component to build> <description> <public header>...)
+#
+# find_package(<name>) defines the target quenta::<name>, which has no dependencies, and pkg-config knows <name>.
+function(quenta_install_library name library development description)
+    target_include_directories(${name} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    install(TARGETS ${name} EXPORT ${name}
+        RUNTIME COMPONENT ${library}
+        LIBRARY COMPONENT ${library} NAMELINK_COMPONENT ${development}
+        ARCHIVE COMPONENT ${development})
+    install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT ${development})
+
+    set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
+    install(EXPORT ${name} NAMESPACE quenta:: FILE ${name}-targets.cmake DESTINATION ${package_directory}
+        COMPONENT ${development})
+    set(package_file ${PROJECT_BINARY_DIR}/${name}-config)
+    file(CONFIGURE OUTPUT ${package_file}.cmake @ONLY
+        CONTENT "include(\"\${CMAKE_CURRENT_LIST_DIR}/${name}-targets.cmake\")\n")
+    write_basic_package_version_file(${package_file}-version.cmake COMPATIBILITY SameMajorVersion)
+    install(FILES ${package_file}.cmake ${package_file}-version.cmake DESTINATION ${package_directory}
+        COMPONENT ${development})
+
+    configure_file(cmake/library.pc.in ${name}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_directory} COMPONENT ${development})
+endfunction()
+
+quenta_install_library(quenta_native library development
+    "Solvers for linear Volterra equations given as samples or as blocks"
+    source/quenta_solvers/quenta_native.h)
+quenta_install_library(quenta_equations equations_library equations_development
+    "Solvers for Volterra equations given as functions, linear or not"
+    source/quenta_equations/quenta_equations.h source/quenta_equations/quenta_equations.hpp)
 
 if(QUENTA_BUILD_TOOLS)
     if(UNIX AND NOT APPLE)

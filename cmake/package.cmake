@@ -20,16 +20,28 @@ macro(quenta_add_package name component section dependencies description)
     list(APPEND CPACK_COMPONENTS_ALL ${component})
 endmacro()
 
+# quenta_add_library_packages(<name> <component to run> <component to build> <contents to run> <contents to build>): the
+# packages <name>0 and <name>-dev.
+macro(quenta_add_library_packages name library development contents development_contents)
+    quenta_add_package(${name}${PROJECT_VERSION_MAJOR} ${library} libs "" "${contents}")
+    string(TOUPPER ${library} upper)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_GENERATE_SHLIBS ON)
+    quenta_add_package(${name}-dev ${development} libdevel "${name}${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})"
+        "${development_contents}")
+endmacro()
+
 set(CPACK_COMPONENTS_ALL "")
-set(exact_library "libquenta-native0 (= ${PROJECT_VERSION})")
-quenta_add_package(libquenta-native0 library libs "" "The library that programs need to run.")
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-quenta_add_package(libquenta-native-dev development libdevel "${exact_library}"
+quenta_add_library_packages(libquenta-native library development
+    "The library that programs need to run."
     "The header, and what CMake and pkg-config need to build programs with the library.")
+quenta_add_library_packages(libquenta-equations equations_library equations_development
+    "The library that programs need to run that solve Volterra equations given as functions."
+    "The headers for C and C++20, and what CMake and pkg-config need to build programs with the library.")
 if(QUENTA_BUILD_TOOLS)
-    quenta_add_package(quenta program math "${exact_library}" "The command-line program, which reads and writes CSV.")
+    quenta_add_package(quenta program math "libquenta-native${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})"
+        "The command-line program, which reads and writes CSV.")
     set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/source)
     # Debian compresses manual pages.

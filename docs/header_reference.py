@@ -3,7 +3,7 @@
 A comment documents the declarations that follow it, one or several. A paragraph of a comment whose lines all start at
 the margin is text; one with indented lines is a table and is shown verbatim. `---- A title ----` begins a section, whose
 text is the next comment if no declaration follows it. The first comment of the header may contain definitions and
-numbered lists in the notation of Sphinx.
+numbered lists in the notation of Sphinx; a paragraph that begins with an indented line is shown verbatim.
 """
 
 import pathlib
@@ -17,9 +17,11 @@ from sphinx.util.nodes import nested_parse_with_titles
 
 PIECE = re.compile(
     r"/\*(?P<comment>.*?)\*/"
-    r"|^QUENTA_API (?P<function>[^;]*);"
+    r"|^QUENTA(_EQUATIONS)?_API (?P<function>[^;]*);"
+    r"|^typedef (?P<type>[^;]*);"
     r"|^enum \{(?P<constants>.*?)\};"
     r"|^#[^\n]*|^extern \"C\" \{|^\}", re.DOTALL | re.MULTILINE)
+CONSTANT = re.compile(r"(\w+) = (\d+),?[ \t]*(?:/\*(.*?)\*/)?")
 
 
 def text_of(comment):
@@ -41,6 +43,17 @@ def paragraphs(text):
             yield escaped(paragraph)
 
 
+def introduction(text):
+    """The first comment of the header in the notation of Sphinx."""
+    for paragraph in re.split(r"\n\s*\n", text):
+        yield "::\n\n" + textwrap.indent(paragraph, "    ") if paragraph.startswith(" ") else escaped(paragraph)
+
+
+def type_declaration(definition):
+    """A typedef as Sphinx shows it: the name only of `struct name name`."""
+    return re.sub(r"^struct (\w+) \1$", r"\1", definition)
+
+
 def declared(kind, signatures, text):
     first, *others = signatures
     head = [f".. c:{kind}:: {first}", *(" " * len(f".. c:{kind}:: ") + other for other in others)]
@@ -51,20 +64,20 @@ def reference(header):
     """The header as a document in the notation of Sphinx."""
     functions = 0
     waiting = None  # a comment whose declarations may follow
-    declarations = []  # its declarations so far
+    kind, declarations = None, []  # its declarations so far
     parts = []
 
     def finish():
         nonlocal waiting
         if declarations:
-            parts.append(declared("function", declarations, waiting))
+            parts.append(declared(kind, declarations, waiting))
         elif waiting:
             parts.extend(paragraphs(waiting))
         waiting = None
         declarations.clear()
 
     pieces = list(PIECE.finditer(header))
-    parts.append(escaped(text_of(pieces[0]["comment"])))
+    parts.extend(introduction(text_of(pieces[0]["comment"])))
     for piece in pieces[1:]:
         if piece["comment"]:
             finish()
@@ -73,21 +86,23 @@ def reference(header):
             if title:
                 parts.append(f"{title[1]}\n{'-' * len(title[1])}")
                 waiting = None
-        elif piece["function"]:
+        elif piece["function"] or piece["type"]:
             if not waiting:
-                raise ValueError(f"expected a comment before {piece['function']}, got none")
-            declarations.append(" ".join(piece["function"].split()))
-            functions += 1
+                raise ValueError(f"expected a comment before {piece['function'] or piece['type']}, got none")
+            kind = "function" if piece["function"] else "type"
+            declarations.append(" ".join((piece["function"] or type_declaration(piece["type"])).split()))
+            functions += piece["function"] is not None
         elif piece["constants"]:
-            parts.append(escaped(waiting))
+            parts.extend(paragraphs(waiting))
             waiting = None
-            for name, value, comment in re.findall(r"(\w+ = (\d+)),?\s*/\*(.*?)\*/", piece["constants"]):
-                parts.append(declared("enumerator", [name.split()[0]], f"{value}: {comment.strip()}"))
+            for name, value, comment in CONSTANT.findall(piece["constants"]):
+                text = f"{value}: {comment.strip()}" if comment else value
+                parts.append(declared("enumerator", [name], text))
     finish()
     rest = PIECE.sub("", header).strip()
     if rest:
         raise ValueError(f"expected comments and declarations, got {rest}")
-    if functions != len(re.findall(r"^QUENTA_API ", header, re.MULTILINE)):
+    if functions != len(re.findall(r"^QUENTA\w*_API ", header, re.MULTILINE)):
         raise ValueError("the reference lacks a function")
     return "\n\n".join(parts)
 

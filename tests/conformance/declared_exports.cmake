@@ -13,9 +13,9 @@ function(expect_equal what expected actual)
 endfunction()
 
 file(READ "${HEADER}" header)
-string(REGEX MATCHALL "\nQUENTA_API [a-z]+ [a-z0-9_]+\\(" declarations "${header}")
-list(TRANSFORM declarations REPLACE ".* ([a-z0-9_]+)\\(" "\\1" OUTPUT_VARIABLE declared)
-string(REGEX MATCHALL "\nQUENTA_API" all_declarations "${header}")
+string(REGEX MATCHALL "\nQUENTA_[A-Z_]*API [a-z *]+[ *][a-z0-9_]+\\(" declarations "${header}")
+list(TRANSFORM declarations REPLACE ".*[ *]([a-z0-9_]+)\\(" "\\1" OUTPUT_VARIABLE declared)
+string(REGEX MATCHALL "\nQUENTA_[A-Z_]*API " all_declarations "${header}")
 list(LENGTH declared declared_count)
 list(LENGTH all_declarations all_count)
 expect_equal("functions found in the header" ${all_count} ${declared_count})
@@ -23,10 +23,14 @@ if(declared_count LESS 9)
     message(SEND_ERROR "expected at least 9 functions in ${HEADER}, got ${declared_count}")
 endif()
 
+set(variants "")
+if(NOT HEADER MATCHES "quenta_native")
+    return()
+endif()
+
 # The variants of the block solvers. A view is {length, pointer}.
 set(in "quenta::view<double const>")
 set(out "quenta::view<double>")
-set(variants "")
 foreach(P RANGE 1 5)
     list(APPEND variants
         "bool quenta::function_solve_vie1_impl<${P}>(${in}, ${in}, int, ${out})"

@@ -1,8 +1,8 @@
-"""The library as a part of other builds, with flags that they choose, and the library as found by pkg-config.
+"""The libraries as a part of other builds, with flags that they choose, and as found by pkg-config.
 
-usage: dependency_test.py CHECKOUT LIBRARY COMPILER
+usage: dependency_test.py CHECKOUT DIRECTORY COMPILER
 
-Only single units of the library are compiled. LIBRARY is already built; it stands for the installed library.
+Only single units of the libraries are compiled. DIRECTORY has the built ones, which stand for the installed ones.
 """
 
 import json
@@ -15,8 +15,10 @@ import sys
 import tempfile
 import unittest
 
-ROOT, LIBRARY = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+ROOT, BUILT = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
 COMPILER = sys.argv[3]
+LIBRARIES = ("quenta_native", "quenta_equations")
+HEADERS = ("quenta_solvers/quenta_native.h", "quenta_equations/quenta_equations.h", "quenta_equations/quenta_equations.hpp")
 HERE = pathlib.Path(__file__).resolve().parent
 ON_X86 = os.uname().machine == "x86_64"
 LAST = "-ffp-contract=off"
@@ -63,9 +65,10 @@ class PartOfAnotherBuild(Case):
         (command,) = [words for (_, file), words in units.items() if file.name == name]
         return command
 
-    def link_command(self):
-        commands = output_of(["ninja", "-C", self.build, "-t", "commands", "quenta_native"]).splitlines()
-        (linked,) = [line for line in commands if " -shared " in line]
+    def link_commands(self):
+        commands = output_of(["ninja", "-C", self.build, "-t", "commands", *LIBRARIES]).splitlines()
+        linked = [line for line in commands if " -shared " in line]
+        self.assertEqual(len(linked), len(LIBRARIES))
         return linked
 
     def test_only_the_library_is_added(self):
@@ -142,14 +145,16 @@ class PartOfAnotherBuild(Case):
             for where in ("CMAKE_CXX_FLAGS", "CMAKE_CXX_FLAGS_RELEASE"):
                 shutil.rmtree(self.build, ignore_errors=True)
                 self.configure_host("-DCMAKE_BUILD_TYPE=Release", f"-D{where}={option}")
-                linked = self.link_command().removeprefix(": && ").removesuffix(" && :")
-                printed = output_of([*shlex.split(linked), "-###"], cwd=self.build)
-                self.assertIn("crti.o", printed)  # the output lists what is linked
-                self.assertNotIn("crtfastmath.o", printed, option)
+                for linked in self.link_commands():
+                    command = shlex.split(linked.removeprefix(": && ").removesuffix(" && :"))
+                    printed = output_of([*command, "-###"], cwd=self.build)
+                    self.assertIn("crti.o", printed)  # the output lists what is linked
+                    self.assertNotIn("crtfastmath.o", printed, option)
 
     def test_the_threads_library_is_linked_if_it_is_separate(self):
         self.configure_host("-DCMAKE_HAVE_LIBC_PTHREAD=OFF")
-        self.assertRegex(self.link_command(), r" -l?pthread\b")
+        for linked in self.link_commands():
+            self.assertRegex(linked, r" -l?pthread\b")
 
 
 class WholeProject(Case):
@@ -172,12 +177,14 @@ class PkgConfig(Case):
                 libdir, includedir = prefix / libraries, prefix / headers
                 for directory in (libdir / "pkgconfig", includedir):
                     directory.mkdir(parents=True, exist_ok=True)
-                shutil.copy(self.build / "quenta_native.pc", libdir / "pkgconfig")
-                shutil.copy(ROOT / "source/quenta_solvers/quenta_native.h", includedir)
-                for name in LIBRARY.parent.glob("libquenta_native.so*"):
-                    shutil.copy(name, libdir, follow_symlinks=False)
+                for header in HEADERS:
+                    shutil.copy(ROOT / "source" / header, includedir)
+                for library in LIBRARIES:
+                    shutil.copy(self.build / f"{library}.pc", libdir / "pkgconfig")
+                    for name in BUILT.glob(f"lib{library}.so*"):
+                        shutil.copy(name, libdir, follow_symlinks=False)
                 environment = {**os.environ, "PKG_CONFIG_PATH": str(libdir / "pkgconfig")}
-                flags = output_of(["pkg-config", "--cflags", "--libs", "quenta_native"], env=environment).split()
+                flags = output_of(["pkg-config", "--cflags", "--libs", *LIBRARIES], env=environment).split()
                 program = self.place / "host"
                 output_of([COMPILER, HERE / "dependency/host.cpp", *flags, "-o", program])
                 output_of([program], env={**os.environ, "LD_LIBRARY_PATH": str(libdir)})

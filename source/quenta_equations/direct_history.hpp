@@ -1,0 +1,61 @@
+// The memory of the finished steps, for kernels of any form on any mesh:
+//
+//     Q_ni = sum over steps k < n, nodes j, and terms r of   h_k b_j K_r(t_ni, t_kj) phi_r(t_kj, Y_kj).
+//
+// Each kernel is evaluated once at each of these points. The kernels do not depend on the solution, so they are
+// evaluated in batches: for a group of steps first with all sources before the group, then with those inside the group,
+// which are needed one step after another. Only the values of one batch and of one group are kept. All memory is
+// allocated by the constructor.
+#pragma once
+
+#include "quenta_equations/equation.hpp"
+#include "quenta_equations/kernel_sums.hpp"
+#include "quenta_equations/solution.hpp"
+
+#include <cstdint>
+#include <vector>
+
+namespace quenta {
+
+class direct_history {
+public:
+    // The mesh and the nodes of the solution are those of the march; both objects must outlive this one.
+    direct_history(const quenta_equation& equation, const quenta_solution& solution);
+
+    // Q of step n, P*D doubles at i*D + a, when all steps before it have been added.
+    const double* sums_of_step(std::int64_t n);
+
+    // K_r(t_ni, t_n + c_i c_q h_n) after sums_of_step(n): D*E doubles at (i*P + q)*D*E.
+    const double* present_kernel(std::int64_t n, std::size_t r, int i) const;
+
+    // Takes phi_r(t_nj, Y_nj) of step n, E doubles for each j.
+    void add_step(std::int64_t n, std::size_t r, const double* phi);
+
+private:
+    struct term_history {
+        std::vector<double> weighted;     // h_k b_j phi_r(t_kj, Y_kj), E doubles at (k*P + j)*E
+        std::vector<double> group_kernel; // the kernel values inside the group
+    };
+
+    void begin_group(std::int64_t first);
+    template <class visitor>
+    void for_each_target(std::int64_t first, std::int64_t end, const visitor& visit) const;
+    void add_sources_before_group(const memory_term& term, const term_history& history);
+    void evaluate_inside_group(const memory_term& term, term_history& history);
+    void evaluate(const memory_term& term, std::int64_t points, double* values);
+    std::int64_t row_start(std::int64_t n, int i) const;
+
+    const quenta_equation& equation;
+    const quenta_solution& solution;
+    const int D, P;
+    const std::int64_t steps, group_steps, batch_points;
+
+    std::vector<double> node_times;   // k*P + j
+    std::vector<double> t, s, values; // a batch; t holds the lags for a kernel of the lag
+    std::vector<double> sums;         // of the steps of the group
+    std::int64_t group_first = 0, group_end = 0;
+    std::vector<term_history> terms;
+    const kernel_sums* const kernels = &kernel_sums_between_calls();
+};
+
+} // namespace quenta

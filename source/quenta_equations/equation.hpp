@@ -1,0 +1,52 @@
+// An equation as the caller described it.
+#pragma once
+
+#include "quenta_equations/quenta_equations.h"
+#include "quenta_equations/status.hpp"
+
+#include <cstdint>
+#include <vector>
+
+namespace quenta {
+
+enum class equation_kind { first, second, integro_differential };
+
+// A function of the caller.
+struct callback {
+    quenta_function function = nullptr;
+    void* context = nullptr;
+
+    explicit operator bool() const { return function != nullptr; }
+
+    // The values at `count` points, which are not examined. The caller ensures that `count` fits an int.
+    void operator()(std::int64_t count, const double* t, const double* x, double* values) const {
+        if (function(context, static_cast<int>(count), t, x, values) != 0)
+            throw solve_ended{equation_status::stopped};
+    }
+};
+
+// One term of M(t): the kernel has D rows and E columns.
+struct memory_term {
+    int E;
+    bool of_lag; // the kernel is a function of t - s
+    callback kernel;
+    callback phi, derivative; // phi(s, y) = y if there is none
+
+    bool is_linear() const { return !phi; }
+};
+
+} // namespace quenta
+
+struct quenta_equation {
+    quenta::equation_kind kind;
+    int D;
+    quenta::callback forcing; // g(t), or f(t, y), which may be absent
+    quenta::callback jacobian;
+    std::vector<double> start; // integro-differential: y0; first kind: where the first iteration starts
+    std::vector<quenta::memory_term> memory;
+    quenta_progress progress = nullptr;
+    void* progress_context = nullptr;
+
+    // The unknowns of a step are y' at the nodes; otherwise y.
+    bool solves_for_derivative() const { return kind == quenta::equation_kind::integro_differential; }
+};

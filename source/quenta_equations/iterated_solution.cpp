@@ -1,0 +1,99 @@
+#include "quenta_equations/iterated_solution.hpp"
+
+#include "quenta_equations/kernel_sums.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace quenta {
+
+namespace {
+
+constexpr std::int64_t most_points = 1024; // of one call
+
+// Calls visit(first, count) for consecutive parts of 0 .. points - 1.
+template <class visitor>
+void in_parts(std::int64_t points, const visitor& visit) {
+    for (std::int64_t first = 0; first < points; first += most_points)
+        visit(first, std::min(most_points, points - first));
+}
+
+// Adds one term at one time after another.
+class term_sums {
+public:
+    term_sums(const quenta_solution& of, const quenta_equation& equation, const memory_term& in)
+        : solution{of}, term{in}, D{equation.D}, P{of.nodes.P}, sources{std::int64_t{of.steps} * P},
+          source_times(sources), phi(sources * in.E), weighted(sources * in.E),
+          weighted_in_step(std::int64_t{P} * in.E), t(most_points), kernel(most_points * D * in.E) {
+        for (std::int64_t n = 0; n < solution.steps; ++n)
+            for (int j = 0; j < P; ++j)
+                source_times[n * P + j] = solution.node_time(n, j);
+        if (term.is_linear())
+            phi = solution.unknowns;
+        else
+            in_parts(sources, [&](std::int64_t first, std::int64_t count) {
+                term.phi(count, source_times.data() + first, solution.unknowns.data() + first * D,
+                         phi.data() + first * term.E);
+            });
+        for (std::int64_t source = 0; source < sources; ++source)
+            for (int c = 0; c < term.E; ++c)
+                weighted[source * term.E + c] =
+                    solution.step_length(source / P) * solution.nodes.b[source % P] * phi[source * term.E + c];
+    }
+
+    void add(double time, double* sum) {
+        const std::int64_t n = solution.step_at(time);
+        in_parts(n * P, [&](std::int64_t first, std::int64_t count) {
+            add_points(count, time, source_times.data() + first, weighted.data() + first * term.E, sum);
+        });
+        // In the step of `time` the points are those of the scheme, with x in the place of c_i.
+        const double h = solution.step_length(n), x = (time - solution.mesh[n]) / h;
+        per_node<double> point_times;
+        for (int q = 0; q < P; ++q) {
+            point_times[q] = std::min(solution.mesh[n] + x * solution.nodes.c[q] * h, time);
+            const per_node<double> basis = solution.nodes.values(x * solution.nodes.c[q]);
+            for (int c = 0; c < term.E; ++c) {
+                double value = 0.0;
+                for (int j = 0; j < P; ++j)
+                    value += basis[j] * phi[(n * P + j) * term.E + c];
+                weighted_in_step[q * term.E + c] = h * x * solution.nodes.b[q] * value;
+            }
+        }
+        add_points(P, time, point_times.data(), weighted_in_step.data(), sum);
+    }
+
+private:
+    void add_points(std::int64_t count, double time, const double* s, const double* weights, double* sum) {
+        for (std::int64_t p = 0; p < count; ++p)
+            t[p] = term.of_lag ? time - s[p] : time;
+        term.kernel(count, t.data(), term.of_lag ? nullptr : s, kernel.data());
+        add_kernel_sum(*kernels, kernel.data(), weights, count, D, term.E, sum);
+    }
+
+    const quenta_solution& solution;
+    const memory_term& term;
+    const int D, P;
+    const std::int64_t sources;
+    std::vector<double> source_times, phi, weighted, weighted_in_step, t, kernel;
+    const kernel_sums* const kernels = &kernel_sums_between_calls();
+};
+
+} // namespace
+
+void iterate_solution(const quenta_solution& solution, const quenta_equation& equation, std::int64_t count,
+                      const double* t, double* y) {
+    const int D = equation.D;
+    in_parts(count, [&](std::int64_t first, std::int64_t points) {
+        equation.forcing(points, t + first, nullptr, y + first * D);
+    });
+    for (const memory_term& term : equation.memory) {
+        term_sums sums(solution, equation, term);
+        for (std::int64_t p = 0; p < count; ++p)
+            sums.add(t[p], y + p * D);
+    }
+    if (!std::all_of(y, y + count * D, [](double value) { return std::isfinite(value); }))
+        throw solve_ended{equation_status::not_finite};
+}
+
+} // namespace quenta

@@ -1,0 +1,15 @@
+#include "quenta_equations/kernel_sums.hpp"
+
+#include "utility/instruction_sets.hpp"
+
+namespace quenta {
+
+// Without vectors of 512 bits: on some processors these lower the clock, which slows the functions of the caller
+// between the sums by more than the sums gain.
+const kernel_sums& kernel_sums_between_calls() {
+    processor_features features = detected_processor_features();
+    features.avx512 = false;
+    return *runnable_tables<kernel_sums>(features).back();
+}
+
+} // namespace quenta

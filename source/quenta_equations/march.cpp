@@ -1,0 +1,137 @@
+#include "quenta_equations/march.hpp"
+
+#include "quenta_equations/direct_history.hpp"
+#include "quenta_equations/step_equations.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace quenta {
+
+namespace {
+
+// The forcing of first- and second-kind equations at the nodes, evaluated for many steps at once.
+class forcing_at_nodes {
+public:
+    forcing_at_nodes(const quenta_equation& of, const quenta_solution& into)
+        : equation{of}, solution{into}, P{into.nodes.P},
+          batch_steps{std::min(std::int64_t(into.mesh.size()) - 1, std::max(std::int64_t{1}, most_points / P))},
+          times(batch_steps * P), values(batch_steps * P * of.D) {}
+
+    const double* of_step(std::int64_t n) {
+        if (n == batch_end) {
+            batch_first = n;
+            batch_end = std::min(std::int64_t(solution.mesh.size()) - 1, n + batch_steps);
+            for (std::int64_t k = batch_first; k < batch_end; ++k)
+                for (int i = 0; i < P; ++i)
+                    times[(k - batch_first) * P + i] = solution.node_time(k, i);
+            equation.forcing((batch_end - batch_first) * P, times.data(), nullptr, values.data());
+        }
+        return values.data() + (n - batch_first) * P * equation.D;
+    }
+
+private:
+    static constexpr std::int64_t most_points = 1024;
+
+    const quenta_equation& equation;
+    const quenta_solution& solution;
+    const std::int64_t P, batch_steps;
+    std::int64_t batch_first = 0, batch_end = 0;
+    std::vector<double> times, values;
+};
+
+// Where the iteration of a step starts: the polynomial of the step before, continued. Steps that are much longer than
+// the one before take its value at the end instead, and so does a second attempt.
+constexpr double longest_continuation = 3.0; // in lengths of the step before
+
+void continue_polynomial(const quenta_solution& solution, std::int64_t n, bool as_constant, double* X) {
+    const collocation_nodes& nodes = solution.nodes;
+    const int P = nodes.P, D = solution.D;
+    const double* const before = solution.unknowns.data() + (n - 1) * P * D;
+    const double ratio = solution.step_length(n) / solution.step_length(n - 1);
+    for (int i = 0; i < P; ++i) {
+        const double x = 1.0 + (as_constant || ratio > longest_continuation ? 0.0 : nodes.c[i] * ratio);
+        const per_node<double> weight = nodes.values(x);
+        for (int a = 0; a < D; ++a) {
+            double sum = 0.0;
+            for (int j = 0; j < P; ++j)
+                sum += weight[j] * before[j * D + a];
+            X[i * D + a] = sum;
+        }
+    }
+}
+
+bool is_finite(const double* y, int D) {
+    return std::all_of(y, y + D, [](double value) { return std::isfinite(value); });
+}
+
+// A first-kind equation has no value at 0 before its first step is solved, and g of the second kind may be infinite
+// there.
+bool starts_with_a_number(const quenta_equation& equation, const double* y) {
+    return equation.kind != equation_kind::first && is_finite(y, equation.D);
+}
+
+} // namespace
+
+march_result march(const quenta_equation& equation, std::vector<double> mesh, const collocation_nodes& nodes) {
+    const int D = equation.D, P = nodes.P;
+    const std::int64_t steps = std::int64_t(mesh.size()) - 1, n_sys = std::int64_t{P} * D;
+    march_result result{{equation.kind, D, nodes, std::move(mesh)}, equation_status::solved};
+    quenta_solution& solution = result.solution;
+    solution.unknowns.resize(steps * n_sys);
+    solution.y.resize((steps + 1) * D);
+    direct_history history(equation, solution);
+    step_equations step(equation, solution);
+    const bool for_derivative = equation.solves_for_derivative();
+
+    const auto first_attempt = [&](std::int64_t n, const double* g, const double* y, double* X) {
+        if (n > 0)
+            continue_polynomial(solution, n, false, X);
+        else if (for_derivative)
+            step.right_side_at(y, X);
+        else if (equation.kind == equation_kind::second)
+            std::copy_n(g, n_sys, X);
+        else
+            for (int i = 0; i < P; ++i)
+                std::copy_n(equation.start.data(), D, X + i * D);
+    };
+    try {
+        forcing_at_nodes forcing(equation, solution);
+        if (for_derivative)
+            std::copy_n(equation.start.data(), D, solution.y.data());
+        else if (equation.kind == equation_kind::second) {
+            const double zero = 0.0;
+            equation.forcing(1, &zero, nullptr, solution.y.data());
+        }
+        for (std::int64_t n = 0; n < steps; ++n) {
+            double* const X = solution.unknowns.data() + n * n_sys;
+            double* const y = solution.y.data() + n * D;
+            const double* const Q = history.sums_of_step(n);
+            const double* const g = for_derivative ? nullptr : forcing.of_step(n);
+            step.prepare(n, history, Q, g, y);
+            first_attempt(n, g, y, X);
+            equation_status status = step.solve(X);
+            if (status != equation_status::solved && equation.kind == equation_kind::first && n > 0) {
+                continue_polynomial(solution, n, true, X);
+                status = step.solve(X);
+            }
+            if (status != equation_status::solved)
+                throw solve_ended{status};
+            for (std::size_t r = 0; r < equation.memory.size(); ++r)
+                history.add_step(n, r, step.phi_at_nodes(r));
+            solution.value(n, 1.0, y + D);
+            if (!is_finite(y + D, D)) // extrapolated from the nodes
+                throw solve_ended{equation_status::not_finite};
+            if (n == 0 && !starts_with_a_number(equation, y))
+                solution.value(0, 0.0, y);
+            solution.steps = static_cast<int>(n) + 1;
+            if (equation.progress && equation.progress(equation.progress_context, solution.steps, int(steps)) != 0)
+                throw solve_ended{equation_status::stopped};
+        }
+    } catch (const solve_ended& end) {
+        result.status = end.status;
+    }
+    return result;
+}
+
+} // namespace quenta

@@ -1,0 +1,272 @@
+/* quenta_equations: solvers for Volterra equations that are given as functions.
+ *
+ *   second kind            y(t)  = g(t)       + M(t)
+ *   first kind             M(t)  = g(t)
+ *   integro-differential   y'(t) = f(t, y(t)) + M(t),   y(0) = y0
+ *
+ * on 0 <= t <= t_end, where y and g have D components and the memory M is a sum of any number of terms,
+ *
+ *   M(t) = sum over terms r of   integral from 0 to t of   K_r(t, s) phi_r(s, y(s)) ds.
+ *
+ * K_r has D rows and E_r columns, phi_r has E_r components. phi_r(s, y) = y unless it is given. The kernels are smooth
+ * on 0 <= s <= t; they are never evaluated at s > t.
+ *
+ * The solvers use piecewise polynomial collocation on any mesh (H. Brunner, Collocation Methods for Volterra Integral
+ * and Related Functional Differential Equations, Cambridge University Press 2004, chapters 2 and 3). With n steps and P
+ * nodes they evaluate each kernel at n * (n - 1) / 2 * P * P + n * P * P points, in batches, and store O(n) numbers.
+ *
+ * Calling order
+ *   Create an equation, add its memory terms, solve it, read the solution, destroy both. An equation can be solved any
+ *   number of times, and is not changed by a solve. A solution does not depend on the equation.
+ *
+ * Rules for all arguments
+ *   1. All arrays belong to the caller. Objects are created by the library, and are released only by
+ *      quenta_equation_destroy and quenta_solution_destroy. An array that a function returns belongs to its object.
+ *   2. double is the 64-bit IEEE type, and int has 32 bits.
+ *   3. Vectors at several points are stored point by point: component a at point p is at p*D + a. Matrices are stored
+ *      by rows: entry (a, c) of a matrix with E columns at point p is at (p*D + a)*E + c.
+ *   4. Arguments are checked before anything is done. A function that returns a status of a wrong argument has written
+ *      nothing and called nothing. quenta_equations_error_text says in words what was wrong and what was expected.
+ *
+ * Threads
+ *   There is no global state, and no function takes a lock. Any number of threads may solve at once, also the same
+ *   equation if its functions allow that. An equation must not be changed while another thread uses it.
+ *
+ * Results are reproducible: the same values of the functions give the same bits on every processor of a platform. The
+ * functions are called in the default floating-point mode (round to nearest, subnormals kept, no traps).
+ */
+#ifndef QUENTA_EQUATIONS_H
+#define QUENTA_EQUATIONS_H
+
+#if defined(_WIN32)
+#if defined(QUENTA_EQUATIONS_BUILD)
+#define QUENTA_EQUATIONS_API __declspec(dllexport)
+#else
+#define QUENTA_EQUATIONS_API __declspec(dllimport)
+#endif
+#elif defined(__GNUC__)
+#define QUENTA_EQUATIONS_API __attribute__((visibility("default")))
+#else
+#define QUENTA_EQUATIONS_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* An equation that can be solved, and a solution. Programs use pointers to them only. */
+typedef struct quenta_equation quenta_equation;
+typedef struct quenta_solution quenta_solution;
+
+/* ---- Status --------------------------------------------------------------------------------------------------- */
+
+/* What a function returns. The statuses from 1 to 5 end a solve that has begun: the solution exists, and contains all
+ * steps before the one that failed, or is the best one. With the others, except QUENTA_EQUATION_SOLVED, nothing was
+ * written. */
+enum {
+    QUENTA_EQUATION_SOLVED = 0,            /* the solution is complete, and meets the tolerance if there is one */
+    QUENTA_EQUATION_STOPPED = 1,           /* a function of the caller returned a value other than 0 */
+    QUENTA_EQUATION_NOT_FINITE = 2,        /* a function of the caller gave NaN or infinity, or a sum overflowed */
+    QUENTA_EQUATION_NO_CONVERGENCE = 3,    /* the nonlinear equations of a step have no solution that can be reached */
+    QUENTA_EQUATION_SINGULAR_STEP = 4,     /* the linear system of a step is singular to rounding */
+    QUENTA_EQUATION_TOLERANCE_MISSED = 5,  /* the tolerance was not reached; the solution is the best one */
+    QUENTA_EQUATION_OUT_OF_MEMORY = 6,     /* memory ran out */
+    QUENTA_EQUATION_NULL_POINTER = 8,      /* an argument is null that must not be */
+    QUENTA_EQUATION_BAD_DIMENSION = 9,     /* D or E is below 1 or above quenta_equation_max_dimension */
+    QUENTA_EQUATION_BAD_STEPS = 10,        /* fewer than 1 step, or too many; or max_steps */
+    QUENTA_EQUATION_BAD_MESH = 11,         /* the mesh does not start at 0, increase, and end at a finite time */
+    QUENTA_EQUATION_BAD_END = 12,          /* t_end is not positive and finite */
+    QUENTA_EQUATION_BAD_NODES = 13,        /* not 1 to 5 increasing nodes in [0, 1], or no such family */
+    QUENTA_EQUATION_UNSTABLE_NODES = 14,   /* nodes with which a first-kind equation does not converge */
+    QUENTA_EQUATION_BAD_SINGULARITY = 15,  /* the singularity is not 0 */
+    QUENTA_EQUATION_BAD_TOLERANCE = 16,    /* rtol or atol is negative or not finite, or both are 0 */
+    QUENTA_EQUATION_NO_TERM = 17,          /* there is no memory term */
+    QUENTA_EQUATION_COLUMNS_NEED_PHI = 18, /* a term with E other than D has no phi */
+    QUENTA_EQUATION_WRONG_KIND = 19,       /* the function is for equations of another kind */
+    QUENTA_EQUATION_BAD_TIME = 20,         /* a time is not in the solution */
+    QUENTA_EQUATION_BAD_START = 21,        /* y0 or the first guess is not finite */
+    QUENTA_EQUATION_BAD_COUNT = 22         /* a count is negative */
+};
+
+/* A sentence that says what a status means and, for a wrong argument, what was expected. A constant. */
+QUENTA_EQUATIONS_API const char* quenta_equations_error_text(int status);
+
+/* ---- Equations ------------------------------------------------------------------------------------------------ */
+
+/* The type of all functions of the caller. Each call asks for the values at `count` >= 1 points:
+ *
+ *   function          t             x                 values
+ *   g(t)              t[count]      null              [count*D]
+ *   f(t, y)           t[count]      y[count*D]        [count*D]
+ *   df/dy(t, y)       t[count]      y[count*D]        [count*D*D]   d f_a / d y_b at (p*D + a)*D + b
+ *   K(t, s)           t[count]      s[count]          [count*D*E]
+ *   K(lag)            lag[count]    null              [count*D*E]   lag = t - s >= 0
+ *   phi(s, y)         s[count]      y[count*D]        [count*E]
+ *   dphi/dy(s, y)     s[count]      y[count*D]        [count*E*D]   d phi_e / d y_b at (p*E + e)*D + b
+ *
+ * The points of a call may be in any order. The function must give the same values for the same point whenever it is
+ * called. It may call the library, but must not change the equation. A value other than 0 ends the solve with
+ * QUENTA_EQUATION_STOPPED. This is how a caller handles errors of its own. In C++ it may also throw: the exception
+ * leaves the call of the library, which has released its memory and written nothing. Only std::bad_alloc is returned as
+ * QUENTA_EQUATION_OUT_OF_MEMORY. A function must not leave by longjmp. */
+typedef int (*quenta_function)(void* context, int count, const double* t, const double* x, double* values);
+
+/* Progress: `done` of `steps` steps are solved. A value other than 0 ends the solve with QUENTA_EQUATION_STOPPED. */
+typedef int (*quenta_progress)(void* context, int done, int steps);
+
+/* Create an equation without memory terms.
+ *
+ * In   D        number of components of y
+ *      g, f     the forcing, or the right side; f may be null, which means f = 0
+ *      context  passed to the function; may be null
+ *      y0[D]    the initial value; copied
+ * Out  equation the new object
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER, BAD_DIMENSION, BAD_START (y0 is not finite) or OUT_OF_MEMORY. */
+QUENTA_EQUATIONS_API int quenta_equation_second_kind(int D, quenta_function g, void* context,
+                                                     quenta_equation** equation);
+QUENTA_EQUATIONS_API int quenta_equation_first_kind(int D, quenta_function g, void* context,
+                                                    quenta_equation** equation);
+QUENTA_EQUATIONS_API int quenta_equation_integro_differential(int D, quenta_function f, void* context, const double* y0,
+                                                              quenta_equation** equation);
+
+/* Releases an equation. Null is allowed. */
+QUENTA_EQUATIONS_API void quenta_equation_destroy(quenta_equation* equation);
+
+/* Add a memory term with the kernel K(t, s), or with a kernel K(t - s) of the lag alone.
+ *
+ * In   E            number of columns of the kernel; D, unless phi is set
+ *      singularity  0. (The terms will have a factor (t - s)^-singularity.)
+ *      kernel, context
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER, BAD_DIMENSION, BAD_SINGULARITY or OUT_OF_MEMORY. */
+QUENTA_EQUATIONS_API int quenta_equation_add_memory(quenta_equation* equation, int E, double singularity,
+                                                    quenta_function kernel, void* context);
+QUENTA_EQUATIONS_API int quenta_equation_add_lag_memory(quenta_equation* equation, int E, double singularity,
+                                                        quenta_function kernel, void* context);
+
+/* Sets phi(s, y) of the term that was added last, which makes the equation nonlinear.
+ *
+ * In   phi         E components
+ *      derivative  d phi / dy; may be null: finite differences of phi replace it
+ *      context     passed to both
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER or NO_TERM. */
+QUENTA_EQUATIONS_API int quenta_equation_set_phi(quenta_equation* equation, quenta_function phi,
+                                                 quenta_function derivative, void* context);
+
+/* Sets d f / dy of an integro-differential equation. Without it finite differences of f are used.
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER or WRONG_KIND. */
+QUENTA_EQUATIONS_API int quenta_equation_set_jacobian(quenta_equation* equation, quenta_function jacobian,
+                                                      void* context);
+
+/* Sets where the first step of a nonlinear first-kind equation starts its iteration, y[D]; 0 unless set. The other
+ * kinds start from g(0) or y0, and ignore it.
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER or BAD_START (y is not finite). */
+QUENTA_EQUATIONS_API int quenta_equation_set_first_guess(quenta_equation* equation, const double* y);
+
+/* Sets a function that is called after every step of a solve; null removes it.
+ * Returns QUENTA_EQUATION_SOLVED or NULL_POINTER (equation). */
+QUENTA_EQUATIONS_API int quenta_equation_set_progress(quenta_equation* equation, quenta_progress progress,
+                                                      void* context);
+
+/* ---- Solving -------------------------------------------------------------------------------------------------- */
+
+/* The largest D and the largest E: 1000. The largest P: 5. */
+QUENTA_EQUATIONS_API int quenta_equation_max_dimension(void);
+QUENTA_EQUATIONS_API int quenta_equation_max_nodes(void);
+
+/* Families of nodes in [0, 1]. Orders of the error at the end of the steps, for smooth second-kind and
+ * integro-differential equations: Radau IIA 2 P - 1, Lobatto 2 P - 2, Gauss 2 P (second kind: of the iterated values).
+ * Between the nodes the order is P. */
+enum { QUENTA_RADAU = 0, QUENTA_GAUSS = 1, QUENTA_LOBATTO = 2 };
+
+/* Writes the P nodes of a family: P from 1 to 5, for Lobatto from 2.
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER or BAD_NODES. */
+QUENTA_EQUATIONS_API int quenta_equation_nodes(int family, int P, double* nodes);
+
+/* Solve an equation on 0 .. t_end with `steps` equal steps, or on the steps of a mesh.
+ *
+ * In   t_end          above 0, finite
+ *      steps          from 1 to 100000000
+ *      mesh[steps+1]  0 = mesh[0] < mesh[1] < .. < mesh[steps], finite
+ *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA, and 3
+ *                     if P is 0. A first-kind equation needs nodes[0] > 0, and converges only if the product of
+ *                     (1 - c) / c over all nodes c is at most 1 (Brunner 2004, theorem 2.4.2), which is checked.
+ * Out  solution       a new object, also if the status is from 1 to 5; then it contains the steps that were solved
+ * Returns QUENTA_EQUATION_SOLVED, STOPPED, NOT_FINITE, NO_CONVERGENCE, SINGULAR_STEP, OUT_OF_MEMORY, or the status of
+ *      a wrong argument. After OUT_OF_MEMORY nothing was written.
+ * No step may be shorter than the smallest normal number, 2.3e-308. */
+QUENTA_EQUATIONS_API int quenta_equation_solve(const quenta_equation* equation, double t_end, int steps,
+                                               const double* nodes, int P, quenta_solution** solution);
+QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double* mesh, int steps,
+                                                       const double* nodes, int P, quenta_solution** solution);
+
+/* Solves an equation to a tolerance on equal steps. The number of steps is doubled until, at every time and in every
+ * component, the estimated error of the returned polynomials is at most atol + rtol * |y(t)| or, with atol = 0, at most
+ * rtol times the largest |y| of the component. The estimate is the difference of two solutions, extrapolated by the
+ * observed order, or the jumps of the polynomials at the mesh points if they are larger. A difference that does not
+ * shrink as it should is not accepted. A solution with fewer than 300 nodes is not accepted either, so that features of
+ * g and K as narrow as t_end / 200 are seen.
+ *
+ * A solve that cannot reach the tolerance ends early: when the observed order needs more than max_steps, when the
+ * differences no longer decrease, and when solves fail at the same time again and again.
+ *
+ * In   t_end      above 0, finite
+ *      rtol       at least 0, finite
+ *      atol       at least 0, finite; not both 0
+ *      max_steps  the most steps to be tried, from 64 to 100000000; 0 means 16384
+ *      nodes[P]   as above, except that null with P = 0 means 5 nodes
+ * Out  solution   as above
+ * Returns as above, or TOLERANCE_MISSED: the solution is the one with the most steps, or an earlier one if rounding has
+ *      made that worse. A function of the caller that stops the solve, or a solve that fails, leaves the steps of the
+ *      present attempt. */
+QUENTA_EQUATIONS_API int quenta_equation_solve_to_tolerance(const quenta_equation* equation, double t_end, double rtol,
+                                                            double atol, int max_steps, const double* nodes, int P,
+                                                            quenta_solution** solution);
+
+/* ---- Solutions ------------------------------------------------------------------------------------------------ */
+
+/* A solution is a polynomial on each step: of degree P - 1 through its values at the nodes or, for an
+ * integro-differential equation, of degree P and continuous. */
+
+/* Releases a solution. Null is allowed. */
+QUENTA_EQUATIONS_API void quenta_solution_destroy(quenta_solution* solution);
+
+/* The number of steps it contains, and D. This and the arrays below are 0 and null for a null solution. */
+QUENTA_EQUATIONS_API int quenta_solution_steps(const quenta_solution* solution);
+QUENTA_EQUATIONS_API int quenta_solution_dimension(const quenta_solution* solution);
+
+/* The mesh points [steps+1], and y there [(steps+1)*D]: at the end of each step and, at 0, y0, g(0), or the value of
+ * the first polynomial (first kind). They belong to the solution. */
+QUENTA_EQUATIONS_API const double* quenta_solution_mesh(const quenta_solution* solution);
+QUENTA_EQUATIONS_API const double* quenta_solution_values(const quenta_solution* solution);
+
+/* The estimate of the largest error of each component, [D], if the solve was to a tolerance; otherwise null. The
+ * estimate is infinite if there was none to be believed. */
+QUENTA_EQUATIONS_API const double* quenta_solution_error(const quenta_solution* solution);
+
+/* Evaluate the polynomials, or their derivatives, at any times in the solution; at a mesh point that of the step
+ * before.
+ *
+ * In   count, t[count]   0 <= t <= the last mesh point
+ * Out  y[count*D], dy[count*D]
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER, BAD_COUNT (below 0) or BAD_TIME. */
+QUENTA_EQUATIONS_API int quenta_solution_evaluate(const quenta_solution* solution, int count, const double* t,
+                                                  double* y);
+QUENTA_EQUATIONS_API int quenta_solution_derivative(const quenta_solution* solution, int count, const double* t,
+                                                    double* dy);
+
+/* The iterated solution of a second-kind equation, g(t) + M(t) with the polynomials in M, which keeps the order of the
+ * nodes at all times. Each time needs the kernels at all nodes before it.
+ *
+ * In   equation          the one that was solved
+ *      count, t[count]   as above
+ * Out  y[count*D]
+ * Returns as above, or STOPPED, NOT_FINITE, WRONG_KIND, COLUMNS_NEED_PHI (equation), OUT_OF_MEMORY. Nothing is written
+ *      unless SOLVED. */
+QUENTA_EQUATIONS_API int quenta_solution_iterate(const quenta_solution* solution, const quenta_equation* equation,
+                                                 int count, const double* t, double* y);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

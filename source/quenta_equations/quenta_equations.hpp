@@ -1,0 +1,429 @@
+// quenta_equations for C++20: equations from lambdas, solutions that are functions.
+//
+//     const auto y = quenta::second_kind([](double t) { return std::exp(-t) - t * t; })
+//                        .memory([](double t, double s) { return t * std::exp(s); })
+//                        .solve(2.0, quenta::to_tolerance(1e-10));
+//     std::printf("%.10f\n", y(1.5));
+//
+// quenta_equations.h describes the equations, the schemes and the rules. A function is called for one point at a time
+// by a loop that is compiled with it, so a short function is inlined. Scalar functions return their value. Functions of
+// systems write to a span: a vector of D or E components, or a matrix by rows.
+//
+//     g(t) -> double                  or  g(t, std::span<double> values)
+//     K(t, s) -> double               or  K(t, s, std::span<double> values), D by E
+//     K(lag) -> double                or  K(lag, std::span<double> values)
+//     phi(s, y) -> double             or  phi(s, std::span<const double> y, std::span<double> values)
+//     f(t, y), derivatives            likewise
+//
+// An exception from a function ends the solve and reaches its caller.
+#ifndef QUENTA_EQUATIONS_HPP
+#define QUENTA_EQUATIONS_HPP
+
+#if __cplusplus < 202002L
+#error "quenta_equations.hpp: expected C++20 or later, got an older standard; quenta_equations.h is for those"
+#endif
+
+#include "quenta_equations.h"
+
+#include <cstddef>
+#include <exception>
+#include <initializer_list>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace quenta {
+
+class equation;
+
+// An argument that cannot be accepted; what() says what was expected.
+class equation_error : public std::runtime_error {
+public:
+    explicit equation_error(int why) : std::runtime_error(quenta_equations_error_text(why)), status(why) {}
+    int status; // QUENTA_EQUATION_...
+};
+
+// y on 0 .. t_end: a polynomial on each step. A copy shares the data, which never change.
+class solution {
+public:
+    // Takes over an object of the C interface.
+    explicit solution(quenta_solution* owned) : object(owned, quenta_solution_destroy) {}
+
+    int steps() const { return quenta_solution_steps(object.get()); }
+    int dimension() const { return quenta_solution_dimension(object.get()); }
+
+    // The mesh points, and y there: component a at mesh point n is at n * dimension() + a.
+    std::span<const double> mesh() const { return {quenta_solution_mesh(object.get()), points()}; }
+    std::span<const double> values() const {
+        return {quenta_solution_values(object.get()), points() * std::size_t(dimension())};
+    }
+    // The estimated largest error of each component; empty unless the solve was to a tolerance.
+    std::span<const double> error() const {
+        const double* const estimates = quenta_solution_error(object.get());
+        return {estimates, estimates ? std::size_t(dimension()) : 0};
+    }
+
+    // y or y' of a scalar equation, or the first component.
+    double operator()(double t) const { return at(t)[0]; }
+    double derivative(double t) const { return derivative_at(t)[0]; }
+
+    // All components.
+    std::vector<double> at(double t) const { return evaluate(quenta_solution_evaluate, t); }
+    std::vector<double> derivative_at(double t) const { return evaluate(quenta_solution_derivative, t); }
+
+    const quenta_solution* get() const { return object.get(); }
+
+private:
+    std::size_t points() const { return std::size_t(steps()) + 1; }
+
+    template <class function>
+    std::vector<double> evaluate(function evaluator, double t) const {
+        std::vector<double> y(static_cast<std::size_t>(dimension()));
+        if (const int status = evaluator(object.get(), 1, &t, y.data()))
+            throw equation_error(status);
+        return y;
+    }
+
+    std::shared_ptr<quenta_solution> object;
+};
+
+// A solve that did not reach its end or its tolerance. `partial` contains the steps before the one that failed, or the
+// best solution.
+class solve_failure : public equation_error {
+public:
+    solve_failure(int why, solution steps_before) : equation_error(why), partial(std::move(steps_before)) {}
+    solution partial;
+};
+
+// How to solve: how many steps, or to which tolerance; P nodes of a family, or any nodes.
+struct solve_options {
+    int steps = 0;
+    std::vector<double> mesh;
+    double rtol = 0.0, atol = 0.0;
+    int max_steps = 0;
+    std::vector<double> own_nodes;
+    int family = QUENTA_RADAU, P = 0; // 0: the library chooses among the nodes of Radau IIA
+
+    solve_options nodes(int of_family, int count) const {
+        solve_options changed = *this;
+        changed.family = of_family;
+        changed.P = count;
+        changed.own_nodes.clear();
+        return changed;
+    }
+    solve_options nodes(std::initializer_list<double> c) const {
+        solve_options changed = *this;
+        changed.own_nodes = c;
+        return changed;
+    }
+};
+
+inline solve_options equal_steps(int steps) {
+    solve_options options;
+    options.steps = steps;
+    return options;
+}
+inline solve_options on_mesh(std::vector<double> mesh) {
+    solve_options options;
+    options.mesh = std::move(mesh);
+    return options;
+}
+// An atol of 0 means rtol times the largest |y|.
+inline solve_options to_tolerance(double rtol, double atol = 0.0, int max_steps = 0) {
+    solve_options options;
+    options.rtol = rtol;
+    options.atol = atol;
+    options.max_steps = max_steps;
+    return options;
+}
+
+namespace detail {
+
+// The exception of a function, on its way through the C interface.
+inline thread_local std::exception_ptr thrown;
+
+template <class loop>
+int guarded(const loop& run) noexcept {
+    try {
+        run();
+        return 0;
+    } catch (...) {
+        thrown = std::current_exception();
+        return 1;
+    }
+}
+
+// A function of a time or of a lag, with `width` values at each point.
+template <class F>
+struct time_function {
+    F function;
+    std::size_t width;
+
+    static int call(void* context, int count, const double* t, const double*, double* values) noexcept {
+        auto& self = *static_cast<time_function*>(context);
+        return guarded([&] {
+            for (int p = 0; p < count; ++p)
+                if constexpr (std::is_invocable_r_v<double, F&, double>)
+                    values[p] = self.function(t[p]);
+                else
+                    self.function(t[p], std::span<double>(values + std::size_t(p) * self.width, self.width));
+        });
+    }
+};
+
+// A function of two times.
+template <class F>
+struct kernel_function {
+    F function;
+    std::size_t width;
+
+    static int call(void* context, int count, const double* t, const double* s, double* values) noexcept {
+        auto& self = *static_cast<kernel_function*>(context);
+        return guarded([&] {
+            for (int p = 0; p < count; ++p)
+                if constexpr (std::is_invocable_r_v<double, F&, double, double>)
+                    values[p] = self.function(t[p], s[p]);
+                else
+                    self.function(t[p], s[p], std::span<double>(values + std::size_t(p) * self.width, self.width));
+        });
+    }
+};
+
+// A function of a time and of y with D components.
+template <class F>
+struct state_function {
+    F function;
+    std::size_t width, D;
+
+    static int call(void* context, int count, const double* t, const double* y, double* values) noexcept {
+        auto& self = *static_cast<state_function*>(context);
+        return guarded([&] {
+            for (int p = 0; p < count; ++p)
+                if constexpr (std::is_invocable_r_v<double, F&, double, double>)
+                    values[p] = self.function(t[p], y[p]);
+                else
+                    self.function(t[p], std::span<const double>(y + std::size_t(p) * self.D, self.D),
+                                  std::span<double>(values + std::size_t(p) * self.width, self.width));
+        });
+    }
+};
+
+} // namespace detail
+
+// An equation and its functions. A copy refers to the same equation.
+class equation {
+public:
+    // Adds a memory term with the kernel K(t, s) and phi(s, y) = y, or with phi and, where it is known, d phi / dy. A
+    // system needs E, the number of columns of K and of components of phi, if it is not D.
+    template <class kernel>
+    equation& memory(kernel K) {
+        return add_memory<detail::kernel_function<kernel>>(quenta_equation_add_memory, std::move(K), D);
+    }
+    template <class kernel, class nonlinearity>
+    equation& memory(kernel K, nonlinearity phi, int E = 0) {
+        return memory(std::move(K), std::move(phi), nullptr, E);
+    }
+    template <class kernel, class nonlinearity, class slope>
+    requires(!std::is_arithmetic_v<slope>) equation& memory(kernel K, nonlinearity phi, slope derivative, int E = 0) {
+        const int columns = E > 0 ? E : D;
+        add_memory<detail::kernel_function<kernel>>(quenta_equation_add_memory, std::move(K), columns);
+        return set_phi(std::move(phi), std::move(derivative), columns);
+    }
+
+    // The same with a kernel K(t - s) of the lag.
+    template <class kernel>
+    equation& lag_memory(kernel K) {
+        return add_memory<detail::time_function<kernel>>(quenta_equation_add_lag_memory, std::move(K), D);
+    }
+    template <class kernel, class nonlinearity>
+    equation& lag_memory(kernel K, nonlinearity phi, int E = 0) {
+        return lag_memory(std::move(K), std::move(phi), nullptr, E);
+    }
+    template <class kernel, class nonlinearity, class slope>
+    requires(!std::is_arithmetic_v<slope>) equation& lag_memory(kernel K, nonlinearity phi, slope derivative,
+                                                                int E = 0) {
+        const int columns = E > 0 ? E : D;
+        add_memory<detail::time_function<kernel>>(quenta_equation_add_lag_memory, std::move(K), columns);
+        return set_phi(std::move(phi), std::move(derivative), columns);
+    }
+
+    // d f / dy of an integro-differential equation.
+    template <class slope>
+    equation& jacobian(slope df_dy) {
+        using function = detail::state_function<slope>;
+        check(quenta_equation_set_jacobian(get(), function::call,
+                                           keep<function>({std::move(df_dy), size_t_of(D * D), size_t_of(D)})));
+        return *this;
+    }
+
+    // Where the first step of a nonlinear first-kind equation starts its iteration.
+    equation& first_guess(std::span<const double> y) {
+        check(int(y.size()) == D ? quenta_equation_set_first_guess(get(), y.data()) : QUENTA_EQUATION_BAD_START);
+        return *this;
+    }
+
+    // Throws equation_error for an argument, solve_failure for a solve that ended early, and what a function threw.
+    solution solve(double t_end, const solve_options& options) const {
+        std::vector<double> nodes = options.own_nodes;
+        if (nodes.empty() && options.P != 0) {
+            nodes.resize(5);
+            check(quenta_equation_nodes(options.family, options.P, nodes.data()));
+            nodes.resize(std::size_t(options.P));
+        }
+        const int P = int(nodes.size());
+        const double* const c = nodes.empty() ? nullptr : nodes.data();
+        quenta_solution* solved = nullptr;
+        detail::thrown = nullptr;
+        const int status =
+            !options.mesh.empty() ? (options.mesh.back() == t_end
+                                         ? quenta_equation_solve_on_mesh(get(), options.mesh.data(),
+                                                                         int(options.mesh.size()) - 1, c, P, &solved)
+                                         : QUENTA_EQUATION_BAD_MESH)
+            : options.steps != 0  ? quenta_equation_solve(get(), t_end, options.steps, c, P, &solved)
+                                  : quenta_equation_solve_to_tolerance(get(), t_end, options.rtol, options.atol,
+                                                                       options.max_steps, c, P, &solved);
+        return finish(status, solved);
+    }
+
+    // g + M with the polynomials of a solution of this second-kind equation: more accurate between the nodes.
+    std::vector<double> iterate(const solution& y, std::span<const double> t) const {
+        std::vector<double> values(t.size() * size_t_of(D));
+        detail::thrown = nullptr;
+        const int status = quenta_solution_iterate(y.get(), get(), int(t.size()), t.data(), values.data());
+        rethrow();
+        check(status);
+        return values;
+    }
+
+    quenta_equation* get() const { return state->object.get(); }
+
+    // second_kind, first_kind and integro_differential below call this: create(context, &object) makes the object.
+    template <class function, class creator>
+    static equation make(int D, function f, const creator& create) {
+        equation created(D);
+        quenta_equation* object = nullptr;
+        check(create(created.keep<function>(std::move(f)), &object));
+        created.state->object.reset(object);
+        return created;
+    }
+
+private:
+    struct owner {
+        std::vector<std::shared_ptr<void>> functions;
+        std::unique_ptr<quenta_equation, void (*)(quenta_equation*)> object{nullptr, quenta_equation_destroy};
+    };
+
+    explicit equation(int dimension) : D(dimension) {}
+
+    static std::size_t size_t_of(int count) { return count > 0 ? std::size_t(count) : 0; }
+    static void check(int status) {
+        if (status != QUENTA_EQUATION_SOLVED)
+            throw equation_error(status);
+    }
+    static void rethrow() {
+        if (detail::thrown)
+            std::rethrow_exception(std::exchange(detail::thrown, nullptr));
+    }
+    static solution finish(int status, quenta_solution* solved) {
+        if (!solved) {
+            rethrow();
+            throw equation_error(status);
+        }
+        solution y(solved);
+        rethrow();
+        if (status != QUENTA_EQUATION_SOLVED)
+            throw solve_failure(status, std::move(y));
+        return y;
+    }
+
+    // The address of a copy of the function, which lives as long as the equation.
+    template <class function>
+    void* keep(function f) {
+        state->functions.push_back(std::make_shared<function>(std::move(f)));
+        return state->functions.back().get();
+    }
+
+    template <class function, class adder, class kernel>
+    equation& add_memory(adder add, kernel K, int E) {
+        check(add(get(), E, 0.0, function::call, keep<function>({std::move(K), size_t_of(D) * size_t_of(E)})));
+        return *this;
+    }
+
+    template <class nonlinearity, class slope>
+    equation& set_phi(nonlinearity phi, slope derivative, int E) {
+        // One context serves both functions.
+        if constexpr (std::is_same_v<slope, std::nullptr_t>) {
+            using function = detail::state_function<nonlinearity>;
+            check(quenta_equation_set_phi(get(), function::call, nullptr,
+                                          keep<function>({std::move(phi), size_t_of(E), size_t_of(D)})));
+        } else {
+            using value = detail::state_function<nonlinearity>;
+            using derivative_of_value = detail::state_function<slope>;
+            struct both {
+                value phi;
+                derivative_of_value derivative;
+                static int call_phi(void* c, int count, const double* t, const double* y, double* values) noexcept {
+                    return value::call(&static_cast<both*>(c)->phi, count, t, y, values);
+                }
+                static int call_derivative(void* c, int count, const double* t, const double* y,
+                                           double* values) noexcept {
+                    return derivative_of_value::call(&static_cast<both*>(c)->derivative, count, t, y, values);
+                }
+            };
+            check(quenta_equation_set_phi(
+                get(), both::call_phi, both::call_derivative,
+                keep<both>({{std::move(phi), size_t_of(E), size_t_of(D)},
+                            {std::move(derivative), size_t_of(E) * size_t_of(D), size_t_of(D)}})));
+        }
+        return *this;
+    }
+
+    int D;
+    std::shared_ptr<owner> state = std::make_shared<owner>();
+};
+
+// y = g + M, with D components.
+template <class F>
+equation second_kind(F g, int D = 1) {
+    using function = detail::time_function<F>;
+    return equation::make<function>(D, {std::move(g), std::size_t(D)}, [&](void* context, quenta_equation** object) {
+        return quenta_equation_second_kind(D, function::call, context, object);
+    });
+}
+
+// M = g.
+template <class F>
+equation first_kind(F g, int D = 1) {
+    using function = detail::time_function<F>;
+    return equation::make<function>(D, {std::move(g), std::size_t(D)}, [&](void* context, quenta_equation** object) {
+        return quenta_equation_first_kind(D, function::call, context, object);
+    });
+}
+
+// y' = f(t, y) + M, y(0) = y0. A null f is 0.
+template <class F>
+equation integro_differential(F f, std::span<const double> y0) {
+    const int D = int(y0.size());
+    if constexpr (std::is_same_v<F, std::nullptr_t>)
+        return equation::make<std::nullptr_t>(D, f, [&](void*, quenta_equation** object) {
+            return quenta_equation_integro_differential(D, nullptr, nullptr, y0.data(), object);
+        });
+    else {
+        using function = detail::state_function<F>;
+        return equation::make<function>(
+            D, {std::move(f), y0.size(), y0.size()}, [&](void* context, quenta_equation** object) {
+                return quenta_equation_integro_differential(D, function::call, context, y0.data(), object);
+            });
+    }
+}
+template <class F>
+equation integro_differential(F f, double y0) {
+    return integro_differential(std::move(f), std::span<const double>(&y0, 1));
+}
+
+} // namespace quenta
+
+#endif

@@ -1,0 +1,177 @@
+// Newton's method for the equations of a step, and the choice among their solutions.
+#include "quenta_equations/step_equations.hpp"
+
+#include "quenta_solvers/dense_solve.hpp" // eps
+
+#include <algorithm>
+#include <cmath>
+
+namespace quenta {
+
+namespace {
+
+constexpr int most_iterations = 40, most_halvings = 10;
+constexpr double keep_matrix_below = 0.1; // of the residual before the iteration
+
+// A solution is traced unless the feedback is this small, or the solution this near to the guess.
+constexpr double small_feedback = 0.5, small_change = 0.1;
+
+// A stage of a trace is short enough if every correction is this part of the one before (near a point where two
+// solutions meet it is 1/2), until it is this small.
+constexpr double contraction = 0.25, stage_accuracy = 1e-6;
+constexpr int most_stage_iterations = 8;
+constexpr double shortest_stage = 1e-4, shortest_first_stage = 1e-40;
+constexpr int most_stages = 400;
+
+} // namespace
+
+// Rounding X alone changes the residual by eps times |J X|, and the additions in it by eps times their magnitude.
+bool step_equations::residual_is_rounding() const {
+    const double tolerance = 4.0 * (n_sys + 2) * eps;
+    for (int R = 0; R < n_sys; ++R)
+        if (!(std::fabs(residual[R]) <= tolerance * (magnitude[R] + jacobian_magnitude[R])))
+            return false;
+    return true;
+}
+
+double step_equations::residual_norm() const {
+    double norm = 0.0;
+    for (int R = 0; R < n_sys; ++R)
+        if (residual[R] != 0.0)
+            norm = std::max(norm, std::fabs(residual[R]) / (magnitude[R] + jacobian_magnitude[R]));
+    return norm;
+}
+
+// Newton's method with steps that are halved until the residual decreases. A matrix is kept for the next iteration if
+// the residual decreased fast.
+equation_status step_equations::newton(double* X) {
+    if (!evaluate(X))
+        return equation_status::not_finite;
+    bool current_matrix = false, kept_matrix = false;
+    for (int iteration = 0; iteration < most_iterations; ++iteration) {
+        if (!current_matrix && !kept_matrix) {
+            form_jacobian(X);
+            if (!all_finite(jacobian_magnitude))
+                return equation_status::not_finite;
+            if (!system.eliminate())
+                return equation_status::singular_step;
+            current_matrix = true;
+        }
+        if (residual_is_rounding()) // after the matrix, which says how large rounding is
+            return equation_status::solved;
+        const double before = residual_norm();
+        correction = residual;
+        system.solve(correction.data());
+        bool finite = false, reduced = false;
+        double fraction = 1.0;
+        for (int halving = 0; halving < most_halvings && !reduced; ++halving, fraction *= 0.5) {
+            for (int R = 0; R < n_sys; ++R)
+                trial[R] = X[R] - fraction * correction[R];
+            finite = evaluate(trial.data());
+            reduced = finite && (residual_is_rounding() || residual_norm() < before);
+            if (kept_matrix)
+                break;
+        }
+        if (reduced)
+            std::copy_n(trial.data(), n_sys, X);
+        else if (current_matrix)
+            return finite ? equation_status::no_convergence : equation_status::not_finite;
+        else
+            static_cast<void>(evaluate(X));
+        if (reduced && residual_is_rounding())
+            return equation_status::solved;
+        kept_matrix = reduced && residual_norm() < keep_matrix_below * before;
+        current_matrix = false;
+    }
+    return equation_status::no_convergence;
+}
+
+// Whether the step depends on itself so strongly, and the solution is so far from the guess, that it may be another one
+// than the solution that is meant.
+bool step_equations::leaves_the_guess(const double* X) const {
+    if (feedback <= small_feedback)
+        return false;
+    for (int R = 0; R < n_sys; ++R)
+        if (!(std::fabs(X[R] - guess[R]) <= small_change * unit[R % D]))
+            return true;
+    return false;
+}
+
+// One stage of a trace: Newton's method from `trial`. It must converge at once, so that it finds the solution that
+// continues the one of the stage before, and no other.
+equation_status step_equations::advance_trace() {
+    double last = 0.0;
+    for (int iteration = 0; iteration < most_stage_iterations; ++iteration) {
+        if (!evaluate(trial.data()))
+            return equation_status::not_finite;
+        form_jacobian(trial.data());
+        if (!all_finite(jacobian_magnitude))
+            return equation_status::not_finite;
+        if (!system.eliminate())
+            return equation_status::singular_step;
+        correction = residual;
+        system.solve(correction.data());
+        double size = 0.0;
+        for (int R = 0; R < n_sys; ++R) {
+            trial[R] -= correction[R];
+            if (correction[R] != 0.0)
+                size = std::max(size, std::fabs(correction[R]) / unit[R % D]);
+        }
+        if (size <= stage_accuracy)
+            return stability.eigenvalues_are_positive(jacobian) ? equation_status::solved
+                                                                : equation_status::no_convergence;
+        if (iteration > 0 && !(size <= contraction * last))
+            return equation_status::no_convergence;
+        last = size;
+    }
+    return equation_status::no_convergence;
+}
+
+// Follows the solution from a step without memory of its own, X_i = f_i + Q_i, to the whole step: `part` of the step's
+// own memory (and of h in Y, for an integro-differential equation) increases from 0 to 1. The matrix of the Newton
+// iteration is I at first. If the solution ends on the way, or if an eigenvalue of the matrix loses its positive real
+// part, the step is too long, as it is before a time at which the solution is infinite: what solves the equations of
+// the step then is not near a solution of the equation.
+equation_status step_equations::trace_step(double* X) {
+    std::copy(constant.begin(), constant.end(), X); // the solution, or for an integro-differential equation not used
+    double reached = 0.0, length = 1.0;
+    for (int stage = 0; stage < most_stages && reached < 1.0; ++stage) {
+        part = std::min(1.0, reached + length);
+        const double factor = equation.solves_for_derivative() ? reached / part : 1.0; // Y stays as it is
+        for (int R = 0; R < n_sys; ++R)
+            trial[R] = factor * X[R];
+        const equation_status status = advance_trace();
+        if (status == equation_status::solved) {
+            std::copy_n(trial.data(), n_sys, X);
+            reached = part;
+            length *= 2.0;
+        } else {
+            length *= 0.25;
+            if (length < std::max(shortest_first_stage, shortest_stage * reached)) {
+                part = 1.0;
+                return status;
+            }
+        }
+    }
+    part = 1.0;
+    const equation_status status = reached < 1.0 ? equation_status::no_convergence : newton(X);
+    return status == equation_status::solved && !stability.eigenvalues_are_positive(jacobian)
+               ? equation_status::no_convergence
+               : status;
+}
+
+// For the first kind there is no step without memory of its own, and its solution is the one near the guess.
+equation_status step_equations::solve_nonlinear(double* X) {
+    std::copy_n(X, n_sys, guess.data());
+    const equation_status status = newton(X);
+    if (equation.kind == equation_kind::first)
+        return status;
+    if (status == equation_status::solved && system.determinant_is_positive() && !leaves_the_guess(X))
+        return status;
+    // The functions are finite at a solution that was found.
+    const equation_status traced = trace_step(X);
+    return status == equation_status::solved && traced == equation_status::not_finite ? equation_status::no_convergence
+                                                                                      : traced;
+}
+
+} // namespace quenta

@@ -1,0 +1,202 @@
+// What the library of equations allocates, when, and what happens if an allocation fails. This program counts all
+// allocations, and makes them fail on demand.
+#include "equations/polynomial_equation.hpp"
+#include "support/bits.hpp"
+#include "support/fenced_array.hpp"
+#include "support/replaced_new.hpp"
+
+#include <array>
+#include <new>
+
+namespace {
+
+thread_local bool counts = false;
+thread_local long allocations = 0, fails_at = -1; // the number of the allocation that fails
+long live_blocks = 0;
+
+} // namespace
+
+void* quenta_tests::allocate_block(std::size_t bytes, std::size_t alignment) {
+    if (counts && allocations++ == fails_at)
+        throw std::bad_alloc{};
+    void* const block = heap_block(bytes, alignment);
+    ++live_blocks;
+    return block;
+}
+
+void quenta_tests::release_block(void* block) noexcept {
+    live_blocks -= block != nullptr;
+    release_heap_block(block);
+}
+
+namespace quenta_tests {
+
+namespace {
+
+// The status of a call whose allocation with this number fails; with -1 none does.
+template <class action>
+int status_with_failure(long number, const action& call) {
+    allocations = 0;
+    fails_at = number;
+    counts = true;
+    const int status = call();
+    counts = false;
+    return status;
+}
+
+// Each call is repeated, and each of its allocations fails once. `call` may write to an object, which `discard`
+// releases and which `untouched` inspects.
+template <class action, class inspection, class removal>
+void expect_out_of_memory(const action& call, const inspection& untouched, const removal& discard) {
+    ASSERT_EQ(status_with_failure(-1, call), QUENTA_EQUATION_SOLVED);
+    discard();
+    const long made = allocations;
+    ASSERT_GT(made, 0);
+    for (long number = 0; number < made; ++number) {
+        SCOPED_TRACE("allocation " + std::to_string(number) + " of " + std::to_string(made));
+        const long before = live_blocks;
+        const int status = status_with_failure(number, call);
+        EXPECT_EQ(live_blocks, before);
+        EXPECT_EQ(status, QUENTA_EQUATION_OUT_OF_MEMORY);
+        EXPECT_TRUE(untouched());
+    }
+    EXPECT_EQ(status_with_failure(-1, call), QUENTA_EQUATION_SOLVED);
+    discard();
+}
+
+template <class object>
+struct output {
+    object* const mark = reinterpret_cast<object*>(this);
+    object* made = mark;
+
+    bool untouched() const { return made == mark; }
+    void discard() {
+        release{}(made);
+        made = mark;
+    }
+};
+
+template <class object, class action>
+void expect_out_of_memory(output<object>& into, const action& call) {
+    expect_out_of_memory(
+        call, [&] { return into.untouched(); }, [&] { into.discard(); });
+}
+
+int zero(void*, int count, const double*, const double*, double* values) {
+    std::fill_n(values, count, 0.0);
+    return 0;
+}
+
+TEST(failing_allocation, in_the_creation_of_an_equation_writes_nothing) {
+    output<quenta_equation> created;
+    expect_out_of_memory(created, [&] { return quenta_equation_second_kind(1, zero, nullptr, &created.made); });
+    expect_out_of_memory(created, [&] { return quenta_equation_first_kind(3, zero, nullptr, &created.made); });
+    const std::array<double, 2> y0{};
+    expect_out_of_memory(
+        created, [&] { return quenta_equation_integro_differential(2, zero, nullptr, y0.data(), &created.made); });
+}
+
+TEST(failing_allocation, of_a_new_term_leaves_the_equation_as_it_was) {
+    random_data random{2026};
+    for (const auto add : {quenta_equation_add_memory, quenta_equation_add_lag_memory}) {
+        const polynomial_equation equation{random, {'2', 1, false, false, {{1, true, false, false}}}};
+        int before = 0, after = 0;
+        const std::vector<double> expected = everything_in(equation.solve(1.0, 4, {}, before).get());
+        EXPECT_EQ(status_with_failure(0, [&] { return add(equation.get(), 1, 0.0, zero, nullptr); }),
+                  QUENTA_EQUATION_OUT_OF_MEMORY);
+        EXPECT_TRUE(equal_bits(expected, everything_in(equation.solve(1.0, 4, {}, after).get())));
+        EXPECT_EQ(add(equation.get(), 1, 0.0, zero, nullptr), QUENTA_EQUATION_SOLVED);
+    }
+}
+
+TEST(failing_allocation, in_a_solve_writes_nothing_and_the_next_solve_works) {
+    random_data random{2027};
+    const double mesh[] = {0.0, 0.1, 0.3, 0.4, 1.0};
+    for (const equation_shape& shape : every_shape()) {
+        SCOPED_TRACE(testing::PrintToString(shape));
+        const polynomial_equation equation{random, shape};
+        output<quenta_solution> solved;
+        expect_out_of_memory(solved,
+                             [&] { return quenta_equation_solve(equation.get(), 1.0, 4, nullptr, 0, &solved.made); });
+        expect_out_of_memory(
+            solved, [&] { return quenta_equation_solve_on_mesh(equation.get(), mesh, 4, nullptr, 2, &solved.made); });
+        expect_out_of_memory(solved, [&] {
+            return quenta_equation_solve_to_tolerance(equation.get(), 1.0, 1e-2, 1e-2, 64, nullptr, 2, &solved.made);
+        });
+    }
+}
+
+TEST(failing_allocation, in_an_iterated_solution_writes_nothing) {
+    random_data random{2028};
+    int compared = 0;
+    for (const equation_shape& shape : every_shape()) {
+        if (shape.kind != '2')
+            continue;
+        SCOPED_TRACE(testing::PrintToString(shape));
+        const polynomial_equation equation{random, shape};
+        int status = -1;
+        const owned_solution solution = equation.solve(1.0, 4, {}, status);
+        ASSERT_EQ(status, QUENTA_EQUATION_SOLVED);
+        const double t[] = {0.0, 0.3, 1.0};
+        fenced_array y{std::size_t(3 * shape.D)};
+        const fenced_array unwritten = y;
+        expect_out_of_memory([&] { return quenta_solution_iterate(solution.get(), equation.get(), 3, t, y.data()); },
+                             [&] { return y.untouched(); }, [&] { y = unwritten; });
+        ++compared;
+    }
+    EXPECT_EQ(compared, 8);
+}
+
+// The steps need no memory: everything is allocated before the first call of a function.
+TEST(memory, is_allocated_before_the_first_step) {
+    random_data random{2029};
+    for (const equation_shape& shape : every_shape())
+        for (const int steps : {1, 7, 100}) {
+            SCOPED_TRACE(testing::PrintToString(shape) + ", steps: " + std::to_string(steps));
+            const polynomial_equation equation{random, shape};
+            int status = -1, calls = 0;
+            long at_first_call = -1, at_last_call = -1;
+            at_each_call = [&] {
+                at_last_call = allocations;
+                if (calls++ == 0)
+                    at_first_call = allocations;
+                return 0;
+            };
+            quenta_solution* solution = nullptr;
+            status = status_with_failure(
+                -1, [&] { return quenta_equation_solve(equation.get(), 1.0, steps, nullptr, 0, &solution); });
+            at_each_call = nullptr;
+            EXPECT_EQ(status, QUENTA_EQUATION_SOLVED);
+            EXPECT_GT(calls, 0);
+            EXPECT_EQ(at_first_call, at_last_call);
+            EXPECT_EQ(allocations, at_last_call + 1) << "expected one allocation, of the solution, after the last step";
+            quenta_solution_destroy(solution);
+        }
+}
+
+TEST(memory, does_not_leak_in_a_solve_that_ends_early) {
+    random_data random{2030};
+    for (const equation_shape& shape : every_shape()) {
+        SCOPED_TRACE(testing::PrintToString(shape));
+        const polynomial_equation equation{random, shape};
+        for (int last = 1; last < 40; last += 3) {
+            int calls = 0, status = -1;
+            at_each_call = [&] {
+                return ++calls == last ? -7 : 0;
+            };
+            const long before = live_blocks;
+            {
+                const owned_solution partial = equation.solve(1.0, 9, {}, status);
+                ASSERT_NE(partial, nullptr);
+                EXPECT_EQ(status == QUENTA_EQUATION_STOPPED, calls >= last);
+                EXPECT_LE(quenta_solution_steps(partial.get()), 9);
+            }
+            EXPECT_EQ(live_blocks, before);
+            at_each_call = nullptr;
+        }
+    }
+}
+
+} // namespace
+
+} // namespace quenta_tests

@@ -1,0 +1,2 @@
+// The C host, compiled as C++.
+#include "equation_c_host.c"
