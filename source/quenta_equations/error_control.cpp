@@ -20,20 +20,26 @@ constexpr double largest_number = std::numeric_limits<double>::max(); // where n
 // max_steps allows no more.
 constexpr int least_nodes = 300;
 
-// Below this order, differences that decrease are no evidence of convergence.
-constexpr double least_order = 0.4;
+// The decrease is the ratio of two successive differences, 2^p for the observed order p. All decisions are made with
+// it: logarithms and powers would depend on the mathematical library.
+//
+// Differences that decrease by less than this are no evidence of convergence: order 0.4.
+constexpr double least_decrease = 1.32;
 // Differences that decrease by nearly the order of the scheme are extrapolated. Others may decrease by chance: how well
-// a kink is approximated depends on where it lies in its step.
-constexpr double regular_within = 1.5;
-// An order above this one is not extrapolated: a feature that is just resolved hides lower orders.
-constexpr double most_order = 4.0;
+// a kink is approximated depends on where it lies in its step. Within order 1.5.
+constexpr double regular_within = 2.83;
+// Order 4 and above is extrapolated as order 4: a feature that is just resolved hides lower orders.
+constexpr double most_decrease = 16.0;
 constexpr double safety = 1.25;
+// The decrease rises if the order does by 0.5.
+constexpr double rise = 1.41;
 
 // Parts of |y|. Differences below the first are rounding; below the second they can be, if they do not decrease.
 constexpr double rounding = 64.0 * eps, noise = 1e-9;
 
 // A solve is not given up with fewer steps: if the order says how many steps it needs; if the differences do not
 // decrease, or the solve fails at the same time, for which a feature that is not yet resolved can be the reason.
+constexpr double most_excess = 2.0; // of the predicted number of steps over max_steps
 constexpr std::int64_t least_steps_to_predict = 512, least_steps_to_stagnate = 2048, least_steps_to_fail = 1024;
 
 // Where two solutions are compared in each step of the finer one, besides the nodes: at the ends too, since the
@@ -114,8 +120,8 @@ distances jumps(const quenta_equation& equation, const quenta_solution& solution
 class doubling {
 public:
     doubling(const quenta_equation& of, double end, const tolerance& to, const collocation_nodes& with)
-        : equation{of}, t_end{end}, wanted{to}, nodes{with}, highest_order{double(with.P) +
-                                                                           (of.solves_for_derivative() ? 1.0 : 0.0)} {}
+        : equation{of}, t_end{end}, wanted{to}, nodes{with},
+          decrease_of_scheme{double(1 << (with.P + (of.solves_for_derivative() ? 1 : 0)))} {}
 
     march_result run() {
         bool go_on = true;
@@ -145,7 +151,7 @@ private:
             !last.mesh.empty() && std::fabs(now.mesh[now.steps] - last.mesh[last.steps]) <= 2.0 * t_end / double(steps);
         failures = same_end ? failures + 1 : 0;
         best = fine;
-        smallest_estimate = last_difference = last_order = unknown;
+        smallest_estimate = last_difference = last_decrease = unknown;
         if (fine.status == equation_status::stopped)
             return false;
         const bool costs_nothing = now.steps == 0;
@@ -162,10 +168,10 @@ private:
         const distances now = differences(coarse.solution, fine.solution, wanted);
         const distances jump = jumps(equation, fine.solution, wanted);
         const bool is_rounding = now.relative <= rounding;
-        const double order = is_rounding ? highest_order : std::log2(last_difference / now.in_tolerances);
-        const double slower = std::min(order, last_order);
+        const double decrease = is_rounding ? decrease_of_scheme : last_difference / now.in_tolerances;
+        const double slower = std::min(decrease, last_decrease);
         const bool is_first = last_difference == unknown,
-                   converges = !is_first && (is_rounding || slower >= least_order);
+                   converges = !is_first && (is_rounding || slower >= least_decrease);
         const double factor = extrapolation(is_first ? 0.0 : slower);
         const double estimate = std::max(factor * now.in_tolerances, jump.in_tolerances);
         for (int a = 0; a < equation.D; ++a)
@@ -178,44 +184,49 @@ private:
             is_reached = reached;
             smallest_estimate = estimate;
         }
-        const bool go_on = !reached && !is_hopeless(steps, estimate, order, now.relative);
-        last_order = is_first ? unknown : order;
+        const bool go_on = !reached && !is_hopeless(steps, estimate, decrease, now.relative);
+        last_decrease = is_first ? unknown : decrease;
         last_difference = now.in_tolerances;
         return go_on;
     }
 
-    double extrapolation(double order) const {
+    // 1 / (2^p - 1), which makes the difference of two solutions the error of the finer one.
+    double extrapolation(double decrease) const {
         const double factor =
-            1.0 / (std::exp2(std::clamp(order, least_order, std::min(highest_order, most_order))) - 1.0);
-        return safety * (order >= highest_order - regular_within ? factor : std::max(1.0, factor));
+            1.0 / (std::clamp(decrease, least_decrease, std::min(decrease_of_scheme, most_decrease)) - 1.0);
+        return safety * (decrease >= decrease_of_scheme / regular_within ? factor : std::max(1.0, factor));
     }
 
     // Whether more steps will not do.
-    bool is_hopeless(std::int64_t steps, double estimate, double order, double relative) const {
-        if (!(estimate > 1.0) || last_order == unknown)
+    bool is_hopeless(std::int64_t steps, double estimate, double decrease, double relative) const {
+        if (!(estimate > 1.0) || last_decrease == unknown)
             return false;
-        const bool stagnates = !(std::max(order, last_order) >= least_order);
+        const bool stagnates = !(std::max(decrease, last_decrease) >= least_decrease);
         if (relative <= rounding || (stagnates && relative <= noise))
             return true;
         if (stagnates)
             return steps >= least_steps_to_stagnate;
-        const bool rises = order > last_order + 0.5;
-        const double mean = std::max(order, (order + last_order) / 2.0);
-        const double doublings = std::log2(estimate) / mean;
-        return steps >= least_steps_to_predict && !rises &&
-               double(steps) * std::exp2(doublings) > 2.0 * double(wanted.max_steps);
+        if (steps < least_steps_to_predict || decrease > rise * last_decrease)
+            return false;
+        const double expected = std::max(decrease, std::sqrt(decrease * last_decrease));
+        double needed = double(steps);
+        while (estimate > 1.0 && needed <= most_excess * double(wanted.max_steps)) {
+            estimate /= expected;
+            needed *= 2.0;
+        }
+        return estimate > 1.0;
     }
 
     const quenta_equation& equation;
     const double t_end;
     const tolerance& wanted;
     const collocation_nodes& nodes;
-    const double highest_order;
+    const double decrease_of_scheme;
 
     march_result coarse{}, best{};
     bool is_reached = false;
     double smallest_estimate = unknown;
-    double last_difference = unknown, last_order = unknown;
+    double last_difference = unknown, last_decrease = unknown;
     int failures = 0; // at nearly the same time
 };
 
