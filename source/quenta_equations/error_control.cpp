@@ -22,18 +22,20 @@ constexpr int least_nodes = 300;
 
 // Below this order, differences that decrease are no evidence of convergence.
 constexpr double least_order = 0.4;
-// Differences that decrease by nearly the order of the scheme are extrapolated. Others may decrease by chance: how well
-// a kink is approximated depends on where it lies in its step.
+// Only an order that is at most this much below that of the scheme makes an estimate smaller than the difference. Other
+// differences may decrease by chance: how well a kink is approximated depends on where it lies in its step.
 constexpr double regular_within = 1.5;
 // An order above this one is not extrapolated: a feature that is just resolved hides lower orders.
 constexpr double most_order = 4.0;
 constexpr double safety = 1.25;
 
-// Parts of |y|. Differences below the first are rounding; below the second they can be, if they do not decrease.
+// Parts of the largest |y|. Differences below the first are rounding errors. Those below the second may be rounding
+// errors if they do not decrease.
 constexpr double rounding = 64.0 * eps, noise = 1e-9;
 
-// A solve is not given up with fewer steps: if the order says how many steps it needs; if the differences do not
-// decrease, or the solve fails at the same time, for which a feature that is not yet resolved can be the reason.
+// The least steps with which a solve is given up: because by its order it needs too many steps, because the differences
+// do not decrease, because it fails at the same time again. With fewer steps, a feature that is not yet resolved may be
+// the reason.
 constexpr std::int64_t least_steps_to_predict = 512, least_steps_to_stagnate = 2048, least_steps_to_fail = 1024;
 
 // Where two solutions are compared in each step of the finer one, besides the nodes: at the ends too, since the
@@ -111,6 +113,8 @@ distances jumps(const quenta_equation& equation, const quenta_solution& solution
     return result;
 }
 
+// The solves on 8, 16, 32, .. steps, and what is known from those before: the last two solutions, their difference, and
+// the observed order.
 class doubling {
 public:
     doubling(const quenta_equation& of, double end, const tolerance& to, const collocation_nodes& with)
@@ -137,7 +141,7 @@ public:
     }
 
 private:
-    // A solve that failed: steps that are too long can fail, also where there is a solution.
+    // Whether more steps may succeed where this solve failed, because its steps were too long. Keeps what it solved.
     bool may_succeed(const march_result& fine) {
         const quenta_solution &now = fine.solution, &last = coarse.solution;
         const std::int64_t steps = std::int64_t(now.mesh.size()) - 1;
@@ -152,7 +156,7 @@ private:
         return costs_nothing || failures < 3 || steps < least_steps_to_fail;
     }
 
-    // Estimates the error of a complete solution, and keeps it if it is the best. False: the end.
+    // Estimates the error of a complete solution, and keeps it if it is the best. False: no more steps are tried.
     bool judge(march_result& fine) {
         const std::int64_t steps = fine.solution.steps;
         if (coarse.solution.mesh.empty() || coarse.status != equation_status::solved) {
@@ -184,13 +188,14 @@ private:
         return go_on;
     }
 
+    // The factor by which a difference estimates the error, if the differences decrease with this order.
     double extrapolation(double order) const {
         const double factor =
             1.0 / (std::exp2(std::clamp(order, least_order, std::min(highest_order, most_order))) - 1.0);
         return safety * (order >= highest_order - regular_within ? factor : std::max(1.0, factor));
     }
 
-    // Whether more steps will not do.
+    // Whether no number of steps up to max_steps is expected to reach the tolerance.
     bool is_hopeless(std::int64_t steps, double estimate, double order, double relative) const {
         if (!(estimate > 1.0) || last_order == unknown)
             return false;

@@ -4,8 +4,8 @@
 
 namespace quenta {
 
-// Without vectors of 512 bits: on some processors these lower the clock, which slows the functions of the caller
-// between the sums by more than the sums gain.
+// Without vectors of 512 bits: on some processors they lower the clock. This slows the functions of the caller, which
+// take most of the time, by more than the sums gain.
 const kernel_sums& kernel_sums_between_calls() {
     processor_features features = detected_processor_features();
     features.avx512 = false;

@@ -98,14 +98,14 @@ public:
     solution partial;
 };
 
-// How to solve: how many steps, or to which tolerance; P nodes of a family, or any nodes.
+// How to solve: on how many equal steps, on which mesh, or to which tolerance; with P nodes of a family, or any nodes.
 struct solve_options {
     int steps = 0;
     std::vector<double> mesh;
     double rtol = 0.0, atol = 0.0;
     int max_steps = 0;
     std::vector<double> own_nodes;
-    int family = QUENTA_RADAU, P = 0; // 0: the library chooses among the nodes of Radau IIA
+    int family = QUENTA_RADAU, P = 0; // 0: 3 nodes of Radau IIA, or 5 with a tolerance
 
     solve_options nodes(int of_family, int count) const {
         solve_options changed = *this;
@@ -131,7 +131,7 @@ inline solve_options on_mesh(std::vector<double> mesh) {
     options.mesh = std::move(mesh);
     return options;
 }
-// An atol of 0 means rtol times the largest |y|.
+// With an atol of 0, the error is at most rtol times the largest |y| of the component.
 inline solve_options to_tolerance(double rtol, double atol = 0.0, int max_steps = 0) {
     solve_options options;
     options.rtol = rtol;
