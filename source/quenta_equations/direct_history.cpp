@@ -8,7 +8,7 @@ namespace {
 
 // A batch amortizes the call of a function of the caller, also of one that is interpreted, and fits the caches.
 constexpr std::int64_t most_batch_points = 2048, most_batch_values = 32768;
-// Kernel values that a group keeps. At least one step is a group.
+// Kernel values that a group keeps. A group has at least one step.
 constexpr std::int64_t most_group_values = 32768, most_group_points = 1536;
 
 std::int64_t largest_block(const quenta_equation& equation) {
@@ -18,7 +18,7 @@ std::int64_t largest_block(const quenta_equation& equation) {
     return largest;
 }
 
-// Inside a group of n steps there are n * (n + 1) / 2 pairs of steps, the present ones included.
+// Inside a group of n steps there are n * (n + 1) / 2 pairs of a step and itself or a step before it.
 std::int64_t steps_of_group(std::int64_t P, std::int64_t block) {
     std::int64_t n = 1;
     while ((n + 1) * (n + 2) / 2 * P * P <= std::min(most_group_points, most_group_values / block))
@@ -44,7 +44,8 @@ direct_history::direct_history(const quenta_equation& of, const quenta_solution&
     }
 }
 
-// Rows of the group: for every node i of step n the sources inside the group, then the P points of the present step.
+// Where the kernel values of node i of step n begin: those at the sources inside the group, then those at the P points
+// of the current step.
 std::int64_t direct_history::row_start(std::int64_t n, int i) const {
     const std::int64_t before = n - group_first;
     return before * (before + 1) / 2 * P * P + i * (before + 1) * P;
@@ -67,8 +68,9 @@ void direct_history::begin_group(std::int64_t first) {
     }
 }
 
-// The pairs of a target of the group and a source before it are numbered, the sources of one target after those of
-// another. Calls visit(target, first source, count) for the pairs first .. end - 1 of each target.
+// The pairs of a target, which is a node of the group, and a source before the group have numbers: all sources of the
+// first target, then all of the second. Calls visit(target, first source, count) for each target among the pairs
+// first .. end - 1.
 template <class visitor>
 void direct_history::for_each_target(std::int64_t first, std::int64_t end, const visitor& visit) const {
     const std::int64_t sources = group_first * P;
@@ -150,7 +152,7 @@ const double* direct_history::sums_of_step(std::int64_t n) {
     return Q;
 }
 
-const double* direct_history::present_kernel(std::int64_t n, std::size_t r, int i) const {
+const double* direct_history::current_kernel(std::int64_t n, std::size_t r, int i) const {
     return terms[r].group_kernel.data() + (row_start(n, i) + (n - group_first) * P) * D * equation.memory[r].E;
 }
 

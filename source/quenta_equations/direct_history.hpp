@@ -1,11 +1,12 @@
-// The memory of the finished steps, for kernels of any form on any mesh:
+// The integrals over the previous steps, for kernels of any form on any mesh:
 //
 //     Q_ni = sum over steps k < n, nodes j, and terms r of   h_k b_j K_r(t_ni, t_kj) phi_r(t_kj, Y_kj).
 //
 // Each kernel is evaluated once at each of these points. The kernels do not depend on the solution, so they are
-// evaluated in batches: for a group of steps first with all sources before the group, then with those inside the group,
-// which are needed one step after another. Only the values of one batch and of one group are kept. All memory is
-// allocated by the constructor.
+// evaluated in batches, for a group of steps at once: first at the sources before the group, whose values are added at
+// once, then at the points inside the group, where the sources become known one step after another. Those include the
+// points of the integral over the current step (step_equations.hpp). Only the values of one batch and of one group are
+// kept. All memory is allocated by the constructor.
 #pragma once
 
 #include "quenta_equations/equation.hpp"
@@ -25,8 +26,8 @@ public:
     // Q of step n, P*D doubles at i*D + a, when all steps before it have been added.
     const double* sums_of_step(std::int64_t n);
 
-    // K_r(t_ni, t_n + c_i c_q h_n) after sums_of_step(n): D*E doubles at (i*P + q)*D*E.
-    const double* present_kernel(std::int64_t n, std::size_t r, int i) const;
+    // K_r(t_ni, t_n + c_i c_q h_n) for all q, after sums_of_step(n): D*E doubles at q*D*E.
+    const double* current_kernel(std::int64_t n, std::size_t r, int i) const;
 
     // Takes phi_r(t_nj, Y_nj) of step n, E doubles for each j.
     void add_step(std::int64_t n, std::size_t r, const double* phi);
@@ -34,7 +35,7 @@ public:
 private:
     struct term_history {
         std::vector<double> weighted;     // h_k b_j phi_r(t_kj, Y_kj), E doubles at (k*P + j)*E
-        std::vector<double> group_kernel; // the kernel values inside the group
+        std::vector<double> group_kernel; // the kernel values inside the group, see row_start
     };
 
     void begin_group(std::int64_t first);
@@ -55,7 +56,7 @@ private:
     std::vector<double> sums;         // of the steps of the group
     std::int64_t group_first = 0, group_end = 0;
     std::vector<term_history> terms;
-    const kernel_sums* const kernels = &kernel_sums_between_calls();
+    const kernel_sums* const kernels = &kernel_sums_without_avx512();
 };
 
 } // namespace quenta

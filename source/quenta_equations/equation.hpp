@@ -18,7 +18,7 @@ struct callback {
 
     explicit operator bool() const { return function != nullptr; }
 
-    // The values at `count` points, which are not examined. The caller ensures that `count` fits an int.
+    // The values at `count` points, which are not checked. `count` must fit an int.
     void operator()(std::int64_t count, const double* t, const double* x, double* values) const {
         if (function(context, static_cast<int>(count), t, x, values) != 0)
             throw solve_ended{equation_status::stopped};
@@ -47,6 +47,6 @@ struct quenta_equation {
     quenta_progress progress = nullptr;
     void* progress_context = nullptr;
 
-    // The unknowns of a step are y' at the nodes; otherwise y.
+    // Whether the unknowns of a step are the values of y' at the nodes, and not those of y.
     bool solves_for_derivative() const { return kind == quenta::equation_kind::integro_differential; }
 };

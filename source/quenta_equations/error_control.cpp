@@ -25,8 +25,9 @@ constexpr int least_nodes = 300;
 //
 // Differences that decrease by less than this are no evidence of convergence: order 0.4.
 constexpr double least_decrease = 1.32;
-// Differences that decrease by nearly the order of the scheme are extrapolated. Others may decrease by chance: how well
-// a kink is approximated depends on where it lies in its step. Within order 1.5.
+// Only a decrease that is at most this much below that of the scheme (order 1.5) makes an estimate smaller than the
+// difference. Other differences may decrease by chance: how well a kink is approximated depends on where it lies in its
+// step.
 constexpr double regular_within = 2.83;
 // Order 4 and above is extrapolated as order 4: a feature that is just resolved hides lower orders.
 constexpr double most_decrease = 16.0;
@@ -34,13 +35,16 @@ constexpr double safety = 1.25;
 // The decrease rises if the order does by 0.5.
 constexpr double rise = 1.41;
 
-// Parts of |y|. Differences below the first are rounding; below the second they can be, if they do not decrease.
+// Parts of the largest |y|. Differences below the first are rounding errors. Those below the second may be rounding
+// errors if they do not decrease.
 constexpr double rounding = 64.0 * eps, noise = 1e-9;
 
-// A solve is not given up with fewer steps: if the order says how many steps it needs; if the differences do not
-// decrease, or the solve fails at the same time, for which a feature that is not yet resolved can be the reason.
+// The least steps with which a solve is given up: because by its order it needs too many steps, because the differences
+// do not decrease, because it fails at the same time again. With fewer steps, a feature that is not yet resolved may be
+// the reason.
 constexpr double most_excess = 2.0; // of the predicted number of steps over max_steps
-constexpr std::int64_t least_steps_to_predict = 512, least_steps_to_stagnate = 2048, least_steps_to_fail = 1024;
+constexpr std::int64_t least_steps_to_predict = 512, least_steps_to_stagnate = 2048, least_steps_to_fail = 1024,
+                       least_steps_to_fail_at_once = 100'000;
 
 // Where two solutions are compared in each step of the finer one, besides the nodes: at the ends too, since the
 // polynomials of a scheme without a node there may be worst at them.
@@ -117,6 +121,8 @@ distances jumps(const quenta_equation& equation, const quenta_solution& solution
     return result;
 }
 
+// The solves on 8, 16, 32, .. steps, and what is known from those before: the last two solutions, their difference, and
+// the observed order.
 class doubling {
 public:
     doubling(const quenta_equation& of, double end, const tolerance& to, const collocation_nodes& with)
@@ -143,7 +149,7 @@ public:
     }
 
 private:
-    // A solve that failed: steps that are too long can fail, also where there is a solution.
+    // Whether more steps may succeed where this solve failed, because its steps were too long. Keeps what it solved.
     bool may_succeed(const march_result& fine) {
         const quenta_solution &now = fine.solution, &last = coarse.solution;
         const std::int64_t steps = std::int64_t(now.mesh.size()) - 1;
@@ -154,11 +160,11 @@ private:
         smallest_estimate = last_difference = last_decrease = unknown;
         if (fine.status == equation_status::stopped)
             return false;
-        const bool costs_nothing = now.steps == 0;
-        return costs_nothing || failures < 3 || steps < least_steps_to_fail;
+        // A solve that fails in its first step costs little.
+        return failures < 3 || steps < (now.steps == 0 ? least_steps_to_fail_at_once : least_steps_to_fail);
     }
 
-    // Estimates the error of a complete solution, and keeps it if it is the best. False: the end.
+    // Estimates the error of a complete solution, and keeps it if it is the best. False: no more steps are tried.
     bool judge(march_result& fine) {
         const std::int64_t steps = fine.solution.steps;
         if (coarse.solution.mesh.empty() || coarse.status != equation_status::solved) {
@@ -190,14 +196,14 @@ private:
         return go_on;
     }
 
-    // 1 / (2^p - 1), which makes the difference of two solutions the error of the finer one.
+    // The factor by which a difference estimates the error, 1 / (2^p - 1) or more.
     double extrapolation(double decrease) const {
         const double factor =
             1.0 / (std::clamp(decrease, least_decrease, std::min(decrease_of_scheme, most_decrease)) - 1.0);
         return safety * (decrease >= decrease_of_scheme / regular_within ? factor : std::max(1.0, factor));
     }
 
-    // Whether more steps will not do.
+    // Whether no number of steps up to max_steps is expected to reach the tolerance.
     bool is_hopeless(std::int64_t steps, double estimate, double decrease, double relative) const {
         if (!(estimate > 1.0) || last_decrease == unknown)
             return false;

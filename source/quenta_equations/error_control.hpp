@@ -1,10 +1,13 @@
 // Solves an equation to a tolerance, by doubling the number of equal steps.
 //
 // Two things show the error of the solution with 2 N steps. The first is its difference d from the one with N steps:
-// the order p, at which these differences decrease when N is doubled, gives the estimate d / (2^p - 1). Where the
-// differences do not decrease as those of a convergent scheme, the estimate does not count as reached. The second are
-// the jumps of the polynomials at the mesh points. They are as large as the error between the nodes, and larger if the
-// solution has a jump or a kink between the last node of a step and the first of the next, which no difference shows.
+// with the order p at which these differences decrease when N is doubled, the estimate is 1.25 d / (2^p - 1). Unless
+// the differences decrease as those of a convergent scheme, the solution is not accepted. The second are the jumps of
+// the polynomials at the mesh points. They are as large as the error between the nodes, and larger if the solution has
+// a jump or a kink between the last node of a step and the first of the next, which no difference shows. The larger of
+// the two is the estimate.
+//
+// A solution with few nodes is not accepted, because all of them may miss a narrow feature of the equation.
 #pragma once
 
 #include "quenta_equations/march.hpp"
@@ -18,6 +21,7 @@ struct tolerance {
     int max_steps;
 };
 
+// The mesh of so many equal steps.
 std::vector<double> equal_steps(double t_end, int steps);
 
 // The status is `tolerance_missed` if no solution meets the tolerance; the result is then the one with the most

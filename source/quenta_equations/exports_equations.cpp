@@ -23,7 +23,7 @@ using namespace quenta;
 namespace {
 
 constexpr int max_dimension = 1000, default_max_steps = 16384;
-constexpr int min_max_steps = 64; // fewer steps give no order, and so no estimate
+constexpr int min_max_steps = 64; // with fewer there are not two observed orders, and so no reliable estimate
 constexpr int max_steps_of_any_solve = 100'000'000;
 
 // The number of nodes if the caller leaves the choice to the library. To a tolerance, the higher order needs fewer
@@ -84,7 +84,8 @@ int add_term(quenta_equation* equation, int E, double singularity, quenta_functi
     });
 }
 
-// A first-kind equation: the errors of the steps are multiplied by this product from step to step.
+// Whether a scheme for first-kind equations converges: each step multiplies an error at its start by this product, up
+// to the sign.
 bool first_kind_converges(const double* nodes, int P) {
     double product = 1.0;
     for (int i = 0; i < P; ++i)
@@ -92,7 +93,7 @@ bool first_kind_converges(const double* nodes, int P) {
     return std::fabs(product) <= 1.0 + 1e-12; // it is 1 for Gauss
 }
 
-// `chosen` is the number of nodes if the caller gives neither nodes nor their number.
+// The nodes of the caller or, if there are none, P nodes of Radau IIA. `chosen` takes the place of P = 0.
 collocation_nodes checked_nodes(const quenta_equation& equation, const double* nodes, int P, int chosen = usual_nodes) {
     per_node<double> radau{};
     if (nodes == nullptr && P == 0)
@@ -143,7 +144,7 @@ void check_times(const quenta_solution* solution, int count, const double* t, co
         check(t[p] >= 0.0 && t[p] <= solution->mesh[solution->steps], equation_status::bad_time);
 }
 
-// The solution is given to the caller also if it is not complete, and then tells which steps are solved.
+// The caller gets the solution also if it is not complete. Its number of steps is then that of the solved ones.
 void hand_over(march_result&& result, quenta_solution** solution) {
     *solution = std::make_unique<quenta_solution>(std::move(result.solution)).release();
     check(result.status == equation_status::solved, result.status);
@@ -175,7 +176,7 @@ const char* quenta_equations_error_text(int status) {
     case QUENTA_EQUATION_SINGULAR_STEP:
         return "the linear system of a step is singular to rounding";
     case QUENTA_EQUATION_TOLERANCE_MISSED:
-        return "the tolerance was not reached with the allowed number of steps";
+        return "the tolerance was not reached: it needs more steps than allowed, or is below the rounding errors";
     case QUENTA_EQUATION_OUT_OF_MEMORY:
         return "memory ran out";
     case QUENTA_EQUATION_NULL_POINTER:
@@ -185,7 +186,8 @@ const char* quenta_equations_error_text(int status) {
     case QUENTA_EQUATION_BAD_STEPS:
         return "expected at least 1 step, at most 100000000, and max_steps 0 or at least 64";
     case QUENTA_EQUATION_BAD_MESH:
-        return "expected a mesh that starts at 0, increases by at least 2.3e-308 from point to point, and is finite";
+        return "expected a mesh that starts at 0, increases by at least 2.3e-308 from point to point, is finite, and "
+               "ends at t_end if there is one";
     case QUENTA_EQUATION_BAD_END:
         return "expected a finite t_end above 0, such that no step is shorter than 2.3e-308";
     case QUENTA_EQUATION_BAD_NODES:
@@ -202,7 +204,7 @@ const char* quenta_equations_error_text(int status) {
     case QUENTA_EQUATION_COLUMNS_NEED_PHI:
         return "expected E = D for a memory term without phi";
     case QUENTA_EQUATION_WRONG_KIND:
-        return "expected an equation of another kind";
+        return "expected an equation of the kind that the function is for, with the dimension of the solution";
     case QUENTA_EQUATION_BAD_TIME:
         return "expected times from 0 to the last mesh point of the solution";
     case QUENTA_EQUATION_BAD_START:

@@ -10,7 +10,7 @@ namespace quenta {
 
 namespace {
 
-constexpr std::int64_t most_points = 1024; // of one call
+constexpr std::int64_t most_points = 1024; // of one call of a function
 
 // Calls visit(first, count) for consecutive parts of 0 .. points - 1.
 template <class visitor>
@@ -19,7 +19,7 @@ void in_parts(std::int64_t points, const visitor& visit) {
         visit(first, std::min(most_points, points - first));
 }
 
-// Adds one term at one time after another.
+// The integral of one memory term over the solution, at any times.
 class term_sums {
 public:
     term_sums(const quenta_solution& of, const quenta_equation& equation, const memory_term& in)
@@ -42,6 +42,7 @@ public:
                     solution.step_length(source / P) * solution.nodes.b[source % P] * phi[source * term.E + c];
     }
 
+    // Adds the integral at `time` to sum[D].
     void add(double time, double* sum) {
         const std::int64_t n = solution.step_at(time);
         in_parts(n * P, [&](std::int64_t first, std::int64_t count) {
@@ -76,7 +77,7 @@ private:
     const int D, P;
     const std::int64_t sources;
     std::vector<double> source_times, phi, weighted, weighted_in_step, t, kernel;
-    const kernel_sums* const kernels = &kernel_sums_between_calls();
+    const kernel_sums* const kernels = &kernel_sums_without_avx512();
 };
 
 } // namespace

@@ -1,4 +1,4 @@
-// The loop that adds the values of a kernel, compiled for each instruction set.
+// The dot product of kernel values and weighted values, compiled for each instruction set.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +16,8 @@ struct kernel_sums {
     double (*scalar_sum)(const double* values, const double* weighted, std::int64_t count);
 };
 
-// The table that the solvers use.
-const kernel_sums& kernel_sums_between_calls();
+// The table that the solvers use, between calls of the functions of the caller.
+const kernel_sums& kernel_sums_without_avx512();
 
 // sum[a] += the sum over `count` points and the E columns of kernel[p](a, c) * weighted[p][c]; kernel blocks have D
 // rows.

@@ -40,9 +40,9 @@ private:
     std::vector<double> times, values;
 };
 
-// Where the iteration of a step starts: the polynomial of the step before, continued. Steps that are much longer than
-// the one before take its value at the end instead, and so does a second attempt.
-constexpr double longest_continuation = 3.0; // in lengths of the step before
+// Where the iteration of a step starts: the polynomial of the previous step, continued. Steps that are much longer than
+// the previous one take its value at the end instead, and so does the second attempt of a first-kind equation.
+constexpr double longest_continuation = 3.0; // in lengths of the previous step
 
 void continue_polynomial(const quenta_solution& solution, std::int64_t n, bool as_constant, double* X) {
     const collocation_nodes& nodes = solution.nodes;

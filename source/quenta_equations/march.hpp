@@ -1,4 +1,4 @@
-// Solves an equation step by step on the mesh of a solution.
+// The time stepping: solves an equation step by step on a mesh.
 #pragma once
 
 #include "quenta_equations/equation.hpp"

@@ -6,8 +6,8 @@ namespace quenta {
 
 namespace {
 
-// The zeros of the shifted Legendre polynomial of degree P (Gauss), of its difference with that of degree P - 1 (Radau
-// IIA), and the ends with the extrema of that of degree P - 1 (Lobatto).
+// With p_k for the Legendre polynomial of degree k, shifted to 0 .. 1: the zeros of p_P - p_(P-1) (Radau IIA), the
+// zeros of p_P (Gauss), and 0, 1 and the extrema of p_(P-1) between them (Lobatto).
 constexpr per_node<per_node<double>> radau_nodes{{
     {1.0},
     {0.33333333333333333333, 1.0},

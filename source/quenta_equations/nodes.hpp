@@ -13,7 +13,7 @@ using per_node = std::array<element, max_nodes>; // the first P elements are use
 
 enum class node_family { radau, gauss, lobatto };
 
-// Whether the family has P nodes; writes them.
+// Writes the P nodes of a family. False: it has no P nodes.
 bool family_nodes(node_family family, int P, double* nodes);
 
 struct collocation_nodes {
@@ -29,7 +29,7 @@ struct collocation_nodes {
     per_node<double> derivatives(double x) const; // L_j'(x)
 };
 
-// Increasing nodes in 0 .. 1, 1 <= P <= max_nodes.
+// The nodes c[P], which must increase from at least 0 to at most 1, with their tables.
 collocation_nodes nodes_with_tables(const double* c, int P);
 
 } // namespace quenta

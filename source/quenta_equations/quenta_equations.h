@@ -105,9 +105,10 @@ QUENTA_EQUATIONS_API const char* quenta_equations_error_text(int status);
  *   dphi/dy(s, y)     s[count]      y[count*D]        [count*E*D]   d phi_e / d y_b at (p*E + e)*D + b
  *
  * The points of a call may be in any order. The function must give the same values for the same point whenever it is
- * called. It may call the library, but must not change the equation. A value other than 0 ends the solve with
- * QUENTA_EQUATION_STOPPED. This is how a caller handles errors of its own. In C++ it may also throw: the exception
- * leaves the call of the library, which has released its memory and written nothing. Only std::bad_alloc is returned as
+ * called. f, phi and their derivatives are also called with values y that are not those of the solution. A function may
+ * call the library, but must not change the equation. A value other than 0 ends the solve with QUENTA_EQUATION_STOPPED.
+ * This is how a caller handles errors of its own. A function in C++ may also throw: the exception leaves the call of
+ * the library, which has released its memory and written nothing. Only std::bad_alloc is returned as
  * QUENTA_EQUATION_OUT_OF_MEMORY. A function must not leave by longjmp. */
 typedef int (*quenta_function)(void* context, int count, const double* t, const double* x, double* values);
 
@@ -158,7 +159,7 @@ QUENTA_EQUATIONS_API int quenta_equation_set_jacobian(quenta_equation* equation,
                                                       void* context);
 
 /* Sets where the first step of a nonlinear first-kind equation starts its iteration, y[D]; 0 unless set. The other
- * kinds start from g(0) or y0, and ignore it.
+ * kinds start from g or y0, and ignore it.
  * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER or BAD_START (y is not finite). */
 QUENTA_EQUATIONS_API int quenta_equation_set_first_guess(quenta_equation* equation, const double* y);
 
@@ -175,7 +176,7 @@ QUENTA_EQUATIONS_API int quenta_equation_max_nodes(void);
 
 /* Families of nodes in [0, 1]. Orders of the error at the end of the steps, for smooth second-kind and
  * integro-differential equations: Radau IIA 2 P - 1, Lobatto 2 P - 2, Gauss 2 P (second kind: of the iterated values).
- * Between the nodes the order is P. */
+ * Between the nodes the order is P or, for an integro-differential equation, P + 1, but not above that at the end. */
 enum { QUENTA_RADAU = 0, QUENTA_GAUSS = 1, QUENTA_LOBATTO = 2 };
 
 /* Writes the P nodes of a family: P from 1 to 5, for Lobatto from 2.
@@ -199,21 +200,22 @@ QUENTA_EQUATIONS_API int quenta_equation_solve(const quenta_equation* equation, 
 QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double* mesh, int steps,
                                                        const double* nodes, int P, quenta_solution** solution);
 
-/* Solves an equation to a tolerance on equal steps. The number of steps is doubled until, at every time and in every
+/* Solves an equation to a tolerance on equal steps. It takes 8, 16, 32, .. steps until, at every time and in every
  * component, the estimated error of the returned polynomials is at most atol + rtol * |y(t)| or, with atol = 0, at most
- * rtol times the largest |y| of the component. The estimate is the difference of two solutions, extrapolated by the
- * observed order, or the jumps of the polynomials at the mesh points if they are larger. A difference that does not
- * shrink as it should is not accepted. A solution with fewer than 300 nodes is not accepted either, so that features of
- * g and K as narrow as t_end / 200 are seen.
+ * rtol times the largest |y| of the component. The estimate is the difference of two successive solutions, extrapolated
+ * by the observed order, or the jumps of the polynomials at the mesh points if they are larger. A solution is accepted
+ * only if the differences decrease with an order of at least 0.4 or are rounding errors, and if it has at least 300
+ * nodes, so that features of g and K as narrow as t_end / 200 are seen. With fewer nodes it is accepted only if
+ * max_steps allows no more.
  *
- * A solve that cannot reach the tolerance ends early: when the observed order needs more than max_steps, when the
- * differences no longer decrease, and when solves fail at the same time again and again.
+ * A solve that cannot reach the tolerance ends early: if by the observed order it needs far more than max_steps, if the
+ * differences no longer decrease, or if the solves fail at the same time again and again.
  *
  * In   t_end      above 0, finite
  *      rtol       at least 0, finite
  *      atol       at least 0, finite; not both 0
  *      max_steps  the most steps to be tried, from 64 to 100000000; 0 means 16384
- *      nodes[P]   as above, except that null with P = 0 means 5 nodes
+ *      nodes[P]   as above, except that null with P = 0 means the 5 nodes of Radau IIA
  * Out  solution   as above
  * Returns as above, or TOLERANCE_MISSED: the solution is the one with the most steps, or an earlier one if rounding has
  *      made that worse. A function of the caller that stops the solve, or a solve that fails, leaves the steps of the
@@ -234,13 +236,13 @@ QUENTA_EQUATIONS_API void quenta_solution_destroy(quenta_solution* solution);
 QUENTA_EQUATIONS_API int quenta_solution_steps(const quenta_solution* solution);
 QUENTA_EQUATIONS_API int quenta_solution_dimension(const quenta_solution* solution);
 
-/* The mesh points [steps+1], and y there [(steps+1)*D]: at the end of each step and, at 0, y0, g(0), or the value of
- * the first polynomial (first kind). They belong to the solution. */
+/* The mesh points [steps+1], and y there [(steps+1)*D]: at the end of each step and, at 0, y0 or g(0). For the first
+ * kind, and if g(0) is not finite, the value at 0 is that of the first polynomial. They belong to the solution. */
 QUENTA_EQUATIONS_API const double* quenta_solution_mesh(const quenta_solution* solution);
 QUENTA_EQUATIONS_API const double* quenta_solution_values(const quenta_solution* solution);
 
-/* The estimate of the largest error of each component, [D], if the solve was to a tolerance; otherwise null. The
- * estimate is infinite if there was none to be believed. */
+/* The estimate of the largest error of each component, [D], if the solve was to a tolerance; otherwise null. It is
+ * infinite if there is none, because the solve failed or ended before two solutions could be compared. */
 QUENTA_EQUATIONS_API const double* quenta_solution_error(const quenta_solution* solution);
 
 /* Evaluate the polynomials, or their derivatives, at any times in the solution; at a mesh point that of the step

@@ -98,14 +98,16 @@ public:
     solution partial;
 };
 
-// How to solve: how many steps, or to which tolerance; P nodes of a family, or any nodes.
+// How to solve: on how many equal steps, on which mesh, or to which tolerance; with P nodes of a family, or any nodes.
 struct solve_options {
+    enum class way { steps, mesh, tolerance };
+    way how = way::tolerance;
     int steps = 0;
     std::vector<double> mesh;
     double rtol = 0.0, atol = 0.0;
     int max_steps = 0;
     std::vector<double> own_nodes;
-    int family = QUENTA_RADAU, P = 0; // 0: the library chooses among the nodes of Radau IIA
+    int family = QUENTA_RADAU, P = 0; // 0: 3 nodes of Radau IIA, or 5 with a tolerance
 
     solve_options nodes(int of_family, int count) const {
         solve_options changed = *this;
@@ -123,15 +125,17 @@ struct solve_options {
 
 inline solve_options equal_steps(int steps) {
     solve_options options;
+    options.how = solve_options::way::steps;
     options.steps = steps;
     return options;
 }
 inline solve_options on_mesh(std::vector<double> mesh) {
     solve_options options;
+    options.how = solve_options::way::mesh;
     options.mesh = std::move(mesh);
     return options;
 }
-// An atol of 0 means rtol times the largest |y|.
+// With an atol of 0, the error is at most rtol times the largest |y| of the component.
 inline solve_options to_tolerance(double rtol, double atol = 0.0, int max_steps = 0) {
     solve_options options;
     options.rtol = rtol;
@@ -269,7 +273,7 @@ public:
     solution solve(double t_end, const solve_options& options) const {
         std::vector<double> nodes = options.own_nodes;
         if (nodes.empty() && options.P != 0) {
-            nodes.resize(5);
+            nodes.resize(std::size_t(quenta_equation_max_nodes()));
             check(quenta_equation_nodes(options.family, options.P, nodes.data()));
             nodes.resize(std::size_t(options.P));
         }
@@ -277,14 +281,15 @@ public:
         const double* const c = nodes.empty() ? nullptr : nodes.data();
         quenta_solution* solved = nullptr;
         detail::thrown = nullptr;
-        const int status =
-            !options.mesh.empty() ? (options.mesh.back() == t_end
-                                         ? quenta_equation_solve_on_mesh(get(), options.mesh.data(),
-                                                                         int(options.mesh.size()) - 1, c, P, &solved)
-                                         : QUENTA_EQUATION_BAD_MESH)
-            : options.steps != 0  ? quenta_equation_solve(get(), t_end, options.steps, c, P, &solved)
-                                  : quenta_equation_solve_to_tolerance(get(), t_end, options.rtol, options.atol,
-                                                                       options.max_steps, c, P, &solved);
+        int status = QUENTA_EQUATION_BAD_MESH;
+        if (options.how == solve_options::way::steps)
+            status = quenta_equation_solve(get(), t_end, options.steps, c, P, &solved);
+        else if (options.how == solve_options::way::tolerance)
+            status = quenta_equation_solve_to_tolerance(get(), t_end, options.rtol, options.atol, options.max_steps, c,
+                                                        P, &solved);
+        else if (!options.mesh.empty() && options.mesh.back() == t_end)
+            status =
+                quenta_equation_solve_on_mesh(get(), options.mesh.data(), int(options.mesh.size()) - 1, c, P, &solved);
         return finish(status, solved);
     }
 

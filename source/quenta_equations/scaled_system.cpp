@@ -9,7 +9,7 @@ namespace quenta {
 
 namespace {
 
-// A power of two by which x is between 1 and 2, or 1 if x is 0 or not finite.
+// The power of two that brings x to 1 <= x < 2, or 1 if x is 0 or not finite.
 double scale_to_one(double x) {
     return x > 0.0 && std::isfinite(x) ? std::ldexp(1.0, std::clamp(-std::ilogb(x), -1022, 1022)) : 1.0;
 }

@@ -19,9 +19,9 @@ struct quenta_solution {
     std::vector<double> error{};    // the estimate for each component, or empty
 
     double step_length(std::int64_t n) const { return mesh[n + 1] - mesh[n]; }
-    double node_time(std::int64_t n, int i) const;
+    double node_time(std::int64_t n, int i) const; // t_ni
 
-    // The step that contains t, 0 <= t <= mesh[steps]; at a mesh point the one before.
+    // The step that contains t, 0 <= t <= mesh[steps]; at a mesh point above 0 the step that ends there.
     std::int64_t step_at(double t) const;
 
     // The D components of the polynomial of step n, or of its derivative, at t_n + x h_n.

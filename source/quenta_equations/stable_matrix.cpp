@@ -35,8 +35,9 @@ void stable_matrix::square() {
     C.swap(squared);
 }
 
-// An eigenvalue x of J is an eigenvalue (x - 1) / (x + 1) of C = (J - I) (J + I)^-1 = I - 2 (J + I)^-1, and its real
-// part is positive if the latter is smaller than 1. Powers of C decrease if all are.
+// If x is an eigenvalue of J, then (x - 1) / (x + 1) is one of C = (J - I) (J + I)^-1 = I - 2 (J + I)^-1. It is smaller
+// than 1 in magnitude exactly if x has a positive real part. So the powers of C tend to 0 exactly if all x have one: C
+// is squared until its norm is below 1, or is large.
 bool stable_matrix::eigenvalues_are_positive(const std::vector<double>& J) {
     constexpr int most_squares = 50;
     constexpr double large = 1e100;

@@ -1,4 +1,4 @@
-// Whether all eigenvalues of a matrix have a positive real part.
+// Whether all eigenvalues of a matrix have a positive real part: then every solution of x' = -J x decays.
 #pragma once
 
 #include "quenta_equations/scaled_system.hpp"
@@ -15,7 +15,7 @@ public:
     bool eigenvalues_are_positive(const std::vector<double>& J);
 
 private:
-    void square();
+    void square(); // replaces C by C^2
 
     int n;
     scaled_system J_plus_I;

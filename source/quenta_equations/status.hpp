@@ -1,5 +1,5 @@
-// How a solve ends early: an exception that carries the status, thrown where the reason is found and turned into the
-// return value by the export.
+// How a call ends early: an exception that carries the status. It is thrown where the reason is found, and the export
+// returns its status. `march` catches it first, so that the steps before it are kept.
 #pragma once
 
 #include "quenta_equations/quenta_equations.h"

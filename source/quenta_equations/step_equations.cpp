@@ -59,7 +59,7 @@ void step_equations::prepare(std::int64_t n, direct_history& history, const doub
         const memory_term& term = equation.memory[r];
         std::fill(terms[r].A.begin(), terms[r].A.end(), 0.0);
         for (int i = 0; i < P; ++i) {
-            const double* const kernel = history.present_kernel(n, r, i);
+            const double* const kernel = history.current_kernel(n, r, i);
             if (term.is_linear())
                 assemble_linear(kernel, i, y);
             else
@@ -68,7 +68,8 @@ void step_equations::prepare(std::int64_t n, direct_history& history, const doub
     }
 }
 
-// `kernel` holds the values at the points of node i.
+// Subtracts a linear term from the rows of node i of the matrix. `kernel` holds the values at the points of node i. For
+// an integro-differential equation the part of y_n does not depend on X.
 void step_equations::assemble_linear(const double* kernel, int i, const double* y) {
     const bool integrated = equation.solves_for_derivative();
     for (int q = 0; q < P; ++q) {
@@ -89,6 +90,7 @@ void step_equations::assemble_linear(const double* kernel, int i, const double* 
     }
 }
 
+// Computes the rows of node i of A.
 void step_equations::assemble_nonlinear(const memory_term& term, step_term& step, const double* kernel, int i) {
     const int E = term.E;
     for (int q = 0; q < P; ++q) {
@@ -127,7 +129,7 @@ void step_equations::right_side_at(const double* y, double* result) {
     equation.forcing(P, times.data(), Y.data(), result);
 }
 
-// e I minus `part` of the linear terms.
+// I minus `part` of the linear terms. (For the first kind `part` is always 1.)
 double step_equations::linear_entry(int R, int C) const {
     const double entry = matrix[std::int64_t{R} * n_sys + C];
     return part == 1.0 ? entry : part * entry + (R == C ? 1.0 - part : 0.0);
@@ -163,15 +165,15 @@ bool step_equations::evaluate(const double* X) {
     return all_finite(residual);
 }
 
-// The derivatives of a function with `components` components by y, at the nodes: by the caller's function, or by
-// differences with the values `at_Y`.
+// The derivatives by y, at the nodes, of a function with `components` components: from the caller's function or,
+// without one, from differences with the values `at_Y`.
 void step_equations::differentiate(const callback& function, const callback& derivative, int components,
                                    const double* at_Y, double* result) {
     if (derivative) {
         derivative(P, times.data(), Y.data(), result);
         return;
     }
-    // Of a function whose values are right to rounding, this difference halves the number of digits.
+    // With this distance a difference has half the digits of the function, the most that a one-sided one can have.
     const double root_eps = std::sqrt(eps);
     for (int b = 0; b < D; ++b) {
         double size = 0.0;
@@ -195,7 +197,8 @@ void step_equations::differentiate(const callback& function, const callback& der
         }
 }
 
-// The derivatives of the residual, into the system. First by Y, then by X with dY_i / dX_j = h B_j(c_i) or (i == j).
+// Writes the derivatives of the residual into the system. First by Y, then by X with dY_i / dX_j = h B_j(c_i) or
+// (i == j). Also computes the magnitudes and the feedback that belong to them.
 void step_equations::form_jacobian(const double* X) {
     std::fill(by_Y.begin(), by_Y.end(), 0.0);
     if (equation.solves_for_derivative() && equation.forcing) {
@@ -258,8 +261,17 @@ equation_status step_equations::solve_linear(double* X) {
         return equation_status::singular_step;
     std::copy(constant.begin(), constant.end(), X);
     system.solve(X);
-    values_at_nodes(X);
-    return all_finite(Y) ? equation_status::solved : equation_status::not_finite;
+    if (!evaluate(X))
+        return equation_status::not_finite;
+    if (residual_is_rounding())
+        return equation_status::solved;
+    correction = residual; // the elimination of an ill-conditioned matrix may need one more round
+    system.solve(correction.data());
+    for (int R = 0; R < n_sys; ++R)
+        X[R] -= correction[R];
+    if (!evaluate(X))
+        return equation_status::not_finite;
+    return residual_is_rounding() ? equation_status::solved : equation_status::singular_step;
 }
 
 equation_status step_equations::solve(double* X) {

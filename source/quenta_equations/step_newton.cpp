@@ -1,4 +1,4 @@
-// Newton's method for the equations of a step, and the choice among their solutions.
+// Newton's method for the nonlinear equations of a step, and the choice among their solutions.
 #include "quenta_equations/step_equations.hpp"
 
 #include "quenta_solvers/dense_solve.hpp" // eps
@@ -13,11 +13,12 @@ namespace {
 constexpr int most_iterations = 40, most_halvings = 10;
 constexpr double keep_matrix_below = 0.1; // of the residual before the iteration
 
-// A solution is traced unless the feedback is this small, or the solution this near to the guess.
+// The solution is traced unless the feedback is at most this, or the solution differs from the guess by at most this
+// part of its unit.
 constexpr double small_feedback = 0.5, small_change = 0.1;
 
-// A stage of a trace is short enough if every correction is this part of the one before (near a point where two
-// solutions meet it is 1/2), until it is this small.
+// A stage of a trace is short enough if every correction is at most this part of the one before, until a correction is
+// below the accuracy. (Near a point where two solutions meet, a correction is half of the one before.)
 constexpr double contraction = 0.25, stage_accuracy = 1e-6;
 constexpr int most_stage_iterations = 8;
 constexpr double shortest_stage = 1e-4, shortest_first_stage = 1e-40;
@@ -86,8 +87,7 @@ equation_status step_equations::newton(double* X) {
     return equation_status::no_convergence;
 }
 
-// Whether the step depends on itself so strongly, and the solution is so far from the guess, that it may be another one
-// than the solution that is meant.
+// Whether X may be another solution than the one that is meant: T depends strongly on X, and X is far from the guess.
 bool step_equations::leaves_the_guess(const double* X) const {
     if (feedback <= small_feedback)
         return false;
@@ -127,17 +127,17 @@ equation_status step_equations::advance_trace() {
     return equation_status::no_convergence;
 }
 
-// Follows the solution from a step without memory of its own, X_i = f_i + Q_i, to the whole step: `part` of the step's
-// own memory (and of h in Y, for an integro-differential equation) increases from 0 to 1. The matrix of the Newton
-// iteration is I at first. If the solution ends on the way, or if an eigenvalue of the matrix loses its positive real
-// part, the step is too long, as it is before a time at which the solution is infinite: what solves the equations of
-// the step then is not near a solution of the equation.
+// Follows the solution from a step without T, X_i = g(t_ni) + Q_i or f(t_ni, y_n) + Q_i, to the whole step: `part`, a
+// factor of what depends on X in T (and of h in Y, for an integro-differential equation), increases from 0 to 1. The
+// matrix of Newton's method is I at first. If the solution ends on the way, or if an eigenvalue of the matrix loses its
+// positive real part, the step is too long. Before a time at which the solution becomes infinite, the equations of such
+// a step may have another solution, but it is not near the solution of the equation.
 equation_status step_equations::trace_step(double* X) {
-    std::copy(constant.begin(), constant.end(), X); // the solution, or for an integro-differential equation not used
+    std::copy(constant.begin(), constant.end(), X); // g + Q. An integro-differential equation starts from 0 instead
     double reached = 0.0, length = 1.0;
     for (int stage = 0; stage < most_stages && reached < 1.0; ++stage) {
         part = std::min(1.0, reached + length);
-        const double factor = equation.solves_for_derivative() ? reached / part : 1.0; // Y stays as it is
+        const double factor = equation.solves_for_derivative() ? reached / part : 1.0; // leaves Y as it was
         for (int R = 0; R < n_sys; ++R)
             trial[R] = factor * X[R];
         const equation_status status = advance_trace();
@@ -160,7 +160,8 @@ equation_status step_equations::trace_step(double* X) {
                : status;
 }
 
-// For the first kind there is no step without memory of its own, and its solution is the one near the guess.
+// Without T the equations of the first kind contain no unknown, so there is no trace: the solution near the guess is
+// taken.
 equation_status step_equations::solve_nonlinear(double* X) {
     std::copy_n(X, n_sys, guess.data());
     const equation_status status = newton(X);
