@@ -32,6 +32,7 @@ constexpr double regular_within = 2.83;
 // Order 4 and above is extrapolated as order 4: a feature that is just resolved hides lower orders.
 constexpr double most_decrease = 16.0;
 constexpr double safety = 1.25;
+constexpr double far_below = 0.1; // of the tolerance
 // The decrease rises if the order does by 0.5.
 constexpr double rise = 1.41;
 
@@ -157,7 +158,7 @@ private:
             !last.mesh.empty() && std::fabs(now.mesh[now.steps] - last.mesh[last.steps]) <= 2.0 * t_end / double(steps);
         failures = same_end ? failures + 1 : 0;
         best = fine;
-        smallest_estimate = last_difference = last_decrease = unknown;
+        smallest_estimate = last_difference = last_decrease = last_relative = unknown;
         if (fine.status == equation_status::stopped)
             return false;
         // A solve that fails in its first step costs little.
@@ -176,8 +177,12 @@ private:
         const bool is_rounding = now.relative <= rounding;
         const double decrease = is_rounding ? decrease_of_scheme : last_difference / now.in_tolerances;
         const double slower = std::min(decrease, last_decrease);
-        const bool is_first = last_difference == unknown,
-                   converges = !is_first && (is_rounding || slower >= least_decrease);
+        const bool is_first = last_difference == unknown;
+        // Rounding errors do not decrease; in the first kind they grow. Two differences that are far below the
+        // tolerance, and so small that they can be rounding, are believed all the same.
+        const bool is_noise =
+            std::max(now.relative, last_relative) <= noise && std::max(now.in_tolerances, last_difference) <= far_below;
+        const bool converges = !is_first && (is_rounding || is_noise || slower >= least_decrease);
         const double factor = extrapolation(is_first ? 0.0 : slower);
         const double estimate = std::max(factor * now.in_tolerances, jump.in_tolerances);
         for (int a = 0; a < equation.D; ++a)
@@ -193,6 +198,7 @@ private:
         const bool go_on = !reached && !is_hopeless(steps, estimate, decrease, now.relative);
         last_decrease = is_first ? unknown : decrease;
         last_difference = now.in_tolerances;
+        last_relative = now.relative;
         return go_on;
     }
 
@@ -232,7 +238,7 @@ private:
     march_result coarse{}, best{};
     bool is_reached = false;
     double smallest_estimate = unknown;
-    double last_difference = unknown, last_decrease = unknown;
+    double last_difference = unknown, last_decrease = unknown, last_relative = unknown;
     int failures = 0; // at nearly the same time
 };
 

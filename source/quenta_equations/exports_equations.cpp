@@ -208,7 +208,7 @@ const char* quenta_equations_error_text(int status) {
     case QUENTA_EQUATION_BAD_TIME:
         return "expected times from 0 to the last mesh point of the solution";
     case QUENTA_EQUATION_BAD_START:
-        return "expected finite start values";
+        return "expected finite start values, one for each component";
     case QUENTA_EQUATION_BAD_COUNT:
         return "expected a count of at least 0";
     default:

@@ -268,6 +268,7 @@ public:
         check(int(y.size()) == D ? quenta_equation_set_first_guess(get(), y.data()) : QUENTA_EQUATION_BAD_START);
         return *this;
     }
+    equation& first_guess(double y) { return first_guess(std::span<const double>(&y, 1)); }
 
     // Throws equation_error for an argument, solve_failure for a solve that ended early, and what a function threw.
     solution solve(double t_end, const solve_options& options) const {

@@ -274,4 +274,24 @@ TEST(error_control, stops_at_once) {
     EXPECT_EQ(alone, 2);
 }
 
+// Only rounding errors are left, and in the first kind they grow with the number of steps.
+TEST(error_control, accepts_a_solution_that_the_scheme_represents) {
+    const auto one = [](double) {
+        return 1.0;
+    };
+    const auto y = quenta::first_kind([](double t) { return t + t * t / 2; })
+                       .lag_memory(one)
+                       .solve(1.0, quenta::to_tolerance(1e-6));
+    EXPECT_NEAR(y(0.7), 1.7, 1e-12);
+    EXPECT_LE(y.steps(), 128);
+    const auto z = quenta::second_kind([](double t) { return 0.1 + 0.9 * t - t * t / 2; }).lag_memory(one);
+    EXPECT_LE(z.solve(1.0, quenta::to_tolerance(1e-6)).steps(), 128);
+    const auto falling = [](double u) {
+        return std::exp(-u);
+    };
+    const auto x =
+        quenta::first_kind([](double t) { return t; }).lag_memory(falling).solve(1.0, quenta::to_tolerance(1e-8));
+    EXPECT_NEAR(x(0.5), 1.5, 1e-11);
+}
+
 } // namespace
