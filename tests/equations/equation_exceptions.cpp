@@ -302,14 +302,16 @@ TEST(equation_error, names_what_was_expected) {
     expect(QUENTA_EQUATION_BAD_DIMENSION, [] { quenta::second_kind([](double) { return 1.0; }, 0); });
     expect(QUENTA_EQUATION_BAD_DIMENSION, [] { quenta::first_kind([](double) { return 1.0; }, -1); });
     expect(QUENTA_EQUATION_BAD_START, [] { quenta::integro_differential(nullptr, NAN); });
-    expect(QUENTA_EQUATION_BAD_STEPS, solve(1.0, quenta::equal_steps(-1)));
+    for (const int steps : {0, -1})
+        expect(QUENTA_EQUATION_BAD_STEPS, solve(1.0, quenta::equal_steps(steps)));
+    expect(QUENTA_EQUATION_BAD_MESH, solve(1.0, quenta::on_mesh({})));
     expect(QUENTA_EQUATION_BAD_STEPS, solve(0.0, quenta::on_mesh({0.0})));
     expect(QUENTA_EQUATION_BAD_MESH, solve(1.0, quenta::on_mesh({0.0, 0.5})));
     expect(QUENTA_EQUATION_BAD_END, solve(-1.0, quenta::equal_steps(3)));
     expect(QUENTA_EQUATION_BAD_TOLERANCE, solve(1.0, {}));
     expect(QUENTA_EQUATION_BAD_NODES, solve(1.0, quenta::equal_steps(3).nodes(QUENTA_LOBATTO, 1)));
     expect(QUENTA_EQUATION_BAD_NODES, solve(1.0, quenta::equal_steps(3).nodes({0.5, 0.5})));
-    expect(QUENTA_EQUATION_BAD_START, [&] { quenta::equation{equation}.first_guess({}); });
+    expect(QUENTA_EQUATION_BAD_START, [&] { quenta::equation{equation}.first_guess(std::span<const double>{}); });
     expect(QUENTA_EQUATION_WRONG_KIND,
            [&] { quenta::equation{equation}.jacobian([](double, double) { return 1.0; }); });
     const quenta::solution y = equation.solve(1.0, quenta::equal_steps(3));
