@@ -219,13 +219,33 @@ class BadInput(ProgramTest):
         self.assertEqual(self.listing(), [])
 
     def test_an_invalid_command_line_is_refused(self):
-        for arguments, fragment in (((), "expected a command: vie1, vie2, vide or settings"), (("vie3",), "vie3"),
-                                    (("vie2", "--what"), "--what"), (("vie2", "a.csv", "b.csv"), "b.csv"),
-                                    (("vie2", "--setting"), "--setting"), (("settings", "x"), "x")):
+        commands = "vie1, vie2, vide or settings; see 'quenta --help'"
+        for arguments, message in {
+                "": f"expected a command: {commands}",
+                "solve p.csv": f"no command 'solve': expected {commands}",
+                "VIE2 p.csv": f"no command 'VIE2': expected {commands}",
+                "p.csv": f"no command 'p.csv': expected {commands}",
+                "--what": "unknown option '--what'; see 'quenta --help'",
+                "-o y.csv vie2 p.csv": "unknown option '-o' before the command; see 'quenta --help'",
+                "vie2 --what": "unknown option '--what'; see 'quenta vie2 --help'",
+                "vie2 p.csv --scheme 1:0,1": "unknown option '--scheme'; see 'quenta vie2 --help'",
+                "vie2 p.csv --scheme=1:0,1": "unknown option '--scheme'; see 'quenta vie2 --help'",
+                "vie2 a.csv b.csv c.csv": "expected one input file, got also 'b.csv'; see 'quenta vie2 --help'",
+                "vie2 -- a.csv b.csv": "expected one input file, got also 'b.csv'; see 'quenta vie2 --help'",
+                "settings x": "expected no argument, got 'x'; see 'quenta settings --help'",
+                "settings vie2 p.csv": "expected no argument, got 'vie2'; see 'quenta settings --help'",
+                "vide p.csv": "--y0 is required; see 'quenta vide --help'",
+                "vide p.csv --Y0=1": "unknown option '--Y0'; see 'quenta vide --help'",
+                "vie1 p.csv --continuous": "--continuous requires --y0; see 'quenta vie1 --help'",
+                "vie1 p.csv --y0=1": "--y0 requires --continuous; see 'quenta vie1 --help'",
+                "vie1 p.csv --y0=1 --continous": "unknown option '--continous'; see 'quenta vie1 --help'",
+        }.items():
             with self.subTest(arguments):
-                run = self.run_program(*arguments)
-                self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
-                self.assert_one_sentence(run.stderr, fragment)
+                run = self.run_program(*arguments.split())
+                self.assertEqual((run.returncode, run.stdout, run.stderr), (BAD_INPUT, "", f"quenta: {message}\n"))
+        run = self.run_program("vie2", "--setting")
+        self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
+        self.assert_one_sentence(run.stderr, "--setting", "; see 'quenta vie2 --help'")
 
     def test_messages_contain_no_control_characters_and_are_short(self):
         run = self.run_program("vie2", text="t,g,K\n0,\x1b[2J" + "y" * 5000 + ",1\n")
