@@ -232,6 +232,7 @@ class BadInput(ProgramTest):
                 "vie2 p.csv --scheme=1:0,1": "unknown option '--scheme'; see 'quenta vie2 --help'",
                 "vie2 a.csv b.csv c.csv": "expected one input file, got also 'b.csv'; see 'quenta vie2 --help'",
                 "vie2 -- a.csv b.csv": "expected one input file, got also 'b.csv'; see 'quenta vie2 --help'",
+                "vie2 a.csv -": "expected one input file, got also '-'; see 'quenta vie2 --help'",
                 "settings x": "expected no argument, got 'x'; see 'quenta settings --help'",
                 "settings vie2 p.csv": "expected no argument, got 'vie2'; see 'quenta settings --help'",
                 "vide p.csv": "--y0 is required; see 'quenta vide --help'",

@@ -153,6 +153,10 @@ void require_values(std::span<char* const> arguments) {
             throw bad_input(sentence("expected a value after ", in_quotes(argument)));
 }
 
+bool is_option(const std::string& argument) {
+    return argument.size() > 1 && argument[0] == '-';
+}
+
 // The first argument that `app` does not know, an option before any other. The value of an unknown option is unknown
 // too.
 std::optional<std::string> unknown_argument(const CLI::App& app) {
@@ -160,8 +164,7 @@ std::optional<std::string> unknown_argument(const CLI::App& app) {
     std::erase(unknown, "--");
     if (unknown.empty())
         return std::nullopt;
-    const auto option = std::find_if(unknown.begin(), unknown.end(),
-                                     [](const std::string& argument) { return argument.starts_with('-'); });
+    const auto option = std::find_if(unknown.begin(), unknown.end(), is_option);
     return option == unknown.end() ? unknown.front() : *option;
 }
 
@@ -169,28 +172,32 @@ std::string unknown_option(const std::string& argument) {
     return sentence("unknown option ", in_quotes(argument.substr(0, argument.find('='))));
 }
 
-// The message on arguments that were not parsed, with the help to read. An unknown argument is reported before other
-// errors, because it may be their cause: a misspelled option is also missing.
+// What was wrong with the arguments of a command. An unknown argument is reported before other errors, because it may
+// be their cause: a misspelled option is also missing.
+std::string fault_of(const CLI::App& command, const CLI::ParseError& error) {
+    const std::optional<std::string> unknown = unknown_argument(command);
+    if (!unknown)
+        return error.what();
+    if (is_option(*unknown))
+        return unknown_option(*unknown);
+    const bool has_input = command.get_option_no_throw("input") != nullptr;
+    return sentence(has_input ? "expected one input file, got also " : "expected no argument, got ",
+                    in_quotes(*unknown));
+}
+
+// The message on arguments that were not parsed, with the help to read.
 std::string message_of(const CLI::ParseError& error, const CLI::App& program) {
     const std::vector<CLI::App*> commands = program.get_subcommands();
-    if (const auto unknown = unknown_argument(program)) {
-        if (!unknown->starts_with('-'))
-            return sentence("no command ", in_quotes(*unknown), ": expected ", command_names, "; see 'quenta --help'");
+    const std::optional<std::string> unknown = unknown_argument(program);
+    if (unknown && !is_option(*unknown))
+        return sentence("no command ", in_quotes(*unknown), ": expected ", command_names, "; see 'quenta --help'");
+    if (unknown)
         return sentence(unknown_option(*unknown), commands.empty() ? "" : " before the command",
                         "; see 'quenta --help'");
-    }
     if (commands.empty())
         return sentence(error.what(), "; see 'quenta --help'");
     const CLI::App& command = *commands.front();
-    const std::string hint = sentence("; see 'quenta ", command.get_name(), " --help'");
-    const auto unknown = unknown_argument(command);
-    if (!unknown)
-        return error.what() + hint;
-    if (unknown->starts_with('-'))
-        return unknown_option(*unknown) + hint;
-    const bool has_input = command.get_option_no_throw("input") != nullptr;
-    return sentence(has_input ? "expected one input file, got also " : "expected no argument, got ",
-                    in_quotes(*unknown), hint);
+    return sentence(fault_of(command, error), "; see 'quenta ", command.get_name(), " --help'");
 }
 
 // Returns the text to print if the arguments ask for the help or the version.
