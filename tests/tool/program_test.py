@@ -134,19 +134,20 @@ class BadInput(ProgramTest):
 
         hints = ("if the times were rounded, write more digits",
                  "if they are unequal, interpolate the samples to equal steps first")
-        self.assert_refused(table(f"{i / 64:.2f}" for i in range(65)), "line 4: expected t = 0.04, the time before plus "
-                            "the median spacing 0.02, because", "got '0.03';", *hints)
+        self.assert_refused(table(f"{i / 64:.2f}" for i in range(65)), "line 4: expected t = 0.04, the time before "
+                            "plus the median spacing 0.02, because", "got '0.03';", *hints)
         self.assert_refused(table(f"{i * i / 1e4:.4f}" for i in range(257)), "line 3: expected t = 0.0257, the time "
                             "before plus the median spacing 0.0257, because", "got '0.0001'", *hints)
         # The expected time has enough digits to differ from the time that is refused.
-        self.assert_refused(table([*range(100000, 100005)]).replace("t,g,K", "t,g,K\n0,1,1\n1,1,1\n2,1,1\n3,1,1\n4,1,1"),
-                            "line 7: expected t = 5, ", "got '100000'")
+        self.assert_refused(table([0, 1, 2, 3, 100000]), "line 6: expected t = 4, ", "got '100000'")
         self.assert_refused(table(["0", "1000", "2000", "3000.0", "4003"]), "line 6: expected t = 4000, ", "got '4003'")
         self.assert_refused(table(["0", "1", "2", '" 3.003"', "4"]), "line 5: expected t = 3, ", "got ' 3.003'")
 
     def test_times_that_do_not_ascend_are_refused(self):
-        self.assert_refused("t,g,K\n0,1,1\n1,1,1\n1,1,1\n2,1,1\n3,1,1\n", "line 4", "expected t to increase, got '1' after '1'")
-        self.assert_refused("t,g,K\n0,1,1\n-1,1,1\n-2,1,1\n-3,1,1\n-4,1,1\n", "line 3", "expected t to increase, got '-1' after '0'")
+        self.assert_refused("t,g,K\n0,1,1\n1,1,1\n1,1,1\n2,1,1\n3,1,1\n", "line 4",
+                            "expected t to increase, got '1' after '1'")
+        self.assert_refused("t,g,K\n0,1,1\n-1,1,1\n-2,1,1\n-3,1,1\n-4,1,1\n", "line 3",
+                            "expected t to increase, got '-1' after '0'")
 
     def test_a_grid_that_does_not_start_at_0_is_refused(self):
         self.assert_refused("t,g,K\n1,1,1\n2,1,1\n3,1,1\n4,1,1\n5,1,1\n", "line 2", "expected t to start at 0", "lag",
