@@ -155,7 +155,8 @@ class BadInput(ProgramTest):
 
     def test_a_time_that_is_not_finite_is_refused(self):
         for time in ("nan", "inf"):
-            self.assert_refused(f"t,g,K\n0,1,1\n1,1,1\n2,1,1\n3,1,1\n{time},1,1\n", "line 6", f"expected a finite t, got '{time}'")
+            self.assert_refused(f"t,g,K\n0,1,1\n1,1,1\n2,1,1\n3,1,1\n{time},1,1\n", "line 6",
+                                f"expected a finite t, got '{time}'")
 
     def test_a_setting_that_is_not_in_the_table_is_refused_with_the_nearest_ones(self):
         for setting, nearest in {"2:2,1": "2:1,2", "2:0,3": "2:0 or", "5:0,4": "4:0,4", "3:1,1": "3:1 or",
