@@ -51,13 +51,27 @@ class OutputsAndInput(ProgramTest):
             self.assert_one_sentence(run.stderr, "expected two different files for the input and --")
             self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
 
-    def test_standard_output_that_is_appended_to_the_input_is_refused(self):
-        with open(self.directory / "samples.csv", "a") as appended:
-            run = subprocess.run([PROGRAM, "vie2", "samples.csv"], stdout=appended, stderr=subprocess.PIPE, text=True,
-                                 cwd=self.directory)
-        self.assertEqual(run.returncode, BAD_INPUT)
-        self.assert_one_sentence(run.stderr, "expected two different files for the input and --")
-        self.assertEqual((self.directory / "samples.csv").read_text(), self.text)
+    def assert_refused_as_standard_output(self, mode, expected, *arguments):
+        with open(self.directory / "samples.csv", mode) as output, open(self.directory / "samples.csv") as read:
+            run = subprocess.run([PROGRAM, "vie2", *arguments], stdin=read, stdout=output, stderr=subprocess.PIPE,
+                                 text=True, cwd=self.directory)
+        self.assertEqual((run.returncode, run.stderr), (BAD_INPUT, f"quenta: {expected}\n"))
+        self.assertEqual((self.directory / "samples.csv").read_text(), "" if mode == "w" else self.text)
+
+    def test_standard_output_that_is_the_input_is_refused(self):
+        # A shell opens the file like this for > (w) and >> (a).
+        for mode, effect in (("a", ""), ("w", ", which the shell has emptied")):
+            for arguments, name, option in (
+                    (("samples.csv",), "input file 'samples.csv'", "--output"),
+                    (("hard.csv", "--output", "/dev/stdout"), "input file 'hard.csv'", "--output"),
+                    (("samples.csv", "--output", "y.csv", "--polynomials=-"), "input file 'samples.csv'",
+                     "--polynomials"),
+                    ((), "file of standard input", "--output")):
+                with self.subTest(mode=mode, arguments=arguments):
+                    self.write("samples.csv", self.text)
+                    self.assert_refused_as_standard_output(
+                        mode, f"standard output is the {name}{effect}; expected another file after > or {option}",
+                        *arguments)
 
     def test_an_option_without_its_value_does_not_take_the_next_argument(self):
         for option in ("--output=", "--polynomials=", "--setting=", "--y0="):

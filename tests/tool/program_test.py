@@ -122,22 +122,41 @@ class BadInput(ProgramTest):
 
     def test_a_grid_that_is_not_uniform_is_refused(self):
         rows = constant_samples(30).splitlines()
-        self.assert_refused("\n".join(rows[:11] + rows[12:]), "line 12", "expected t = 10,", "0.001", "got 11")
+        self.assert_refused("\n".join(rows[:11] + rows[12:]), "line 12", "expected t = 10,", "0.001", "got '11'")
         self.assert_refused("t,g,K\n0,1,1\n0.5,1,1\n1.5,1,1\n2.5,1,1\n3.5,1,1\n", "line 3", "expected t = 1,")
-        drifting = "t,g,K\n" + "".join(f"{i * (1 + 1e-5 * i)!r},1,1\n" for i in range(401))
-        self.assert_refused(drifting, "line ", "expected t = ", "equally spaced")
+        drifting = "t,g,K\n" + "".join(f"{i * (1 + 1e-6 * i)!r},1,1\n" for i in range(401))
+        self.assert_refused(drifting, "line 5:", "expected t = 3.001, 3 times the mean spacing,", "equally spaced",
+                            "got '3.000009'")
+
+    def test_a_refused_time_is_quoted_and_the_expected_one_has_few_digits(self):
+        def table(times):
+            return "t,g,K\n" + "".join(f"{time},1,1\n" for time in times)
+
+        hints = ("if the times were rounded, write more digits",
+                 "if they are unequal, interpolate the samples to equal steps first")
+        self.assert_refused(table(f"{i / 64:.2f}" for i in range(65)), "line 4: expected t = 0.04, the time before "
+                            "plus the median spacing 0.02, because", "got '0.03';", *hints)
+        self.assert_refused(table(f"{i * i / 1e4:.4f}" for i in range(257)), "line 3: expected t = 0.0257, the time "
+                            "before plus the median spacing 0.0257, because", "got '0.0001'", *hints)
+        # The expected time has enough digits to differ from the time that is refused.
+        self.assert_refused(table([0, 1, 2, 3, 100000]), "line 6: expected t = 4, ", "got '100000'")
+        self.assert_refused(table(["0", "1000", "2000", "3000.0", "4003"]), "line 6: expected t = 4000, ", "got '4003'")
+        self.assert_refused(table(["0", "1", "2", '" 3.003"', "4"]), "line 5: expected t = 3, ", "got ' 3.003'")
 
     def test_times_that_do_not_ascend_are_refused(self):
-        self.assert_refused("t,g,K\n0,1,1\n1,1,1\n1,1,1\n2,1,1\n3,1,1\n", "line 4", "expected t to increase, got 1 after 1")
-        self.assert_refused("t,g,K\n0,1,1\n-1,1,1\n-2,1,1\n-3,1,1\n-4,1,1\n", "line 3", "expected t to increase, got -1 after 0")
+        self.assert_refused("t,g,K\n0,1,1\n1,1,1\n1,1,1\n2,1,1\n3,1,1\n", "line 4",
+                            "expected t to increase, got '1' after '1'")
+        self.assert_refused("t,g,K\n0,1,1\n-1,1,1\n-2,1,1\n-3,1,1\n-4,1,1\n", "line 3",
+                            "expected t to increase, got '-1' after '0'")
 
     def test_a_grid_that_does_not_start_at_0_is_refused(self):
         self.assert_refused("t,g,K\n1,1,1\n2,1,1\n3,1,1\n4,1,1\n5,1,1\n", "line 2", "expected t to start at 0", "lag",
-                            "got 1")
+                            "got '1'")
 
     def test_a_time_that_is_not_finite_is_refused(self):
         for time in ("nan", "inf"):
-            self.assert_refused(f"t,g,K\n0,1,1\n1,1,1\n2,1,1\n3,1,1\n{time},1,1\n", "line 6", "expected a finite t, got " + time)
+            self.assert_refused(f"t,g,K\n0,1,1\n1,1,1\n2,1,1\n3,1,1\n{time},1,1\n", "line 6",
+                                f"expected a finite t, got '{time}'")
 
     def test_a_setting_that_is_not_in_the_table_is_refused_with_the_nearest_ones(self):
         for setting, nearest in {"2:2,1": "2:1,2", "2:0,3": "2:0 or", "5:0,4": "4:0,4", "3:1,1": "3:1 or",
@@ -202,13 +221,34 @@ class BadInput(ProgramTest):
         self.assertEqual(self.listing(), [])
 
     def test_an_invalid_command_line_is_refused(self):
-        for arguments, fragment in (((), "expected a command: vie1, vie2, vide or settings"), (("vie3",), "vie3"),
-                                    (("vie2", "--what"), "--what"), (("vie2", "a.csv", "b.csv"), "b.csv"),
-                                    (("vie2", "--setting"), "--setting"), (("settings", "x"), "x")):
+        commands = "vie1, vie2, vide or settings; see 'quenta --help'"
+        for arguments, message in {
+                "": f"expected a command: {commands}",
+                "solve p.csv": f"no command 'solve': expected {commands}",
+                "VIE2 p.csv": f"no command 'VIE2': expected {commands}",
+                "p.csv": f"no command 'p.csv': expected {commands}",
+                "--what": "unknown option '--what'; see 'quenta --help'",
+                "-o y.csv vie2 p.csv": "unknown option '-o' before the command; see 'quenta --help'",
+                "vie2 --what": "unknown option '--what'; see 'quenta vie2 --help'",
+                "vie2 p.csv --scheme 1:0,1": "unknown option '--scheme'; see 'quenta vie2 --help'",
+                "vie2 p.csv --scheme=1:0,1": "unknown option '--scheme'; see 'quenta vie2 --help'",
+                "vie2 a.csv b.csv c.csv": "expected one input file, got also 'b.csv'; see 'quenta vie2 --help'",
+                "vie2 -- a.csv b.csv": "expected one input file, got also 'b.csv'; see 'quenta vie2 --help'",
+                "vie2 a.csv -": "expected one input file, got also '-'; see 'quenta vie2 --help'",
+                "settings x": "expected no argument, got 'x'; see 'quenta settings --help'",
+                "settings vie2 p.csv": "expected no argument, got 'vie2'; see 'quenta settings --help'",
+                "vide p.csv": "--y0 is required; see 'quenta vide --help'",
+                "vide p.csv --Y0=1": "unknown option '--Y0'; see 'quenta vide --help'",
+                "vie1 p.csv --continuous": "--continuous requires --y0; see 'quenta vie1 --help'",
+                "vie1 p.csv --y0=1": "--y0 requires --continuous; see 'quenta vie1 --help'",
+                "vie1 p.csv --y0=1 --continous": "unknown option '--continous'; see 'quenta vie1 --help'",
+        }.items():
             with self.subTest(arguments):
-                run = self.run_program(*arguments)
-                self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
-                self.assert_one_sentence(run.stderr, fragment)
+                run = self.run_program(*arguments.split())
+                self.assertEqual((run.returncode, run.stdout, run.stderr), (BAD_INPUT, "", f"quenta: {message}\n"))
+        run = self.run_program("vie2", "--setting")
+        self.assertEqual((run.returncode, run.stdout), (BAD_INPUT, ""))
+        self.assert_one_sentence(run.stderr, "--setting", "; see 'quenta vie2 --help'")
 
     def test_messages_contain_no_control_characters_and_are_short(self):
         run = self.run_program("vie2", text="t,g,K\n0,\x1b[2J" + "y" * 5000 + ",1\n")

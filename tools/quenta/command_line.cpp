@@ -6,16 +6,20 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quenta_program {
 
 namespace {
+
+constexpr const char* command_names = "vie1, vie2, vide or settings";
 
 constexpr const char* exit_codes =
     "Exit codes: 0 solved, 2 bad input, 3 the linear system of a step is singular, 1 any other error.\n"
@@ -149,6 +153,53 @@ void require_values(std::span<char* const> arguments) {
             throw bad_input(sentence("expected a value after ", in_quotes(argument)));
 }
 
+bool is_option(const std::string& argument) {
+    return argument.size() > 1 && argument[0] == '-';
+}
+
+// The first argument that `app` does not know, an option before any other. The value of an unknown option is unknown
+// too.
+std::optional<std::string> unknown_argument(const CLI::App& app) {
+    std::vector<std::string> unknown = app.remaining();
+    std::erase(unknown, "--");
+    if (unknown.empty())
+        return std::nullopt;
+    const auto option = std::find_if(unknown.begin(), unknown.end(), is_option);
+    return option == unknown.end() ? unknown.front() : *option;
+}
+
+std::string unknown_option(const std::string& argument) {
+    return sentence("unknown option ", in_quotes(argument.substr(0, argument.find('='))));
+}
+
+// What was wrong with the arguments of a command. An unknown argument is reported before other errors, because it may
+// be their cause: a misspelled option is also missing.
+std::string fault_of(const CLI::App& command, const CLI::ParseError& error) {
+    const std::optional<std::string> unknown = unknown_argument(command);
+    if (!unknown)
+        return error.what();
+    if (is_option(*unknown))
+        return unknown_option(*unknown);
+    const bool has_input = command.get_option_no_throw("input") != nullptr;
+    return sentence(has_input ? "expected one input file, got also " : "expected no argument, got ",
+                    in_quotes(*unknown));
+}
+
+// The message on arguments that were not parsed, with the help to read.
+std::string message_of(const CLI::ParseError& error, const CLI::App& program) {
+    const std::vector<CLI::App*> commands = program.get_subcommands();
+    const std::optional<std::string> unknown = unknown_argument(program);
+    if (unknown && !is_option(*unknown))
+        return sentence("no command ", in_quotes(*unknown), ": expected ", command_names, "; see 'quenta --help'");
+    if (unknown)
+        return sentence(unknown_option(*unknown), commands.empty() ? "" : " before the command",
+                        "; see 'quenta --help'");
+    if (commands.empty())
+        return sentence(error.what(), "; see 'quenta --help'");
+    const CLI::App& command = *commands.front();
+    return sentence(fault_of(command, error), "; see 'quenta ", command.get_name(), " --help'");
+}
+
 // Returns the text to print if the arguments ask for the help or the version.
 std::optional<std::string> parse(CLI::App& program, int argc, char** argv) {
     require_values(std::span(argv, static_cast<std::size_t>(argc)));
@@ -159,7 +210,7 @@ std::optional<std::string> parse(CLI::App& program, int argc, char** argv) {
         program.exit(request, text, text);
         return text.str();
     } catch (const CLI::ParseError& error) {
-        throw bad_input(sentence(error.what(), "; see 'quenta --help'"));
+        throw bad_input(message_of(error, program));
     }
     return std::nullopt;
 }
@@ -187,7 +238,7 @@ int run_command_line(int argc, char** argv) {
     if (const std::optional<std::string> text = parse(program, argc, argv))
         return print(*text);
     if (program.get_subcommands().empty())
-        throw bad_input("expected a command: vie1, vie2, vide or settings; see 'quenta --help'");
+        throw bad_input(sentence("expected a command: ", command_names, "; see 'quenta --help'"));
     if (vie1_command.parsed())
         return run_vie1(vie1);
     if (vie2_command.parsed())

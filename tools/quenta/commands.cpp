@@ -14,12 +14,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <span>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -86,23 +88,34 @@ std::string real_path(const std::string& path, const char* standard_stream) {
     return path == "-" ? standard_stream : path;
 }
 
+[[noreturn]] void refuse_same_file(std::string_view both, const std::string& path) {
+    throw bad_input(sentence("expected two different files for ", both, ", got ",
+                             path == "-" ? "standard output" : in_quotes(path), " for both"));
+}
+
+// Throws bad_input if the output that `option` names would overwrite the samples. `> samples.csv` has emptied them
+// before this process starts.
+void require_output_beside_input(const std::string& input, std::string_view option, const std::string& output) {
+    const std::string path = real_path(output, "/dev/stdout");
+    if (!same_file(real_path(input, "/dev/stdin"), path))
+        return;
+    if (!same_file(path, "/dev/stdout"))
+        refuse_same_file(sentence("the input and ", option), output);
+    std::error_code failure;
+    throw bad_input(sentence("standard output is the ",
+                             input == "-" ? "file of standard input" : sentence("input file ", in_quotes(input)),
+                             std::filesystem::file_size(path, failure) == 0 ? ", which the shell has emptied" : "",
+                             "; expected another file after > or ", option));
+}
+
 // Throws bad_input if an output would overwrite the samples or the other output.
 void require_different_files(const solve_request& request) {
-    const auto refuse = [](std::string_view both, const std::string& path) {
-        throw bad_input(sentence("expected two different files for ", both, ", got ",
-                                 path == "-" ? "standard output" : in_quotes(path), " for both"));
-    };
-    const std::string input = real_path(request.input, "/dev/stdin");
-    const std::string output = real_path(request.output, "/dev/stdout");
     if (request.polynomials) {
-        const std::string polynomials = real_path(*request.polynomials, "/dev/stdout");
-        if (same_place(output, polynomials))
-            refuse("--output and --polynomials", request.output);
-        if (same_file(input, polynomials))
-            refuse("the input and --polynomials", *request.polynomials);
+        if (same_place(real_path(request.output, "/dev/stdout"), real_path(*request.polynomials, "/dev/stdout")))
+            refuse_same_file("--output and --polynomials", request.output);
+        require_output_beside_input(request.input, "--polynomials", *request.polynomials);
     }
-    if (same_file(input, output))
-        refuse("the input and --output", request.output);
+    require_output_beside_input(request.input, "--output", request.output);
 }
 
 void warn_of_non_finite(const equation_samples& equation, const solution& found) {

@@ -183,6 +183,8 @@ private:
                                          expectation(field), ", got ", in_quotes(field)));
             table.columns[i].push_back(*value);
         }
+        // A number contains no line end, even in quotes.
+        table.first_fields.append(fields[positions.front()]) += '\n';
         table.lines.push_back(line);
     }
 
@@ -193,7 +195,7 @@ private:
 };
 
 csv_table read_stream(std::istream& stream, std::string source, const column_choice& choose) {
-    csv_table table{std::move(source), {}, {}, {}};
+    csv_table table{std::move(source), {}, {}, {}, {}};
     table_builder builder(table, choose);
     row_splitter splitter;
     std::size_t line_number = 0;
@@ -260,6 +262,13 @@ const std::vector<double>& csv_table::column(const std::string& name) const {
 
 std::string csv_table::place(std::size_t row) const {
     return line_place(source, lines.at(row));
+}
+
+std::string csv_table::first_field(std::size_t row) const {
+    std::size_t start = 0;
+    for (; row > 0; --row)
+        start = first_fields.find('\n', start) + 1;
+    return first_fields.substr(start, first_fields.find('\n', start) - start);
 }
 
 csv_table read_csv_table(const std::string& path, const column_choice& choose) {

@@ -15,11 +15,14 @@ struct csv_table {
     std::vector<std::string> names;           // of the columns that were read
     std::vector<std::vector<double>> columns; // in the order of the names
     std::vector<std::size_t> lines;           // the line of each row, counted from 1
+    std::string first_fields;                 // the first column as written, each field followed by a line end
 
     std::size_t rows() const { return lines.size(); }
     const std::vector<double>& column(const std::string& name) const;
     // "samples.csv, line 7: ", the beginning of a message about a row.
     std::string place(std::size_t row) const;
+    // The field of a row in the first column that was read, as written.
+    std::string first_field(std::size_t row) const;
 };
 
 // Parses a number with optional spaces and tabs around it. A number above the largest double is refused or infinite;

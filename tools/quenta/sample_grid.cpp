@@ -3,8 +3,10 @@
 #include "messages.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
+#include <string>
 
 namespace quenta_program {
 
@@ -13,11 +15,26 @@ namespace {
 constexpr std::size_t largest_index = std::numeric_limits<int>::max();
 constexpr std::size_t largest_root = 46340; // of largest_index, rounded down
 
-// The first row that deviates from the grid, with the expected time. The median spacing is used, since a missing row
-// changes the mean.
+// The value nearby with the fewest digits.
+double shortened(double value, double largest_change) {
+    for (int digits = 0; digits < 17; ++digits) {
+        char text[32];
+        const char* const end =
+            std::to_chars(text, text + sizeof text, value, std::chars_format::scientific, digits).ptr;
+        double read = 0.0;
+        std::from_chars(text, end, read);
+        if (std::abs(read - value) <= largest_change)
+            return read;
+    }
+    return value;
+}
+
+// The first row that deviates from the grid, with the expected time and where it comes from. The expected time has
+// enough digits to differ from the time of the row.
 struct misplaced {
     std::size_t row;
     double expected;
+    std::string origin;
 };
 misplaced find_misplaced(const std::vector<double>& t, double mean_spacing) {
     std::vector<double> spacings(t.size() - 1);
@@ -25,15 +42,21 @@ misplaced find_misplaced(const std::vector<double>& t, double mean_spacing) {
         spacings[row - 1] = t[row] - t[row - 1];
     const auto middle = spacings.begin() + static_cast<std::ptrdiff_t>(spacings.size() / 2);
     std::nth_element(spacings.begin(), middle, spacings.end());
-    // Twice the tolerance, because both times may be rounded.
+    // A row is compared with the row before and the median spacing: a missing row changes the mean, and with it the
+    // grid of all rows. Twice the tolerance, because both times may be rounded.
+    const double change = 0.5 * grid_tolerance * *middle;
     for (std::size_t row = 1; row < t.size(); ++row)
-        if (!(std::abs(t[row] - t[row - 1] - *middle) <= 2.0 * grid_tolerance * std::abs(*middle)))
-            return {row, t[row - 1] + *middle};
+        if (!(std::abs(t[row] - t[row - 1] - *middle) <= 2.0 * grid_tolerance * *middle))
+            return {row, shortened(t[row - 1] + *middle, change),
+                    sentence("the time before plus the median spacing ", shortened(*middle, change))};
     // Each spacing is within the tolerance, but their sum is not.
-    for (std::size_t row = 1; row < t.size(); ++row)
-        if (!(std::abs(t[row] - static_cast<double>(row) * mean_spacing) <= grid_tolerance * mean_spacing))
-            return {row, static_cast<double>(row) * mean_spacing};
-    return {t.size() - 1, static_cast<double>(t.size() - 1) * mean_spacing};
+    std::size_t row = 1;
+    const auto on_grid = [&] {
+        return static_cast<double>(row) * mean_spacing;
+    };
+    while (row + 1 < t.size() && std::abs(t[row] - on_grid()) <= grid_tolerance * mean_spacing)
+        ++row;
+    return {row, shortened(on_grid(), 0.5 * grid_tolerance * mean_spacing), sentence(row, " times the mean spacing")};
 }
 
 bool is_uniform(const std::vector<double>& t, double spacing) {
@@ -69,21 +92,27 @@ int whole_steps(const std::string& source, std::size_t samples, const setting& c
 
 double uniform_spacing(const csv_table& table) {
     const std::vector<double>& t = table.column("t");
+    const auto field = [&](std::size_t row) {
+        return in_quotes(table.first_field(row));
+    };
     for (std::size_t row = 0; row < t.size(); ++row)
         if (!std::isfinite(t[row]))
-            throw bad_input(sentence(table.place(row), "expected a finite t, got ", t[row]));
+            throw bad_input(sentence(table.place(row), "expected a finite t, got ", field(row)));
     for (std::size_t row = 1; row < t.size(); ++row)
         if (!(t[row] > t[row - 1]))
-            throw bad_input(sentence(table.place(row), "expected t to increase, got ", t[row], " after ", t[row - 1]));
+            throw bad_input(
+                sentence(table.place(row), "expected t to increase, got ", field(row), " after ", field(row - 1)));
     if (!(std::abs(t[0]) <= grid_tolerance * (t[1] - t[0])))
         throw bad_input(
-            sentence(table.place(0), "expected t to start at 0, because t is also the lag of K, got ", t[0]));
+            sentence(table.place(0), "expected t to start at 0, because t is also the lag of K, got ", field(0)));
     const double spacing = t.back() / static_cast<double>(t.size() - 1);
     if (!is_uniform(t, spacing)) {
         const misplaced wrong = find_misplaced(t, spacing);
-        throw bad_input(sentence(table.place(wrong.row), "expected t = ", wrong.expected,
+        throw bad_input(sentence(table.place(wrong.row), "expected t = ", wrong.expected, ", ", wrong.origin,
                                  ", because samples are equally spaced to within ", grid_tolerance,
-                                 " of the spacing, got ", t[wrong.row]));
+                                 " of the spacing, got ", field(wrong.row),
+                                 "; if the times were rounded, write more digits; if they are unequal, interpolate the "
+                                 "samples to equal steps first"));
     }
     return spacing;
 }

@@ -17,8 +17,8 @@ int whole_steps(const std::string& source, std::size_t samples, const setting& c
 // digits.
 inline constexpr double grid_tolerance = 1e-3;
 
-// The spacing of the column `t` in a table of at least two rows. Throws bad_input, with the line, unless t starts at 0
-// and increases in equal steps.
+// The spacing of the column `t`, the first of a table of at least two rows. Throws bad_input, with the line, unless t
+// starts at 0 and increases in equal steps.
 double uniform_spacing(const csv_table& table);
 
 } // namespace quenta_program
