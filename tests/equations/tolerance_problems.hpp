@@ -290,12 +290,12 @@ private:
             return phi.value(y[a].value(t)) + (y.size() > 1 ? coupling * y[1 - a].value(t) : 0.0);
         }
 
-        void prepare(double T) {
+        void prepare(double t_end) {
             for (int k = 0; k <= K.cells; ++k)
-                ends.push_back(T * k / K.cells);
+                ends.push_back(t_end * k / K.cells);
             const auto add = [&](const std::vector<double>& breaks) {
                 std::copy_if(breaks.begin(), breaks.end(), std::back_inserter(ends),
-                             [&](double t) { return t > 0 && t < T; });
+                             [&](double t) { return t > 0 && t < t_end; });
             };
             add(K.breaks_in_s);
             for (const shape& component : y)
