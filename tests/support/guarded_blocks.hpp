@@ -20,6 +20,10 @@ namespace quenta_tests {
 enum class place { anywhere, before_the_page, after_the_page };
 inline thread_local place placed = place::anywhere;
 
+// An array of doubles or ints ends directly before the page, so it may start at an address that 16 does not divide.
+// Compiled code may expect that 16 divides the address of an object in a block; then some bytes lie in between.
+inline bool arrays_end_at_the_page = true;
+
 struct guarded_block {
     void* block = nullptr;
     void* pages = nullptr;
@@ -71,9 +75,10 @@ public:
 } // namespace quenta_tests
 
 void* quenta_tests::allocate_block(std::size_t size, std::size_t alignment) {
-    // An array of doubles or ints ends directly before the page, so it may start at an address that 16 does not divide.
-    if (placed != place::anywhere)
-        return allocate_guarded(size, alignment == alignof(std::max_align_t) ? std::gcd(size, alignment) : alignment);
+    if (placed != place::anywhere) {
+        const bool ends_at_the_page = arrays_end_at_the_page && alignment == alignof(std::max_align_t);
+        return allocate_guarded(size, ends_at_the_page ? std::gcd(size, alignment) : alignment);
+    }
     void* const block = alignment <= alignof(std::max_align_t)
                             ? std::malloc(std::max<std::size_t>(size, 1))
                             : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
