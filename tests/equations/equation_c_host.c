@@ -91,7 +91,7 @@ static int decay(void* context, int count, const double* lag, const double* x, d
 }
 
 static int stop_at_step_5(void* context, int done, int steps) {
-    check(steps == 40, "progress is told the number of steps");
+    check(steps == 40, "expected the progress function to receive the number of steps");
     *(int*)context = done;
     return done == 5;
 }
