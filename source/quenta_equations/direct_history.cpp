@@ -34,9 +34,7 @@ direct_history::direct_history(const quenta_equation& of, const quenta_solution&
       batch_points{std::clamp(most_batch_values / largest_block(of), std::int64_t{1}, most_batch_points)},
       node_times(steps * P), t(batch_points), s(batch_points), values(batch_points * largest_block(of)),
       sums(group_steps * P * D), terms(of.memory.size()) {
-    for (std::int64_t n = 0; n < steps; ++n)
-        for (int i = 0; i < P; ++i)
-            node_times[n * P + i] = solution.node_time(n, i);
+    solution.node_times(0, steps, node_times.data());
     const std::int64_t group_points = group_steps * (group_steps + 1) / 2 * P * P;
     for (std::size_t r = 0; r < terms.size(); ++r) {
         terms[r].weighted.resize(steps * P * of.memory[r].E);

@@ -26,9 +26,7 @@ public:
         : solution{of}, term{in}, D{equation.D}, P{of.nodes.P}, sources{std::int64_t{of.steps} * P},
           source_times(sources), phi(sources * in.E), weighted(sources * in.E),
           weighted_in_step(std::int64_t{P} * in.E), t(most_points), kernel(most_points * D * in.E) {
-        for (std::int64_t n = 0; n < solution.steps; ++n)
-            for (int j = 0; j < P; ++j)
-                source_times[n * P + j] = solution.node_time(n, j);
+        solution.node_times(0, solution.steps, source_times.data());
         if (term.is_linear())
             phi = solution.unknowns;
         else

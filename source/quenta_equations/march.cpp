@@ -22,9 +22,7 @@ public:
         if (n == batch_end) {
             batch_first = n;
             batch_end = std::min(std::int64_t(solution.mesh.size()) - 1, n + batch_steps);
-            for (std::int64_t k = batch_first; k < batch_end; ++k)
-                for (int i = 0; i < P; ++i)
-                    times[(k - batch_first) * P + i] = solution.node_time(k, i);
+            solution.node_times(batch_first, batch_end - batch_first, times.data());
             equation.forcing((batch_end - batch_first) * P, times.data(), nullptr, values.data());
         }
         return values.data() + (n - batch_first) * P * equation.D;
@@ -46,18 +44,10 @@ constexpr double longest_continuation = 3.0; // in lengths of the previous step
 
 void continue_polynomial(const quenta_solution& solution, std::int64_t n, bool as_constant, double* X) {
     const collocation_nodes& nodes = solution.nodes;
-    const int P = nodes.P, D = solution.D;
-    const double* const before = solution.unknowns.data() + (n - 1) * P * D;
     const double ratio = solution.step_length(n) / solution.step_length(n - 1);
-    for (int i = 0; i < P; ++i) {
+    for (int i = 0; i < nodes.P; ++i) {
         const double x = 1.0 + (as_constant || ratio > longest_continuation ? 0.0 : nodes.c[i] * ratio);
-        const per_node<double> weight = nodes.values(x);
-        for (int a = 0; a < D; ++a) {
-            double sum = 0.0;
-            for (int j = 0; j < P; ++j)
-                sum += weight[j] * before[j * D + a];
-            X[i * D + a] = sum;
-        }
+        solution.weighted_unknowns(n - 1, nodes.values(x), X + std::int64_t{i} * solution.D);
     }
 }
 

@@ -47,8 +47,7 @@ void step_equations::prepare(std::int64_t n, direct_history& history, const doub
     h = solution.step_length(n);
     std::copy_n(y, D, start.data());
     const bool first_kind = equation.kind == equation_kind::first;
-    for (int i = 0; i < P; ++i)
-        times[i] = solution.node_time(n, i);
+    solution.node_times(n, 1, times.data());
     for (int R = 0; R < n_sys; ++R)
         constant[R] = g == nullptr ? Q[R] : first_kind ? Q[R] - g[R] : Q[R] + g[R];
     std::fill(matrix.begin(), matrix.end(), 0.0);
