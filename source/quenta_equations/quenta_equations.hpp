@@ -232,9 +232,8 @@ public:
     }
     template <class kernel, class nonlinearity, class slope>
     requires(!std::is_arithmetic_v<slope>) equation& memory(kernel K, nonlinearity phi, slope derivative, int E = 0) {
-        const int columns = E > 0 ? E : D;
-        add_memory<detail::kernel_function<kernel>>(quenta_equation_add_memory, std::move(K), columns);
-        return set_phi(std::move(phi), std::move(derivative), columns);
+        return add_memory<detail::kernel_function<kernel>>(quenta_equation_add_memory, std::move(K), columns_of(E))
+            .set_phi(std::move(phi), std::move(derivative), columns_of(E));
     }
 
     // The same with a kernel K(t - s) of the lag.
@@ -249,9 +248,8 @@ public:
     template <class kernel, class nonlinearity, class slope>
     requires(!std::is_arithmetic_v<slope>) equation& lag_memory(kernel K, nonlinearity phi, slope derivative,
                                                                 int E = 0) {
-        const int columns = E > 0 ? E : D;
-        add_memory<detail::time_function<kernel>>(quenta_equation_add_lag_memory, std::move(K), columns);
-        return set_phi(std::move(phi), std::move(derivative), columns);
+        return add_memory<detail::time_function<kernel>>(quenta_equation_add_lag_memory, std::move(K), columns_of(E))
+            .set_phi(std::move(phi), std::move(derivative), columns_of(E));
     }
 
     // d f / dy of an integro-differential equation.
@@ -324,6 +322,7 @@ private:
 
     explicit equation(int dimension) : D(dimension) {}
 
+    int columns_of(int E) const { return E > 0 ? E : D; }
     static std::size_t size_t_of(int count) { return count > 0 ? std::size_t(count) : 0; }
     static void check(int status) {
         if (status != QUENTA_EQUATION_SOLVED)
