@@ -142,14 +142,13 @@ class PartOfAnotherBuild(Case):
 
     def test_loading_the_library_does_not_change_the_floating_point_mode(self):
         for option in ("-ffast-math", "-Ofast", "-funsafe-math-optimizations"):
-            for where in ("CMAKE_CXX_FLAGS", "CMAKE_CXX_FLAGS_RELEASE"):
-                shutil.rmtree(self.build, ignore_errors=True)
-                self.configure_host("-DCMAKE_BUILD_TYPE=Release", f"-D{where}={option}")
-                for linked in self.link_commands():
-                    command = shlex.split(linked.removeprefix(": && ").removesuffix(" && :"))
-                    printed = output_of([*command, "-###"], cwd=self.build)
-                    self.assertIn("crti.o", printed)  # the output lists what is linked
-                    self.assertNotIn("crtfastmath.o", printed, option)
+            self.configure_host("-DCMAKE_BUILD_TYPE=Release", f"-DCMAKE_CXX_FLAGS={option}",
+                                f"-DCMAKE_CXX_FLAGS_RELEASE={option}")
+            for linked in self.link_commands():
+                command = shlex.split(linked.removeprefix(": && ").removesuffix(" && :"))
+                printed = output_of([*command, "-###"], cwd=self.build)
+                self.assertIn("crti.o", printed)  # the output lists what is linked
+                self.assertNotIn("crtfastmath.o", printed, option)
 
     def test_the_threads_library_is_linked_if_it_is_separate(self):
         self.configure_host("-DCMAKE_HAVE_LIBC_PTHREAD=OFF")
@@ -165,8 +164,7 @@ class WholeProject(Case):
 
 class PkgConfig(Case):
     def test_directories_may_be_absolute(self):
-        for libraries, headers in (("lib", "include"), ("lib/of/many", "include/quenta"), ("{place}/lib", "include"),
-                                   ("lib", "{place}/headers"), ("{place}/far/lib", "{place}/headers")):
+        for libraries, headers in (("{place}/lib", "include/quenta"), ("lib/of/many", "{place}/headers")):
             libraries, headers = (directory.format(place=self.place) for directory in (libraries, headers))
             with self.subTest(libraries=libraries, headers=headers):
                 prefix = self.place / "prefix"
