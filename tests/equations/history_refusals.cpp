@@ -47,13 +47,6 @@ TEST_F(history_refusals, of_sizes) {
         expect_new(QUENTA_EQUATION_BAD_STEPS, 2, 3, steps);
 }
 
-TEST_F(history_refusals, of_sizes_that_do_not_fit_the_memory) {
-    EXPECT_EQ(quenta_history_from_function(10'000, 10'000, 100'000'000, zero, nullptr, &created),
-              QUENTA_EQUATION_OUT_OF_MEMORY);
-    EXPECT_EQ(created, untouched);
-    EXPECT_EQ(calls, 0);
-}
-
 TEST_F(history_refusals, of_null_pointers) {
     EXPECT_EQ(quenta_history_from_blocks(1, 1, 3, nullptr, &created), QUENTA_EQUATION_NULL_POINTER);
     EXPECT_EQ(quenta_history_from_blocks(1, 1, 3, blocks.data(), nullptr), QUENTA_EQUATION_NULL_POINTER);
