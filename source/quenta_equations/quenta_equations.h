@@ -17,10 +17,8 @@
  *
  * Calling order
  *   Create an equation, add its memory terms, solve it, read the solution, destroy both. An equation can be solved any
- *   number of times, and is not changed by a solve. A solution does not depend on the equation.
- *
- *   A program that has its own time stepping needs no equation. It creates a history, which computes the sums over the
- *   previous steps of a convolution.
+ *   number of times, and is not changed by a solve. A solution does not depend on the equation. A program that has its
+ *   own time stepping needs no equation: it creates a history, asks for the sum of each step, and pushes its values.
  *
  * Rules for all arguments
  *   1. All arrays belong to the caller. Objects are created by the library, and are released only by
@@ -77,8 +75,7 @@ enum {
     QUENTA_EQUATION_TOLERANCE_MISSED = 5,  /* the tolerance was not reached; the solution is the best one */
     QUENTA_EQUATION_OUT_OF_MEMORY = 6,     /* memory ran out */
     QUENTA_EQUATION_NULL_POINTER = 8,      /* an argument is null that must not be */
-    QUENTA_EQUATION_BAD_DIMENSION = 9,     /* D or E is below 1 or above quenta_equation_max_dimension; rows or columns
-                                              of a history are below 1 or above 10000 */
+    QUENTA_EQUATION_BAD_DIMENSION = 9,     /* D, E, or the rows or columns of a history are out of range */
     QUENTA_EQUATION_BAD_STEPS = 10,        /* fewer than 1 step, or too many; or max_steps */
     QUENTA_EQUATION_BAD_MESH = 11,         /* the mesh does not start at 0, increase, and end at a finite time */
     QUENTA_EQUATION_BAD_END = 12,          /* t_end is not positive and finite */
