@@ -6,8 +6,8 @@
 #include "toeplitz_history/toeplitz_history.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
-#include <new>
 
 using namespace quenta;
 
@@ -91,7 +91,7 @@ int quenta_history_push(quenta_history* history, const double* x) {
         const int done = history->count;
         try {
             history->push({std::uint64_t(history->q), x});
-        } catch (const std::bad_alloc&) { // before any sum has changed
+        } catch (...) { // memory ran out, and no sum has changed
             history->count = done;
             throw;
         }
