@@ -3,18 +3,17 @@
 
 #include "quenta_equations/equation.hpp"
 #include "quenta_equations/error_control.hpp"
+#include "quenta_equations/export_checks.hpp"
 #include "quenta_equations/iterated_solution.hpp"
 #include "quenta_equations/march.hpp"
 #include "quenta_equations/nodes.hpp"
 #include "quenta_equations/solution.hpp"
 #include "quenta_equations/status.hpp"
-#include "utility/floating_point_mode.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <new>
 #include <utility>
 #include <vector>
 
@@ -24,39 +23,10 @@ namespace {
 
 constexpr int max_dimension = 1000, default_max_steps = 16384;
 constexpr int min_max_steps = 64; // with fewer there are not two observed orders, and so no reliable estimate
-constexpr int max_steps_of_any_solve = 100'000'000;
 
 // The number of nodes if the caller leaves the choice to the library. To a tolerance, the higher order needs fewer
 // evaluations of the kernel.
 constexpr int usual_nodes = 3, nodes_to_tolerance = 5;
-
-void check(bool condition, equation_status otherwise) {
-    if (!condition)
-        throw solve_ended{otherwise};
-}
-
-template <class... pointers>
-void check_pointers(pointers... all) {
-    check(((all != nullptr) && ...), equation_status::null_pointer);
-}
-
-bool are_finite(const double* values, std::int64_t count) {
-    return std::all_of(values, values + count, [](double value) { return std::isfinite(value); });
-}
-
-// Runs the body of an export, and returns the status of what it throws.
-template <class body>
-int status_of(const body& run) {
-    const standard_floating_point_mode mode;
-    try {
-        run();
-        return QUENTA_EQUATION_SOLVED;
-    } catch (const solve_ended& end) {
-        return static_cast<int>(end.status);
-    } catch (const std::bad_alloc&) {
-        return QUENTA_EQUATION_OUT_OF_MEMORY;
-    }
-}
 
 std::unique_ptr<quenta_equation> new_equation(equation_kind kind, int D, quenta_function forcing, void* context) {
     check(D >= 1 && D <= max_dimension, equation_status::bad_dimension);
@@ -182,7 +152,7 @@ const char* quenta_equations_error_text(int status) {
     case QUENTA_EQUATION_NULL_POINTER:
         return "expected a pointer that is not null";
     case QUENTA_EQUATION_BAD_DIMENSION:
-        return "expected dimensions D and E from 1 to 1000";
+        return "expected dimensions D and E from 1 to 1000, and rows and columns of a history from 1 to 10000";
     case QUENTA_EQUATION_BAD_STEPS:
         return "expected at least 1 step, at most 100000000, and max_steps 0 or at least 64";
     case QUENTA_EQUATION_BAD_MESH:
@@ -211,6 +181,12 @@ const char* quenta_equations_error_text(int status) {
         return "expected finite start values, one for each component";
     case QUENTA_EQUATION_BAD_COUNT:
         return "expected a count of at least 0";
+    case QUENTA_EQUATION_BAD_BLOCKS:
+        return "expected finite blocks of rows * columns numbers, one for each lag from 1 to steps - 1";
+    case QUENTA_EQUATION_BAD_PUSH:
+        return "expected finite numbers to push, one for each column of the history";
+    case QUENTA_EQUATION_NO_STEP_LEFT:
+        return "expected a history with a step left: all its steps are done";
     default:
         return "unknown status";
     }
@@ -303,7 +279,7 @@ int quenta_equation_solve(const quenta_equation* equation, double t_end, int ste
                           quenta_solution** solution) {
     return status_of([&] {
         check_pointers(equation, solution);
-        check(steps >= 1 && steps <= max_steps_of_any_solve, equation_status::bad_steps);
+        check_steps(steps);
         check_end(t_end, steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
@@ -315,7 +291,7 @@ int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double*
                                   int P, quenta_solution** solution) {
     return status_of([&] {
         check_pointers(equation, mesh, solution);
-        check(steps >= 1 && steps <= max_steps_of_any_solve, equation_status::bad_steps);
+        check_steps(steps);
         check_mesh(mesh, steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
@@ -329,7 +305,7 @@ int quenta_equation_solve_to_tolerance(const quenta_equation* equation, double t
         check_pointers(equation, solution);
         if (max_steps == 0)
             max_steps = default_max_steps;
-        check(max_steps >= min_max_steps && max_steps <= max_steps_of_any_solve, equation_status::bad_steps);
+        check(max_steps >= min_max_steps && max_steps <= most_steps, equation_status::bad_steps);
         check_end(t_end, max_steps);
         check(rtol >= 0.0 && atol >= 0.0 && std::isfinite(rtol) && std::isfinite(atol) && std::max(rtol, atol) > 0.0,
               equation_status::bad_tolerance);

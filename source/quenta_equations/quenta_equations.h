@@ -17,11 +17,13 @@
  *
  * Calling order
  *   Create an equation, add its memory terms, solve it, read the solution, destroy both. An equation can be solved any
- *   number of times, and is not changed by a solve. A solution does not depend on the equation.
+ *   number of times, and is not changed by a solve. A solution does not depend on the equation. A program that has its
+ *   own time stepping needs no equation: it creates a history, asks for the sum of each step, and pushes its values.
  *
  * Rules for all arguments
  *   1. All arrays belong to the caller. Objects are created by the library, and are released only by
- *      quenta_equation_destroy and quenta_solution_destroy. An array that a function returns belongs to its object.
+ *      quenta_equation_destroy, quenta_solution_destroy and quenta_history_destroy. An array that a function returns
+ *      belongs to its object.
  *   2. double is the 64-bit IEEE type, and int has 32 bits.
  *   3. Vectors at several points are stored point by point: component a at point p is at p*D + a. Matrices are stored
  *      by rows: entry (a, c) of a matrix with E columns at point p is at (p*D + a)*E + c.
@@ -30,7 +32,7 @@
  *
  * Threads
  *   There is no global state, and no function takes a lock. Any number of threads may solve at once, also the same
- *   equation if its functions allow that. An equation must not be changed while another thread uses it.
+ *   equation if its functions allow that. An equation or a history must not be changed while another thread uses it.
  *
  * Results are reproducible: the same values of the functions give the same bits on every processor of a platform. The
  * functions are called in the default floating-point mode (round to nearest, subnormals kept, no traps).
@@ -54,17 +56,18 @@
 extern "C" {
 #endif
 
-/* An equation that can be solved, and a solution. Programs use pointers to them only. */
+/* An equation that can be solved, a solution, and a history. Programs use pointers to them only. */
 typedef struct quenta_equation quenta_equation;
 typedef struct quenta_solution quenta_solution;
+typedef struct quenta_history quenta_history;
 
 /* ---- Status --------------------------------------------------------------------------------------------------- */
 
 /* What a function returns. The statuses from 1 to 5 end a solve that has begun: the solution exists, and contains all
  * steps before the one that failed, or is the best one. With the others, except QUENTA_EQUATION_SOLVED, nothing was
- * written. */
+ * written. The functions of histories write nothing unless they return QUENTA_EQUATION_SOLVED. */
 enum {
-    QUENTA_EQUATION_SOLVED = 0,            /* the solution is complete, and meets the tolerance if there is one */
+    QUENTA_EQUATION_SOLVED = 0,            /* done; a solution is complete, and meets the tolerance if there is one */
     QUENTA_EQUATION_STOPPED = 1,           /* a function of the caller returned a value other than 0 */
     QUENTA_EQUATION_NOT_FINITE = 2,        /* a function of the caller gave NaN or infinity, or a sum overflowed */
     QUENTA_EQUATION_NO_CONVERGENCE = 3,    /* the nonlinear equations of a step have no solution that can be reached */
@@ -72,7 +75,7 @@ enum {
     QUENTA_EQUATION_TOLERANCE_MISSED = 5,  /* the tolerance was not reached; the solution is the best one */
     QUENTA_EQUATION_OUT_OF_MEMORY = 6,     /* memory ran out */
     QUENTA_EQUATION_NULL_POINTER = 8,      /* an argument is null that must not be */
-    QUENTA_EQUATION_BAD_DIMENSION = 9,     /* D or E is below 1 or above quenta_equation_max_dimension */
+    QUENTA_EQUATION_BAD_DIMENSION = 9,     /* D, E, or the rows or columns of a history are out of range */
     QUENTA_EQUATION_BAD_STEPS = 10,        /* fewer than 1 step, or too many; or max_steps */
     QUENTA_EQUATION_BAD_MESH = 11,         /* the mesh does not start at 0, increase, and end at a finite time */
     QUENTA_EQUATION_BAD_END = 12,          /* t_end is not positive and finite */
@@ -85,7 +88,10 @@ enum {
     QUENTA_EQUATION_WRONG_KIND = 19,       /* the function is for equations of another kind */
     QUENTA_EQUATION_BAD_TIME = 20,         /* a time is not in the solution */
     QUENTA_EQUATION_BAD_START = 21,        /* y0 or the first guess is not finite */
-    QUENTA_EQUATION_BAD_COUNT = 22         /* a count is negative */
+    QUENTA_EQUATION_BAD_COUNT = 22,        /* a count is negative */
+    QUENTA_EQUATION_BAD_BLOCKS = 23,       /* a block of a history is not finite */
+    QUENTA_EQUATION_BAD_PUSH = 24,         /* a number that is pushed to a history is not finite */
+    QUENTA_EQUATION_NO_STEP_LEFT = 25      /* all steps of a history are done */
 };
 
 /* A sentence that says what a status means and, for a wrong argument, what was expected. A constant. */
@@ -266,6 +272,67 @@ QUENTA_EQUATIONS_API int quenta_solution_derivative(const quenta_solution* solut
  *      unless SOLVED. */
 QUENTA_EQUATIONS_API int quenta_solution_iterate(const quenta_solution* solution, const quenta_equation* equation,
                                                  int count, const double* t, double* y);
+
+/* ---- Histories ------------------------------------------------------------------------------------------------ */
+
+/* The sums over the previous steps of a convolution, for a program that has its own time stepping:
+ *
+ *   sum_n = sum over k = 0 .. n-1 of   block(n - k) x_k,   n = 0 .. steps-1.
+ *
+ * block(lag) is a matrix of `rows` rows and `columns` columns. x_k becomes known in step k, and may depend on sum_k. In
+ * each step n the program asks for sum_n, calculates x_n, and pushes it. A term of lag 0 is left to the program.
+ *
+ * All n steps together take about n * log(n)^2 * rows * columns operations. Most pushes are short; those after which
+ * the number of steps done is divisible by a large power of two take longer.
+ *
+ * The sums are computed directly and by fast Fourier transforms. Their errors are a few rounding errors of the largest
+ * entry of a block times the sum of all |x_k|. A sum that is much smaller than that has a larger relative error. A
+ * transform spreads NaN and infinity to other sums, so blocks and pushed numbers must be finite.
+ *
+ * Memory, in doubles: up to 3 * rows * columns + 5 * (rows + columns) + 32 per step, and 32 * columns * (rows + 7).
+ * Most of it is allocated at the creation, the rest by pushes. */
+
+/* Writes the block of a lag: entry (r, c) at block[r*columns + c]. All entries are 0 before the call. A value other
+ * than 0 ends the creation with QUENTA_EQUATION_STOPPED. Exceptions are handled as those of a quenta_function. */
+typedef int (*quenta_block_function)(void* context, int lag, double* block);
+
+/* Create a history from its blocks, which are copied, or from a function that writes one block at a time. The function
+ * is called once for each lag from 1 to steps - 1, in ascending order, and never after the creation.
+ *
+ * In   rows, columns   of a block, from 1 to 10000
+ *      steps           from 1 to 100000000
+ *      blocks[(steps-1)*rows*columns]   entry (r, c) of the block of a lag at ((lag - 1)*rows + r)*columns + c; may
+ *                      have more than 2147483647 elements; may be null if steps is 1
+ *      function        writes a block; may not be null
+ *      context         passed to the function; may be null
+ * Out  history         the new object
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER, BAD_DIMENSION, BAD_STEPS, BAD_BLOCKS (a number in blocks is NaN or
+ *      infinite), STOPPED, NOT_FINITE (the function wrote NaN or infinity) or OUT_OF_MEMORY. */
+QUENTA_EQUATIONS_API int quenta_history_from_blocks(int rows, int columns, int steps, const double* blocks,
+                                                    quenta_history** history);
+QUENTA_EQUATIONS_API int quenta_history_from_function(int rows, int columns, int steps, quenta_block_function function,
+                                                      void* context, quenta_history** history);
+
+/* Releases a history. Null is allowed. */
+QUENTA_EQUATIONS_API void quenta_history_destroy(quenta_history* history);
+
+/* The number of steps that are done, which is the number of pushes; 0 for a null history. */
+QUENTA_EQUATIONS_API int quenta_history_steps_done(const quenta_history* history);
+
+/* Writes the sum of the present step n, where n is the number of steps done. In the first step it is 0. It can be asked
+ * for any number of times, or not at all.
+ *
+ * Out  sum[rows]
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER, NO_STEP_LEFT (all steps are done) or NOT_FINITE (the sum overflowed, or
+ *      a number in a transform that contributes to it). */
+QUENTA_EQUATIONS_API int quenta_history_sum(const quenta_history* history, double* sum);
+
+/* Ends the present step n: x is x_n. The last step can also be ended; no sum follows it.
+ *
+ * In   x[columns]      finite; copied
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER, NO_STEP_LEFT (all steps are done), BAD_PUSH (a number is NaN or
+ *      infinite) or OUT_OF_MEMORY. Unless it is SOLVED, the history is as before, and x may be pushed again. */
+QUENTA_EQUATIONS_API int quenta_history_push(quenta_history* history, const double* x);
 
 #ifdef __cplusplus
 }

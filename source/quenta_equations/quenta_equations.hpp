@@ -1,4 +1,4 @@
-// quenta_equations for C++20: equations from lambdas, solutions that are functions.
+// quenta_equations for C++20: equations from lambdas, solutions that are functions, and histories.
 //
 //     const auto y = quenta::second_kind([](double t) { return std::exp(-t) - t * t; })
 //                        .memory([](double t, double s) { return t * std::exp(s); })
@@ -160,6 +160,16 @@ int guarded(const loop& run) noexcept {
     }
 }
 
+inline void rethrow() {
+    if (thrown)
+        std::rethrow_exception(std::exchange(thrown, nullptr));
+}
+
+inline void check(int status) {
+    if (status != QUENTA_EQUATION_SOLVED)
+        throw equation_error(status);
+}
+
 // A function of a time or of a lag, with `width` values at each point.
 template <class F>
 struct time_function {
@@ -256,14 +266,15 @@ public:
     template <class slope>
     equation& jacobian(slope df_dy) {
         using function = detail::state_function<slope>;
-        check(quenta_equation_set_jacobian(get(), function::call,
-                                           keep<function>({std::move(df_dy), size_t_of(D * D), size_t_of(D)})));
+        detail::check(quenta_equation_set_jacobian(get(), function::call,
+                                                   keep<function>({std::move(df_dy), size_t_of(D * D), size_t_of(D)})));
         return *this;
     }
 
     // Where the first step of a nonlinear first-kind equation starts its iteration.
     equation& first_guess(std::span<const double> y) {
-        check(int(y.size()) == D ? quenta_equation_set_first_guess(get(), y.data()) : QUENTA_EQUATION_BAD_START);
+        detail::check(int(y.size()) == D ? quenta_equation_set_first_guess(get(), y.data())
+                                         : QUENTA_EQUATION_BAD_START);
         return *this;
     }
     equation& first_guess(double y) { return first_guess(std::span<const double>(&y, 1)); }
@@ -273,7 +284,7 @@ public:
         std::vector<double> nodes = options.own_nodes;
         if (nodes.empty() && options.P != 0) {
             nodes.resize(std::size_t(quenta_equation_max_nodes()));
-            check(quenta_equation_nodes(options.family, options.P, nodes.data()));
+            detail::check(quenta_equation_nodes(options.family, options.P, nodes.data()));
             nodes.resize(std::size_t(options.P));
         }
         const int P = int(nodes.size());
@@ -297,8 +308,8 @@ public:
         std::vector<double> values(t.size() * size_t_of(D));
         detail::thrown = nullptr;
         const int status = quenta_solution_iterate(y.get(), get(), int(t.size()), t.data(), values.data());
-        rethrow();
-        check(status);
+        detail::rethrow();
+        detail::check(status);
         return values;
     }
 
@@ -309,7 +320,7 @@ public:
     static equation make(int D, function f, const creator& create) {
         equation created(D);
         quenta_equation* object = nullptr;
-        check(create(created.keep<function>(std::move(f)), &object));
+        detail::check(create(created.keep<function>(std::move(f)), &object));
         created.state->object.reset(object);
         return created;
     }
@@ -324,21 +335,13 @@ private:
 
     int columns_of(int E) const { return E > 0 ? E : D; }
     static std::size_t size_t_of(int count) { return count > 0 ? std::size_t(count) : 0; }
-    static void check(int status) {
-        if (status != QUENTA_EQUATION_SOLVED)
-            throw equation_error(status);
-    }
-    static void rethrow() {
-        if (detail::thrown)
-            std::rethrow_exception(std::exchange(detail::thrown, nullptr));
-    }
     static solution finish(int status, quenta_solution* solved) {
         if (!solved) {
-            rethrow();
+            detail::rethrow();
             throw equation_error(status);
         }
         solution y(solved);
-        rethrow();
+        detail::rethrow();
         if (status != QUENTA_EQUATION_SOLVED)
             throw solve_failure(status, std::move(y));
         return y;
@@ -353,7 +356,7 @@ private:
 
     template <class function, class adder, class kernel>
     equation& add_memory(adder add, kernel K, int E) {
-        check(add(get(), E, 0.0, function::call, keep<function>({std::move(K), size_t_of(D) * size_t_of(E)})));
+        detail::check(add(get(), E, 0.0, function::call, keep<function>({std::move(K), size_t_of(D) * size_t_of(E)})));
         return *this;
     }
 
@@ -362,8 +365,8 @@ private:
         // One context serves both functions.
         if constexpr (std::is_same_v<slope, std::nullptr_t>) {
             using function = detail::state_function<nonlinearity>;
-            check(quenta_equation_set_phi(get(), function::call, nullptr,
-                                          keep<function>({std::move(phi), size_t_of(E), size_t_of(D)})));
+            detail::check(quenta_equation_set_phi(get(), function::call, nullptr,
+                                                  keep<function>({std::move(phi), size_t_of(E), size_t_of(D)})));
         } else {
             using value = detail::state_function<nonlinearity>;
             using derivative_of_value = detail::state_function<slope>;
@@ -378,7 +381,7 @@ private:
                     return derivative_of_value::call(&static_cast<both*>(c)->derivative, count, t, y, values);
                 }
             };
-            check(quenta_equation_set_phi(
+            detail::check(quenta_equation_set_phi(
                 get(), both::call_phi, both::call_derivative,
                 keep<both>({{std::move(phi), size_t_of(E), size_t_of(D)},
                             {std::move(derivative), size_t_of(E) * size_t_of(D), size_t_of(D)}})));
@@ -428,6 +431,90 @@ template <class F>
 equation integro_differential(F f, double y0) {
     return integro_differential(std::move(f), std::span<const double>(&y0, 1));
 }
+
+namespace detail {
+
+// A function that writes the block of a lag.
+template <class F>
+struct block_function {
+    F function;
+    std::size_t size;
+
+    static int call(void* context, int lag, double* block) noexcept {
+        auto& self = *static_cast<block_function*>(context);
+        return guarded([&] { self.function(lag, std::span<double>(block, self.size)); });
+    }
+};
+
+} // namespace detail
+
+// The sums over the previous steps of a convolution, for a program that has its own time stepping:
+//
+//     quenta::history history([&](int lag) { return h * std::exp(-lag * h); }, steps);
+//     for (int n = 0; n < steps; ++n) {
+//         const double sum = history.sum()[0]; // over k = 0 .. n-1 of block(n - k) x_k
+//         ...
+//         history.push(x);
+//     }
+//
+// A constructor calls the function for each lag from 1 to steps - 1, and does not keep it. Every member throws
+// equation_error for a status other than QUENTA_EQUATION_SOLVED; a constructor also throws what the function threw.
+class history {
+public:
+    // Matrices: block(lag, std::span<double> values), by rows. All values are 0 before the call.
+    template <class F>
+    requires std::is_invocable_v<F&, int, std::span<double>> history(F block, int rows, int columns, int steps) {
+        detail::block_function<F> function{std::move(block), std::size_t(rows) * std::size_t(columns)};
+        quenta_history* created = nullptr;
+        detail::thrown = nullptr;
+        const int status = quenta_history_from_function(rows, columns, steps, function.call, &function, &created);
+        detail::rethrow();
+        keep(status, created, rows, columns);
+    }
+
+    // Numbers: block(lag) -> double.
+    template <class F>
+    requires std::is_invocable_r_v<double, F&, int> history(F block, int steps)
+        : history([&](int lag, std::span<double> values) { values[0] = block(lag); }, 1, 1, steps) {}
+
+    // The blocks of the lags from 1 to steps - 1 in an array.
+    history(std::span<const double> blocks, int rows, int columns, int steps) {
+        const bool complete = blocks.size() == (std::size_t(steps) - 1) * std::size_t(rows) * std::size_t(columns);
+        quenta_history* created = nullptr;
+        int status = quenta_history_from_blocks(rows, columns, steps, complete ? blocks.data() : nullptr, &created);
+        if (!complete && (status == QUENTA_EQUATION_NULL_POINTER || status == QUENTA_EQUATION_SOLVED))
+            status = QUENTA_EQUATION_BAD_BLOCKS; // the sizes are valid
+        keep(status, created, rows, columns);
+    }
+
+    // The sum of the present step, one number for each row. The array changes with the next call.
+    std::span<const double> sum() {
+        detail::check(quenta_history_sum(get(), present.data()));
+        return present;
+    }
+
+    // Ends the present step with one number for each column. If it throws, the history is as before.
+    void push(std::span<const double> x) {
+        detail::check(x.size() == width ? quenta_history_push(get(), x.data()) : QUENTA_EQUATION_BAD_PUSH);
+    }
+    void push(double x) { push(std::span<const double>(&x, 1)); }
+
+    int steps_done() const { return quenta_history_steps_done(get()); }
+
+    quenta_history* get() const { return object.get(); }
+
+private:
+    void keep(int status, quenta_history* created, int rows, int columns) {
+        object.reset(created);
+        detail::check(status);
+        width = std::size_t(columns);
+        present.resize(std::size_t(rows));
+    }
+
+    std::unique_ptr<quenta_history, void (*)(quenta_history*)> object{nullptr, quenta_history_destroy};
+    std::size_t width = 0;
+    std::vector<double> present;
+};
 
 } // namespace quenta
 

@@ -29,6 +29,9 @@ enum class equation_status {
     bad_time = QUENTA_EQUATION_BAD_TIME,
     bad_start = QUENTA_EQUATION_BAD_START,
     bad_count = QUENTA_EQUATION_BAD_COUNT,
+    bad_blocks = QUENTA_EQUATION_BAD_BLOCKS,
+    bad_push = QUENTA_EQUATION_BAD_PUSH,
+    no_step_left = QUENTA_EQUATION_NO_STEP_LEFT,
 };
 
 struct solve_ended {

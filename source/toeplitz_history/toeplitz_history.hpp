@@ -27,8 +27,9 @@ using kernel_provider = void (*)(void* context, std::int32_t lag, ToeplitzHistor
 // A plain value that belongs to one solve on one thread. The calling order is init, set_kernel_provider, and then for
 // each step t: history_at(t), solve, push. An access out of range is an index failure.
 //
-// If the provider throws, or memory runs out, push has stored and counted the value, but has not added all of its
-// block of sums. The next lag to be asked for is the one at which the provider threw. Correct sums need a new init.
+// If the provider throws, or memory runs out, push has stored and counted the value, but has not changed any sum. The
+// next lag to be asked for is the one at which the provider threw. After `count` is reduced by one, the value can be
+// pushed again, with the same sums.
 //
 // Memory, in doubles: n * (p*q + p + q) in kernel, sums and pushed; max(1, n/4) * q * padded_rows(p) at most in
 // near_columns; 2 * n * p * q at most in the caches; and scratch.

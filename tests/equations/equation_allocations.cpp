@@ -1,6 +1,7 @@
 // What the library of equations allocates, when, and what happens if an allocation fails. This program counts all
 // allocations, and makes them fail on demand.
 #include "equations/polynomial_equation.hpp"
+#include "equations/random_history.hpp"
 #include "support/bits.hpp"
 #include "support/fenced_array.hpp"
 #include "support/replaced_new.hpp"
@@ -13,6 +14,7 @@ namespace {
 thread_local bool counts = false;
 thread_local long allocations = 0, fails_at = -1; // the number of the allocation that fails
 long live_blocks = 0;
+std::size_t live_bytes = 0, peak_bytes = 0;
 
 } // namespace
 
@@ -21,11 +23,16 @@ void* quenta_tests::allocate_block(std::size_t bytes, std::size_t alignment) {
         throw std::bad_alloc{};
     void* const block = heap_block(bytes, alignment);
     ++live_blocks;
+    live_bytes += size_of_heap_block(block);
+    peak_bytes = std::max(peak_bytes, live_bytes);
     return block;
 }
 
 void quenta_tests::release_block(void* block) noexcept {
-    live_blocks -= block != nullptr;
+    if (block == nullptr)
+        return;
+    --live_blocks;
+    live_bytes -= size_of_heap_block(block);
     release_heap_block(block);
 }
 
@@ -145,6 +152,82 @@ TEST(failing_allocation, in_an_iterated_solution_writes_nothing) {
         ++compared;
     }
     EXPECT_EQ(compared, 8);
+}
+
+TEST(failing_allocation, in_the_creation_of_a_history_writes_nothing) {
+    random_data random{2031};
+    const random_history data{random, 2, 3, 200};
+    const auto no_entry = [](void*, int, double*) {
+        return 0;
+    };
+    quenta_history* const mark = reinterpret_cast<quenta_history*>(&random);
+    quenta_history* created = mark;
+    const auto untouched = [&] {
+        return created == mark;
+    };
+    const auto discard = [&] {
+        quenta_history_destroy(created);
+        created = mark;
+    };
+    expect_out_of_memory([&] { return quenta_history_from_blocks(2, 3, 200, data.blocks.data(), &created); }, untouched,
+                         discard);
+    expect_out_of_memory([&] { return quenta_history_from_function(2, 3, 200, no_entry, nullptr, &created); },
+                         untouched, discard);
+    // The largest sizes are valid. The second allocation is that of the blocks.
+    EXPECT_EQ(
+        status_with_failure(
+            1, [&] { return quenta_history_from_function(10'000, 10'000, 100'000'000, no_entry, nullptr, &created); }),
+        QUENTA_EQUATION_OUT_OF_MEMORY);
+    EXPECT_TRUE(untouched());
+}
+
+TEST(failing_allocation, in_a_push_leaves_the_history_as_it_was) {
+    random_data random{2032};
+    for (const auto& [rows, columns] : {std::pair{1, 1}, {2, 3}, {5, 1}}) {
+        const random_history data{random, rows, columns, 300};
+        SCOPED_TRACE(testing::PrintToString(data));
+        const std::vector<double> expected = data.sums_of(data.create().get());
+        const owned_history history = data.create();
+        std::vector<double> sum(std::size_t(rows), 0.0);
+        int failures = 0;
+        for (int n = 0; n < data.steps; ++n) {
+            const auto push = [&] {
+                return quenta_history_push(history.get(), data.value(n));
+            };
+            // Each attempt comes one allocation further, because those of the last attempt may be kept.
+            for (long number = 0; status_with_failure(number, push) != QUENTA_EQUATION_SOLVED; ++number) {
+                ++failures;
+                ASSERT_EQ(status_with_failure(0, push), QUENTA_EQUATION_OUT_OF_MEMORY);
+                ASSERT_EQ(quenta_history_steps_done(history.get()), n);
+                ASSERT_EQ(quenta_history_sum(history.get(), sum.data()), QUENTA_EQUATION_SOLVED);
+                ASSERT_TRUE(equal_bits(std::span{expected}.subspan(std::size_t(n * rows), sum.size()), sum));
+            }
+            if (n + 1 < data.steps) {
+                ASSERT_EQ(quenta_history_sum(history.get(), sum.data()), QUENTA_EQUATION_SOLVED);
+                ASSERT_TRUE(equal_bits(std::span{expected}.subspan(std::size_t((n + 1) * rows), sum.size()), sum));
+            }
+        }
+        EXPECT_GT(failures, 10);
+    }
+}
+
+TEST(memory, of_a_history_is_what_the_header_says) {
+    random_data random{2033};
+    double largest_share = 0.0;
+    for (const auto& [rows, columns] : {std::pair{1, 1}, {1, 3}, {3, 1}, {2, 5}, {9, 9}})
+        for (const int steps : {1, 2, 31, 100, 129, 192, 1000, 1024, 1100}) {
+            const random_history data{random, rows, columns, steps};
+            SCOPED_TRACE(testing::PrintToString(data));
+            const std::size_t before = peak_bytes = live_bytes;
+            const owned_history history = data.create();
+            for (int n = 0; n < steps; ++n)
+                ASSERT_EQ(quenta_history_push(history.get(), data.value(n)), QUENTA_EQUATION_SOLVED);
+            const double documented =
+                8.0 * (steps * (3.0 * rows * columns + 5.0 * (rows + columns) + 32.0) + 32.0 * columns * (rows + 7));
+            largest_share = std::max(largest_share, double(peak_bytes - before) / documented);
+        }
+    EXPECT_LE(largest_share, 1.0);
+    EXPECT_GE(largest_share, 0.6) << "the header says more than is needed";
 }
 
 // The steps need no memory: everything is allocated before the first call of a function.

@@ -167,6 +167,38 @@ static void check_first_kind(void) {
     quenta_equation_destroy(equation);
 }
 
+/* Implicit midpoint rule for y' = -y + integral of exp(-(t - s)) y(s), y(0) = 1, so y = exp(-t) cosh(t). */
+static int decay_of_steps(void* context, int lag, double* block) {
+    const double h = *(const double*)context;
+    block[0] = h * exp(-h * lag);
+    return 0;
+}
+
+static void check_history(void) {
+    const double h = 0.001, blocks[] = {3.0, 4.0, 5.0, 6.0};
+    double y = 1.0, sum, middle, pair[] = {1.0, 10.0};
+    int n;
+    quenta_history* history = 0;
+    check(quenta_history_from_function(1, 1, 1000, decay_of_steps, (void*)&h, &history) == QUENTA_EQUATION_SOLVED,
+          "a history from a function");
+    for (n = 0; n < 1000; ++n) {
+        check(quenta_history_sum(history, &sum) == QUENTA_EQUATION_SOLVED, "the sum of a step");
+        middle = (y + h / 2 * sum) / (1.0 + h / 2 - h * h / 4 * exp(-h / 4));
+        check(quenta_history_push(history, &middle) == QUENTA_EQUATION_SOLVED, "the end of a step");
+        y = 2.0 * middle - y;
+    }
+    check_near(y, exp(-1.0) * cosh(1.0), 1e-6, "y is exp(-t) cosh(t)");
+    check(quenta_history_steps_done(history) == 1000, "1000 steps are done");
+    check(quenta_history_push(history, &y) == QUENTA_EQUATION_NO_STEP_LEFT, "there is no other step");
+    quenta_history_destroy(history);
+
+    check(quenta_history_from_blocks(1, 2, 3, blocks, &history) == QUENTA_EQUATION_SOLVED, "a history from blocks");
+    for (n = 0; n < 2; ++n)
+        check(quenta_history_push(history, pair) == QUENTA_EQUATION_SOLVED, "a push");
+    check(quenta_history_sum(history, &sum) == QUENTA_EQUATION_SOLVED && sum == 43.0 + 65.0, "block by block");
+    quenta_history_destroy(history);
+}
+
 int main(void) {
     check(quenta_equation_max_dimension() == 1000, "the largest D is 1000");
     check(quenta_equation_max_nodes() == 5, "the largest P is 5");
@@ -174,5 +206,6 @@ int main(void) {
     check_second_kind();
     check_integro_differential();
     check_first_kind();
+    check_history();
     return failures == 0 ? 0 : 1;
 }

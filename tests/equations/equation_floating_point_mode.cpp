@@ -1,6 +1,7 @@
 // The floating-point mode of the host does not change the results of the equation solvers. Functions are called in the
 // default mode, and every call leaves the host's mode unchanged.
 #include "equations/polynomial_equation.hpp"
+#include "equations/random_history.hpp"
 #include "support/bits.hpp"
 #include "support/failures.hpp"
 #include "support/host_modes.hpp"
@@ -55,6 +56,23 @@ TEST_P(equation_floating_point_mode, changes_no_bit) {
         EXPECT_TRUE(equal_bits(evaluate(), in_mode(GetParam(), evaluate)));
     }
     at_each_call = nullptr;
+}
+
+TEST_P(equation_floating_point_mode, changes_no_bit_of_a_history) {
+    random_data random{20270};
+    const random_history data{random, 2, 3, 200};
+    const auto block = [](void* context, int lag, double* values) {
+        std::copy_n(static_cast<const random_history*>(context)->block(lag), 6, values);
+        return is_default_mode() ? 0 : 1;
+    };
+    const auto sums = [&] {
+        quenta_history* created = nullptr;
+        random_history copy = data;
+        EXPECT_EQ(quenta_history_from_function(2, 3, 200, block, &copy, &created), QUENTA_EQUATION_SOLVED)
+            << "expected that the function is called in the default mode";
+        return data.sums_of(owned_history{created}.get());
+    };
+    EXPECT_TRUE(equal_bits(sums(), in_mode(GetParam(), sums)));
 }
 
 TEST_P(equation_floating_point_mode, holds_after_an_exception_and_after_wrong_arguments) {

@@ -1,6 +1,7 @@
 // Every array of a call of the library of equations, of the caller and of the library, lies next to pages that cannot
 // be accessed. The functions of the equations read all points that they get, and write all values.
 #include "equations/polynomial_equation.hpp"
+#include "equations/random_history.hpp"
 #include "support/bits.hpp"
 #include "support/guarded_blocks.hpp"
 
@@ -84,6 +85,31 @@ TEST_P(equation_guard_pages, are_not_accessed) {
             ++solved;
         }
     EXPECT_GT(blocks_made, 100 * solved);
+}
+
+TEST_P(equation_guard_pages, are_not_accessed_by_histories) {
+    const auto sums = [](const int rows, const int columns, const int steps) {
+        random_data random{20273};
+        const random_history data{random, rows, columns, steps};
+        const owned_history history = data.create();
+        std::vector<double> all;
+        for (int n = 0; n < steps; ++n) {
+            fenced_array sum{std::size_t(rows)};
+            EXPECT_EQ(quenta_history_sum(history.get(), sum.data()), QUENTA_EQUATION_SOLVED);
+            all.insert(all.end(), sum.values().begin(), sum.values().end());
+            const std::vector<double> x(data.value(n), data.value(n) + columns);
+            EXPECT_EQ(quenta_history_push(history.get(), x.data()), QUENTA_EQUATION_SOLVED);
+        }
+        return all;
+    };
+    const auto guarded = [&](int rows, int columns, int steps) {
+        const blocks_guarded scope{GetParam()};
+        return sums(rows, columns, steps);
+    };
+    for (const auto& [rows, columns] : {std::pair{1, 1}, {1, 2}, {3, 1}, {5, 7}})
+        for (const int steps : {1, 2, 40, 130})
+            EXPECT_TRUE(equal_bits(sums(rows, columns, steps), guarded(rows, columns, steps)))
+                << rows << " rows, " << columns << " columns, " << steps << " steps";
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // Every instruction set gives the same bits: the loops, compared with the reference implementation, and whole solves.
 #include "equations/polynomial_equation.hpp"
+#include "equations/random_history.hpp"
 #include "quenta_equations/kernel_sums.hpp"
 #include "reference/kernel_sums.hpp"
 #include "support/bits.hpp"
@@ -118,6 +119,20 @@ TEST(solves, give_the_same_bits_on_every_instruction_set) {
             }
         }
     EXPECT_GT(compared, 100);
+}
+
+TEST(histories, give_the_same_bits_on_every_instruction_set) {
+    random_data random{202614};
+    for (const auto& [rows, columns] : {std::pair{1, 1}, {3, 2}, {9, 5}}) {
+        const random_history data{random, rows, columns, 300};
+        SCOPED_TRACE(testing::PrintToString(data));
+        allowed = {false, false};
+        const std::vector<double> expected = data.sums_of(data.create().get());
+        for (const bool avx512 : {false, true}) {
+            allowed = {true, avx512};
+            EXPECT_TRUE(equal_bits(expected, data.sums_of(data.create().get())));
+        }
+    }
 }
 
 } // namespace

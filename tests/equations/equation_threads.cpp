@@ -1,5 +1,6 @@
 // Many threads solve at once: the same equation, and equations of their own.
 #include "equations/polynomial_equation.hpp"
+#include "equations/random_history.hpp"
 #include "quenta_equations.hpp"
 #include "support/bits.hpp"
 #include "support/latch.hpp"
@@ -44,6 +45,37 @@ TEST(threads, solve_the_same_equation_at_once_with_the_same_bits) {
     for (std::size_t number = 1; number < thread_count; ++number)
         for (std::size_t k = 0; k < equations.size(); ++k)
             EXPECT_TRUE(equal_bits(results[0][k], results[number][k])) << testing::PrintToString(equations[k].shape);
+}
+
+TEST(threads, have_histories_with_the_same_bits_at_once) {
+    random_data random{20271};
+    const random_history scalar{random, 1, 1, 1000}, matrix{random, 3, 2, 300};
+    std::vector<std::vector<double>> results(thread_count);
+    on_all_threads([&](int number) {
+        for (const random_history* const data : {&scalar, &matrix}) {
+            const std::vector<double> sums = data->sums_of(data->create().get());
+            std::vector<double>& mine = results[std::size_t(number)];
+            mine.insert(mine.end(), sums.begin(), sums.end());
+        }
+    });
+    for (const std::vector<double>& result : results)
+        EXPECT_TRUE(equal_bits(results[0], result));
+}
+
+TEST(threads, may_read_one_history_at_once) {
+    random_data random{20272};
+    const random_history data{random, 2, 3, 300};
+    const owned_history shared = data.create();
+    for (int n = 0; n < 100; ++n)
+        ASSERT_EQ(quenta_history_push(shared.get(), data.value(n)), QUENTA_EQUATION_SOLVED);
+    double expected[2];
+    ASSERT_EQ(quenta_history_sum(shared.get(), expected), QUENTA_EQUATION_SOLVED);
+    on_all_threads([&](int) {
+        double sum[2];
+        EXPECT_EQ(quenta_history_sum(shared.get(), sum), QUENTA_EQUATION_SOLVED);
+        EXPECT_TRUE(equal_bits(expected, sum));
+        EXPECT_EQ(quenta_history_steps_done(shared.get()), 100);
+    });
 }
 
 TEST(threads, solve_and_read_while_others_are_stopped) {
