@@ -15,7 +15,8 @@
 //     phi(s, y) -> double             or  phi(s, std::span<const double> y, std::span<double> values)
 //     f(t, y), derivatives            likewise
 //
-// An exception from a function ends the solve and reaches its caller.
+// A function that returns a number where D or E is above 1 is refused by std::invalid_argument. An exception from a
+// function ends the solve and reaches its caller.
 #ifndef QUENTA_EQUATIONS_HPP
 #define QUENTA_EQUATIONS_HPP
 
@@ -170,17 +171,34 @@ inline void check(int status) {
         throw equation_error(status);
 }
 
+inline std::size_t size_t_of(int count) {
+    return count > 0 ? std::size_t(count) : 0;
+}
+
+// A function that returns a number has one value at a point, and takes one component of y.
+inline void check_shape(bool returns_number, std::size_t values, std::size_t components = 1) {
+    if (returns_number && (values > 1 || components > 1))
+        throw std::invalid_argument(
+            "expected a function that writes its values to a std::span, because D or E is above "
+            "1, got one that returns a number");
+}
+
 // A function of a time or of a lag, with `width` values at each point.
 template <class F>
 struct time_function {
+    static constexpr bool returns_number = std::is_invocable_r_v<double, F&, double>;
     F function;
     std::size_t width;
+
+    time_function(F f, std::size_t values) : function(std::move(f)), width(values) {
+        check_shape(returns_number, width);
+    }
 
     static int call(void* context, int count, const double* t, const double*, double* values) noexcept {
         auto& self = *static_cast<time_function*>(context);
         return guarded([&] {
             for (int p = 0; p < count; ++p)
-                if constexpr (std::is_invocable_r_v<double, F&, double>)
+                if constexpr (returns_number)
                     values[p] = self.function(t[p]);
                 else
                     self.function(t[p], std::span<double>(values + std::size_t(p) * self.width, self.width));
@@ -191,14 +209,19 @@ struct time_function {
 // A function of two times.
 template <class F>
 struct kernel_function {
+    static constexpr bool returns_number = std::is_invocable_r_v<double, F&, double, double>;
     F function;
     std::size_t width;
+
+    kernel_function(F f, std::size_t values) : function(std::move(f)), width(values) {
+        check_shape(returns_number, width);
+    }
 
     static int call(void* context, int count, const double* t, const double* s, double* values) noexcept {
         auto& self = *static_cast<kernel_function*>(context);
         return guarded([&] {
             for (int p = 0; p < count; ++p)
-                if constexpr (std::is_invocable_r_v<double, F&, double, double>)
+                if constexpr (returns_number)
                     values[p] = self.function(t[p], s[p]);
                 else
                     self.function(t[p], s[p], std::span<double>(values + std::size_t(p) * self.width, self.width));
@@ -209,14 +232,20 @@ struct kernel_function {
 // A function of a time and of y with D components.
 template <class F>
 struct state_function {
+    static constexpr bool returns_number = std::is_invocable_r_v<double, F&, double, double>;
     F function;
     std::size_t width, D;
+
+    state_function(F f, std::size_t values, std::size_t components)
+        : function(std::move(f)), width(values), D(components) {
+        check_shape(returns_number, width, D);
+    }
 
     static int call(void* context, int count, const double* t, const double* y, double* values) noexcept {
         auto& self = *static_cast<state_function*>(context);
         return guarded([&] {
             for (int p = 0; p < count; ++p)
-                if constexpr (std::is_invocable_r_v<double, F&, double, double>)
+                if constexpr (returns_number)
                     values[p] = self.function(t[p], y[p]);
                 else
                     self.function(t[p], std::span<const double>(y + std::size_t(p) * self.D, self.D),
@@ -266,8 +295,8 @@ public:
     template <class slope>
     equation& jacobian(slope df_dy) {
         using function = detail::state_function<slope>;
-        detail::check(quenta_equation_set_jacobian(get(), function::call,
-                                                   keep<function>({std::move(df_dy), size_t_of(D * D), size_t_of(D)})));
+        detail::check(quenta_equation_set_jacobian(
+            get(), function::call, keep<function>({std::move(df_dy), detail::size_t_of(D * D), detail::size_t_of(D)})));
         return *this;
     }
 
@@ -305,7 +334,7 @@ public:
 
     // g + M with the polynomials of a solution of this second-kind equation: more accurate between the nodes.
     std::vector<double> iterate(const solution& y, std::span<const double> t) const {
-        std::vector<double> values(t.size() * size_t_of(D));
+        std::vector<double> values(t.size() * detail::size_t_of(D));
         detail::thrown = nullptr;
         const int status = quenta_solution_iterate(y.get(), get(), int(t.size()), t.data(), values.data());
         detail::rethrow();
@@ -334,7 +363,6 @@ private:
     explicit equation(int dimension) : D(dimension) {}
 
     int columns_of(int E) const { return E > 0 ? E : D; }
-    static std::size_t size_t_of(int count) { return count > 0 ? std::size_t(count) : 0; }
     static solution finish(int status, quenta_solution* solved) {
         if (!solved) {
             detail::rethrow();
@@ -356,7 +384,8 @@ private:
 
     template <class function, class adder, class kernel>
     equation& add_memory(adder add, kernel K, int E) {
-        detail::check(add(get(), E, 0.0, function::call, keep<function>({std::move(K), size_t_of(D) * size_t_of(E)})));
+        detail::check(add(get(), E, 0.0, function::call,
+                          keep<function>({std::move(K), detail::size_t_of(D) * detail::size_t_of(E)})));
         return *this;
     }
 
@@ -365,8 +394,9 @@ private:
         // One context serves both functions.
         if constexpr (std::is_same_v<slope, std::nullptr_t>) {
             using function = detail::state_function<nonlinearity>;
-            detail::check(quenta_equation_set_phi(get(), function::call, nullptr,
-                                                  keep<function>({std::move(phi), size_t_of(E), size_t_of(D)})));
+            detail::check(
+                quenta_equation_set_phi(get(), function::call, nullptr,
+                                        keep<function>({std::move(phi), detail::size_t_of(E), detail::size_t_of(D)})));
         } else {
             using value = detail::state_function<nonlinearity>;
             using derivative_of_value = detail::state_function<slope>;
@@ -383,8 +413,9 @@ private:
             };
             detail::check(quenta_equation_set_phi(
                 get(), both::call_phi, both::call_derivative,
-                keep<both>({{std::move(phi), size_t_of(E), size_t_of(D)},
-                            {std::move(derivative), size_t_of(E) * size_t_of(D), size_t_of(D)}})));
+                keep<both>(
+                    {{std::move(phi), detail::size_t_of(E), detail::size_t_of(D)},
+                     {std::move(derivative), detail::size_t_of(E) * detail::size_t_of(D), detail::size_t_of(D)}})));
         }
         return *this;
     }
@@ -397,18 +428,20 @@ private:
 template <class F>
 equation second_kind(F g, int D = 1) {
     using function = detail::time_function<F>;
-    return equation::make<function>(D, {std::move(g), std::size_t(D)}, [&](void* context, quenta_equation** object) {
-        return quenta_equation_second_kind(D, function::call, context, object);
-    });
+    return equation::make<function>(D, {std::move(g), detail::size_t_of(D)},
+                                    [&](void* context, quenta_equation** object) {
+                                        return quenta_equation_second_kind(D, function::call, context, object);
+                                    });
 }
 
 // M = g.
 template <class F>
 equation first_kind(F g, int D = 1) {
     using function = detail::time_function<F>;
-    return equation::make<function>(D, {std::move(g), std::size_t(D)}, [&](void* context, quenta_equation** object) {
-        return quenta_equation_first_kind(D, function::call, context, object);
-    });
+    return equation::make<function>(D, {std::move(g), detail::size_t_of(D)},
+                                    [&](void* context, quenta_equation** object) {
+                                        return quenta_equation_first_kind(D, function::call, context, object);
+                                    });
 }
 
 // y' = f(t, y) + M, y(0) = y0. A null f is 0.

@@ -5,8 +5,11 @@
 #include "support/failures.hpp"
 #include "support/fenced_array.hpp"
 
+#include <array>
 #include <cmath>
 #include <new>
+#include <span>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -320,6 +323,37 @@ TEST(equation_error, names_what_was_expected) {
         expect(QUENTA_EQUATION_BAD_TIME, [&] { y.derivative(t); });
         expect(QUENTA_EQUATION_BAD_TIME, [&] { equation.iterate(y, std::span(&t, 1)); });
     }
+}
+
+TEST(function_that_returns_a_number, is_refused_in_a_system) {
+    const auto number = [](double) {
+        return 1.0;
+    };
+    const auto two_numbers = [](double, double) {
+        return 1.0;
+    };
+    const auto vector = [](double, std::span<double> values) {
+        values[0] = values[1] = 0.0;
+    };
+    const auto refused = [](const auto& act) {
+        return failure_of<std::invalid_argument>(act).has_value();
+    };
+    EXPECT_TRUE(refused([&] { quenta::second_kind(number, 2); }));
+    EXPECT_TRUE(refused([&] { quenta::first_kind(number, 2); }));
+    EXPECT_TRUE(refused([&] { quenta::integro_differential(two_numbers, std::array{1.0, 2.0}); }));
+    EXPECT_TRUE(refused([&] { quenta::second_kind(vector, 2).lag_memory(number); }));
+    EXPECT_TRUE(refused([&] { quenta::second_kind(vector, 2).memory(two_numbers); }));
+    // D is 2 and E is 1, and the other way round.
+    const auto column = [](double, double, std::span<double> values) {
+        values[0] = values[1] = 1.0;
+    };
+    EXPECT_TRUE(refused([&] { quenta::second_kind(vector, 2).memory(column, two_numbers, 1); }));
+    EXPECT_TRUE(refused([&] { quenta::second_kind(number).memory(column, two_numbers, 2); }));
+    const auto first = [](double, std::span<const double> y, std::span<double> values) {
+        values[0] = y[0];
+    };
+    EXPECT_TRUE(refused([&] { quenta::second_kind(vector, 2).memory(column, first, two_numbers, 1); }));
+    EXPECT_FALSE(refused([&] { quenta::second_kind(vector, 2).memory(column, first, 1); }));
 }
 
 TEST(equation, is_the_same_after_copies_and_moves_and_a_solution_outlives_it) {
