@@ -21,7 +21,7 @@ PIECE = re.compile(
     r"|^typedef (?P<type>[^;]*);"
     r"|^enum \{(?P<constants>.*?)\};"
     r"|^#[^\n]*|^extern \"C\" \{|^\}", re.DOTALL | re.MULTILINE)
-CONSTANT = re.compile(r"(\w+) = (\d+),?[ \t]*(?:/\*(.*?)\*/)?")
+CONSTANT = re.compile(r"(\w+) = (\d+),?[ \t]*(?:/\*(.*?)\*/)?", re.DOTALL)
 
 
 def text_of(comment):
@@ -96,7 +96,7 @@ def reference(header):
             parts.extend(paragraphs(waiting))
             waiting = None
             for name, value, comment in CONSTANT.findall(piece["constants"]):
-                text = f"{value}: {comment.strip()}" if comment else value
+                text = f"{value}: {' '.join(text_of(comment).split())}" if comment else value
                 parts.append(declared("enumerator", [name], text))
     finish()
     rest = PIECE.sub("", header).strip()
