@@ -28,7 +28,8 @@ struct callback {
 // One term of M(t): the kernel has D rows and E columns.
 struct memory_term {
     int E;
-    bool of_lag; // the kernel is a function of t - s
+    double singularity; // alpha
+    bool of_lag;        // the kernel is a function of t - s
     callback kernel;
     callback phi, derivative; // phi(s, y) = y if there is none
 

@@ -80,7 +80,7 @@ int add_term(quenta_equation* equation, int E, double singularity, quenta_functi
         check_pointers(equation, kernel);
         check(E >= 1 && E <= max_dimension, equation_status::bad_dimension);
         check(singularity == 0.0, equation_status::bad_singularity);
-        equation->memory.push_back({E, of_lag, {kernel, context}, {}, {}});
+        equation->memory.push_back({E, singularity, of_lag, {kernel, context}, {}, {}});
     });
 }
 
