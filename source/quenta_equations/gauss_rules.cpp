@@ -1,6 +1,5 @@
 #include "quenta_equations/gauss_rules.hpp"
 
-#include <cmath>
 #include <numbers>
 
 namespace quenta {
@@ -23,13 +22,23 @@ value_and_slope legendre(int degree, double x) {
     return {value, degree * (x * value - before) / (x * x - 1.0)};
 }
 
+// cos(angle) for angles from 0 to pi, to 6 digits: where an iteration starts.
+double rough_cosine(double angle) {
+    double term = 1.0, sum = 1.0;
+    for (int k = 2; k <= 20; k += 2) {
+        term *= -angle * angle / double(k * (k - 1));
+        sum += term;
+    }
+    return sum;
+}
+
 } // namespace
 
-// Newton's method from the asymptotic zeros. 1 - x is kept apart, so that points near the ends are right to rounding.
+// Newton's method from the asymptotic zeros.
 quadrature_rule gauss_legendre(int points) {
     quadrature_rule rule(points);
     for (int i = 0; i < points; ++i) {
-        double x = -std::cos(std::numbers::pi * (i + 0.75) / (points + 0.5));
+        double x = -rough_cosine(std::numbers::pi * (i + 0.75) / (points + 0.5));
         for (int iteration = 0; iteration < 5; ++iteration) {
             const auto [value, slope] = legendre(points, x);
             x -= value / slope;
@@ -47,16 +56,14 @@ quadrature_rule gauss_legendre(int points) {
 // 1 / (a + 1), 1 / (a + 2), 1 / (a + 3).
 std::array<quadrature_point, 3> gauss_jacobi(double a) {
     const double A = (a + 3.0) / (a + 6.0), B = A * (a + 2.0) / (a + 5.0), C = B * (a + 1.0) / (a + 4.0);
-    std::array<double, 3> x;
-    // With y = x - A: y^3 + p y + q = 0 has three real zeros.
-    const double p = 3.0 * (B - A * A), q = -2.0 * A * A * A + 3.0 * A * B - C;
-    const double radius = 2.0 * std::sqrt(-p / 3.0);
-    const double angle = std::acos(std::fmax(-1.0, std::fmin(1.0, 3.0 * q / (p * radius)))) / 3.0;
-    for (int i = 0; i < 3; ++i) {
-        x[i] = A + radius * std::cos(angle - 2.0 * std::numbers::pi * i / 3.0);
-        for (int iteration = 0; iteration < 3; ++iteration)
-            x[i] -= (((x[i] - 3.0 * A) * x[i] + 3.0 * B) * x[i] - C) / ((3.0 * x[i] - 6.0 * A) * x[i] + 3.0 * B);
-    }
+    // Newton's method finds the smallest zero from 0 and the largest from 1; 3 A is the sum of all three.
+    const auto zero_from = [&](double x, int iterations) {
+        for (int iteration = 0; iteration < iterations; ++iteration)
+            x -= (((x - 3.0 * A) * x + 3.0 * B) * x - C) / ((3.0 * x - 6.0 * A) * x + 3.0 * B);
+        return x;
+    };
+    std::array<double, 3> x{zero_from(0.0, 20), 0.0, zero_from(1.0, 20)};
+    x[1] = zero_from(3.0 * A - x[0] - x[2], 2);
     std::array<quadrature_point, 3> rule;
     for (int i = 0; i < 3; ++i) {
         const double u = x[(i + 1) % 3], v = x[(i + 2) % 3];
