@@ -1,5 +1,6 @@
 #include "quenta_equations/error_control.hpp"
 
+#include "quenta_equations/default_mesh.hpp"
 #include "quenta_solvers/dense_solve.hpp" // eps
 
 #include <algorithm>
@@ -79,13 +80,15 @@ private:
     std::vector<double> scale;
 };
 
-// `fine` has twice as many steps.
-distances differences(const quenta_solution& coarse, const quenta_solution& fine, const tolerance& wanted) {
+// `fine` has twice as many steps: each step of `coarse` is two of them, which are equal unless the mesh is graded.
+distances differences(const quenta_solution& coarse, const quenta_solution& fine, bool is_graded,
+                      const tolerance& wanted) {
     distances result(fine, wanted);
     std::vector<double> a(fine.D), b(fine.D);
     const auto compare_at = [&](std::int64_t n, double x) {
+        const double first = is_graded ? fine.step_length(n - n % 2) / coarse.step_length(n / 2) : 0.5;
         fine.value(n, x, a.data());
-        coarse.value(n / 2, (x + double(n % 2)) / 2.0, b.data());
+        coarse.value(n / 2, n % 2 == 0 ? x * first : first + x * (1.0 - first), b.data());
         for (int component = 0; component < fine.D; ++component)
             result.add(component, std::fabs(a[component] - b[component]), a[component]);
     };
@@ -127,13 +130,13 @@ distances jumps(const quenta_equation& equation, const quenta_solution& solution
 class doubling {
 public:
     doubling(const quenta_equation& of, double end, const tolerance& to, const collocation_nodes& with)
-        : equation{of}, t_end{end}, wanted{to}, nodes{with},
+        : equation{of}, t_end{end}, wanted{to}, nodes{with}, meshes{of, end, with.P, to.max_steps},
           decrease_of_scheme{double(1 << (with.P + (of.solves_for_derivative() ? 1 : 0)))} {}
 
     march_result run() {
         bool go_on = true;
         for (std::int64_t steps = first_steps; go_on && steps <= wanted.max_steps; steps *= 2) {
-            march_result fine = march(equation, equal_steps(t_end, int(steps)), nodes);
+            march_result fine = march(equation, meshes.of(int(steps)), nodes);
             fine.solution.error.assign(equation.D, unknown);
             try {
                 go_on = fine.status == equation_status::solved ? judge(fine) : may_succeed(fine);
@@ -172,7 +175,7 @@ private:
             best = fine;
             return true;
         }
-        const distances now = differences(coarse.solution, fine.solution, wanted);
+        const distances now = differences(coarse.solution, fine.solution, meshes.is_graded(), wanted);
         const distances jump = jumps(equation, fine.solution, wanted);
         const bool is_rounding = now.relative <= rounding;
         const double decrease = is_rounding ? decrease_of_scheme : last_difference / now.in_tolerances;
@@ -233,6 +236,7 @@ private:
     const double t_end;
     const tolerance& wanted;
     const collocation_nodes& nodes;
+    const default_mesh meshes;
     const double decrease_of_scheme;
 
     march_result coarse{}, best{};
@@ -243,13 +247,6 @@ private:
 };
 
 } // namespace
-
-std::vector<double> equal_steps(double t_end, int steps) {
-    std::vector<double> mesh(std::size_t(steps) + 1);
-    for (int n = 0; n <= steps; ++n)
-        mesh[n] = t_end * (double(n) / double(steps));
-    return mesh;
-}
 
 march_result solve_to_tolerance(const quenta_equation& equation, double t_end, const tolerance& wanted,
                                 const collocation_nodes& nodes) {
