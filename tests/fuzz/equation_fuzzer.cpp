@@ -27,8 +27,10 @@ equation_shape read_shape(fuzz_input& input) {
     const int flags = input.below(4);
     equation_shape shape{"12D"[input.below(3)], 1 + input.below(3), (flags & 1) != 0, (flags & 2) != 0, {}};
     for (int terms = input.below(4); terms > 0; --terms) {
-        const int kind = input.below(8);
+        const int kind = input.below(16);
         term_shape term{shape.D, (kind & 1) != 0, (kind & 2) != 0, (kind & 4) != 0};
+        if ((kind & 8) != 0)
+            term.alpha = input.below(1000) / 1000.0;
         if (term.has_phi)
             term.E = 1 + input.below(4);
         shape.terms.push_back(term);
