@@ -83,10 +83,10 @@ void expect_iterated(const polynomial_equation& equation, const quenta_solution&
     const double t[] = {0.0, solution.mesh[std::size_t(solution.steps)]};
     std::vector<double> y(std::size_t(2 * solution.D), 0.25);
     const int status = quenta_solution_iterate(&solution, equation.get(), 2, t, y.data());
-    EXPECT_EQ(status, equation.shape.kind != '2' ? QUENTA_EQUATION_WRONG_KIND
-                      : solution.steps == 0      ? QUENTA_EQUATION_BAD_TIME
-                      : y[0] == 0.25             ? QUENTA_EQUATION_NOT_FINITE
-                                                 : QUENTA_EQUATION_SOLVED);
+    EXPECT_EQ(status, solution.steps == 0          ? QUENTA_EQUATION_BAD_TIME
+                      : equation.shape.kind != '2' ? QUENTA_EQUATION_WRONG_KIND
+                      : y[0] == 0.25               ? QUENTA_EQUATION_NOT_FINITE
+                                                   : QUENTA_EQUATION_SOLVED);
 }
 
 } // namespace
