@@ -24,6 +24,7 @@ public:
     std::vector<double> of(int steps) const;
 
     bool is_graded() const { return grading > 1.0; }
+    int equal_steps(int steps) const { return is_graded() ? steps - graded_steps(steps) : steps; }
 
 private:
     int graded_steps(int steps) const; // J

@@ -17,8 +17,8 @@ constexpr std::int64_t first_steps = 8;
 constexpr double unknown = std::numeric_limits<double>::infinity();
 constexpr double largest_number = std::numeric_limits<double>::max(); // where nothing is allowed
 
-// A narrow feature of g or of a kernel must meet some nodes: no solution with fewer of them is accepted, unless
-// max_steps allows no more.
+// A narrow feature of g or of a kernel must meet some nodes: no solution with fewer of them in equal steps is accepted,
+// unless max_steps allows no more.
 constexpr int least_nodes = 300;
 
 // The decrease is the ratio of two successive differences, 2^p for the observed order p. All decisions are made with
@@ -191,7 +191,8 @@ private:
         for (int a = 0; a < equation.D; ++a)
             fine.solution.error[a] = std::max(factor * now.largest[a], jump.largest[a]);
         const bool is_last = 2 * steps > wanted.max_steps;
-        const bool reached = converges && estimate <= 1.0 && (is_last || steps * nodes.P >= least_nodes);
+        const bool reached =
+            converges && estimate <= 1.0 && (is_last || meshes.equal_steps(int(steps)) * nodes.P >= least_nodes);
         // A larger estimate refutes the one before, unless both are rounding.
         if (reached || now.relative > noise || !(estimate > smallest_estimate)) {
             best = fine;

@@ -58,10 +58,10 @@ void memory_weights::multiply_at_node(std::int64_t n, int i, std::int64_t first,
         return;
     const std::int64_t first_kept = std::clamp(n < first_equal ? first + count : first_equal * P, first, first + count);
     multiply_at(n, solution.nodes.c[i], first, first_kept - first, block, values);
-    const double* weight = kept.data() + ((i + 1) * equal_steps - n) * P + first_kept;
+    const std::int64_t of_source_0 = ((i + 1) * equal_steps - n) * P;
     values += (first_kept - first) * block;
     for (std::int64_t source = first_kept; source < first + count; ++source, values += block)
-        multiply_block(values, block, *weight++);
+        multiply_block(values, block, kept[of_source_0 + source]);
 }
 
 void memory_weights::multiply_at(std::int64_t n, double x, std::int64_t first, std::int64_t count, std::int64_t block,
