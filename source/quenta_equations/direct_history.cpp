@@ -33,12 +33,14 @@ direct_history::direct_history(const quenta_equation& of, const quenta_solution&
       group_steps{std::min(steps, steps_of_group(P, largest_block(of)))},
       batch_points{std::clamp(most_batch_values / largest_block(of), std::int64_t{1}, most_batch_points)},
       node_times(steps * P), t(batch_points), s(batch_points), values(batch_points * largest_block(of)),
-      sums(group_steps * P * D), terms(of.memory.size()) {
+      sums(group_steps * P * D) {
     solution.node_times(0, steps, node_times.data());
     const std::int64_t group_points = group_steps * (group_steps + 1) / 2 * P * P;
-    for (std::size_t r = 0; r < terms.size(); ++r) {
-        terms[r].weighted.resize(steps * P * of.memory[r].E);
-        terms[r].group_kernel.resize(group_points * D * of.memory[r].E);
+    terms.reserve(of.memory.size());
+    for (const memory_term& term : of.memory) {
+        terms.push_back({memory_weights(term, solution, true)});
+        terms.back().weighted.resize(steps * P * term.E);
+        terms.back().group_kernel.resize(group_points * D * term.E);
     }
 }
 
@@ -97,8 +99,10 @@ void direct_history::add_sources_before_group(const memory_term& term, const ter
             points += count;
         });
         evaluate(term, points, values.data());
-        const double* value = values.data();
+        double* value = values.data();
         for_each_target(first, end, [&](std::int64_t target, std::int64_t source, std::int64_t count) {
+            history.weights.multiply_at_node(group_first + target / P, int(target % P), source, count,
+                                             std::int64_t{D} * term.E, value);
             add_kernel_sum(*kernels, value, history.weighted.data() + source * term.E, count, D, term.E,
                            sums.data() + target * D);
             value += count * D * term.E;
@@ -134,6 +138,10 @@ void direct_history::evaluate_inside_group(const memory_term& term, term_history
         }
     if (points > 0)
         flush();
+    for (std::int64_t n = group_first; n < group_end; ++n)
+        for (int i = 0; i < P; ++i)
+            history.weights.multiply_at_node(n, i, group_first * P, (n - group_first) * P, block,
+                                             history.group_kernel.data() + row_start(n, i) * block);
 }
 
 const double* direct_history::sums_of_step(std::int64_t n) {
@@ -154,13 +162,16 @@ const double* direct_history::current_kernel(std::int64_t n, std::size_t r, int 
     return terms[r].group_kernel.data() + (row_start(n, i) + (n - group_first) * P) * D * equation.memory[r].E;
 }
 
+per_node<double> direct_history::current_weights(std::int64_t n, std::size_t r, int i) const {
+    return terms[r].weights.of_current_step(solution.step_length(n) * solution.nodes.c[i]);
+}
+
 void direct_history::add_step(std::int64_t n, std::size_t r, const double* phi) {
     const int E = equation.memory[r].E;
-    const double h = solution.step_length(n);
     double* to = terms[r].weighted.data() + n * P * E;
     for (int j = 0; j < P; ++j)
         for (int c = 0; c < E; ++c)
-            *to++ = h * solution.nodes.b[j] * *phi++;
+            *to++ = terms[r].weights.of_source(n, j) * *phi++;
 }
 
 } // namespace quenta

@@ -1,6 +1,8 @@
 // The integrals over the previous steps, for kernels of any form on any mesh:
 //
-//     Q_ni = sum over steps k < n, nodes j, and terms r of   h_k b_j K_r(t_ni, t_kj) phi_r(t_kj, Y_kj).
+//     Q_ni = sum over steps k < n, nodes j, and terms r of   W_r,nikj K_r(t_ni, t_kj) phi_r(t_kj, Y_kj)
+//
+// with the weights W of memory_weights.hpp.
 //
 // Each kernel is evaluated once at each of these points. The kernels do not depend on the solution, so they are
 // evaluated in batches, for a group of steps at once: first at the sources before the group, whose values are added at
@@ -11,6 +13,7 @@
 
 #include "quenta_equations/equation.hpp"
 #include "quenta_equations/kernel_sums.hpp"
+#include "quenta_equations/memory_weights.hpp"
 #include "quenta_equations/solution.hpp"
 
 #include <cstdint>
@@ -29,13 +32,17 @@ public:
     // K_r(t_ni, t_n + c_i c_q h_n) for all q, after sums_of_step(n): D*E doubles at q*D*E.
     const double* current_kernel(std::int64_t n, std::size_t r, int i) const;
 
+    // The weights of these values.
+    per_node<double> current_weights(std::int64_t n, std::size_t r, int i) const;
+
     // Takes phi_r(t_nj, Y_nj) of step n, E doubles for each j.
     void add_step(std::int64_t n, std::size_t r, const double* phi);
 
 private:
     struct term_history {
-        std::vector<double> weighted;     // h_k b_j phi_r(t_kj, Y_kj), E doubles at (k*P + j)*E
-        std::vector<double> group_kernel; // the kernel values inside the group, see row_start
+        memory_weights weights;
+        std::vector<double> weighted{};     // of_source(k, j) * phi_r(t_kj, Y_kj), E doubles at (k*P + j)*E
+        std::vector<double> group_kernel{}; // the kernel values inside the group, see row_start
     };
 
     void begin_group(std::int64_t first);

@@ -4,6 +4,7 @@
 #include "quenta_equations/quenta_equations.h"
 #include "quenta_equations/status.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -28,7 +29,8 @@ struct callback {
 // One term of M(t): the kernel has D rows and E columns.
 struct memory_term {
     int E;
-    bool of_lag; // the kernel is a function of t - s
+    double singularity; // alpha
+    bool of_lag;        // the kernel is a function of t - s
     callback kernel;
     callback phi, derivative; // phi(s, y) = y if there is none
 
@@ -49,4 +51,8 @@ struct quenta_equation {
 
     // Whether the unknowns of a step are the values of y' at the nodes, and not those of y.
     bool solves_for_derivative() const { return kind == quenta::equation_kind::integro_differential; }
+
+    bool is_singular() const {
+        return std::any_of(memory.begin(), memory.end(), [](const auto& term) { return term.singularity > 0.0; });
+    }
 };

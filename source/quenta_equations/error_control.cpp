@@ -1,5 +1,6 @@
 #include "quenta_equations/error_control.hpp"
 
+#include "quenta_equations/default_mesh.hpp"
 #include "quenta_solvers/dense_solve.hpp" // eps
 
 #include <algorithm>
@@ -16,8 +17,8 @@ constexpr std::int64_t first_steps = 8;
 constexpr double unknown = std::numeric_limits<double>::infinity();
 constexpr double largest_number = std::numeric_limits<double>::max(); // where nothing is allowed
 
-// A narrow feature of g or of a kernel must meet some nodes: no solution with fewer of them is accepted, unless
-// max_steps allows no more.
+// A narrow feature of g or of a kernel must meet some nodes: no solution with fewer of them in equal steps is accepted,
+// unless max_steps allows no more.
 constexpr int least_nodes = 300;
 
 // The decrease is the ratio of two successive differences, 2^p for the observed order p. All decisions are made with
@@ -79,13 +80,15 @@ private:
     std::vector<double> scale;
 };
 
-// `fine` has twice as many steps.
-distances differences(const quenta_solution& coarse, const quenta_solution& fine, const tolerance& wanted) {
+// `fine` has twice as many steps: each step of `coarse` is two of them, which are equal unless the mesh is graded.
+distances differences(const quenta_solution& coarse, const quenta_solution& fine, bool is_graded,
+                      const tolerance& wanted) {
     distances result(fine, wanted);
     std::vector<double> a(fine.D), b(fine.D);
     const auto compare_at = [&](std::int64_t n, double x) {
+        const double first = is_graded ? fine.step_length(n - n % 2) / coarse.step_length(n / 2) : 0.5;
         fine.value(n, x, a.data());
-        coarse.value(n / 2, (x + double(n % 2)) / 2.0, b.data());
+        coarse.value(n / 2, n % 2 == 0 ? x * first : first + x * (1.0 - first), b.data());
         for (int component = 0; component < fine.D; ++component)
             result.add(component, std::fabs(a[component] - b[component]), a[component]);
     };
@@ -127,13 +130,13 @@ distances jumps(const quenta_equation& equation, const quenta_solution& solution
 class doubling {
 public:
     doubling(const quenta_equation& of, double end, const tolerance& to, const collocation_nodes& with)
-        : equation{of}, t_end{end}, wanted{to}, nodes{with},
+        : equation{of}, t_end{end}, wanted{to}, nodes{with}, meshes{of, end, with.P, to.max_steps},
           decrease_of_scheme{double(1 << (with.P + (of.solves_for_derivative() ? 1 : 0)))} {}
 
     march_result run() {
         bool go_on = true;
         for (std::int64_t steps = first_steps; go_on && steps <= wanted.max_steps; steps *= 2) {
-            march_result fine = march(equation, equal_steps(t_end, int(steps)), nodes);
+            march_result fine = march(equation, meshes.of(int(steps)), nodes);
             fine.solution.error.assign(equation.D, unknown);
             try {
                 go_on = fine.status == equation_status::solved ? judge(fine) : may_succeed(fine);
@@ -172,7 +175,7 @@ private:
             best = fine;
             return true;
         }
-        const distances now = differences(coarse.solution, fine.solution, wanted);
+        const distances now = differences(coarse.solution, fine.solution, meshes.is_graded(), wanted);
         const distances jump = jumps(equation, fine.solution, wanted);
         const bool is_rounding = now.relative <= rounding;
         const double decrease = is_rounding ? decrease_of_scheme : last_difference / now.in_tolerances;
@@ -188,7 +191,8 @@ private:
         for (int a = 0; a < equation.D; ++a)
             fine.solution.error[a] = std::max(factor * now.largest[a], jump.largest[a]);
         const bool is_last = 2 * steps > wanted.max_steps;
-        const bool reached = converges && estimate <= 1.0 && (is_last || steps * nodes.P >= least_nodes);
+        const bool reached =
+            converges && estimate <= 1.0 && (is_last || meshes.equal_steps(int(steps)) * nodes.P >= least_nodes);
         // A larger estimate refutes the one before, unless both are rounding.
         if (reached || now.relative > noise || !(estimate > smallest_estimate)) {
             best = fine;
@@ -233,6 +237,7 @@ private:
     const double t_end;
     const tolerance& wanted;
     const collocation_nodes& nodes;
+    const default_mesh meshes;
     const double decrease_of_scheme;
 
     march_result coarse{}, best{};
@@ -243,13 +248,6 @@ private:
 };
 
 } // namespace
-
-std::vector<double> equal_steps(double t_end, int steps) {
-    std::vector<double> mesh(std::size_t(steps) + 1);
-    for (int n = 0; n <= steps; ++n)
-        mesh[n] = t_end * (double(n) / double(steps));
-    return mesh;
-}
 
 march_result solve_to_tolerance(const quenta_equation& equation, double t_end, const tolerance& wanted,
                                 const collocation_nodes& nodes) {

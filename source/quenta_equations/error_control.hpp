@@ -1,4 +1,4 @@
-// Solves an equation to a tolerance, by doubling the number of equal steps.
+// Solves an equation to a tolerance, by doubling the number of steps of its default mesh.
 //
 // Two things show the error of the solution with 2 N steps. The first is its difference d from the one with N steps:
 // with the order p at which these differences decrease when N is doubled, the estimate is 1.25 d / (2^p - 1). Unless
@@ -12,17 +12,12 @@
 
 #include "quenta_equations/march.hpp"
 
-#include <vector>
-
 namespace quenta {
 
 struct tolerance {
     double relative, absolute;
     int max_steps;
 };
-
-// The mesh of so many equal steps.
-std::vector<double> equal_steps(double t_end, int steps);
 
 // The status is `tolerance_missed` if no solution meets the tolerance; the result is then the one with the most
 // steps, or an earlier one if rounding has made that worse. A solve that cannot succeed ends before it has tried

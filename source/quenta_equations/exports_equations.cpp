@@ -1,6 +1,7 @@
 // The exports: the checks of the arguments, and the status of what was thrown inside.
 #include "quenta_equations/quenta_equations.h"
 
+#include "quenta_equations/default_mesh.hpp"
 #include "quenta_equations/equation.hpp"
 #include "quenta_equations/error_control.hpp"
 #include "quenta_equations/export_checks.hpp"
@@ -24,9 +25,9 @@ namespace {
 constexpr int max_dimension = 1000, default_max_steps = 16384;
 constexpr int min_max_steps = 64; // with fewer there are not two observed orders, and so no reliable estimate
 
-// The number of nodes if the caller leaves the choice to the library. To a tolerance, the higher order needs fewer
-// evaluations of the kernel.
-constexpr int usual_nodes = 3, nodes_to_tolerance = 5;
+// The number of nodes if the caller leaves the choice to the library. To a tolerance, and at the start of a singular
+// equation, the higher order needs fewer evaluations of the kernel.
+constexpr int usual_nodes = 3, nodes_to_tolerance = 5, nodes_if_singular = 5;
 
 std::unique_ptr<quenta_equation> new_equation(equation_kind kind, int D, quenta_function forcing, void* context) {
     check(D >= 1 && D <= max_dimension, equation_status::bad_dimension);
@@ -49,8 +50,8 @@ int add_term(quenta_equation* equation, int E, double singularity, quenta_functi
     return status_of([&] {
         check_pointers(equation, kernel);
         check(E >= 1 && E <= max_dimension, equation_status::bad_dimension);
-        check(singularity == 0.0, equation_status::bad_singularity);
-        equation->memory.push_back({E, of_lag, {kernel, context}, {}, {}});
+        check(singularity >= 0.0 && singularity < 1.0, equation_status::bad_singularity);
+        equation->memory.push_back({E, singularity, of_lag, {kernel, context}, {}, {}});
     });
 }
 
@@ -67,7 +68,7 @@ bool first_kind_converges(const double* nodes, int P) {
 collocation_nodes checked_nodes(const quenta_equation& equation, const double* nodes, int P, int chosen = usual_nodes) {
     per_node<double> radau{};
     if (nodes == nullptr && P == 0)
-        P = chosen;
+        P = equation.is_singular() ? nodes_if_singular : chosen;
     check(P >= 1 && P <= max_nodes, equation_status::bad_nodes);
     if (nodes == nullptr) {
         family_nodes(node_family::radau, P, radau.data());
@@ -166,7 +167,7 @@ const char* quenta_equations_error_text(int status) {
         return "expected nodes with which a first-kind equation converges: all above 0, and the product of (1 - c) / c "
                "at most 1";
     case QUENTA_EQUATION_BAD_SINGULARITY:
-        return "expected the singularity 0";
+        return "expected a singularity of at least 0 and below 1";
     case QUENTA_EQUATION_BAD_TOLERANCE:
         return "expected finite rtol and atol, at least 0 and not both 0";
     case QUENTA_EQUATION_NO_TERM:
@@ -283,7 +284,8 @@ int quenta_equation_solve(const quenta_equation* equation, double t_end, int ste
         check_end(t_end, steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
-        hand_over(march(*equation, equal_steps(t_end, steps), scheme), solution);
+        const default_mesh mesh(*equation, t_end, scheme.P, steps);
+        hand_over(march(*equation, mesh.of(steps), scheme), solution);
     });
 }
 

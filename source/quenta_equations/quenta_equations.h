@@ -6,14 +6,15 @@
  *
  * on 0 <= t <= t_end, where y and g have D components and the memory M is a sum of any number of terms,
  *
- *   M(t) = sum over terms r of   integral from 0 to t of   K_r(t, s) phi_r(s, y(s)) ds.
+ *   M(t) = sum over terms r of   integral from 0 to t of   (t - s)^-alpha_r K_r(t, s) phi_r(s, y(s)) ds.
  *
- * K_r has D rows and E_r columns, phi_r has E_r components. phi_r(s, y) = y unless it is given. The kernels are smooth
- * on 0 <= s <= t; they are never evaluated at s > t.
+ * K_r has D rows and E_r columns, phi_r has E_r components. phi_r(s, y) = y unless it is given. The functions K_r are
+ * smooth on 0 <= s <= t; they are never evaluated at s > t. Each term has its own singularity, 0 <= alpha_r < 1. With
+ * alpha_r > 0 its kernel is infinite at s = t; the factor is integrated exactly.
  *
  * The solvers use piecewise polynomial collocation on any mesh (H. Brunner, Collocation Methods for Volterra Integral
- * and Related Functional Differential Equations, Cambridge University Press 2004, chapters 2 and 3). With n steps and P
- * nodes they evaluate each kernel at n * (n - 1) / 2 * P * P + n * P * P points, in batches, and store O(n) numbers.
+ * and Related Functional Differential Equations, Cambridge University Press 2004, chapters 2, 3, 6 and 7). With n steps
+ * and P nodes they evaluate each K_r at n * (n - 1) / 2 * P * P + n * P * P points, in batches, and store O(n) numbers.
  *
  * Calling order
  *   Create an equation, add its memory terms, solve it, read the solution, destroy both. An equation can be solved any
@@ -81,7 +82,7 @@ enum {
     QUENTA_EQUATION_BAD_END = 12,          /* t_end is not positive and finite */
     QUENTA_EQUATION_BAD_NODES = 13,        /* not 1 to 5 increasing nodes in [0, 1], or no such family */
     QUENTA_EQUATION_UNSTABLE_NODES = 14,   /* nodes with which a first-kind equation does not converge */
-    QUENTA_EQUATION_BAD_SINGULARITY = 15,  /* the singularity is not 0 */
+    QUENTA_EQUATION_BAD_SINGULARITY = 15,  /* a singularity is not at least 0 and below 1 */
     QUENTA_EQUATION_BAD_TOLERANCE = 16,    /* rtol or atol is negative or not finite, or both are 0 */
     QUENTA_EQUATION_NO_TERM = 17,          /* there is no memory term */
     QUENTA_EQUATION_COLUMNS_NEED_PHI = 18, /* a term with E other than D has no phi */
@@ -139,11 +140,12 @@ QUENTA_EQUATIONS_API int quenta_equation_integro_differential(int D, quenta_func
 /* Releases an equation. Null is allowed. */
 QUENTA_EQUATIONS_API void quenta_equation_destroy(quenta_equation* equation);
 
-/* Add a memory term with the kernel K(t, s), or with a kernel K(t - s) of the lag alone.
+/* Add a memory term with the kernel (t - s)^-singularity K, where K is a function of (t, s), or of the lag t - s alone.
  *
  * In   E            number of columns of the kernel; D, unless phi is set
- *      singularity  0. (The terms will have a factor (t - s)^-singularity.)
- *      kernel, context
+ *      singularity  at least 0 and below 1; 0 for a smooth kernel
+ *      kernel       K, without the singular factor
+ *      context      passed to the function; may be null
  * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER, BAD_DIMENSION, BAD_SINGULARITY or OUT_OF_MEMORY. */
 QUENTA_EQUATIONS_API int quenta_equation_add_memory(quenta_equation* equation, int E, double singularity,
                                                     quenta_function kernel, void* context);
@@ -182,21 +184,28 @@ QUENTA_EQUATIONS_API int quenta_equation_max_nodes(void);
 
 /* Families of nodes in [0, 1]. Orders of the error at the end of the steps, for smooth second-kind and
  * integro-differential equations: Radau IIA 2 P - 1, Lobatto 2 P - 2, Gauss 2 P (second kind: of the iterated values).
- * Between the nodes the order is P or, for an integro-differential equation, P + 1, but not above that at the end. */
+ * Between the nodes the order is P or, for an integro-differential equation, P + 1, but not above that at the end.
+ * With a singularity alpha > 0, on the steps that the library chooses: P + 1 - alpha at the nodes, P between them. */
 enum { QUENTA_RADAU = 0, QUENTA_GAUSS = 1, QUENTA_LOBATTO = 2 };
 
 /* Writes the P nodes of a family: P from 1 to 5, for Lobatto from 2.
  * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER or BAD_NODES. */
 QUENTA_EQUATIONS_API int quenta_equation_nodes(int family, int P, double* nodes);
 
-/* Solve an equation on 0 .. t_end with `steps` equal steps, or on the steps of a mesh.
+/* Solve an equation on 0 .. t_end with so many steps, or on the steps of a mesh.
+ *
+ * The steps of quenta_equation_solve are equal unless a term is singular. Then the solution behaves like t^beta near
+ * 0, beta = 1 - alpha (first kind: alpha), where alpha is the largest singularity, and the first J steps are graded:
+ * they end at T (j / J)^r, r = P / beta. J is half of the steps, or up to 3/4 if beta is small. The other steps are
+ * equal, and as long as the last graded one. With equal steps alone, the errors would decrease like h^beta.
  *
  * In   t_end          above 0, finite
  *      steps          from 1 to 100000000
  *      mesh[steps+1]  0 = mesh[0] < mesh[1] < .. < mesh[steps], finite
- *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA, and 3
- *                     if P is 0. A first-kind equation needs nodes[0] > 0, and converges only if the product of
- *                     (1 - c) / c over all nodes c is at most 1 (Brunner 2004, theorem 2.4.2), which is checked.
+ *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA; if P
+ *                     is 0, 3 nodes, or 5 if a term is singular. A first-kind equation needs nodes[0] > 0, and without
+ *                     a singularity it converges only if the product of (1 - c) / c over all nodes c is at most 1
+ *                     (Brunner 2004, theorem 2.4.2), which is checked. With a singularity these nodes converge too.
  * Out  solution       a new object, also if the status is from 1 to 5; then it contains the steps that were solved
  * Returns QUENTA_EQUATION_SOLVED, STOPPED, NOT_FINITE, NO_CONVERGENCE, SINGULAR_STEP, OUT_OF_MEMORY, or the status of
  *      a wrong argument. After OUT_OF_MEMORY nothing was written.
@@ -206,13 +215,13 @@ QUENTA_EQUATIONS_API int quenta_equation_solve(const quenta_equation* equation, 
 QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double* mesh, int steps,
                                                        const double* nodes, int P, quenta_solution** solution);
 
-/* Solves an equation to a tolerance on equal steps. It takes 8, 16, 32, .. steps until, at every time and in every
- * component, the estimated error of the returned polynomials is at most atol + rtol * |y(t)| or, with atol = 0, at most
- * rtol times the largest |y| of the component. The estimate is the difference of two successive solutions, extrapolated
- * by the observed order, or the jumps of the polynomials at the mesh points if they are larger. A solution is accepted
- * only if the differences decrease with an order of at least 0.4 or are rounding errors, and if it has at least 300
- * nodes, so that features of g and K as narrow as t_end / 200 are seen. With fewer nodes it is accepted only if
- * max_steps allows no more.
+/* Solves an equation to a tolerance, on the mesh of quenta_equation_solve. It takes 8, 16, 32, .. steps until, at
+ * every time and in every component, the estimated error of the returned polynomials is at most atol + rtol * |y(t)|
+ * or, with atol = 0, at most rtol times the largest |y| of the component. The estimate is the difference of two
+ * successive solutions, extrapolated by the observed order, or the jumps of the polynomials at the mesh points if they
+ * are larger. A solution is accepted only if the differences decrease with an order of at least 0.4 or are rounding
+ * errors, and if it has at least 300 nodes in steps that are not graded, so that features of g and K as narrow as
+ * t_end / 200 are seen. With fewer nodes it is accepted only if max_steps allows no more.
  *
  * A solve that cannot reach the tolerance ends early: if by the observed order it needs far more than max_steps, if the
  * differences no longer decrease, or if the solves fail at the same time again and again.

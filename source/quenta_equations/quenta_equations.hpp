@@ -15,6 +15,10 @@
 //     phi(s, y) -> double             or  phi(s, std::span<const double> y, std::span<double> values)
 //     f(t, y), derivatives            likewise
 //
+// A kernel that is infinite at s = t is (t - s)^-alpha times a smooth one, which is written as
+//
+//     quenta::weakly_singular(alpha, K)                                  0 <= alpha < 1
+//
 // A function that returns a number where D or E is above 1 is refused by std::invalid_argument. An exception from a
 // function ends the solve and reaches its caller.
 #ifndef QUENTA_EQUATIONS_HPP
@@ -99,16 +103,25 @@ public:
     solution partial;
 };
 
-// How to solve: on how many equal steps, on which mesh, or to which tolerance; with P nodes of a family, or any nodes.
+// The kernel (t - s)^-alpha K, where K is a function of (t, s) or of the lag.
+template <class kernel>
+struct weakly_singular {
+    weakly_singular(double singularity, kernel smooth) : alpha(singularity), K(std::move(smooth)) {}
+    double alpha;
+    kernel K;
+};
+
+// How to solve: on how many steps, on which mesh, or to which tolerance; with P nodes of a family, or any nodes.
 struct solve_options {
     enum class way { steps, mesh, tolerance };
     way how = way::tolerance;
     int steps = 0;
+    bool always_equal = false;
     std::vector<double> mesh;
     double rtol = 0.0, atol = 0.0;
     int max_steps = 0;
     std::vector<double> own_nodes;
-    int family = QUENTA_RADAU, P = 0; // 0: 3 nodes of Radau IIA, or 5 with a tolerance
+    int family = QUENTA_RADAU, P = 0; // 0: 3 nodes of Radau IIA, or 5 with a tolerance or a singular kernel
 
     solve_options nodes(int of_family, int count) const {
         solve_options changed = *this;
@@ -124,10 +137,17 @@ struct solve_options {
     }
 };
 
-inline solve_options equal_steps(int steps) {
+// So many steps. They are equal unless a kernel is singular; then half of them are graded, and lie near 0.
+inline solve_options steps(int count) {
     solve_options options;
     options.how = solve_options::way::steps;
-    options.steps = steps;
+    options.steps = count;
+    return options;
+}
+// Equal steps also if a kernel is singular.
+inline solve_options equal_steps(int count) {
+    solve_options options = steps(count);
+    options.always_equal = true;
     return options;
 }
 inline solve_options on_mesh(std::vector<double> mesh) {
@@ -159,6 +179,16 @@ int guarded(const loop& run) noexcept {
         thrown = std::current_exception();
         return 1;
     }
+}
+
+// A kernel as a singularity and a smooth function.
+template <class kernel>
+weakly_singular<kernel> with_singularity(kernel K) {
+    return {0.0, std::move(K)};
+}
+template <class kernel>
+weakly_singular<kernel> with_singularity(weakly_singular<kernel> K) {
+    return K;
 }
 
 inline void rethrow() {
@@ -263,7 +293,7 @@ public:
     // system needs E, the number of columns of K and of components of phi, if it is not D.
     template <class kernel>
     equation& memory(kernel K) {
-        return add_memory<detail::kernel_function<kernel>>(quenta_equation_add_memory, std::move(K), D);
+        return add_memory<detail::kernel_function>(quenta_equation_add_memory, std::move(K), D);
     }
     template <class kernel, class nonlinearity>
     equation& memory(kernel K, nonlinearity phi, int E = 0) {
@@ -271,14 +301,14 @@ public:
     }
     template <class kernel, class nonlinearity, class slope>
     requires(!std::is_arithmetic_v<slope>) equation& memory(kernel K, nonlinearity phi, slope derivative, int E = 0) {
-        return add_memory<detail::kernel_function<kernel>>(quenta_equation_add_memory, std::move(K), columns_of(E))
+        return add_memory<detail::kernel_function>(quenta_equation_add_memory, std::move(K), columns_of(E))
             .set_phi(std::move(phi), std::move(derivative), columns_of(E));
     }
 
     // The same with a kernel K(t - s) of the lag.
     template <class kernel>
     equation& lag_memory(kernel K) {
-        return add_memory<detail::time_function<kernel>>(quenta_equation_add_lag_memory, std::move(K), D);
+        return add_memory<detail::time_function>(quenta_equation_add_lag_memory, std::move(K), D);
     }
     template <class kernel, class nonlinearity>
     equation& lag_memory(kernel K, nonlinearity phi, int E = 0) {
@@ -287,7 +317,7 @@ public:
     template <class kernel, class nonlinearity, class slope>
     requires(!std::is_arithmetic_v<slope>) equation& lag_memory(kernel K, nonlinearity phi, slope derivative,
                                                                 int E = 0) {
-        return add_memory<detail::time_function<kernel>>(quenta_equation_add_lag_memory, std::move(K), columns_of(E))
+        return add_memory<detail::time_function>(quenta_equation_add_lag_memory, std::move(K), columns_of(E))
             .set_phi(std::move(phi), std::move(derivative), columns_of(E));
     }
 
@@ -321,7 +351,13 @@ public:
         quenta_solution* solved = nullptr;
         detail::thrown = nullptr;
         int status = QUENTA_EQUATION_BAD_MESH;
-        if (options.how == solve_options::way::steps)
+        if (options.how == solve_options::way::steps && options.always_equal && options.steps > 0 &&
+            state->is_singular) {
+            std::vector<double> mesh;
+            for (int n = 0; n <= options.steps; ++n)
+                mesh.push_back(t_end * (double(n) / options.steps));
+            status = quenta_equation_solve_on_mesh(get(), mesh.data(), options.steps, c, P, &solved);
+        } else if (options.how == solve_options::way::steps)
             status = quenta_equation_solve(get(), t_end, options.steps, c, P, &solved);
         else if (options.how == solve_options::way::tolerance)
             status = quenta_equation_solve_to_tolerance(get(), t_end, options.rtol, options.atol, options.max_steps, c,
@@ -358,6 +394,7 @@ private:
     struct owner {
         std::vector<std::shared_ptr<void>> functions;
         std::unique_ptr<quenta_equation, void (*)(quenta_equation*)> object{nullptr, quenta_equation_destroy};
+        bool is_singular = false;
     };
 
     explicit equation(int dimension) : D(dimension) {}
@@ -382,10 +419,13 @@ private:
         return state->functions.back().get();
     }
 
-    template <class function, class adder, class kernel>
-    equation& add_memory(adder add, kernel K, int E) {
-        detail::check(add(get(), E, 0.0, function::call,
+    template <template <class> class wrapper, class adder, class kernel>
+    equation& add_memory(adder add, kernel of_any_form, int E) {
+        auto [alpha, K] = detail::with_singularity(std::move(of_any_form));
+        using function = wrapper<decltype(K)>;
+        detail::check(add(get(), E, alpha, function::call,
                           keep<function>({std::move(K), detail::size_t_of(D) * detail::size_t_of(E)})));
+        state->is_singular = state->is_singular || alpha > 0.0;
         return *this;
     }
 

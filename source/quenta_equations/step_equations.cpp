@@ -59,20 +59,21 @@ void step_equations::prepare(std::int64_t n, direct_history& history, const doub
         std::fill(terms[r].A.begin(), terms[r].A.end(), 0.0);
         for (int i = 0; i < P; ++i) {
             const double* const kernel = history.current_kernel(n, r, i);
+            const per_node<double> weights = history.current_weights(n, r, i);
             if (term.is_linear())
-                assemble_linear(kernel, i, y);
+                assemble_linear(kernel, weights, i, y);
             else
-                assemble_nonlinear(term, terms[r], kernel, i);
+                assemble_nonlinear(term, terms[r], kernel, weights, i);
         }
     }
 }
 
 // Subtracts a linear term from the rows of node i of the matrix. `kernel` holds the values at the points of node i. For
 // an integro-differential equation the part of y_n does not depend on X.
-void step_equations::assemble_linear(const double* kernel, int i, const double* y) {
+void step_equations::assemble_linear(const double* kernel, const per_node<double>& weights, int i, const double* y) {
     const bool integrated = equation.solves_for_derivative();
     for (int q = 0; q < P; ++q) {
-        const double weight = h * nodes.c[i] * nodes.b[q];
+        const double weight = weights[q];
         const auto& basis = integrated ? nodes.integral_at_point[i][q] : nodes.at_point[i][q];
         const double factor = integrated ? h * weight : weight;
         for (int a = 0; a < D; ++a) {
@@ -90,10 +91,11 @@ void step_equations::assemble_linear(const double* kernel, int i, const double* 
 }
 
 // Computes the rows of node i of A.
-void step_equations::assemble_nonlinear(const memory_term& term, step_term& step, const double* kernel, int i) {
+void step_equations::assemble_nonlinear(const memory_term& term, step_term& step, const double* kernel,
+                                        const per_node<double>& weights, int i) {
     const int E = term.E;
     for (int q = 0; q < P; ++q) {
-        const double weight = h * nodes.c[i] * nodes.b[q];
+        const double weight = weights[q];
         for (int a = 0; a < D; ++a) {
             double* const row = step.A.data() + std::int64_t{i * D + a} * P * E;
             for (int c = 0; c < E; ++c) {

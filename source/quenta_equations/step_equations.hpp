@@ -8,10 +8,11 @@
 //     integro-differential   X_i = f(t_ni, Y_i) + Q_i + T_i,    Y_i = y_n + h sum over j of B_j(c_i) X_j
 //
 //     T_i    = sum over terms r, nodes j of   A_r,ij phi_r(t_nj, Y_j)
-//     A_r,ij = sum over q of   h c_i b_q K_r(t_ni, t_n + c_i c_q h) L_j(c_i c_q)
+//     A_r,ij = sum over q of   w_r,iq K_r(t_ni, t_n + c_i c_q h) L_j(c_i c_q)
 //
 // (Brunner 2004, sections 2.2 to 2.4 and chapter 3: collocation with phi interpolated at the nodes). T is the integral
-// over the current step. Its points are t_n + c_i c_q h, so that no kernel is evaluated at s > t. Where phi(s, y) = y,
+// over the current step, with the weights w_iq = h c_i b_q or, with a singularity, those of product_weights.hpp. Its
+// points are t_n + c_i c_q h, so that no kernel is evaluated at s > t. Where phi(s, y) = y,
 // the polynomial of y itself is evaluated at these points, which is the same unless y has the degree P.
 //
 // The residual is the left side minus the right side; its rows are R = i D + a.
@@ -54,8 +55,9 @@ private:
         std::vector<double> derivative; // d phi / dy: (j*E + c)*D + b
     };
 
-    void assemble_linear(const double* kernel, int i, const double* y);
-    void assemble_nonlinear(const memory_term& term, step_term& step, const double* kernel, int i);
+    void assemble_linear(const double* kernel, const per_node<double>& weights, int i, const double* y);
+    void assemble_nonlinear(const memory_term& term, step_term& step, const double* kernel,
+                            const per_node<double>& weights, int i);
     void values_at_nodes(const double* X);
     bool evaluate(const double* X);
     void differentiate(const callback& function, const callback& derivative, int components, const double* at_Y,

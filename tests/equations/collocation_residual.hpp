@@ -3,14 +3,18 @@
 //
 // With the nodes c_i, t_ni = t_n + c_i h_n, the polynomials L_j, and B_j their integrals from 0:
 //
-//     M_ni = sum over steps k < n and nodes j of   h_k B_j(1) K(t_ni, t_kj) phi(t_kj, Y_kj)
-//          + sum over points q of                  h_n c_i B_q(1) K(t_ni, t_n + c_i c_q h_n) phi at this point
+//     M_ni = sum over steps k < n and nodes j of   W_nikj K(t_ni, t_kj) phi(t_kj, Y_kj)
+//          + sum over points q of                  w_iq K(t_ni, t_n + c_i c_q h_n) phi at this point
 //
-// where phi at a point is interpolated from the nodes or, if phi(s, y) = y, the polynomial of y itself is evaluated.
+// where W_nikj is the integral of (t_ni - s)^-alpha L_j over step k and w_iq that of (t_ni - s)^-alpha L_q, scaled to
+// the part of step n before t_ni. Without a singularity they are h_k B_j(1) and h_n c_i B_q(1). Further,
+//
+// phi at a point is interpolated from the nodes or, if phi(s, y) = y, the polynomial of y itself is evaluated.
 #pragma once
 
 #include "equations/polynomial_equation.hpp"
 #include "quenta_equations/solution.hpp"
+#include "reference/singular_integrals.hpp"
 
 #include <cmath>
 #include <cstddef>
@@ -36,8 +40,10 @@ class collocation_residual {
 public:
     collocation_residual(const polynomial_equation& of, const quenta_solution& at)
         : equation{of}, shape{of.shape}, solution{at}, P{at.nodes.P}, D{of.shape.D} {
-        for (int j = 0; j < P; ++j)
+        for (int j = 0; j < P; ++j) {
             b.push_back(integral(j, 1.0));
+            coefficients.push_back(coefficients_of(j));
+        }
         phi.resize(shape.terms.size());
         for (std::size_t r = 0; r < phi.size(); ++r)
             for (int k = 0; k < solution.steps; ++k)
@@ -76,6 +82,29 @@ private:
         return x / 90.0 *
                (7.0 * basis(j, 0.0) + 32.0 * basis(j, x / 4.0) + 12.0 * basis(j, x / 2.0) +
                 32.0 * basis(j, 3.0 * x / 4.0) + 7.0 * basis(j, x));
+    }
+
+    std::vector<long double> coefficients_of(int j) const {
+        std::vector<long double> a{1.0L};
+        for (int k = 0; k < P; ++k) {
+            if (k == j)
+                continue;
+            const long double c_j = solution.nodes.c[std::size_t(j)], c_k = solution.nodes.c[std::size_t(k)];
+            a.push_back(0.0L);
+            for (std::size_t p = a.size(); p-- > 0;)
+                a[p] = ((p > 0 ? a[p - 1] : 0.0L) - c_k * a[p]) / (c_j - c_k);
+        }
+        return a;
+    }
+    // W_j of an interval of length h that ends `distance` before t.
+    double weight(const term_shape& term, int j, double distance, double h) const {
+        if (term.alpha == 0.0)
+            return h * b[std::size_t(j)];
+        if (h == 0.0)
+            return 0.0;
+        const long double alpha = term.alpha, d = static_cast<long double>(distance) / h;
+        return double(std::pow(static_cast<long double>(h), 1.0L - alpha) *
+                      reference::singular_integral(alpha, d, coefficients[std::size_t(j)]));
     }
 
     // Component a of y at t_n + x h_n, and at a node.
@@ -147,12 +176,14 @@ private:
                 };
                 for (int k = 0; k < n; ++k)
                     for (int j = 0; j < P; ++j)
-                        add(solution.step_length(k) * b[std::size_t(j)], solution.node_time(k, j),
-                            t - solution.node_time(k, j), phi_at_node(r, k, j, e));
+                        add(weight(shape.terms[r], j,
+                                   solution.mesh[std::size_t(n)] - solution.mesh[std::size_t(k + 1)] + c * h,
+                                   solution.step_length(k)),
+                            solution.node_time(k, j), t - solution.node_time(k, j), phi_at_node(r, k, j, e));
                 for (int q = 0; q < P; ++q) {
                     const double c_q = solution.nodes.c[std::size_t(q)];
-                    add(h * c * b[std::size_t(q)], solution.mesh[std::size_t(n)] + c * c_q * h, c * (1.0 - c_q) * h,
-                        phi_in_step(r, n, c * c_q, e));
+                    add(weight(shape.terms[r], q, 0.0, h * c), solution.mesh[std::size_t(n)] + c * c_q * h,
+                        c * (1.0 - c_q) * h, phi_in_step(r, n, c * c_q, e));
                 }
             }
         return sum;
@@ -162,8 +193,9 @@ private:
     const equation_shape& shape;
     const quenta_solution& solution;
     const int P, D;
-    std::vector<double> b;                      // B_j(1)
-    std::vector<std::vector<sum_of_terms>> phi; // of term r, component e at node j of step k: (k*P + j)*E + e
+    std::vector<double> b;                              // B_j(1)
+    std::vector<std::vector<long double>> coefficients; // of L_j
+    std::vector<std::vector<sum_of_terms>> phi;         // of term r, component e at node j of step k: (k*P + j)*E + e
 };
 
 // Expects that all equations of each solved step are satisfied, compared with the largest magnitude in the step.
@@ -179,7 +211,8 @@ inline void expect_collocation_equations(const polynomial_equation& equation, co
                 largest = std::fabs(sum.value) <= largest ? largest : std::fabs(sum.value);
                 magnitude = std::max(magnitude, sum.magnitude);
             }
-        EXPECT_LE(largest, tolerance * magnitude)
+        // The smallest normal number: products may underflow.
+        EXPECT_LE(largest, tolerance * magnitude + 0x1p-1022)
             << "step " << n << " of " << solution.steps << ", P = " << solution.nodes.P << ", "
             << testing::PrintToString(equation.shape);
     }

@@ -167,7 +167,7 @@ TEST_F(equation_refusals, of_changes_leave_the_equation_as_it_was) {
             requests.push_back({"E", QUENTA_EQUATION_BAD_DIMENSION, [=, this] {
                                     return add(second, E, 0.0, one, nullptr);
                                 }});
-        for (const double alpha : {-0.5, smallest, 0.5, 1.0, 2.0, nan, infinity})
+        for (const double alpha : {-0.5, -smallest, 1.0, 2.0, nan, infinity, -infinity})
             requests.push_back({"singularity", QUENTA_EQUATION_BAD_SINGULARITY, [=, this] {
                                     return add(second, 2, alpha, one, nullptr);
                                 }});

@@ -24,9 +24,8 @@ inline quenta::equation library_equation(const reference::equation& problem) {
         equation.first_guess(problem.start);
     for (const reference::equation_term& term : problem.terms) {
         const auto kernel = term.kernel;
-        const auto K = [kernel](double t, double s, std::span<double> values) {
-            kernel(t, s, values.data());
-        };
+        const quenta::weakly_singular K(
+            term.alpha, [kernel](double t, double s, std::span<double> values) { kernel(t, s, values.data()); });
         const auto phi = term.phi;
         if (phi)
             equation.memory(

@@ -22,6 +22,7 @@ namespace quenta_tests {
 struct term_shape {
     int E;
     bool of_lag, has_phi, has_derivative;
+    double alpha = 0.0; // the singularity
 };
 
 struct equation_shape {
@@ -41,7 +42,7 @@ inline std::ostream& operator<<(std::ostream& stream, const equation_shape& shap
            << (shape.has_jacobian ? ", df/dy" : "");
     for (const term_shape& term : shape.terms)
         stream << "; E = " << term.E << (term.of_lag ? ", lag" : "") << (term.has_phi ? ", phi" : "")
-               << (term.has_derivative ? ", dphi/dy" : "");
+               << (term.has_derivative ? ", dphi/dy" : "") << (term.alpha > 0.0 ? ", singular" : "");
     return stream;
 }
 
@@ -209,7 +210,7 @@ private:
         for (int e = 0; e < term.E; ++e)
             phi.functions.of_y(e, e % shape.D) += 1.0;
         const auto add = term.of_lag ? quenta_equation_add_lag_memory : quenta_equation_add_memory;
-        int status = add(get(), term.E, 0.0, term.of_lag ? time_function : kernel_function, &kernel);
+        int status = add(get(), term.E, term.alpha, term.of_lag ? time_function : kernel_function, &kernel);
         if (term.has_phi)
             status +=
                 quenta_equation_set_phi(get(), state_function, term.has_derivative ? state_derivative : nullptr, &phi);
@@ -227,18 +228,23 @@ public:
     std::vector<functions_of_term> terms;
 };
 
-// A few shapes of each kind: linear and nonlinear, with both forms of kernels and of derivatives, E = D and not.
+// A few shapes of each kind: linear and nonlinear, with both forms of kernels and of derivatives, E = D and not, smooth
+// and singular.
 inline std::vector<equation_shape> every_shape() {
     std::vector<equation_shape> shapes;
     for (const char kind : {'1', '2', 'D'})
         for (const int D : {1, 3}) {
             const term_shape linear{D, false, false, false}, linear_lag{D, true, false, false};
+            const term_shape singular{D, false, false, false, 0.5}, singular_lag{D, true, false, false, 0.4},
+                singular_nonlinear{D + 1, false, true, false, 0.3};
             const term_shape nonlinear{D + 1, false, true, false}, nonlinear_lag{D, true, true, true};
             for (const bool f : kind == 'D' ? std::vector{false, true} : std::vector{false}) {
                 shapes.push_back({kind, D, f, false, {linear}});
                 shapes.push_back({kind, D, f, f, {linear, linear_lag}});
                 shapes.push_back({kind, D, f, false, {nonlinear}});
                 shapes.push_back({kind, D, f, f, {linear_lag, nonlinear, nonlinear_lag}});
+                shapes.push_back({kind, D, f, false, {singular}});
+                shapes.push_back({kind, D, f, f, {singular_lag, linear, singular_nonlinear}});
             }
         }
     return shapes;

@@ -27,8 +27,10 @@ equation_shape read_shape(fuzz_input& input) {
     const int flags = input.below(4);
     equation_shape shape{"12D"[input.below(3)], 1 + input.below(3), (flags & 1) != 0, (flags & 2) != 0, {}};
     for (int terms = input.below(4); terms > 0; --terms) {
-        const int kind = input.below(8);
+        const int kind = input.below(16);
         term_shape term{shape.D, (kind & 1) != 0, (kind & 2) != 0, (kind & 4) != 0};
+        if ((kind & 8) != 0)
+            term.alpha = input.below(1000) / 1000.0;
         if (term.has_phi)
             term.E = 1 + input.below(4);
         shape.terms.push_back(term);
@@ -81,10 +83,10 @@ void expect_iterated(const polynomial_equation& equation, const quenta_solution&
     const double t[] = {0.0, solution.mesh[std::size_t(solution.steps)]};
     std::vector<double> y(std::size_t(2 * solution.D), 0.25);
     const int status = quenta_solution_iterate(&solution, equation.get(), 2, t, y.data());
-    EXPECT_EQ(status, equation.shape.kind != '2' ? QUENTA_EQUATION_WRONG_KIND
-                      : solution.steps == 0      ? QUENTA_EQUATION_BAD_TIME
-                      : y[0] == 0.25             ? QUENTA_EQUATION_NOT_FINITE
-                                                 : QUENTA_EQUATION_SOLVED);
+    EXPECT_EQ(status, solution.steps == 0          ? QUENTA_EQUATION_BAD_TIME
+                      : equation.shape.kind != '2' ? QUENTA_EQUATION_WRONG_KIND
+                      : y[0] == 0.25               ? QUENTA_EQUATION_NOT_FINITE
+                                                   : QUENTA_EQUATION_SOLVED);
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 // everything that they contain. Numbers are long doubles, functions are those of the caller.
 #pragma once
 
+#include "reference/singular_integrals.hpp"
+
 #include <Eigen/Dense>
 
 #include <cmath>
@@ -16,11 +18,12 @@ using real = long double;
 using real_vector = Eigen::Matrix<real, Eigen::Dynamic, 1>;
 using real_matrix = Eigen::Matrix<real, Eigen::Dynamic, Eigen::Dynamic>;
 
-// K(t, s) is D by E, by rows. Without phi it is phi(s, y) = y.
+// The kernel is (t - s)^-alpha K(t, s), where K is D by E, by rows. Without phi it is phi(s, y) = y.
 struct equation_term {
     int E;
     std::function<void(double t, double s, double* K)> kernel;
     std::function<void(double s, const double* y, double* values)> phi;
+    double alpha = 0.0;
 };
 
 // kind '2': y = g + M; '1': M = g; 'D': y' = f(t, y) + M. The forcing is g, which ignores y, or f.
@@ -117,7 +120,7 @@ private:
                 for (std::size_t j = 0; j < P(); ++j) {
                     const real_vector values = phi(term, time(k, c[j]), value(X, k, c[j]));
                     for (std::size_t i = 0; i < P(); ++i)
-                        result.add(i, length(k) * basis_integral(j, 1.0L) *
+                        result.add(i, weight(term, j, time(n, c[i]) - real(mesh[k + 1]), length(k)) *
                                           (kernel(term, time(n, c[i]), time(k, c[j])) * values));
                 }
         return result;
@@ -133,9 +136,18 @@ private:
                        (problem.kind == '1' ? -1.0L : 1.0L) * call(problem.forcing, t, value(X, n, c[i]), problem.D));
             for (const equation_term& term : problem.terms)
                 for (std::size_t q = 0; q < P(); ++q)
-                    to.add(i, length(n) * c[i] * basis_integral(q, 1.0L) *
+                    to.add(i, weight(term, q, 0.0L, length(n) * c[i]) *
                                   (kernel(term, t, time(n, c[i] * c[q])) * phi_in_step(term, X, n, c[i] * c[q])));
         }
+    }
+
+    // The integral of (t - s)^-alpha L_j over an interval of the length h that ends `distance` before t.
+    real weight(const equation_term& term, std::size_t j, real distance, real h) const {
+        if (term.alpha == 0.0)
+            return h * basis_integral(j, 1.0L);
+        return h == 0.0L ? 0.0L
+                         : std::pow(h, 1.0L - real(term.alpha)) *
+                               singular_integral(term.alpha, distance / h, coefficients[j]);
     }
 
     std::vector<real> coefficients_of(std::size_t j) const {

@@ -1,0 +1,201 @@
+// Equations with weakly singular kernels: their errors on the default mesh, on equal steps, and to a tolerance.
+#include "equations/singular_problems.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace quenta_test;
+
+double distance(const std::vector<double>& expected, const double* got) {
+    double largest = 0.0;
+    for (std::size_t a = 0; a < expected.size(); ++a) {
+        const double here = std::fabs(got[a] - expected[a]);
+        largest = here <= largest ? largest : here; // also finds NaN
+    }
+    return largest;
+}
+
+// The largest errors at the mesh points, between them, and of the iterated values between them (second kind).
+struct errors {
+    double at_mesh = 0.0, between = 0.0, iterated = 0.0;
+};
+
+errors errors_of(const equation_problem& problem, const quenta::solution& y) {
+    errors result;
+    const auto mesh = y.mesh();
+    const std::size_t D = std::size_t(y.dimension());
+    std::vector<double> some;
+    for (std::size_t n = 1; n < mesh.size(); ++n) {
+        result.at_mesh = std::max(result.at_mesh, distance(problem.exact(mesh[n]), y.values().data() + n * D));
+        for (const double x : {0.001, 0.3, 0.9}) {
+            const double t = mesh[n - 1] + x * (mesh[n] - mesh[n - 1]);
+            result.between = std::max(result.between, distance(problem.exact(t), y.at(t).data()));
+        }
+        if (n % 4 == 1)
+            some.push_back(mesh[n - 1] + 0.4 * (mesh[n] - mesh[n - 1]));
+    }
+    if (problem.kind != '2')
+        return result;
+    const std::vector<double> iterated = problem.equation.iterate(y, some);
+    for (std::size_t p = 0; p < some.size(); ++p)
+        result.iterated = std::max(result.iterated, distance(problem.exact(some[p]), iterated.data() + p * D));
+    return result;
+}
+
+class every_singular_problem : public testing::TestWithParam<std::size_t> {
+protected:
+    const equation_problem problem = singular_problems().at(GetParam()).problem;
+    const double alpha = singular_problems().at(GetParam()).alpha;
+};
+
+INSTANTIATE_TEST_SUITE_P(equations, every_singular_problem, testing::Range<std::size_t>(0, singular_problems().size()),
+                         [](const auto& chosen) { return singular_problems()[chosen.param].problem.name; });
+
+TEST_P(every_singular_problem, is_solved_to_a_tolerance) {
+    for (const double tolerance : {1e-3, 1e-6, 1e-9}) {
+        const quenta::solution y = problem.equation.solve(problem.t_end, quenta::to_tolerance(tolerance, tolerance));
+        const errors error = errors_of(problem, y);
+        EXPECT_LT(error.between, 2 * tolerance);
+        EXPECT_LE(y.steps(), 1024);
+    }
+}
+
+TEST_P(every_singular_problem, is_approximated_with_the_order_of_the_scheme) {
+    for (int P = 2; P <= 5; ++P) {
+        const auto solve = [&](int steps) {
+            return errors_of(problem,
+                             problem.equation.solve(problem.t_end, quenta::steps(steps).nodes(QUENTA_RADAU, P)));
+        };
+        const errors coarse = solve(96), fine = solve(384);
+        const auto expect_order = [P](double before, double after, double order, const char* what) {
+            EXPECT_LT(after, 2.0 * before * std::pow(4.0, -order) + 2e-11)
+                << what << ", P = " << P << ": order " << std::log2(before / after) / 2.0 << " instead of " << order;
+        };
+        expect_order(coarse.between, fine.between, P, "between the mesh points");
+        const double order = problem.kind == '1' ? P : P + 1 - alpha;
+        expect_order(coarse.at_mesh, fine.at_mesh, order, "at the mesh points");
+        if (problem.kind == '2')
+            expect_order(coarse.iterated, fine.iterated, order, "iterated");
+    }
+}
+
+equation_problem chosen_power(char kind, double alpha) {
+    const double exponent = kind == '1' ? alpha : kind == '2' ? 1 - alpha : 2 - alpha;
+    return power_problem("t^beta", kind, 2, {{{{kind == 'D' ? 1.0 : 0.0, 0}, {1, exponent}}}},
+                         {{alpha, 0, 0, {kind == '1' ? 1.0 : -1.0}, {}, true}});
+}
+
+TEST(weakly_singular, relaxation_of_every_order_is_solved_to_a_tolerance) {
+    for (int tenths = 1; tenths <= 19; ++tenths) {
+        if (tenths == 10)
+            continue; // exp(-t)
+        const equation_problem problem = relaxation(tenths / 10.0, tenths < 10 ? 1.0 : 3.0);
+        const quenta::solution y = problem.equation.solve(problem.t_end, quenta::to_tolerance(0.0, 1e-8));
+        EXPECT_LT(errors_of(problem, y).between, 1e-8) << "order " << tenths / 10.0;
+    }
+}
+
+TEST(weakly_singular, twelve_digits_are_reached) {
+    for (const char kind : {'2', 'D'})
+        for (const double alpha : {0.1, 0.5}) {
+            const equation_problem problem = chosen_power(kind, alpha);
+            const quenta::solution y = problem.equation.solve(problem.t_end, quenta::to_tolerance(0.0, 1e-12));
+            EXPECT_LT(errors_of(problem, y).between, 1e-12);
+        }
+    const equation_problem problem = chosen_power('2', 0.9);
+    EXPECT_LT(errors_of(problem, problem.equation.solve(problem.t_end, quenta::steps(1536))).at_mesh, 1e-12);
+}
+
+TEST(weakly_singular, any_nodes_have_the_order_P) {
+    for (const char kind : {'2', 'D'})
+        for (const double alpha : {0.3, 0.8}) {
+            const equation_problem problem = chosen_power(kind, alpha);
+            const auto expect_order = [&](const auto& options, int P) {
+                const double coarse = errors_of(problem, problem.equation.solve(2, options(96))).between,
+                             fine = errors_of(problem, problem.equation.solve(2, options(384))).between;
+                EXPECT_LT(fine, 2.0 * coarse * std::pow(4.0, -P) + 2e-11)
+                    << "kind " << kind << ", alpha = " << alpha << ", P = " << P;
+            };
+            for (const int family : {QUENTA_GAUSS, QUENTA_LOBATTO})
+                for (int P = 2; P <= 5; ++P)
+                    expect_order([=](int steps) { return quenta::steps(steps).nodes(family, P); }, P);
+            expect_order([](int steps) { return quenta::steps(steps).nodes({0.3, 0.6}); }, 2);
+            expect_order([](int steps) { return quenta::steps(steps).nodes({0.0, 0.4, 0.9}); }, 3);
+            expect_order([](int steps) { return quenta::steps(steps).nodes({0.2, 0.5, 0.7, 0.95}); }, 4);
+        }
+}
+
+// Without the grading the error between the nodes decreases like h^(1 - alpha).
+TEST(weakly_singular, equal_steps_are_equal_also_for_a_singular_kernel) {
+    const equation_problem problem = chosen_power('2', 0.5);
+    const quenta::solution coarse = problem.equation.solve(2, quenta::equal_steps(64)),
+                           fine = problem.equation.solve(2, quenta::equal_steps(256));
+    for (int n = 0; n <= 64; ++n)
+        EXPECT_EQ(coarse.mesh()[std::size_t(n)], n / 32.0);
+    EXPECT_NEAR(errors_of(problem, coarse).between / errors_of(problem, fine).between, 2.0, 0.05);
+    EXPECT_THROW(problem.equation.solve(2, quenta::equal_steps(0)), quenta::equation_error);
+}
+
+TEST(weakly_singular, five_nodes_are_the_default) {
+    const equation_problem problem = chosen_power('2', 0.5);
+    const quenta::solution chosen = problem.equation.solve(2, quenta::steps(20)),
+                           five = problem.equation.solve(2, quenta::steps(20).nodes(QUENTA_RADAU, 5));
+    EXPECT_EQ(chosen(1.3), five(1.3));
+}
+
+std::vector<double> default_mesh(double alpha, double t_end, int steps, int P = 5) {
+    const auto y = quenta::second_kind(one)
+                       .lag_memory(quenta::weakly_singular(alpha, [](double) { return 0.0; }))
+                       .solve(t_end, quenta::steps(steps).nodes(QUENTA_RADAU, P));
+    return {y.mesh().begin(), y.mesh().end()};
+}
+
+TEST(default_mesh, is_contained_in_the_mesh_of_twice_as_many_steps) {
+    for (const double alpha : {0.05, 0.5, 0.8})
+        for (const int steps : {8, 24, 64}) {
+            const std::vector<double> coarse = default_mesh(alpha, 3.0, steps),
+                                      fine = default_mesh(alpha, 3.0, 2 * steps);
+            ASSERT_EQ(fine.size(), 2 * std::size_t(steps) + 1);
+            for (std::size_t n = 0; n < coarse.size(); ++n)
+                EXPECT_DOUBLE_EQ(coarse[n], fine[2 * n]) << "alpha = " << alpha << ", " << n << " of " << steps;
+        }
+}
+
+TEST(default_mesh, has_its_longest_steps_at_the_end) {
+    for (const double alpha : {0.1, 0.5, 0.9}) {
+        const std::vector<double> mesh = default_mesh(alpha, 1.0, 800);
+        const double last = mesh[800] - mesh[799];
+        EXPECT_NEAR(mesh[700] - mesh[699], last, 1e-12);
+        for (std::size_t n = 2; n < mesh.size(); ++n)
+            EXPECT_LE(mesh[n - 1] - mesh[n - 2], (mesh[n] - mesh[n - 1]) * (1 + 1e-9)) << n;
+        std::size_t graded = 0;
+        while (mesh[graded + 1] - mesh[graded] < 0.9 * last)
+            ++graded;
+        EXPECT_GT(graded, std::size_t(350));
+        EXPECT_LT(graded, std::size_t(610));
+        // The points are t = T x^r, where r = 5 / (1 - alpha).
+        EXPECT_NEAR(std::log(mesh[40] / mesh[20]) / std::log(2.0), std::min(5 / (1 - alpha), 50.0), 1e-6);
+    }
+}
+
+TEST(default_mesh, has_steps_of_any_number_and_length) {
+    for (const double alpha : {5e-324, 0.5, 0.95, 0.999, 1.0 - 0x1p-53})
+        for (const double t_end : {1e-300, 1e-12, 1.0, 1e12, 1e300})
+            for (const int steps : {1, 2, 3, 7, 400}) {
+                const std::vector<double> mesh = default_mesh(alpha, t_end, steps, 2);
+                ASSERT_EQ(mesh.size(), std::size_t(steps) + 1);
+                EXPECT_EQ(mesh.back(), t_end);
+                for (std::size_t n = 1; n < mesh.size(); ++n)
+                    EXPECT_GE(mesh[n] - mesh[n - 1], std::numeric_limits<double>::min());
+            }
+}
+
+} // namespace
