@@ -16,8 +16,10 @@
 #include "quenta_equations/solution.hpp"
 #include "reference/singular_integrals.hpp"
 
+#include <array>
 #include <cmath>
 #include <cstddef>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -102,9 +104,13 @@ private:
             return h * b[std::size_t(j)];
         if (h == 0.0)
             return 0.0;
-        const long double alpha = term.alpha, d = static_cast<long double>(distance) / h;
-        return double(std::pow(static_cast<long double>(h), 1.0L - alpha) *
-                      reference::singular_integral(alpha, d, coefficients[std::size_t(j)]));
+        const auto [place, is_new] = known_weights.try_emplace({term.alpha, double(j), distance, h});
+        if (is_new) {
+            const long double alpha = term.alpha, d = static_cast<long double>(distance) / h;
+            place->second = double(std::pow(static_cast<long double>(h), 1.0L - alpha) *
+                                   reference::singular_integral(alpha, d, coefficients[std::size_t(j)]));
+        }
+        return place->second;
     }
 
     // Component a of y at t_n + x h_n, and at a node.
@@ -193,9 +199,10 @@ private:
     const equation_shape& shape;
     const quenta_solution& solution;
     const int P, D;
-    std::vector<double> b;                              // B_j(1)
-    std::vector<std::vector<long double>> coefficients; // of L_j
-    std::vector<std::vector<sum_of_terms>> phi;         // of term r, component e at node j of step k: (k*P + j)*E + e
+    std::vector<double> b;                                         // B_j(1)
+    std::vector<std::vector<long double>> coefficients;            // of L_j
+    mutable std::map<std::array<double, 4>, double> known_weights; // by alpha, j, distance and h
+    std::vector<std::vector<sum_of_terms>> phi; // of term r, component e at node j of step k: (k*P + j)*E + e
 };
 
 // Expects that all equations of each solved step are satisfied, compared with the largest magnitude in the step.

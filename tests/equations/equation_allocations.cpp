@@ -119,7 +119,9 @@ TEST(failing_allocation, of_a_new_term_leaves_the_equation_as_it_was) {
 TEST(failing_allocation, in_a_solve_writes_nothing_and_the_next_solve_works) {
     random_data random{2027};
     const double mesh[] = {0.0, 0.1, 0.3, 0.4, 1.0};
-    for (const equation_shape& shape : every_shape()) {
+    const std::vector<equation_shape> shapes = every_shape();
+    for (std::size_t k = 0; k < shapes.size(); k += 5) { // each kind, and each form of the memory
+        const equation_shape& shape = shapes[k];
         SCOPED_TRACE(testing::PrintToString(shape));
         const polynomial_equation equation{random, shape};
         output<quenta_solution> solved;
