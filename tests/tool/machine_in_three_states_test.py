@@ -23,7 +23,7 @@ class Example(example_test.ExampleTest):
         cls.t = cls.solution["sound"]["t"]
 
     def test_the_checks_of_the_script_pass(self):
-        self.assertLess(self.printed(r"whichever state, within ([\d.e-]+)"), 1e-3)
+        self.assertLess(self.printed(r"any initial state, within ([\d.e-]+)"), 1e-3)
         self.assertLess(self.printed(r"sum to 1 within ([\d.e-]+)"), 1e-5)
         self.assertLess(self.printed(r"within ([\d.]+) standard errors"), 4)
 

@@ -27,7 +27,7 @@ class Example(example_test.ExampleTest):
         cls.u = cls.table["capital"]
 
     def test_the_checks_of_the_script_pass(self):
-        self.assertEqual(self.printed(r"(\d) of 3 to be trusted"), 3)
+        self.assertEqual(self.printed(r"(\d) of 3 trusted"), 3)
         self.assertLess(self.printed(r"within ([\d.e-]+) of the closed form"), 1e-6)
         self.assertLess(self.printed(r"within ([\d.]+) standard errors"), 4)
 

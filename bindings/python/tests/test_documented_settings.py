@@ -169,8 +169,8 @@ def test_the_order_is_that_of_the_table_if_only_the_values_start_at_zero():
 
     assert error((1, (0, 1)), 400) / error((1, (0, 1)), 800) == pytest.approx(4, rel=0.05)
     assert error((2, (0, 1, 2)), 800) < error((1, (0, 1)), 800) / 5
-    assert_stated(PAGE, "If only the values are 0, as for $g = K = t e^{-t}$, the order of (1; 0, 1) is 2, as "
-                        "in the table above.")
+    assert_stated(PAGE, "If only the values are 0 and the slopes are not, as for $g = K = t e^{-t}$, the order of "
+                        "(1; 0, 1) is 2, as in the table above.")
 
 
 def test_negative_counts_of_renewals():
