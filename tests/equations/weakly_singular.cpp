@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdio>
 #include <limits>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -100,6 +102,102 @@ TEST(weakly_singular, relaxation_of_every_order_is_solved_to_a_tolerance) {
         const equation_problem problem = relaxation(tenths / 10.0, tenths < 10 ? 1.0 : 3.0);
         const quenta::solution y = problem.equation.solve(problem.t_end, quenta::to_tolerance(0.0, 1e-8));
         EXPECT_LT(errors_of(problem, y).between, 1e-8) << "order " << tenths / 10.0;
+    }
+}
+
+// A singularity so close to 1 that t^(1 - alpha) is not small at the smallest numbers: the error is not hidden.
+TEST(weakly_singular, a_solution_that_numbers_cannot_resolve_is_not_accepted) {
+    const auto equation =
+        quenta::second_kind(one).lag_memory(quenta::weakly_singular(0.995, [](double) { return -0.005; }));
+    EXPECT_THROW(equation.solve(1.0, quenta::to_tolerance(0.0, 1e-4, 512)), quenta::solve_failure);
+    EXPECT_NO_THROW(equation.solve(1.0, quenta::to_tolerance(0.0, 0.5, 512)));
+}
+
+// Random sums of the powers that solutions of such equations consist of, and others; terms with random singularities.
+equation_problem random_power_problem(unsigned seed) {
+    std::mt19937 generator(seed);
+    const auto number = [&](double lowest, double highest) {
+        return std::uniform_real_distribution<double>(lowest, highest)(generator);
+    };
+    const char kind = "12D"[seed % 3];
+    const std::size_t D = 1 + generator() % 2;
+    std::vector<power_term> terms;
+    double alpha = number(0.05, 0.9);
+    for (unsigned count = 1 + generator() % 2; count > 0; --count, alpha *= number(0.0, 1.0)) {
+        const int powers = int(generator() % 2);
+        terms.push_back({alpha, powers, 0, std::vector<double>(D * D), {}, powers == 0});
+        for (double& entry : terms.back().entries)
+            entry = (1 - alpha) * number(-0.5, 0.2);
+    }
+    if (kind == '1') { // the first term determines y
+        terms[0].m = 0;
+        terms[0].of_lag = true;
+        for (std::size_t a = 0; a < D; ++a)
+            terms[0].entries[a * D + a] += 2.0;
+    }
+    const double beta = kind == '1' ? terms[0].alpha : 1.0 - terms[0].alpha;
+    std::vector<power_sum> y(D);
+    for (power_sum& component : y) {
+        if (kind != '1')
+            component.terms.push_back({number(-1, 1), 0});
+        const double first = kind == 'D' ? 1.0 : 0.0;
+        for (const double exponent : {first + beta, first + 2 * beta, 1 + beta, number(1, 6)})
+            component.terms.push_back({number(-1, 1), exponent});
+    }
+    return power_problem("seed " + std::to_string(seed), kind, std::exp(number(-3, 1)), y, terms);
+}
+
+TEST(weakly_singular, a_tolerance_that_is_reported_as_reached_is_reached) {
+    constexpr unsigned problems = 90;
+    int reached = 0, wrong = 0;
+    for (unsigned seed = 0; seed < problems; ++seed) {
+        const equation_problem problem = random_power_problem(seed);
+        const double tolerance = std::pow(10.0, -2.0 - double(seed % 6));
+        try {
+            const quenta::solution y = problem.equation.solve(problem.t_end, quenta::to_tolerance(0.0, tolerance, 512));
+            const double error = errors_of(problem, y).between;
+            ++reached;
+            wrong += !(error <= tolerance);
+            EXPECT_LT(error, 10 * tolerance) << problem.name;
+        } catch (const quenta::solve_failure& failure) {
+            EXPECT_EQ(failure.status, QUENTA_EQUATION_TOLERANCE_MISSED) << problem.name;
+        }
+    }
+    std::printf("%d of %u reached, %d of them not\n", reached, problems, wrong);
+    EXPECT_GT(reached, int(problems * 3 / 4));
+    EXPECT_LE(wrong, reached * 3 / 100);
+}
+
+// Other units of time: y(t) of the equation with the kernel (t - s)^-alpha / scale^(1 - alpha) is y(t / scale).
+TEST(weakly_singular, the_unit_of_time_does_not_matter) {
+    for (const double alpha : {0.01, 0.5, 0.9, 0.95})
+        for (const double scale : {1e-12, 1e12}) {
+            const auto solve = [&](double unit) {
+                return quenta::second_kind(one)
+                    .lag_memory(quenta::weakly_singular(
+                        alpha, [=](double) { return -(1 - alpha) / std::pow(unit, 1 - alpha); }))
+                    .solve(unit, quenta::to_tolerance(1e-5));
+            };
+            const quenta::solution expected = solve(1.0), got = solve(scale);
+            for (int k = 0; k <= 20; ++k)
+                EXPECT_NEAR(got(scale * (k / 20.0)), expected(k / 20.0), 2e-5) << "alpha = " << alpha;
+        }
+}
+
+// D^a y = 1 + 2 y - y^2, y(0) = 0 (the fractional Riccati equation): compared with another scheme and another mesh.
+TEST(weakly_singular, the_fractional_riccati_equation_does_not_depend_on_the_scheme) {
+    for (const double a : {0.3, 0.6, 0.9}) {
+        const auto equation =
+            quenta::second_kind([](double) { return 0.0; })
+                .lag_memory(quenta::weakly_singular(1 - a, [=](double) { return 1 / std::tgamma(a); }),
+                            [](double, double y) { return 1 + 2 * y - y * y; });
+        const quenta::solution y = equation.solve(2.0, quenta::to_tolerance(1e-9));
+        std::vector<double> mesh;
+        for (int n = 0; n <= 900; ++n)
+            mesh.push_back(2.0 * std::pow(n / 900.0, 4 / a));
+        const quenta::solution other = equation.solve(2.0, quenta::on_mesh(mesh).nodes(QUENTA_GAUSS, 4));
+        for (int k = 0; k <= 40; ++k)
+            EXPECT_NEAR(y(k / 20.0), other(k / 20.0), 1e-8) << "a = " << a << ", t = " << k / 20.0;
     }
 }
 
