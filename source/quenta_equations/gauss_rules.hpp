@@ -11,7 +11,7 @@ struct quadrature_point {
 };
 using quadrature_rule = std::vector<quadrature_point>;
 
-// Exact for polynomials of degree 2 * points - 1.
+// Exact for polynomials of degree 2 * points - 1. At least 2 points.
 quadrature_rule gauss_legendre(int points);
 
 // The integral of x^exponent p(x) over [0, 1], exponent > -1, for polynomials p of degree 5.

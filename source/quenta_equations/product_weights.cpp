@@ -45,12 +45,14 @@ double mean_of_exponential(double x) {
 product_weights::product_weights(const collocation_nodes& of, double exponent)
     : nodes{of}, alpha{exponent}, linear_power{gauss_jacobi(1.0 - exponent)} {
     static_assert(rule_lengths.size() == rules);
-    for (std::size_t i = 0; i < rule_lengths.size(); ++i)
+    for (std::size_t i = 0; i < rule_lengths.size(); ++i) {
+        legendre[i].reserve(rule_lengths[i].points);
         for (const auto& [x, weight] : gauss_legendre(rule_lengths[i].points)) {
             legendre[i].push_back({1.0 - x, nodes.values(x)});
             for (double& value : legendre[i].back().weight)
                 value *= weight;
         }
+    }
     // The coefficients of (1 + (1/2 - x) u)^-alpha as a series in u, times L_j, integrated: a polynomial of degree 22.
     for (const rule_point& point : legendre[0]) {
         double coefficient = 1.0;

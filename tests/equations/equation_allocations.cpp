@@ -129,6 +129,8 @@ TEST(failing_allocation, in_a_solve_writes_nothing_and_the_next_solve_works) {
                              [&] { return quenta_equation_solve(equation.get(), 1.0, 4, nullptr, 0, &solved.made); });
         expect_out_of_memory(
             solved, [&] { return quenta_equation_solve_on_mesh(equation.get(), mesh, 4, nullptr, 2, &solved.made); });
+        if (shape.D > 1)
+            continue; // to a tolerance the solves take longer
         expect_out_of_memory(solved, [&] {
             return quenta_equation_solve_to_tolerance(equation.get(), 1.0, 5e-2, 5e-2, 64, nullptr, 3, &solved.made);
         });
