@@ -1,5 +1,6 @@
-// Compares the direct history of the equation solvers with a bare loop over the same kernel values, a nonlinear step
-// with a linear one, and measures how time and memory grow with the number of steps.
+// Compares the direct sums of the equation solvers with a bare loop over the same kernel values, a nonlinear step with
+// a linear one, and measures how time and memory grow with the number of steps, with direct sums and with transforms.
+// On many equal steps, kernels of (t, s) are summed directly, and kernels of the lag by transforms.
 
 #include "bare_history.hpp"
 #include "comparison.hpp"
@@ -7,6 +8,7 @@
 
 #include "quenta_equations.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -30,14 +32,22 @@ constexpr auto one = [](double) {
 
 enum class form { of_lag, of_times };
 
+// Adds a term with the kernel K(t - s), and with phi and its derivative if they are given.
+template <form written_as, class function, class... nonlinearity>
+quenta::equation with_memory(quenta::equation equation, const function& K, const nonlinearity&... phi) {
+    if constexpr (written_as == form::of_lag)
+        return equation.lag_memory(K, phi...);
+    else
+        return equation.memory([K](double t, double s) { return K(t - s); }, phi...);
+}
+
 // y = exp(-t) + integral of K(t - s) y(s) ds, on 0 .. 2.
-template <form written_as, class function>
+template <class function>
 void against_bare_loop(benchmark::State& state, const function& K, int steps) {
     const auto of_times = [K](double t, double s) {
         return K(t - s);
     };
-    const auto equation =
-        written_as == form::of_lag ? second_kind(decay).lag_memory(K) : second_kind(decay).memory(of_times);
+    const auto equation = with_memory<form::of_times>(second_kind(decay), K);
     const auto options = equal_steps(steps).nodes(QUENTA_RADAU, history_points::P);
     const history_points at(equation.solve(2.0, options));
     std::vector<double> memory(at.node_time.size()), from_solution(memory.size());
@@ -52,58 +62,66 @@ void against_bare_loop(benchmark::State& state, const function& K, int steps) {
 }
 
 // y = exp(-t) + integral of K(t - s) phi(y(s)) ds, on 0 .. 2, with phi = y + exp(-y) and with phi = y.
-template <bool with_derivative, class function>
+template <form written_as, bool with_derivative, class function>
 void nonlinear_against_linear(benchmark::State& state, const function& K, int steps, double limit) {
     const auto phi = [](double, double y) {
         return y + std::exp(-y);
     };
-    auto nonlinear = second_kind(decay);
-    if constexpr (with_derivative)
-        nonlinear.lag_memory(K, phi, [](double, double y) { return 1.0 - std::exp(-y); });
-    else
-        nonlinear.lag_memory(K, phi);
-    const auto linear = second_kind(decay).lag_memory(K);
+    const auto derivative = [](double, double y) {
+        return 1.0 - std::exp(-y);
+    };
+    const auto nonlinear = [&] {
+        if constexpr (with_derivative)
+            return with_memory<written_as>(second_kind(decay), K, phi, derivative);
+        else
+            return with_memory<written_as>(second_kind(decay), K, phi);
+    }();
+    const auto linear = with_memory<written_as>(second_kind(decay), K);
     compare(
-        state, limit, 2000 / steps, [] {},
+        state, limit, std::max(1, 2000 / steps), [] {},
         [&] { benchmark::DoNotOptimize(nonlinear.solve(2.0, equal_steps(steps).nodes(QUENTA_RADAU, 3))); },
         [&] { benchmark::DoNotOptimize(linear.solve(2.0, equal_steps(steps).nodes(QUENTA_RADAU, 3))); });
 }
 
+template <form written_as>
 void growth(benchmark::State& state, int steps) {
-    const auto equation = second_kind(decay).lag_memory(decay);
+    const auto equation = with_memory<written_as>(second_kind(decay), decay);
     const auto options = equal_steps(steps).nodes(QUENTA_RADAU, 3);
     start_peak_memory();
     time_alone(state, [&] { benchmark::DoNotOptimize(equation.solve(2.0, options)); });
     state.counters["bytes"] = double(peak_memory());
 }
 
-template <form written_as, class function>
+template <class function>
 void register_bare_loop(const std::string& name, const function& K) {
     for (const int steps : {1000, 2000, 4000})
         register_line("equation, K = " + name + " / bare loop", steps, steps > 2000 ? 7 : 21,
-                      [=](benchmark::State& state) { against_bare_loop<written_as>(state, K, steps); });
+                      [=](benchmark::State& state) { against_bare_loop(state, K, steps); });
 }
 
-template <bool with_derivative, class function>
-void register_nonlinear(const std::string& name, const function& K, double limit) {
-    for (const int steps : {100, 1000})
-        register_line(
-            "equation, " + name + (with_derivative ? ", phi' given" : "") + " / linear", steps, 41,
-            [=](benchmark::State& state) { nonlinear_against_linear<with_derivative>(state, K, steps, limit); });
+template <form written_as, bool with_derivative, class function>
+void register_nonlinear(const std::string& name, const function& K, double limit, std::vector<int> numbers_of_steps) {
+    for (const int steps : numbers_of_steps)
+        register_line("equation, " + name + (with_derivative ? ", phi' given" : "") + " / linear", steps,
+                      steps > 1000 ? 7 : 41, [=](benchmark::State& state) {
+                          nonlinear_against_linear<written_as, with_derivative>(state, K, steps, limit);
+                      });
 }
 
 const bool registered = [] {
-    register_bare_loop<form::of_lag>("exp(-lag)", decay);
-    register_bare_loop<form::of_lag>("cos(lag)", wave);
-    register_bare_loop<form::of_times>("exp(-(t-s))", decay);
-    register_bare_loop<form::of_times>("cos(t-s)", wave);
-    register_nonlinear<false>("exp(-lag)", decay, 3.0);
-    register_nonlinear<true>("exp(-lag)", decay, 3.0);
-    register_nonlinear<false>("K = 1", one, no_limit);
-    register_nonlinear<true>("K = 1", one, no_limit);
+    register_bare_loop("exp(-(t-s))", decay);
+    register_bare_loop("cos(t-s)", wave);
+    register_nonlinear<form::of_times, false>("exp(-(t-s))", decay, 3.0, {100, 1000});
+    register_nonlinear<form::of_times, true>("exp(-(t-s))", decay, 3.0, {100, 1000});
+    register_nonlinear<form::of_times, false>("K = 1", one, no_limit, {100, 1000});
+    register_nonlinear<form::of_times, true>("K = 1", one, no_limit, {100, 1000});
+    register_nonlinear<form::of_lag, true>("exp(-lag)", decay, no_limit, {1000, 100000});
     for (const int steps : {1250, 2500, 5000, 10000, 20000})
-        register_line("equation, exp(-lag), growth", steps, steps < 10000 ? 3 : 1,
-                      [=](benchmark::State& state) { growth(state, steps); });
+        register_line("equation, exp(-(t-s)), growth", steps, steps < 10000 ? 3 : 1,
+                      [=](benchmark::State& state) { growth<form::of_times>(state, steps); });
+    for (const int steps : {1000, 10000, 100000, 1000000})
+        register_line("equation, exp(-lag), growth", steps, 3,
+                      [=](benchmark::State& state) { growth<form::of_lag>(state, steps); });
     return true;
 }();
 

@@ -28,9 +28,9 @@ std::int64_t steps_of_group(std::int64_t P, std::int64_t block) {
 
 } // namespace
 
-direct_history::direct_history(const quenta_equation& of, const quenta_solution& into)
-    : equation{of}, solution{into}, D{of.D}, P{into.nodes.P}, steps{std::int64_t(into.mesh.size()) - 1},
-      group_steps{std::min(steps, steps_of_group(P, largest_block(of)))},
+direct_history::direct_history(const quenta_equation& of, const quenta_solution& into, bool of_lag_too)
+    : equation{of}, solution{into}, with_lag_terms{of_lag_too}, D{of.D}, P{into.nodes.P},
+      steps{std::int64_t(into.mesh.size()) - 1}, group_steps{std::min(steps, steps_of_group(P, largest_block(of)))},
       batch_points{std::clamp(most_batch_values / largest_block(of), std::int64_t{1}, most_batch_points)},
       node_times(steps * P), t(batch_points), s(batch_points), values(batch_points * largest_block(of)),
       sums(group_steps * P * D) {
@@ -38,7 +38,9 @@ direct_history::direct_history(const quenta_equation& of, const quenta_solution&
     const std::int64_t group_points = group_steps * (group_steps + 1) / 2 * P * P;
     terms.reserve(of.memory.size());
     for (const memory_term& term : of.memory) {
-        terms.push_back({memory_weights(term, solution, true)});
+        terms.push_back({memory_weights(term, solution, has(term))});
+        if (!has(term))
+            continue;
         terms.back().weighted.resize(steps * P * term.E);
         terms.back().group_kernel.resize(group_points * D * term.E);
     }
@@ -63,6 +65,8 @@ void direct_history::begin_group(std::int64_t first) {
     group_end = std::min(steps, first + group_steps);
     std::fill(sums.begin(), sums.end(), 0.0);
     for (std::size_t r = 0; r < terms.size(); ++r) {
+        if (!has(equation.memory[r]))
+            continue;
         add_sources_before_group(equation.memory[r], terms[r]);
         evaluate_inside_group(equation.memory[r], terms[r]);
     }
@@ -149,6 +153,8 @@ const double* direct_history::sums_of_step(std::int64_t n) {
         begin_group(n);
     double* const Q = sums.data() + (n - group_first) * P * D;
     for (std::size_t r = 0; r < terms.size(); ++r) {
+        if (!has(equation.memory[r]))
+            continue;
         const int E = equation.memory[r].E;
         for (int i = 0; i < P; ++i)
             add_kernel_sum(*kernels, terms[r].group_kernel.data() + row_start(n, i) * D * E,

@@ -23,8 +23,9 @@ namespace quenta {
 
 class direct_history {
 public:
-    // The mesh and the nodes of the solution are those of the march; both objects must outlive this one.
-    direct_history(const quenta_equation& equation, const quenta_solution& solution);
+    // The mesh and the nodes of the solution are those of the march; both objects must outlive this one. Without the
+    // terms whose kernel is a function of the lag, if they are summed elsewhere.
+    direct_history(const quenta_equation& equation, const quenta_solution& solution, bool with_lag_terms);
 
     // Q of step n, P*D doubles at i*D + a, when all steps before it have been added.
     const double* sums_of_step(std::int64_t n);
@@ -45,6 +46,7 @@ private:
         std::vector<double> group_kernel{}; // the kernel values inside the group, see row_start
     };
 
+    bool has(const memory_term& term) const { return with_lag_terms || !term.of_lag; }
     void begin_group(std::int64_t first);
     template <class visitor>
     void for_each_target(std::int64_t first, std::int64_t end, const visitor& visit) const;
@@ -55,6 +57,7 @@ private:
 
     const quenta_equation& equation;
     const quenta_solution& solution;
+    const bool with_lag_terms;
     const int D, P;
     const std::int64_t steps, group_steps, batch_points;
 

@@ -1,6 +1,6 @@
 #include "quenta_equations/march.hpp"
 
-#include "quenta_equations/direct_history.hpp"
+#include "quenta_equations/memory_history.hpp"
 #include "quenta_equations/step_equations.hpp"
 
 #include <algorithm>
@@ -70,7 +70,6 @@ march_result march(const quenta_equation& equation, std::vector<double> mesh, co
     quenta_solution& solution = result.solution;
     solution.unknowns.resize(steps * n_sys);
     solution.y.resize((steps + 1) * D);
-    direct_history history(equation, solution);
     step_equations step(equation, solution);
     const bool for_derivative = equation.solves_for_derivative();
 
@@ -86,6 +85,7 @@ march_result march(const quenta_equation& equation, std::vector<double> mesh, co
                 std::copy_n(equation.start.data(), D, X + i * D);
     };
     try {
+        memory_history history(equation, solution);
         forcing_at_nodes forcing(equation, solution);
         if (for_derivative)
             std::copy_n(equation.start.data(), D, solution.y.data());

@@ -9,7 +9,13 @@ namespace quenta {
 
 namespace {
 
-// The first of the steps at the end of a mesh whose lengths are equal up to the rounding of the mesh points.
+void multiply_block(double* values, std::int64_t block, double weight) {
+    for (std::int64_t v = 0; v < block; ++v)
+        values[v] *= weight;
+}
+
+} // namespace
+
 std::int64_t first_of_equal_steps(const std::vector<double>& mesh) {
     const std::int64_t steps = std::int64_t(mesh.size()) - 1;
     const double rounding = 8.0 * eps * mesh.back(), last = mesh[steps] - mesh[steps - 1];
@@ -22,13 +28,6 @@ std::int64_t first_of_equal_steps(const std::vector<double>& mesh) {
             return steps;
     return first;
 }
-
-void multiply_block(double* values, std::int64_t block, double weight) {
-    for (std::int64_t v = 0; v < block; ++v)
-        values[v] *= weight;
-}
-
-} // namespace
 
 memory_weights::memory_weights(const memory_term& term, const quenta_solution& of, bool at_nodes)
     : solution{of}, P{of.nodes.P}, first_equal{std::int64_t(of.mesh.size()) - 1} {
@@ -47,7 +46,7 @@ void memory_weights::keep_weights_of_equal_steps() {
     const double h = equal_steps > 0 ? (mesh.back() - mesh[first_equal]) / double(equal_steps) : 0.0;
     for (int i = 0; i < P; ++i)
         for (std::int64_t distance = 1; distance < equal_steps; ++distance) {
-            const per_node<double> weight = singular->of_step((double(distance - 1) + solution.nodes.c[i]) * h, h);
+            const per_node<double> weight = of_equal_step(distance, i, h);
             std::copy_n(weight.data(), P, kept.data() + ((i + 1) * equal_steps - distance) * P);
         }
 }
@@ -78,6 +77,10 @@ void memory_weights::multiply_at(std::int64_t n, double x, std::int64_t first, s
         for (; source < std::min(end, (k + 1) * P); ++source, values += block)
             multiply_block(values, block, weight[source - k * P]);
     }
+}
+
+per_node<double> memory_weights::of_equal_step(std::int64_t distance, int i, double h) const {
+    return singular ? singular->of_step((double(distance - 1) + solution.nodes.c[i]) * h, h) : of_current_step(h);
 }
 
 per_node<double> memory_weights::of_current_step(double length) const {

@@ -17,6 +17,9 @@
 
 namespace quenta {
 
+// The first of the steps at the end of a mesh whose lengths are equal up to the rounding of the mesh points.
+std::int64_t first_of_equal_steps(const std::vector<double>& mesh);
+
 class memory_weights {
 public:
     // The solution must outlive this object. `at_nodes`: t is always a node.
@@ -33,6 +36,9 @@ public:
                           double* values) const;
     void multiply_at(std::int64_t n, double x, std::int64_t first, std::int64_t count, std::int64_t block,
                      double* values) const;
+
+    // W_j between two of many equal steps, for t = t_ni; the steps are at a distance of 1 if they are adjacent.
+    per_node<double> of_equal_step(std::int64_t distance, int i, double h) const;
 
     // The weights for the part of the current step before t, which has this length.
     per_node<double> of_current_step(double length) const;

@@ -42,7 +42,7 @@ step_equations::step_equations(const quenta_equation& of, const quenta_solution&
     perturbed_values.resize(n_sys * widest);
 }
 
-void step_equations::prepare(std::int64_t n, direct_history& history, const double* Q, const double* g,
+void step_equations::prepare(std::int64_t n, memory_history& history, const double* Q, const double* g,
                              const double* y) {
     h = solution.step_length(n);
     std::copy_n(y, D, start.data());

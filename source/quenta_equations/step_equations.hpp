@@ -21,8 +21,8 @@
 // can have several solutions. The one that is meant tends to g(t_ni) + Q_i, or to f(t_ni, y_n) + Q_i, for short steps.
 #pragma once
 
-#include "quenta_equations/direct_history.hpp"
 #include "quenta_equations/equation.hpp"
+#include "quenta_equations/memory_history.hpp"
 #include "quenta_equations/scaled_system.hpp"
 #include "quenta_equations/solution.hpp"
 #include "quenta_equations/stable_matrix.hpp"
@@ -38,7 +38,7 @@ public:
 
     // Prepares step n: Q are the sums over the previous steps, and g the forcing at the nodes, both P*D doubles at
     // i*D + a. g is null for an integro-differential equation. y is y_n.
-    void prepare(std::int64_t n, direct_history& history, const double* Q, const double* g, const double* y);
+    void prepare(std::int64_t n, memory_history& history, const double* Q, const double* g, const double* y);
 
     // Replaces X, from which an iteration starts, by the solution. Another status than `solved` says why there is none.
     equation_status solve(double* X);

@@ -1,12 +1,14 @@
-// The memory of the finished steps for kernels of the lag on equal steps, in n log^2 n operations: the weights of a
-// kernel depend on the distance of two steps alone, so the sums are a block convolution. The block of lag d has rows
-// i*D + a and, for one term after another, columns j*E + c:
+// The integrals over the previous steps for kernels of the lag on equal steps, in n log^2 n operations: the weighted
+// kernel depends on the distance of two steps alone, so the sums are a block convolution. The block of distance d has
+// rows i*D + a and, for one term after another, columns j*E + c:
 //
-//     w_ij(d) kappa_r((d + c_i - c_j) h)(a, c),     w_ij(d) = integral over the source step of (t_ni - s)^-alpha L_j.
+//     W_ij(d) K_r((d + c_i - c_j) h)(a, c)
+//
+// with the weights W of memory_weights.hpp.
 #pragma once
 
 #include "quenta_equations/equation.hpp"
-#include "quenta_equations/product_weights.hpp"
+#include "quenta_equations/memory_weights.hpp"
 #include "quenta_equations/solution.hpp"
 #include "toeplitz_history/toeplitz_history.hpp"
 
@@ -18,38 +20,44 @@ namespace quenta {
 class toeplitz_memory {
 public:
     // For the terms of the equation whose kernel is a function of the lag. The mesh of the solution has equal steps.
-    // Both objects must outlive this one.
+    // Both objects must outlive this one. Evaluates the kernels at all lags.
     toeplitz_memory(const quenta_equation& equation, const quenta_solution& solution);
-    toeplitz_memory(const toeplitz_memory&) = delete; // its address is the context of the provider
-    toeplitz_memory& operator=(const toeplitz_memory&) = delete;
+
+    // Whether there are such terms, the steps are equal, and there are so many of them that the transforms pay.
+    static bool pays(const quenta_equation& equation, const quenta_solution& solution);
+
+    // False: some value of a kernel is not finite, and would spread to sums in which it has no place.
+    bool is_finite() const { return finite; }
 
     // Q of step n, P*D doubles at i*D + a, when n steps have been added.
-    const double* sums_of_step(std::int64_t n);
+    const double* sums_of_step(std::int64_t n) { return history.history_at(static_cast<std::int32_t>(n)).pointer; }
 
-    // The place for phi_r(t_nj, Y_nj) of one of the terms, E doubles for each node.
-    double* phi_of_term(std::size_t r) { return pushed.data() + first_column[r]; }
-    // Adds a step, when the places of all terms are filled.
-    void add_step() { history.push(whole(pushed)); }
+    // K_r(c_i (1 - c_q) h) for all q: D*E doubles at q*D*E. The weights of these values in step n.
+    const double* current_kernel(std::size_t r, int i) const;
+    per_node<double> current_weights(std::int64_t n, std::size_t r, int i) const;
+
+    // Takes phi_r(t_nj, Y_nj), E doubles for each j. The last of these terms completes the step.
+    void add_step(std::size_t r, const double* phi);
 
 private:
     struct lag_term {
-        const memory_term* term;
-        product_weights weights;
-        std::vector<double> kernel; // of a batch: lag, i, j
+        std::size_t r;
+        memory_weights weights;
+        std::int64_t first_column;
+        std::vector<double> current_kernel{};
     };
 
-    static void provide_block(void* memory, std::int32_t lag, ToeplitzHistory& history);
-    void write_block(std::int32_t lag, double* block);
-    void evaluate_kernels(std::int32_t first);
+    const lag_term& of(std::size_t r) const;
+    void evaluate_current_kernel(lag_term& term);
+    void fill_blocks(const lag_term& term);
 
+    const quenta_equation& equation;
     const quenta_solution& solution;
     const int D, P;
     const double h;
     std::vector<lag_term> terms;
-    std::vector<std::int64_t> first_column; // of each term of the equation
-    std::vector<double> lags;               // of a batch
-    std::int32_t batch_first = 0, batch_end = 0;
     std::vector<double> pushed;
+    bool finite = true;
     ToeplitzHistory history;
 };
 

@@ -137,6 +137,17 @@ TEST(failing_allocation, in_a_solve_writes_nothing_and_the_next_solve_works) {
     }
 }
 
+TEST(failing_allocation, in_the_fast_sums_for_kernels_of_the_lag_writes_nothing) {
+    random_data random{2031};
+    for (const bool nonlinear : {false, true}) {
+        const term_shape lag{1, true, nonlinear, false}, other{1, false, false, false};
+        const polynomial_equation equation{random, {'2', 1, false, false, {lag, other}}};
+        output<quenta_solution> solved;
+        expect_out_of_memory(solved,
+                             [&] { return quenta_equation_solve(equation.get(), 1.0, 300, nullptr, 2, &solved.made); });
+    }
+}
+
 TEST(failing_allocation, in_an_iterated_solution_writes_nothing) {
     random_data random{2028};
     int compared = 0;

@@ -106,7 +106,7 @@ TEST(solves, give_the_same_bits_on_every_instruction_set) {
         {'2', 20, false, false, {{20, true, false, false}, {4, false, true, true}}}); // a dense solve of 60
     int compared = 0;
     for (const equation_shape& shape : shapes)
-        for (const auto& [steps, P] : {std::pair{70, 3}, {9, 2}, {5, 5}}) {
+        for (const auto& [steps, P] : {std::pair{70, 3}, {9, 2}, {5, 5}, {300, 1}}) {
             SCOPED_TRACE(testing::PrintToString(shape));
             const polynomial_equation equation{random, shape, 1.0 / (4 + shape.D)};
             allowed = {false, false};
