@@ -207,7 +207,8 @@ TEST(error_control, ends_at_rounding_level) {
                     EXPECT_EQ(status, QUENTA_EQUATION_TOLERANCE_MISSED) << problem.name;
                     EXPECT_LT(y.error()[0], 1e-9) << problem.name;
                 }
-                EXPECT_LT(all, 4'000'000) << problem.name << ", " << tolerance;
+                // Transforms have larger rounding errors than direct sums, and take less time for more steps.
+                EXPECT_LT(all, 12'000'000) << problem.name << ", " << tolerance;
             }
     // Nearly exact with any number of steps: differences that do not decrease are small enough.
     const auto line =
