@@ -1,12 +1,10 @@
 // What all exports share: the checks of arguments, and the status of what is thrown.
 #pragma once
 
+#include "quenta_equations/finite.hpp"
 #include "quenta_equations/status.hpp"
 #include "utility/floating_point_mode.hpp"
 
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
 #include <new>
 
 namespace quenta {
@@ -25,10 +23,6 @@ void check_pointers(pointers... all) {
 
 inline void check_steps(int steps) {
     check(steps >= 1 && steps <= most_steps, equation_status::bad_steps);
-}
-
-inline bool are_finite(const double* values, std::int64_t count) {
-    return std::all_of(values, values + count, [](double value) { return std::isfinite(value); });
 }
 
 // Runs the body of an export, and returns the status of what it throws.

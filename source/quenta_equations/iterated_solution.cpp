@@ -1,10 +1,10 @@
 #include "quenta_equations/iterated_solution.hpp"
 
+#include "quenta_equations/finite.hpp"
 #include "quenta_equations/kernel_sums.hpp"
 #include "quenta_equations/memory_weights.hpp"
 
 #include <algorithm>
-#include <cmath>
 #include <vector>
 
 namespace quenta {
@@ -97,7 +97,7 @@ void iterate_solution(const quenta_solution& solution, const quenta_equation& eq
         for (std::int64_t p = 0; p < count; ++p)
             sums.add(t[p], y + p * D);
     }
-    if (!std::all_of(y, y + count * D, [](double value) { return std::isfinite(value); }))
+    if (!are_finite(y, count * D))
         throw solve_ended{equation_status::not_finite};
 }
 

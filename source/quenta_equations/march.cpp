@@ -1,10 +1,10 @@
 #include "quenta_equations/march.hpp"
 
+#include "quenta_equations/finite.hpp"
 #include "quenta_equations/memory_history.hpp"
 #include "quenta_equations/step_equations.hpp"
 
 #include <algorithm>
-#include <cmath>
 
 namespace quenta {
 
@@ -51,14 +51,10 @@ void continue_polynomial(const quenta_solution& solution, std::int64_t n, bool a
     }
 }
 
-bool is_finite(const double* y, int D) {
-    return std::all_of(y, y + D, [](double value) { return std::isfinite(value); });
-}
-
 // A first-kind equation has no value at 0 before its first step is solved, and g of the second kind may be infinite
 // there.
 bool starts_with_a_number(const quenta_equation& equation, const double* y) {
-    return equation.kind != equation_kind::first && is_finite(y, equation.D);
+    return equation.kind != equation_kind::first && are_finite(y, equation.D);
 }
 
 } // namespace
@@ -110,7 +106,7 @@ march_result march(const quenta_equation& equation, std::vector<double> mesh, co
             for (std::size_t r = 0; r < equation.memory.size(); ++r)
                 history.add_step(n, r, step.phi_at_nodes(r));
             solution.value(n, 1.0, y + D);
-            if (!is_finite(y + D, D)) // extrapolated from the nodes
+            if (!are_finite(y + D, D)) // extrapolated from the nodes
                 throw solve_ended{equation_status::not_finite};
             if (n == 0 && !starts_with_a_number(equation, y))
                 solution.value(0, 0.0, y);

@@ -1,18 +1,12 @@
 #include "quenta_equations/step_equations.hpp"
 
+#include "quenta_equations/finite.hpp"
 #include "quenta_solvers/dense_solve.hpp" // eps
 
 #include <algorithm>
 #include <cmath>
 
 namespace quenta {
-
-bool step_equations::all_finite(const std::vector<double>& values) {
-    double sum = 0.0;
-    for (const double value : values)
-        sum += value - value; // NaN if the value is not finite
-    return sum == 0.0;
-}
 
 step_equations::step_equations(const quenta_equation& of, const quenta_solution& into)
     : equation{of}, solution{into}, nodes{into.nodes}, D{of.D}, P{into.nodes.P}, n_sys{P * D},
@@ -163,7 +157,7 @@ bool step_equations::evaluate(const double* X) {
         residual[R] = sum;
         magnitude[R] = size;
     }
-    return all_finite(residual);
+    return are_finite(residual);
 }
 
 // The derivatives by y, at the nodes, of a function with `components` components: from the caller's function or,
@@ -276,10 +270,10 @@ equation_status step_equations::solve_linear(double* X) {
 }
 
 equation_status step_equations::solve(double* X) {
-    if (!all_finite(constant) || !all_finite(matrix))
+    if (!are_finite(constant) || !are_finite(matrix))
         return equation_status::not_finite;
     for (const step_term& term : terms)
-        if (!all_finite(term.A))
+        if (!are_finite(term.A))
             return equation_status::not_finite;
     const equation_status status = linear ? solve_linear(X) : solve_nonlinear(X);
     for (std::size_t r = 0; r < terms.size(); ++r)

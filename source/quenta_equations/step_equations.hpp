@@ -63,7 +63,6 @@ private:
     void differentiate(const callback& function, const callback& derivative, int components, const double* at_Y,
                        double* result);
     void form_jacobian(const double* X);
-    static bool all_finite(const std::vector<double>& values);
     double linear_entry(int R, int C) const;
     equation_status solve_linear(double* X);
 

@@ -1,6 +1,7 @@
 // Newton's method for the nonlinear equations of a step, and the choice among their solutions.
 #include "quenta_equations/step_equations.hpp"
 
+#include "quenta_equations/finite.hpp"
 #include "quenta_solvers/dense_solve.hpp" // eps
 
 #include <algorithm>
@@ -52,7 +53,7 @@ equation_status step_equations::newton(double* X) {
     for (int iteration = 0; iteration < most_iterations; ++iteration) {
         if (!current_matrix && !kept_matrix) {
             form_jacobian(X);
-            if (!all_finite(jacobian_magnitude))
+            if (!are_finite(jacobian_magnitude))
                 return equation_status::not_finite;
             if (!system.eliminate())
                 return equation_status::singular_step;
@@ -105,7 +106,7 @@ equation_status step_equations::advance_trace() {
         if (!evaluate(trial.data()))
             return equation_status::not_finite;
         form_jacobian(trial.data());
-        if (!all_finite(jacobian_magnitude))
+        if (!are_finite(jacobian_magnitude))
             return equation_status::not_finite;
         if (!system.eliminate())
             return equation_status::singular_step;

@@ -1,7 +1,8 @@
 #include "quenta_equations/toeplitz_memory.hpp"
 
+#include "quenta_equations/finite.hpp"
+
 #include <algorithm>
-#include <cmath>
 
 namespace quenta {
 
@@ -11,10 +12,6 @@ constexpr std::int64_t least_steps = 256; // from some 100 on the transforms pay
 // Doubles: of one block, and of all blocks. The direct sums need less memory.
 constexpr std::int64_t largest_block = 1024, most_memory = std::int64_t{1} << 27;
 constexpr std::int64_t most_batch_points = 2048;
-
-bool are_finite(const std::vector<double>& values) {
-    return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
-}
 
 std::int64_t columns_of_lag_terms(const quenta_equation& equation, std::int64_t P) {
     std::int64_t columns = 0;
