@@ -256,17 +256,18 @@ equation_status step_equations::solve_linear(double* X) {
         return equation_status::singular_step;
     std::copy(constant.begin(), constant.end(), X);
     system.solve(X);
-    if (!evaluate(X))
-        return equation_status::not_finite;
-    if (residual_is_rounding())
-        return equation_status::solved;
-    correction = residual; // the elimination of an ill-conditioned matrix may need one more round
-    system.solve(correction.data());
-    for (int R = 0; R < n_sys; ++R)
-        X[R] -= correction[R];
-    if (!evaluate(X))
-        return equation_status::not_finite;
-    return residual_is_rounding() ? equation_status::solved : equation_status::singular_step;
+    for (bool is_corrected = false;; is_corrected = true) {
+        if (!evaluate(X))
+            return equation_status::not_finite;
+        if (residual_is_rounding())
+            return equation_status::solved;
+        if (is_corrected)
+            return equation_status::singular_step;
+        correction = residual; // the elimination of an ill-conditioned matrix may need one more round
+        system.solve(correction.data());
+        for (int R = 0; R < n_sys; ++R)
+            X[R] -= correction[R];
+    }
 }
 
 equation_status step_equations::solve(double* X) {

@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstddef>
 #include <limits>
+#include <span>
 #include <vector>
 
 namespace quenta_tests {
@@ -94,6 +96,43 @@ TEST(singular_step, ends_the_solve) {
         EXPECT_EQ(failure->status, QUENTA_EQUATION_SINGULAR_STEP);
         EXPECT_EQ(failure->partial.steps(), 4);
     }
+}
+
+TEST(overflow_of_the_solution_of_a_step, ends_the_solve) {
+    // (1 - h K) y = g
+    const auto failure = failure_of<quenta::solve_failure>([] {
+        quenta::second_kind([](double) {
+            return 1e300;
+        }).lag_memory([](double) {
+              return 1.0 - 1e-10;
+          }).solve(1.0, quenta::equal_steps(1).nodes({1.0}));
+    });
+    ASSERT_TRUE(failure.has_value());
+    EXPECT_EQ(failure->status, QUENTA_EQUATION_NOT_FINITE);
+}
+
+// With D components, the numbers in the elimination of this matrix grow to 2^(D - 1). It has 1 on the diagonal and in
+// the last column, and -1 below the diagonal.
+TEST(elimination_that_loses_digits, is_repeated_or_ends_the_solve) {
+    const auto solve = [](int D) {
+        return quenta::second_kind(
+                   [](double, std::span<double> g) {
+                       for (std::size_t a = 0; a < g.size(); ++a)
+                           g[a] = 1.0 / double(a + 1);
+                   },
+                   D)
+            .lag_memory([D](double, std::span<double> K) { // I minus the matrix
+                for (int a = 0; a < D; ++a)
+                    for (int b = 0; b < D; ++b)
+                        K[std::size_t(a * D + b)] = a == b ? 0.0 : b == D - 1 ? -1.0 : a > b ? 1.0 : 0.0;
+            })
+            .solve(1.0, quenta::equal_steps(1).nodes({1.0}));
+    };
+    const quenta::solution y = solve(25);
+    EXPECT_NEAR(y.values()[25] + y.values()[49], 1.0, 1e-14); // the first row
+    const auto failure = failure_of<quenta::solve_failure>([&] { solve(100); });
+    ASSERT_TRUE(failure.has_value());
+    EXPECT_EQ(failure->status, QUENTA_EQUATION_SINGULAR_STEP);
 }
 
 // Newton's method needs far more iterations with a derivative that is ten times too large.
