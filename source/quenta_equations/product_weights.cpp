@@ -78,15 +78,14 @@ per_node<double> product_weights::of_current_step(double length) const {
 }
 
 per_node<double> product_weights::of_step(double distance, double h) const {
-    const double d = distance / h, to_middle = distance + 0.5 * h;
-    const bool is_far = d >= shortest_far_distance;
-    const double unit = is_far ? to_middle : h;
-    per_node<double> weight = is_far                          ? far_step(h / to_middle)
-                              : d >= shortest_middle_distance ? middle_step(d)
-                                                              : near_step(d);
+    const bool is_far = distance >= shortest_far_distance * h;
+    const double unit = is_far ? distance + 0.5 * h : h;
     const double factor = h * power(unit, -alpha);
-    for (int j = 0; j < nodes.P; ++j)
-        weight[j] *= factor;
+    per_node<double> weight = is_far                                     ? far_step(h / unit)
+                              : distance >= shortest_middle_distance * h ? middle_step(distance / h)
+                                                                         : near_step(distance / h);
+    for (double& of_node : weight)
+        of_node *= factor;
     return weight;
 }
 
@@ -108,7 +107,7 @@ per_node<double> product_weights::far_step(double u) const {
 // The integral over x in [0, 1] of (d + 1 - x)^-alpha L_j(x).
 per_node<double> product_weights::middle_step(double d) const {
     std::size_t rule = 0;
-    while (d < rule_lengths[rule].distance)
+    while (rule + 1 < rules && d < rule_lengths[rule].distance)
         ++rule;
     per_node<double> weight{};
     for (const auto& [to_end, of_point] : legendre[rule]) {

@@ -7,8 +7,10 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
+#include <numbers>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -181,6 +183,45 @@ TEST(weakly_singular, the_unit_of_time_does_not_matter) {
             for (int k = 0; k <= 20; ++k)
                 EXPECT_NEAR(got(scale * (k / 20.0)), expected(k / 20.0), 2e-5) << "alpha = " << alpha;
         }
+}
+
+// y = exp(z^2) erfc(z) with z = 1e6 sqrt(pi t), which is 1 / (sqrt(pi) z) except very near 0.
+TEST(weakly_singular, a_stiff_equation_needs_no_more_steps_than_its_solution) {
+    const quenta::solution y = quenta::second_kind(one)
+                                   .lag_memory(quenta::weakly_singular(0.5, [](double) { return -1e6; }))
+                                   .solve(1.0, quenta::to_tolerance(1e-6, 1e-9));
+    for (const double t : {0.01, 0.3, 1.0})
+        EXPECT_NEAR(y(t), 1e-6 / (std::numbers::pi * std::sqrt(t)), 1e-9);
+    EXPECT_LE(y.steps(), 1024);
+}
+
+// The status of a solve that fails, and the time up to which it was solved.
+std::pair<int, double> end_of(const quenta::equation& equation, double t_end) {
+    try {
+        equation.solve(t_end, quenta::to_tolerance(1e-6));
+    } catch (const quenta::solve_failure& failure) {
+        return {failure.status, failure.partial.mesh().back()};
+    }
+    return {QUENTA_EQUATION_SOLVED, t_end};
+}
+
+TEST(weakly_singular, a_solution_that_becomes_infinite_ends_the_solve) {
+    const auto square = [](double, double y) {
+        return y * y;
+    };
+    const auto equation = quenta::second_kind(one).lag_memory(quenta::weakly_singular(0.5, one), square);
+    const auto [status, end] = end_of(equation, 1.0);
+    EXPECT_EQ(status, QUENTA_EQUATION_NO_CONVERGENCE);
+    EXPECT_GT(end, 0.01);
+    EXPECT_LT(end, 0.5);
+    const auto [status_before, before] = end_of(equation, 0.9 * end);
+    EXPECT_EQ(status_before, QUENTA_EQUATION_SOLVED);
+}
+
+TEST(weakly_singular, an_abel_equation_with_an_infinite_solution_is_not_accepted) {
+    // y = 1 / (pi sqrt t).
+    const auto equation = quenta::first_kind(one).lag_memory(quenta::weakly_singular(0.5, one));
+    EXPECT_EQ(end_of(equation, 1.0).first, QUENTA_EQUATION_TOLERANCE_MISSED);
 }
 
 // D^a y = 1 + 2 y - y^2, y(0) = 0 (the fractional Riccati equation): compared with another scheme and another mesh.
