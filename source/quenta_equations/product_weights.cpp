@@ -2,6 +2,8 @@
 
 #include "quenta_equations/powers.hpp"
 
+#include <iterator>
+
 namespace quenta {
 
 namespace {
@@ -14,9 +16,8 @@ struct series_length {
     double limit;
     int terms;
 };
-constexpr std::array series_lengths{
-    series_length{4.8e-6, 3}, series_length{1.2e-4, 4}, series_length{8.5e-4, 5},  series_length{3.1e-3, 6},
-    series_length{7.8e-3, 7}, series_length{0.0268, 9}, series_length{0.0586, 11}, series_length{0.125, 14},
+constexpr series_length series_lengths[] = {
+    {4.8e-6, 3}, {1.2e-4, 4}, {8.5e-4, 5}, {3.1e-3, 6}, {7.8e-3, 7}, {0.0268, 9}, {0.0586, 11}, {0.125, 14},
 };
 
 // The points that the rule of Gauss and Legendre needs for full accuracy at a distance of at least so many steps, if
@@ -27,9 +28,8 @@ struct rule_length {
     double distance;
     int points;
 };
-constexpr std::array rule_lengths{
-    rule_length{2.0, 12},  rule_length{1.15, 14}, rule_length{0.72, 17}, rule_length{0.46, 20},
-    rule_length{0.29, 24}, rule_length{0.18, 29}, rule_length{0.11, 36}, rule_length{0.06, 44},
+constexpr rule_length rule_lengths[] = {
+    {2.0, 12}, {1.15, 14}, {0.72, 17}, {0.46, 20}, {0.29, 24}, {0.18, 29}, {0.11, 36}, {0.06, 44},
 };
 
 // (1 - exp(-x)) / x for x from 0 to 1/2.
@@ -44,8 +44,8 @@ double mean_of_exponential(double x) {
 
 product_weights::product_weights(const collocation_nodes& of, double exponent)
     : nodes{of}, alpha{exponent}, linear_power{gauss_jacobi(1.0 - exponent)} {
-    static_assert(rule_lengths.size() == rules);
-    for (std::size_t i = 0; i < rule_lengths.size(); ++i) {
+    static_assert(std::size(rule_lengths) == rules);
+    for (std::size_t i = 0; i < rules; ++i) {
         legendre[i].reserve(rule_lengths[i].points);
         for (const auto& [x, weight] : gauss_legendre(rule_lengths[i].points)) {
             legendre[i].push_back({1.0 - x, nodes.values(x)});
