@@ -149,7 +149,7 @@ void direct_history::evaluate_inside_group(const memory_term& term, term_history
 }
 
 const double* direct_history::sums_of_step(std::int64_t n) {
-    if (n == group_end || group_end == 0)
+    if (n == group_end)
         begin_group(n);
     double* const Q = sums.data() + (n - group_first) * P * D;
     for (std::size_t r = 0; r < terms.size(); ++r) {

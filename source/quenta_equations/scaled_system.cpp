@@ -9,9 +9,9 @@ namespace quenta {
 
 namespace {
 
-// The power of two that brings x to 1 <= x < 2, or 1 if x is 0 or not finite.
+// The power of two that brings a finite x to 1 <= x < 2, or 1 if x is 0.
 double scale_to_one(double x) {
-    return x > 0.0 && std::isfinite(x) ? std::ldexp(1.0, std::clamp(-std::ilogb(x), -1022, 1022)) : 1.0;
+    return x > 0.0 ? std::ldexp(1.0, std::clamp(-std::ilogb(x), -1022, 1022)) : 1.0;
 }
 
 } // namespace

@@ -218,6 +218,8 @@ TEST_F(equation_refusals, of_changes_leave_the_equation_as_it_was) {
                                     return quenta_equation_set_first_guess(equation, y);
                                 }});
     expect(requests);
+    for (quenta_equation* const equation : {second, integro}) // these ignore it
+        EXPECT_EQ(quenta_equation_set_first_guess(equation, ones), QUENTA_EQUATION_SOLVED);
 
     for (const auto& [equation, before] :
          {std::pair{second, solution}, {first, scalar_solution}, {integro, integro_solution}}) {

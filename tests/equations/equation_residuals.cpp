@@ -64,6 +64,17 @@ TEST(large_system, satisfies_its_collocation_equations) {
     expect_collocation_equations(equation, *solution, 1e-13);
 }
 
+// With 52 times 63 values at a point, a batch has 10 points, and so have the pairs of a group, which has four steps.
+TEST(group_of_whole_batches, satisfies_its_collocation_equations) {
+    random_data random{202617};
+    const polynomial_equation equation{random, {'2', 52, false, false, {{63, false, true, false}}}, 0.02};
+    const double node[] = {1.0};
+    int status = -1;
+    const owned_solution solution = equation.solve(1.0, 9, node, status);
+    ASSERT_EQ(status, QUENTA_EQUATION_SOLVED);
+    expect_collocation_equations(equation, *solution, 1e-13);
+}
+
 } // namespace
 
 } // namespace quenta_tests

@@ -150,6 +150,16 @@ TEST(error_control, finds_a_layer_that_ends_before_the_first_node) {
     EXPECT_EQ(solve(with_derivative, 1.0, 0.0, 1e-3, 512).status, QUENTA_EQUATION_TOLERANCE_MISSED);
 }
 
+TEST(error_control, does_not_need_a_value_at_0) {
+    // y = 1
+    const auto equation =
+        quenta::second_kind([](double t) { return t > 0.0 ? 1.0 - t : HUGE_VAL; }).lag_memory(constant_kernel);
+    const outcome solved = solve(equation, 1.0, 0.0, 1e-10, 0);
+    EXPECT_EQ(solved.status, QUENTA_EQUATION_SOLVED);
+    EXPECT_NEAR(solved.y(0.0), 1.0, 1e-10);
+    EXPECT_NEAR(solved.y(0.7), 1.0, 1e-10);
+}
+
 TEST(error_control, finds_narrow_features) {
     // y = 1, with a bump in the kernel; and y = a bump.
     for (int i = 0; i < 10; ++i) {
