@@ -58,4 +58,13 @@ TEST(default_mesh, has_steps_of_any_number_and_length) {
             }
 }
 
+TEST(default_mesh, of_no_steps_is_refused) {
+    auto equation = quenta::second_kind([](double) { return 1.0; });
+    equation.lag_memory(quenta::weakly_singular(0.5, [](double) { return 0.0; }));
+    for (const int steps : {0, -1}) {
+        EXPECT_THROW(equation.solve(1.0, quenta::steps(steps)), quenta::equation_error);
+        EXPECT_THROW(equation.solve(1.0, quenta::equal_steps(steps)), quenta::equation_error);
+    }
+}
+
 } // namespace
