@@ -38,9 +38,14 @@ inline long double near_singular_integral(long double alpha, long double d, cons
     return sum;
 }
 
-inline long double far_singular_integral(long double alpha, long double d, const std::vector<long double>& p) {
+struct gauss_point {
+    long double x, weight;
+};
+
+// The rule of Gauss with 16 points, for the interval from 0 to 1.
+inline std::vector<gauss_point> gauss_16() {
     constexpr int points = 16;
-    long double sum = 0.0L;
+    std::vector<gauss_point> rule;
     for (int i = 0; i < points; ++i) {
         long double x = std::cos(std::numbers::pi_v<long double> * (i + 0.75L) / (points + 0.5L)), slope = 0.0L;
         for (int iteration = 0; iteration < 8; ++iteration) {
@@ -53,9 +58,16 @@ inline long double far_singular_integral(long double alpha, long double d, const
             slope = points * (x * value - before) / (x * x - 1.0L);
             x -= value / slope;
         }
-        const long double at = (1.0L + x) / 2.0L;
-        sum += std::pow(d + 1.0L - at, -alpha) * polynomial_at(p, at) / ((1.0L - x * x) * slope * slope);
+        rule.push_back({(1.0L + x) / 2.0L, 1.0L / ((1.0L - x * x) * slope * slope)});
     }
+    return rule;
+}
+
+inline long double far_singular_integral(long double alpha, long double d, const std::vector<long double>& p) {
+    static const std::vector<gauss_point> rule = gauss_16();
+    long double sum = 0.0L;
+    for (const auto& [x, weight] : rule)
+        sum += weight * std::pow(d + 1.0L - x, -alpha) * polynomial_at(p, x);
     return sum;
 }
 
