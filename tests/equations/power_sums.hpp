@@ -65,6 +65,35 @@ struct power_term {
     bool of_lag = false; // m = n = 0 then
 };
 
+inline void add_power_term(quenta::equation& equation, const power_term& term, int D) {
+    const auto fill = [entries = term.entries](double factor, std::span<double> K) {
+        for (std::size_t i = 0; i < K.size(); ++i)
+            K[i] = factor * entries[i];
+    };
+    const auto K = [fill, m = term.m, n = term.n](double t, double s, std::span<double> values) {
+        fill(std::pow(t, m) * std::pow(s, n), values);
+    };
+    const auto of_lag = [fill](double, std::span<double> values) {
+        fill(1.0, values);
+    };
+    const auto phi = [factors = term.factors](double, std::span<const double> at, std::span<double> values) {
+        for (std::size_t c = 0; c < values.size(); ++c) {
+            values[c] = 1.0;
+            for (const int a : factors[c])
+                values[c] *= at[std::size_t(a)];
+        }
+    };
+    const int E = int(term.entries.size()) / D;
+    if (term.factors.empty() && term.of_lag)
+        equation.lag_memory(quenta::weakly_singular(term.alpha, of_lag));
+    else if (term.factors.empty())
+        equation.memory(quenta::weakly_singular(term.alpha, K));
+    else if (term.of_lag)
+        equation.lag_memory(quenta::weakly_singular(term.alpha, of_lag), phi, E);
+    else
+        equation.memory(quenta::weakly_singular(term.alpha, K), phi, E);
+}
+
 // With the kind 'D' the right side is -y plus what makes y the solution.
 inline equation_problem power_problem(std::string name, char kind, double t_end, std::vector<power_sum> y,
                                       const std::vector<power_term>& terms) {
@@ -110,34 +139,8 @@ inline equation_problem power_problem(std::string name, char kind, double t_end,
                                               : quenta::integro_differential(f, values_of(y)(0.0));
     if (kind == '1')
         equation.first_guess(std::vector<double>(D, 0.5));
-    for (const power_term& term : terms) {
-        const auto fill = [entries = term.entries](double factor, std::span<double> K) {
-            for (std::size_t i = 0; i < K.size(); ++i)
-                K[i] = factor * entries[i];
-        };
-        const auto K = [fill, m = term.m, n = term.n](double t, double s, std::span<double> values) {
-            fill(std::pow(t, m) * std::pow(s, n), values);
-        };
-        const auto of_lag = [fill](double, std::span<double> values) {
-            fill(1.0, values);
-        };
-        const auto phi = [factors = term.factors](double, std::span<const double> at, std::span<double> values) {
-            for (std::size_t c = 0; c < values.size(); ++c) {
-                values[c] = 1.0;
-                for (const int a : factors[c])
-                    values[c] *= at[std::size_t(a)];
-            }
-        };
-        const int E = int(term.entries.size() / D);
-        if (term.factors.empty() && term.of_lag)
-            equation.lag_memory(quenta::weakly_singular(term.alpha, of_lag));
-        else if (term.factors.empty())
-            equation.memory(quenta::weakly_singular(term.alpha, K));
-        else if (term.of_lag)
-            equation.lag_memory(quenta::weakly_singular(term.alpha, of_lag), phi, E);
-        else
-            equation.memory(quenta::weakly_singular(term.alpha, K), phi, E);
-    }
+    for (const power_term& term : terms)
+        add_power_term(equation, term, int(D));
     return {std::move(name), std::move(equation), values_of(y), values_of(slope), t_end, kind};
 }
 
