@@ -24,7 +24,7 @@ if(declared_count LESS 9)
 endif()
 
 set(variants "")
-if(NOT HEADER MATCHES "quenta_native")
+if(NOT HEADER MATCHES "/quenta_native\\.h$")
     return()
 endif()
 
