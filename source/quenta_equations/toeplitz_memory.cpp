@@ -54,7 +54,7 @@ void toeplitz_memory::evaluate_current_kernel(lag_term& term) {
             lags.push_back(solution.nodes.c[i] * (1.0 - solution.nodes.c[q]) * h);
     term.current_kernel.resize(std::int64_t{P} * P * D * memory.E);
     memory.kernel(P * P, lags.data(), nullptr, term.current_kernel.data());
-    finite = finite && are_finite(term.current_kernel);
+    finite &= are_finite(term.current_kernel);
 }
 
 // The columns of one term in all blocks.
@@ -72,7 +72,7 @@ void toeplitz_memory::fill_blocks(const lag_term& term) {
                 for (int j = 0; j < P; ++j)
                     *lag++ = (double(d) + (solution.nodes.c[i] - solution.nodes.c[j])) * h;
         memory.kernel(lag - lags.data(), lags.data(), nullptr, values.data());
-        finite = finite && are_finite(values);
+        finite &= are_finite(values);
         const double* K = values.data();
         for (std::int64_t d = first; d < end; ++d) {
             double* const block = history.kernel_block(static_cast<std::int32_t>(d)).pointer + term.first_column;

@@ -399,7 +399,11 @@ TEST_F(equation_refusals, of_iterated_solutions_of_other_equations) {
     iterate("first kind", QUENTA_EQUATION_WRONG_KIND, scalar_solution, first);
     iterate("integro-differential", QUENTA_EQUATION_WRONG_KIND, integro_solution, integro);
     iterate("solution of another kind", QUENTA_EQUATION_WRONG_KIND, integro_solution, second);
-    iterate("another D", QUENTA_EQUATION_WRONG_KIND, scalar_solution, second);
+    iterate("solution of the first kind", QUENTA_EQUATION_WRONG_KIND, scalar_solution, second);
+    quenta_equation* scalar = nullptr;
+    ASSERT_EQ(quenta_equation_second_kind(1, one, nullptr, &scalar), 0);
+    iterate("another D", QUENTA_EQUATION_WRONG_KIND, solution, scalar);
+    quenta_equation_destroy(scalar);
     iterate("E = 1, D = 2", QUENTA_EQUATION_COLUMNS_NEED_PHI, solution, narrow);
 }
 

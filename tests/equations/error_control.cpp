@@ -158,6 +158,12 @@ TEST(error_control, does_not_need_a_value_at_0) {
     EXPECT_EQ(solved.status, QUENTA_EQUATION_SOLVED);
     EXPECT_NEAR(solved.y(0.0), 1.0, 1e-10);
     EXPECT_NEAR(solved.y(0.7), 1.0, 1e-10);
+
+    const auto with_slope = quenta::integro_differential([](double t, double) { return t > 0.0 ? 0.0 : HUGE_VAL; }, 1.0)
+                                .lag_memory([](double) { return 0.0; });
+    const outcome constant = solve(with_slope, 1.0, 0.0, 1e-10, 0);
+    EXPECT_EQ(constant.status, QUENTA_EQUATION_SOLVED);
+    EXPECT_NEAR(constant.y(0.7), 1.0, 1e-10);
 }
 
 TEST(error_control, finds_narrow_features) {
@@ -262,6 +268,11 @@ TEST(error_control, ends_at_a_blow_up_and_at_values_that_are_not_finite) {
     EXPECT_EQ(not_finite.status, QUENTA_EQUATION_NOT_FINITE);
     EXPECT_NEAR(not_finite.y.mesh()[std::size_t(not_finite.y.steps())], 1.0, 0.01);
     EXPECT_LT(not_finite.all_pairs, 4'000'000);
+
+    const auto never_finite = quenta::second_kind([](double) { return NAN; }).lag_memory(constant_kernel);
+    const outcome without_a_step = solve(never_finite, 2.0, 1e-6, 0.0, 0);
+    EXPECT_EQ(without_a_step.status, QUENTA_EQUATION_NOT_FINITE);
+    EXPECT_EQ(without_a_step.y.steps(), 0);
 }
 
 TEST(error_control, stops_at_once) {
