@@ -15,7 +15,9 @@
  * The solvers use piecewise polynomial collocation on any mesh (H. Brunner, Collocation Methods for Volterra Integral
  * and Related Functional Differential Equations, Cambridge University Press 2004, chapters 2, 3, 6 and 7). With n steps
  * and P nodes they evaluate each K_r at n * (n - 1) / 2 * P * P + n * P * P points, in batches, and store O(n) numbers.
- * On 256 or more equal steps a kernel of the lag takes n * P * P evaluations, and the solve n log^2 n operations.
+ * On 256 or more equal steps a kernel of the lag takes n * P * P evaluations, and the solve n log^2 n operations. Its
+ * sums then have rounding errors of some 1e-16 of the largest values of kernel and solution, so values of the solution
+ * that are smaller than that are worthless. A kernel that is given as K(t, s) is summed directly, and keeps them.
  *
  * Calling order
  *   Create an equation, add its memory terms, solve it, read the solution, destroy both. An equation can be solved any
