@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <span>
 
 using namespace quenta_tests;
@@ -21,10 +22,15 @@ bool are_finite(std::span<const double> values) {
     return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
 }
 
+// At least the smallest normal number: below it, a transform rounds to a multiple of the smallest subnormal one.
+double magnitude(double value) {
+    return std::max(std::fabs(value), std::numeric_limits<double>::min());
+}
+
 double sum_of_magnitudes(std::span<const double> values) {
     double sum = 0.0;
     for (const double value : values)
-        sum += std::fabs(value);
+        sum += magnitude(value);
     return sum;
 }
 
@@ -73,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
 
     double largest = 0.0; // entry of a block
     for (const double entry : data.blocks)
-        largest = std::max(largest, std::fabs(entry));
+        largest = std::max(largest, magnitude(entry));
     const std::vector<double> direct = data.direct_sums();
     for (int n = 0; n < steps; ++n) {
         const double scale = largest * sum_of_magnitudes(std::span{data.x}.first(std::size_t(n * columns)));
