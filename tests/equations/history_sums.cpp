@@ -177,16 +177,16 @@ TEST(history, reports_a_sum_that_overflows_and_keeps_the_others) {
 }
 
 // Only the sum of step 1 is too large, and all others are 0. But the first number is part of all transforms, which are
-// those for the steps from 32 on.
+// those for the steps from 128 on.
 TEST(history, reports_an_overflow_in_a_transform) {
-    std::vector<double> blocks(127);
+    std::vector<double> blocks(255);
     blocks[0] = 1e200;
     quenta_history* created = nullptr;
-    ASSERT_EQ(quenta_history_from_blocks(1, 1, 128, blocks.data(), &created), QUENTA_EQUATION_SOLVED);
+    ASSERT_EQ(quenta_history_from_blocks(1, 1, 256, blocks.data(), &created), QUENTA_EQUATION_SOLVED);
     const owned_history history{created};
-    for (int n = 0; n < 128; ++n) {
+    for (int n = 0; n < 256; ++n) {
         double sum = 1.0;
-        const bool finite = n == 0 || (n > 1 && n < 32);
+        const bool finite = n == 0 || (n > 1 && n < 128);
         EXPECT_EQ(quenta_history_sum(history.get(), &sum),
                   finite ? QUENTA_EQUATION_SOLVED : QUENTA_EQUATION_NOT_FINITE);
         EXPECT_EQ(sum, finite ? 0.0 : 1.0) << "step " << n;
