@@ -14,7 +14,7 @@ std::int64_t rounded_up(std::int64_t count, std::int64_t unit) {
 
 std::int64_t direct_size(std::int64_t n, std::int64_t p, std::int64_t q) {
     const std::int64_t most = p * q == 1 ? 128 : 64;
-    return std::min(most, rounded_up(n, square_targets));
+    return std::clamp(std::int64_t(std::bit_ceil(std::uint64_t(n))), square_targets, most);
 }
 
 // exp(i pi k / (2 s)) for k < s. Every 32 numbers the recurrence starts again from `cos` and `sin`, at angles at which
@@ -110,24 +110,25 @@ void known_kernel_history::fill_near_kernel(const double* kernel_blocks) {
 }
 
 void known_kernel_history::push(const double* x) {
-    const std::int64_t at = done % largest;
+    const std::int64_t at = place;
     for (std::int64_t c = 0; c < q; ++c)
         pushed[c * stride + at] = x[c];
     if (++done == n)
         return; // the last value has no target
-    const std::int64_t source = at % near_targets;
+    place = (at + 1) & (largest - 1);
+    const std::int64_t source = at & (near_targets - 1);
     loops.add_source(sums.data() + at - source, stride, {near.data() + near_targets - 1 - source, near_stride, p, q},
                      x);
-    if (done % near_targets == 0)
+    if (source == near_targets - 1)
         start_block();
     read_sum();
 }
 
 // Adds to the sums of the next block what is known now and was not added before.
 void known_kernel_history::start_block() {
-    if (done % smallest != 0) {
-        const std::int64_t in_block = done % smallest;
-        add_direct(done % square_targets == 0 ? in_block : near_targets);
+    const std::int64_t in_block = place & (smallest - 1);
+    if (in_block != 0) {
+        add_direct(in_block % square_targets == 0 ? in_block : near_targets);
         return;
     }
     auto at = levels.begin();
@@ -137,15 +138,14 @@ void known_kernel_history::start_block() {
 }
 
 void known_kernel_history::add_direct(std::int64_t sources) {
-    const std::int64_t at = done % largest;
-    loops.add_sources(sums.data() + at, stride, {near.data() + near_targets - 1 + sources, near_stride, p, q},
-                      pushed.data() + at - sources, stride, sources, sources == near_targets);
+    loops.add_sources(sums.data() + place, stride, {near.data() + near_targets - 1 + sources, near_stride, p, q},
+                      pushed.data() + place - sources, stride, sources, sources == near_targets);
 }
 
 // `ended` blocks of the level have ended.
 void known_kernel_history::add_transformed(level& at, std::int64_t ended) {
     const std::int64_t s = at.size, distances = at.blocks - 1;
-    const std::int64_t first_target = done % largest, first_source = (done - s) % largest;
+    const std::int64_t first_target = place, first_source = (done - s) & (largest - 1);
     for (std::int64_t c = 0; c < q; ++c)
         loops.twist(re.data() + c * s, im.data() + c * s, pushed.data() + c * stride + first_source, at.twist());
     transforms.transform_rows(re.data(), im.data(), s, q, false);
@@ -166,7 +166,7 @@ void known_kernel_history::add_transformed(level& at, std::int64_t ended) {
 
 void known_kernel_history::read_sum() {
     for (std::int64_t r = 0; r < p; ++r)
-        present[r] = sums[r * stride + done % largest];
+        present[r] = sums[r * stride + place];
 }
 
 } // namespace quenta

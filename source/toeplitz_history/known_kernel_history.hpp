@@ -64,8 +64,8 @@ private:
     void add_transformed(level& at, std::int64_t ended);
     void read_sum();
 
-    std::int64_t n, p, q, done = 0;
-    std::int64_t smallest, largest; // blocks: of direct sums, and of the last level
+    std::int64_t n, p, q, done = 0, place = 0; // of the present step in its block of the last level
+    std::int64_t smallest, largest; // blocks: of direct sums, and of the last level; powers of two
     std::int64_t stride;            // of the rows of `sums` and `pushed`
     std::int64_t near_stride;
     aligned_vector near;         // the kernel of the direct sums: lag d of (r, c) at (r*q + c) * near_stride + 15 + d
