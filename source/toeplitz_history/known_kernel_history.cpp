@@ -12,8 +12,16 @@ std::int64_t rounded_up(std::int64_t count, std::int64_t unit) {
     return (count + unit - 1) / unit * unit;
 }
 
+// The sizes were found by measurement. The last level has more than half of its most blocks, so that a nearly empty
+// block is a small part of it.
+constexpr int most_bits = 3; // blocks are split at most 2^most_bits ways
+
+std::int64_t most_blocks_of_last_level(std::int64_t p, std::int64_t q) {
+    return p * q == 1 ? 16 : 8;
+}
+
 std::int64_t direct_size(std::int64_t n, std::int64_t p, std::int64_t q) {
-    const std::int64_t most = p * q == 1 ? 128 : 64;
+    const std::int64_t most = p * q <= 9 ? 128 : 64;
     return std::clamp(std::int64_t(std::bit_ceil(std::uint64_t(n))), square_targets, most);
 }
 
@@ -46,22 +54,23 @@ void copy_to_tiles(double* tiles, std::int64_t distance, const double* re, const
 } // namespace
 
 known_kernel_history::known_kernel_history(std::int64_t steps, std::int64_t rows, std::int64_t columns,
-                                           const double* blocks)
-    : n{steps}, p{rows}, q{columns}, smallest{direct_size(n, p, q)}, largest{smallest},
+                                           const double* blocks, const vector_kernels& of_transforms,
+                                           const level_kernels& of_levels)
+    : transforms{of_transforms}, loops{of_levels}, n{steps}, p{rows}, q{columns}, smallest{direct_size(n, p, q)}, largest{smallest},
       near_stride{rounded_up(near_targets + smallest, near_targets)}, near(p * q * near_stride), present(p, 0.0) {
     fill_near_kernel(blocks);
-    const std::int64_t most_blocks = p * q == 1 ? 16 : 8, most_bits = p * q == 1 ? 3 : 2;
-    while (largest * most_blocks < n)
+    while (largest * most_blocks_of_last_level(p, q) < n)
         largest *= 2;
     stride = largest + near_targets;
-    sums.assign(p * stride, 0.0);
+    sums.resize(p * stride);
+    restart();
     pushed.resize(q * stride);
     if (smallest >= n)
         return;
     re.resize(std::max(p, q) * largest);
     im.resize(re.size());
     const int bits = std::countr_zero(std::uint64_t(largest / smallest));
-    const int inner = (bits + int(most_bits) - 1) / int(most_bits);
+    const int inner = (bits + most_bits - 1) / most_bits;
     std::int64_t size = smallest;
     for (int l = 0; l < inner; ++l) {
         const int in_level = bits / inner + (l < bits % inner);
@@ -107,6 +116,12 @@ void known_kernel_history::fill_near_kernel(const double* kernel_blocks) {
     for (std::int64_t lag = 1; lag < std::min(n, smallest); ++lag)
         for (std::int64_t entry = 0; entry < p * q; ++entry)
             near[entry * near_stride + near_targets - 1 + lag] = kernel_blocks[(lag - 1) * p * q + entry];
+}
+
+void known_kernel_history::restart() {
+    done = place = 0;
+    std::fill(sums.begin(), sums.end(), 0.0);
+    std::fill(present.begin(), present.end(), 0.0);
 }
 
 void known_kernel_history::push(const double* x) {

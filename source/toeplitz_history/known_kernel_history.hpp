@@ -32,7 +32,9 @@ class known_kernel_history {
 public:
     // n steps, from the blocks of the lags 1 .. n-1: entry (r, c) of lag d at ((d - 1) * p + r) * q + c. They are not
     // read later. All sizes are at least 1.
-    known_kernel_history(std::int64_t n, std::int64_t p, std::int64_t q, const double* blocks);
+    known_kernel_history(std::int64_t n, std::int64_t p, std::int64_t q, const double* blocks,
+                         const vector_kernels& transforms = widest_table<vector_kernels>(),
+                         const level_kernels& loops = widest_table<level_kernels>());
 
     std::int64_t steps() const { return n; }
     std::int64_t steps_done() const { return done; }
@@ -41,6 +43,9 @@ public:
 
     // The p doubles of the sum of the present step, number steps_done(), which is below steps().
     const double* sum() const { return present.data(); }
+
+    // Goes back to the first step.
+    void restart();
 
     // Takes the q doubles of x of the present step, and ends the step. Allocates nothing.
     void push(const double* x);
@@ -64,6 +69,8 @@ private:
     void add_transformed(level& at, std::int64_t ended);
     void read_sum();
 
+    const vector_kernels& transforms;
+    const level_kernels& loops;
     std::int64_t n, p, q, done = 0, place = 0; // of the present step in its block of the last level
     std::int64_t smallest, largest; // blocks: of direct sums, and of the last level; powers of two
     std::int64_t stride;            // of the rows of `sums` and `pushed`
@@ -73,8 +80,6 @@ private:
     aligned_vector re, im;       // scratch
     std::vector<level> levels;
     std::vector<double> present;
-    const vector_kernels& transforms = widest_table<vector_kernels>();
-    const level_kernels& loops = widest_table<level_kernels>();
 };
 
 } // namespace quenta
