@@ -1,6 +1,6 @@
-// The schedule of known_kernel_history on FFTW's real transforms, optimized for speed: blocks of steps are split 8 ways,
-// each is transformed once, and each gets one inverse transform. Plans (measured), arrays and the spectra of the kernel
-// are made before the clock starts. Data are planar, one row for each component.
+// The schedule of known_kernel_history on FFTW's real transforms, optimized for speed: blocks of steps are split 8
+// ways, each is transformed once, and each gets one inverse transform. Plans (measured), arrays and the spectra of the
+// kernel are made before the clock starts. Data are planar, one row for each component.
 #pragma once
 
 #include "fftw_transforms.hpp"
@@ -79,8 +79,7 @@ private:
 
     struct level {
         level(std::int64_t block_size, std::int64_t number_of_blocks)
-            : size(block_size), blocks(number_of_blocks),
-              kernel((blocks - 1) * rows * columns * spectrum_size(size)),
+            : size(block_size), blocks(number_of_blocks), kernel((blocks - 1) * rows * columns * spectrum_size(size)),
               sources((blocks - 1) * columns * spectrum_size(size)) {}
         double* kernel_spectrum(std::int64_t distance, int R, int C) {
             return kernel.data() + (((distance - 1) * rows + R) * columns + C) * spectrum_size(size);
@@ -93,9 +92,7 @@ private:
         owned_fftw_plan forward, inverse;
     };
 
-    double& near(int R, int C, std::int64_t lag) {
-        return near_kernel[(R * columns + C) * near_stride + tile + lag];
-    }
+    double& near(int R, int C, std::int64_t lag) { return near_kernel[(R * columns + C) * near_stride + tile + lag]; }
 
     template <class function>
     void prepare(level& at, const function& kernel) {

@@ -1,5 +1,5 @@
-// Compares the history of the equation solvers with the same sums on FFTW's real transforms, in a dyadic schedule and in
-// its own. Histories, kernels and spectra are made beforehand on both sides. Also measures the growth of time and
+// Compares the history of the equation solvers with the same sums on FFTW's real transforms, in a dyadic schedule and
+// in its own. Histories, kernels and spectra are made beforehand on both sides. Also measures the growth of time and
 // memory.
 
 #include "comparison.hpp"
@@ -140,10 +140,9 @@ void register_dyadic(const tables& on, std::int64_t steps, double limit_avx512, 
 
 template <int P>
 void register_same_schedule(const tables& on, std::int64_t steps) {
-    register_line("history " + shape<P>() + ", " + on.loops->name + " / same on FFTW", steps, pairs_for(steps * P),
-                  [=](benchmark::State& state) {
-                      against_same_schedule<P>(state, steps, on, on.is_avx512() ? 1.25 : no_limit);
-                  });
+    register_line(
+        "history " + shape<P>() + ", " + on.loops->name + " / same on FFTW", steps, pairs_for(steps * P),
+        [=](benchmark::State& state) { against_same_schedule<P>(state, steps, on, on.is_avx512() ? 1.25 : no_limit); });
 }
 
 void register_lines(const tables& on) {

@@ -56,8 +56,9 @@ void copy_to_tiles(double* tiles, std::int64_t distance, const double* re, const
 known_kernel_history::known_kernel_history(std::int64_t steps, std::int64_t rows, std::int64_t columns,
                                            const double* blocks, const vector_kernels& of_transforms,
                                            const level_kernels& of_levels)
-    : transforms{of_transforms}, loops{of_levels}, n{steps}, p{rows}, q{columns}, smallest{direct_size(n, p, q)}, largest{smallest},
-      near_stride{rounded_up(near_targets + smallest, near_targets)}, near(p * q * near_stride), present(p, 0.0) {
+    : transforms{of_transforms}, loops{of_levels}, n{steps}, p{rows}, q{columns}, smallest{direct_size(n, p, q)},
+      largest{smallest}, near_stride{rounded_up(near_targets + smallest, near_targets)}, near(p * q * near_stride),
+      present(p, 0.0) {
     fill_near_kernel(blocks);
     while (largest * most_blocks_of_last_level(p, q) < n)
         largest *= 2;

@@ -5,15 +5,15 @@
 // in which x[k], a vector of q doubles, becomes known only after step k, and K[d] is a matrix of p rows and q columns.
 //
 // Steps are grouped into blocks, and blocks into larger blocks, on several levels (semi-relaxed multiplication: J. van
-// der Hoeven, Faster relaxed multiplication, ISSAC 2014). When a block ends, its numbers are transformed once. Then the
-// next block of the same larger block gets the contributions of all blocks before it in the larger one: the products
-// of their transforms with those of the kernel are added, and transformed back once. Within the smallest blocks the
-// sums are direct.
+// der Hoeven, New algorithms for relaxed multiplication, Journal of Symbolic Computation 42, 2007). When a block ends,
+// its numbers are transformed once. Then the next block of the same larger block gets the contributions of all blocks
+// before it in the larger one: the products of their transforms with those of the kernel are added, and transformed
+// back once. Within the smallest blocks the sums are direct.
 //
 // A product of two blocks of s steps is computed modulo x^(2s) + 1. In R[x] / (x^(2s) + 1) = C[x] / (x^s - i) real
-// numbers f[0 .. 2s-1] are the complex numbers f[k] + i f[k + s], k < s, and multiplied by the "twist" exp(i pi k / (2s))
-// they are transformed with s points. The kernel takes the lags (d-1) s .. (d+1) s - 1 for blocks at distance d, the
-// sources fill the lower half, and the sums are read from the upper half, where the product is that of polynomials.
+// numbers f[0 .. 2s-1] are the complex numbers f[k] + i f[k + s], k < s, and multiplied by the "twist" exp(i pi k /
+// (2s)) they are transformed with s points. The kernel takes the lags (d-1) s .. (d+1) s - 1 for blocks at distance d,
+// the sources fill the lower half, and the sums are read from the upper half, where the product is that of polynomials.
 #pragma once
 
 #include "toeplitz_history/level_kernels.hpp"
@@ -26,8 +26,9 @@
 
 namespace quenta {
 
-// Memory, in doubles per step: at most 2.5 p q + 3.5 (p + q) + 1, and TODO. All of it is allocated by
-// the constructor.
+// Memory, in doubles: at most 5/2 q (p + 1) + p + q + 1 per step, and 64 (p + 2) (q + 2) + 2048, which the constructor
+// allocates. 2 q (p + 1) per step are the spectra of the last level, whose blocks are at most 1/4 of the steps if there
+// are other levels.
 class known_kernel_history {
 public:
     // n steps, from the blocks of the lags 1 .. n-1: entry (r, c) of lag d at ((d - 1) * p + r) * q + c. They are not
@@ -72,8 +73,8 @@ private:
     const vector_kernels& transforms;
     const level_kernels& loops;
     std::int64_t n, p, q, done = 0, place = 0; // of the present step in its block of the last level
-    std::int64_t smallest, largest; // blocks: of direct sums, and of the last level; powers of two
-    std::int64_t stride;            // of the rows of `sums` and `pushed`
+    std::int64_t smallest, largest;            // blocks: of direct sums, and of the last level; powers of two
+    std::int64_t stride;                       // of the rows of `sums` and `pushed`
     std::int64_t near_stride;
     aligned_vector near;         // the kernel of the direct sums: lag d of (r, c) at (r*q + c) * near_stride + 15 + d
     aligned_vector sums, pushed; // of the present block of the last level
