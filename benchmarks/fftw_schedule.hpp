@@ -41,7 +41,9 @@ public:
     // Component R of H at all steps.
     const double* sums(int R) const { return sum_rows.data() + R * stride; }
 
-    void start() {
+    // If the kernel is the same as before, so are its spectra.
+    void start(bool is_new_kernel = true) {
+        transforms_kernel = is_new_kernel;
         std::fill(sum_rows.begin(), sum_rows.end(), 0.0);
         pushed = 0;
     }
@@ -142,7 +144,7 @@ private:
             ++index;
         level& at = levels[index];
         const bool is_first_of_this_size = n == size;
-        if (is_first_of_this_size)
+        if (is_first_of_this_size && transforms_kernel)
             transform_kernel(at);
         for (int C = 0; C < columns; ++C) {
             std::copy_n(&pushed_rows[C * stride + n - size], size, values.data());
@@ -179,6 +181,7 @@ private:
     }
 
     std::int64_t steps, stride, pushed = 0;
+    bool transforms_kernel = true;
     quenta::aligned_vector kernel_rows, sum_rows, pushed_rows;
     std::vector<level> levels;
     quenta::aligned_vector values, source_spectra, product;

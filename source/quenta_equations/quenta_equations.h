@@ -301,8 +301,9 @@ QUENTA_EQUATIONS_API int quenta_solution_iterate(const quenta_solution* solution
  * entry of a block times the sum of all |x_k|. A sum that is much smaller than that has a larger relative error. A
  * transform spreads NaN and infinity to other sums, so blocks and pushed numbers must be finite.
  *
- * Memory, in doubles: up to 3 * rows * columns + 5 * (rows + columns) + 32 per step, and 32 * columns * (rows + 7).
- * Most of it is allocated at the creation, the rest by pushes. */
+ * Memory, in doubles: up to 5/2 * columns * (rows + 1) + rows + columns + 1 per step, and 64 * (rows + 2) *
+ * (columns + 2) + 2048. All of it is allocated at the creation, which from a function needs rows * columns more per
+ * step. Sums and pushes allocate nothing. */
 
 /* Writes the block of a lag: entry (r, c) at block[r*columns + c]. All entries are 0 before the call. A value other
  * than 0 ends the creation with QUENTA_EQUATION_STOPPED. Exceptions are handled as those of a quenta_function. */
@@ -342,8 +343,8 @@ QUENTA_EQUATIONS_API int quenta_history_sum(const quenta_history* history, doubl
 /* Ends the present step n: x is x_n. The last step can also be ended; no sum follows it.
  *
  * In   x[columns]      finite; copied
- * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER, NO_STEP_LEFT (all steps are done), BAD_PUSH (a number is NaN or
- *      infinite) or OUT_OF_MEMORY. Unless it is SOLVED, the history is as before, and x may be pushed again. */
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER, NO_STEP_LEFT (all steps are done) or BAD_PUSH (a number is NaN or
+ *      infinite). Unless it is SOLVED, the history is as before. */
 QUENTA_EQUATIONS_API int quenta_history_push(quenta_history* history, const double* x);
 
 #ifdef __cplusplus

@@ -32,9 +32,8 @@ bool toeplitz_memory::pays(const quenta_equation& equation, const quenta_solutio
 toeplitz_memory::toeplitz_memory(const quenta_equation& in, const quenta_solution& of)
     : equation{in}, solution{of}, D{of.D}, P{of.nodes.P}, h{of.mesh.back() / double(of.mesh.size() - 1)},
       pushed(columns_of_lag_terms(in, of.nodes.P)) {
-    history.init(static_cast<std::int32_t>(of.mesh.size() - 1), P * D, static_cast<std::int32_t>(pushed.size()));
-    // All blocks are written below. With a provider the history keeps what it derives from them.
-    history.set_kernel_provider(nullptr, [](void*, std::int32_t, ToeplitzHistory&) {});
+    const std::int64_t steps = std::int64_t(of.mesh.size()) - 1, rows = P * D, columns = std::int64_t(pushed.size());
+    std::vector<double> blocks((steps - 1) * rows * columns);
     std::int64_t column = 0;
     terms.reserve(in.memory.size());
     for (std::size_t r = 0; r < in.memory.size(); ++r)
@@ -42,8 +41,9 @@ toeplitz_memory::toeplitz_memory(const quenta_equation& in, const quenta_solutio
             terms.push_back({r, memory_weights(in.memory[r], of, false), column});
             column += std::int64_t{P} * in.memory[r].E;
             evaluate_current_kernel(terms.back());
-            fill_blocks(terms.back());
+            fill_blocks(terms.back(), blocks.data());
         }
+    history.emplace(steps, rows, columns, blocks.data());
 }
 
 void toeplitz_memory::evaluate_current_kernel(lag_term& term) {
@@ -58,7 +58,7 @@ void toeplitz_memory::evaluate_current_kernel(lag_term& term) {
 }
 
 // The columns of one term in all blocks.
-void toeplitz_memory::fill_blocks(const lag_term& term) {
+void toeplitz_memory::fill_blocks(const lag_term& term, double* blocks) {
     const memory_term& memory = equation.memory[term.r];
     const int E = memory.E;
     const std::int64_t steps = std::int64_t(solution.mesh.size()) - 1, columns = std::int64_t(pushed.size());
@@ -75,7 +75,7 @@ void toeplitz_memory::fill_blocks(const lag_term& term) {
         finite &= are_finite(values);
         const double* K = values.data();
         for (std::int64_t d = first; d < end; ++d) {
-            double* const block = history.kernel_block(static_cast<std::int32_t>(d)).pointer + term.first_column;
+            double* const block = blocks + (d - 1) * P * D * columns + term.first_column;
             for (int i = 0; i < P; ++i) {
                 const per_node<double> weight = term.weights.of_equal_step(d, i, h);
                 for (int j = 0; j < P; ++j)
@@ -102,7 +102,7 @@ per_node<double> toeplitz_memory::current_weights(std::int64_t n, std::size_t r,
 void toeplitz_memory::add_step(std::size_t r, const double* phi) {
     std::copy_n(phi, std::int64_t{P} * equation.memory[r].E, pushed.data() + of(r).first_column);
     if (r == terms.back().r)
-        history.push(whole(pushed));
+        history->push(pushed.data());
 }
 
 } // namespace quenta

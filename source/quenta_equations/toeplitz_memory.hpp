@@ -10,9 +10,10 @@
 #include "quenta_equations/equation.hpp"
 #include "quenta_equations/memory_weights.hpp"
 #include "quenta_equations/solution.hpp"
-#include "toeplitz_history/toeplitz_history.hpp"
+#include "toeplitz_history/known_kernel_history.hpp"
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace quenta {
@@ -30,7 +31,7 @@ public:
     bool is_finite() const { return finite; }
 
     // Q of step n, P*D doubles at i*D + a, when n steps have been added.
-    const double* sums_of_step(std::int64_t n) { return history.history_at(static_cast<std::int32_t>(n)).pointer; }
+    const double* sums_of_step(std::int64_t) { return history->sum(); }
 
     // K_r(c_i (1 - c_q) h) for all q: D*E doubles at q*D*E. The weights of these values in step n.
     const double* current_kernel(std::size_t r, int i) const;
@@ -49,7 +50,7 @@ private:
 
     const lag_term& of(std::size_t r) const;
     void evaluate_current_kernel(lag_term& term);
-    void fill_blocks(const lag_term& term);
+    void fill_blocks(const lag_term& term, double* blocks);
 
     const quenta_equation& equation;
     const quenta_solution& solution;
@@ -58,7 +59,7 @@ private:
     std::vector<lag_term> terms;
     std::vector<double> pushed;
     bool finite = true;
-    ToeplitzHistory history;
+    std::optional<known_kernel_history> history; // from blocks that the constructor fills
 };
 
 } // namespace quenta

@@ -51,11 +51,39 @@ TEST(history, has_the_sums_of_plain_loops_for_every_shape_and_number_of_steps) {
     EXPECT_EQ(compared, 8 * 18);
 }
 
-TEST(history, has_the_sums_of_plain_loops_for_many_steps) {
+// Blocks of direct sums have up to 128 or, if a matrix has more than 9 entries, 64 steps. Up to 16 (scalars) or 8 such
+// blocks are on one level; for more steps there are two levels, then three.
+TEST(history, has_the_sums_of_plain_loops_on_both_sides_of_each_limit_of_its_blocks) {
     random_data random{20261124};
-    const random_history scalar{random, 1, 1, 20'000}, wide{random, 1, 2, 5'000};
-    for (const random_history* const data : {&scalar, &wide})
-        expect_equal_to_rounding(data->direct_sums(), data->sums_of(data->create().get()));
+    int compared = 0;
+    const auto expect = [&](int rows, int columns, int steps) {
+        const random_history data{random, rows, columns, steps};
+        SCOPED_TRACE(testing::PrintToString(data));
+        expect_equal_to_rounding(data.direct_sums(), data.sums_of(data.create().get()));
+        ++compared;
+    };
+    for (int steps = 1; steps <= 300; ++steps)
+        expect(1, 1, steps);
+    for (const int near : {512, 1024, 2048, 4096})
+        for (const int steps : {near - 1, near, near + 1, near + 17})
+            for (const auto& [rows, columns] : {std::pair{1, 1}, {1, 2}, {2, 1}, {3, 5}})
+                if (near * rows * columns < 16'000)
+                    expect(rows, columns, steps);
+    expect(1, 1, 20'000);
+    expect(1, 2, 9'000);
+    EXPECT_GT(compared, 340);
+}
+
+TEST(history, keeps_the_smallest_numbers_to_the_rounding_of_a_transform) {
+    random_data random{20261133};
+    for (const double size : {1e-290, 1e-307, 1e-310, 1e-320}) {
+        random_history data{random, 1, 1, 600};
+        for (double& entry : data.blocks)
+            entry *= size;
+        const std::vector<double> expected = data.direct_sums(), sums = data.sums_of(data.create().get());
+        for (int n = 0; n < data.steps; ++n)
+            ASSERT_NEAR(expected[std::size_t(n)], sums[std::size_t(n)], 1e-13 * 600 * size + 1e-321) << "step " << n;
+    }
 }
 
 TEST(history, takes_values_that_depend_on_its_sums) {
@@ -177,16 +205,16 @@ TEST(history, reports_a_sum_that_overflows_and_keeps_the_others) {
 }
 
 // Only the sum of step 1 is too large, and all others are 0. But the first number is part of all transforms, which are
-// those for the steps from 32 on.
+// those for the steps from 128 on.
 TEST(history, reports_an_overflow_in_a_transform) {
-    std::vector<double> blocks(127);
+    std::vector<double> blocks(255);
     blocks[0] = 1e200;
     quenta_history* created = nullptr;
-    ASSERT_EQ(quenta_history_from_blocks(1, 1, 128, blocks.data(), &created), QUENTA_EQUATION_SOLVED);
+    ASSERT_EQ(quenta_history_from_blocks(1, 1, 256, blocks.data(), &created), QUENTA_EQUATION_SOLVED);
     const owned_history history{created};
-    for (int n = 0; n < 128; ++n) {
+    for (int n = 0; n < 256; ++n) {
         double sum = 1.0;
-        const bool finite = n == 0 || (n > 1 && n < 32);
+        const bool finite = n == 0 || (n > 1 && n < 128);
         EXPECT_EQ(quenta_history_sum(history.get(), &sum),
                   finite ? QUENTA_EQUATION_SOLVED : QUENTA_EQUATION_NOT_FINITE);
         EXPECT_EQ(sum, finite ? 0.0 : 1.0) << "step " << n;
