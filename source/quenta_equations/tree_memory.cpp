@@ -1,5 +1,6 @@
 #include "quenta_equations/tree_memory.hpp"
 
+#include "quenta_equations/finite.hpp"
 #include "quenta_equations/gauss_rules.hpp"
 #include "quenta_equations/powers.hpp"
 #include "quenta_solvers/dense_solve.hpp" // eps
@@ -17,7 +18,7 @@ constexpr int points = interpolation::points;
 constexpr std::int64_t least_node_pairs = 2 * points * points;
 // The last coefficients of a kernel that is resolved: relative to its values in the pair, and to `scale`. Those of
 // (t - s)^-1 are the first number, if the cells are as far apart as they are long.
-constexpr double resolved = 2e-14, negligible = 1e-15;
+constexpr double resolved = 2e-14, negligible = 1e-15, lag_rounding = 16.0 * eps;
 constexpr double least_value = 1e-3; // of the largest one in a pair, if small values count
 constexpr int lags_of_order = 4;     // where a kernel is measured
 
@@ -184,7 +185,7 @@ bool tree_memory::add_far(lag_term& term, std::int64_t source, std::int64_t targ
         for (std::int64_t entry = 0; entry < block; ++entry)
             values[p * block + entry] *= factor;
     }
-    if (!is_resolved(term, T))
+    if (!is_resolved(term, S, T))
         return false;
     const double* const of_source = moments_of(source, term);
     for (int a = 0; a < points; ++a)
@@ -194,23 +195,25 @@ bool tree_memory::add_far(lag_term& term, std::int64_t source, std::int64_t targ
 }
 
 // Values that are not finite are not resolved.
-bool tree_memory::is_resolved(const lag_term& term, const step_cell& T) const {
+bool tree_memory::is_resolved(const lag_term& term, const step_cell& S, const step_cell& T) const {
     const std::int64_t block = std::int64_t{D} * equation.memory[term.r].E;
-    double largest = 0.0, last = 0.0;
-    for (std::int64_t v = 0; v < points * points * block; ++v) {
-        if (!std::isfinite(values[v]))
-            return false;
-        largest = std::max(largest, std::fabs(values[v]));
-    }
+    if (!are_finite(values.data(), points * points * block))
+        return false;
+    const auto [lowest, highest] = std::minmax_element(values.begin(), values.begin() + points * points * block);
+    const double largest = std::max(std::fabs(*lowest), std::fabs(*highest));
+    // The rounding of a lag changes the kernel. In `longest` it changes by all that it does in the pair.
+    const double longest = std::max(S.length, T.length), lag = T.start + T.length - S.start;
+    const double rounding = lag_rounding * (lag / longest) * (*highest - *lowest);
+    double last = 0.0;
     const int stride = int(block), row = points * stride;
     for (int entry = 0; entry < stride; ++entry)
         for (int a = 0; a < points; ++a)
             last = std::max({last, polynomials.last_coefficients(values.data() + a * row + entry, stride),
                              polynomials.last_coefficients(values.data() + a * stride + entry, row)});
     if (relative)
-        return last <= resolved * largest && varies_little(block);
+        return last <= resolved * largest + rounding && varies_little(block);
     const double* const scale = term.scale.data() + order_of(T.start + T.length) * block;
-    return last <= std::max(resolved * largest, negligible * *std::max_element(scale, scale + block));
+    return last <= rounding + std::max(resolved * largest, negligible * *std::max_element(scale, scale + block));
 }
 
 // Whether the largest values in the rows and columns of a pair are of about the same size.
