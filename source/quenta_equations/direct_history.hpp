@@ -25,8 +25,8 @@ namespace quenta {
 class direct_history {
 public:
     // The mesh and the nodes of the solution are those of the march; all objects must outlive this one. The terms whose
-    // kernel is a function of the lag belong to the first `lag_steps` steps only. With a tree, the groups of these steps
-    // are its leaves, and the sources before the group are left to it.
+    // kernel is a function of the lag belong to the first `lag_steps` steps only. With a tree, the groups of these
+    // steps are its leaves, and the sources before the group are left to it.
     direct_history(const quenta_equation& equation, const quenta_solution& solution, std::int64_t lag_steps,
                    const tree_memory* tree);
 

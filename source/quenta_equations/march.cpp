@@ -58,8 +58,8 @@ bool starts_with_a_number(const quenta_equation& equation, const double* y) {
 }
 
 // Where the iteration of step n starts. g is that of the step.
-void first_attempt(const quenta_equation& equation, const quenta_solution& solution, step_equations& step, std::int64_t n,
-                   const double* g, const double* y, double* X) {
+void first_attempt(const quenta_equation& equation, const quenta_solution& solution, step_equations& step,
+                   std::int64_t n, const double* g, const double* y, double* X) {
     const int D = equation.D, P = solution.nodes.P;
     if (n > 0)
         continue_polynomial(solution, n, false, X);

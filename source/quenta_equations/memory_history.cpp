@@ -7,7 +7,7 @@ namespace quenta {
 
 namespace {
 
-constexpr std::int64_t largest_block = 1024;  // doubles; larger ones are summed directly
+constexpr std::int64_t largest_block = 1024; // doubles; larger ones are summed directly
 constexpr std::int64_t least_tree_steps = 256;
 constexpr int steps_of_look = 64;
 constexpr double acceptable_error = 1e-10; // of the largest sum since the last look
@@ -41,8 +41,8 @@ std::optional<tree_memory> cells(const quenta_equation& equation, const quenta_s
 } // namespace
 
 memory_history::memory_history(const quenta_equation& of, const quenta_solution& solution, accurate_sums wanted)
-    : equation{of}, D{of.D}, accurate{wanted},
-      fast{accurate == accurate_sums::large ? transforms(of, solution) : std::nullopt},
+    : equation{of}, D{of.D}, accurate{wanted}, fast{accurate == accurate_sums::large ? transforms(of, solution)
+                                                                                     : std::nullopt},
       first_fast{fast ? first_of_equal_steps(solution.mesh) : std::int64_t(solution.mesh.size()) - 1},
       tree{cells(of, solution, first_fast, accurate)}, direct(of, solution, first_fast, tree ? &*tree : nullptr),
       sums(std::int64_t{solution.nodes.P} * D), largest(D) {}

@@ -1,5 +1,5 @@
-// A binary tree of the steps of a mesh. Each cell is a range of consecutive steps. It is halved in time until it has few
-// steps, so that cells of one level are about equally long also where the steps are not.
+// A binary tree of the steps of a mesh. Each cell is a range of consecutive steps. It is halved in time until it has
+// few steps, so that cells of one level are about equally long also where the steps are not.
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,10 @@
 namespace quenta {
 
 struct step_cell {
-    std::int64_t first, end;     // its steps
-    double start, length;        // in time
-    std::int64_t parent;         // -1: none
-    std::int64_t left, right;    // its halves, or -1
+    std::int64_t first, end;  // its steps
+    double start, length;     // in time
+    std::int64_t parent;      // -1: none
+    std::int64_t left, right; // its halves, or -1
 
     bool is_leaf() const { return left < 0; }
 };

@@ -10,7 +10,7 @@ namespace quenta {
 
 namespace {
 
-constexpr std::int64_t least_steps = 256; // from some 100 on the transforms pay
+constexpr std::int64_t least_steps = 256;                   // from some 100 on the transforms pay
 constexpr std::int64_t most_memory = std::int64_t{1} << 27; // doubles in all blocks
 constexpr std::int64_t most_batch_points = 2048;
 

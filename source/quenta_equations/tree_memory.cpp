@@ -45,9 +45,10 @@ std::vector<rule_point> rule_of_step(const collocation_nodes& nodes, bool is_sin
 
 tree_memory::tree_memory(const quenta_equation& in, const quenta_solution& of, std::int64_t from,
                          std::int64_t leaf_steps, bool small_values)
-    : equation{in}, solution{of}, D{of.D}, P{of.nodes.P}, relative{small_values},
-      steps{std::int64_t(of.mesh.size()) - 1}, source_steps{from}, columns{in.columns_of_lag()},
-      first_order{std::ilogb(of.mesh[1])}, tree(of.mesh, from, leaf_steps), sums(steps * P * D), node_times(steps * P) {
+    : equation{in}, solution{of}, D{of.D}, P{of.nodes.P}, relative{small_values}, steps{std::int64_t(of.mesh.size()) -
+                                                                                        1},
+      source_steps{from}, columns{in.columns_of_lag()}, first_order{std::ilogb(of.mesh[1])},
+      tree(of.mesh, from, leaf_steps), sums(steps * P * D), node_times(steps * P) {
     solution.node_times(0, steps, node_times.data());
     // The cells of the sources come first; the root is one of them if all steps are sources.
     const std::int64_t source_cells = source_steps < steps ? tree[0].right : tree.size();
@@ -72,8 +73,8 @@ tree_memory::tree_memory(const quenta_equation& in, const quenta_solution& of, s
         measure(term);
 }
 
-// scale: the largest |u^(1 - alpha) K_r(u)| for lags u up to a time, at some lags of each order of magnitude. The values
-// for one order follow those for the order before.
+// scale: the largest |u^(1 - alpha) K_r(u)| for lags u up to a time, at some lags of each order of magnitude. The
+// values for one order follow those for the order before.
 void tree_memory::measure(lag_term& term) {
     const memory_term& memory = equation.memory[term.r];
     const std::int64_t block = std::int64_t{D} * memory.E, orders = order_of(solution.mesh.back()) + 1;
@@ -88,8 +89,8 @@ void tree_memory::measure(lag_term& term) {
         memory.kernel(lags_of_order, lags.data(), nullptr, values.data());
         for (int part = 0; part < lags_of_order; ++part)
             for (std::int64_t entry = 0; entry < block; ++entry) {
-                const double value = std::fabs(values[part * block + entry]) * lags[part] *
-                                     power(lags[part], -memory.singularity);
+                const double value =
+                    std::fabs(values[part * block + entry]) * lags[part] * power(lags[part], -memory.singularity);
                 if (std::isfinite(value))
                     scale[entry] = std::max(scale[entry], value);
             }
@@ -180,8 +181,7 @@ bool tree_memory::add_far(lag_term& term, std::int64_t source, std::int64_t targ
             lags[a * points + b] = gap + polynomials.point(a) * T.length + (1.0 - polynomials.point(b)) * S.length;
     memory.kernel(points * points, lags.data(), nullptr, values.data());
     for (int p = 0; p < points * points; ++p) {
-        const double factor =
-            memory.singularity > 0.0 ? S.length * power(lags[p], -memory.singularity) : S.length;
+        const double factor = memory.singularity > 0.0 ? S.length * power(lags[p], -memory.singularity) : S.length;
         for (std::int64_t entry = 0; entry < block; ++entry)
             values[p * block + entry] *= factor;
     }
