@@ -197,38 +197,38 @@ bool tree_memory::add_far(lag_term& term, std::int64_t source, std::int64_t targ
 // Values that are not finite are not resolved.
 bool tree_memory::is_resolved(const lag_term& term, const step_cell& S, const step_cell& T) const {
     const std::int64_t block = std::int64_t{D} * equation.memory[term.r].E;
-    if (!are_finite(values.data(), points * points * block))
-        return false;
-    const auto [lowest, highest] = std::minmax_element(values.begin(), values.begin() + points * points * block);
-    const double largest = std::max(std::fabs(*lowest), std::fabs(*highest));
-    // The rounding of a lag changes the kernel. In `longest` it changes by all that it does in the pair.
-    const double longest = std::max(S.length, T.length), lag = T.start + T.length - S.start;
-    const double rounding = lag_rounding * (lag / longest) * (*highest - *lowest);
-    double last = 0.0;
-    const int stride = int(block), row = points * stride;
-    for (int entry = 0; entry < stride; ++entry)
-        for (int a = 0; a < points; ++a)
-            last = std::max({last, polynomials.last_coefficients(values.data() + a * row + entry, stride),
-                             polynomials.last_coefficients(values.data() + a * stride + entry, row)});
-    if (relative)
-        return last <= resolved * largest + rounding && varies_little(block);
     const double* const scale = term.scale.data() + order_of(T.start + T.length) * block;
-    return last <= rounding + std::max(resolved * largest, negligible * *std::max_element(scale, scale + block));
+    // How much of its variation in the pair a kernel varies if the lag is rounded.
+    const double longest = std::max(S.length, T.length), lag = T.start + T.length - S.start;
+    const double rounding = lag_rounding * (lag / longest);
+    for (std::int64_t entry = 0; entry < block; ++entry)
+        if (!is_resolved(values.data() + entry, int(block), rounding, scale[entry]))
+            return false;
+    return are_finite(values.data(), points * points * block);
 }
 
-// Whether the largest values in the rows and columns of a pair are of about the same size.
-bool tree_memory::varies_little(std::int64_t block) const {
-    interpolation::values of_row{}, of_column{};
-    for (int a = 0; a < points; ++a)
-        for (int b = 0; b < points; ++b)
-            for (std::int64_t entry = 0; entry < block; ++entry) {
-                const double value = std::fabs(values[(a * points + b) * block + entry]);
-                of_row[a] = std::max(of_row[a], value);
-                of_column[b] = std::max(of_column[b], value);
-            }
-    const auto [least_row, largest_row] = std::minmax_element(of_row.begin(), of_row.end());
-    const auto [least_column, largest_column] = std::minmax_element(of_column.begin(), of_column.end());
-    return *least_row >= least_value * *largest_row && *least_column >= least_value * *largest_column;
+// One entry of the blocks.
+bool tree_memory::is_resolved(const double* value, int stride, double rounding, double scale) const {
+    interpolation::values of_row{}, of_column{}; // the largest magnitudes
+    double lowest = *value, highest = *value, last = 0.0;
+    const int row = points * stride;
+    for (int a = 0; a < points; ++a) {
+        for (int b = 0; b < points; ++b) {
+            const double here = value[a * row + b * stride];
+            lowest = std::min(lowest, here);
+            highest = std::max(highest, here);
+            of_row[a] = std::max(of_row[a], std::fabs(here));
+            of_column[b] = std::max(of_column[b], std::fabs(here));
+        }
+        last = std::max({last, polynomials.last_coefficients(value + a * row, stride),
+                         polynomials.last_coefficients(value + a * stride, row)});
+    }
+    const double largest = std::max(std::fabs(lowest), std::fabs(highest));
+    const double error = last - rounding * (highest - lowest);
+    if (!relative)
+        return error <= std::max(resolved * largest, negligible * scale);
+    return error <= resolved * largest && *std::min_element(of_row.begin(), of_row.end()) >= least_value * largest &&
+           *std::min_element(of_column.begin(), of_column.end()) >= least_value * largest;
 }
 
 void tree_memory::add_near(lag_term& term, const step_cell& S, const step_cell& T) {

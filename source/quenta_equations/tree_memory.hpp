@@ -74,7 +74,7 @@ private:
     void interact(lag_term& term, std::int64_t source, std::int64_t target);
     bool add_far(lag_term& term, std::int64_t source, std::int64_t target);
     bool is_resolved(const lag_term& term, const step_cell& S, const step_cell& T) const;
-    bool varies_little(std::int64_t block) const;
+    bool is_resolved(const double* value, int stride, double rounding, double scale) const;
     void add_near(lag_term& term, const step_cell& S, const step_cell& T);
 
     const quenta_equation& equation;
