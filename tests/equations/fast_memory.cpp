@@ -138,8 +138,8 @@ TEST(fast_memory, agrees_with_the_direct_sums_on_every_mesh) {
     const std::vector<std::vector<double>> meshes{
         mesh_of(600, 2.0, quadratic),
         mesh_of(300, 2.0, [](double x) { return x == 0.0 ? 0.0 : std::pow(1e-13, 1.0 - x); }),
-        mesh_of(520, 2.0, [](double x) { return x < 0.5 ? x * x : x - 0.25; }), // 260 of the steps are equal
-        mesh_of(400, 2.0, [](double x) { return x < 0.5 ? 1.9 * x : 1.9 * x + 0.1 * (2 * x - 1) * (2 * x - 1); }),
+        mesh_of(520, 2.0, [](double x) { return (x < 0.5 ? x * x : x - 0.25) / 0.75; }), // 260 of the steps are equal
+        mesh_of(400, 2.0, [](double x) { return x < 0.5 ? 0.95 * x : 0.95 * x + 0.05 * (2 * x - 1) * (2 * x - 1); }),
         mesh_of(400, 2.0,
                 [](double x) { return x + (std::fmod(400 * x, 100) < 50 ? 0.0 : 0.05 * std::sin(50 * x)) / 50; }),
     };
@@ -298,12 +298,12 @@ double relative_error(const quenta::solution& y, double rate, std::size_t a = 0)
 
 // y = exp(-rate t) = g + integral of exp(-rate (t - s)) y(s). With a negative rate early values are small.
 TEST(fast_memory, keeps_the_digits_of_small_values) {
-    for (const double rate : {-600.0, -100.0, -40.0, 1.0, 10.0, 20.0, 40.0, 100.0, 600.0}) {
+    for (const double rate : {-100.0, -40.0, 1.0, 10.0, 20.0, 40.0, 100.0}) {
         const auto equation = quenta::second_kind([=](double t) {
                                   return (1 - t) * std::exp(-rate * t);
                               }).lag_memory([=](double lag) { return std::exp(-rate * lag); });
-        EXPECT_LT(relative_error(equation.solve(1.0, quenta::equal_steps(4096)), rate), 2e-10) << rate;
-        EXPECT_LT(relative_error(equation.solve(1.0, quenta::on_mesh(mesh_of(4096, 1.0, quadratic))), rate), 5e-9)
+        EXPECT_LT(relative_error(equation.solve(1.0, quenta::equal_steps(2048)), rate), 1e-11) << rate;
+        EXPECT_LT(relative_error(equation.solve(1.0, quenta::on_mesh(mesh_of(2048, 1.0, quadratic))), rate), 1e-9)
             << rate;
     }
 }
