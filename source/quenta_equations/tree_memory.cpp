@@ -20,6 +20,7 @@ constexpr std::int64_t least_node_pairs = 2 * points * points;
 // (t - s)^-1 are the first number, if the cells are as far apart as they are long.
 constexpr double resolved = 2e-14, negligible = 1e-15, lag_rounding = 16.0 * eps;
 constexpr double least_value = 1e-3; // of the largest one in a pair, if small values count
+constexpr double underflow = 1e-270; // parts of `scale` whose digits do not count
 constexpr int lags_of_order = 4;     // where a kernel is measured
 
 // The rule for the integrals of L_j times the polynomials of the interpolation over a step. Without a singularity the
@@ -227,6 +228,8 @@ bool tree_memory::is_resolved(const double* value, int stride, double rounding, 
     const double error = last - rounding * (highest - lowest);
     if (!relative)
         return error <= std::max(resolved * largest, negligible * scale);
+    if (largest <= underflow * scale)
+        return true;
     return error <= resolved * largest && *std::min_element(of_row.begin(), of_row.end()) >= least_value * largest &&
            *std::min_element(of_column.begin(), of_column.end()) >= least_value * largest;
 }
