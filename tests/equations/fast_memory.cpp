@@ -303,9 +303,24 @@ TEST(fast_memory, keeps_the_digits_of_small_values) {
                                   return (1 - t) * std::exp(-rate * t);
                               }).lag_memory([=](double lag) { return std::exp(-rate * lag); });
         EXPECT_LT(relative_error(equation.solve(1.0, quenta::equal_steps(2048)), rate), 1e-11) << rate;
-        EXPECT_LT(relative_error(equation.solve(1.0, quenta::on_mesh(mesh_of(2048, 1.0, quadratic))), rate), 1e-9)
-            << rate;
+        for (const auto& mesh :
+             {mesh_of(2048, 1.0, quadratic), mesh_of(2048, 1.0, [](double x) { return x * (2 - x); })})
+            EXPECT_LT(relative_error(equation.solve(1.0, quenta::on_mesh(mesh)), rate), 1e-9) << rate;
     }
+}
+
+// exp(-900 lag) is 0 for lags above 0.83.
+TEST(fast_memory, does_not_try_to_resolve_values_that_underflow) {
+    long evaluations = 0;
+    const auto equation =
+        quenta::second_kind([](double t) { return (1 - t) * std::exp(-900 * t); }).lag_memory([&](double lag) {
+            ++evaluations;
+            return std::exp(-900 * lag);
+        });
+    const quenta::solution y = equation.solve(1.0, quenta::equal_steps(24000));
+    for (int k = 1; k <= 60; ++k)
+        EXPECT_NEAR(y(k / 128.0) / std::exp(-900 * k / 128.0), 1.0, 1e-9) << k;
+    EXPECT_LT(evaluations, 24000 * 2200);
 }
 
 // The other component does not decrease, and does not hide it.

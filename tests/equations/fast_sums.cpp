@@ -85,6 +85,8 @@ TEST(step_tree, halves_the_steps_of_any_mesh) {
             }
     const step_tree one_leaf({0.0, 1.0, 5.0}, 2, 9);
     EXPECT_EQ(one_leaf.size(), 1);
+    const step_tree split_leaf({0.0, 1.0, 5.0}, 1, 9);
+    EXPECT_EQ(split_leaf.size(), 3);
 }
 
 // The product of (x - k / 7) for k = 0 .. degree - 1.
