@@ -162,7 +162,8 @@ TEST(fast_memory, agrees_with_the_direct_sums_on_every_mesh) {
     EXPECT_EQ(compared, 30);
 }
 
-// A kernel of the lag and the same one as a function of (t, s), in an equation with two components.
+// Kernels of the lag and the same ones as functions of (t, s): two terms with two singularities, one of them nonlinear,
+// in an equation with two components.
 std::pair<quenta::equation, quenta::equation> singular_pair(char kind, double alpha, double t_end) {
     const auto create = [=] {
         return kind == '2'
@@ -177,6 +178,14 @@ std::pair<quenta::equation, quenta::equation> singular_pair(char kind, double al
     quenta::equation of_lag = create(), of_times = create();
     of_lag.lag_memory(quenta::weakly_singular(alpha, [set](double, values K) { set(K); }));
     of_times.memory(quenta::weakly_singular(alpha, [set](double, double, values K) { set(K); }));
+    const auto phi = [](double, state y, values of_y) {
+        of_y[0] = std::sin(y[0] + 2 * y[1]);
+    };
+    const auto set_other = [factor = 0.3 * std::pow(t_end, 0.5 * alpha - (kind == '2' ? 1 : 2))](values K) {
+        K[0] = factor, K[1] = -factor;
+    };
+    of_lag.lag_memory(quenta::weakly_singular(0.5 * alpha, [=](double, values K) { set_other(K); }), phi, 1);
+    of_times.memory(quenta::weakly_singular(0.5 * alpha, [=](double, double, values K) { set_other(K); }), phi, 1);
     return {of_lag, of_times};
 }
 
