@@ -329,6 +329,33 @@ TEST(fast_memory, does_not_try_to_resolve_values_that_underflow) {
     EXPECT_LT(evaluations, 24000 * 2200);
 }
 
+// The progress function sees it, and can stop it.
+TEST(fast_memory, begins_again_where_small_values_lose_digits) {
+    auto equation = quenta::second_kind([](double t) { return (1 - t) * std::exp(-40 * t); });
+    equation.lag_memory([](double lag) { return std::exp(-40 * lag); });
+    struct {
+        int starts = 0, last = 0, starts_allowed = 10;
+    } seen;
+    const auto progress = [](void* context, int done, int) {
+        auto& calls = *static_cast<decltype(seen)*>(context);
+        calls.starts += done == 1;
+        calls.last = done;
+        return int(calls.starts > calls.starts_allowed);
+    };
+    quenta_equation_set_progress(equation.get(), progress, &seen);
+    equation.solve(1.0, quenta::equal_steps(1000));
+    EXPECT_EQ(seen.starts, 2);
+    EXPECT_EQ(seen.last, 1000);
+    seen = {0, 0, 1};
+    try {
+        equation.solve(1.0, quenta::equal_steps(1000));
+        ADD_FAILURE() << "expected to be stopped";
+    } catch (const quenta::solve_failure& failure) {
+        EXPECT_EQ(failure.status, QUENTA_EQUATION_STOPPED);
+        EXPECT_EQ(failure.partial.steps(), 1);
+    }
+}
+
 // The other component does not decrease, and does not hide it.
 TEST(fast_memory, keeps_the_digits_of_a_small_component) {
     const auto equation =
