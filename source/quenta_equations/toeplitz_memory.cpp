@@ -4,6 +4,7 @@
 #include "quenta_solvers/dense_solve.hpp" // eps
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 namespace quenta {
@@ -24,7 +25,7 @@ bool toeplitz_memory::pays(const quenta_equation& equation, const collocation_no
 toeplitz_memory::toeplitz_memory(const quenta_equation& in, const quenta_solution& of, std::int64_t first)
     : equation{in}, solution{of}, D{of.D}, P{of.nodes.P}, steps{std::int64_t(of.mesh.size()) - 1 - first},
       h{(of.mesh.back() - of.mesh[first]) / double(steps)}, pushed(of.nodes.P * in.columns_of_lag()),
-      of_pushed(pushed.size()), of_kernel(D * pushed.size()) {
+      of_pushed(pushed.size()) {
     history.init(static_cast<std::int32_t>(steps), P * D, static_cast<std::int32_t>(pushed.size()));
     // All blocks are written below. With a provider the history keeps what it derives from them.
     history.set_kernel_provider(nullptr, [](void*, std::int32_t, ToeplitzHistory&) {});
@@ -37,6 +38,7 @@ toeplitz_memory::toeplitz_memory(const quenta_equation& in, const quenta_solutio
             evaluate_current_kernel(terms.back());
             fill_blocks(terms.back());
         }
+    measure(history.kernel_block(1).pointer);
 }
 
 void toeplitz_memory::evaluate_current_kernel(lag_term& term) {
@@ -99,7 +101,7 @@ void toeplitz_memory::add_step(std::size_t r, const double* phi) {
     history.push(whole(pushed));
     for (std::size_t column = 0; column < pushed.size(); ++column)
         of_pushed[column].add(pushed[column]);
-    measure_blocks(std::min<std::int64_t>(steps, 2 * std::int64_t{history.count}));
+    ++pushes;
 }
 
 void toeplitz_memory::magnitudes::add(double value) {
@@ -107,23 +109,30 @@ void toeplitz_memory::magnitudes::add(double value) {
     sum += std::fabs(value);
 }
 
-// After n steps the transforms have read the lags below 2 n.
-void toeplitz_memory::measure_blocks(std::int64_t end) {
-    const std::size_t columns = pushed.size();
-    for (; measured < end; ++measured) {
-        const double* entry = history.kernel_block(static_cast<std::int32_t>(measured)).pointer;
+// of_kernel: the magnitudes in the blocks of all lags below a power of two, for component a of the rows and each
+// column: (level*D + a)*columns + column for the lags below 2^level. `blocks` begins with lag 1.
+void toeplitz_memory::measure(const double* blocks) {
+    const std::int64_t columns = std::int64_t(pushed.size()), size = D * columns;
+    for (std::int64_t lag = 1; lag < steps; ++lag) {
+        const std::int64_t level = std::bit_width(std::uint64_t(lag));
+        if (std::has_single_bit(std::uint64_t(lag))) {
+            of_kernel.resize((level + 1) * size);
+            std::copy_n(of_kernel.end() - 2 * size, size, of_kernel.end() - size);
+        }
         for (int R = 0; R < P * D; ++R)
-            for (std::size_t column = 0; column < columns; ++column)
-                of_kernel[R % D * columns + column].add(*entry++);
+            for (std::int64_t column = 0; column < columns; ++column)
+                of_kernel[level * size + R % D * columns + column].add(*blocks++);
     }
 }
 
 // The error of a convolution by transforms is about eps times the product of the Euclidean norms of its factors. The
-// square of a norm is at most the largest magnitude times the sum.
+// square of a norm is at most the largest magnitude times the sum. After n steps, lags below the next power of two
+// count.
 double toeplitz_memory::error(int a) const {
+    const std::int64_t level = std::bit_width(std::uint64_t(pushes));
     double sum = 0.0;
     for (std::size_t column = 0; column < pushed.size(); ++column) {
-        const magnitudes &kernel = of_kernel[a * pushed.size() + column], &x = of_pushed[column];
+        const magnitudes &kernel = of_kernel[(level * D + a) * pushed.size() + column], &x = of_pushed[column];
         sum += std::sqrt(kernel.largest * x.sum) * std::sqrt(kernel.sum * x.largest);
     }
     return eps * sum;

@@ -61,7 +61,7 @@ private:
     const lag_term& of(std::size_t r) const;
     void evaluate_current_kernel(lag_term& term);
     void fill_blocks(const lag_term& term);
-    void measure_blocks(std::int64_t end);
+    void measure(const double* blocks);
 
     const quenta_equation& equation;
     const quenta_solution& solution;
@@ -70,8 +70,8 @@ private:
     const double h;
     std::vector<lag_term> terms;
     std::vector<double> pushed;
-    std::vector<magnitudes> of_pushed, of_kernel; // of_kernel[a*columns + column], for all rows i
-    std::int64_t measured = 1;                    // the lags below are in of_kernel
+    std::int64_t pushes = 0;
+    std::vector<magnitudes> of_pushed, of_kernel; // see measure
     bool finite = true;
     ToeplitzHistory history;
 };
