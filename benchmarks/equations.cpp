@@ -1,6 +1,7 @@
 // Compares the direct sums of the equation solvers with a bare loop over the same kernel values, a nonlinear step with
-// a linear one, and measures how time and memory grow with the number of steps, with direct sums and with transforms.
-// On many equal steps, kernels of (t, s) are summed directly, and kernels of the lag by transforms.
+// a linear one, and measures how time and memory grow with the number of steps, with direct sums and with fast ones.
+// Kernels of (t, s) are summed directly, and kernels of the lag, on many steps, by transforms if the steps are equal
+// and by the cells of a tree otherwise.
 
 #include "bare_history.hpp"
 #include "comparison.hpp"
@@ -83,13 +84,21 @@ void nonlinear_against_linear(benchmark::State& state, const function& K, int st
         [&] { benchmark::DoNotOptimize(linear.solve(2.0, equal_steps(steps).nodes(QUENTA_RADAU, 3))); });
 }
 
-template <form written_as>
-void growth(benchmark::State& state, int steps) {
-    const auto equation = with_memory<written_as>(second_kind(decay), decay);
-    const auto options = equal_steps(steps).nodes(QUENTA_RADAU, 3);
+void growth_of(benchmark::State& state, const quenta::equation& equation, const quenta::solve_options& options) {
     start_peak_memory();
     time_alone(state, [&] { benchmark::DoNotOptimize(equation.solve(2.0, options)); });
     state.counters["bytes"] = double(peak_memory());
+}
+
+template <form written_as>
+void growth(benchmark::State& state, int steps) {
+    growth_of(state, with_memory<written_as>(second_kind(decay), decay), equal_steps(steps).nodes(QUENTA_RADAU, 3));
+}
+
+// On the default mesh, with 5 nodes.
+void growth_if_singular(benchmark::State& state, int steps) {
+    const auto K = quenta::weakly_singular(0.5, [](double) { return -0.5; });
+    growth_of(state, second_kind(decay).lag_memory(K), quenta::steps(steps));
 }
 
 template <class function>
@@ -122,6 +131,9 @@ const bool registered = [] {
     for (const int steps : {1000, 10000, 100000, 1000000})
         register_line("equation, exp(-lag), growth", steps, 3,
                       [=](benchmark::State& state) { growth<form::of_lag>(state, steps); });
+    for (const int steps : {1000, 10000, 100000, 1000000})
+        register_line("equation, lag^-1/2, growth", steps, 3,
+                      [=](benchmark::State& state) { growth_if_singular(state, steps); });
     return true;
 }();
 

@@ -18,19 +18,20 @@ std::int64_t largest_block(const quenta_equation& equation) {
     return largest;
 }
 
+} // namespace
+
 // Inside a group of n steps there are n * (n + 1) / 2 pairs of a step and itself or a step before it.
-std::int64_t steps_of_group(std::int64_t P, std::int64_t block) {
+std::int64_t direct_history::steps_of_group(const quenta_equation& equation, std::int64_t P) {
     std::int64_t n = 1;
-    while ((n + 1) * (n + 2) / 2 * P * P <= std::min(most_group_points, most_group_values / block))
+    while ((n + 1) * (n + 2) / 2 * P * P <= std::min(most_group_points, most_group_values / largest_block(equation)))
         ++n;
     return n;
 }
 
-} // namespace
-
-direct_history::direct_history(const quenta_equation& of, const quenta_solution& into, bool of_lag_too)
-    : equation{of}, solution{into}, with_lag_terms{of_lag_too}, D{of.D}, P{into.nodes.P},
-      steps{std::int64_t(into.mesh.size()) - 1}, group_steps{std::min(steps, steps_of_group(P, largest_block(of)))},
+direct_history::direct_history(const quenta_equation& of, const quenta_solution& into, std::int64_t steps_of_lag_terms,
+                               const tree_memory* with)
+    : equation{of}, solution{into}, tree{with}, D{of.D}, P{into.nodes.P}, lag_steps{steps_of_lag_terms},
+      steps{std::int64_t(into.mesh.size()) - 1}, group_steps{std::min(steps, steps_of_group(of, P))},
       batch_points{std::clamp(most_batch_values / largest_block(of), std::int64_t{1}, most_batch_points)},
       node_times(steps * P), t(batch_points), s(batch_points), values(batch_points * largest_block(of)),
       sums(group_steps * P * D) {
@@ -38,10 +39,10 @@ direct_history::direct_history(const quenta_equation& of, const quenta_solution&
     const std::int64_t group_points = group_steps * (group_steps + 1) / 2 * P * P;
     terms.reserve(of.memory.size());
     for (const memory_term& term : of.memory) {
-        terms.push_back({memory_weights(term, solution, has(term))});
-        if (!has(term))
+        terms.push_back({memory_weights(term, solution, has(term, 0) && !(term.of_lag && tree))});
+        if (!has(term, 0))
             continue;
-        terms.back().weighted.resize(steps * P * term.E);
+        terms.back().weighted.resize((term.of_lag ? lag_steps : steps) * P * term.E);
         terms.back().group_kernel.resize(group_points * D * term.E);
     }
 }
@@ -62,13 +63,16 @@ void direct_history::evaluate(const memory_term& term, std::int64_t points, doub
 
 void direct_history::begin_group(std::int64_t first) {
     group_first = first;
-    group_end = std::min(steps, first + group_steps);
+    const bool has_lag_terms = first < lag_steps;
+    group_end = has_lag_terms && tree ? tree->leaf_end(first) : std::min(steps, first + group_steps);
     std::fill(sums.begin(), sums.end(), 0.0);
     for (std::size_t r = 0; r < terms.size(); ++r) {
-        if (!has(equation.memory[r]))
+        const memory_term& term = equation.memory[r];
+        if (!has(term, first))
             continue;
-        add_sources_before_group(equation.memory[r], terms[r]);
-        evaluate_inside_group(equation.memory[r], terms[r]);
+        if (!(term.of_lag && tree))
+            add_sources_before_group(term, terms[r]);
+        evaluate_inside_group(term, terms[r]);
     }
 }
 
@@ -153,7 +157,7 @@ const double* direct_history::sums_of_step(std::int64_t n) {
         begin_group(n);
     double* const Q = sums.data() + (n - group_first) * P * D;
     for (std::size_t r = 0; r < terms.size(); ++r) {
-        if (!has(equation.memory[r]))
+        if (!has(equation.memory[r], n))
             continue;
         const int E = equation.memory[r].E;
         for (int i = 0; i < P; ++i)

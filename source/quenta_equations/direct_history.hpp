@@ -15,6 +15,7 @@
 #include "quenta_equations/kernel_sums.hpp"
 #include "quenta_equations/memory_weights.hpp"
 #include "quenta_equations/solution.hpp"
+#include "quenta_equations/tree_memory.hpp"
 
 #include <cstdint>
 #include <vector>
@@ -23,9 +24,14 @@ namespace quenta {
 
 class direct_history {
 public:
-    // The mesh and the nodes of the solution are those of the march; both objects must outlive this one. Without the
-    // terms whose kernel is a function of the lag, if they are summed elsewhere.
-    direct_history(const quenta_equation& equation, const quenta_solution& solution, bool with_lag_terms);
+    // The mesh and the nodes of the solution are those of the march; all objects must outlive this one. The terms whose
+    // kernel is a function of the lag belong to the first `lag_steps` steps only. With a tree, the groups of these
+    // steps are its leaves, and the sources before the group are left to it.
+    direct_history(const quenta_equation& equation, const quenta_solution& solution, std::int64_t lag_steps,
+                   const tree_memory* tree);
+
+    // The steps of a group that has its full length.
+    static std::int64_t steps_of_group(const quenta_equation& equation, std::int64_t P);
 
     // Q of step n, P*D doubles at i*D + a, when all steps before it have been added.
     const double* sums_of_step(std::int64_t n);
@@ -46,7 +52,7 @@ private:
         std::vector<double> group_kernel{}; // the kernel values inside the group, see row_start
     };
 
-    bool has(const memory_term& term) const { return with_lag_terms || !term.of_lag; }
+    bool has(const memory_term& term, std::int64_t n) const { return n < lag_steps || !term.of_lag; }
     void begin_group(std::int64_t first);
     template <class visitor>
     void for_each_target(std::int64_t first, std::int64_t end, const visitor& visit) const;
@@ -57,9 +63,9 @@ private:
 
     const quenta_equation& equation;
     const quenta_solution& solution;
-    const bool with_lag_terms;
+    const tree_memory* const tree;
     const int D, P;
-    const std::int64_t steps, group_steps, batch_points;
+    const std::int64_t lag_steps, steps, group_steps, batch_points;
 
     std::vector<double> node_times;   // k*P + j
     std::vector<double> t, s, values; // a batch; t holds the lags for a kernel of the lag

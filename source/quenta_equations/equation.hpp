@@ -52,6 +52,14 @@ struct quenta_equation {
     // Whether the unknowns of a step are the values of y' at the nodes, and not those of y.
     bool solves_for_derivative() const { return kind == quenta::equation_kind::integro_differential; }
 
+    // The columns of all kernels of the lag together.
+    std::int64_t columns_of_lag() const {
+        std::int64_t columns = 0;
+        for (const quenta::memory_term& term : memory)
+            columns += term.of_lag ? term.E : 0;
+        return columns;
+    }
+
     bool is_singular() const {
         return std::any_of(memory.begin(), memory.end(), [](const auto& term) { return term.singularity > 0.0; });
     }

@@ -57,63 +57,79 @@ bool starts_with_a_number(const quenta_equation& equation, const double* y) {
     return equation.kind != equation_kind::first && are_finite(y, equation.D);
 }
 
+// Where the iteration of step n starts. g is that of the step.
+void first_attempt(const quenta_equation& equation, const quenta_solution& solution, step_equations& step,
+                   std::int64_t n, const double* g, const double* y, double* X) {
+    const int D = equation.D, P = solution.nodes.P;
+    if (n > 0)
+        continue_polynomial(solution, n, false, X);
+    else if (equation.solves_for_derivative())
+        step.right_side_at(y, X);
+    else if (equation.kind == equation_kind::second)
+        std::copy_n(g, std::int64_t{P} * D, X);
+    else
+        for (int i = 0; i < P; ++i)
+            std::copy_n(equation.start.data(), D, X + i * D);
+}
+
+void set_start(const quenta_equation& equation, quenta_solution& solution) {
+    if (equation.solves_for_derivative())
+        std::copy_n(equation.start.data(), equation.D, solution.y.data());
+    else if (equation.kind == equation_kind::second) {
+        const double zero = 0.0;
+        equation.forcing(1, &zero, nullptr, solution.y.data());
+    }
+}
+
+// Solves step after step. False: sums have lost digits, and all steps must be solved with accurate ones.
+bool solve_steps(const quenta_equation& equation, quenta_solution& solution, accurate_sums accurate) {
+    const int D = equation.D;
+    const std::int64_t steps = std::int64_t(solution.mesh.size()) - 1, n_sys = std::int64_t{solution.nodes.P} * D;
+    step_equations step(equation, solution);
+    memory_history history(equation, solution, accurate);
+    forcing_at_nodes forcing(equation, solution);
+    set_start(equation, solution);
+    solution.steps = 0;
+    for (std::int64_t n = 0; n < steps; ++n) {
+        double* const X = solution.unknowns.data() + n * n_sys;
+        double* const y = solution.y.data() + n * D;
+        const double* const Q = history.sums_of_step(n);
+        if (history.has_lost_digits())
+            return false;
+        const double* const g = equation.solves_for_derivative() ? nullptr : forcing.of_step(n);
+        step.prepare(n, history, Q, g, y);
+        first_attempt(equation, solution, step, n, g, y, X);
+        equation_status status = step.solve(X);
+        if (status != equation_status::solved && equation.kind == equation_kind::first && n > 0) {
+            continue_polynomial(solution, n, true, X);
+            status = step.solve(X);
+        }
+        if (status != equation_status::solved)
+            throw solve_ended{status};
+        for (std::size_t r = 0; r < equation.memory.size(); ++r)
+            history.add_step(n, r, step.phi_at_nodes(r));
+        solution.value(n, 1.0, y + D);
+        if (!are_finite(y + D, D)) // extrapolated from the nodes
+            throw solve_ended{equation_status::not_finite};
+        if (n == 0 && !starts_with_a_number(equation, y))
+            solution.value(0, 0.0, y);
+        solution.steps = static_cast<int>(n) + 1;
+        if (equation.progress && equation.progress(equation.progress_context, solution.steps, int(steps)) != 0)
+            throw solve_ended{equation_status::stopped};
+    }
+    return true;
+}
+
 } // namespace
 
 march_result march(const quenta_equation& equation, std::vector<double> mesh, const collocation_nodes& nodes) {
-    const int D = equation.D, P = nodes.P;
-    const std::int64_t steps = std::int64_t(mesh.size()) - 1, n_sys = std::int64_t{P} * D;
-    march_result result{{equation.kind, D, nodes, std::move(mesh)}, equation_status::solved};
-    quenta_solution& solution = result.solution;
-    solution.unknowns.resize(steps * n_sys);
-    solution.y.resize((steps + 1) * D);
-    step_equations step(equation, solution);
-    const bool for_derivative = equation.solves_for_derivative();
-
-    const auto first_attempt = [&](std::int64_t n, const double* g, const double* y, double* X) {
-        if (n > 0)
-            continue_polynomial(solution, n, false, X);
-        else if (for_derivative)
-            step.right_side_at(y, X);
-        else if (equation.kind == equation_kind::second)
-            std::copy_n(g, n_sys, X);
-        else
-            for (int i = 0; i < P; ++i)
-                std::copy_n(equation.start.data(), D, X + i * D);
-    };
+    const std::int64_t steps = std::int64_t(mesh.size()) - 1;
+    march_result result{{equation.kind, equation.D, nodes, std::move(mesh)}, equation_status::solved};
+    result.solution.unknowns.resize(steps * nodes.P * equation.D);
+    result.solution.y.resize((steps + 1) * equation.D);
     try {
-        memory_history history(equation, solution);
-        forcing_at_nodes forcing(equation, solution);
-        if (for_derivative)
-            std::copy_n(equation.start.data(), D, solution.y.data());
-        else if (equation.kind == equation_kind::second) {
-            const double zero = 0.0;
-            equation.forcing(1, &zero, nullptr, solution.y.data());
-        }
-        for (std::int64_t n = 0; n < steps; ++n) {
-            double* const X = solution.unknowns.data() + n * n_sys;
-            double* const y = solution.y.data() + n * D;
-            const double* const Q = history.sums_of_step(n);
-            const double* const g = for_derivative ? nullptr : forcing.of_step(n);
-            step.prepare(n, history, Q, g, y);
-            first_attempt(n, g, y, X);
-            equation_status status = step.solve(X);
-            if (status != equation_status::solved && equation.kind == equation_kind::first && n > 0) {
-                continue_polynomial(solution, n, true, X);
-                status = step.solve(X);
-            }
-            if (status != equation_status::solved)
-                throw solve_ended{status};
-            for (std::size_t r = 0; r < equation.memory.size(); ++r)
-                history.add_step(n, r, step.phi_at_nodes(r));
-            solution.value(n, 1.0, y + D);
-            if (!are_finite(y + D, D)) // extrapolated from the nodes
-                throw solve_ended{equation_status::not_finite};
-            if (n == 0 && !starts_with_a_number(equation, y))
-                solution.value(0, 0.0, y);
-            solution.steps = static_cast<int>(n) + 1;
-            if (equation.progress && equation.progress(equation.progress_context, solution.steps, int(steps)) != 0)
-                throw solve_ended{equation_status::stopped};
-        }
+        if (!solve_steps(equation, result.solution, accurate_sums::large))
+            solve_steps(equation, result.solution, accurate_sums::all);
     } catch (const solve_ended& end) {
         result.status = end.status;
     }

@@ -15,9 +15,11 @@
  * The solvers use piecewise polynomial collocation on any mesh (H. Brunner, Collocation Methods for Volterra Integral
  * and Related Functional Differential Equations, Cambridge University Press 2004, chapters 2, 3, 6 and 7). With n steps
  * and P nodes they evaluate each K_r at n * (n - 1) / 2 * P * P + n * P * P points, in batches, and store O(n) numbers.
- * On 256 or more equal steps a kernel of the lag takes n * P * P evaluations, and the solve n log^2 n operations. Its
- * sums then have rounding errors of some 1e-16 of the largest values of kernel and solution, so values of the solution
- * that are smaller than that are worthless. A kernel that is given as K(t, s) is summed directly, and keeps them.
+ * With 256 or more steps, kernels of the lag are faster. Equal steps at the end of the mesh take P * P evaluations each
+ * and n log^2 n operations; all others take a few hundred evaluations each and n operations, unless the kernel varies
+ * from step to step. The sums have errors of about 1e-15 of the largest values of kernel and solution so far. If sums
+ * of the memory become so small, in any component, that this may be more than 1e-10 of them, the solve begins again
+ * with sums that are accurate relative to each of their terms.
  *
  * Calling order
  *   Create an equation, add its memory terms, solve it, read the solution, destroy both. An equation can be solved any
@@ -122,7 +124,8 @@ QUENTA_EQUATIONS_API const char* quenta_equations_error_text(int status);
  * QUENTA_EQUATION_OUT_OF_MEMORY. A function must not leave by longjmp. */
 typedef int (*quenta_function)(void* context, int count, const double* t, const double* x, double* values);
 
-/* Progress: `done` of `steps` steps are solved. A value other than 0 ends the solve with QUENTA_EQUATION_STOPPED. */
+/* Progress: `done` of `steps` steps are solved. A value other than 0 ends the solve with QUENTA_EQUATION_STOPPED. A
+ * solve may begin again, at `done` = 1: see the top of this file, and quenta_equation_solve_to_tolerance. */
 typedef int (*quenta_progress)(void* context, int done, int steps);
 
 /* Create an equation without memory terms.

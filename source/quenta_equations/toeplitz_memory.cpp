@@ -1,38 +1,32 @@
 #include "quenta_equations/toeplitz_memory.hpp"
 
 #include "quenta_equations/finite.hpp"
+#include "quenta_solvers/dense_solve.hpp" // eps
 
 #include <algorithm>
+#include <bit>
+#include <cmath>
 
 namespace quenta {
 
 namespace {
 
-constexpr std::int64_t least_steps = 256; // from some 100 on the transforms pay
-// Doubles: of one block, and of all blocks. The direct sums need less memory.
-constexpr std::int64_t largest_block = 1024, most_memory = std::int64_t{1} << 27;
+constexpr std::int64_t least_steps = 256;                   // from some 100 on the transforms pay
+constexpr std::int64_t most_memory = std::int64_t{1} << 27; // doubles in all blocks
 constexpr std::int64_t most_batch_points = 2048;
-
-std::int64_t columns_of_lag_terms(const quenta_equation& equation, std::int64_t P) {
-    std::int64_t columns = 0;
-    for (const memory_term& term : equation.memory)
-        columns += term.of_lag ? P * term.E : 0;
-    return columns;
-}
 
 } // namespace
 
-bool toeplitz_memory::pays(const quenta_equation& equation, const quenta_solution& solution) {
-    const std::int64_t steps = std::int64_t(solution.mesh.size()) - 1, P = solution.nodes.P;
-    const std::int64_t block = P * equation.D * columns_of_lag_terms(equation, P);
-    return block > 0 && block <= largest_block && steps >= least_steps && steps * block <= most_memory &&
-           first_of_equal_steps(solution.mesh) == 0;
+bool toeplitz_memory::pays(const quenta_equation& equation, const collocation_nodes& nodes, std::int64_t steps) {
+    const std::int64_t block = nodes.P * equation.D * nodes.P * equation.columns_of_lag();
+    return steps >= least_steps && steps * block <= most_memory;
 }
 
-toeplitz_memory::toeplitz_memory(const quenta_equation& in, const quenta_solution& of)
-    : equation{in}, solution{of}, D{of.D}, P{of.nodes.P}, h{of.mesh.back() / double(of.mesh.size() - 1)},
-      pushed(columns_of_lag_terms(in, of.nodes.P)) {
-    const std::int64_t steps = std::int64_t(of.mesh.size()) - 1, rows = P * D, columns = std::int64_t(pushed.size());
+toeplitz_memory::toeplitz_memory(const quenta_equation& in, const quenta_solution& of, std::int64_t first)
+    : equation{in}, solution{of}, D{of.D}, P{of.nodes.P}, steps{std::int64_t(of.mesh.size()) - 1 - first},
+      h{(of.mesh.back() - of.mesh[first]) / double(steps)}, pushed(of.nodes.P * in.columns_of_lag()),
+      of_pushed(pushed.size()) {
+    const std::int64_t rows = P * D, columns = std::int64_t(pushed.size());
     std::vector<double> blocks((steps - 1) * rows * columns);
     std::int64_t column = 0;
     terms.reserve(in.memory.size());
@@ -43,6 +37,7 @@ toeplitz_memory::toeplitz_memory(const quenta_equation& in, const quenta_solutio
             evaluate_current_kernel(terms.back());
             fill_blocks(terms.back(), blocks.data());
         }
+    measure(blocks.data());
     history.emplace(steps, rows, columns, blocks.data());
 }
 
@@ -61,7 +56,7 @@ void toeplitz_memory::evaluate_current_kernel(lag_term& term) {
 void toeplitz_memory::fill_blocks(const lag_term& term, double* blocks) {
     const memory_term& memory = equation.memory[term.r];
     const int E = memory.E;
-    const std::int64_t steps = std::int64_t(solution.mesh.size()) - 1, columns = std::int64_t(pushed.size());
+    const std::int64_t columns = std::int64_t(pushed.size());
     const std::int64_t batch = std::max(std::int64_t{1}, most_batch_points / (P * P));
     std::vector<double> lags(batch * P * P), values(lags.size() * D * E);
     for (std::int64_t first = 1; first < steps; first += batch) {
@@ -95,14 +90,52 @@ const double* toeplitz_memory::current_kernel(std::size_t r, int i) const {
     return of(r).current_kernel.data() + std::int64_t{i} * P * D * equation.memory[r].E;
 }
 
-per_node<double> toeplitz_memory::current_weights(std::int64_t n, std::size_t r, int i) const {
-    return of(r).weights.of_current_step(solution.step_length(n) * solution.nodes.c[i]);
+per_node<double> toeplitz_memory::current_weights(std::size_t r, int i) const {
+    return of(r).weights.of_current_step(h * solution.nodes.c[i]);
 }
 
 void toeplitz_memory::add_step(std::size_t r, const double* phi) {
     std::copy_n(phi, std::int64_t{P} * equation.memory[r].E, pushed.data() + of(r).first_column);
-    if (r == terms.back().r)
-        history->push(pushed.data());
+    if (r != terms.back().r)
+        return;
+    history->push(pushed.data());
+    for (std::size_t column = 0; column < pushed.size(); ++column)
+        of_pushed[column].add(pushed[column]);
+    ++pushes;
+}
+
+void toeplitz_memory::magnitudes::add(double value) {
+    largest = std::max(largest, std::fabs(value));
+    sum += std::fabs(value);
+}
+
+// of_kernel: the magnitudes in the blocks of all lags below a power of two, for component a of the rows and each
+// column: (level*D + a)*columns + column for the lags below 2^level. `blocks` begins with lag 1.
+void toeplitz_memory::measure(const double* blocks) {
+    const std::int64_t columns = std::int64_t(pushed.size()), size = D * columns;
+    for (std::int64_t lag = 1; lag < steps; ++lag) {
+        const std::int64_t level = std::bit_width(std::uint64_t(lag));
+        if (std::has_single_bit(std::uint64_t(lag))) {
+            of_kernel.resize((level + 1) * size);
+            std::copy_n(of_kernel.end() - 2 * size, size, of_kernel.end() - size);
+        }
+        for (int R = 0; R < P * D; ++R)
+            for (std::int64_t column = 0; column < columns; ++column)
+                of_kernel[level * size + R % D * columns + column].add(*blocks++);
+    }
+}
+
+// The error of a convolution by transforms is about eps times the product of the Euclidean norms of its factors. The
+// square of a norm is at most the largest magnitude times the sum. After n steps, lags below the next power of two
+// count.
+double toeplitz_memory::error(int a) const {
+    const std::int64_t level = std::bit_width(std::uint64_t(pushes));
+    double sum = 0.0;
+    for (std::size_t column = 0; column < pushed.size(); ++column) {
+        const magnitudes &kernel = of_kernel[(level * D + a) * pushed.size() + column], &x = of_pushed[column];
+        sum += std::sqrt(kernel.largest * x.sum) * std::sqrt(kernel.sum * x.largest);
+    }
+    return eps * sum;
 }
 
 } // namespace quenta

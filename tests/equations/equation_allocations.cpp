@@ -139,12 +139,13 @@ TEST(failing_allocation, in_a_solve_writes_nothing_and_the_next_solve_works) {
 
 TEST(failing_allocation, in_the_fast_sums_for_kernels_of_the_lag_writes_nothing) {
     random_data random{2031};
-    for (const bool nonlinear : {false, true}) {
-        const term_shape lag{1, true, nonlinear, false}, other{1, false, false, false};
+    // On the mesh for a singularity of 1/2, 275 of 733 steps are equal.
+    for (const auto& [alpha, steps] : {std::pair{0.0, 300}, {0.5, 733}}) {
+        const term_shape lag{1, true, alpha == 0.0, false, alpha}, other{1, false, false, false};
         const polynomial_equation equation{random, {'2', 1, false, false, {lag, other}}};
         output<quenta_solution> solved;
-        expect_out_of_memory(solved,
-                             [&] { return quenta_equation_solve(equation.get(), 1.0, 300, nullptr, 2, &solved.made); });
+        expect_out_of_memory(
+            solved, [&] { return quenta_equation_solve(equation.get(), 1.0, steps, nullptr, 2, &solved.made); });
     }
 }
 

@@ -87,6 +87,27 @@ TEST_P(equation_guard_pages, are_not_accessed) {
     EXPECT_GT(blocks_made, 100 * solved);
 }
 
+// With transforms, with a tree, and with both.
+TEST_P(equation_guard_pages, are_not_accessed_by_the_fast_sums) {
+    const auto solve = [](int D, int E, double alpha, int steps) {
+        random_data random{20274};
+        const term_shape lag{E, true, E != D, false, alpha};
+        const polynomial_equation equation{random, {'2', D, false, false, {lag}}, 0.3};
+        const std::vector<double> nodes{0.3, 0.7};
+        int status = -1;
+        const owned_solution solution = equation.solve(1.0, steps, nodes, status);
+        EXPECT_EQ(status, QUENTA_EQUATION_SOLVED);
+        return everything_in(solution.get());
+    };
+    const auto guarded = [&](int D, int E, double alpha, int steps) {
+        const blocks_guarded scope{GetParam()};
+        return solve(D, E, alpha, steps);
+    };
+    for (const auto& [D, E] : {std::pair{1, 1}, {2, 3}})
+        for (const auto& [alpha, steps] : {std::pair{0.0, 300}, {0.5, 301}, {0.5, 733}})
+            EXPECT_TRUE(equal_bits(solve(D, E, alpha, steps), guarded(D, E, alpha, steps)));
+}
+
 TEST_P(equation_guard_pages, are_not_accessed_by_histories) {
     const auto sums = [](const int rows, const int columns, const int steps) {
         random_data random{20273};

@@ -252,6 +252,23 @@ TEST(weakly_singular, twelve_digits_are_reached) {
     EXPECT_LT(errors_of(problem, problem.equation.solve(problem.t_end, quenta::steps(1536))).at_mesh, 1e-12);
 }
 
+// y = (t / t_end)^(1 - alpha). With alpha = 0.99 it is not small at the smallest numbers: 1e-300^0.01 = 0.001.
+TEST(weakly_singular, singularities_near_0_and_near_1_are_solved_to_a_tolerance) {
+    for (const auto& [alpha, tolerance] : {std::pair{0.001, 1e-10}, {0.01, 1e-10}, {0.97, 1e-4}, {0.99, 3e-2}})
+        for (const double t_end : {1e-12, 1.0, 1e12}) {
+            const double beta = 1 - alpha;
+            const double factor = std::pow(std::tgamma(1 + beta), 2) / std::tgamma(1 + 2 * beta);
+            const auto g = [=](double t) {
+                return std::pow(t / t_end, beta) + factor * std::pow(t / t_end, 2 * beta);
+            };
+            const auto equation = quenta::second_kind(g).lag_memory(
+                quenta::weakly_singular(alpha, [=](double) { return -beta * std::pow(t_end, -beta); }));
+            const quenta::solution y = equation.solve(t_end, quenta::to_tolerance(0.0, tolerance));
+            for (int k = 0; k <= 1000; ++k)
+                EXPECT_NEAR(y(t_end * (k / 1000.0)), std::pow(k / 1000.0, beta), tolerance) << "alpha = " << alpha;
+        }
+}
+
 TEST(weakly_singular, any_nodes_have_the_order_P) {
     for (const char kind : {'2', 'D'})
         for (const double alpha : {0.3, 0.8}) {
