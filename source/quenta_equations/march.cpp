@@ -1,5 +1,6 @@
 #include "quenta_equations/march.hpp"
 
+#include "quenta_equations/delay_terms.hpp"
 #include "quenta_equations/finite.hpp"
 #include "quenta_equations/memory_history.hpp"
 #include "quenta_equations/step_equations.hpp"
@@ -69,17 +70,22 @@ march_result march(const quenta_equation& equation, std::vector<double> mesh, co
     step_equations step(equation, solution);
     const bool for_derivative = equation.solves_for_derivative();
 
-    const auto first_attempt = [&](std::int64_t n, const double* g, const double* y, double* X) {
+    const auto first_attempt = [&](std::int64_t n, const double* g, const double* Q, const double* y, double* X) {
         if (n > 0)
-            continue_polynomial(solution, n, false, X);
-        else if (for_derivative)
-            step.right_side_at(y, X);
-        else if (equation.kind == equation_kind::second)
-            std::copy_n(g, n_sys, X);
-        else
+            return continue_polynomial(solution, n, false, X);
+        if (equation.kind == equation_kind::first) {
             for (int i = 0; i < P; ++i)
                 std::copy_n(equation.start.data(), D, X + i * D);
+            return;
+        }
+        if (for_derivative)
+            step.right_side_at(y, X);
+        else
+            std::copy_n(g, n_sys, X);
+        for (std::int64_t R = 0; R < n_sys; ++R)
+            X[R] += Q[R];
     };
+    delay_terms delays(equation, solution);
     try {
         memory_history history(equation, solution);
         forcing_at_nodes forcing(equation, solution);
@@ -87,15 +93,17 @@ march_result march(const quenta_equation& equation, std::vector<double> mesh, co
             std::copy_n(equation.start.data(), D, solution.y.data());
         else if (equation.kind == equation_kind::second) {
             const double zero = 0.0;
+            const std::int64_t first_step = 0;
             equation.forcing(1, &zero, nullptr, solution.y.data());
+            delays.add(1, &first_step, &zero, solution.y.data());
         }
         for (std::int64_t n = 0; n < steps; ++n) {
             double* const X = solution.unknowns.data() + n * n_sys;
             double* const y = solution.y.data() + n * D;
-            const double* const Q = history.sums_of_step(n);
+            const double* const Q = delays.add_to_step(n, history.sums_of_step(n));
             const double* const g = for_derivative ? nullptr : forcing.of_step(n);
             step.prepare(n, history, Q, g, y);
-            first_attempt(n, g, y, X);
+            first_attempt(n, g, Q, y, X);
             equation_status status = step.solve(X);
             if (status != equation_status::solved && equation.kind == equation_kind::first && n > 0) {
                 continue_polynomial(solution, n, true, X);

@@ -1,0 +1,99 @@
+#include "quenta_equations/breaking_points.hpp"
+
+#include "quenta_equations/delay_terms.hpp" // same_time
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace quenta {
+
+namespace {
+
+// A sum of so many delays. Other ends of pieces have the order of no breaking point.
+struct breaking_point {
+    double time;
+    int order;
+};
+constexpr int no_break = std::numeric_limits<int>::max();
+
+void check_count(double count, int most) {
+    if (!(count <= most))
+        throw solve_ended{equation_status::steps_above_delay};
+}
+
+// Sorts the points, and keeps one of those that differ by rounding only, with the smallest order of them.
+void unite(std::vector<breaking_point>& points, double rounding) {
+    std::sort(points.begin(), points.end(), [](const auto& a, const auto& b) { return a.time < b.time; });
+    std::size_t kept = 0;
+    for (const breaking_point& point : points)
+        if (kept > 0 && point.time - points[kept - 1].time <= rounding)
+            points[kept - 1].order = std::min(points[kept - 1].order, point.order);
+        else
+            points[kept++] = point;
+    points.resize(kept);
+}
+
+std::vector<double> distinct_delays(const quenta_equation& equation) {
+    std::vector<double> delays;
+    for (const delay_term& term : equation.delays)
+        delays.push_back(term.delay);
+    std::sort(delays.begin(), delays.end());
+    delays.erase(std::unique(delays.begin(), delays.end()), delays.end());
+    return delays;
+}
+
+bool are_multiples(const std::vector<double>& delays) {
+    return std::all_of(delays.begin(), delays.end(), [&](double delay) {
+        const double ratio = delay / delays.front();
+        return std::fabs(ratio - std::nearbyint(ratio)) <= same_time * ratio;
+    });
+}
+
+// The times k tau and t_end - k tau.
+std::vector<breaking_point> periodic_points(double tau, double t_end) {
+    std::vector<breaking_point> points;
+    for (int k = 0; k * tau < t_end; ++k) {
+        points.push_back({k * tau, k});
+        points.push_back({t_end - k * tau, no_break});
+    }
+    return points;
+}
+
+// The sums of up to most_order delays.
+std::vector<breaking_point> sums_of(const std::vector<double>& delays, double t_end, int most_order, int most) {
+    std::vector<breaking_point> sums{{0.0, 0}};
+    for (const double delay : delays) {
+        const std::size_t without = sums.size();
+        for (std::size_t i = 0; i < without; ++i)
+            for (int k = 1; k <= most_order - sums[i].order && sums[i].time + k * delay < t_end; ++k) {
+                check_count(double(sums.size()), most);
+                sums.push_back({sums[i].time + k * delay, sums[i].order + k});
+            }
+        unite(sums, same_time * t_end);
+    }
+    sums.push_back({t_end, no_break});
+    return sums;
+}
+
+} // namespace
+
+std::vector<mesh_piece> pieces_between_breaks(const quenta_equation& equation, double t_end, int P, int most) {
+    const std::vector<double> delays = distinct_delays(equation);
+    if (delays.empty())
+        return {{0.0, t_end, true}};
+    check_count(t_end / delays.front(), most);
+    const int most_order = equation.solves_for_derivative() ? P + 2 : no_break - 1;
+    std::vector<breaking_point> points =
+        are_multiples(delays) ? periodic_points(delays.front(), t_end) : sums_of(delays, t_end, most_order, most);
+    unite(points, same_time * t_end);
+    points.back().time = t_end;
+    check_count(double(points.size()) - 1.0, most);
+    std::vector<mesh_piece> pieces;
+    for (std::size_t i = 1; i < points.size(); ++i)
+        pieces.push_back({points[i - 1].time, points[i].time, points[i - 1].order <= most_order});
+    return pieces;
+}
+
+} // namespace quenta
