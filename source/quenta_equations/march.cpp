@@ -6,6 +6,7 @@
 #include "quenta_equations/step_equations.hpp"
 
 #include <algorithm>
+#include <functional>
 
 namespace quenta {
 
@@ -52,6 +53,18 @@ void continue_polynomial(const quenta_solution& solution, std::int64_t n, bool a
     }
 }
 
+// y0 or g(0) with the delay terms.
+void value_at_0(const quenta_equation& equation, delay_terms& delays, double* y) {
+    const double zero = 0.0;
+    const std::int64_t first_step = 0;
+    if (equation.solves_for_derivative())
+        std::copy_n(equation.start.data(), equation.D, y);
+    else if (equation.kind == equation_kind::second) {
+        equation.forcing(1, &zero, nullptr, y);
+        delays.add(1, &first_step, &zero, y);
+    }
+}
+
 // A first-kind equation has no value at 0 before its first step is solved, and g of the second kind may be infinite
 // there.
 bool starts_with_a_number(const quenta_equation& equation, const double* y) {
@@ -72,31 +85,20 @@ march_result march(const quenta_equation& equation, std::vector<double> mesh, co
 
     const auto first_attempt = [&](std::int64_t n, const double* g, const double* Q, const double* y, double* X) {
         if (n > 0)
-            return continue_polynomial(solution, n, false, X);
-        if (equation.kind == equation_kind::first) {
+            continue_polynomial(solution, n, false, X);
+        else if (equation.kind == equation_kind::first)
             for (int i = 0; i < P; ++i)
                 std::copy_n(equation.start.data(), D, X + i * D);
-            return;
+        else {
+            for_derivative ? step.right_side_at(y, X) : void(std::copy_n(g, n_sys, X));
+            std::transform(X, X + n_sys, Q, X, std::plus<>());
         }
-        if (for_derivative)
-            step.right_side_at(y, X);
-        else
-            std::copy_n(g, n_sys, X);
-        for (std::int64_t R = 0; R < n_sys; ++R)
-            X[R] += Q[R];
     };
     delay_terms delays(equation, solution);
     try {
         memory_history history(equation, solution);
         forcing_at_nodes forcing(equation, solution);
-        if (for_derivative)
-            std::copy_n(equation.start.data(), D, solution.y.data());
-        else if (equation.kind == equation_kind::second) {
-            const double zero = 0.0;
-            const std::int64_t first_step = 0;
-            equation.forcing(1, &zero, nullptr, solution.y.data());
-            delays.add(1, &first_step, &zero, solution.y.data());
-        }
+        value_at_0(equation, delays, solution.y.data());
         for (std::int64_t n = 0; n < steps; ++n) {
             double* const X = solution.unknowns.data() + n * n_sys;
             double* const y = solution.y.data() + n * D;
