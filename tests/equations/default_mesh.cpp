@@ -120,8 +120,8 @@ TEST(default_mesh, has_pieces_of_any_length) {
         for (const double alpha : {0.0, 0.5}) {
             auto equation = quenta::second_kind([](double) { return 1.0; });
             equation.delay(1.0).delay(1.0 + gap).lag_memory(quenta::weakly_singular(alpha, [](double) { return 0.0; }));
-            for (const double t_end : {1.0 + gap / 2, 1.0 + gap, 3.0 + gap / 2}) {
-                const auto y = equation.solve(t_end, quenta::to_tolerance(1e-10).nodes(QUENTA_RADAU, 3));
+            for (const double t_end : {1.0 + gap / 2, 3.0 + gap / 2}) {
+                const auto y = equation.solve(t_end, quenta::to_tolerance(1e-10));
                 EXPECT_NEAR(y(0.5), 1.0, 1e-10);
                 EXPECT_NEAR(y(std::min(t_end, 1.0)), 1.0, 1e-10);
                 EXPECT_NEAR(y(std::min(t_end, 2.5)), t_end > 2 ? 7.0 : y.values().back(), 1e-9);
