@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
-#include <utility>
 
 namespace quenta {
 
@@ -35,10 +35,12 @@ void unite(std::vector<breaking_point>& points, double rounding) {
     points.resize(kept);
 }
 
-std::vector<double> distinct_delays(const quenta_equation& equation) {
+// Those that are shorter than t_end.
+std::vector<double> distinct_delays(const quenta_equation& equation, double t_end) {
     std::vector<double> delays;
     for (const delay_term& term : equation.delays)
-        delays.push_back(term.delay);
+        if (term.delay < t_end)
+            delays.push_back(term.delay);
     std::sort(delays.begin(), delays.end());
     delays.erase(std::unique(delays.begin(), delays.end()), delays.end());
     return delays;
@@ -47,7 +49,7 @@ std::vector<double> distinct_delays(const quenta_equation& equation) {
 bool are_multiples(const std::vector<double>& delays) {
     return std::all_of(delays.begin(), delays.end(), [&](double delay) {
         const double ratio = delay / delays.front();
-        return std::fabs(ratio - std::nearbyint(ratio)) <= same_time * ratio;
+        return std::fabs(ratio - double(std::int64_t(ratio + 0.5))) <= same_time * ratio;
     });
 }
 
@@ -80,10 +82,10 @@ std::vector<breaking_point> sums_of(const std::vector<double>& delays, double t_
 } // namespace
 
 std::vector<mesh_piece> pieces_between_breaks(const quenta_equation& equation, double t_end, int P, int most) {
-    const std::vector<double> delays = distinct_delays(equation);
+    check_count(t_end / equation.shortest_delay(), most);
+    const std::vector<double> delays = distinct_delays(equation, t_end);
     if (delays.empty())
         return {{0.0, t_end, true}};
-    check_count(t_end / delays.front(), most);
     const int most_order = equation.solves_for_derivative() ? P + 2 : no_break - 1;
     std::vector<breaking_point> points =
         are_multiples(delays) ? periodic_points(delays.front(), t_end) : sums_of(delays, t_end, most_order, most);

@@ -20,7 +20,7 @@ struct mesh_piece {
     bool after_break; // starts at 0 or at a breaking point
 };
 
-// One piece, if there are no delay terms. Throws solve_ended if there are more than `most` pieces, or if t_end is
+// One piece, if no delay is shorter than t_end. Throws solve_ended if there are more than `most` pieces, or if t_end is
 // longer than `most` times the shortest delay.
 std::vector<mesh_piece> pieces_between_breaks(const quenta_equation& equation, double t_end, int P, int most);
 

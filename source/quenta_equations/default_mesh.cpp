@@ -33,8 +33,8 @@ default_mesh::default_mesh(const quenta_equation& equation, double end, int P, i
     double total = 0.0;
     for (const auto& [start, piece_end, after_break] : pieces_between_breaks(equation, end, P, most_steps)) {
         const double length = piece_end - start;
-        const double wanted = std::ceil(almost_1 * std::max(steps * (length / end), length / delay));
-        piece next{start, piece_end, int(wanted), 0, 1.0, 0.0, 0.0};
+        const double wanted = almost_1 * std::max(steps * (length / end), length / delay);
+        piece next{start, piece_end, 1 + int(wanted), 0, 1.0, 0.0, 0.0};
         if (after_break && beta < 1.0) {
             if (!equation.delays.empty())
                 next.steps = std::max(next.steps, 2);
