@@ -51,7 +51,7 @@ default_mesh::default_mesh(const quenta_equation& equation, double end, int P, i
 // is a multiple of 8, twice as many steps have twice as many graded ones.
 int default_mesh::graded_steps(int steps) const {
     const int of_eight = 4 + static_cast<int>(3.0 * (1.0 - beta));
-    return beta == 1.0 ? 0 : static_cast<int>(std::int64_t{steps} * of_eight / 8);
+    return static_cast<int>(std::int64_t{steps} * of_eight / 8);
 }
 
 // Grades the piece with the exponent r, or a smaller one if its steps would be too short.
@@ -67,7 +67,7 @@ void default_mesh::set_grading(piece& of, double r, int doublings) const {
         if (r < least_grading || shortest_equal <= 2.0 * shortest_step)
             return;
         of.offset = power(shortest_step / shortest_equal, 1.0 / (r - 1.0));
-        of.offset_power = of.offset > 0.0 ? power(of.offset, r) : 0.0;
+        of.offset_power = power(of.offset, r);
     }
     of.graded = r > 1.0 ? int(J) : 0;
     of.grading = r;

@@ -48,9 +48,8 @@ constexpr text texts[] = {
     {QUENTA_EQUATION_BAD_PUSH, "expected finite numbers to push, one for each column of the history"},
     {QUENTA_EQUATION_NO_STEP_LEFT, "expected a history with a step left: all its steps are done"},
     {QUENTA_EQUATION_BAD_DELAY, "expected a finite delay above 0"},
-    {QUENTA_EQUATION_STEPS_ABOVE_DELAY,
-     "expected steps that are at most as long as the shortest delay and, without a mesh, a number of steps "
-     "that allows this: at most 100000000 or max_steps / 8"},
+    {QUENTA_EQUATION_STEPS_ABOVE_DELAY, "expected steps at most as long as the shortest delay; without a mesh, "
+                                        "100000000 of them must be enough, or max_steps / 8 to a tolerance"},
 };
 
 } // namespace

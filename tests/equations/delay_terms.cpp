@@ -166,6 +166,16 @@ TEST(delay_terms, of_the_first_kind_have_one_order_less_after_each_delay) {
         }
     }
     EXPECT_NEAR(equation.solve(1.0, to_tolerance(1e-6))(1.0), std::exp(1.0), 3e-6);
+
+    // The integral of y, plus y(t - 0.4), is t: y = 1 up to 0.4, where the integral would have to jump.
+    const auto unbounded =
+        quenta::first_kind([](double t) { return t; }).memory([](double, double) { return 1.0; }).delay(0.4);
+    try {
+        unbounded.solve(1.0, to_tolerance(1e-3, 0.0, 512));
+        ADD_FAILURE() << "expected that the tolerance is missed";
+    } catch (const quenta::solve_failure& failure) {
+        EXPECT_EQ(failure.status, QUENTA_EQUATION_TOLERANCE_MISSED);
+    }
 }
 
 TEST(delay_terms, are_exact_where_the_solution_is_a_polynomial_between_the_breaking_points) {
@@ -331,6 +341,29 @@ TEST(delay_terms, are_iterated) {
     const std::vector<double> at_jumps = problem.equation.iterate(y, std::vector{0.75, 1.5, 2.25});
     for (int k = 1; k <= 3; ++k)
         EXPECT_NEAR(at_jumps[std::size_t(k - 1)], renewal(0.75 * k), 1e-7); // from the left
+}
+
+// As many times as are known in one call.
+TEST(delay_terms, call_their_functions_for_many_steps_at_once) {
+    struct {
+        int calls = 0, points = 0;
+    } counts;
+    const auto count_points = [](void* context, int count, const double*, const double*, double* values) {
+        auto& [calls, points] = *static_cast<decltype(counts)*>(context);
+        ++calls;
+        points += count;
+        std::fill_n(values, count, 1.0);
+        return 0;
+    };
+    quenta_equation* equation = nullptr;
+    quenta_solution* solution = nullptr;
+    ASSERT_EQ(quenta_equation_integro_differential(1, nullptr, nullptr, std::array{1.0}.data(), &equation), 0);
+    ASSERT_EQ(quenta_equation_add_delay(equation, 1, 1.0, count_points, &counts), 0);
+    ASSERT_EQ(quenta_equation_solve(equation, 10.0, 1000, nullptr, 0, &solution), 0);
+    EXPECT_EQ(counts.points, 900 * 3);
+    EXPECT_LE(counts.calls, 10);
+    quenta_solution_destroy(solution);
+    quenta_equation_destroy(equation);
 }
 
 // Steps of a caller's mesh of which some begin or end, minus a delay, at mesh points up to rounding.

@@ -349,6 +349,7 @@ TEST_F(equation_refusals, of_steps_that_are_longer_than_a_delay) {
     // The numbers of steps, and of sums of both delays. To a tolerance, each piece needs 8 steps.
     expect({solve("too many steps", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, 0.251e8, 4, {}, 0),
             to_tolerance("512 pieces", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, 150.0, 1e-3, 0.0, 4096, {}, 0),
+            to_tolerance("6 pieces of 10 steps", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, 1.0, 1e-3, 0.0, 64, {}, 0),
             to_tolerance("sums", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, 30.0, 1e-3, 0.0, 1000, {}, 0),
             solve("t_end", QUENTA_EQUATION_BAD_END, second, least * 0x1p46, 4, {}, 0)});
 }
