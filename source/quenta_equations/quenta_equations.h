@@ -6,20 +6,18 @@
  *
  * on 0 <= t <= t_end, where y and g have D components and the memory M is a sum of any number of terms,
  *
- *   M(t) = sum over terms r of   integral from 0 to t of   (t - s)^-alpha_r K_r(t, s) phi_r(s, y(s)) ds.
- *
- * and, if there are any, of delay terms
- *
- *   w_r(t) phi_r(t - tau_r, y(t - tau_r)),   tau_r > 0.
+ *   M(t) = sum over terms r of   integral from 0 to t of   (t - s)^-alpha_r K_r(t, s) phi_r(s, y(s)) ds
+ *          or, for a delay term, of   w_r(t) phi_r(t - tau_r, y(t - tau_r)),   tau_r > 0.
  *
  * K_r and w_r have D rows and E_r columns, phi_r has E_r components. phi_r(s, y) = y unless it is given. The functions
  * K_r are smooth on 0 <= s <= t; they are never evaluated at s > t. Each term has its own singularity, 0 <= alpha_r
  * < 1. With alpha_r > 0 its kernel is infinite at s = t; the factor is integrated exactly.
  *
  * The solvers use piecewise polynomial collocation on any mesh (H. Brunner, Collocation Methods for Volterra Integral
- * and Related Functional Differential Equations, Cambridge University Press 2004, chapters 2, 3, 6 and 7). With n steps
- * and P nodes they evaluate each K_r at n * (n - 1) / 2 * P * P + n * P * P points, in batches, and store O(n) numbers.
- * A delay term adds O(n P).
+ * and Related Functional Differential Equations, Cambridge University Press 2004, chapters 2 to 4, 6 and 7). With n
+ * steps and P nodes they evaluate each K_r at n * (n - 1) / 2 * P * P + n * P * P points, in batches, and store O(n)
+ * numbers. The functions of a delay term are evaluated at up to n * P points.
+ *
  * On 256 or more equal steps a kernel of the lag takes n * P * P evaluations, and the solve n log^2 n operations. Its
  * sums then have rounding errors of some 1e-16 of the largest values of kernel and solution, so values of the solution
  * that are smaller than that are worthless. A kernel that is given as K(t, s) is summed directly, and keeps them.
