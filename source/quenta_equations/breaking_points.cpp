@@ -5,18 +5,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <limits>
 
 namespace quenta {
 
 namespace {
 
-// A sum of so many delays. Other ends of pieces have the order of no breaking point.
+// A time, and the order of the derivative of y that has a jump there.
 struct breaking_point {
     double time;
     int order;
 };
-constexpr int no_break = std::numeric_limits<int>::max();
 
 void check_count(double count, int most) {
     if (!(count <= most))
@@ -54,28 +52,36 @@ bool are_multiples(const std::vector<double>& delays) {
 }
 
 // The times k tau and t_end - k tau.
-std::vector<breaking_point> periodic_points(double tau, double t_end) {
+std::vector<breaking_point> periodic_points(double tau, int smoothing, double t_end) {
     std::vector<breaking_point> points;
     for (int k = 0; k * tau < t_end; ++k) {
-        points.push_back({k * tau, k});
-        points.push_back({t_end - k * tau, no_break});
+        points.push_back({k * tau, k * smoothing});
+        points.push_back({t_end - k * tau, no_jump});
     }
     return points;
 }
 
-// The sums of up to most_order delays.
-std::vector<breaking_point> sums_of(const std::vector<double>& delays, double t_end, int most_order, int most) {
-    std::vector<breaking_point> sums{{0.0, 0}};
-    for (const double delay : delays) {
-        const std::size_t without = sums.size();
-        for (std::size_t i = 0; i < without; ++i)
-            for (int k = 1; k <= most_order - sums[i].order && sums[i].time + k * delay < t_end; ++k) {
-                check_count(double(sums.size()), most);
-                sums.push_back({sums[i].time + k * delay, sums[i].order + k});
-            }
+// The sums of delays, of up to most_order.
+std::vector<breaking_point> sums_of(const std::vector<double>& delays, int smoothing, double t_end, int most_order,
+                                    int most) {
+    std::vector<breaking_point> sums{{0.0, 0}, {t_end, no_jump}};
+    std::size_t distinct = sums.size();
+    const auto keep_distinct = [&] {
         unite(sums, same_time * t_end);
+        distinct = sums.size();
+        check_count(double(distinct), most);
+    };
+    for (const double delay : delays) {
+        const std::vector<breaking_point> without = sums;
+        for (int k = 1; k * delay < t_end; ++k) {
+            for (const auto& [time, order] : without)
+                if (order <= most_order - k * smoothing && time + k * delay < t_end)
+                    sums.push_back({time + k * delay, order + k * smoothing});
+            if (sums.size() > 2 * distinct + 1000)
+                keep_distinct();
+        }
+        keep_distinct();
     }
-    sums.push_back({t_end, no_break});
     return sums;
 }
 
@@ -85,16 +91,16 @@ std::vector<mesh_piece> pieces_between_breaks(const quenta_equation& equation, d
     check_count(t_end / equation.shortest_delay(), most);
     const std::vector<double> delays = distinct_delays(equation, t_end);
     if (delays.empty())
-        return {{0.0, t_end, true}};
-    const int most_order = equation.solves_for_derivative() ? P + 2 : no_break - 1;
-    std::vector<breaking_point> points =
-        are_multiples(delays) ? periodic_points(delays.front(), t_end) : sums_of(delays, t_end, most_order, most);
+        return {{0.0, t_end, 0}};
+    const int smoothing = equation.solves_for_derivative() ? 1 : 0;
+    std::vector<breaking_point> points = are_multiples(delays) ? periodic_points(delays.front(), smoothing, t_end)
+                                                               : sums_of(delays, smoothing, t_end, P + 2, most);
     unite(points, same_time * t_end);
     points.back().time = t_end;
     check_count(double(points.size()) - 1.0, most);
     std::vector<mesh_piece> pieces;
     for (std::size_t i = 1; i < points.size(); ++i)
-        pieces.push_back({points[i - 1].time, points[i].time, points[i - 1].order <= most_order});
+        pieces.push_back({points[i - 1].time, points[i].time, points[i - 1].order});
     return pieces;
 }
 

@@ -11,14 +11,17 @@
 
 #include "quenta_equations/equation.hpp"
 
+#include <limits>
 #include <vector>
 
 namespace quenta {
 
+// At the start, the derivative of y of this order has a jump. The order of a start without one is `no_jump`.
 struct mesh_piece {
     double start, end;
-    bool after_break; // starts at 0 or at a breaking point
+    int order;
 };
+inline constexpr int no_jump = std::numeric_limits<int>::max();
 
 // One piece, if no delay is shorter than t_end. Throws solve_ended if there are more than `most` pieces, or if t_end is
 // longer than `most` times the shortest delay.

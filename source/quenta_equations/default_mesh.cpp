@@ -29,16 +29,16 @@ double smoothness(const quenta_equation& equation) {
 
 default_mesh::default_mesh(const quenta_equation& equation, double end, int P, int steps, int doublings, int most_steps)
     : beta{smoothness(equation)}, shortest_step{equation.delays.empty() ? 0.0 : 4.0 * same_time * end} {
-    const double delay = equation.shortest_delay(), beta_after_0 = equation.solves_for_derivative() ? 1.0 + beta : beta;
+    const double delay = equation.shortest_delay();
     double total = 0.0;
-    for (const auto& [start, piece_end, after_break] : pieces_between_breaks(equation, end, P, most_steps)) {
+    for (const auto& [start, piece_end, order] : pieces_between_breaks(equation, end, P, most_steps)) {
         const double length = piece_end - start;
         const double wanted = almost_1 * std::max(steps * (length / end), length / delay);
         piece next{start, piece_end, 1 + int(wanted), 0, 1.0, 0.0, 0.0};
-        if (after_break && beta < 1.0) {
+        if (const double r = P / (beta + order); beta < 1.0 && (start == 0.0 || r >= least_grading)) {
             if (!equation.delays.empty())
                 next.steps = std::max(next.steps, 2);
-            set_grading(next, P / (start == 0.0 ? beta : beta_after_0), doublings);
+            set_grading(next, r, doublings);
         }
         total += next.steps;
         pieces.push_back(next);
@@ -64,7 +64,7 @@ void default_mesh::set_grading(piece& of, double r, int doublings) const {
     } else {
         // With this offset the first step is about as long as the shortest one.
         const double shortest_equal = (of.end - of.start) / std::ldexp(double(of.steps), doublings);
-        if (r < least_grading || shortest_equal <= 2.0 * shortest_step)
+        if (shortest_equal <= 2.0 * shortest_step)
             return;
         of.offset = power(shortest_step / shortest_equal, 1.0 / (r - 1.0));
         of.offset_power = power(of.offset, r);

@@ -10,10 +10,10 @@
 // and beta = alpha in the first kind, where alpha is the largest singularity (Brunner 2004, chapters 6 and 7).
 //
 // With delay terms, this is the mesh of each piece between two breaking points (breaking_points.hpp). A piece has as
-// many steps as its length asks for, at least one, so that the mesh may have more steps than were asked for. In an
-// integro-differential equation beta is larger by 1 after the first piece. The time of a breaking point has rounding
-// errors, so the steps after it are not arbitrarily short: x^r is replaced by ((k + (1 - k) x)^r - k^r) / (1 - k^r),
-// with a small k.
+// many steps as its length asks for, at least one, so that the mesh may have more steps than were asked for. beta is
+// larger by the order of the derivative that has a jump at the breaking point. The time of a breaking point has
+// rounding errors, so the steps after it are not arbitrarily short: x^r is replaced by ((k + (1 - k) x)^r - k^r) / (1 -
+// k^r), with a small k.
 //
 // A mesh can be doubled: its steps are halved or, where they are graded, divided in the same way.
 #pragma once

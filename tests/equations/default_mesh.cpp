@@ -101,6 +101,15 @@ TEST(default_mesh, contains_the_sums_of_delays) {
         EXPECT_GT(y.mesh()[n] - y.mesh()[n - 1], 1e-3); // 3 * 0.2 and 2 * 0.3 are one point
 }
 
+TEST(default_mesh, counts_equal_sums_of_delays_once) {
+    auto equation = quenta::second_kind([](double) { return 1.0; });
+    for (const double delay : {0.2, 0.3, 0.5, 0.7})
+        equation.delay(delay, 0.1);
+    const auto y = equation.solve(30.0, quenta::to_tolerance(1e-3)); // there are 300 sums, but some 10^6 combinations
+    EXPECT_LT(y.steps(), 3000);
+    EXPECT_NEAR(y(30.0), 1 / 0.6, 2e-3);
+}
+
 // A sum of more than P + 2 delays is no breaking point of an integro-differential equation with P nodes.
 TEST(default_mesh, contains_the_sums_of_few_delays_for_an_integro_differential_equation) {
     auto equation = quenta::integro_differential(nullptr, 1.0);
