@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <limits>
 #include <numbers>
+#include <random>
 #include <span>
 #include <string>
 #include <tuple>
@@ -205,6 +206,61 @@ TEST(delay_terms, are_solved_to_a_tolerance) {
         EXPECT_LE(error_between(problem, y), y.error()[0] + 1e-13) << problem.name;
         EXPECT_LT(y.steps(), 400) << problem.name;
     }
+}
+
+// Up to three delays, commensurable or not, linear and nonlinear terms, with and without a past and an integral.
+quenta::equation random_equation(unsigned seed, double& t_end) {
+    std::mt19937 generator(seed);
+    const auto number = [&](double least, double most) {
+        return least + (most - least) * double(generator()) / 4294967296.0;
+    };
+    const double w = number(0.2, 3.0), a = number(-1.0, 0.3), c = number(-1.0, 0.5), r = number(0.0, 2.0);
+    t_end = number(0.5, 6.0);
+    const bool nonlinear = seed % 2 == 0;
+    quenta::equation equation =
+        seed % 4 < 2 ? quenta::second_kind([=](double t) { return 1 + std::sin(w * t); })
+                     : quenta::integro_differential([=](double t, double y) { return a * y + std::cos(w * t); }, 1.0);
+    for (int delays = 1 + int(generator() % 3); delays > 0; --delays) {
+        const double tau = seed % 3 == 0 ? number(0.15, 2.0) : 0.25 * double(1 + generator() % 6),
+                     b = number(-0.8, 0.8);
+        const auto weight = [=](double t) {
+            return b * std::cos(w * t);
+        };
+        if (nonlinear)
+            equation.delay(tau, weight, [](double, double y) { return std::sin(y) + 0.3 * y; });
+        else
+            equation.delay(tau, weight);
+    }
+    if (seed % 5 < 2)
+        equation.past([](double t) { return std::cos(2 * t); });
+    if (seed % 7 < 3)
+        equation.memory([=](double t, double s) { return c * std::exp(-r * (t - s)); },
+                        [=](double, double y) { return nonlinear ? y / (1 + y * y) : y; });
+    return equation;
+}
+
+TEST(delay_terms, reach_the_tolerance_of_random_equations) {
+    int reached = 0;
+    for (unsigned seed = 0; seed < 45; ++seed) {
+        double t_end = 0.0, largest = 0.0, error = 0.0;
+        const quenta::equation equation = random_equation(seed, t_end);
+        const double rtol = std::pow(10.0, -3.0 - seed % 5);
+        try {
+            const auto y = equation.solve(t_end, to_tolerance(rtol, 0.0, 512)),
+                       finer = equation.solve(t_end, to_tolerance(rtol / 50, 0.0, 1024));
+            for (double t = t_end / 997; t < t_end; t += t_end / 499) {
+                largest = std::max(largest, std::fabs(finer(t)));
+                error = std::max(error, std::fabs(y(t) - finer(t)));
+            }
+            EXPECT_LT(error, rtol * largest) << "seed " << seed;
+            ++reached;
+        } catch (const quenta::equation_error& refused) {
+            EXPECT_TRUE(refused.status == QUENTA_EQUATION_STEPS_ABOVE_DELAY ||
+                        refused.status == QUENTA_EQUATION_TOLERANCE_MISSED)
+                << refused.what();
+        }
+    }
+    EXPECT_GT(reached, 35);
 }
 
 quenta::equation singular_equation() {
