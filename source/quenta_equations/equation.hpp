@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace quenta {
@@ -37,6 +38,14 @@ struct memory_term {
     bool is_linear() const { return !phi; }
 };
 
+// The delay term w(t) phi(t - delay, y(t - delay)) of M(t): w has D rows and E columns.
+struct delay_term {
+    int E;
+    double delay;
+    callback weight; // w(t) is the unit matrix if there is none
+    callback phi;    // phi(s, y) = y if there is none
+};
+
 } // namespace quenta
 
 struct quenta_equation {
@@ -46,6 +55,9 @@ struct quenta_equation {
     quenta::callback jacobian;
     std::vector<double> start; // integro-differential: y0; first kind: where the first iteration starts
     std::vector<quenta::memory_term> memory;
+    std::vector<quenta::delay_term> delays;
+    bool last_is_delay = false; // the term that was added last
+    quenta::callback past;      // y(t) before 0, where the delay terms are 0 without it
     quenta_progress progress = nullptr;
     void* progress_context = nullptr;
 
@@ -62,5 +74,13 @@ struct quenta_equation {
 
     bool is_singular() const {
         return std::any_of(memory.begin(), memory.end(), [](const auto& term) { return term.singularity > 0.0; });
+    }
+
+    // Infinite without delay terms.
+    double shortest_delay() const {
+        double shortest = std::numeric_limits<double>::infinity();
+        for (const quenta::delay_term& term : delays)
+            shortest = std::min(shortest, term.delay);
+        return shortest;
     }
 };

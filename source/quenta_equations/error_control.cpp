@@ -1,6 +1,7 @@
 #include "quenta_equations/error_control.hpp"
 
 #include "quenta_equations/default_mesh.hpp"
+#include "quenta_equations/delay_terms.hpp"
 #include "quenta_solvers/dense_solve.hpp" // eps
 
 #include <algorithm>
@@ -13,7 +14,8 @@ namespace quenta {
 
 namespace {
 
-constexpr std::int64_t first_steps = 8;
+constexpr int first_steps = 8;
+constexpr int least_doublings = 3; // with fewer there are not two observed orders, and so no reliable estimate
 constexpr double unknown = std::numeric_limits<double>::infinity();
 constexpr double largest_number = std::numeric_limits<double>::max(); // where nothing is allowed
 
@@ -80,32 +82,68 @@ private:
     std::vector<double> scale;
 };
 
-// `fine` has twice as many steps: each step of `coarse` is two of them, which are equal unless the mesh is graded.
+// Each step of `coarse` is two of `fine`, which are equal unless the mesh is graded, or one, if it is too short to be
+// divided.
 distances differences(const quenta_solution& coarse, const quenta_solution& fine, bool is_graded,
                       const tolerance& wanted) {
     distances result(fine, wanted);
     std::vector<double> a(fine.D), b(fine.D);
-    const auto compare_at = [&](std::int64_t n, double x) {
-        const double first = is_graded ? fine.step_length(n - n % 2) / coarse.step_length(n / 2) : 0.5;
-        fine.value(n, x, a.data());
-        coarse.value(n / 2, n % 2 == 0 ? x * first : first + x * (1.0 - first), b.data());
-        for (int component = 0; component < fine.D; ++component)
-            result.add(component, std::fabs(a[component] - b[component]), a[component]);
-    };
+    std::int64_t k = 0; // the coarse step that contains the fine step n
     for (std::int64_t n = 0; n < fine.steps; ++n) {
+        if (fine.mesh[n] == coarse.mesh[k + 1])
+            ++k;
+        const bool is_first = fine.mesh[n] == coarse.mesh[k], is_last = fine.mesh[n + 1] == coarse.mesh[k + 1];
+        const double middle =
+            !is_graded ? 0.5 : (fine.mesh[n + (is_first ? 1 : 0)] - coarse.mesh[k]) / coarse.step_length(k);
+        const double start = is_first ? 0.0 : middle, length = (is_last ? 1.0 : middle) - start;
+        const auto compare_at = [&](double x) {
+            fine.value(n, x, a.data());
+            coarse.value(k, start + x * length, b.data());
+            for (int component = 0; component < fine.D; ++component)
+                result.add(component, std::fabs(a[component] - b[component]), a[component]);
+        };
         for (const double x : inner_points)
-            compare_at(n, x);
+            compare_at(x);
         for (int i = 0; i < fine.nodes.P; ++i)
-            compare_at(n, fine.nodes.c[i]);
+            compare_at(fine.nodes.c[i]);
     }
     return result;
 }
 
+// The jumps of the delay terms at the mesh points, D for each, which are jumps of y or, in an integro-differential
+// equation, of y'. (A jump of y in the first kind is not known.)
+std::vector<double> jumps_of_delay_terms(const quenta_equation& equation, const quenta_solution& solution) {
+    const std::int64_t D = solution.D, inner = equation.delays.empty() ? 0 : solution.steps - 1;
+    std::vector<double> jump(solution.steps * D);
+    if (equation.kind == equation_kind::first)
+        return jump;
+    std::vector<std::int64_t> step(2 * inner);
+    std::vector<double> t(2 * inner), sums(2 * inner * D);
+    for (std::int64_t p = 0; p < 2 * inner; ++p) {
+        step[p] = (p + 1) / 2;
+        t[p] = solution.mesh[p / 2 + 1];
+    }
+    delay_terms(equation, solution).add(2 * inner, step.data(), t.data(), sums.data());
+    for (std::int64_t n = 1; n <= inner; ++n)
+        for (std::int64_t a = 0; a < D; ++a)
+            jump[n * D + a] = sums[(2 * n - 1) * D + a] - sums[(2 * n - 2) * D + a];
+    return jump;
+}
+
 // A jump of y' at a mesh point means an error of y that grows over the distance of the nodes beside it.
-// At 0 the slope is f(0, y0).
+// At 0 the slope is f(0, y0) with the delay terms. Jumps of the delay terms are no errors.
+void slope_at_0(const quenta_equation& equation, const quenta_solution& solution, double* slope) {
+    constexpr double zero = 0.0;
+    constexpr std::int64_t first_step = 0;
+    if (equation.forcing)
+        equation.forcing(1, &zero, solution.y.data(), slope);
+    delay_terms(equation, solution).add(1, &first_step, &zero, slope);
+}
+
 distances jumps(const quenta_equation& equation, const quenta_solution& solution, const tolerance& wanted) {
     distances result(solution, wanted);
     const bool of_slope = equation.solves_for_derivative();
+    const std::vector<double> expected = jumps_of_delay_terms(equation, solution);
     const double gap = solution.nodes.c[0] + 1.0 - solution.nodes.c[solution.nodes.P - 1];
     std::vector<double> before(solution.D), after(solution.D);
     for (std::int64_t n = 0; n < solution.steps; ++n) {
@@ -114,13 +152,13 @@ distances jumps(const quenta_equation& equation, const quenta_solution& solution
             std::copy_n(y, solution.D, before.data());
         else if (n > 0)
             solution.slope(n - 1, 1.0, before.data());
-        else if (const double zero = 0.0; equation.forcing)
-            equation.forcing(1, &zero, y, before.data());
+        else
+            slope_at_0(equation, solution, before.data());
         of_slope ? solution.slope(n, 0.0, after.data()) : solution.value(n, 0.0, after.data());
         const double factor = of_slope ? gap * solution.step_length(n) : 1.0;
         for (int a = 0; a < solution.D; ++a)
             if (std::isfinite(before[a])) // g and f may be infinite at 0
-                result.add(a, factor * std::fabs(after[a] - before[a]), y[a]);
+                result.add(a, factor * std::fabs(after[a] - before[a] - expected[n * solution.D + a]), y[a]);
     }
     return result;
 }
@@ -130,13 +168,16 @@ distances jumps(const quenta_equation& equation, const quenta_solution& solution
 class doubling {
 public:
     doubling(const quenta_equation& of, double end, const tolerance& to, const collocation_nodes& with)
-        : equation{of}, t_end{end}, wanted{to}, nodes{with}, meshes{of, end, with.P, to.max_steps},
+        : equation{of}, t_end{end}, wanted{to}, nodes{with}, meshes{mesh_of(of, end, with.P, to.max_steps)},
           decrease_of_scheme{double(1 << (with.P + (of.solves_for_derivative() ? 1 : 0)))} {}
 
     march_result run() {
         bool go_on = true;
-        for (std::int64_t steps = first_steps; go_on && steps <= wanted.max_steps; steps *= 2) {
-            march_result fine = march(equation, meshes.of(int(steps)), nodes);
+        for (doublings = 0; go_on; ++doublings) {
+            std::vector<double> mesh = meshes.doubled(doublings);
+            if (std::int64_t(mesh.size()) - 1 > wanted.max_steps)
+                break;
+            march_result fine = march(equation, std::move(mesh), nodes);
             fine.solution.error.assign(equation.D, unknown);
             try {
                 go_on = fine.status == equation_status::solved ? judge(fine) : may_succeed(fine);
@@ -153,6 +194,13 @@ public:
     }
 
 private:
+    static default_mesh mesh_of(const quenta_equation& equation, double t_end, int P, int max_steps) {
+        int doublings = least_doublings;
+        while (first_steps << (doublings + 1) <= max_steps)
+            ++doublings;
+        return {equation, t_end, P, first_steps, doublings, max_steps >> least_doublings};
+    }
+
     // Whether more steps may succeed where this solve failed, because its steps were too long. Keeps what it solved.
     bool may_succeed(const march_result& fine) {
         const quenta_solution &now = fine.solution, &last = coarse.solution;
@@ -191,8 +239,8 @@ private:
         for (int a = 0; a < equation.D; ++a)
             fine.solution.error[a] = std::max(factor * now.largest[a], jump.largest[a]);
         const bool is_last = 2 * steps > wanted.max_steps;
-        const bool reached =
-            converges && estimate <= 1.0 && (is_last || meshes.equal_steps(int(steps)) * nodes.P >= least_nodes);
+        const bool reached = converges && estimate <= 1.0 &&
+                             (is_last || meshes.equal_steps(first_steps << doublings) * nodes.P >= least_nodes);
         // A larger estimate refutes the one before, unless both are rounding.
         if (reached || now.relative > noise || !(estimate > smallest_estimate)) {
             best = fine;
@@ -240,6 +288,7 @@ private:
     const default_mesh meshes;
     const double decrease_of_scheme;
 
+    int doublings = 0;
     march_result coarse{}, best{};
     bool is_reached = false;
     double smallest_estimate = unknown;

@@ -2,6 +2,7 @@
 #include "quenta_equations/quenta_equations.h"
 
 #include "quenta_equations/default_mesh.hpp"
+#include "quenta_equations/delay_terms.hpp" // same_time
 #include "quenta_equations/equation.hpp"
 #include "quenta_equations/error_control.hpp"
 #include "quenta_equations/export_checks.hpp"
@@ -23,7 +24,7 @@ using namespace quenta;
 namespace {
 
 constexpr int max_dimension = 1000, default_max_steps = 16384;
-constexpr int min_max_steps = 64; // with fewer there are not two observed orders, and so no reliable estimate
+constexpr int min_max_steps = 64; // see error_control.cpp
 
 // The number of nodes if the caller leaves the choice to the library. To a tolerance, and at the start of a singular
 // equation, the higher order needs fewer evaluations of the kernel.
@@ -52,6 +53,7 @@ int add_term(quenta_equation* equation, int E, double singularity, quenta_functi
         check(E >= 1 && E <= max_dimension, equation_status::bad_dimension);
         check(singularity >= 0.0 && singularity < 1.0, equation_status::bad_singularity);
         equation->memory.push_back({E, singularity, of_lag, {kernel, context}, {}, {}});
+        equation->last_is_delay = false;
     });
 }
 
@@ -86,6 +88,8 @@ void check_equation(const quenta_equation& equation) {
     check(equation.kind != equation_kind::first || !equation.memory.empty(), equation_status::no_term);
     for (const memory_term& term : equation.memory)
         check(!term.is_linear() || term.E == equation.D, equation_status::columns_need_phi);
+    for (const delay_term& term : equation.delays)
+        check((term.phi && term.weight) || term.E == equation.D, equation_status::columns_need_phi);
 }
 
 // Shorter steps lose digits, and the reciprocal of their length may overflow.
@@ -93,14 +97,19 @@ bool is_step(double length) {
     return length >= std::numeric_limits<double>::min() && std::isfinite(length);
 }
 
-void check_end(double t_end, int steps) {
+// The pieces between breaking points, and their steps, may be shorter than equal steps.
+void check_end(const quenta_equation& equation, double t_end, int steps) {
     check(is_step(t_end / steps), equation_status::bad_end);
+    check(equation.delays.empty() || is_step(t_end * same_time / steps), equation_status::bad_end);
 }
 
-void check_mesh(const double* mesh, int steps) {
+void check_mesh(const quenta_equation& equation, const double* mesh, int steps) {
     check(mesh[0] == 0.0, equation_status::bad_mesh);
     for (int n = 0; n < steps; ++n)
         check(is_step(mesh[n + 1] - mesh[n]), equation_status::bad_mesh);
+    const double longest = equation.shortest_delay() + same_delayed_time * mesh[steps];
+    for (int n = 0; n < steps; ++n)
+        check(mesh[n + 1] - mesh[n] <= longest, equation_status::steps_above_delay);
 }
 
 // Also checks that `count` values can be written to `values`.
@@ -135,65 +144,6 @@ int evaluate(const quenta_solution* solution, int count, const double* t, double
 }
 
 } // namespace
-
-const char* quenta_equations_error_text(int status) {
-    switch (status) {
-    case QUENTA_EQUATION_SOLVED:
-        return "solved";
-    case QUENTA_EQUATION_STOPPED:
-        return "a function of the caller stopped the solve";
-    case QUENTA_EQUATION_NOT_FINITE:
-        return "a function of the caller gave NaN or infinity, or a sum overflowed";
-    case QUENTA_EQUATION_NO_CONVERGENCE:
-        return "Newton's method did not converge in a step: the step is too long, or the solution ends there";
-    case QUENTA_EQUATION_SINGULAR_STEP:
-        return "the linear system of a step is singular to rounding";
-    case QUENTA_EQUATION_TOLERANCE_MISSED:
-        return "the tolerance was not reached: it needs more steps than allowed, or is below the rounding errors";
-    case QUENTA_EQUATION_OUT_OF_MEMORY:
-        return "memory ran out";
-    case QUENTA_EQUATION_NULL_POINTER:
-        return "expected a pointer that is not null";
-    case QUENTA_EQUATION_BAD_DIMENSION:
-        return "expected dimensions D and E from 1 to 1000, and rows and columns of a history from 1 to 10000";
-    case QUENTA_EQUATION_BAD_STEPS:
-        return "expected at least 1 step, at most 100000000, and max_steps 0 or at least 64";
-    case QUENTA_EQUATION_BAD_MESH:
-        return "expected a mesh that starts at 0, increases by at least 2.3e-308 from point to point, is finite, and "
-               "ends at t_end if there is one";
-    case QUENTA_EQUATION_BAD_END:
-        return "expected a finite t_end above 0, such that no step is shorter than 2.3e-308";
-    case QUENTA_EQUATION_BAD_NODES:
-        return "expected 1 to 5 increasing nodes from 0 to 1, or a family that has so many nodes";
-    case QUENTA_EQUATION_UNSTABLE_NODES:
-        return "expected nodes with which a first-kind equation converges: all above 0, and the product of (1 - c) / c "
-               "at most 1";
-    case QUENTA_EQUATION_BAD_SINGULARITY:
-        return "expected a singularity of at least 0 and below 1";
-    case QUENTA_EQUATION_BAD_TOLERANCE:
-        return "expected finite rtol and atol, at least 0 and not both 0";
-    case QUENTA_EQUATION_NO_TERM:
-        return "expected a memory term";
-    case QUENTA_EQUATION_COLUMNS_NEED_PHI:
-        return "expected E = D for a memory term without phi";
-    case QUENTA_EQUATION_WRONG_KIND:
-        return "expected an equation of the kind that the function is for, with the dimension of the solution";
-    case QUENTA_EQUATION_BAD_TIME:
-        return "expected times from 0 to the last mesh point of the solution";
-    case QUENTA_EQUATION_BAD_START:
-        return "expected finite start values, one for each component";
-    case QUENTA_EQUATION_BAD_COUNT:
-        return "expected a count of at least 0";
-    case QUENTA_EQUATION_BAD_BLOCKS:
-        return "expected finite blocks of rows * columns numbers, one for each lag from 1 to steps - 1";
-    case QUENTA_EQUATION_BAD_PUSH:
-        return "expected finite numbers to push, one for each column of the history";
-    case QUENTA_EQUATION_NO_STEP_LEFT:
-        return "expected a history with a step left: all its steps are done";
-    default:
-        return "unknown status";
-    }
-}
 
 int quenta_equation_max_dimension(void) {
     return max_dimension;
@@ -236,9 +186,30 @@ int quenta_equation_add_lag_memory(quenta_equation* equation, int E, double sing
     return add_term(equation, E, singularity, kernel, context, true);
 }
 
+int quenta_equation_add_delay(quenta_equation* equation, int E, double delay, quenta_function weight, void* context) {
+    return status_of([&] {
+        check_pointers(equation);
+        check(E >= 1 && E <= max_dimension, equation_status::bad_dimension);
+        check(delay > 0.0 && std::isfinite(delay), equation_status::bad_delay);
+        equation->delays.push_back({E, delay, {weight, context}, {}});
+        equation->last_is_delay = true;
+    });
+}
+
+int quenta_equation_set_past(quenta_equation* equation, quenta_function past, void* context) {
+    return status_of([&] {
+        check_pointers(equation, past);
+        equation->past = {past, context};
+    });
+}
+
 int quenta_equation_set_phi(quenta_equation* equation, quenta_function phi, quenta_function derivative, void* context) {
     return status_of([&] {
         check_pointers(equation, phi);
+        if (equation->last_is_delay) {
+            equation->delays.back().phi = {phi, context};
+            return;
+        }
         check(!equation->memory.empty(), equation_status::no_term);
         equation->memory.back().phi = {phi, context};
         equation->memory.back().derivative = {derivative, context};
@@ -283,11 +254,11 @@ int quenta_equation_solve(const quenta_equation* equation, double t_end, int ste
     return status_of([&] {
         check_pointers(equation, solution);
         check_steps(steps);
-        check_end(t_end, steps);
+        check_end(*equation, t_end, steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
-        const default_mesh mesh(*equation, t_end, scheme.P, steps);
-        hand_over(march(*equation, mesh.of(steps), scheme), solution);
+        const default_mesh mesh(*equation, t_end, scheme.P, steps, 0, most_steps);
+        hand_over(march(*equation, mesh.doubled(0), scheme), solution);
     });
 }
 
@@ -296,7 +267,7 @@ int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double*
     return status_of([&] {
         check_pointers(equation, mesh, solution);
         check_steps(steps);
-        check_mesh(mesh, steps);
+        check_mesh(*equation, mesh, steps);
         check_equation(*equation);
         const collocation_nodes scheme = checked_nodes(*equation, nodes, P);
         hand_over(march(*equation, std::vector<double>(mesh, mesh + steps + 1), scheme), solution);
@@ -310,7 +281,7 @@ int quenta_equation_solve_to_tolerance(const quenta_equation* equation, double t
         if (max_steps == 0)
             max_steps = default_max_steps;
         check(max_steps >= min_max_steps && max_steps <= most_steps, equation_status::bad_steps);
-        check_end(t_end, max_steps);
+        check_end(*equation, t_end, max_steps);
         check(rtol >= 0.0 && atol >= 0.0 && std::isfinite(rtol) && std::isfinite(atol) && std::max(rtol, atol) > 0.0,
               equation_status::bad_tolerance);
         check_equation(*equation);

@@ -1,5 +1,6 @@
 #include "quenta_equations/iterated_solution.hpp"
 
+#include "quenta_equations/delay_terms.hpp"
 #include "quenta_equations/finite.hpp"
 #include "quenta_equations/kernel_sums.hpp"
 #include "quenta_equations/memory_weights.hpp"
@@ -92,6 +93,11 @@ void iterate_solution(const quenta_solution& solution, const quenta_equation& eq
     in_parts(count, [&](std::int64_t first, std::int64_t points) {
         equation.forcing(points, t + first, nullptr, y + first * D);
     });
+    if (!equation.delays.empty()) {
+        std::vector<std::int64_t> step(count);
+        std::transform(t, t + count, step.begin(), [&](double time) { return solution.step_at(time); });
+        delay_terms(equation, solution).add(count, step.data(), t, y);
+    }
     for (const memory_term& term : equation.memory) {
         term_sums sums(solution, equation, term);
         for (std::int64_t p = 0; p < count; ++p)

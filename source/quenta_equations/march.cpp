@@ -1,10 +1,12 @@
 #include "quenta_equations/march.hpp"
 
+#include "quenta_equations/delay_terms.hpp"
 #include "quenta_equations/finite.hpp"
 #include "quenta_equations/memory_history.hpp"
 #include "quenta_equations/step_equations.hpp"
 
 #include <algorithm>
+#include <functional>
 
 namespace quenta {
 
@@ -51,33 +53,36 @@ void continue_polynomial(const quenta_solution& solution, std::int64_t n, bool a
     }
 }
 
+// y0 or g(0) with the delay terms.
+void value_at_0(const quenta_equation& equation, delay_terms& delays, double* y) {
+    const double zero = 0.0;
+    const std::int64_t first_step = 0;
+    if (equation.solves_for_derivative())
+        std::copy_n(equation.start.data(), equation.D, y);
+    else if (equation.kind == equation_kind::second) {
+        equation.forcing(1, &zero, nullptr, y);
+        delays.add(1, &first_step, &zero, y);
+    }
+}
+
 // A first-kind equation has no value at 0 before its first step is solved, and g of the second kind may be infinite
 // there.
 bool starts_with_a_number(const quenta_equation& equation, const double* y) {
     return equation.kind != equation_kind::first && are_finite(y, equation.D);
 }
 
-// Where the iteration of step n starts. g is that of the step.
+// Where the iteration of step n starts. g and Q are those of the step; in the first one, Q contains delay terms only.
 void first_attempt(const quenta_equation& equation, const quenta_solution& solution, step_equations& step,
-                   std::int64_t n, const double* g, const double* y, double* X) {
-    const int D = equation.D, P = solution.nodes.P;
+                   std::int64_t n, const double* g, const double* Q, const double* y, double* X) {
+    const int D = equation.D, P = solution.nodes.P, n_sys = P * D;
     if (n > 0)
         continue_polynomial(solution, n, false, X);
-    else if (equation.solves_for_derivative())
-        step.right_side_at(y, X);
-    else if (equation.kind == equation_kind::second)
-        std::copy_n(g, std::int64_t{P} * D, X);
-    else
+    else if (equation.kind == equation_kind::first)
         for (int i = 0; i < P; ++i)
             std::copy_n(equation.start.data(), D, X + i * D);
-}
-
-void set_start(const quenta_equation& equation, quenta_solution& solution) {
-    if (equation.solves_for_derivative())
-        std::copy_n(equation.start.data(), equation.D, solution.y.data());
-    else if (equation.kind == equation_kind::second) {
-        const double zero = 0.0;
-        equation.forcing(1, &zero, nullptr, solution.y.data());
+    else {
+        equation.solves_for_derivative() ? step.right_side_at(y, X) : void(std::copy_n(g, n_sys, X));
+        std::transform(X, X + n_sys, Q, X, std::plus<>());
     }
 }
 
@@ -86,19 +91,20 @@ bool solve_steps(const quenta_equation& equation, quenta_solution& solution, acc
     const int D = equation.D;
     const std::int64_t steps = std::int64_t(solution.mesh.size()) - 1, n_sys = std::int64_t{solution.nodes.P} * D;
     step_equations step(equation, solution);
+    delay_terms delays(equation, solution);
     memory_history history(equation, solution, accurate);
     forcing_at_nodes forcing(equation, solution);
-    set_start(equation, solution);
+    value_at_0(equation, delays, solution.y.data());
     solution.steps = 0;
     for (std::int64_t n = 0; n < steps; ++n) {
         double* const X = solution.unknowns.data() + n * n_sys;
         double* const y = solution.y.data() + n * D;
-        const double* const Q = history.sums_of_step(n);
+        const double* const Q = delays.add_to_step(n, history.sums_of_step(n));
         if (history.has_lost_digits())
             return false;
         const double* const g = equation.solves_for_derivative() ? nullptr : forcing.of_step(n);
         step.prepare(n, history, Q, g, y);
-        first_attempt(equation, solution, step, n, g, y, X);
+        first_attempt(equation, solution, step, n, g, Q, y, X);
         equation_status status = step.solve(X);
         if (status != equation_status::solved && equation.kind == equation_kind::first && n > 0) {
             continue_polynomial(solution, n, true, X);

@@ -6,15 +6,18 @@
  *
  * on 0 <= t <= t_end, where y and g have D components and the memory M is a sum of any number of terms,
  *
- *   M(t) = sum over terms r of   integral from 0 to t of   (t - s)^-alpha_r K_r(t, s) phi_r(s, y(s)) ds.
+ *   M(t) = sum over terms r of   integral from 0 to t of   (t - s)^-alpha_r K_r(t, s) phi_r(s, y(s)) ds
+ *          or, for a delay term, of   w_r(t) phi_r(t - tau_r, y(t - tau_r)),   tau_r > 0.
  *
- * K_r has D rows and E_r columns, phi_r has E_r components. phi_r(s, y) = y unless it is given. The functions K_r are
- * smooth on 0 <= s <= t; they are never evaluated at s > t. Each term has its own singularity, 0 <= alpha_r < 1. With
- * alpha_r > 0 its kernel is infinite at s = t; the factor is integrated exactly.
+ * K_r and w_r have D rows and E_r columns, phi_r has E_r components. phi_r(s, y) = y unless it is given. The functions
+ * K_r are smooth on 0 <= s <= t; they are never evaluated at s > t. Each term has its own singularity, 0 <= alpha_r
+ * < 1. With alpha_r > 0 its kernel is infinite at s = t; the factor is integrated exactly.
  *
  * The solvers use piecewise polynomial collocation on any mesh (H. Brunner, Collocation Methods for Volterra Integral
- * and Related Functional Differential Equations, Cambridge University Press 2004, chapters 2, 3, 6 and 7). With n steps
- * and P nodes they evaluate each K_r at n * (n - 1) / 2 * P * P + n * P * P points, in batches, and store O(n) numbers.
+ * and Related Functional Differential Equations, Cambridge University Press 2004, chapters 2 to 4, 6 and 7). With n
+ * steps and P nodes they evaluate each K_r at n * (n - 1) / 2 * P * P + n * P * P points, in batches, and store O(n)
+ * numbers. The functions of a delay term are evaluated at up to n * P points.
+ *
  * With 256 or more steps, kernels of the lag are faster. Equal steps at the end of the mesh take P * P evaluations each
  * and n log^2 n operations; all others take a few hundred evaluations each and n operations, unless the kernel varies
  * from step to step. The sums have errors of about 1e-15 of the largest values of kernel and solution so far. If sums
@@ -89,15 +92,17 @@ enum {
     QUENTA_EQUATION_UNSTABLE_NODES = 14,   /* nodes with which a first-kind equation does not converge */
     QUENTA_EQUATION_BAD_SINGULARITY = 15,  /* a singularity is not at least 0 and below 1 */
     QUENTA_EQUATION_BAD_TOLERANCE = 16,    /* rtol or atol is negative or not finite, or both are 0 */
-    QUENTA_EQUATION_NO_TERM = 17,          /* there is no memory term */
-    QUENTA_EQUATION_COLUMNS_NEED_PHI = 18, /* a term with E other than D has no phi */
+    QUENTA_EQUATION_NO_TERM = 17,          /* there is no memory term, or, for the first kind, no integral */
+    QUENTA_EQUATION_COLUMNS_NEED_PHI = 18, /* a term with E other than D has no phi, or a delay term no weight */
     QUENTA_EQUATION_WRONG_KIND = 19,       /* the function is for equations of another kind */
     QUENTA_EQUATION_BAD_TIME = 20,         /* a time is not in the solution */
     QUENTA_EQUATION_BAD_START = 21,        /* y0 or the first guess is not finite */
     QUENTA_EQUATION_BAD_COUNT = 22,        /* a count is negative */
     QUENTA_EQUATION_BAD_BLOCKS = 23,       /* a block of a history is not finite */
     QUENTA_EQUATION_BAD_PUSH = 24,         /* a number that is pushed to a history is not finite */
-    QUENTA_EQUATION_NO_STEP_LEFT = 25      /* all steps of a history are done */
+    QUENTA_EQUATION_NO_STEP_LEFT = 25,     /* all steps of a history are done */
+    QUENTA_EQUATION_BAD_DELAY = 26,        /* a delay is not positive and finite */
+    QUENTA_EQUATION_STEPS_ABOVE_DELAY = 27 /* a step is longer than the shortest delay, or too many would be needed */
 };
 
 /* A sentence that says what a status means and, for a wrong argument, what was expected. A constant. */
@@ -113,6 +118,8 @@ QUENTA_EQUATIONS_API const char* quenta_equations_error_text(int status);
  *   df/dy(t, y)       t[count]      y[count*D]        [count*D*D]   d f_a / d y_b at (p*D + a)*D + b
  *   K(t, s)           t[count]      s[count]          [count*D*E]
  *   K(lag)            lag[count]    null              [count*D*E]   lag = t - s >= 0
+ *   w(t)              t[count]      null              [count*D*E]
+ *   past(t)           t[count]      null              [count*D]     t <= 0
  *   phi(s, y)         s[count]      y[count*D]        [count*E]
  *   dphi/dy(s, y)     s[count]      y[count*D]        [count*E*D]   d phi_e / d y_b at (p*E + e)*D + b
  *
@@ -158,10 +165,33 @@ QUENTA_EQUATIONS_API int quenta_equation_add_memory(quenta_equation* equation, i
 QUENTA_EQUATIONS_API int quenta_equation_add_lag_memory(quenta_equation* equation, int E, double singularity,
                                                         quenta_function kernel, void* context);
 
-/* Sets phi(s, y) of the term that was added last, which makes the equation nonlinear.
+/* Adds a delay term w(t) phi(t - delay, y(t - delay)), where phi(s, y) = y unless it is set.
+ *
+ * The term is known before the step of t is solved, because steps are at most as long as the shortest delay. Where
+ * t - delay is below 0, it is 0 unless quenta_equation_set_past gives y there; phi is not called then.
+ *
+ * The solution may have jumps or kinks at the breaking points, which are the sums of delays. quenta_equation_solve and
+ * quenta_equation_solve_to_tolerance have them in the mesh; a mesh of the caller should. A jump of y is never smoothed
+ * in the second kind. In an integro-differential equation y has one derivative more after each delay, and in the first
+ * kind one less: if w(delay) y(0) is not 0, a first-kind equation has no bounded solution. A kink of the past adds
+ * breaking points that only a mesh of the caller contains.
+ *
+ * In   E          number of columns of w; D, unless phi is set
+ *      delay      above 0, finite
+ *      weight     w; null means the unit matrix, and needs E = D
+ *      context    passed to the function; may be null
+ * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER (equation), BAD_DIMENSION, BAD_DELAY or OUT_OF_MEMORY. */
+QUENTA_EQUATIONS_API int quenta_equation_add_delay(quenta_equation* equation, int E, double delay,
+                                                   quenta_function weight, void* context);
+
+/* Sets y before 0, for the delay terms. It need not be equal to y at 0 there.
+ * Returns QUENTA_EQUATION_SOLVED or NULL_POINTER. */
+QUENTA_EQUATIONS_API int quenta_equation_set_past(quenta_equation* equation, quenta_function past, void* context);
+
+/* Sets phi(s, y) of the term that was added last, which makes the equation nonlinear unless it is a delay term.
  *
  * In   phi         E components
- *      derivative  d phi / dy; may be null: finite differences of phi replace it
+ *      derivative  d phi / dy; may be null: finite differences of phi replace it; not needed by delay terms
  *      context     passed to both
  * Returns QUENTA_EQUATION_SOLVED, NULL_POINTER or NO_TERM. */
 QUENTA_EQUATIONS_API int quenta_equation_set_phi(quenta_equation* equation, quenta_function phi,
@@ -205,9 +235,14 @@ QUENTA_EQUATIONS_API int quenta_equation_nodes(int family, int P, double* nodes)
  * they end at T (j / J)^r, r = P / beta. J is half of the steps, or up to 3/4 if beta is small. The other steps are
  * equal, and as long as the last graded one. With equal steps alone, the errors would decrease like h^beta.
  *
+ * With delay terms this is the mesh of each piece between two breaking points, and each piece has at least one step. So
+ * the solution may have more steps than were asked for. All are equal if t_end and the delays are multiples of one
+ * step. If all delays are multiples of the shortest one, the errors at the mesh points have the orders above. Otherwise
+ * they have the order between the nodes.
+ *
  * In   t_end          above 0, finite
  *      steps          from 1 to 100000000
- *      mesh[steps+1]  0 = mesh[0] < mesh[1] < .. < mesh[steps], finite
+ *      mesh[steps+1]  0 = mesh[0] < mesh[1] < .. < mesh[steps], finite; no step longer than the shortest delay
  *      nodes[P]       0 <= nodes[0] < .. < nodes[P-1] <= 1, P from 1 to 5; null means the P nodes of Radau IIA; if P
  *                     is 0, 3 nodes, or 5 if a term is singular. A first-kind equation needs nodes[0] > 0, and without
  *                     a singularity it converges only if the product of (1 - c) / c over all nodes c is at most 1
@@ -215,19 +250,21 @@ QUENTA_EQUATIONS_API int quenta_equation_nodes(int family, int P, double* nodes)
  * Out  solution       a new object, also if the status is from 1 to 5; then it contains the steps that were solved
  * Returns QUENTA_EQUATION_SOLVED, STOPPED, NOT_FINITE, NO_CONVERGENCE, SINGULAR_STEP, OUT_OF_MEMORY, or the status of
  *      a wrong argument. After OUT_OF_MEMORY nothing was written.
- * No step may be shorter than the smallest normal number, 2.3e-308. */
+ * No step may be shorter than the smallest normal number, 2.3e-308. With delay terms, steps at breaking points may be
+ * shorter than t_end / steps by a factor of 3e-14. */
 QUENTA_EQUATIONS_API int quenta_equation_solve(const quenta_equation* equation, double t_end, int steps,
                                                const double* nodes, int P, quenta_solution** solution);
 QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* equation, const double* mesh, int steps,
                                                        const double* nodes, int P, quenta_solution** solution);
 
-/* Solves an equation to a tolerance, on the mesh of quenta_equation_solve. It takes 8, 16, 32, .. steps until, at
- * every time and in every component, the estimated error of the returned polynomials is at most atol + rtol * |y(t)|
- * or, with atol = 0, at most rtol times the largest |y| of the component. The estimate is the difference of two
- * successive solutions, extrapolated by the observed order, or the jumps of the polynomials at the mesh points if they
- * are larger. A solution is accepted only if the differences decrease with an order of at least 0.4 or are rounding
- * errors, and if it has at least 300 nodes in steps that are not graded, so that features of g and K as narrow as
- * t_end / 200 are seen. With fewer nodes it is accepted only if max_steps allows no more.
+/* Solves an equation to a tolerance, on the mesh of quenta_equation_solve. It takes 8, 16, 32, .. steps, or more if
+ * there are more breaking points, until, at every time and in every component, the estimated error of the returned
+ * polynomials is at most atol + rtol * |y(t)| or, with atol = 0, at most rtol times the largest |y| of the component.
+ * The estimate is the difference of two successive solutions, extrapolated by the observed order, or the jumps of the
+ * polynomials at the mesh points if they are larger. A solution is accepted only if the differences decrease with an
+ * order of at least 0.4 or are rounding errors, and if it has at least 300 nodes in steps that are not graded, so that
+ * features of g and K as narrow as t_end / 200 are seen. With fewer nodes it is accepted only if max_steps allows no
+ * more.
  *
  * A solve that cannot reach the tolerance ends early: if by the observed order it needs far more than max_steps, if the
  * differences no longer decrease, or if the solves fail at the same time again and again.
@@ -235,7 +272,8 @@ QUENTA_EQUATIONS_API int quenta_equation_solve_on_mesh(const quenta_equation* eq
  * In   t_end      above 0, finite
  *      rtol       at least 0, finite
  *      atol       at least 0, finite; not both 0
- *      max_steps  the most steps to be tried, from 64 to 100000000; 0 means 16384
+ *      max_steps  the most steps to be tried, from 64 to 100000000; 0 means 16384; with delay terms at least 8 for each
+ *                 piece between two breaking points
  *      nodes[P]   as above, except that null with P = 0 means the 5 nodes of Radau IIA
  * Out  solution   as above
  * Returns as above, or TOLERANCE_MISSED: the solution is the one with the most steps, or an earlier one if rounding has
@@ -257,8 +295,9 @@ QUENTA_EQUATIONS_API void quenta_solution_destroy(quenta_solution* solution);
 QUENTA_EQUATIONS_API int quenta_solution_steps(const quenta_solution* solution);
 QUENTA_EQUATIONS_API int quenta_solution_dimension(const quenta_solution* solution);
 
-/* The mesh points [steps+1], and y there [(steps+1)*D]: at the end of each step and, at 0, y0 or g(0). For the first
- * kind, and if g(0) is not finite, the value at 0 is that of the first polynomial. They belong to the solution. */
+/* The mesh points [steps+1], and y there [(steps+1)*D]: at the end of each step and, at 0, y0 or g(0) with the delay
+ * terms at 0. At a jump this is the value before it. For the first kind, and if g(0) is not finite, the value at 0 is
+ * that of the first polynomial. They belong to the solution. */
 QUENTA_EQUATIONS_API const double* quenta_solution_mesh(const quenta_solution* solution);
 QUENTA_EQUATIONS_API const double* quenta_solution_values(const quenta_solution* solution);
 
@@ -278,7 +317,8 @@ QUENTA_EQUATIONS_API int quenta_solution_derivative(const quenta_solution* solut
                                                     double* dy);
 
 /* The iterated solution of a second-kind equation, g(t) + M(t) with the polynomials in M, which keeps the order of the
- * nodes at all times. Each time needs the kernels at all nodes before it.
+ * nodes at all times. Each time needs the kernels at all nodes before it. Delay terms take y(t - delay) from the
+ * polynomials, and have their order.
  *
  * In   equation          the one that was solved
  *      count, t[count]   as above

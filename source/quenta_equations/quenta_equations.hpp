@@ -14,6 +14,7 @@
 //     K(lag) -> double                or  K(lag, std::span<double> values)
 //     phi(s, y) -> double             or  phi(s, std::span<const double> y, std::span<double> values)
 //     f(t, y), derivatives            likewise
+//     w(t), past(t)                   as g(t); w is D by E, or a number
 //
 // A kernel that is infinite at s = t is (t - s)^-alpha times a smooth one, which is written as
 //
@@ -137,14 +138,15 @@ struct solve_options {
     }
 };
 
-// So many steps. They are equal unless a kernel is singular; then half of them are graded, and lie near 0.
+// So many steps. They are equal unless a kernel is singular; then half of them are graded, and lie near 0. With delay
+// terms there may be more, because the mesh contains the breaking points.
 inline solve_options steps(int count) {
     solve_options options;
     options.how = solve_options::way::steps;
     options.steps = count;
     return options;
 }
-// Equal steps also if a kernel is singular.
+// Equal steps also if a kernel is singular or there are delay terms.
 inline solve_options equal_steps(int count) {
     solve_options options = steps(count);
     options.always_equal = true;
@@ -189,6 +191,17 @@ weakly_singular<kernel> with_singularity(kernel K) {
 template <class kernel>
 weakly_singular<kernel> with_singularity(weakly_singular<kernel> K) {
     return K;
+}
+
+// A number as a function of time; a function as it is.
+template <class function_or_number>
+auto as_function(function_or_number f) {
+    if constexpr (std::is_arithmetic_v<function_or_number>)
+        return [value = double(f)](double) {
+            return value;
+        };
+    else
+        return f;
 }
 
 inline void rethrow() {
@@ -321,6 +334,32 @@ public:
             .set_phi(std::move(phi), std::move(derivative), columns_of(E));
     }
 
+    // Adds the delay term w(t) phi(t - tau, y(t - tau)). phi(s, y) = y unless it is given. w is a function, a number,
+    // or, if it is not given, 1 or the unit matrix.
+    equation& delay(double tau) {
+        detail::check(quenta_equation_add_delay(get(), D, tau, nullptr, nullptr));
+        state->is_equal = false;
+        return *this;
+    }
+    template <class weight>
+    equation& delay(double tau, weight w) {
+        return add_delay(tau, std::move(w), D);
+    }
+    template <class weight, class nonlinearity>
+    equation& delay(double tau, weight w, nonlinearity phi, int E = 0) {
+        return add_delay(tau, std::move(w), columns_of(E)).set_phi(std::move(phi), nullptr, columns_of(E));
+    }
+
+    // y before 0, for the delay terms, which are 0 there without it. A function or a number.
+    template <class function_or_number>
+    equation& past(function_or_number y) {
+        auto before_0 = detail::as_function(std::move(y));
+        using function = detail::time_function<decltype(before_0)>;
+        detail::check(quenta_equation_set_past(get(), function::call,
+                                               keep<function>({std::move(before_0), detail::size_t_of(D)})));
+        return *this;
+    }
+
     // d f / dy of an integro-differential equation.
     template <class slope>
     equation& jacobian(slope df_dy) {
@@ -351,8 +390,7 @@ public:
         quenta_solution* solved = nullptr;
         detail::thrown = nullptr;
         int status = QUENTA_EQUATION_BAD_MESH;
-        if (options.how == solve_options::way::steps && options.always_equal && options.steps > 0 &&
-            state->is_singular) {
+        if (options.how == solve_options::way::steps && options.always_equal && options.steps > 0 && !state->is_equal) {
             std::vector<double> mesh;
             for (int n = 0; n <= options.steps; ++n)
                 mesh.push_back(t_end * (double(n) / options.steps));
@@ -394,7 +432,7 @@ private:
     struct owner {
         std::vector<std::shared_ptr<void>> functions;
         std::unique_ptr<quenta_equation, void (*)(quenta_equation*)> object{nullptr, quenta_equation_destroy};
-        bool is_singular = false;
+        bool is_equal = true; // the steps that the library chooses
     };
 
     explicit equation(int dimension) : D(dimension) {}
@@ -425,7 +463,18 @@ private:
         using function = wrapper<decltype(K)>;
         detail::check(add(get(), E, alpha, function::call,
                           keep<function>({std::move(K), detail::size_t_of(D) * detail::size_t_of(E)})));
-        state->is_singular = state->is_singular || alpha > 0.0;
+        state->is_equal = state->is_equal && alpha == 0.0;
+        return *this;
+    }
+
+    template <class weight>
+    equation& add_delay(double tau, weight function_or_number, int E) {
+        auto w = detail::as_function(std::move(function_or_number));
+        using function = detail::time_function<decltype(w)>;
+        detail::check(
+            quenta_equation_add_delay(get(), E, tau, function::call,
+                                      keep<function>({std::move(w), detail::size_t_of(D) * detail::size_t_of(E)})));
+        state->is_equal = false;
         return *this;
     }
 

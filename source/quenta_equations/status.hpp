@@ -32,6 +32,8 @@ enum class equation_status {
     bad_blocks = QUENTA_EQUATION_BAD_BLOCKS,
     bad_push = QUENTA_EQUATION_BAD_PUSH,
     no_step_left = QUENTA_EQUATION_NO_STEP_LEFT,
+    bad_delay = QUENTA_EQUATION_BAD_DELAY,
+    steps_above_delay = QUENTA_EQUATION_STEPS_ABOVE_DELAY,
 };
 
 struct solve_ended {

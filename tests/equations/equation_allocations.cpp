@@ -7,6 +7,7 @@
 #include "support/replaced_new.hpp"
 
 #include <array>
+#include <memory>
 #include <new>
 
 namespace {
@@ -135,6 +136,40 @@ TEST(failing_allocation, in_a_solve_writes_nothing_and_the_next_solve_works) {
             return quenta_equation_solve_to_tolerance(equation.get(), 1.0, 5e-2, 5e-2, 64, nullptr, 3, &solved.made);
         });
     }
+}
+
+std::unique_ptr<quenta_equation, void (*)(quenta_equation*)> equation_with_delays() {
+    const auto function = [](void*, int count, const double* t, const double*, double* values) {
+        std::copy_n(t, count, values);
+        return at_each_call ? at_each_call() : 0;
+    };
+    quenta_equation* equation = nullptr;
+    EXPECT_EQ(quenta_equation_second_kind(1, function, nullptr, &equation), QUENTA_EQUATION_SOLVED);
+    for (const double delay : {0.3, 0.4})
+        EXPECT_EQ(quenta_equation_add_delay(equation, 1, delay, function, nullptr), QUENTA_EQUATION_SOLVED);
+    EXPECT_EQ(quenta_equation_set_phi(equation, function, nullptr, nullptr), QUENTA_EQUATION_SOLVED);
+    EXPECT_EQ(quenta_equation_set_past(equation, function, nullptr), QUENTA_EQUATION_SOLVED);
+    EXPECT_EQ(quenta_equation_add_memory(equation, 1, 0.5, function, nullptr), QUENTA_EQUATION_SOLVED);
+    return {equation, quenta_equation_destroy};
+}
+
+TEST(failing_allocation, with_delay_terms_writes_nothing) {
+    const auto equation = equation_with_delays();
+    EXPECT_EQ(status_with_failure(0, [&] { return quenta_equation_add_delay(equation.get(), 1, 1.0, zero, nullptr); }),
+              QUENTA_EQUATION_OUT_OF_MEMORY);
+    output<quenta_solution> solved;
+    expect_out_of_memory(solved,
+                         [&] { return quenta_equation_solve(equation.get(), 1.0, 9, nullptr, 0, &solved.made); });
+    expect_out_of_memory(solved, [&] {
+        return quenta_equation_solve_to_tolerance(equation.get(), 1.0, 0.1, 0.1, 128, nullptr, 3, &solved.made);
+    });
+    ASSERT_EQ(quenta_equation_solve(equation.get(), 1.0, 9, nullptr, 0, &solved.made), QUENTA_EQUATION_SOLVED);
+    const double t = 0.9;
+    fenced_array y{1};
+    const fenced_array unwritten = y;
+    expect_out_of_memory([&] { return quenta_solution_iterate(solved.made, equation.get(), 1, &t, y.data()); },
+                         [&] { return y.untouched(); }, [&] { y = unwritten; });
+    solved.discard();
 }
 
 TEST(failing_allocation, in_the_fast_sums_for_kernels_of_the_lag_writes_nothing) {
@@ -268,6 +303,19 @@ TEST(memory, is_allocated_before_the_first_step) {
             EXPECT_EQ(allocations, at_last_call + 1) << "expected one allocation, of the solution, after the last step";
             quenta_solution_destroy(solution);
         }
+    const auto with_delays = equation_with_delays();
+    long at_first_call = -1;
+    at_each_call = [&] {
+        at_first_call = at_first_call < 0 ? allocations : at_first_call;
+        return 0;
+    };
+    quenta_solution* solution = nullptr;
+    EXPECT_EQ(status_with_failure(
+                  -1, [&] { return quenta_equation_solve(with_delays.get(), 1.0, 40, nullptr, 0, &solution); }),
+              QUENTA_EQUATION_SOLVED);
+    at_each_call = nullptr;
+    EXPECT_EQ(allocations, at_first_call + 1);
+    quenta_solution_destroy(solution);
 }
 
 TEST(memory, does_not_leak_in_a_solve_that_ends_early) {

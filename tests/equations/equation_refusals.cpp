@@ -172,7 +172,26 @@ TEST_F(equation_refusals, of_changes_leave_the_equation_as_it_was) {
                                     return add(second, 2, alpha, one, nullptr);
                                 }});
     }
-    requests.insert(requests.end(), {{"phi: null equation", QUENTA_EQUATION_NULL_POINTER,
+    requests.push_back({"delay: null equation", QUENTA_EQUATION_NULL_POINTER, [] {
+                            return quenta_equation_add_delay(nullptr, 2, 1.0, four, nullptr);
+                        }});
+    for (const int E : {0, -1, INT_MIN, 1001, INT_MAX})
+        requests.push_back({"delay: E", QUENTA_EQUATION_BAD_DIMENSION, [=, this] {
+                                return quenta_equation_add_delay(second, E, 1.0, four, nullptr);
+                            }});
+    for (const double delay : {0.0, -0.0, -smallest, -1.0, nan, infinity, -infinity})
+        requests.push_back({"delay", QUENTA_EQUATION_BAD_DELAY, [=, this] {
+                                return quenta_equation_add_delay(second, 2, delay, four, nullptr);
+                            }});
+    requests.insert(requests.end(), {{"past: null equation", QUENTA_EQUATION_NULL_POINTER,
+                                      [] {
+                                          return quenta_equation_set_past(nullptr, two, nullptr);
+                                      }},
+                                     {"past: null", QUENTA_EQUATION_NULL_POINTER,
+                                      [this] {
+                                          return quenta_equation_set_past(second, nullptr, nullptr);
+                                      }},
+                                     {"phi: null equation", QUENTA_EQUATION_NULL_POINTER,
                                       [] {
                                           return quenta_equation_set_phi(nullptr, one, four, nullptr);
                                       }},
@@ -302,6 +321,39 @@ TEST_F(equation_refusals, of_equations_that_are_not_complete) {
     }
 }
 
+TEST_F(equation_refusals, of_equations_with_delay_terms_that_are_not_complete) {
+    ASSERT_EQ(quenta_equation_add_delay(first_without_term, 1, 1.0, one, nullptr), 0);
+    expect_of_each_solve("first kind without an integral", QUENTA_EQUATION_NO_TERM, first_without_term);
+    ASSERT_EQ(quenta_equation_add_delay(without_term, 1, 1.0, two, nullptr), 0);
+    expect_of_each_solve("E = 1, D = 2", QUENTA_EQUATION_COLUMNS_NEED_PHI, without_term);
+    ASSERT_EQ(quenta_equation_set_phi(without_term, one, nullptr, nullptr), 0); // of the delay term
+    ASSERT_EQ(quenta_equation_solve(without_term, 1.0, 4, nullptr, 0, &new_solution), 0);
+    quenta_solution_destroy(new_solution);
+    new_solution = untouched_solution;
+    calls = 0;
+    ASSERT_EQ(quenta_equation_add_delay(integro, 1, 1.0, nullptr, nullptr), 0);
+    ASSERT_EQ(quenta_equation_set_phi(integro, one, nullptr, nullptr), 0);
+    expect_of_each_solve("E = 1, D = 2, no weight", QUENTA_EQUATION_COLUMNS_NEED_PHI, integro);
+}
+
+TEST_F(equation_refusals, of_steps_that_are_longer_than_a_delay) {
+    ASSERT_EQ(quenta_equation_add_delay(second, 2, 0.7, four, nullptr), 0);
+    ASSERT_EQ(quenta_equation_add_delay(second, 2, 0.25, four, nullptr), 0);
+    expect({on_mesh("0.3", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, {0.0, 0.2, 0.5, 0.75, 1.0}, {}, 0),
+            on_mesh("0.25 + 1e-9", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, {0.0, 0.25 + 1e-9, 0.5, 0.75}, {}, 0)});
+    const double mesh[] = {0.0, 0.25, 0.5 + 1e-15, 0.75};
+    ASSERT_EQ(quenta_equation_solve_on_mesh(second, mesh, 3, nullptr, 0, &new_solution), 0);
+    quenta_solution_destroy(new_solution);
+    new_solution = untouched_solution;
+    calls = 0;
+    // The numbers of steps, and of sums of both delays. To a tolerance, each piece needs 8 steps.
+    expect({solve("too many steps", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, 0.251e8, 4, {}, 0),
+            to_tolerance("512 pieces", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, 150.0, 1e-3, 0.0, 4096, {}, 0),
+            to_tolerance("6 pieces of 10 steps", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, 1.0, 1e-3, 0.0, 64, {}, 0),
+            to_tolerance("sums", QUENTA_EQUATION_STEPS_ABOVE_DELAY, second, 30.0, 1e-3, 0.0, 1000, {}, 0),
+            solve("t_end", QUENTA_EQUATION_BAD_END, second, least * 0x1p46, 4, {}, 0)});
+}
+
 TEST_F(equation_refusals, of_tolerances) {
     const std::pair<double, double> wrong[] = {{0.0, 0.0},  {-0.0, 0.0},      {-1e-6, 1e-6},     {1e-6, -1e-6},
                                                {nan, 1e-6}, {1e-6, nan},      {infinity, 1e-6},  {1e-6, infinity},
@@ -419,11 +471,11 @@ TEST(null_objects, have_no_steps_and_no_arrays_and_may_be_destroyed) {
 
 TEST(error_text, of_each_status_is_a_sentence_of_its_own_that_says_what_was_expected) {
     const std::string unknown = quenta_equations_error_text(-1);
-    for (const int status : {INT_MIN, 7, 26, 1000, INT_MAX})
+    for (const int status : {INT_MIN, 7, 28, 1000, INT_MAX})
         EXPECT_EQ(quenta_equations_error_text(status), unknown);
     std::set<std::string> texts{unknown};
     int statuses = 0;
-    for (int status = QUENTA_EQUATION_SOLVED; status <= QUENTA_EQUATION_NO_STEP_LEFT; ++status) {
+    for (int status = QUENTA_EQUATION_SOLVED; status <= QUENTA_EQUATION_STEPS_ABOVE_DELAY; ++status) {
         if (status == 7) // is not used
             continue;
         const std::string text = quenta_equations_error_text(status);
@@ -431,7 +483,7 @@ TEST(error_text, of_each_status_is_a_sentence_of_its_own_that_says_what_was_expe
         EXPECT_EQ(text.starts_with("expected "), status >= QUENTA_EQUATION_NULL_POINTER) << text;
         ++statuses;
     }
-    EXPECT_EQ(statuses, 25);
+    EXPECT_EQ(statuses, 27);
 }
 
 TEST(limits, are_those_that_the_solvers_check) {

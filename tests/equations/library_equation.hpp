@@ -37,6 +37,15 @@ inline quenta::equation library_equation(const reference::equation& problem) {
         else
             equation.memory(K);
     }
+    for (const reference::equation_delay& term : problem.delays)
+        equation.delay(
+            term.delay, [w = term.weight](double t, std::span<double> values) { w(t, values.data()); },
+            [phi = term.phi](double s, std::span<const double> y, std::span<double> values) {
+                phi(s, y.data(), values.data());
+            },
+            term.E);
+    if (problem.past)
+        equation.past([past = problem.past](double t, std::span<double> y) { past(t, y.data()); });
     return equation;
 }
 

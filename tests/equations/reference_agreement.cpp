@@ -19,7 +19,7 @@ namespace {
 
 using quenta_test::library_equation;
 
-constexpr unsigned seeds_of_smooth_problems = 150, seeds = 330;
+constexpr unsigned seeds_of_smooth_problems = 150, seeds_without_delays = 330, seeds = 372;
 const unsigned stride = quenta_tests::long_tests() ? 1 : 5; // not divisible by the numbers that select a kind
 
 class random_problem {
@@ -43,6 +43,8 @@ public:
         choose_nodes();
         if (singular)
             make_singular();
+        if (seed >= seeds_without_delays)
+            add_delays();
     }
 
     reference::equation equation;
@@ -141,6 +143,31 @@ private:
         if (kind == 2)
             for (double& t : mesh)
                 t *= t * t;
+    }
+
+    void add_delays() {
+        double longest = 0.0;
+        for (std::size_t n = 1; n < mesh.size(); ++n)
+            longest = std::max(longest, mesh[n] - mesh[n - 1]);
+        const int D = equation.D;
+        for (int more = integer(3); more >= 0; --more) {
+            const int E = 1 + integer(3);
+            equation.delays.push_back(
+                {E, longest * (1.0 + std::fabs(number())),
+                 [size = equation.kind == '1' ? 0.003 : 0.3, entries = D * E, p = numbers(2)](double t, double* w) {
+                     for (int i = 0; i < entries; ++i)
+                         w[i] = size * std::cos(p[0] * t + p[1] * i);
+                 },
+                 [=, p = numbers(2)](double s, const double* y, double* values) {
+                     for (int c = 0; c < E; ++c)
+                         values[c] = std::sin(p[0] * s + y[c % D]) + p[1] * y[D - 1];
+                 }});
+        }
+        if (integer(2) == 0)
+            equation.past = [=, p = numbers(2)](double t, double* y) {
+                for (int a = 0; a < D; ++a)
+                    y[a] = p[0] + std::sin(p[1] * t + a);
+            };
     }
 
     std::mt19937 generator;

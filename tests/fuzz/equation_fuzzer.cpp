@@ -38,6 +38,12 @@ equation_shape read_shape(fuzz_input& input) {
     return shape;
 }
 
+// A delay of any bits, or a moderate one. False: it is refused.
+bool add_delay(fuzz_input& input, bool any_bits, const polynomial_equation& equation) {
+    const double number = input.reals(1)[0], delay = any_bits ? number : std::fabs(std::fmod(number, 2.0));
+    return quenta_equation_add_delay(equation.get(), equation.shape.D, delay, nullptr, nullptr) == 0;
+}
+
 // Any numbers, or nodes of a family.
 std::vector<double> read_nodes(fuzz_input& input) {
     std::vector<double> nodes(std::size_t(1 + input.below(5)));
@@ -96,8 +102,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const equation_shape shape = read_shape(input);
     const std::vector<double> nodes = read_nodes(input), mesh = read_mesh(input);
     const bool to_tolerance = input.below(8) == 0;
-    coefficients source{input, input.below(2) == 1};
+    const int choices = input.below(8); // half of the equations have a delay term
+    coefficients source{input, choices % 2 == 1};
     const polynomial_equation equation{source, shape, 0.5};
+    const bool has_delay = choices >= 4 && add_delay(input, choices >= 6, equation);
 
     quenta_solution* made = nullptr;
     const int status = to_tolerance ? quenta_equation_solve_to_tolerance(equation.get(), mesh.back(), 1e-3, 1e-3, 64,
@@ -120,7 +128,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         expect_finite({made->unknowns.data(), std::size_t(steps * made->nodes.P * shape.D)});
     }
     // Not for sums that may overflow, nor for more steps than plain loops can check in time.
-    if (!source.any_bits && mesh.back() <= 100.0 && steps <= 24)
+    if (!has_delay && !source.any_bits && mesh.back() <= 100.0 && steps <= 24)
         expect_collocation_equations(equation, *made, 1e-9);
     expect_evaluation(*made, input);
     expect_iterated(equation, *made);

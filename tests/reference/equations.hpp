@@ -26,6 +26,14 @@ struct equation_term {
     double alpha = 0.0;
 };
 
+// w(t) phi(t - delay, y(t - delay)), where w is D by E, by rows.
+struct equation_delay {
+    int E;
+    double delay;
+    std::function<void(double t, double* w)> weight;
+    std::function<void(double s, const double* y, double* values)> phi;
+};
+
 // kind '2': y = g + M; '1': M = g; 'D': y' = f(t, y) + M. The forcing is g, which ignores y, or f.
 struct equation {
     char kind;
@@ -33,6 +41,8 @@ struct equation {
     std::function<void(double t, const double* y, double* values)> forcing;
     std::vector<double> start; // y0, or where the first step starts
     std::vector<equation_term> terms;
+    std::vector<equation_delay> delays;            // no step is longer than one of them
+    std::function<void(double t, double* y)> past; // y before 0, where the delay terms are 0 without it
 };
 
 class collocation {
@@ -121,9 +131,28 @@ private:
                     const real_vector values = phi(term, time(k, c[j]), value(X, k, c[j]));
                     for (std::size_t i = 0; i < P(); ++i)
                         result.add(i, weight(term, j, time(n, c[i]) - real(mesh[k + 1]), length(k)) *
-                                          (kernel(term, time(n, c[i]), time(k, c[j])) * values));
+                                          (matrix(term.E, term.kernel, time(n, c[i]), time(k, c[j])) * values));
                 }
+        for (const equation_delay& term : problem.delays)
+            for (std::size_t i = 0; i < P(); ++i) {
+                const real t = time(n, c[i]), s = t - real(term.delay);
+                if (s >= 0.0L || problem.past)
+                    result.add(i, matrix(term.E, term.weight, t) * phi(term, s, value_at(X, s)));
+            }
         return result;
+    }
+
+    // At any time, also before 0, and not at a mesh point.
+    real_vector value_at(const std::vector<real_vector>& X, real s) const {
+        if (s < 0.0L) {
+            Eigen::VectorXd y(problem.D);
+            problem.past(double(s), y.data());
+            return y.cast<real>();
+        }
+        std::size_t k = 0;
+        while (real(mesh[k + 1]) < s)
+            ++k;
+        return value(X, k, (s - real(mesh[k])) / length(k));
     }
 
     void add_step(const std::vector<real_vector>& X, std::size_t n, residual& to) const {
@@ -137,7 +166,8 @@ private:
             for (const equation_term& term : problem.terms)
                 for (std::size_t q = 0; q < P(); ++q)
                     to.add(i, weight(term, q, 0.0L, length(n) * c[i]) *
-                                  (kernel(term, t, time(n, c[i] * c[q])) * phi_in_step(term, X, n, c[i] * c[q])));
+                                  (matrix(term.E, term.kernel, t, time(n, c[i] * c[q])) *
+                                   phi_in_step(term, X, n, c[i] * c[q])));
         }
     }
 
@@ -174,13 +204,16 @@ private:
         return values.cast<real>();
     }
 
-    real_matrix kernel(const equation_term& term, real t, real s) const {
-        Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor> K(problem.D, term.E);
-        term.kernel(double(t), double(s), K.data());
-        return K.cast<real>();
+    // K(t, s) or w(t).
+    template <class function, class... times>
+    real_matrix matrix(int E, const function& f, times... of) const {
+        Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor> values(problem.D, E);
+        f(double(of)..., values.data());
+        return values.template cast<real>();
     }
 
-    real_vector phi(const equation_term& term, real s, const real_vector& y) const {
+    template <class any_term>
+    real_vector phi(const any_term& term, real s, const real_vector& y) const {
         return term.phi ? call(term.phi, s, y, term.E) : y;
     }
 
