@@ -55,9 +55,9 @@ struct quenta_equation {
     quenta::callback jacobian;
     std::vector<double> start; // integro-differential: y0; first kind: where the first iteration starts
     std::vector<quenta::memory_term> memory;
-    std::vector<quenta::delay_term> delays;
+    std::vector<quenta::delay_term> delays{};
     bool last_is_delay = false; // the term that was added last
-    quenta::callback past;      // y(t) before 0, where the delay terms are 0 without it
+    quenta::callback past{};    // y(t) before 0, where the delay terms are 0 without it
     quenta_progress progress = nullptr;
     void* progress_context = nullptr;
 

@@ -41,8 +41,8 @@ struct equation {
     std::function<void(double t, const double* y, double* values)> forcing;
     std::vector<double> start; // y0, or where the first step starts
     std::vector<equation_term> terms;
-    std::vector<equation_delay> delays;            // no step is longer than one of them
-    std::function<void(double t, double* y)> past; // y before 0, where the delay terms are 0 without it
+    std::vector<equation_delay> delays{};            // no step is longer than one of them
+    std::function<void(double t, double* y)> past{}; // y before 0, where the delay terms are 0 without it
 };
 
 class collocation {
