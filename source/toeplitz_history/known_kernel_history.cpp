@@ -21,7 +21,7 @@ std::int64_t most_blocks_of_last_level(std::int64_t p, std::int64_t q) {
 }
 
 std::int64_t direct_size(std::int64_t n, std::int64_t p, std::int64_t q) {
-    const std::int64_t most = p * q <= 9 ? 128 : 64;
+    const std::int64_t most = p * q == 1 ? 128 : 64;
     return std::clamp(std::int64_t(std::bit_ceil(std::uint64_t(n))), square_targets, most);
 }
 
@@ -70,6 +70,9 @@ known_kernel_history::known_kernel_history(std::int64_t steps, std::int64_t rows
         return;
     re.resize(std::max(p, q) * largest);
     im.resize(re.size());
+    twiddle_re.resize(std::min(largest, transform_block));
+    twiddle_im.resize(twiddle_re.size());
+    transforms.fill_block_twiddles(twiddle_re.data(), twiddle_im.data(), std::int64_t(twiddle_re.size()));
     const int bits = std::countr_zero(std::uint64_t(largest / smallest));
     const int inner = (bits + most_bits - 1) / most_bits;
     std::int64_t size = smallest;
@@ -106,10 +109,15 @@ void known_kernel_history::transform_kernel(level& at, const double* kernel_bloc
                     re[c * s + k] = low * at.twist_re[k] - high * at.twist_im[k];
                     im[c * s + k] = low * at.twist_im[k] + high * at.twist_re[k];
                 }
-            transforms.transform_rows(re.data(), im.data(), s, q, false);
+            transform(s, q, false);
             copy_to_tiles(at.kernel.data() + r * row_stride + (distances - d) * q * tile_numbers, p * row_stride,
                           re.data(), im.data(), s, q);
         }
+}
+
+void known_kernel_history::transform(std::int64_t points, std::int64_t rows_of_scratch, bool inverse) {
+    transforms.transform_rows_by_table(re.data(), im.data(), points, rows_of_scratch, inverse,
+                                       {twiddle_re.data(), twiddle_im.data()});
 }
 
 void known_kernel_history::fill_near_kernel(const double* kernel_blocks) {
@@ -164,14 +172,14 @@ void known_kernel_history::add_transformed(level& at, std::int64_t ended) {
     const std::int64_t first_target = place, first_source = (done - s) & (largest - 1);
     for (std::int64_t c = 0; c < q; ++c)
         loops.twist(re.data() + c * s, im.data() + c * s, pushed.data() + c * stride + first_source, at.twist());
-    transforms.transform_rows(re.data(), im.data(), s, q, false);
+    transform(s, q, false);
     copy_to_tiles(at.sources.data() + (ended - 1) * q * tile_numbers, distances * q * tile_numbers, re.data(),
                   im.data(), s, q);
     const std::int64_t row_stride = distances * q * tile_numbers;
     loops.sum_products(re.data(), im.data(),
                        {at.kernel.data() + (distances - ended) * q * tile_numbers, at.sources.data(), row_stride,
                         row_stride, p, ended * q, s});
-    transforms.transform_rows(re.data(), im.data(), s, p, true);
+    transform(s, p, true);
     for (std::int64_t r = 0; r < p; ++r) {
         double* const to = sums.data() + r * stride + first_target;
         if (first_target == 0)
