@@ -2,6 +2,7 @@
 // cannot be reached is reported soon.
 #include "equations/problems.hpp"
 #include "equations/tolerance_problems.hpp"
+#include "support/long_tests.hpp"
 
 #include <gtest/gtest.h>
 
@@ -81,11 +82,7 @@ true_error error_of(const tolerance_problem& problem, const quenta::solution& y)
 }
 
 TEST(error_control, reaches_what_it_reports_for_random_problems) {
-#ifdef __SANITIZE_ADDRESS__
-    constexpr int problems = 101; // it would take minutes
-#else
-    constexpr int problems = 505;
-#endif
+    const int problems = quenta_tests::long_tests() ? 505 : 101;
     constexpr int max_steps = 256;
     int reached = 0, wrong = 0, missed = 0, wrong_estimates = 0;
     for (int seed = 0; seed < problems; ++seed) {

@@ -4,6 +4,7 @@
 // counted by how often the determinant, times (1 - z)^(1 - alpha), which removes its singularity, turns around 0.
 #include "quenta_equations.hpp"
 #include "quenta_equations/product_weights.hpp"
+#include "support/long_tests.hpp"
 
 #include <gtest/gtest.h>
 
@@ -84,7 +85,8 @@ TEST(first_kind_stability, no_error_grows_with_nodes_that_are_accepted) {
     std::mt19937 generator(26);
     std::uniform_real_distribution<double> node(0.03, 1.0);
     int accepted = 0, refused = 0, refused_without_need = 0;
-    while (accepted < 45 || refused < 15) {
+    const int most_accepted = quenta_tests::long_tests() ? 45 : 12, most_refused = most_accepted / 3;
+    while (accepted < most_accepted || refused < most_refused) {
         std::vector<double> c(1 + generator() % max_nodes);
         std::generate(c.begin(), c.end(), [&] { return node(generator); });
         std::sort(c.begin(), c.end());

@@ -3,6 +3,7 @@
 #include "reference/fft.hpp"
 #include "support/bits.hpp"
 #include "support/failures.hpp"
+#include "support/long_tests.hpp"
 #include "support/random_data.hpp"
 #include "toeplitz_history/vector_kernels.hpp"
 #include "utility/instruction_sets.hpp"
@@ -106,12 +107,13 @@ TEST(fft, is_bit_identical_to_the_reference_for_every_length_up_to_16384) {
 }
 
 TEST(fft, is_bit_identical_to_the_reference_on_every_instruction_set) {
+    const std::size_t max_rows_of_long_ones = quenta_tests::long_tests() ? 5 : 1;
     std::size_t tables = 0;
     for (const vector_kernels* kernels : runnable_tables<vector_kernels>()) {
         ++tables;
         for (const std::size_t rows : {1, 2, 3, 5, 9})
             for_all_inputs(rows, [&](std::size_t n, bool inverse, const char* kind, complex_row row) {
-                if (n < shortest_vector_transform || (rows > 5 && n > 1024))
+                if (n < shortest_vector_transform || (rows > max_rows_of_long_ones && n > 1024))
                     return;
                 const complex_row expected = transformed_by_reference(row, n, inverse);
                 kernels->transform_rows(row.re.data(), row.im.data(), std::int64_t(n), std::int64_t(rows), inverse);
