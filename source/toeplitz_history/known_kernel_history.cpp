@@ -41,6 +41,31 @@ void fill_twist(aligned_vector& re, aligned_vector& im) {
         }
 }
 
+// Row c of `rows` becomes entry c of the blocks at the lags first .. first + count - 1; count is the length of a row
+// and a multiple of 8. The entry is 0 at lag 0, and from lag n on. A transposition, one cache line of lags at a time.
+void gather(double* rows, std::int64_t row_count, const double* first_entry, std::int64_t block, std::int64_t first,
+            std::int64_t count, std::int64_t n) {
+    constexpr std::int64_t line = 8;
+    for (std::int64_t from = 0; from < count; from += line) {
+        const std::int64_t begin = first + from == 0 ? 1 : 0, end = std::clamp(n - first - from, begin, line);
+        for (std::int64_t c = 0; c < row_count; ++c) {
+            double* const to = rows + c * count + from;
+            for (std::int64_t k = begin; k < end; ++k)
+                to[k] = first_entry[(first + from + k - 1) * block + c];
+            std::fill_n(to, begin, 0.0);
+            std::fill_n(to + end, line - end, 0.0);
+        }
+    }
+}
+
+void twist_in_place(double* re, double* im, const twist_factors& factors) {
+    for (std::int64_t k = 0; k < factors.length; ++k) {
+        const double low = re[k], high = im[k];
+        re[k] = low * factors.re[k] - high * factors.im[k];
+        im[k] = low * factors.im[k] + high * factors.re[k];
+    }
+}
+
 // Rows of `length` complex numbers to tiles, `distance` apart, with the real and imaginary parts of all rows.
 void copy_to_tiles(double* tiles, std::int64_t distance, const double* re, const double* im, std::int64_t length,
                    std::int64_t rows) {
@@ -97,18 +122,13 @@ void known_kernel_history::add_level(std::int64_t size, std::int64_t blocks, con
 
 void known_kernel_history::transform_kernel(level& at, const double* kernel_blocks) {
     const std::int64_t s = at.size, distances = at.blocks - 1, row_stride = distances * q * tile_numbers;
-    const auto entry_of_lag = [&](std::int64_t lag, std::int64_t entry) {
-        return lag > 0 && lag < n ? kernel_blocks[(lag - 1) * p * q + entry] : 0.0;
-    };
     for (std::int64_t d = 1; d <= distances; ++d)
         for (std::int64_t r = 0; r < p; ++r) {
+            const double* const entries = kernel_blocks + r * q;
+            gather(re.data(), q, entries, p * q, (d - 1) * s, s, n);
+            gather(im.data(), q, entries, p * q, d * s, s, n);
             for (std::int64_t c = 0; c < q; ++c)
-                for (std::int64_t k = 0; k < s; ++k) {
-                    const double low = entry_of_lag((d - 1) * s + k, r * q + c);
-                    const double high = entry_of_lag(d * s + k, r * q + c);
-                    re[c * s + k] = low * at.twist_re[k] - high * at.twist_im[k];
-                    im[c * s + k] = low * at.twist_im[k] + high * at.twist_re[k];
-                }
+                twist_in_place(re.data() + c * s, im.data() + c * s, at.twist());
             transform(s, q, false);
             copy_to_tiles(at.kernel.data() + r * row_stride + (distances - d) * q * tile_numbers, p * row_stride,
                           re.data(), im.data(), s, q);
