@@ -12,9 +12,9 @@ std::int64_t rounded_up(std::int64_t count, std::int64_t unit) {
     return (count + unit - 1) / unit * unit;
 }
 
-// The sizes were found by measurement. The last level has more than half of its most blocks, so that a nearly empty
-// block is a small part of it.
-constexpr int most_bits = 3; // blocks are split at most 2^most_bits ways
+// The sizes were found by measurement. Blocks are split at most 8 ways, except those of the last level. Of these there
+// are more than half of the most, so that a nearly empty last block takes a small part of the time.
+constexpr int most_bits = 3;
 
 std::int64_t most_blocks_of_last_level(std::int64_t p, std::int64_t q) {
     return p * q == 1 ? 16 : 8;
@@ -91,8 +91,11 @@ known_kernel_history::known_kernel_history(std::int64_t steps, std::int64_t rows
     sums.resize(p * stride);
     restart();
     pushed.resize(q * stride);
-    if (smallest >= n)
-        return;
+    if (smallest < n)
+        make_levels(blocks);
+}
+
+void known_kernel_history::make_levels(const double* blocks) {
     re.resize(std::max(p, q) * largest);
     im.resize(re.size());
     twiddle_re.resize(std::min(largest, transform_block));
