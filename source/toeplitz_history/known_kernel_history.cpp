@@ -12,16 +12,16 @@ std::int64_t rounded_up(std::int64_t count, std::int64_t unit) {
     return (count + unit - 1) / unit * unit;
 }
 
-// The sizes were found by measurement. The last level has more than half of its most blocks, so that a nearly empty
-// block is a small part of it.
-constexpr int most_bits = 3; // blocks are split at most 2^most_bits ways
+// The sizes were found by measurement. Blocks are split at most 8 ways, except those of the last level. Of these there
+// are more than half of the most, so that a nearly empty last block takes a small part of the time.
+constexpr int most_bits = 3;
 
 std::int64_t most_blocks_of_last_level(std::int64_t p, std::int64_t q) {
     return p * q == 1 ? 16 : 8;
 }
 
 std::int64_t direct_size(std::int64_t n, std::int64_t p, std::int64_t q) {
-    const std::int64_t most = p * q <= 9 ? 128 : 64;
+    const std::int64_t most = p * q == 1 ? 128 : 64;
     return std::clamp(std::int64_t(std::bit_ceil(std::uint64_t(n))), square_targets, most);
 }
 
@@ -39,6 +39,31 @@ void fill_twist(aligned_vector& re, aligned_vector& im) {
             re[k] = step_re * re[k - 1] - step_im * im[k - 1];
             im[k] = im[k - 1] * step_re + re[k - 1] * step_im;
         }
+}
+
+// Row c of `rows` becomes entry c of the blocks at the lags first .. first + count - 1; count is the length of a row
+// and a multiple of 8. The entry is 0 at lag 0, and from lag n on. A transposition, one cache line of lags at a time.
+void gather(double* rows, std::int64_t row_count, const double* first_entry, std::int64_t block, std::int64_t first,
+            std::int64_t count, std::int64_t n) {
+    constexpr std::int64_t line = 8;
+    for (std::int64_t from = 0; from < count; from += line) {
+        const std::int64_t begin = first + from == 0 ? 1 : 0, end = std::clamp(n - first - from, begin, line);
+        for (std::int64_t c = 0; c < row_count; ++c) {
+            double* const to = rows + c * count + from;
+            for (std::int64_t k = begin; k < end; ++k)
+                to[k] = first_entry[(first + from + k - 1) * block + c];
+            std::fill_n(to, begin, 0.0);
+            std::fill_n(to + end, line - end, 0.0);
+        }
+    }
+}
+
+void twist_in_place(double* re, double* im, const twist_factors& factors) {
+    for (std::int64_t k = 0; k < factors.length; ++k) {
+        const double low = re[k], high = im[k];
+        re[k] = low * factors.re[k] - high * factors.im[k];
+        im[k] = low * factors.im[k] + high * factors.re[k];
+    }
 }
 
 // Rows of `length` complex numbers to tiles, `distance` apart, with the real and imaginary parts of all rows.
@@ -66,10 +91,16 @@ known_kernel_history::known_kernel_history(std::int64_t steps, std::int64_t rows
     sums.resize(p * stride);
     restart();
     pushed.resize(q * stride);
-    if (smallest >= n)
-        return;
+    if (smallest < n)
+        make_levels(blocks);
+}
+
+void known_kernel_history::make_levels(const double* blocks) {
     re.resize(std::max(p, q) * largest);
     im.resize(re.size());
+    twiddle_re.resize(std::min(largest, transform_block));
+    twiddle_im.resize(twiddle_re.size());
+    transforms.fill_block_twiddles(twiddle_re.data(), twiddle_im.data(), std::int64_t(twiddle_re.size()));
     const int bits = std::countr_zero(std::uint64_t(largest / smallest));
     const int inner = (bits + most_bits - 1) / most_bits;
     std::int64_t size = smallest;
@@ -94,22 +125,22 @@ void known_kernel_history::add_level(std::int64_t size, std::int64_t blocks, con
 
 void known_kernel_history::transform_kernel(level& at, const double* kernel_blocks) {
     const std::int64_t s = at.size, distances = at.blocks - 1, row_stride = distances * q * tile_numbers;
-    const auto entry_of_lag = [&](std::int64_t lag, std::int64_t entry) {
-        return lag > 0 && lag < n ? kernel_blocks[(lag - 1) * p * q + entry] : 0.0;
-    };
     for (std::int64_t d = 1; d <= distances; ++d)
         for (std::int64_t r = 0; r < p; ++r) {
+            const double* const entries = kernel_blocks + r * q;
+            gather(re.data(), q, entries, p * q, (d - 1) * s, s, n);
+            gather(im.data(), q, entries, p * q, d * s, s, n);
             for (std::int64_t c = 0; c < q; ++c)
-                for (std::int64_t k = 0; k < s; ++k) {
-                    const double low = entry_of_lag((d - 1) * s + k, r * q + c);
-                    const double high = entry_of_lag(d * s + k, r * q + c);
-                    re[c * s + k] = low * at.twist_re[k] - high * at.twist_im[k];
-                    im[c * s + k] = low * at.twist_im[k] + high * at.twist_re[k];
-                }
-            transforms.transform_rows(re.data(), im.data(), s, q, false);
+                twist_in_place(re.data() + c * s, im.data() + c * s, at.twist());
+            transform(s, q, false);
             copy_to_tiles(at.kernel.data() + r * row_stride + (distances - d) * q * tile_numbers, p * row_stride,
                           re.data(), im.data(), s, q);
         }
+}
+
+void known_kernel_history::transform(std::int64_t points, std::int64_t rows_of_scratch, bool inverse) {
+    transforms.transform_rows_by_table(re.data(), im.data(), points, rows_of_scratch, inverse,
+                                       {twiddle_re.data(), twiddle_im.data()});
 }
 
 void known_kernel_history::fill_near_kernel(const double* kernel_blocks) {
@@ -164,14 +195,14 @@ void known_kernel_history::add_transformed(level& at, std::int64_t ended) {
     const std::int64_t first_target = place, first_source = (done - s) & (largest - 1);
     for (std::int64_t c = 0; c < q; ++c)
         loops.twist(re.data() + c * s, im.data() + c * s, pushed.data() + c * stride + first_source, at.twist());
-    transforms.transform_rows(re.data(), im.data(), s, q, false);
+    transform(s, q, false);
     copy_to_tiles(at.sources.data() + (ended - 1) * q * tile_numbers, distances * q * tile_numbers, re.data(),
                   im.data(), s, q);
     const std::int64_t row_stride = distances * q * tile_numbers;
     loops.sum_products(re.data(), im.data(),
                        {at.kernel.data() + (distances - ended) * q * tile_numbers, at.sources.data(), row_stride,
                         row_stride, p, ended * q, s});
-    transforms.transform_rows(re.data(), im.data(), s, p, true);
+    transform(s, p, true);
     for (std::int64_t r = 0; r < p; ++r) {
         double* const to = sums.data() + r * stride + first_target;
         if (first_target == 0)

@@ -62,8 +62,10 @@ private:
         twist_factors twist() const { return {twist_re.data(), twist_im.data(), size}; }
     };
 
+    void make_levels(const double* blocks);
     void add_level(std::int64_t size, std::int64_t blocks, const double* kernel_blocks);
     void transform_kernel(level& at, const double* kernel_blocks);
+    void transform(std::int64_t points, std::int64_t rows_of_scratch, bool inverse);
     void fill_near_kernel(const double* kernel_blocks);
     void start_block();
     void add_direct(std::int64_t sources);
@@ -79,6 +81,7 @@ private:
     aligned_vector near;         // the kernel of the direct sums: lag d of (r, c) at (r*q + c) * near_stride + 15 + d
     aligned_vector sums, pushed; // of the present block of the last level
     aligned_vector re, im;       // scratch
+    aligned_vector twiddle_re, twiddle_im; // of all transforms
     std::vector<level> levels;
     std::vector<double> present;
 };

@@ -29,10 +29,9 @@ struct transform_kernel {
 
     // The number of stages that fit in the registers at once.
     static constexpr int stages_at_once = width == 8 ? 3 : 2;
-    static constexpr std::int64_t run_length = 32; // butterflies between two restarts of the twiddles
-    static constexpr std::int64_t block_length =
-        2048; // of phase 2: block and table fit in the level-1 and level-2 caches
-    static constexpr std::int64_t chunk_length = 128; // twiddles of phase 3 that are computed at a time
+    static constexpr std::int64_t run_length = 32;                // butterflies between two restarts of the twiddles
+    static constexpr std::int64_t block_length = transform_block; // of phase 2
+    static constexpr std::int64_t chunk_length = 128;             // twiddles of phase 3 that are computed at a time
     static constexpr int max_parts = (1 << stages_at_once) - 1;
 
     // ---- Twiddles ------------------------------------------------------------------------------------------------
@@ -182,16 +181,10 @@ struct transform_kernel {
     struct first_stages {
         vector w_re[width], w_im[width]; // stage with half h: twiddle k at h + k
 
-        explicit first_stages(double two_pi) {
-            for (int half = 1; half < width; half *= 2) {
-                // A single twiddle needs no step.
-                const unit step = half == 1 ? unit{} : unit_at(two_pi / double(2 * half));
-                unit w{1.0, 0.0};
-                for (int k = 0; k < half; ++k) {
-                    w_re[half + k] = broadcast<width>(w.re);
-                    w_im[half + k] = broadcast<width>(w.im);
-                    w = {step.re * w.re - step.im * w.im, w.im * step.re + w.re * step.im};
-                }
+        explicit first_stages(const block_twiddles& twiddles) {
+            for (int k = 1; k < width; ++k) {
+                w_re[k] = broadcast<width>(twiddles.re[k]);
+                w_im[k] = broadcast<width>(twiddles.im[k]);
             }
         }
     };
@@ -260,7 +253,18 @@ struct transform_kernel {
 
     // ---- Phases 2 and 3 ------------------------------------------------------------------------------------------
 
-    static void stages_within_blocks(double* re, double* im, std::int64_t total, std::int64_t block, double two_pi) {
+    // Of all stages of transforms of `block` points; stage with half h: twiddle k at h + k.
+    static void fill_twiddles(double* re, double* im, std::int64_t block, double two_pi) {
+        for (std::int64_t half = 1; half < width; half *= 2) {
+            // A single twiddle needs no step.
+            const unit step = half == 1 ? unit{} : unit_at(two_pi / double(2 * half));
+            unit w{1.0, 0.0};
+            for (std::int64_t k = half; k < 2 * half; ++k) {
+                re[k] = w.re;
+                im[k] = w.im;
+                w = {step.re * w.re - step.im * w.im, w.im * step.re + w.re * step.im};
+            }
+        }
         // An angle is a power of two times a multiple of two_pi. Halving it is exact, so the first twiddles of the runs
         // of a stage are, bit for bit, every second one of the next stage: those of the longest stage serve all.
         const double theta = two_pi / double(block);
@@ -268,26 +272,26 @@ struct transform_kernel {
         for (std::int64_t first = 0; first < block / 2; first += run_length)
             starts[first / run_length] = run_start(first, theta);
 
-        // Stage with half h: twiddle k at h + k.
-        alignas(64) double table_re[block_length];
-        alignas(64) double table_im[block_length];
         twiddle_runs runs;
         for (std::int64_t half = width; half < block; half *= 2) {
             const unit step = unit_at(two_pi / double(2 * half));
             const std::int64_t every = block / 2 / half;
             for (std::int64_t first = 0; first < half; first += run_length)
                 runs.want(starts[first / run_length * every], step, half < run_length ? half : run_length,
-                          table_re + half + first, table_im + half + first);
+                          re + half + first, im + half + first);
         }
         runs.compute();
+    }
 
+    static void stages_within_blocks(double* re, double* im, std::int64_t total, std::int64_t block,
+                                     const block_twiddles& twiddles) {
         for (std::int64_t begin = 0; begin < total; begin += block)
             for (std::int64_t half = width; half < block;) {
                 const int count = next_count(half, block);
                 twiddle_parts parts;
                 for (int part = 0; part < (1 << count) - 1; ++part) {
-                    parts.re[part] = table_re + (part + 1) * half;
-                    parts.im[part] = table_im + (part + 1) * half;
+                    parts.re[part] = twiddles.re + (part + 1) * half;
+                    parts.im[part] = twiddles.im + (part + 1) * half;
                 }
                 run_fused(count, re + begin, im + begin, block, half, 0, half, parts);
                 half <<= count;
@@ -326,14 +330,33 @@ struct transform_kernel {
         }
     }
 
-    static void transform_rows(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse) {
-        const double two_pi = inverse ? 6.283185307179586 : -6.283185307179586;
-        const first_stages stages{two_pi};
+    static void transform_rows_with(double* re, double* im, std::int64_t n, std::int64_t rows, double two_pi,
+                                    const block_twiddles& twiddles) {
+        const first_stages stages{twiddles};
         for (std::int64_t row = 0; row < rows; ++row)
             permute_and_start(re + row * n, im + row * n, n, stages);
-        const std::int64_t block = n < block_length ? n : block_length;
-        stages_within_blocks(re, im, rows * n, block, two_pi);
+        stages_within_blocks(re, im, rows * n, n < block_length ? n : block_length, twiddles);
         stages_across_blocks(re, im, rows * n, n, two_pi);
+    }
+
+    static constexpr double turn = 6.283185307179586;
+
+    static void transform_rows(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse) {
+        const double two_pi = inverse ? turn : -turn;
+        alignas(64) double twiddle_re[block_length];
+        alignas(64) double twiddle_im[block_length];
+        fill_twiddles(twiddle_re, twiddle_im, n < block_length ? n : block_length, two_pi);
+        transform_rows_with(re, im, n, rows, two_pi, {twiddle_re, twiddle_im});
+    }
+
+    static void fill_block_twiddles(double* re, double* im, std::int64_t block) {
+        fill_twiddles(re, im, block, -turn);
+    }
+
+    // With real and imaginary parts exchanged, a forward transform is the inverse one, in every bit.
+    static void transform_rows_by_table(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse,
+                                        const block_twiddles& twiddles) {
+        transform_rows_with(inverse ? im : re, inverse ? re : im, n, rows, -turn, twiddles);
     }
 };
 

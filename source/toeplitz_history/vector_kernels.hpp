@@ -8,6 +8,14 @@ namespace quenta {
 // The shortest transform that the kernels run.
 inline constexpr std::int64_t shortest_vector_transform = 64;
 
+// Longer transforms are done in blocks of this length, which fit in the level-1 and level-2 caches with their twiddles.
+inline constexpr std::int64_t transform_block = 2048;
+
+// The twiddles of transforms of up to transform_block points, and of the blocks of longer ones.
+struct block_twiddles {
+    const double *re, *im;
+};
+
 // The padded length of a column of a block: a whole number of registers of any instruction set. It is always inlined,
 // since the linker would otherwise keep one copy of it for the units of all instruction sets.
 [[gnu::always_inline]] constexpr std::int64_t padded_rows(std::int64_t p) {
@@ -51,6 +59,12 @@ struct vector_kernels {
     void (*multiply_spectra)(double* acc_re, double* acc_im, const double* kernel_re, const double* kernel_im,
                              const double* x_re, const double* x_im, std::int64_t length, std::int64_t p,
                              std::int64_t q, bool from_zero);
+
+    // The transforms of transform_rows, bit for bit, with twiddles that are computed once: for transforms of up to
+    // `block` points or, if `block` is transform_block, of any number of points. Each array has `block` elements.
+    void (*fill_block_twiddles)(double* re, double* im, std::int64_t block);
+    void (*transform_rows_by_table)(double* re, double* im, std::int64_t n, std::int64_t rows, bool inverse,
+                                    const block_twiddles& twiddles);
 };
 
 } // namespace quenta

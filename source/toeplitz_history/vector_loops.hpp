@@ -15,7 +15,9 @@ const vector_kernels& vector_kernels::of() {
                                           convolution_kernel<instruction_set>::add_scalar_sums,
                                           convolution_kernel<instruction_set>::add_block_products,
                                           convolution_kernel<instruction_set>::copy_columns,
-                                          convolution_kernel<instruction_set>::multiply_spectra};
+                                          convolution_kernel<instruction_set>::multiply_spectra,
+                                          transform_kernel<instruction_set>::fill_block_twiddles,
+                                          transform_kernel<instruction_set>::transform_rows_by_table};
     return table;
 }
 

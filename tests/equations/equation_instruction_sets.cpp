@@ -4,14 +4,19 @@
 #include "quenta_equations/kernel_sums.hpp"
 #include "reference/kernel_sums.hpp"
 #include "support/bits.hpp"
+#include "support/transform_angles.hpp"
 #include "utility/instruction_sets.hpp"
 
+#include <set>
 #include <string_view>
 #include <tuple>
 
 namespace {
 
 quenta::processor_features allowed{true, true};
+
+// The angles at which the library called `cos` or `sin`.
+std::set<double> angles;
 
 } // namespace
 
@@ -22,6 +27,17 @@ quenta::processor_features __real__ZN6quenta27detected_processor_featuresEv();
 quenta::processor_features __wrap__ZN6quenta27detected_processor_featuresEv() {
     const quenta::processor_features features = __real__ZN6quenta27detected_processor_featuresEv();
     return {features.avx2 && allowed.avx2, features.avx512 && allowed.avx512};
+}
+
+double __real_cos(double angle);
+double __real_sin(double angle);
+double __wrap_cos(double angle) {
+    angles.insert(angle);
+    return __real_cos(angle);
+}
+double __wrap_sin(double angle) {
+    angles.insert(angle);
+    return __real_sin(angle);
 }
 }
 
@@ -136,6 +152,24 @@ TEST(histories, give_the_same_bits_on_every_instruction_set) {
             EXPECT_TRUE(equal_bits(expected, data.sums_of(data.create().get())));
         }
     }
+}
+
+// Other processors have been shown to give the same bits at the angles of transforms. Those of the twist are the ones
+// of transforms with four times as many points.
+TEST(histories, call_cos_and_sin_only_at_angles_of_transforms) {
+    constexpr double turn = 6.283185307179586;
+    constexpr std::int64_t largest_block = 4096;
+    random_data random{202615};
+    const random_history data{random, 1, 1, 33'000};
+    angles.clear();
+    data.create();
+    EXPECT_GT(angles.size(), std::size_t(largest_block / 32));
+    std::set<double> of_transforms;
+    for (const double of_direction : {-turn, turn})
+        for (const double angle : transform_angles(4 * largest_block, of_direction))
+            of_transforms.insert(angle);
+    for (const double angle : angles)
+        EXPECT_TRUE(of_transforms.contains(angle)) << angle;
 }
 
 } // namespace

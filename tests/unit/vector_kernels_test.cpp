@@ -160,6 +160,29 @@ TEST(vector_kernels, spectrum_products_are_bit_identical_to_the_formula) {
                             expect_spectrum_products(*kernels, data, length, p, q, special, from_zero);
 }
 
+TEST(vector_kernels, transforms_with_a_table_of_twiddles_have_the_same_bits) {
+    random_data data(46);
+    int compared = 0;
+    for (const vector_kernels* kernels : runnable_tables<vector_kernels>())
+        for (const std::int64_t block : {64, 512, 2048}) {
+            std::vector<double> twiddle_re(std::size_t(block), 0.0), twiddle_im(twiddle_re);
+            kernels->fill_block_twiddles(twiddle_re.data(), twiddle_im.data(), block);
+            for (std::int64_t n = 64; n <= (block == transform_block ? 16384 : block); n *= 2)
+                for (const std::int64_t rows : {1, 3})
+                    for (const bool inverse : {false, true}) {
+                        std::vector<double> re = data.wide(std::size_t(n * rows)), im = data.wide(re.size());
+                        std::vector<double> expected_re = re, expected_im = im;
+                        kernels->transform_rows(expected_re.data(), expected_im.data(), n, rows, inverse);
+                        kernels->transform_rows_by_table(re.data(), im.data(), n, rows, inverse,
+                                                         {twiddle_re.data(), twiddle_im.data()});
+                        EXPECT_TRUE(equal_bits(expected_re, re) && equal_bits(expected_im, im))
+                            << kernels->name << ", n " << n << ", rows " << rows << ", inverse " << inverse;
+                        ++compared;
+                    }
+        }
+    EXPECT_GE(compared, (1 + 4 + 9) * 4);
+}
+
 // A table that counts the work and passes every call to another table.
 struct work {
     std::size_t direct_pairs, copied_blocks, transformed_rows, spectrum_points;
@@ -189,7 +212,9 @@ constexpr vector_kernels counting_kernels{
        const double* x_im, std::int64_t length, std::int64_t p, std::int64_t q, bool from_zero) {
         counted.spectrum_points += std::size_t(length * p * q);
         inspected->multiply_spectra(acc_re, acc_im, kernel_re, kernel_im, x_re, x_im, length, p, q, from_zero);
-    }};
+    },
+    nullptr, // the history computes the twiddles for each transform
+    nullptr};
 
 TEST(vector_kernels, a_history_does_the_work_of_the_reference_through_its_table) {
     random_data data(45);
