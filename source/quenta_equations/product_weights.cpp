@@ -2,6 +2,9 @@
 
 #include "quenta_equations/powers.hpp"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <iterator>
 
 namespace quenta {
@@ -32,6 +35,27 @@ constexpr rule_length rule_lengths[] = {
     {2.0, 12}, {1.15, 14}, {0.72, 17}, {0.46, 20}, {0.29, 24}, {0.18, 29}, {0.11, 36}, {0.06, 44},
 };
 
+constexpr std::size_t all_points = [] {
+    std::size_t sum = 0;
+    for (const rule_length& rule : rule_lengths)
+        sum += std::size_t(rule.points);
+    return sum;
+}();
+
+// The points of all rules, one rule after the other. They take longer than a short solve, so they are calculated once.
+const std::array<quadrature_point, all_points>& legendre_points() {
+    static const auto points = [] {
+        std::array<quadrature_point, all_points> all{};
+        auto place = all.begin();
+        for (const rule_length& length : rule_lengths) {
+            const quadrature_rule rule = gauss_legendre(length.points);
+            place = std::copy(rule.begin(), rule.end(), place);
+        }
+        return all;
+    }();
+    return points;
+}
+
 // (1 - exp(-x)) / x for x from 0 to 1/2.
 double mean_of_exponential(double x) {
     double sum = 1.0;
@@ -45,12 +69,13 @@ double mean_of_exponential(double x) {
 product_weights::product_weights(const collocation_nodes& of, double exponent)
     : nodes{of}, alpha{exponent}, linear_power{gauss_jacobi(1.0 - exponent)} {
     static_assert(std::size(rule_lengths) == rules);
+    const quadrature_point* next = legendre_points().data();
     for (std::size_t i = 0; i < rules; ++i) {
         legendre[i].reserve(rule_lengths[i].points);
-        for (const auto& [x, weight] : gauss_legendre(rule_lengths[i].points)) {
-            legendre[i].push_back({1.0 - x, nodes.values(x)});
+        for (int point = 0; point < rule_lengths[i].points; ++point, ++next) {
+            legendre[i].push_back({1.0 - next->x, nodes.values(next->x)});
             for (double& value : legendre[i].back().weight)
-                value *= weight;
+                value *= next->weight;
         }
     }
     // The coefficients of (1 + (1/2 - x) u)^-alpha as a series in u, times L_j, integrated: a polynomial of degree 22.
