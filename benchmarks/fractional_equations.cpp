@@ -1,8 +1,8 @@
 // Compares the equation solvers with the fractional Adams method at the same error, for D^a y = f(t, y). The method is
 // compiled with all instructions of this machine, once with direct sums and once with sums by FFTW.
 //
-// An error is the largest at the mesh points in the second half of 0 .. 1. That is where the Adams method is accurate;
-// near 0 its errors are up to hundreds of times larger, those of the solvers are not.
+// An error is the largest at the mesh points in the second half of 0 .. 1. Near 0 the errors of both are larger, and
+// those of the Adams method decrease more slowly, so the whole interval would be worse for it.
 //
 // The errors of the Adams method are measured with up to 2^18 steps, and extrapolated by the last observed order. The
 // method runs at most 20,000 steps with direct sums, and 2^18 with FFTW. The time of more is extrapolated, by the
