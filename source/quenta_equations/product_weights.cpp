@@ -1,11 +1,12 @@
 #include "quenta_equations/product_weights.hpp"
 
+#include "quenta_equations/legendre_rules.hpp"
 #include "quenta_equations/powers.hpp"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <iterator>
+#include <span>
 
 namespace quenta {
 
@@ -42,19 +43,16 @@ constexpr std::size_t all_points = [] {
     return sum;
 }();
 
-// The points of all rules, one rule after the other. They take longer than a short solve, so they are calculated once.
-const std::array<quadrature_point, all_points>& legendre_points() {
-    static const auto points = [] {
-        std::array<quadrature_point, all_points> all{};
-        auto place = all.begin();
-        for (const rule_length& length : rule_lengths) {
-            const quadrature_rule rule = gauss_legendre(length.points);
-            place = std::copy(rule.begin(), rule.end(), place);
-        }
-        return all;
-    }();
-    return points;
-}
+// The points of all rules, one rule after the other.
+constexpr auto legendre_points = [] {
+    std::array<quadrature_point, all_points> all{};
+    std::span<quadrature_point> rest(all);
+    for (const rule_length& rule : rule_lengths) {
+        gauss_legendre(rest.first(std::size_t(rule.points)));
+        rest = rest.subspan(std::size_t(rule.points));
+    }
+    return all;
+}();
 
 // (1 - exp(-x)) / x for x from 0 to 1/2.
 double mean_of_exponential(double x) {
@@ -69,7 +67,7 @@ double mean_of_exponential(double x) {
 product_weights::product_weights(const collocation_nodes& of, double exponent)
     : nodes{of}, alpha{exponent}, linear_power{gauss_jacobi(1.0 - exponent)} {
     static_assert(std::size(rule_lengths) == rules);
-    const quadrature_point* next = legendre_points().data();
+    const quadrature_point* next = legendre_points.data();
     for (std::size_t i = 0; i < rules; ++i) {
         legendre[i].reserve(rule_lengths[i].points);
         for (int point = 0; point < rule_lengths[i].points; ++point, ++next) {
