@@ -5,7 +5,7 @@
 // those of the Adams method decrease more slowly, so the whole interval would be worse for it.
 //
 // The errors of the Adams method are measured with up to 2^18 steps, and extrapolated by the last observed order. The
-// method runs at most 20,000 steps with direct sums, and 2^18 with FFTW. The time of more is extrapolated, by the
+// method runs at most 60,000 steps with direct sums, and 2^18 with FFTW. The time of more is extrapolated, by the
 // square of their number with direct sums, and by their number with FFTW, which is too short. The labels say which are
 // run.
 
@@ -28,7 +28,7 @@
 namespace {
 
 constexpr double t_end = 1.0;
-constexpr int most_direct_steps = 20000, most_fftw_steps = 1 << 18, wanted_digits = 9;
+constexpr int most_direct_steps = 60000, most_fftw_steps = 1 << 18, wanted_digits = 9;
 
 // D^a y = f(t, y) as an equation of the second kind.
 template <class problem>
