@@ -102,7 +102,7 @@ private:
         else {
             ++limits;
             limits_exceeded += ratio > limit;
-            std::printf("%7.2f%s", limit, ratio > limit ? "  OVER" : "");
+            std::printf("%7.2g%s", limit, ratio > limit ? "  OVER" : "");
         }
         std::printf("%s%s\n", run.report_label.empty() ? "" : "  ", run.report_label.c_str());
     }

@@ -1,53 +1,6 @@
 #include "quenta_equations/gauss_rules.hpp"
 
-#include <numbers>
-
 namespace quenta {
-
-namespace {
-
-// A polynomial and its derivative.
-struct value_and_slope {
-    double value, slope;
-};
-
-// The Legendre polynomial of this degree, on [-1, 1].
-value_and_slope legendre(int degree, double x) {
-    double before = 1.0, value = x;
-    for (int k = 1; k < degree; ++k) {
-        const double next = ((2 * k + 1) * x * value - k * before) / (k + 1);
-        before = value;
-        value = next;
-    }
-    return {value, degree * (x * value - before) / (x * x - 1.0)};
-}
-
-// cos(angle) for angles from 0 to pi, to 6 digits: where an iteration starts.
-double rough_cosine(double angle) {
-    double term = 1.0, sum = 1.0;
-    for (int k = 2; k <= 20; k += 2) {
-        term *= -angle * angle / double(k * (k - 1));
-        sum += term;
-    }
-    return sum;
-}
-
-} // namespace
-
-// Newton's method from the asymptotic zeros.
-quadrature_rule gauss_legendre(int points) {
-    quadrature_rule rule(points);
-    for (int i = 0; i < points; ++i) {
-        double x = -rough_cosine(std::numbers::pi * (i + 0.75) / (points + 0.5));
-        for (int iteration = 0; iteration < 5; ++iteration) {
-            const auto [value, slope] = legendre(points, x);
-            x -= value / slope;
-        }
-        const double slope = legendre(points, x).slope;
-        rule[i] = {0.5 * (1.0 + x), 1.0 / ((1.0 - x * x) * slope * slope)};
-    }
-    return rule;
-}
 
 // The points are the zeros of the orthogonal polynomial x^3 - 3 A x^2 + 3 B x - C of the weight x^a, where
 // A = (a + 3) / (a + 6), B = A (a + 2) / (a + 5), C = B (a + 1) / (a + 4). The weights follow from the moments

@@ -1,8 +1,12 @@
 #include "quenta_equations/product_weights.hpp"
 
+#include "quenta_equations/legendre_rules.hpp"
 #include "quenta_equations/powers.hpp"
 
+#include <array>
+#include <cstddef>
 #include <iterator>
+#include <span>
 
 namespace quenta {
 
@@ -32,6 +36,24 @@ constexpr rule_length rule_lengths[] = {
     {2.0, 12}, {1.15, 14}, {0.72, 17}, {0.46, 20}, {0.29, 24}, {0.18, 29}, {0.11, 36}, {0.06, 44},
 };
 
+constexpr std::size_t all_points = [] {
+    std::size_t sum = 0;
+    for (const rule_length& rule : rule_lengths)
+        sum += std::size_t(rule.points);
+    return sum;
+}();
+
+// The points of all rules, one rule after the other.
+constexpr auto legendre_points = [] {
+    std::array<quadrature_point, all_points> all{};
+    std::span<quadrature_point> rest(all);
+    for (const rule_length& rule : rule_lengths) {
+        gauss_legendre(rest.first(std::size_t(rule.points)));
+        rest = rest.subspan(std::size_t(rule.points));
+    }
+    return all;
+}();
+
 // (1 - exp(-x)) / x for x from 0 to 1/2.
 double mean_of_exponential(double x) {
     double sum = 1.0;
@@ -45,12 +67,13 @@ double mean_of_exponential(double x) {
 product_weights::product_weights(const collocation_nodes& of, double exponent)
     : nodes{of}, alpha{exponent}, linear_power{gauss_jacobi(1.0 - exponent)} {
     static_assert(std::size(rule_lengths) == rules);
+    const quadrature_point* next = legendre_points.data();
     for (std::size_t i = 0; i < rules; ++i) {
         legendre[i].reserve(rule_lengths[i].points);
-        for (const auto& [x, weight] : gauss_legendre(rule_lengths[i].points)) {
-            legendre[i].push_back({1.0 - x, nodes.values(x)});
+        for (int point = 0; point < rule_lengths[i].points; ++point, ++next) {
+            legendre[i].push_back({1.0 - next->x, nodes.values(next->x)});
             for (double& value : legendre[i].back().weight)
-                value *= weight;
+                value *= next->weight;
         }
     }
     // The coefficients of (1 + (1/2 - x) u)^-alpha as a series in u, times L_j, integrated: a polynomial of degree 22.

@@ -106,6 +106,63 @@ TEST(weakly_singular, relaxation_of_every_order_is_solved_to_a_tolerance) {
     }
 }
 
+TEST(weakly_singular, relaxation_of_orders_close_to_whole_numbers_is_solved_to_a_tolerance) {
+    for (const double a : {0.05, 0.99, 1.01, 1.99}) {
+        const equation_problem problem = relaxation(a, a < 1.0 ? 1.0 : 3.0);
+        const quenta::solution y = problem.equation.solve(problem.t_end, quenta::to_tolerance(0.0, 1e-6, 1024));
+        EXPECT_LT(errors_of(problem, y).between, 1e-6) << "order " << a;
+    }
+    const equation_problem problem = relaxation(0.01, 1.0);
+    const quenta::solution y = problem.equation.solve(problem.t_end, quenta::to_tolerance(0.0, 1e-2, 512));
+    EXPECT_LT(errors_of(problem, y).between, 1e-2);
+}
+
+// The fractional integral of order 0 < q <= 2 of phi as a term of an equation.
+template <class function>
+void add_fractional_integral(quenta::equation& equation, double q, const function& phi) {
+    const double factor = 1 / std::tgamma(q);
+    const auto constant = [factor](double) {
+        return factor;
+    };
+    const auto linear = [factor](double u) {
+        return factor * u;
+    };
+    if (q <= 1)
+        equation.lag_memory(quenta::weakly_singular(1 - q, constant), phi);
+    else
+        equation.lag_memory(quenta::weakly_singular(2 - q, linear), phi);
+}
+
+// D^a y + c D^b y = f(t, y), whose right side is made for the solution 1 + t / 2 + t^(a + 1), without t / 2 if a < 1.
+equation_problem two_derivatives(double a, double b) {
+    constexpr double c = 0.7;
+    const double slope = a > 1 ? 0.5 : 0.0, p = a + 1;
+    const auto exact = [=](double t) {
+        return 1 + slope * t + std::pow(t, p);
+    };
+    const auto derivative = [=](double order, double t) {
+        const double of_slope = order < 1 ? slope * std::pow(t, 1 - order) / std::tgamma(2 - order) : 0.0;
+        return of_slope + std::tgamma(p + 1) / std::tgamma(p + 1 - order) * std::pow(t, p - order);
+    };
+    auto equation = quenta::second_kind([=](double t) {
+        const double with_slope = b > 1 ? slope * std::pow(t, 1 + a - b) / std::tgamma(2 + a - b) : 0.0;
+        return 1 + slope * t + c * (std::pow(t, a - b) / std::tgamma(1 + a - b) + with_slope);
+    });
+    add_fractional_integral(equation, a - b, [](double, double y) { return -c * y; });
+    add_fractional_integral(equation, a, [=](double t, double y) {
+        return derivative(a, t) + c * derivative(b, t) + exact(t) * exact(t) - y * y;
+    });
+    return {"two derivatives", equation, [=](double t) { return std::vector{exact(t)}; }, {}, 1.0, '2'};
+}
+
+TEST(weakly_singular, equations_with_two_fractional_derivatives_are_solved_to_a_tolerance) {
+    for (const auto& [a, b] : {std::pair{0.8, 0.3}, {1.5, 0.8}, {1.9, 1.2}, {2.0, 1.5}}) {
+        const equation_problem problem = two_derivatives(a, b);
+        const quenta::solution y = problem.equation.solve(problem.t_end, quenta::to_tolerance(0.0, 1e-8));
+        EXPECT_LT(errors_of(problem, y).between, 1e-8) << "orders " << a << " and " << b;
+    }
+}
+
 // A singularity so close to 1 that t^(1 - alpha) is not small at the smallest numbers: the error is not hidden.
 TEST(weakly_singular, a_solution_that_numbers_cannot_resolve_is_not_accepted) {
     const auto equation =
