@@ -1,6 +1,6 @@
 #include "quenta_equations/interpolation.hpp"
 
-#include "quenta_equations/gauss_rules.hpp"
+#include "quenta_equations/legendre_rules.hpp"
 
 #include <cmath>
 
@@ -25,7 +25,7 @@ two_values legendre_polynomials(int degree, double x) {
 // The barycentric weights are those of J.-P. Berrut and L. N. Trefethen, SIAM Review 46, 2004, and of H. Wang and S.
 // Xiang, Mathematics of Computation 81, 2012.
 interpolation::interpolation() {
-    const quadrature_rule rule = gauss_legendre(points);
+    static constexpr auto rule = gauss_legendre<points>();
     constexpr int degree = points - 1;
     for (int a = 0; a < points; ++a) {
         x[a] = rule[a].x;

@@ -4,6 +4,7 @@
 
 #include "quenta_equations/gauss_rules.hpp"
 
+#include <array>
 #include <cstddef>
 #include <numbers>
 #include <span>
@@ -48,6 +49,13 @@ constexpr void gauss_legendre(std::span<quadrature_point> rule) {
         const double slope = legendre(points, x).slope;
         rule[std::size_t(i)] = {0.5 * (1.0 + x), 1.0 / ((1.0 - x * x) * slope * slope)};
     }
+}
+
+template <int points>
+constexpr std::array<quadrature_point, points> gauss_legendre() {
+    std::array<quadrature_point, points> rule{};
+    gauss_legendre(rule);
+    return rule;
 }
 
 } // namespace quenta

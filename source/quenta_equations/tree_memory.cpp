@@ -1,7 +1,7 @@
 #include "quenta_equations/tree_memory.hpp"
 
 #include "quenta_equations/finite.hpp"
-#include "quenta_equations/gauss_rules.hpp"
+#include "quenta_equations/legendre_rules.hpp"
 #include "quenta_equations/powers.hpp"
 #include "quenta_solvers/dense_solve.hpp" // eps
 
@@ -29,7 +29,7 @@ template <class rule_point>
 std::vector<rule_point> rule_of_step(const collocation_nodes& nodes, bool is_singular) {
     std::vector<rule_point> rule;
     if (is_singular)
-        for (const auto& [x, weight] : gauss_legendre((points + max_nodes) / 2)) {
+        for (const auto& [x, weight] : gauss_legendre<(points + max_nodes) / 2>()) {
             rule.push_back({x, nodes.values(x)});
             for (double& of_node : rule.back().weight)
                 of_node *= weight;
