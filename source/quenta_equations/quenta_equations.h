@@ -20,9 +20,10 @@
  *
  * With 256 or more steps, kernels of the lag are faster. Equal steps at the end of the mesh take P * P evaluations each
  * and n log^2 n operations; all others take a few hundred evaluations each and n operations, unless the kernel varies
- * from step to step. The sums have errors of about 1e-15 of the largest values of kernel and solution so far. If sums
- * of the memory become so small, in any component, that this may be more than 1e-10 of them, the solve begins again
- * with sums that are accurate relative to each of their terms.
+ * from step to step. Between those, a part of the kernel that is narrower than 1/1000 of its lag may not be seen; give
+ * such a kernel as K(t, s). The sums have errors of about 1e-15 of the largest values of kernel and solution so far. If
+ * sums of the memory become so small, in any component, that this may be more than 1e-10 of them, the solve begins
+ * again with sums that are accurate relative to each of their terms.
  *
  * Calling order
  *   Create an equation, add its memory terms, solve it, read the solution, destroy both. An equation can be solved any
