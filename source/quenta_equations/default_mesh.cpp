@@ -14,7 +14,7 @@ namespace {
 // A larger exponent makes the first steps too short for the numbers, which is also avoided by log(t_end J^-r) >= -680.
 constexpr double largest_grading = 100.0, log_of_shortest = -680.0;
 constexpr double least_grading = 1.05; // after 0
-// Where the number of steps would be an integer but for rounding, it is one.
+// The number of steps is rounded up, except where only a rounding error makes it larger than an integer.
 constexpr double almost_1 = 1.0 - 0x1p-40;
 
 // beta.
